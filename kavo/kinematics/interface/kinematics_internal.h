@@ -1,0 +1,28 @@
+#pragma once
+
+#include "kavo/kinematics/interface/kinematics.h"
+#include "kavo/kinematics/kinematics.h"
+
+namespace kavo {
+
+//! `Kinematics` of the robots that this library builds: wraps the model value.
+class KAVO_EXPORT KinematicsInternal : public Kinematics {
+ public:
+  explicit KinematicsInternal(kinematics::Kinematics model);
+  ~KinematicsInternal() override;
+
+  std::size_t numCSpaceCoords() const override;
+  const std::vector<std::string>& frameNames() const override;
+  FrameHandle frame(const std::string& frame_name) const override;
+  Pose3 pose(const Eigen::VectorXd& cspace_config, const FrameHandle& frame) const override;
+  Eigen::Vector3d position(const Eigen::VectorXd& cspace_config, const FrameHandle& frame) const override;
+  Eigen::MatrixXd positionJacobian(const Eigen::VectorXd& cspace_config, const FrameHandle& frame) const override;
+  std::unique_ptr<FrameSweep> frameSweep(const std::vector<FrameHandle>& frames) const override;
+
+  const kinematics::Kinematics& model() const { return model_; }
+
+ private:
+  kinematics::Kinematics model_;
+};
+
+}  // namespace kavo

@@ -1,0 +1,72 @@
+#pragma once
+
+#include <Eigen/Core>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "kavo/kinematics/interface/joint_limits.h"
+#include "kavo/kinematics/interface/robot_description.h"
+#include "kavo/math/pose3.h"
+#include "kavo/math/sphere.h"
+#include "kavo/util/export.h"
+
+namespace kavo {
+
+enum class JointType { kFixed, kRevolute, kContinuous, kPrismatic };
+
+//! A joint and the frame that it moves.
+struct Joint {
+  std::string name;
+  JointType type = JointType::kFixed;
+  //! Frame that the joint is attached to.
+  std::string parent_frame;
+  //! Frame that the joint carries. It coincides with `origin` while the coordinate is zero.
+  std::string child_frame;
+  //! Pose of the joint in the parent frame.
+  Pose3 origin;
+  //! Direction of motion in the joint's own frame, of any length but zero: the joint turns about it (right hand) or
+  //! slides along it. Ignored for fixed joints.
+  Eigen::Vector3d axis = Eigen::Vector3d::UnitZ();
+  //! Closed range of the coordinate: radians, or metres for a prismatic joint. Needed for revolute and prismatic joints;
+  //! a continuous joint without limits gets [-pi, pi]. Ignored for fixed joints.
+  std::optional<kinematics::JointLimits> limits;
+  //! Value of the coordinate in the default configuration; the middle of the limits when absent.
+  std::optional<double> default_value;
+};
+
+//! Makes a robot description in code.
+//!
+//! Joints may be added in any order; coordinates are numbered in the order in which their joints were added. `build`
+//! checks the whole robot and throws a fatal error whose message names the culprit for: an empty or repeated joint or
+//! frame name, a frame that two joints carry, a cycle, a parent frame that nothing carries, a number that is not finite,
+//! an axis of length zero, limits that are missing or whose minimum is above the maximum, a default value outside the
+//! limits, a sphere on an unknown frame or with a radius that is not positive.
+class KAVO_EXPORT RobotDescriptionBuilder {
+ public:
+  //! \param base_frame Name of the frame that everything is attached to.
+  explicit RobotDescriptionBuilder(std::string base_frame);
+
+  RobotDescriptionBuilder& addJoint(Joint joint);
+  //! A frame rigidly attached to another one: a fixed joint of the same name as the frame.
+  RobotDescriptionBuilder& addFrame(const std::string& name, const std::string& parent_frame, const Pose3& pose);
+  //! \param center In the frame's coordinates.
+  RobotDescriptionBuilder& addCollisionSphere(const std::string& frame_name, const Eigen::Vector3d& center,
+                                              double radius);
+
+  //! The description. The builder may be used further.
+  std::unique_ptr<RobotDescription> build() const;
+
+ private:
+  struct CollisionSphere {
+    std::string frame_name;
+    math::Sphere sphere;
+  };
+
+  std::string base_frame_;
+  std::vector<Joint> joints_;
+  std::vector<CollisionSphere> collision_spheres_;
+};
+
+}  // namespace kavo

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "kavo/util/export.h"
+
+namespace kavo {
+
+//! How grave a log record is; a smaller number is graver.
+enum class LogLevel : int {
+  //! A broken internal invariant.
+  kCritical = 0,
+  //! A setting that was rejected, or a fallback that was taken.
+  kError = 1,
+  kWarning = 2,
+  kInfo = 3,
+};
+
+namespace util {
+
+//! The most detailed level that the current thread emits, as a number. Each thread starts at `kWarning`.
+//!
+//! A message of level L is formatted and emitted only while the threshold is at least L; -1 silences everything but fatal
+//! errors, which are never silenced.
+extern KAVO_EXPORT thread_local int log_level_threshold;
+
+//! One report of the library.
+struct LogRecord {
+  LogLevel level = LogLevel::kInfo;
+  //! True when a `FatalError` follows the record. The next three fields are set only then.
+  bool fatal = false;
+  //! Source text of the precondition that was broken.
+  std::string condition;
+  //! Source file, without extension and relative to the library's root.
+  std::string file;
+  int line = 0;
+  std::string message;
+};
+
+//! Receives every record that passes the threshold, on the thread that issued it, possibly from several threads at once.
+using LogSink = std::function<void(const LogRecord&)>;
+
+//! Replaces the process-wide sink and returns the one that was in force. An empty `sink` restores the default, which
+//! writes one line to standard error. A sink's exceptions are swallowed: logging never changes what the library does.
+//! Safe to call from any thread; a record already on its way may still reach the old sink.
+KAVO_EXPORT LogSink SetLogSink(LogSink sink);
+
+//! The line that the default sink writes, without line end: "kavo: warning: <message>", or for a fatal record
+//! "kavo: fatal: <message> [<condition>] at <file>:<line>". Line breaks inside a message are kept.
+KAVO_EXPORT std::string FormatLogRecord(const LogRecord& record);
+
+}  // namespace util
+}  // namespace kavo
