@@ -1,0 +1,38 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "kavo/kinematics/interface/configuration_limits.h"
+#include "kavo/motion_planning/environment/environment.h"
+#include "kavo/util/export.h"
+#include "kavo/world/world_view.h"
+
+namespace kavo::planning {
+
+//! A point that moves in a box among obstacles. A configuration is its position (x, y, z) in the world, in metres.
+class KAVO_EXPORT Basic3dEnvironment : public Environment {
+ public:
+  //! Takes the world as it is now.
+  virtual void UpdateWorldView() = 0;
+};
+
+struct KAVO_EXPORT Basic3dEnvironmentConfig {
+  //! \param world_view_in The obstacles.
+  //! \param q_limits_in The box that the point may occupy, bounds included; of dimension 3, otherwise a fatal error.
+  //! \param max_sampling_attempts_in Random points that `SampleConfiguration` tries before it gives up.
+  //! \param seed_in Seed of the random points.
+  Basic3dEnvironmentConfig(const WorldView& world_view_in, const kinematics::ConfigurationLimits& q_limits_in,
+                           std::uint64_t max_sampling_attempts_in, std::uint32_t seed_in);
+
+  WorldView world_view;
+  kinematics::ConfigurationLimits q_limits;
+  std::uint64_t max_sampling_attempts;
+  std::uint32_t seed;
+};
+
+//! A point environment under the Euclidean distance. Where some minimum of the limits is above its maximum a warning is
+//! issued, and no configuration is valid.
+KAVO_EXPORT std::shared_ptr<Basic3dEnvironment> CreateBasic3dEnvironment(const Basic3dEnvironmentConfig& config);
+
+}  // namespace kavo::planning

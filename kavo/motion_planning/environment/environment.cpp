@@ -1,0 +1,7 @@
+#include "kavo/motion_planning/environment/environment.h"
+
+namespace kavo::planning {
+
+Environment::~Environment() = default;
+
+}  // namespace kavo::planning

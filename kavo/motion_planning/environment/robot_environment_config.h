@@ -1,0 +1,95 @@
+#pragma once
+
+#include <Eigen/Core>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "kavo/kinematics/interface/configuration_limits.h"
+#include "kavo/kinematics/interface/joint_limits.h"
+#include "kavo/kinematics/interface/kinematics.h"
+#include "kavo/kinematics/interface/robot_description.h"
+#include "kavo/math/sphere.h"
+#include "kavo/util/export.h"
+#include "kavo/world/world_view.h"
+
+namespace kavo::planning {
+
+//! Everything that a `RobotEnvironment` is built from. A value: environments copy what they need, so that later changes
+//! touch only environments built afterwards.
+class KAVO_EXPORT RobotEnvironmentConfig {
+ public:
+  //! Takes kinematics, joint limits and collision spheres from the description, which is not kept. The task-space frame
+  //! is the last frame of the kinematics; there are no task-space limits yet.
+  //!
+  //! \param robot_description The robot, as this library's builder or loaders made it.
+  //! \param world_view_in The obstacles.
+  //! \param distance_weights_in Weights of the squared distance between configurations, one for each joint; another
+  //!   number of weights than joints is a fatal error.
+  //! \param max_sampling_attempts_in Random configurations that `SampleConfiguration` tries before it gives up. A
+  //!   negative number is practically unlimited.
+  //! \param c_space_seed_in Joint i is sampled with the seed `c_space_seed_in` + i.
+  //! \param task_space_seed_in Seed of the task-space samples.
+  RobotEnvironmentConfig(const RobotDescription* robot_description, const WorldView& world_view_in,
+                         const Eigen::VectorXd& distance_weights_in, int max_sampling_attempts_in, int c_space_seed_in,
+                         int task_space_seed_in);
+
+  //! The kinematic model, shared with every environment built from this configuration.
+  std::shared_ptr<kavo::Kinematics> Kinematics() const { return kinematics_; }
+  //! Number of c-space coordinates of the kinematics.
+  int NumJoints() const { return static_cast<int>(kinematics_->numCSpaceCoords()); }
+  //! Names of the frames that carry collision spheres, in the order in which each got its first one.
+  const std::vector<std::string>& FrameNames() const { return collision_frame_names_; }
+  //! Names of all frames of the kinematics.
+  std::vector<std::string> GetFrameNames() const { return kinematics_->frameNames(); }
+  const std::vector<kinematics::JointLimits>& JointLimits() const { return joint_limits_; }
+  //! The spheres of a frame in the frame's coordinates (metres), in the order added; empty for a frame without any.
+  std::vector<math::Sphere> CollisionSpheres(const std::string& frame_name) const;
+  //! The frame whose position is the task-space position.
+  kavo::Kinematics::FrameHandle GetTaskSpaceFrame() const { return task_space_frame_; }
+  //! The box to sample in task space, relative to the robot base (metres); empty until one was set.
+  std::optional<kinematics::ConfigurationLimits> TryGetTaskSpaceLimits() const { return task_space_limits_; }
+
+  //! Sets the task-space frame and returns its handle. An unknown name (case counts) is warned about, changes nothing
+  //! and gives an empty result.
+  std::optional<kavo::Kinematics::FrameHandle> SetTaskSpaceFrame(const std::string& frame_name);
+
+  //! Sets the box to sample in task space; its dimension must be 3, otherwise a fatal error.
+  void SetTaskSpaceLimits(kinematics::ConfigurationLimits task_space_limits);
+
+  //! Attaches a collision sphere to a frame. Neither the name nor the sphere is checked here; an unknown name surfaces
+  //! when an environment is created.
+  void AddCollisionSphere(const std::string& frame_name, const math::Sphere& sphere);
+
+  WorldView world_view;
+  int max_sampling_attempts;
+  int c_space_seed;
+  int task_space_seed;
+  Eigen::VectorXd distance_weights;
+
+ private:
+  void ValidateInput() const;
+  void AddCollisionSpheres(const RobotDescription* robot_description);
+
+  std::shared_ptr<kavo::Kinematics> kinematics_;
+  int num_joints_;
+  std::vector<kinematics::JointLimits> joint_limits_;
+  std::optional<kinematics::ConfigurationLimits> task_space_limits_;
+  std::vector<std::string> collision_frame_names_;
+  std::map<std::string, std::vector<math::Sphere>> collision_spheres_;
+  kavo::Kinematics::FrameHandle task_space_frame_;
+};
+
+//! The configuration of the built-in Franka arm, with task-space seed 142. Parameters as for the constructor above.
+KAVO_EXPORT RobotEnvironmentConfig BuildFrankaRobotEnvironmentConfig(const WorldView& world_view,
+                                                                     const Eigen::VectorXd& distance_weights,
+                                                                     int max_sampling_attempts, int c_space_seed);
+
+//! The configuration of the built-in three-link arm, with task-space seed 142. Parameters as for the constructor above.
+KAVO_EXPORT RobotEnvironmentConfig BuildThreeLinkRobotEnvironmentConfig(const WorldView& world_view,
+                                                                        const Eigen::Vector3d& distance_weights,
+                                                                        int max_sampling_attempts, int c_space_seed);
+
+}  // namespace kavo::planning

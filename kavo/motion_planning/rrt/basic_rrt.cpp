@@ -1,0 +1,153 @@
+#include "kavo/motion_planning/rrt/basic_rrt.h"
+
+#include <algorithm>
+#include <cstdint>
+
+#include "kavo/motion_planning/rrt/rrt_util.h"
+#include "kavo/motion_planning/util/vector_math_internal.h"
+#include "kavo/util/log_message.h"
+
+namespace kavo::planning {
+
+BasicRRTConfig::BasicRRTConfig(const Eigen::VectorXd& q_target_tolerance_in, double edge_length_in,
+                               unsigned long max_iterations_in, bool use_approx_closest_in)
+    : q_target_tolerance(q_target_tolerance_in),
+      edge_length(edge_length_in),
+      max_iterations(max_iterations_in),
+      use_approx_closest(use_approx_closest_in) {
+  for (Eigen::Index i = 0; i < q_target_tolerance.size(); ++i) {
+    KAVO_CHECK(q_target_tolerance(i) > 0., "motion_planning/rrt/basic_rrt", 34)
+        << "Each element of 'q_target_tolerance' [" << q_target_tolerance.transpose() << "] must be positive.";
+  }
+  KAVO_CHECK(edge_length > 0., "motion_planning/rrt/basic_rrt", 39)
+      << "'edge_length' [" << edge_length << "] must be positive.";
+}
+
+namespace {
+
+class BasicRRT final : public RRT {
+ public:
+  BasicRRT(const BasicRRTConfig& config, const std::shared_ptr<Environment>& environment, std::unique_ptr<Tree>& tree)
+      : config_(config),
+        environment_(environment),
+        tree_(&tree),
+        dimension_(static_cast<int>(config.q_target_tolerance.size())) {
+    ValidateWorldDimension();
+    ValidateTreeDimension(tree, dimension_);
+  }
+
+  int CSpaceDimension() const override { return dimension_; }
+
+  std::optional<std::vector<std::shared_ptr<Node>>> TryToFindPath(const Eigen::VectorXd& q_initial,
+                                                                  const Eigen::VectorXd& q_target) override {
+    KAVO_CHECK(dimension_ >= 3, "motion_planning/rrt/basic_rrt", 60)
+        << "BasicRRT plans for a point in 3-D, not in dimension [" << dimension_ << "].";
+    KAVO_CHECK(q_initial.size() >= 3, "motion_planning/rrt/basic_rrt", 62)
+        << "'q_initial' [" << q_initial.transpose() << "] must have at least 3 coordinates.";
+    KAVO_CHECK(q_target.size() == 3, "motion_planning/rrt/basic_rrt", 64)
+        << "'q_target' [" << q_target.transpose() << "] must have 3 coordinates.";
+    if (!ValidateConfiguration(q_initial.head<3>()) || !ValidateConfiguration(q_target)) {
+      return std::nullopt;
+    }
+    problem_ = {q_initial, q_target, 0, std::nullopt};
+    GetTree().ClearAndSetRoot(Node(q_initial));
+    while (!problem_.target_node) {
+      if (problem_.num_iterations >= config_.max_iterations) {
+        return std::nullopt;
+      }
+      const std::optional<Eigen::VectorXd> q_sample = environment_->SampleConfiguration();
+      if (!q_sample) {
+        KAVO_LOG(LogLevel::kWarning) << "Unable to successfully sample configurations.";
+        return std::nullopt;
+      }
+      Extend(*q_sample);
+      ++problem_.num_iterations;
+    }
+    std::vector<std::shared_ptr<Node>> path = GetTree().Backtrace(*problem_.target_node);
+    std::reverse(path.begin(), path.end());
+    return path;
+  }
+
+  std::vector<Eigen::VectorXd> GetAllValidatedConfigurations() const override {
+    std::vector<Eigen::VectorXd> configurations;
+    ExtractConfigurations(GetTree().Nodes(), configurations);
+    return configurations;
+  }
+
+  std::vector<std::pair<Eigen::VectorXd, Eigen::VectorXd>> GetAllValidatedEdges() const override {
+    std::vector<std::pair<Eigen::VectorXd, Eigen::VectorXd>> edges;
+    ExtractEdges(GetTree().Nodes(), edges);
+    return edges;
+  }
+
+ private:
+  struct ProblemState {
+    Eigen::VectorXd q_initial;
+    Eigen::VectorXd q_target;
+    std::uint64_t num_iterations = 0;
+    std::optional<std::shared_ptr<Node>> target_node;
+  };
+
+  Tree& GetTree() const { return **tree_; }
+
+  void ValidateWorldDimension() const {
+    KAVO_CHECK(environment_->CSpaceDimension() == dimension_, "motion_planning/rrt/basic_rrt", 108)
+        << "World dimension [" << environment_->CSpaceDimension() << "] does not match BasicRRT dimension ["
+        << dimension_ << "]";
+  }
+
+  bool ValidateConfiguration(const Eigen::Vector3d& q) const {
+    const Eigen::VectorXd configuration = q;
+    // An environment may accept a point that is not finite; no walk from or to it would end.
+    if (environment_->IsValidConfiguration(configuration) && internal::IsFinite(configuration)) {
+      return true;
+    }
+    KAVO_LOG(LogLevel::kWarning) << "Invalid configuration, [" << q.transpose() << "].";
+    return false;
+  }
+
+  void Extend(const Eigen::VectorXd& q_sample) {
+    Tree& tree = GetTree();
+    std::shared_ptr<Node> parent =
+        (config_.use_approx_closest ? tree.GetApproxClosest(q_sample) : tree.GetClosest(q_sample)).node;
+    const Eigen::VectorXd step = internal::StepToward(parent->Configuration(), q_sample, config_.edge_length);
+    Eigen::VectorXd q_new = parent->Configuration() + step;
+    while (environment_->IsValidConfiguration(q_new)) {
+      parent = tree.Insert(Node(q_new, parent));
+      if (IsAtTarget(q_new)) {
+        problem_.target_node = tree.Insert(Node(problem_.q_target, parent));
+        return;
+      }
+      if (tree.Distance(q_new, q_sample) < config_.edge_length || !internal::Advance(step, q_new)) {
+        return;
+      }
+    }
+  }
+
+  bool IsAtTarget(const Eigen::VectorXd& q) const {
+    const Eigen::VectorXd& target = problem_.q_target;
+    const Eigen::VectorXd& tolerance = config_.q_target_tolerance;
+    const Eigen::VectorXd position = q.head<3>();
+    for (Eigen::Index i = 0; i < target.size(); ++i) {
+      if (!(target[i] - tolerance[i] <= position[i] && position[i] <= tolerance[i] + target[i])) {
+        return false;
+      }
+    }
+    return GetTree().Distance(target, position) <= config_.edge_length;
+  }
+
+  BasicRRTConfig config_;
+  std::shared_ptr<Environment> environment_;
+  std::unique_ptr<Tree>* tree_;
+  int dimension_;
+  ProblemState problem_;
+};
+
+}  // namespace
+
+std::shared_ptr<RRT> CreateBasicRRT(const BasicRRTConfig& config, const std::shared_ptr<Environment>& environment,
+                                    std::unique_ptr<Tree>& tree) {
+  return std::make_shared<BasicRRT>(config, environment, tree);
+}
+
+}  // namespace kavo::planning

@@ -1,0 +1,7 @@
+#include "kavo/motion_planning/rrt/rrt.h"
+
+namespace kavo::planning {
+
+RRT::~RRT() = default;
+
+}  // namespace kavo::planning

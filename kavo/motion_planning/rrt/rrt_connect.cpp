@@ -1,0 +1,185 @@
+#include "kavo/motion_planning/rrt/rrt_connect.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <utility>
+
+#include "kavo/motion_planning/rrt/rrt_util.h"
+#include "kavo/motion_planning/util/vector_math_internal.h"
+#include "kavo/util/clip_warning.h"
+#include "kavo/util/log_message.h"
+
+namespace kavo::planning {
+
+RRTConnectConfig::RRTConnectConfig(double edge_length_in, unsigned long max_iterations_in,
+                                   double exploration_fraction_in)
+    : edge_length(edge_length_in),
+      max_iterations(max_iterations_in),
+      exploration_fraction(exploration_fraction_in) {
+  KAVO_CHECK(edge_length > 0., "motion_planning/rrt/rrt_connect", 31)
+      << "'edge_length' [" << edge_length << "] must be positive.";
+  if (!(exploration_fraction >= 0.0 && exploration_fraction <= 1.0)) {
+    // NaN passes through std::clamp.
+    exploration_fraction = std::clamp(exploration_fraction_in, 0.0, 1.0);
+    util::LogClippedWarning(exploration_fraction_in, exploration_fraction, 0.0, 1.0,
+                            "Invalid exploration factor for RRT-Connect");
+  }
+}
+
+namespace {
+
+class RRTConnect final : public RRT {
+ public:
+  RRTConnect(const RRTConnectConfig& config, const std::shared_ptr<Environment>& environment,
+             std::unique_ptr<Tree>& tree_a, std::unique_ptr<Tree>& tree_b)
+      : config_(config),
+        environment_(environment),
+        tree_a_(&tree_a),
+        tree_b_(&tree_b),
+        dimension_(environment->CSpaceDimension()) {
+    ValidateTreeDimension(tree_a, dimension_);
+    ValidateTreeDimension(tree_b, dimension_);
+  }
+
+  int CSpaceDimension() const override { return dimension_; }
+
+  std::optional<std::vector<std::shared_ptr<Node>>> TryToFindPath(const Eigen::VectorXd& q_initial,
+                                                                  const Eigen::VectorXd& q_target) override {
+    if (!ValidateConfiguration(q_initial) || !ValidateConfiguration(q_target)) {
+      return std::nullopt;
+    }
+    problem_ = ProblemState{};
+    problem_.q_initial = q_initial;
+    problem_.q_target = q_target;
+    problem_.last_configuration_a = q_initial;
+    problem_.last_configuration_b = q_target;
+    TreeA().ClearAndSetRoot(Node(q_initial));
+    TreeB().ClearAndSetRoot(Node(q_target));
+
+    while (!IsConnected()) {
+      if (problem_.num_iterations >= config_.max_iterations) {
+        return std::nullopt;
+      }
+      const bool explore = problem_.num_steps * config_.exploration_fraction > problem_.num_exploration_steps;
+      ++problem_.num_steps;
+      if (explore) {
+        ++problem_.num_exploration_steps;
+        const std::optional<Eigen::VectorXd> q_sample = environment_->SampleConfiguration();
+        if (!q_sample) {
+          KAVO_LOG(LogLevel::kWarning) << "Unable to successfully sample configurations.";
+          return std::nullopt;
+        }
+        ExtendTreeA(*q_sample);
+      } else {
+        if (problem_.start_tree_turn != IsStartTreeA()) {
+          SwapTrees();
+        }
+        problem_.start_tree_turn = !problem_.start_tree_turn;
+        // A copy: the goal is where the other tree ends now.
+        const Eigen::VectorXd q_goal = problem_.last_configuration_b;
+        ExtendTreeA(q_goal);
+      }
+      SwapTrees();
+      ++problem_.num_iterations;
+    }
+
+    if (!IsStartTreeA()) {
+      SwapTrees();
+    }
+    std::vector<std::shared_ptr<Node>> path = TreeA().Backtrace(*problem_.connection_a);
+    std::reverse(path.begin(), path.end());
+    const std::vector<std::shared_ptr<Node>> rest = TreeB().Backtrace(*problem_.connection_b);
+    path.insert(path.end(), rest.begin(), rest.end());
+    return path;
+  }
+
+  std::vector<Eigen::VectorXd> GetAllValidatedConfigurations() const override {
+    std::vector<Eigen::VectorXd> configurations;
+    ExtractConfigurations(TreeA().Nodes(), configurations);
+    ExtractConfigurations(TreeB().Nodes(), configurations);
+    return configurations;
+  }
+
+  std::vector<std::pair<Eigen::VectorXd, Eigen::VectorXd>> GetAllValidatedEdges() const override {
+    std::vector<std::pair<Eigen::VectorXd, Eigen::VectorXd>> edges;
+    ExtractEdges(TreeA().Nodes(), edges);
+    ExtractEdges(TreeB().Nodes(), edges);
+    return edges;
+  }
+
+ private:
+  // Trees A and B are what the first and the second owner hold at the moment.
+  struct ProblemState {
+    Eigen::VectorXd q_initial;
+    Eigen::VectorXd q_target;
+    std::uint64_t num_iterations = 0;
+    // Exchanges of the trees so far: the start tree is tree A while this is even.
+    std::uint64_t num_swaps = 0;
+    std::optional<std::shared_ptr<Node>> connection_a;
+    std::optional<std::shared_ptr<Node>> connection_b;
+    Eigen::VectorXd last_configuration_a;
+    Eigen::VectorXd last_configuration_b;
+    std::int32_t num_steps = 0;
+    std::int32_t num_exploration_steps = 0;
+    // Whether the next extension towards the other tree must grow the start tree.
+    bool start_tree_turn = true;
+  };
+
+  Tree& TreeA() const { return **tree_a_; }
+  Tree& TreeB() const { return **tree_b_; }
+  bool IsStartTreeA() const { return problem_.num_swaps % 2 == 0; }
+  bool IsConnected() const { return problem_.connection_a && problem_.connection_b; }
+
+  bool ValidateConfiguration(const Eigen::VectorXd& q) const {
+    // An environment may accept a configuration that is not finite; no walk from or to it would end.
+    if (environment_->IsValidConfiguration(q) && internal::IsFinite(q)) {
+      return true;
+    }
+    KAVO_LOG(LogLevel::kWarning) << "Invalid configuration, [" << q.transpose() << "].";
+    return false;
+  }
+
+  void SwapTrees() {
+    std::swap(*tree_a_, *tree_b_);
+    std::swap(problem_.last_configuration_a, problem_.last_configuration_b);
+    if (IsConnected()) {
+      std::swap(problem_.connection_a, problem_.connection_b);
+    }
+    ++problem_.num_swaps;
+  }
+
+  void ExtendTreeA(const Eigen::VectorXd& q_goal) {
+    std::shared_ptr<Node> parent = TreeA().GetClosest(q_goal).node;
+    const Eigen::VectorXd step = internal::StepToward(parent->Configuration(), q_goal, config_.edge_length);
+    Eigen::VectorXd q_new = parent->Configuration() + step;
+    while (environment_->IsValidConfiguration(q_new)) {
+      parent = TreeA().Insert(Node(q_new, parent));
+      problem_.last_configuration_a = q_new;
+      const ClosestNode closest = TreeB().GetClosest(q_new);
+      if (closest.distance <= config_.edge_length) {
+        problem_.connection_a = parent;
+        problem_.connection_b = closest.node;
+      }
+      const bool arrived = TreeA().Distance(q_new, q_goal) < config_.edge_length;
+      if (IsConnected() || arrived || !internal::Advance(step, q_new)) {
+        return;
+      }
+    }
+  }
+
+  RRTConnectConfig config_;
+  std::shared_ptr<Environment> environment_;
+  std::unique_ptr<Tree>* tree_a_;
+  std::unique_ptr<Tree>* tree_b_;
+  int dimension_;
+  ProblemState problem_;
+};
+
+}  // namespace
+
+std::shared_ptr<RRT> CreateRRTConnect(const RRTConnectConfig& config, const std::shared_ptr<Environment>& environment,
+                                      std::unique_ptr<Tree>& tree_a, std::unique_ptr<Tree>& tree_b) {
+  return std::make_shared<RRTConnect>(config, environment, tree_a, tree_b);
+}
+
+}  // namespace kavo::planning

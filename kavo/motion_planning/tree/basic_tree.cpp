@@ -1,0 +1,153 @@
+#include "kavo/motion_planning/tree/basic_tree.h"
+
+#include <limits>
+#include <optional>
+#include <unordered_map>
+#include <vector>
+
+#include "kavo/motion_planning/tree/nearest_scan_internal.h"
+#include "kavo/util/log_message.h"
+
+namespace kavo::planning {
+
+namespace {
+
+using internal::NearestScan;
+using MetricFunction = double (*)(const Eigen::VectorXd&, const Eigen::VectorXd&);
+
+class BasicTree final : public Tree {
+ public:
+  BasicTree(unsigned long dimension, const DistanceMetric& metric, bool supports_node_id)
+      : dimension_(static_cast<int>(dimension)),
+        metric_(metric),
+        supports_node_id_(supports_node_id),
+        scan_metric_(RecogniseMetric(metric_, dimension_)),
+        scan_(dimension) {}
+
+  int CSpaceDimension() const override { return dimension_; }
+  std::uint64_t NumNodes() const override { return nodes_.size(); }
+  const std::vector<std::shared_ptr<Node>>& Nodes() const override { return nodes_; }
+  bool SupportsNodeId() const override { return supports_node_id_; }
+
+  std::shared_ptr<Node> ClearAndSetRoot(const Node& node) override {
+    nodes_.clear();
+    id_map_.clear();
+    scan_.Clear();
+    KAVO_CHECK(!node.Parent().has_value(), "motion_planning/tree/basic_tree", 26);
+    return Insert(node);
+  }
+
+  std::shared_ptr<Node> Insert(const Node& node) override {
+    if (node.Dimension() != dimension_) {
+      LogFatalDimensionMismatchError(static_cast<int>(node.Dimension()));
+    }
+    nodes_.push_back(std::make_shared<Node>(node));
+    // One node of the wrong length ends the contiguous copy: it then falls behind the list, and stays unused.
+    if (node.Dimension() == dimension_ && scan_.Size() + 1 == nodes_.size()) {
+      scan_.Append(node.Configuration().data());
+    }
+    if (supports_node_id_) {
+      KAVO_CHECK(node.TryGetId().has_value(), "motion_planning/tree/basic_tree", 40);
+      id_map_.emplace(*node.TryGetId(), nodes_.back());
+    }
+    return nodes_.back();
+  }
+
+  ClosestNode GetClosest(const Eigen::VectorXd& q) const override {
+    if (q.size() != dimension_) {
+      LogFatalDimensionMismatchError(static_cast<int>(q.size()));
+      if (scan_metric_) {
+        return {nodes_.front(), std::numeric_limits<double>::quiet_NaN()};
+      }
+    }
+    if (scan_metric_ && scan_.Size() == nodes_.size()) {
+      const NearestScan::Result closest = scan_.Closest(*scan_metric_, q.data(), Weights());
+      return {nodes_[closest.index], closest.distance};
+    }
+    std::size_t closest = 0;
+    double closest_distance = Measure(*nodes_.front(), q);
+    for (std::size_t i = 0; i < nodes_.size(); ++i) {
+      const double distance = Measure(*nodes_[i], q);
+      if (closest_distance > distance) {
+        closest = i;
+        closest_distance = distance;
+      }
+    }
+    return {nodes_[closest], closest_distance};
+  }
+
+  std::vector<std::shared_ptr<Node>> Backtrace(const std::shared_ptr<Node>& node) override {
+    std::vector<std::shared_ptr<Node>> chain{node};
+    while (chain.back()->Parent().has_value()) {
+      // A copy first: growing the list may move the element that the parent is read from.
+      std::shared_ptr<Node> parent = *chain.back()->Parent();
+      chain.push_back(std::move(parent));
+    }
+    return chain;
+  }
+
+  double Distance(const Eigen::VectorXd& q0, const Eigen::VectorXd& q1) const override { return metric_(q0, q1); }
+
+  std::optional<std::shared_ptr<Node>> TryGetNode(unsigned int id) const override {
+    const auto found = id_map_.find(id);
+    if (found != id_map_.end()) {
+      return found->second;
+    }
+    KAVO_LOG(LogLevel::kWarning) << "Unable to find node with id \"" << id << "\" in tree.";
+    return std::nullopt;
+  }
+
+ private:
+  void LogFatalDimensionMismatchError(int input_dimension) const {
+    KAVO_LOG(LogLevel::kCritical) << "Input dimension [" << input_dimension << "] does not match tree dimension ["
+                                  << dimension_ << "].";
+  }
+
+  // The kind of a metric that the contiguous scan knows; empty for a caller's own.
+  static std::optional<NearestScan::Metric> RecogniseMetric(const DistanceMetric& metric, int dimension) {
+    if (const MetricFunction* function = metric.target<MetricFunction>()) {
+      if (*function == &L2Norm) {
+        return NearestScan::Metric::kL2;
+      }
+      if (*function == &SquaredL2Norm) {
+        return NearestScan::Metric::kSquaredL2;
+      }
+    }
+    if (const auto* weighted = metric.target<WeightedSquaredL2Norm>()) {
+      if (weighted->Weights().size() == dimension) {
+        return NearestScan::Metric::kWeightedSquaredL2;
+      }
+    }
+    return std::nullopt;
+  }
+
+  const double* Weights() const {
+    const auto* weighted = metric_.target<WeightedSquaredL2Norm>();
+    return weighted != nullptr ? weighted->Weights().data() : nullptr;
+  }
+
+  // The metrics that the scan knows have no distance between different lengths, and one of them does not check.
+  double Measure(const Node& node, const Eigen::VectorXd& q) const {
+    if (scan_metric_ && node.Dimension() != q.size()) {
+      return std::numeric_limits<double>::quiet_NaN();
+    }
+    return metric_(node.Configuration(), q);
+  }
+
+  int dimension_;
+  DistanceMetric metric_;
+  std::vector<std::shared_ptr<Node>> nodes_;
+  bool supports_node_id_;
+  // The first node with an id keeps it.
+  std::unordered_map<unsigned int, std::shared_ptr<Node>> id_map_;
+  std::optional<NearestScan::Metric> scan_metric_;
+  NearestScan scan_;
+};
+
+}  // namespace
+
+std::unique_ptr<Tree> CreateBasicTree(unsigned long dimension, const DistanceMetric& metric, bool supports_node_id) {
+  return std::make_unique<BasicTree>(dimension, metric, supports_node_id);
+}
+
+}  // namespace kavo::planning

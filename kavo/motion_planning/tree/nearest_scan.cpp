@@ -1,0 +1,121 @@
+#include "kavo/motion_planning/tree/nearest_scan_internal.h"
+
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "kavo/motion_planning/tree/nearest_scan.cpp"
+#include <hwy/foreach_target.h>
+#include <hwy/highway.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+HWY_BEFORE_NAMESPACE();
+namespace kavo::planning::internal::HWY_NAMESPACE {
+namespace hn = hwy::HWY_NAMESPACE;
+
+// One part of a scan: goes on from `best` over the points of a chunk, of which the first has index `first_index`.
+template <bool kWeighted, bool kRoot>
+void ScanChunk(const double* HWY_RESTRICT chunk, std::size_t num_points, std::size_t dimension,
+               const double* HWY_RESTRICT query, const double* HWY_RESTRICT weights, std::size_t first_index,
+               NearestScan::Result& best) {
+  const hn::CappedTag<double, NearestScan::kBlock> d;
+  const std::size_t lanes = hn::Lanes(d);
+  HWY_ALIGN double sums[NearestScan::kBlock];
+  for (std::size_t begin = 0; begin < num_points; begin += lanes) {
+    const std::size_t block = begin / NearestScan::kBlock * NearestScan::kBlock;
+    const double* HWY_RESTRICT coordinates = chunk + block * dimension + (begin - block);
+    // Each lane sums the terms of its own point in coordinate order.
+    auto sum = hn::Zero(d);
+    for (std::size_t i = 0; i < dimension; ++i) {
+      const auto difference =
+          hn::Sub(hn::Load(d, coordinates + i * NearestScan::kBlock), hn::Set(d, query[i]));
+      auto term = hn::Mul(difference, difference);
+      if constexpr (kWeighted) {
+        term = hn::Mul(hn::Set(d, weights[i]), term);
+      }
+      sum = hn::Add(sum, term);
+    }
+    if (HWY_LIKELY(hn::AllFalse(d, hn::Lt(sum, hn::Set(d, best.sum))))) {
+      continue;
+    }
+    hn::Store(sum, d, sums);
+    for (std::size_t lane = 0; lane < lanes; ++lane) {
+      if (sums[lane] < best.sum) {
+        // Different sums may have one root. The plain loop compares roots, so the earlier point keeps its place.
+        const double distance = kRoot ? std::sqrt(sums[lane]) : sums[lane];
+        if (best.distance > distance) {
+          best = {first_index + begin + lane, distance, sums[lane]};
+        }
+      }
+    }
+  }
+}
+
+void ScanL2(const double* chunk, std::size_t num_points, std::size_t dimension, const double* query,
+            const double* weights, std::size_t first_index, NearestScan::Result& best) {
+  ScanChunk<false, true>(chunk, num_points, dimension, query, weights, first_index, best);
+}
+
+void ScanSquaredL2(const double* chunk, std::size_t num_points, std::size_t dimension, const double* query,
+                   const double* weights, std::size_t first_index, NearestScan::Result& best) {
+  ScanChunk<false, false>(chunk, num_points, dimension, query, weights, first_index, best);
+}
+
+void ScanWeightedSquaredL2(const double* chunk, std::size_t num_points, std::size_t dimension, const double* query,
+                           const double* weights, std::size_t first_index, NearestScan::Result& best) {
+  ScanChunk<true, false>(chunk, num_points, dimension, query, weights, first_index, best);
+}
+
+}  // namespace kavo::planning::internal::HWY_NAMESPACE
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+
+namespace kavo::planning::internal {
+
+HWY_EXPORT(ScanL2);
+HWY_EXPORT(ScanSquaredL2);
+HWY_EXPORT(ScanWeightedSquaredL2);
+
+namespace {
+
+constexpr std::size_t kChunk = NearestScan::kBlock * NearestScan::kBlocksPerChunk;
+
+}  // namespace
+
+void NearestScan::Append(const double* point) {
+  const std::size_t in_chunk = size_ % kChunk;
+  const std::size_t chunk = size_ / kChunk;
+  if (chunk == chunks_.size()) {
+    chunks_.push_back(hwy::AllocateAligned<double>(kChunk * std::max<std::size_t>(dimension_, 1)));
+  }
+  double* const block = chunks_[chunk].get() + in_chunk / kBlock * kBlock * dimension_;
+  if (in_chunk % kBlock == 0) {
+    std::fill_n(block, kBlock * dimension_, std::numeric_limits<double>::quiet_NaN());
+  }
+  for (std::size_t i = 0; i < dimension_; ++i) {
+    block[i * kBlock + in_chunk % kBlock] = point[i];
+  }
+  ++size_;
+}
+
+NearestScan::Result NearestScan::Closest(Metric metric, const double* query, const double* weights) const {
+  double sum = 0.0;
+  for (std::size_t i = 0; i < dimension_; ++i) {
+    const double difference = chunks_[0][i * kBlock] - query[i];
+    const double term = difference * difference;
+    sum += metric == Metric::kWeightedSquaredL2 ? weights[i] * term : term;
+  }
+  Result best{0, metric == Metric::kL2 ? std::sqrt(sum) : sum, sum};
+  const auto scan = metric == Metric::kL2          ? HWY_DYNAMIC_POINTER(ScanL2)
+                    : metric == Metric::kSquaredL2 ? HWY_DYNAMIC_POINTER(ScanSquaredL2)
+                                                   : HWY_DYNAMIC_POINTER(ScanWeightedSquaredL2);
+  for (std::size_t begin = 0; begin < size_; begin += kChunk) {
+    scan(chunks_[begin / kChunk].get(), std::min(kChunk, size_ - begin), dimension_, query, weights, begin, best);
+  }
+  return best;
+}
+
+}  // namespace kavo::planning::internal
+
+#endif  // HWY_ONCE

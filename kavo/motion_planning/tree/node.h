@@ -1,0 +1,44 @@
+#pragma once
+
+#include <Eigen/Core>
+#include <memory>
+#include <optional>
+
+#include "kavo/util/export.h"
+
+namespace kavo::planning {
+
+//! A vertex of a tree of configurations: a configuration, the node it was reached from, and optionally a number.
+//!
+//! Nodes are shared by `std::shared_ptr`; each keeps its parent alive, and so the whole chain to its root. Destroying the
+//! last owner of a long chain takes constant stack.
+class KAVO_EXPORT Node {
+ public:
+  //! A root: no parent, no id.
+  explicit Node(const Eigen::VectorXd& configuration);
+  //! A child of `parent`. The parent counts as set even if the pointer is null; no id.
+  Node(const Eigen::VectorXd& configuration, const std::shared_ptr<Node>& parent);
+
+  Node(const Node&);
+  Node(Node&&) noexcept;
+  Node& operator=(const Node&);
+  Node& operator=(Node&&) noexcept;
+  ~Node();
+
+  Eigen::Index Dimension() const { return configuration_.size(); }
+  const Eigen::VectorXd& Configuration() const { return configuration_; }
+  //! The parent; empty for a root.
+  const std::optional<std::shared_ptr<Node>>& Parent() const { return parent_; }
+
+  //! Sets the id, replacing an earlier one. Ids are given by planners, never by trees.
+  void SetId(unsigned int id) { id_ = id; }
+  //! The id; empty until one was set.
+  std::optional<unsigned int> TryGetId() const { return id_; }
+
+ private:
+  Eigen::VectorXd configuration_;
+  std::optional<std::shared_ptr<Node>> parent_;
+  std::optional<unsigned int> id_;
+};
+
+}  // namespace kavo::planning
