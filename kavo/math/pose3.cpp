@@ -4,12 +4,13 @@
 
 #include "kavo/math/rigid_transform.h"
 
-// Written out by coordinate: the order of the sums, and so every last bit, is the same on every target. Eigen's own
-// quaternion kernels differ between instruction sets.
+// Written out by coordinate: the order of the sums, and so every last bit, is the same on every target.
+// Eigen's own quaternion kernels differ between instruction sets.
 
 namespace kavo {
 
-Pose3::Pose3(const Eigen::Quaterniond& rotation, const Eigen::Vector3d& translation) : translation_(translation) {
+Pose3::Pose3(const Eigen::Quaterniond& rotation, const Eigen::Vector3d& translation)
+    : translation_(translation) {
   const double x = rotation.x();
   const double y = rotation.y();
   const double z = rotation.z();

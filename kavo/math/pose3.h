@@ -9,15 +9,15 @@ namespace kavo {
 
 //! A rigid transform of space: x -> R x + t, with R the rotation of a unit quaternion.
 //!
-//! Invariant: |rotation()| = 1 to rounding. Seven doubles. Translations are in metres; quaternion coefficients are stored
-//! x y z w.
+//! Invariant: |rotation()| = 1 to rounding. Seven doubles. Translations are in metres; quaternion
+//! coefficients are stored x y z w.
 class KAVO_EXPORT Pose3 {
  public:
   //! The identity transform.
   Pose3() : rotation_(1.0, 0.0, 0.0, 0.0), translation_(0.0, 0.0, 0.0) {}
 
-  //! From a rotation and a translation. The quaternion is scaled to unit length; one that has none (zero, NaN) gives NaN
-  //! coefficients.
+  //! From a rotation and a translation. The quaternion is scaled to unit length; one that has none (zero,
+  //! NaN) gives NaN coefficients.
   Pose3(const Eigen::Quaterniond& rotation, const Eigen::Vector3d& translation);
 
   static Pose3 Identity() { return {}; }

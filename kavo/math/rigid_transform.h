@@ -6,8 +6,9 @@
 
 namespace kavo::math {
 
-//! A rigid transform x -> R x + t with R as a matrix: twelve doubles instead of the seven of `Pose3`, and half the work
-//! for each composition or point. Hot loops compute in this form; `Pose3` is the form to store and pass around.
+//! A rigid transform x -> R x + t with R as a matrix: twelve doubles instead of the seven of `Pose3`, and
+//! half the work for each composition or point. Hot loops compute in this form; `Pose3` is the form to store
+//! and pass around.
 //!
 //! Invariant: R is a proper rotation to rounding. Sums run in coordinate order on every target.
 struct RigidTransform {

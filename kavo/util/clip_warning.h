@@ -11,6 +11,7 @@ namespace kavo::util {
 //! \param clipped The value that is used.
 //! \param lower, upper The range.
 //! \param description What is wrong with which setting; starts the message.
-KAVO_EXPORT void LogClippedWarning(double value, double clipped, double lower, double upper, std::string_view description);
+KAVO_EXPORT void LogClippedWarning(double value, double clipped, double lower, double upper,
+                                   std::string_view description);
 
 }  // namespace kavo::util

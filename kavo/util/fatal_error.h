@@ -9,8 +9,8 @@ namespace kavo::util {
 
 //! Thrown when a precondition of the library is broken, after the report has gone to the log sink.
 //!
-//! It is meant for the outermost boundary of a program. The object whose operation threw is only good for destruction;
-//! other objects are untouched. `what()` is the line that the default sink prints.
+//! It is meant for the outermost boundary of a program. The object whose operation threw is only good for
+//! destruction; other objects are untouched. `what()` is the line that the default sink prints.
 class KAVO_EXPORT FatalError : public std::logic_error {
  public:
   FatalError(std::string condition, std::string file, int line, std::string message);

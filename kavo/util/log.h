@@ -21,8 +21,8 @@ namespace util {
 
 //! The most detailed level that the current thread emits, as a number. Each thread starts at `kWarning`.
 //!
-//! A message of level L is formatted and emitted only while the threshold is at least L; -1 silences everything but fatal
-//! errors, which are never silenced.
+//! A message of level L is formatted and emitted only while the threshold is at least L; -1 silences
+//! everything but fatal errors, which are never silenced.
 extern KAVO_EXPORT thread_local int log_level_threshold;
 
 //! One report of the library.
@@ -38,12 +38,14 @@ struct LogRecord {
   std::string message;
 };
 
-//! Receives every record that passes the threshold, on the thread that issued it, possibly from several threads at once.
+//! Receives every record that passes the threshold, on the thread that issued it, possibly from several
+//! threads at once.
 using LogSink = std::function<void(const LogRecord&)>;
 
-//! Replaces the process-wide sink and returns the one that was in force. An empty `sink` restores the default, which
-//! writes one line to standard error. A sink's exceptions are swallowed: logging never changes what the library does.
-//! Safe to call from any thread; a record already on its way may still reach the old sink.
+//! Replaces the process-wide sink and returns the one that was in force. An empty `sink` restores the
+//! default, which writes one line to standard error. A sink's exceptions are swallowed: logging never changes
+//! what the library does. Safe to call from any thread; a record already on its way may still reach the old
+//! sink.
 KAVO_EXPORT LogSink SetLogSink(LogSink sink);
 
 //! The line that the default sink writes, without line end: "kavo: warning: <message>", or for a fatal record

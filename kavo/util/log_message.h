@@ -12,8 +12,8 @@ namespace kavo::util {
 
 //! A report waiting for its text. `operator&` with a stream that holds the text emits it.
 //!
-//! Binding by `&` lets the whole text be streamed first (`<<` binds tighter), so that a message that is not wanted can be
-//! skipped without being formatted: see `KAVO_LOG` and `KAVO_CHECK`.
+//! Binding by `&` lets the whole text be streamed first (`<<` binds tighter), so that a message that is not
+//! wanted can be skipped without being formatted: see `KAVO_LOG` and `KAVO_CHECK`.
 class KAVO_EXPORT LogMessage {
  public:
   //! A report of the given level that returns after it was emitted. It does not look at the threshold.
@@ -25,7 +25,8 @@ class KAVO_EXPORT LogMessage {
   //! \param line Line that the report is known by.
   LogMessage(std::string condition, std::string file, int line);
 
-  //! Emits the report with the text that `text` holds (a string stream; any other stream counts as empty text).
+  //! Emits the report with the text that `text` holds (a string stream; any other stream counts as empty
+  //! text).
   void operator&(const std::ostream& text);
 
  private:
@@ -36,13 +37,14 @@ class KAVO_EXPORT LogMessage {
 
 //! KAVO_LOG(level) << "text" << value;
 //! Emits a report if the current thread's threshold lets it through; nothing is evaluated otherwise.
-#define KAVO_LOG(level)                                                  \
-  (::kavo::util::log_level_threshold < static_cast<int>(level)) ? void() \
-                                                                : ::kavo::util::LogMessage(level) & KAVO_LOG_TEXT()
+#define KAVO_LOG(level)                                         \
+  (::kavo::util::log_level_threshold < static_cast<int>(level)) \
+      ? void()                                                  \
+      : ::kavo::util::LogMessage(level) & KAVO_LOG_TEXT()
 
 //! KAVO_CHECK(condition, "room/folder/file", line) << "text" << value;
-//! Throws `kavo::util::FatalError` unless the condition holds. Log filters key on file and line: they name the check and
-//! do not follow edits.
+//! Throws `kavo::util::FatalError` unless the condition holds. Log filters key on file and line: they name
+//! the check and do not follow edits.
 #define KAVO_CHECK(condition, file, line) \
   (condition) ? void() : ::kavo::util::LogMessage(#condition, file, line) & KAVO_LOG_TEXT()
 

@@ -1,6 +1,7 @@
 #include "kavo/util/random_generator.h"
 
 #include <limits>
+#include <type_traits>
 
 #include "kavo/util/log_message.h"
 
@@ -42,8 +43,8 @@ namespace internal {
 bool ValidateRangeImpl(const Eigen::Vector3d& min, const Eigen::Vector3d& max) {
   for (int i = 0; i < 3; ++i) {
     if (min[i] > max[i]) {
-      KAVO_LOG(LogLevel::kWarning) << "min(" << i << ") [" << min[i] << "] cannot be greater than max(" << i << ") ["
-                                   << max[i] << "]. Range will not be updated.";
+      KAVO_LOG(LogLevel::kWarning) << "min(" << i << ") [" << min[i] << "] cannot be greater than max(" << i
+                                   << ") [" << max[i] << "]. Range will not be updated.";
       return false;
     }
   }
@@ -53,7 +54,8 @@ bool ValidateRangeImpl(const Eigen::Vector3d& min, const Eigen::Vector3d& max) {
 }  // namespace internal
 
 template <typename T>
-RandomGenerator<T>::RandomGenerator(std::uint32_t seed) : engine_(seed), min_(InitialMin<T>()), max_(InitialMax<T>()) {}
+RandomGenerator<T>::RandomGenerator(std::uint32_t seed)
+    : engine_(seed), min_(InitialMin<T>()), max_(InitialMax<T>()) {}
 
 template <typename T>
 T RandomGenerator<T>::Sample() {

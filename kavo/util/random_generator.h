@@ -15,20 +15,20 @@ KAVO_EXPORT bool ValidateRangeImpl(const Eigen::Vector3d& min, const Eigen::Vect
 
 }  // namespace internal
 
-//! True when [min, max] is a range in every coordinate (equal bounds are). Otherwise warns about the first coordinate
-//! that is not, and is false.
+//! True when [min, max] is a range in every coordinate (equal bounds are). Otherwise warns about the first
+//! coordinate that is not, and is false.
 inline bool ValidateRange(const Eigen::Vector3d& min, const Eigen::Vector3d& max) {
   return internal::ValidateRangeImpl(min, max);
 }
 
 //! Uniform random values of a closed range, the same on every platform for the same seed.
 //!
-//! The engine is the 32-bit Mersenne Twister MT19937 (Matsumoto and Nishimura, 1998). A double is u * max + (1 - u) * min
-//! with u = x / 4294967295.0 and x one 32-bit draw, so both ends can come up; a 3-vector takes one draw per coordinate,
-//! x first; an int is min + x mod (max - min + 1).
+//! The engine is the 32-bit Mersenne Twister MT19937 (Matsumoto and Nishimura, 1998). A double is u * max +
+//! (1 - u) * min with u = x / 4294967295.0 and x one 32-bit draw, so both ends can come up; a 3-vector takes
+//! one draw per coordinate, x first; an int is min + x mod (max - min + 1).
 //!
-//! The range starts as [-1, 1] in every coordinate; for int as half of the type's range, [-1073741823, 1073741822].
-//! Not safe for use by several threads at once.
+//! The range starts as [-1, 1] in every coordinate; for int as half of the type's range, [-1073741823,
+//! 1073741822]. Not safe for use by several threads at once.
 //!
 //! \tparam T double, Eigen::Vector3d or int.
 template <typename T>

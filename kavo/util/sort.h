@@ -26,8 +26,8 @@ std::vector<IndexedValue> MakeIndexedValues(const Items& items, const Key& key) 
   return values;
 }
 
-// A total order: by key, NaN behind every number, then by index. So the result depends neither on the standard library
-// nor on keys that compare like nothing else.
+// A total order: by key, NaN behind every number, then by index. So the result depends neither on the
+// standard library nor on keys that compare like nothing else.
 template <typename Compare>
 auto TotalOrder(const Compare& compare) {
   return [compare](const IndexedValue& a, const IndexedValue& b) {
@@ -48,8 +48,8 @@ auto TotalOrder(const Compare& compare) {
 
 }  // namespace internal
 
-//! The keys of `items` with their indices, sorted by key; the items stay where they are. Callers may not rely on the
-//! order of equal keys.
+//! The keys of `items` with their indices, sorted by key; the items stay where they are. Callers may not rely
+//! on the order of equal keys.
 //! \param key Gives an item's key, a double.
 //! \param compare Order of keys: std::less<>() for ascending, std::greater<>() for descending.
 template <typename Items, typename Key, typename Compare = std::less<>>
@@ -59,9 +59,9 @@ std::vector<IndexedValue> Sort(const Items& items, const Key& key, const Compare
   return values;
 }
 
-//! The keys of `items` with their indices, such that the `count` keys that come first in the order `compare` stand
-//! before all others. The order within the two parts is open to callers. With `count` at or above the number of items
-//! the first part holds them all.
+//! The keys of `items` with their indices, such that the `count` keys that come first in the order `compare`
+//! stand before all others. The order within the two parts is open to callers. With `count` at or above the
+//! number of items the first part holds them all.
 template <typename Items, typename Key, typename Compare = std::less<>>
 std::vector<IndexedValue> Bifurcate(const Items& items, const Key& key, std::size_t count,
                                     const Compare& compare = {}) {

@@ -10,8 +10,8 @@
 
 namespace kavo::testing {
 
-//! Collects what the library logs, from all threads, while it lives; puts back the former sink and the threshold of the
-//! thread that made it when it dies. Make and destroy it on one thread.
+//! Collects what the library logs, from all threads, while it lives; puts back the former sink and the
+//! threshold of the thread that made it when it dies. Make and destroy it on one thread.
 class LogCapture {
  public:
   //! \param threshold Of the current thread, for the lifetime of the capture.
