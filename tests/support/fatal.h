@@ -9,7 +9,8 @@
 
 namespace kavo::testing {
 
-//! Expects that the call ends in a fatal error with exactly these fields, and that the same report reached the sink.
+//! Expects that the call ends in a fatal error with exactly these fields, and that the same report reached
+//! the sink.
 template <typename Call>
 void ExpectFatal(Call&& call, const std::string& condition, const std::string& file, int line,
                  const std::string& message) {

@@ -17,7 +17,8 @@ BasicRRTConfig::BasicRRTConfig(const Eigen::VectorXd& q_target_tolerance_in, dou
       use_approx_closest(use_approx_closest_in) {
   for (Eigen::Index i = 0; i < q_target_tolerance.size(); ++i) {
     KAVO_CHECK(q_target_tolerance(i) > 0., "motion_planning/rrt/basic_rrt", 34)
-        << "Each element of 'q_target_tolerance' [" << q_target_tolerance.transpose() << "] must be positive.";
+        << "Each element of 'q_target_tolerance' [" << q_target_tolerance.transpose()
+        << "] must be positive.";
   }
   KAVO_CHECK(edge_length > 0., "motion_planning/rrt/basic_rrt", 39)
       << "'edge_length' [" << edge_length << "] must be positive.";
@@ -27,7 +28,8 @@ namespace {
 
 class BasicRRT final : public RRT {
  public:
-  BasicRRT(const BasicRRTConfig& config, const std::shared_ptr<Environment>& environment, std::unique_ptr<Tree>& tree)
+  BasicRRT(const BasicRRTConfig& config, const std::shared_ptr<Environment>& environment,
+           std::unique_ptr<Tree>& tree)
       : config_(config),
         environment_(environment),
         tree_(&tree),
@@ -145,7 +147,8 @@ class BasicRRT final : public RRT {
 
 }  // namespace
 
-std::shared_ptr<RRT> CreateBasicRRT(const BasicRRTConfig& config, const std::shared_ptr<Environment>& environment,
+std::shared_ptr<RRT> CreateBasicRRT(const BasicRRTConfig& config,
+                                    const std::shared_ptr<Environment>& environment,
                                     std::unique_ptr<Tree>& tree) {
   return std::make_shared<BasicRRT>(config, environment, tree);
 }

@@ -177,7 +177,8 @@ class RRTConnect final : public RRT {
 
 }  // namespace
 
-std::shared_ptr<RRT> CreateRRTConnect(const RRTConnectConfig& config, const std::shared_ptr<Environment>& environment,
+std::shared_ptr<RRT> CreateRRTConnect(const RRTConnectConfig& config,
+                                      const std::shared_ptr<Environment>& environment,
                                       std::unique_ptr<Tree>& tree_a, std::unique_ptr<Tree>& tree_b) {
   return std::make_shared<RRTConnect>(config, environment, tree_a, tree_b);
 }

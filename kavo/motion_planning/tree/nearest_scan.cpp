@@ -13,7 +13,8 @@ HWY_BEFORE_NAMESPACE();
 namespace kavo::planning::internal::HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
-// One part of a scan: goes on from `best` over the points of a chunk, of which the first has index `first_index`.
+// One part of a scan: goes on from `best` over the points of a chunk, of which the first has index
+// `first_index`.
 template <bool kWeighted, bool kRoot>
 void ScanChunk(const double* HWY_RESTRICT chunk, std::size_t num_points, std::size_t dimension,
                const double* HWY_RESTRICT query, const double* HWY_RESTRICT weights, std::size_t first_index,
@@ -41,7 +42,8 @@ void ScanChunk(const double* HWY_RESTRICT chunk, std::size_t num_points, std::si
     hn::Store(sum, d, sums);
     for (std::size_t lane = 0; lane < lanes; ++lane) {
       if (sums[lane] < best.sum) {
-        // Different sums may have one root. The plain loop compares roots, so the earlier point keeps its place.
+        // Different sums may have one root. The plain loop compares roots, so the earlier point keeps its
+        // place.
         const double distance = kRoot ? std::sqrt(sums[lane]) : sums[lane];
         if (best.distance > distance) {
           best = {first_index + begin + lane, distance, sums[lane]};
@@ -61,8 +63,9 @@ void ScanSquaredL2(const double* chunk, std::size_t num_points, std::size_t dime
   ScanChunk<false, false>(chunk, num_points, dimension, query, weights, first_index, best);
 }
 
-void ScanWeightedSquaredL2(const double* chunk, std::size_t num_points, std::size_t dimension, const double* query,
-                           const double* weights, std::size_t first_index, NearestScan::Result& best) {
+void ScanWeightedSquaredL2(const double* chunk, std::size_t num_points, std::size_t dimension,
+                           const double* query, const double* weights, std::size_t first_index,
+                           NearestScan::Result& best) {
   ScanChunk<true, false>(chunk, num_points, dimension, query, weights, first_index, best);
 }
 
@@ -111,7 +114,8 @@ NearestScan::Result NearestScan::Closest(Metric metric, const double* query, con
                     : metric == Metric::kSquaredL2 ? HWY_DYNAMIC_POINTER(ScanSquaredL2)
                                                    : HWY_DYNAMIC_POINTER(ScanWeightedSquaredL2);
   for (std::size_t begin = 0; begin < size_; begin += kChunk) {
-    scan(chunks_[begin / kChunk].get(), std::min(kChunk, size_ - begin), dimension_, query, weights, begin, best);
+    scan(chunks_[begin / kChunk].get(), std::min(kChunk, size_ - begin), dimension_, query, weights, begin,
+         best);
   }
   return best;
 }

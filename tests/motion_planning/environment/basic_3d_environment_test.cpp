@@ -35,9 +35,9 @@ TEST(Basic3dEnvironmentTest, LimitsAreInclusiveAndObstaclesCount) {
     Eigen::VectorXd q;
     bool is_valid;
   } cases[] = {
-      {Vec({0.0, 0.0, 0.0}), true},      {Vec({1.0, 1.0, 1.0}), true},   {Vec({-1.0, -1.0, -1.0}), true},
-      {Vec({0.0, beyond, 0.0}), false},  {Vec({0.0, 0.0, -beyond}), false}, {Vec({0.5, 0.0, 0.0}), false},
-      {Vec({0.75, 0.0, 0.0}), false},    {Vec({0.751, 0.0, 0.0}), true}, {Vec({kNaN, 0.0, 0.0}), false},
+      {Vec({0.0, 0.0, 0.0}), true},     {Vec({1.0, 1.0, 1.0}), true},      {Vec({-1.0, -1.0, -1.0}), true},
+      {Vec({0.0, beyond, 0.0}), false}, {Vec({0.0, 0.0, -beyond}), false}, {Vec({0.5, 0.0, 0.0}), false},
+      {Vec({0.75, 0.0, 0.0}), false},   {Vec({0.751, 0.0, 0.0}), true},    {Vec({kNaN, 0.0, 0.0}), false},
       {Vec({0.0, kInf, 0.0}), false},
   };
   for (const auto& c : cases) {
@@ -48,21 +48,27 @@ TEST(Basic3dEnvironmentTest, LimitsAreInclusiveAndObstaclesCount) {
 TEST(Basic3dEnvironmentTest, WrongLengthsAreFatal) {
   const World world;
   const auto environment = CreateBasic3dEnvironment({world.view(), UnitBox(), 10, 1});
-  for (const auto& [q, length] : {std::pair(Vec({0.0, 0.0}), "2"), std::pair(Vec({0.0, 0.0, 0.0, 0.0}), "4")}) {
-    ExpectFatal([&, &q = q] { environment->IsValidConfiguration(q); }, "static_cast<size_t>(q.size()) == dimension_",
+  for (const auto& [q, length] :
+       {std::pair(Vec({0.0, 0.0}), "2"), std::pair(Vec({0.0, 0.0, 0.0, 0.0}), "4")}) {
+    ExpectFatal([&, &q = q] { environment->IsValidConfiguration(q); },
+                "static_cast<size_t>(q.size()) == dimension_",
                 "motion_planning/environment/basic_3d_environment", 89,
                 std::string("Dimension of q [") + length +
                     "] must match number of configuration space coordinates [3].");
   }
-  ExpectFatal([&] { Basic3dEnvironmentConfig(world.view(), {Vec({0.0, 0.0}), Vec({1.0, 1.0})}, 10, 1); },
-              "q_limits.Dimension() == 3", "motion_planning/environment/basic_3d_environment", 27,
-              "Dimension of 'q_limits' [2 for 'Basic3dWorldConfig' must be 3.");
+  ExpectFatal(
+      [&] {
+        Basic3dEnvironmentConfig(world.view(), {Vec({0.0, 0.0}), Vec({1.0, 1.0})}, 10, 1);
+      },
+      "q_limits.Dimension() == 3", "motion_planning/environment/basic_3d_environment", 27,
+      "Dimension of 'q_limits' [2 for 'Basic3dWorldConfig' must be 3.");
 }
 
 TEST(Basic3dEnvironmentTest, SamplesAreValidAndRepeatWithTheSeed) {
   World world;
   world.add(BoxObstacle{{1.0, 3.0, 3.0}}, Pose3::FromTranslation({0.5, 0.0, 0.0}));
-  const Basic3dEnvironmentConfig config(world.view(), {Vec({-1.0, 2.0, -3.0}), Vec({1.0, 2.0, 0.0})}, 1000, 99);
+  const Basic3dEnvironmentConfig config(world.view(), {Vec({-1.0, 2.0, -3.0}), Vec({1.0, 2.0, 0.0})}, 1000,
+                                        99);
   const auto environment = CreateBasic3dEnvironment(config);
   const auto twin = CreateBasic3dEnvironment(config);
   bool any_obstructed_x = false;
@@ -110,7 +116,8 @@ TEST(Basic3dEnvironmentTest, ReversedLimitsWarnAndLeaveNothingValid) {
 TEST(Basic3dEnvironmentTest, LimitsThatAreNoNumbersEndInAnEmptySample) {
   const World world;
   const LogCapture log;
-  for (const double bound : {std::numeric_limits<double>::infinity(), std::numeric_limits<double>::quiet_NaN()}) {
+  for (const double bound :
+       {std::numeric_limits<double>::infinity(), std::numeric_limits<double>::quiet_NaN()}) {
     const auto environment =
         CreateBasic3dEnvironment({world.view(), {Vec({-bound, -1.0, -1.0}), Vec({bound, 1.0, 1.0})}, 5, 1});
     EXPECT_FALSE(environment->SampleConfiguration().has_value());

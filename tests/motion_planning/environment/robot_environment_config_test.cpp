@@ -72,9 +72,12 @@ TEST(RobotEnvironmentConfigTest, TaskSpaceFrameIsFoundByExactName) {
 TEST(RobotEnvironmentConfigTest, TaskSpaceLimitsHaveThreeCoordinates) {
   const auto description = TwoJoints().build();
   RobotEnvironmentConfig config(description.get(), World().view(), Vec({1.0, 1.0}), 1, 1, 1);
-  ExpectFatal([&] { config.SetTaskSpaceLimits({Vec({0.0, 0.0}), Vec({1.0, 1.0})}); },
-              "task_space_limits.Dimension() == 3", "motion_planning/environment/robot_environment_config", 91,
-              "Dimension for 'task_space_limits' [2] is expected to be 3.");
+  ExpectFatal(
+      [&] {
+        config.SetTaskSpaceLimits({Vec({0.0, 0.0}), Vec({1.0, 1.0})});
+      },
+      "task_space_limits.Dimension() == 3", "motion_planning/environment/robot_environment_config", 91,
+      "Dimension for 'task_space_limits' [2] is expected to be 3.");
   config.SetTaskSpaceLimits({Vec({0.0, 0.0, 0.0}), Vec({1.0, 1.0, 1.0})});
   config.SetTaskSpaceLimits({Vec({0.0, 0.0, 0.0}), Vec({1.0, 1.0, 2.0})});
   EXPECT_EQ(config.TryGetTaskSpaceLimits()->Max()[2], 2.0);
@@ -83,12 +86,16 @@ TEST(RobotEnvironmentConfigTest, TaskSpaceLimitsHaveThreeCoordinates) {
 TEST(RobotEnvironmentConfigTest, CountsMustMatchTheJoints) {
   const auto description = TwoJoints().build();
   const std::string file = "motion_planning/environment/robot_environment_config";
-  ExpectFatal([&] { RobotEnvironmentConfig(description.get(), World().view(), Vec({1.0, 1.0, 1.0}), 1, 1, 1); },
-              "distance_weights.size() == num_joints_", file, 104,
-              "Only 3 'distance_weights' provided for kinematics with 2 joints.");
+  ExpectFatal(
+      [&] {
+        RobotEnvironmentConfig(description.get(), World().view(), Vec({1.0, 1.0, 1.0}), 1, 1, 1);
+      },
+      "distance_weights.size() == num_joints_", file, 104,
+      "Only 3 'distance_weights' provided for kinematics with 2 joints.");
 
   const auto model = dynamic_cast<KinematicsInternal&>(*description->kinematics()).model();
-  const RobotDescriptionInternal short_of_limits({model, {"j1", "j2"}, {{0.0, 1.0}}, Vec({0.0, 0.0}), {}, {}});
+  const RobotDescriptionInternal short_of_limits(
+      {model, {"j1", "j2"}, {{0.0, 1.0}}, Vec({0.0, 0.0}), {}, {}});
   // The limits are checked before the weights.
   ExpectFatal([&] { RobotEnvironmentConfig(&short_of_limits, World().view(), Vec({}), 1, 1, 1); },
               "static_cast<int>(joint_limits_.size()) == num_joints_", file, 101,

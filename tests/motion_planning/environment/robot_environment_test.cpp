@@ -26,7 +26,8 @@ using testing::Vec;
 constexpr double kInf = std::numeric_limits<double>::infinity();
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
-// A cart on a rail along x with a turning mast; a ball of radius 0.5 on the cart and one of 0.25 at the tip, 2 m out.
+// A cart on a rail along x with a turning mast; a ball of radius 0.5 on the cart and one of 0.25 at the tip,
+// 2 m out.
 RobotDescriptionBuilder Cart() {
   RobotDescriptionBuilder builder("base");
   builder.addJoint({"rail", JointType::kPrismatic, "base", "cart", {}, {1.0, 0.0, 0.0}, {{-4.0, 4.0}}, 0.0});
@@ -42,7 +43,8 @@ std::unique_ptr<RobotDescription> CartWithSpheres() {
       .build();
 }
 
-RobotEnvironmentConfig CartConfig(const RobotDescription& description, const World& world, int attempts = 100) {
+RobotEnvironmentConfig CartConfig(const RobotDescription& description, const World& world,
+                                  int attempts = 100) {
   return {&description, world.view(), Vec({1.0, 2.0}), attempts, 5, 6};
 }
 
@@ -56,10 +58,10 @@ TEST(RobotEnvironmentTest, JudgesLimitsAndSpheres) {
     Eigen::VectorXd q;
     bool is_valid;
   } cases[] = {
-      {Vec({0.0, 0.0}), true},    {Vec({0.75, 0.0}), false},  // The tip's ball touches the box at x = 3.
-      {Vec({0.74, 0.0}), true},   {Vec({2.5, 3.0}), false},   // The cart's ball touches it.
-      {Vec({2.4, 3.0}), true},    {Vec({-4.0, 0.0}), true},   {Vec({-4.0000001, 0.0}), false},
-      {Vec({0.0, 3.1}), false},   {Vec({kNaN, 0.0}), false},  {Vec({0.0, kInf}), false},
+      {Vec({0.0, 0.0}), true},  {Vec({0.75, 0.0}), false},  // The tip's ball touches the box at x = 3.
+      {Vec({0.74, 0.0}), true}, {Vec({2.5, 3.0}), false},   // The cart's ball touches it.
+      {Vec({2.4, 3.0}), true},  {Vec({-4.0, 0.0}), true},  {Vec({-4.0000001, 0.0}), false},
+      {Vec({0.0, 3.1}), false}, {Vec({kNaN, 0.0}), false}, {Vec({0.0, kInf}), false},
   };
   for (const auto& c : cases) {
     EXPECT_EQ(environment->IsValidConfiguration(c.q), c.is_valid) << c.q.transpose();
@@ -134,14 +136,16 @@ TEST(RobotEnvironmentTest, TaskSpaceJacobianNeedsItsSize) {
   Eigen::MatrixXd wide(3, 3);
   Eigen::MatrixXd tall(4, 2);
   const Eigen::VectorXd q3 = Vec({0.0, 0.0, 0.0});
-  ExpectFatal([&] { environment->TaskSpacePosition(q3); }, "static_cast<int64_t>(dimension_) == q.size()", file, 58, "");
+  ExpectFatal([&] { environment->TaskSpacePosition(q3); }, "static_cast<int64_t>(dimension_) == q.size()",
+              file, 58, "");
   ExpectFatal([&] { environment->GetTaskSpacePositionJacobian(q3, wide); },
               "static_cast<int64_t>(dimension_) == q.size()", file, 64, "");
   ExpectFatal([&] { environment->GetTaskSpacePositionJacobian(q, wide); },
               "static_cast<int64_t>(dimension_) == jacobian.cols()", file, 65, "");
-  ExpectFatal([&] { environment->GetTaskSpacePositionJacobian(q, tall); }, "jacobian.rows() == 3", file, 66, "");
-  ExpectFatal([&] { environment->IsValidConfiguration(q3); }, "static_cast<size_t>(q.size()) == dimension_", file, 150,
-              "Dimension of q [3] must match number of configuration space coordinates [2].");
+  ExpectFatal([&] { environment->GetTaskSpacePositionJacobian(q, tall); }, "jacobian.rows() == 3", file, 66,
+              "");
+  ExpectFatal([&] { environment->IsValidConfiguration(q3); }, "static_cast<size_t>(q.size()) == dimension_",
+              file, 150, "Dimension of q [3] must match number of configuration space coordinates [2].");
 }
 
 TEST(RobotEnvironmentTest, EachJointHasItsOwnSeed) {

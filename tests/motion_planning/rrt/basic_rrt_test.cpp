@@ -40,23 +40,42 @@ Path Plan(RRT& rrt, const Eigen::VectorXd& start, const Eigen::VectorXd& goal) {
 TEST(BasicRRTTest, ConfigurationIsValidated) {
   const std::string file = "motion_planning/rrt/basic_rrt";
   const double nan = std::numeric_limits<double>::quiet_NaN();
-  ExpectFatal([] { BasicRRTConfig(Vec({0.25, 0.0, -1.0}), -1.0, 1, false); }, "q_target_tolerance(i) > 0.", file, 34,
-              "Each element of 'q_target_tolerance' [0.25    0   -1] must be positive.");
-  ExpectFatal([nan] { BasicRRTConfig(Vec({1.0, 1.0, nan}), 1.0, 1, false); }, "q_target_tolerance(i) > 0.", file, 34,
-              "Each element of 'q_target_tolerance' [  1   1 nan] must be positive.");
-  ExpectFatal([] { BasicRRTConfig(Vec({1.0, 1.0, 1.0}), 0.0, 1, false); }, "edge_length > 0.", file, 39,
-              "'edge_length' [0] must be positive.");
+  ExpectFatal(
+      [] {
+        BasicRRTConfig(Vec({0.25, 0.0, -1.0}), -1.0, 1, false);
+      },
+      "q_target_tolerance(i) > 0.", file, 34,
+      "Each element of 'q_target_tolerance' [0.25    0   -1] must be positive.");
+  ExpectFatal(
+      [nan] {
+        BasicRRTConfig(Vec({1.0, 1.0, nan}), 1.0, 1, false);
+      },
+      "q_target_tolerance(i) > 0.", file, 34,
+      "Each element of 'q_target_tolerance' [  1   1 nan] must be positive.");
+  ExpectFatal(
+      [] {
+        BasicRRTConfig(Vec({1.0, 1.0, 1.0}), 0.0, 1, false);
+      },
+      "edge_length > 0.", file, 39, "'edge_length' [0] must be positive.");
 }
 
 TEST(BasicRRTTest, DimensionsMustAgree) {
   const BasicRRTConfig config(Vec({1.0, 1.0, 1.0}), 1.0, 1, false);
   auto tree = CreateBasicTree(4, L2Norm, false);
-  ExpectFatal([&] { CreateBasicRRT(config, std::make_shared<ScriptedEnvironment>(2, std::vector<Eigen::VectorXd>{}, Free), tree); },
-              "environment_->CSpaceDimension() == dimension_", "motion_planning/rrt/basic_rrt", 108,
-              "World dimension [2] does not match BasicRRT dimension [3]");
-  ExpectFatal([&] { CreateBasicRRT(config, std::make_shared<ScriptedEnvironment>(3, std::vector<Eigen::VectorXd>{}, Free), tree); },
-              "tree->CSpaceDimension() == rrt_dimension", "motion_planning/rrt/rrt_util", 31,
-              "Tree dimension [4] does not match RRT dimenstion [3]");
+  ExpectFatal(
+      [&] {
+        CreateBasicRRT(config, std::make_shared<ScriptedEnvironment>(2, std::vector<Eigen::VectorXd>{}, Free),
+                       tree);
+      },
+      "environment_->CSpaceDimension() == dimension_", "motion_planning/rrt/basic_rrt", 108,
+      "World dimension [2] does not match BasicRRT dimension [3]");
+  ExpectFatal(
+      [&] {
+        CreateBasicRRT(config, std::make_shared<ScriptedEnvironment>(3, std::vector<Eigen::VectorXd>{}, Free),
+                       tree);
+      },
+      "tree->CSpaceDimension() == rrt_dimension", "motion_planning/rrt/rrt_util", 31,
+      "Tree dimension [4] does not match RRT dimenstion [3]");
 }
 
 TEST(BasicRRTTest, WalksInEqualStepsAndEndsAtTheExactTarget) {
@@ -66,8 +85,9 @@ TEST(BasicRRTTest, WalksInEqualStepsAndEndsAtTheExactTarget) {
   const auto rrt = CreateBasicRRT({Vec({0.25, 0.25, 0.25}), 1.0, 5, false}, environment, tree);
   EXPECT_EQ(rrt->CSpaceDimension(), 3);
   const Eigen::VectorXd target = Vec({3.0, 0.25, 0.0});
-  EXPECT_EQ(Plan(*rrt, kOrigin, target), (std::vector<Eigen::VectorXd>{kOrigin, Vec({1.0, 0.0, 0.0}), Vec({2.0, 0.0, 0.0}),
-                                                           Vec({3.0, 0.0, 0.0}), target}));
+  EXPECT_EQ(Plan(*rrt, kOrigin, target),
+            (std::vector<Eigen::VectorXd>{kOrigin, Vec({1.0, 0.0, 0.0}), Vec({2.0, 0.0, 0.0}),
+                                          Vec({3.0, 0.0, 0.0}), target}));
   EXPECT_EQ(rrt->GetAllValidatedConfigurations().size(), 5u);
   EXPECT_EQ(rrt->GetAllValidatedEdges().back(), std::pair(Vec({3.0, 0.0, 0.0}), target));
 }
@@ -105,7 +125,8 @@ TEST(BasicRRTTest, FailuresAreReported) {
       {Vec({2.0, 0.0, -0.5}), kOrigin, "Invalid configuration, [   2    0 -0.5]."},
       {kOrigin, Vec({2.0, 0.0, 0.0}), "Invalid configuration, [2 0 0]."},
       {Vec({nan, 0.0, 0.0}), kOrigin, "Invalid configuration, [nan   0   0]."},
-      {kOrigin, Vec({0.0, -std::numeric_limits<double>::infinity(), 0.0}), "Invalid configuration, [   0 -inf    0]."},
+      {kOrigin, Vec({0.0, -std::numeric_limits<double>::infinity(), 0.0}),
+       "Invalid configuration, [   0 -inf    0]."},
   };
   for (const auto& c : cases) {
     LogCapture log;
@@ -140,7 +161,9 @@ TEST(BasicRRTTest, WalksThatLeadNowhereEnd) {
   const struct {
     double edge_length;
     Eigen::VectorXd sample;
-  } cases[] = {{1e-30, Vec({5.0, 5.0, 5.0})}, {1.0, Vec({std::nan(""), 0.0, 0.0})}, {1.0, Vec({inf, 0.0, 0.0})},
+  } cases[] = {{1e-30, Vec({5.0, 5.0, 5.0})},
+               {1.0, Vec({std::nan(""), 0.0, 0.0})},
+               {1.0, Vec({inf, 0.0, 0.0})},
                {inf, Vec({5.0, 5.0, 5.0})}};
   for (const auto& c : cases) {
     auto tree = CreateBasicTree(3, L2Norm, false);
@@ -164,9 +187,13 @@ TEST(BasicRRTTest, ApproximateSearchIsAskedWhenWanted) {
     std::vector<std::shared_ptr<Node>> Backtrace(const std::shared_ptr<Node>& node) override {
       return tree_->Backtrace(node);
     }
-    double Distance(const Eigen::VectorXd& q0, const Eigen::VectorXd& q1) const override { return L2Norm(q0, q1); }
+    double Distance(const Eigen::VectorXd& q0, const Eigen::VectorXd& q1) const override {
+      return L2Norm(q0, q1);
+    }
     ClosestNode GetClosest(const Eigen::VectorXd& q) const override { return tree_->GetClosest(q); }
-    ClosestNode GetApproxClosest(const Eigen::VectorXd&) const override { return {tree_->Nodes().front(), 0.0}; }
+    ClosestNode GetApproxClosest(const Eigen::VectorXd&) const override {
+      return {tree_->Nodes().front(), 0.0};
+    }
 
    private:
     std::unique_ptr<Tree> tree_ = CreateBasicTree(3, L2Norm, false);

@@ -62,8 +62,9 @@ TEST(RRTConnectTest, ConfigurationIsValidated) {
   for (const double edge_length : {0.0, -1.0, std::nan("")}) {
     std::ostringstream value;
     value << edge_length;
-    ExpectFatal([&] { RRTConnectConfig(edge_length, 1, 0.5); }, "edge_length > 0.", "motion_planning/rrt/rrt_connect",
-                31, "'edge_length' [" + value.str() + "] must be positive.");
+    ExpectFatal([&] { RRTConnectConfig(edge_length, 1, 0.5); }, "edge_length > 0.",
+                "motion_planning/rrt/rrt_connect", 31,
+                "'edge_length' [" + value.str() + "] must be positive.");
   }
   for (const auto& [given, kept] : {std::pair(1.5, 1.0), std::pair(-0.2, 0.0)}) {
     const LogCapture log;
@@ -86,10 +87,16 @@ TEST(RRTConnectTest, TreeDimensionsAreCheckedInOrder) {
   auto two = CreateBasicTree(2, L2Norm, false);
   auto three = CreateBasicTree(3, L2Norm, false);
   const std::string condition = "tree->CSpaceDimension() == rrt_dimension";
-  ExpectFatal([&] { CreateRRTConnect({1.0, 1, 0.5}, environment, two, three); }, condition,
-              "motion_planning/rrt/rrt_util", 31, "Tree dimension [2] does not match RRT dimenstion [1]");
-  ExpectFatal([&] { CreateRRTConnect({1.0, 1, 0.5}, environment, one, three); }, condition,
-              "motion_planning/rrt/rrt_util", 31, "Tree dimension [3] does not match RRT dimenstion [1]");
+  ExpectFatal(
+      [&] {
+        CreateRRTConnect({1.0, 1, 0.5}, environment, two, three);
+      },
+      condition, "motion_planning/rrt/rrt_util", 31, "Tree dimension [2] does not match RRT dimenstion [1]");
+  ExpectFatal(
+      [&] {
+        CreateRRTConnect({1.0, 1, 0.5}, environment, one, three);
+      },
+      condition, "motion_planning/rrt/rrt_util", 31, "Tree dimension [3] does not match RRT dimenstion [1]");
 }
 
 TEST(RRTConnectTest, FirstExtensionHeadsForTheTarget) {
@@ -115,8 +122,8 @@ TEST(RRTConnectTest, BudgetEndsTheSearchWithoutAReport) {
   EXPECT_EQ(none.tree_a->Nodes().front()->Configuration(), Vec({0.0}));
   EXPECT_EQ(none.rrt->GetAllValidatedConfigurations().size(), 2u);
 
-  // A wall between start and goal; without exploration nothing is sampled. After an odd number of exchanges the first
-  // owner is left with the goal tree.
+  // A wall between start and goal; without exploration nothing is sampled. After an odd number of exchanges
+  // the first owner is left with the goal tree.
   const auto walled = Line({Vec({0.5})}, [](const Eigen::VectorXd& q) { return std::abs(q[0] - 5.0) > 1.5; });
   Connect odd({1.0, 1, 0.0}, walled);
   EXPECT_FALSE(odd.Plan(Vec({0.0}), Vec({10.0})).has_value());
@@ -128,13 +135,16 @@ TEST(RRTConnectTest, BudgetEndsTheSearchWithoutAReport) {
 
 TEST(RRTConnectTest, FailuresAreReported) {
   const double inf = std::numeric_limits<double>::infinity();
-  Connect connect({1.0, 50, 1.0}, Line({}, [](const Eigen::VectorXd& q) { return !(std::abs(q[0]) > 4.0 && q[0] < 8.0); }));
+  Connect connect({1.0, 50, 1.0},
+                  Line({}, [](const Eigen::VectorXd& q) { return !(std::abs(q[0]) > 4.0 && q[0] < 8.0); }));
   connect.tree_a->ClearAndSetRoot(Node(Vec({77.0})));
-  for (const auto& [start, goal, value] : {std::tuple(5.0, 0.0, "5"), std::tuple(0.0, 6.5, "6.5"),
-                                           std::tuple(std::nan(""), 0.0, "nan"), std::tuple(0.0, inf, "inf")}) {
+  for (const auto& [start, goal, value] :
+       {std::tuple(5.0, 0.0, "5"), std::tuple(0.0, 6.5, "6.5"), std::tuple(std::nan(""), 0.0, "nan"),
+        std::tuple(0.0, inf, "inf")}) {
     LogCapture log;
     EXPECT_FALSE(connect.Plan(Vec({start}), Vec({goal})).has_value());
-    EXPECT_EQ(log.warnings(), std::vector<std::string>{std::string("Invalid configuration, [") + value + "]."});
+    EXPECT_EQ(log.warnings(),
+              std::vector<std::string>{std::string("Invalid configuration, [") + value + "]."});
     EXPECT_EQ(connect.tree_a->Nodes().front()->Configuration(), Vec({77.0}));
   }
   LogCapture log;
@@ -144,7 +154,8 @@ TEST(RRTConnectTest, FailuresAreReported) {
 
 TEST(RRTConnectTest, WalksThatLeadNowhereEnd) {
   const double inf = std::numeric_limits<double>::infinity();
-  for (const auto& [edge_length, sample] : {std::pair(1e-30, 5.0), std::pair(1.0, inf), std::pair(1.0, std::nan(""))}) {
+  for (const auto& [edge_length, sample] :
+       {std::pair(1e-30, 5.0), std::pair(1.0, inf), std::pair(1.0, std::nan(""))}) {
     Connect connect({edge_length, 6, 0.5}, Line(std::vector(6, Vec({sample})), [](const Eigen::VectorXd& q) {
                       return !(q[0] > 50.0 && q[0] < 60.0);
                     }));
@@ -222,7 +233,8 @@ TEST(RRTConnectTest, AgreesWithThePlannerSpelledOut) {
     Reference reference;
     const Path expected = reference.Plan(world, exploration_fraction, max_iterations);
     const auto environment = world.MakeEnvironment();
-    Connect connect({world.step, static_cast<unsigned long>(max_iterations), exploration_fraction}, environment);
+    Connect connect({world.step, static_cast<unsigned long>(max_iterations), exploration_fraction},
+                    environment);
     ASSERT_EQ(connect.Plan(world.start, world.goal), expected) << "seed " << seed;
     if (reference.trees[0].points.empty()) {
       continue;

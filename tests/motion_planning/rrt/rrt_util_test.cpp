@@ -16,7 +16,8 @@ TEST(RrtUtilTest, TreeDimensionMustBeThePlanners) {
   const auto tree = CreateBasicTree(6, L2Norm, false);
   ValidateTreeDimension(tree, 6);
   testing::ExpectFatal([&] { ValidateTreeDimension(tree, 7); }, "tree->CSpaceDimension() == rrt_dimension",
-                       "motion_planning/rrt/rrt_util", 31, "Tree dimension [6] does not match RRT dimenstion [7]");
+                       "motion_planning/rrt/rrt_util", 31,
+                       "Tree dimension [6] does not match RRT dimenstion [7]");
 }
 
 TEST(RrtUtilTest, ExtractionAppends) {

@@ -9,7 +9,8 @@
 
 namespace kavo::testing {
 
-//! A random set of balls in a unit box, as a validity test and a list of samples: a planning problem without a robot.
+//! A random set of balls in a unit box, as a validity test and a list of samples: a planning problem without
+//! a robot.
 struct SmallWorld {
   explicit SmallWorld(unsigned int seed, int dimension_in) : dimension(dimension_in) {
     std::mt19937 engine(seed);
@@ -41,8 +42,8 @@ struct SmallWorld {
   }
 
   std::shared_ptr<ScriptedEnvironment> MakeEnvironment() const {
-    return std::make_shared<ScriptedEnvironment>(dimension, samples,
-                                                 [world = *this](const Eigen::VectorXd& q) { return world.IsFree(q); });
+    return std::make_shared<ScriptedEnvironment>(
+        dimension, samples, [world = *this](const Eigen::VectorXd& q) { return world.IsFree(q); });
   }
 
   int dimension;
@@ -69,7 +70,8 @@ struct ReferenceTree {
   int Nearest(const Eigen::VectorXd& q) const {
     int best = 0;
     for (int i = 1; i < static_cast<int>(points.size()); ++i) {
-      if (Distance(points[static_cast<std::size_t>(i)], q) < Distance(points[static_cast<std::size_t>(best)], q)) {
+      if (Distance(points[static_cast<std::size_t>(i)], q) <
+          Distance(points[static_cast<std::size_t>(best)], q)) {
         best = i;
       }
     }

@@ -43,8 +43,8 @@ std::vector<DistanceMetric> BuiltInMetrics(std::mt19937& engine, int dimension) 
 
 bool SameBits(double a, double b) { return a == b || (std::isnan(a) && std::isnan(b)); }
 
-// Points that bring out ties and specials: a coarse lattice, points so near that different squares have one root, and
-// now and then a number that is none.
+// Points that bring out ties and specials: a coarse lattice, points so near that different squares have one
+// root, and now and then a number that is none.
 Eigen::VectorXd NastyPoint(std::mt19937& engine, int dimension) {
   Eigen::VectorXd q = RandomVec(engine, dimension, -2.0, 2.0);
   switch (engine() % 8) {
@@ -92,14 +92,16 @@ TEST_P(BasicTreeTargetTest, ScanFindsWhatThePlainLoopFinds) {
           while (plain->Nodes()[index] != from_loop.node) {
             ++index;
           }
-          ASSERT_EQ(scanned->Nodes()[index], from_scan.node) << "dimension " << dimension << ", " << i << " nodes";
+          ASSERT_EQ(scanned->Nodes()[index], from_scan.node)
+              << "dimension " << dimension << ", " << i << " nodes";
         }
       }
     }
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Targets, BasicTreeTargetTest, ::testing::ValuesIn(hwy::SupportedAndGeneratedTargets()),
+INSTANTIATE_TEST_SUITE_P(Targets, BasicTreeTargetTest,
+                         ::testing::ValuesIn(hwy::SupportedAndGeneratedTargets()),
                          [](const auto& info) { return std::string(hwy::TargetName(info.param)); });
 
 TEST(BasicTreeTest, EarlierNodeWinsATie) {
@@ -215,8 +217,9 @@ TEST(TeskTreeTest, FallsBackToABasicTreeWithANotice) {
   config.distance_metric_weights = Vec({2.0, 1.0});
   LogCapture log(1);
   const auto tree = CreateTeskTree(config);
-  EXPECT_EQ(log.messages(LogLevel::kError),
-            std::vector<std::string>{"TESK not enabled in build. Creating 'BasicTree' instead of 'TeskTree'"});
+  EXPECT_EQ(
+      log.messages(LogLevel::kError),
+      std::vector<std::string>{"TESK not enabled in build. Creating 'BasicTree' instead of 'TeskTree'"});
   EXPECT_EQ(tree->CSpaceDimension(), 2);
   EXPECT_FALSE(tree->SupportsNodeId());
   EXPECT_EQ(tree->Distance(Vec({0.0, 0.0}), Vec({3.0, 4.0})), 34.0);

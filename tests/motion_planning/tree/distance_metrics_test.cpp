@@ -13,9 +13,9 @@
 namespace kavo::planning {
 namespace {
 
+using tesk::planning::DistanceMetricType;
 using testing::LogCapture;
 using testing::Vec;
-using tesk::planning::DistanceMetricType;
 
 TEST(DistanceMetricsTest, HandWorkedDistances) {
   const Eigen::VectorXd a = Vec({0.0, 0.0});
@@ -56,8 +56,9 @@ TEST(DistanceMetricsTest, UnknownTypeIsReportedAndGivesAnEmptyFunction) {
   const DistanceMetric metric = CreateDistanceMetric(static_cast<DistanceMetricType>(3), std::nullopt);
   EXPECT_FALSE(metric);
   EXPECT_THROW(metric(Vec({}), Vec({})), std::bad_function_call);
-  EXPECT_EQ(log.messages(LogLevel::kCritical),
-            std::vector<std::string>{"Unhandled distance metric type in kavo::planning::CreateDistanceMetric()"});
+  EXPECT_EQ(
+      log.messages(LogLevel::kCritical),
+      std::vector<std::string>{"Unhandled distance metric type in kavo::planning::CreateDistanceMetric()"});
 }
 
 }  // namespace

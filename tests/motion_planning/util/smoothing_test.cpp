@@ -45,8 +45,8 @@ TEST(IsValidPathTest, PreconditionsInOrder) {
   const std::string file = "motion_planning/util/smoothing";
   const Eigen::VectorXd one = Vec({0.0});
   const Eigen::VectorXd two = Vec({0.0, 0.0});
-  ExpectFatal([&] { IsValidPath(plane, 0.0, one, two); }, "environment->CSpaceDimension() == q_start.size()", file, 27,
-              "");
+  ExpectFatal([&] { IsValidPath(plane, 0.0, one, two); }, "environment->CSpaceDimension() == q_start.size()",
+              file, 27, "");
   ExpectFatal([&] { IsValidPath(plane, 0.0, two, one); }, "q_start.size() == q_end.size()", file, 28, "");
   for (const double step_size : {0.0, -1.0, std::nan("")}) {
     ExpectFatal([&] { IsValidPath(plane, step_size, two, two); }, "step_size > 0.", file, 31, "");
@@ -144,8 +144,10 @@ TEST(SmoothingTest, ConvertsAndRemoves) {
     int first;
     int last;
     Path left;
-  } cases[] = {{0, 4, OnALine({0.0, 4.0})}, {2, 3, OnALine({0.0, 1.0, 2.0, 3.0, 4.0})},
-               {1, 3, OnALine({0.0, 1.0, 3.0, 4.0})}, {3, 1, OnALine({0.0, 1.0, 2.0, 3.0, 4.0})}};
+  } cases[] = {{0, 4, OnALine({0.0, 4.0})},
+               {2, 3, OnALine({0.0, 1.0, 2.0, 3.0, 4.0})},
+               {1, 3, OnALine({0.0, 1.0, 3.0, 4.0})},
+               {3, 1, OnALine({0.0, 1.0, 2.0, 3.0, 4.0})}};
   for (const auto& c : cases) {
     Path path = OnALine({0.0, 1.0, 2.0, 3.0, 4.0});
     RemoveConfigurations(path, c.first, c.last);
@@ -153,8 +155,8 @@ TEST(SmoothingTest, ConvertsAndRemoves) {
   }
 }
 
-// Waypoints on a wide arc, so that every segment between two of them is asked about, and an environment that answers by
-// which two they are: a segment is free if its chord's middle is in the table.
+// Waypoints on a wide arc, so that every segment between two of them is asked about, and an environment that
+// answers by which two they are: a segment is free if its chord's middle is in the table.
 class ArcTest : public ::testing::Test {
  protected:
   explicit ArcTest() {
@@ -196,8 +198,8 @@ TEST_F(ArcTest, BinarySearchFindsTheFarthestItTests) {
       {{{0, 8}}, 8, false, 0},
       {{{4, 8}, {2, 8}}, 8, false, 2},
       {{}, 8, false, 7},
-      {{{2, 5}}, 2, true, 5},                  // 8 no, 5 yes, 6 no.
-      {{}, 7, true, 8},                        // The end is the neighbour.
+      {{{2, 5}}, 2, true, 5},  // 8 no, 5 yes, 6 no.
+      {{}, 7, true, 8},        // The end is the neighbour.
   };
   for (const auto& c : cases) {
     EXPECT_EQ(GetShortCircuitIndex(c.start, c.forward, path_, Allowing(c.chords), 0.5), c.found)
@@ -248,8 +250,9 @@ TEST(ShortCircuitPathTest, ResultIsShorterStillValidAndRepeatable) {
     EXPECT_EQ(shortened.front(), path.front());
     EXPECT_EQ(shortened.back(), path.back());
     for (std::size_t k = 1; k < shortened.size(); ++k) {
-      const bool was_segment =
-          std::find(path.begin(), path.end(), shortened[k]) - std::find(path.begin(), path.end(), shortened[k - 1]) == 1;
+      const bool was_segment = std::find(path.begin(), path.end(), shortened[k]) -
+                                   std::find(path.begin(), path.end(), shortened[k - 1]) ==
+                               1;
       EXPECT_TRUE(was_segment || IsValidPath(plane, 0.01, shortened[k - 1], shortened[k]) ||
                   IsValidPath(plane, 0.01, shortened[k], shortened[k - 1]));
     }
