@@ -48,8 +48,8 @@ class KAVO_EXPORT RandomGenerator {
   T max_;
 };
 
-extern template class RandomGenerator<double>;
-extern template class RandomGenerator<Eigen::Vector3d>;
-extern template class RandomGenerator<int>;
+extern template class KAVO_EXPORT RandomGenerator<double>;
+extern template class KAVO_EXPORT RandomGenerator<Eigen::Vector3d>;
+extern template class KAVO_EXPORT RandomGenerator<int>;
 
 }  // namespace kavo::util

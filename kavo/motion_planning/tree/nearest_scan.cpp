@@ -110,9 +110,9 @@ NearestScan::Result NearestScan::Closest(Metric metric, const double* query, con
     sum += metric == Metric::kWeightedSquaredL2 ? weights[i] * term : term;
   }
   Result best{0, metric == Metric::kL2 ? std::sqrt(sum) : sum, sum};
-  const auto scan = metric == Metric::kL2          ? HWY_DYNAMIC_POINTER(ScanL2)
-                    : metric == Metric::kSquaredL2 ? HWY_DYNAMIC_POINTER(ScanSquaredL2)
-                                                   : HWY_DYNAMIC_POINTER(ScanWeightedSquaredL2);
+  const auto scan = metric == Metric::kL2          ? &HWY_DYNAMIC_DISPATCH(ScanL2)
+                    : metric == Metric::kSquaredL2 ? &HWY_DYNAMIC_DISPATCH(ScanSquaredL2)
+                                                   : &HWY_DYNAMIC_DISPATCH(ScanWeightedSquaredL2);
   for (std::size_t begin = 0; begin < size_; begin += kChunk) {
     scan(chunks_[begin / kChunk].get(), std::min(kChunk, size_ - begin), dimension_, query, weights, begin,
          best);

@@ -229,7 +229,7 @@ TEST(RRTConnectTest, AgreesWithThePlannerSpelledOut) {
   for (unsigned int seed = 0; seed < 600; ++seed) {
     const SmallWorld world(seed, 2 + static_cast<int>(seed % 3));
     const double exploration_fraction = 0.25 * static_cast<double>(seed % 5);
-    const int max_iterations = 1 + static_cast<int>(seed % 60);
+    const int max_iterations = 1 + static_cast<int>(seed % 23);
     Reference reference;
     const Path expected = reference.Plan(world, exploration_fraction, max_iterations);
     const auto environment = world.MakeEnvironment();

@@ -217,7 +217,7 @@ TEST_F(ArcTest, ShortensFromBothEndsThenAtRandom) {
   };
   EXPECT_EQ(ShortCircuitPath(path_, Allowing({{0, 8}}), 0.5, 20, 1), at({0, 8}));
   EXPECT_EQ(ShortCircuitPath(path_, Allowing({{0, 4}}), 0.5, 0, 1), at({0, 4, 5, 6, 7, 8}));
-  EXPECT_EQ(ShortCircuitPath(path_, Allowing({{0, 4}, {4, 8}}), 0.5, 0, 1), at({0, 4, 8}));
+  EXPECT_EQ(ShortCircuitPath(path_, Allowing({{0, 4}, {4, 8}, {5, 8}, {6, 8}}), 0.5, 0, 1), at({0, 4, 8}));
   // Reachable only from an inner waypoint: enough random tries find it, none does not.
   EXPECT_EQ(ShortCircuitPath(path_, Allowing({{2, 5}}), 0.5, 0, 1), path_);
   EXPECT_EQ(ShortCircuitPath(path_, Allowing({{2, 5}}), 0.5, 100, 1), at({0, 1, 2, 5, 6, 7, 8}));
@@ -245,7 +245,7 @@ TEST(ShortCircuitPathTest, ResultIsShorterStillValidAndRepeatable) {
     }
     const Path shortened = ShortCircuitPath(path, plane, 0.01, 20, 42);
     EXPECT_EQ(shortened, ShortCircuitPath(path, plane, 0.01, 20, 42));
-    seed_matters |= shortened != ShortCircuitPath(path, plane, 0.01, 20, 43);
+    seed_matters |= ShortCircuitPath(path, plane, 0.01, 1, 42) != ShortCircuitPath(path, plane, 0.01, 1, 43);
     EXPECT_LT(shortened.size(), path.size());
     EXPECT_EQ(shortened.front(), path.front());
     EXPECT_EQ(shortened.back(), path.back());
