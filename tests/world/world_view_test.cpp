@@ -166,19 +166,25 @@ TEST(WorldView, WhatCannotBePlacedIsNotFreeAndANegativeRadiusTouchesNothing) {
   EXPECT_EQ(huge.nearestObstacle({0.0, 0.0, 1e299})->distance, 1e299);
 }
 
-// How far a solid reaches from the origin of its frame in the direction of a unit vector.
-double Support(const ObstacleShape& shape, const Eigen::Vector3d& u) {
+// The point of a solid that lies furthest in the direction of a unit vector, both in the solid's frame.
+Eigen::Vector3d FurthestPoint(const ObstacleShape& shape, const Eigen::Vector3d& u) {
+  const Eigen::Vector3d signs(u[0] < 0.0 ? -1.0 : 1.0, u[1] < 0.0 ? -1.0 : 1.0, u[2] < 0.0 ? -1.0 : 1.0);
   if (const auto* sphere = std::get_if<SphereObstacle>(&shape)) {
-    return sphere->radius;
+    return sphere->radius * u;
   }
   if (const auto* box = std::get_if<BoxObstacle>(&shape)) {
-    return 0.5 * box->size.dot(u.cwiseAbs());
+    return 0.5 * box->size.cwiseProduct(signs);
   }
   if (const auto* cylinder = std::get_if<CylinderObstacle>(&shape)) {
-    return cylinder->radius * std::hypot(u[0], u[1]) + 0.5 * cylinder->height * std::fabs(u[2]);
+    const double side = cylinder->radius / std::hypot(u[0], u[1]);
+    return {side * u[0], side * u[1], 0.5 * cylinder->height * signs[2]};
   }
   const auto& capsule = std::get<CapsuleObstacle>(shape);
-  return capsule.radius + 0.5 * capsule.height * std::fabs(u[2]);
+  return capsule.radius * u + Eigen::Vector3d(0.0, 0.0, 0.5 * capsule.height * signs[2]);
+}
+
+double Support(const ObstacleShape& shape, const Eigen::Vector3d& u) {
+  return u.dot(FurthestPoint(shape, u));
 }
 
 // The signed distance of a point p from a convex solid with support function h is the largest value of u.p -
@@ -320,6 +326,36 @@ TEST(WorldView, ContactIsWhatTheDistanceSaysOnEveryTarget) {
     EXPECT_GT(num_free, 1000);
   }
   hwy::SetSupportedTargetsForTest(0);
+}
+
+// The worst case for bounds in single precision: the furthest point of an obstacle along an axis sits where
+// rounding jumps, and a ball touches it there to the last bit, from near and far, small and large.
+TEST(WorldView, BoundsNeverHideAContact) {
+  RandomScene random(15);
+  int num_contacts = 0;
+  for (int trial = 0; trial < 20000; ++trial) {
+    const double size = std::pow(10.0, random.integer(-2, 6));
+    const ObstacleShape shape = random.bounded(trial % 4, size);
+    const Eigen::Quaterniond turn =
+        trial % 8 < 4 ? Eigen::Quaterniond::Identity() : random.pose(1.0).rotation();
+    const int axis = random.integer(0, 2);
+    const double side = random.integer(0, 1) == 0 ? -1.0 : 1.0;
+    const Eigen::Vector3d direction = side * Eigen::Vector3d::Unit(axis);
+    const Eigen::Vector3d local = turn.conjugate() * (direction + 1e-30 * random.point(1.0));
+    const Eigen::Vector3d furthest = turn * FurthestPoint(shape, local);
+    Eigen::Vector3d touched = random.point(size);
+    touched[axis] = 1.0 + (2 * random.integer(0, 1000) + 1) * 0x1p-24;
+    const WorldView view = ViewOf(shape, Pose3(turn, touched - furthest));
+    const Eigen::Vector3d center =
+        touched + direction * random.uniform(0.0, std::pow(10.0, random.integer(-2, 6)));
+    const double distance = view.nearestObstacle(center)->distance;
+    if (distance >= 0.0) {
+      ASSERT_TRUE(view.inCollision(center, distance))
+          << "kind " << shape.index() << " size " << size << " distance " << distance;
+      ++num_contacts;
+    }
+  }
+  EXPECT_GT(num_contacts, 18000);
 }
 
 TEST(WorldView, CopiesUpdateTogetherAndOthersStayAsTheyAre) {
