@@ -333,7 +333,7 @@ TEST(WorldView, ContactIsWhatTheDistanceSaysOnEveryTarget) {
 TEST(WorldView, BoundsNeverHideAContact) {
   RandomScene random(15);
   int num_contacts = 0;
-  for (int trial = 0; trial < 20000; ++trial) {
+  for (int trial = 0; trial < 10000; ++trial) {
     const double size = std::pow(10.0, random.integer(-2, 6));
     const ObstacleShape shape = random.bounded(trial % 4, size);
     const Eigen::Quaterniond turn =
@@ -344,10 +344,11 @@ TEST(WorldView, BoundsNeverHideAContact) {
     const Eigen::Vector3d local = turn.conjugate() * (direction + 1e-30 * random.point(1.0));
     const Eigen::Vector3d furthest = turn * FurthestPoint(shape, local);
     Eigen::Vector3d touched = random.point(size);
-    touched[axis] = 1.0 + (2 * random.integer(0, 1000) + 1) * 0x1p-24;
+    const double gap = random.uniform(0.0, std::pow(10.0, random.integer(-2, 6)));
+    const double jump = 1.0 + (2 * random.integer(0, 1000) + 1) * 0x1p-24;
+    touched[axis] = jump + random.uniform(-2.0, 2.0) * (size + gap) * 0x1p-52;
     const WorldView view = ViewOf(shape, Pose3(turn, touched - furthest));
-    const Eigen::Vector3d center =
-        touched + direction * random.uniform(0.0, std::pow(10.0, random.integer(-2, 6)));
+    const Eigen::Vector3d center = touched + gap * direction;
     const double distance = view.nearestObstacle(center)->distance;
     if (distance >= 0.0) {
       ASSERT_TRUE(view.inCollision(center, distance))
@@ -355,7 +356,7 @@ TEST(WorldView, BoundsNeverHideAContact) {
       ++num_contacts;
     }
   }
-  EXPECT_GT(num_contacts, 18000);
+  EXPECT_GT(num_contacts, 9000);
 }
 
 TEST(WorldView, CopiesUpdateTogetherAndOthersStayAsTheyAre) {
