@@ -23,12 +23,12 @@ int main() {
                                                    Eigen::Vector3d(4.0, 1.0, 1.0));
   const auto environment = CreateBasic3dEnvironment({world.view(), room, 100, 1});
 
-  const double step = 0.05;
+  const double step = 0.1;
   const Eigen::VectorXd start = Eigen::Vector3d(0.5, -0.5, 0.5);
   const Eigen::VectorXd goal = Eigen::Vector3d(3.5, -0.5, 0.5);
   std::unique_ptr<Tree> tree = CreateBasicTree(3, environment->CSpaceDistanceMetric(), false);
   const auto planner =
-      CreateBasicRRT({Eigen::Vector3d::Constant(0.1), step, 10000, false}, environment, tree);
+      CreateBasicRRT({Eigen::Vector3d::Constant(step), step, 10000, false}, environment, tree);
   const auto nodes = planner->TryToFindPath(start, goal);
   if (!nodes) {
     std::cerr << "No path found.\n";

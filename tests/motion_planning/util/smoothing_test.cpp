@@ -236,11 +236,11 @@ TEST(ShortCircuitPathTest, ResultIsShorterStillValidAndRepeatable) {
   std::mt19937 engine(5);
   bool seed_matters = false;
   for (int i = 0; i < 50; ++i) {
-    // A walk around the disc.
+    // A walk around the disc, too long to be cut short from its ends alone.
     Path path;
-    for (int k = 0; k < 30; ++k) {
-      const double angle = 0.2 * k;
-      const double radius = 1.2 + RandomVec(engine, 1, 0.0, 1.0)[0];
+    for (int k = 0; k < 60; ++k) {
+      const double angle = 0.3 * k;
+      const double radius = 1.02 + 0.2 * RandomVec(engine, 1, 0.0, 1.0)[0];
       path.push_back(Vec({radius * std::cos(angle), radius * std::sin(angle)}));
     }
     const Path shortened = ShortCircuitPath(path, plane, 0.01, 20, 42);
