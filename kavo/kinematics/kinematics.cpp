@@ -72,7 +72,14 @@ Eigen::Vector3d Normalize(const Eigen::Vector3d& v) {
   const double y = v[1] / scale;
   const double z = v[2] / scale;
   const double length = std::sqrt(x * x + y * y + z * z);
-  return {SnapEntry(x / length), SnapEntry(y / length), SnapEntry(z / length)};
+  Eigen::Vector3d unit(x / length, y / length, z / length);
+  // Next to a coordinate axis counts as on it. One entry near 1 is not enough: the others may still be 1e-8.
+  for (int i = 0; i < 3; ++i) {
+    if (std::fabs(unit[(i + 1) % 3]) <= kSnap && std::fabs(unit[(i + 2) % 3]) <= kSnap) {
+      unit = std::copysign(1.0, unit[i]) * Eigen::Vector3d::Unit(i);
+    }
+  }
+  return unit;
 }
 
 Eigen::Vector3d Cross(const Eigen::Vector3d& a, const Eigen::Vector3d& b) {
@@ -126,7 +133,7 @@ Kinematics::Kinematics(const std::vector<Frame>& frames) {
       } else {
         bool on_coordinate_axis = false;
         for (int i = 0; i < 3; ++i) {
-          if (std::fabs(axis[i]) == 1.0) {
+          if (axis[(i + 1) % 3] == 0.0 && axis[(i + 2) % 3] == 0.0) {
             on_coordinate_axis = true;
             step.axis = i;
             step.sign = axis[i];
