@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "examples/shelf.h"
 #include "kavo/kinematics/interface/robot_description_internal.h"
 #include "kavo/motion_planning/environment/robot_environment.h"
 #include "kavo/motion_planning/rrt/rrt_connect.h"
@@ -25,23 +26,6 @@ using kavo::planning::Environment;
 using Path = std::vector<Eigen::VectorXd>;
 
 constexpr double kStep = 0.1;
-constexpr double kHalfPi = 1.5707963267948966;
-
-// Three boards, a back and two sides, open to the robot.
-kavo::World MakeShelf() {
-  kavo::World world;
-  const auto add = [&world](const char* name, const Eigen::Vector3d& size, const Eigen::Vector3d& center) {
-    world.add(kavo::BoxObstacle{size}, kavo::Pose3::FromTranslation(center), name);
-  };
-  add("lower board", {0.3, 0.9, 0.03}, {0.75, 0.0, 0.45});
-  add("middle board", {0.3, 0.9, 0.03}, {0.75, 0.0, 0.95});
-  add("upper board", {0.3, 0.9, 0.03}, {0.75, 0.0, 1.35});
-  add("back", {0.02, 0.9, 1.35}, {0.91, 0.0, 0.69});
-  add("left side", {0.3, 0.02, 1.35}, {0.75, 0.46, 0.69});
-  add("right side", {0.3, 0.02, 1.35}, {0.75, -0.46, 0.69});
-  world.add(kavo::HalfSpaceObstacle{}, kavo::Pose3::FromTranslation({0.0, 0.0, -0.05}), "floor");
-  return world;
-}
 
 // Passes everything on to another environment and counts the validity checks.
 class CountingEnvironment : public Environment {
@@ -151,11 +135,9 @@ int main() {
   using namespace kavo::planning;
 
   const auto robot = kavo::LoadFrankaRobotDescription();
-  const kavo::World world = MakeShelf();
-  Eigen::VectorXd start(7);
-  start << -1.2, 0.5, 0.0, -1.9, 0.0, kHalfPi, kHalfPi / 2;
-  Eigen::VectorXd goal(7);
-  goal << 0.0, 0.05, 0.0, -1.815, 0.0, 3.436, kHalfPi / 2;
+  const kavo::World world = kavo::examples::MakeShelf();
+  const Eigen::VectorXd start = kavo::examples::ShelfStart();
+  const Eigen::VectorXd goal = kavo::examples::ShelfGoal();
 
   std::cout << "Franka arm, from beside a shelf to between its lower and middle board\n";
   const bool is_straight_line_free = Check("straight line", *robot, world, {start, goal}, kStep / 10.0);
