@@ -80,8 +80,8 @@ constexpr FrameSphere kSpheres[] = {
     // Forearm along z to the wrist, with the motor housing at its side.
     {"link5", 0.0, 0.0, -0.24, 0.058},
     {"link5", 0.0, 0.0, -0.19, 0.057},
-    {"link5", 0.0, 0.0, -0.14, 0.055},
-    {"link5", 0.0, 0.0, -0.09, 0.054},
+    {"link5", 0.0, 0.0, -0.14, 0.056},
+    {"link5", 0.0, 0.0, -0.09, 0.056},
     {"link5", 0.0, 0.0, -0.04, 0.052},
     {"link5", 0.0, 0.0, 0.0, 0.055},
     {"link5", 0.0, 0.055, -0.13, 0.042},

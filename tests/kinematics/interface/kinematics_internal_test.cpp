@@ -16,6 +16,27 @@
 #include "tests/support/fatal.h"
 #include "tests/support/vectors.h"
 
+namespace {
+
+thread_local int num_allocations = 0;
+
+}  // namespace
+
+// Counts what the whole program takes from the heap.
+void* operator new(std::size_t size) {
+  ++num_allocations;
+  void* memory = std::malloc(size == 0 ? 1 : size);
+  if (memory == nullptr) {
+    throw std::bad_alloc();
+  }
+  return memory;
+}
+void* operator new[](std::size_t size) { return operator new(size); }
+void operator delete(void* memory) noexcept { std::free(memory); }
+void operator delete[](void* memory) noexcept { std::free(memory); }
+void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+void operator delete[](void* memory, std::size_t) noexcept { std::free(memory); }
+
 namespace kavo {
 namespace {
 
@@ -123,6 +144,22 @@ TEST(KinematicsInternal, SweepGivesTheBitsOfSingleFrames) {
       }
     }
   }
+}
+
+TEST(KinematicsInternal, SweepAllocatesNothing) {
+  std::mt19937 engine(31);
+  const RandomRobot robot(engine, 12);
+  const std::unique_ptr<Kinematics> kinematics = robot.description()->kinematics();
+  std::vector<Kinematics::FrameHandle> frames;
+  for (const std::string& name : kinematics->frameNames()) {
+    frames.push_back(kinematics->frame(name));
+  }
+  const std::unique_ptr<FrameSweep> sweep = kinematics->frameSweep(frames);
+  const Eigen::VectorXd q = RandomVec(engine, robot.num_coordinates(), -3.0, 3.0);
+  sweep->compute(q);  // The first call may set up the choice of instruction set.
+  const int before = num_allocations;
+  sweep->compute(q);
+  EXPECT_EQ(num_allocations, before);
 }
 
 TEST(KinematicsInternal, QuarterTurnsAreExact) {
