@@ -20,10 +20,8 @@ namespace {
 
 thread_local int num_allocations = 0;
 
-}  // namespace
-
-// Counts what the whole program takes from the heap.
-void* operator new(std::size_t size) {
+// Not inlined, so that the compiler does not take `free` for the wrong partner of `new`.
+[[gnu::noinline]] void* Allocate(std::size_t size) {
   ++num_allocations;
   void* memory = std::malloc(size == 0 ? 1 : size);
   if (memory == nullptr) {
@@ -31,7 +29,12 @@ void* operator new(std::size_t size) {
   }
   return memory;
 }
-void* operator new[](std::size_t size) { return operator new(size); }
+
+}  // namespace
+
+// Counts what the whole program takes from the heap.
+void* operator new(std::size_t size) { return Allocate(size); }
+void* operator new[](std::size_t size) { return Allocate(size); }
 void operator delete(void* memory) noexcept { std::free(memory); }
 void operator delete[](void* memory) noexcept { std::free(memory); }
 void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
