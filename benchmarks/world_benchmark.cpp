@@ -165,7 +165,7 @@ Scene Shelves(std::size_t num_obstacles, std::size_t num_queries) {
     for (std::size_t good = 0; good < kGoods && scene.shapes.size() < num_obstacles; ++good) {
       const double storey = kStorey * static_cast<double>(1 + good % 4);
       const Eigen::Vector3d place =
-          corner + Eigen::Vector3d(random(-0.4, 0.4), random(-0.15, 0.15), storey + 0.09);
+          corner + Eigen::Vector3d{random(-0.4, 0.4), random(-0.15, 0.15), storey + 0.09};
       if (good % 3 == 0) {
         scene.addBox(random.turned(place), {0.08, 0.12, 0.16});
       } else if (good % 3 == 1) {
@@ -190,7 +190,7 @@ Scene Bars(std::size_t num_obstacles, std::size_t num_queries) {
   Scene scene;
   scene.name = std::to_string(num_obstacles) + " crossing bars";
   while (scene.shapes.size() < num_obstacles) {
-    const Eigen::Quaterniond turn(random(-1.0, 1.0), random(-1.0, 1.0), random(-1.0, 1.0), random(-1.0, 1.0));
+    const Eigen::Quaterniond turn{random(-1.0, 1.0), random(-1.0, 1.0), random(-1.0, 1.0), random(-1.0, 1.0)};
     scene.addBox(Pose3(turn, {random(-0.7, 0.7), random(-0.7, 0.7), random(-0.7, 0.7)}), {0.02, 0.02, 2.0});
   }
   for (std::size_t i = 0; i < num_queries; ++i) {

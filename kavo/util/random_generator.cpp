@@ -33,6 +33,10 @@ T InitialMax() {
 
 double SampleDouble(std::mt19937& engine, double min, double max) {
   const double u = static_cast<double>(engine()) / 4294967295.0;
+  if (min == max) {
+    // The sum below may miss the value by its last bit.
+    return min;
+  }
   return u * max + (1.0 - u) * min;
 }
 

@@ -24,8 +24,9 @@ inline bool ValidateRange(const Eigen::Vector3d& min, const Eigen::Vector3d& max
 //! Uniform random values of a closed range, the same on every platform for the same seed.
 //!
 //! The engine is the 32-bit Mersenne Twister MT19937 (Matsumoto and Nishimura, 1998). A double is u * max +
-//! (1 - u) * min with u = x / 4294967295.0 and x one 32-bit draw, so both ends can come up; a 3-vector takes
-//! one draw per coordinate, x first; an int is min + x mod (max - min + 1).
+//! (1 - u) * min with u = x / 4294967295.0 and x one 32-bit draw, so both ends can come up, and a range of
+//! one value yields exactly that; a 3-vector takes one draw per coordinate, x first; an int is min + x mod
+//! (max - min + 1).
 //!
 //! The range starts as [-1, 1] in every coordinate; for int as half of the type's range, [-1073741823,
 //! 1073741822]. Not safe for use by several threads at once.
@@ -48,8 +49,10 @@ class KAVO_EXPORT RandomGenerator {
   T max_;
 };
 
-extern template class RandomGenerator<double>;
-extern template class RandomGenerator<Eigen::Vector3d>;
-extern template class RandomGenerator<int>;
+// The mark is repeated because an instantiation with a type of another library is otherwise as hidden as that
+// type.
+extern template class KAVO_EXPORT RandomGenerator<double>;
+extern template class KAVO_EXPORT RandomGenerator<Eigen::Vector3d>;
+extern template class KAVO_EXPORT RandomGenerator<int>;
 
 }  // namespace kavo::util

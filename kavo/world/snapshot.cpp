@@ -29,12 +29,12 @@ bool Touches(const BoundsGroup* groups, const Solid* solids, const double* cente
   const double margin_x = reach + std::fabs(center[0]) * kDistanceError;
   const double margin_y = reach + std::fabs(center[1]) * kDistanceError;
   const double margin_z = reach + std::fabs(center[2]) * kDistanceError;
-  const auto low_x = hn::Set(d, RoundedOut(center[0] - margin_x, -1.0F));
-  const auto low_y = hn::Set(d, RoundedOut(center[1] - margin_y, -1.0F));
-  const auto low_z = hn::Set(d, RoundedOut(center[2] - margin_z, -1.0F));
-  const auto high_x = hn::Set(d, RoundedOut(center[0] + margin_x, 1.0F));
-  const auto high_y = hn::Set(d, RoundedOut(center[1] + margin_y, 1.0F));
-  const auto high_z = hn::Set(d, RoundedOut(center[2] + margin_z, 1.0F));
+  const auto low_x = hn::Set(d, Rounded(center[0] - margin_x));
+  const auto low_y = hn::Set(d, Rounded(center[1] - margin_y));
+  const auto low_z = hn::Set(d, Rounded(center[2] - margin_z));
+  const auto high_x = hn::Set(d, Rounded(center[0] + margin_x));
+  const auto high_y = hn::Set(d, Rounded(center[1] + margin_y));
+  const auto high_z = hn::Set(d, Rounded(center[2] + margin_z));
 
   // A group adds at most seven to what waits, and each level has an eighth of the obstacles of the one above.
   std::uint32_t waiting[128];
@@ -216,8 +216,8 @@ double SignedDistance(const Solid& solid, const double* point) {
 
 void BoundsGroup::enclose(std::size_t lane, const double* lowest, const double* highest) {
   for (int axis = 0; axis < 3; ++axis) {
-    low[axis][lane] = RoundedOut(lowest[axis], -1.0F);
-    high[axis][lane] = RoundedOut(highest[axis], 1.0F);
+    low[axis][lane] = Rounded(lowest[axis]);
+    high[axis][lane] = Rounded(highest[axis]);
   }
 }
 

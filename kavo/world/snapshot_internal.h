@@ -2,7 +2,6 @@
 
 #include <Eigen/Core>
 #include <algorithm>
-#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -41,18 +40,13 @@ struct Solid {
 //! is at most its radius. Bounds and vectors only decide for which solids it is not asked.
 double SignedDistance(const Solid& solid, const double* point);
 
-//! The bound in single precision, moved by one to three units in the last place in the direction (1 or -1),
-//! so that a box of such bounds encloses the one it was made from. Cut to a range that leaves room for the
-//! move.
-inline float RoundedOut(double bound, float direction) {
-  const auto nearest = static_cast<float>(std::min(std::max(bound, -1.0e38), 1.0e38));
-  return nearest + direction * (std::fabs(nearest) * 0x1p-22F + 0x1p-100F);
-}
+//! A bound in single precision, cut to its range. Rounding keeps order (a <= b gives Rounded(a) <=
+//! Rounded(b)), so boxes that overlap still overlap when both are rounded, whatever the direction.
+inline float Rounded(double bound) { return static_cast<float>(std::min(std::max(bound, -1.0e38), 1.0e38)); }
 
 //! Eight boxes along the world's axes that enclose eight parts of the scene.
 //!
-//! Single precision halves the memory that a query reads; bounds are rounded outwards, so that nothing is
-//! missed.
+//! Single precision halves the memory that a query reads.
 struct alignas(64) BoundsGroup {
   static constexpr std::size_t kSize = 8;
 

@@ -109,16 +109,21 @@ class RobotEnvironmentImpl final : public RobotEnvironment {
     }
     const std::vector<math::RigidTransform>& frames = sweep_->compute(q);
     for (std::size_t i = 0; i < collections_.size(); ++i) {
-      const CollisionSphereCollection& collection = collections_[i];
-      const math::RigidTransform pose = base_ ? *base_ * frames[i] : frames[i];
-      if (!world_view_.inCollision(pose * collection.bounding_sphere.center,
-                                   collection.bounding_sphere.radius)) {
-        continue;
+      if (base_ ? CollectionTouches(collections_[i], *base_ * frames[i])
+                : CollectionTouches(collections_[i], frames[i])) {
+        return true;
       }
-      for (const math::Sphere& sphere : collection.spheres) {
-        if (world_view_.inCollision(pose * sphere.center, sphere.radius)) {
-          return true;
-        }
+    }
+    return false;
+  }
+
+  bool CollectionTouches(const CollisionSphereCollection& collection, const math::RigidTransform& pose) const {
+    if (!world_view_.inCollision(pose * collection.bounding_sphere.center, collection.bounding_sphere.radius)) {
+      return false;
+    }
+    for (const math::Sphere& sphere : collection.spheres) {
+      if (world_view_.inCollision(pose * sphere.center, sphere.radius)) {
+        return true;
       }
     }
     return false;

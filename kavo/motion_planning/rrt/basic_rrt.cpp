@@ -114,7 +114,8 @@ class BasicRRT final : public RRT {
         (config_.use_approx_closest ? tree.GetApproxClosest(q_sample) : tree.GetClosest(q_sample)).node;
     const Eigen::VectorXd step = internal::StepToward(parent->Configuration(), q_sample, config_.edge_length);
     Eigen::VectorXd q_new = parent->Configuration() + step;
-    while (environment_->IsValidConfiguration(q_new)) {
+    // A sample or a step beyond the finite numbers leads nowhere, whatever the environment says.
+    while (internal::IsFinite(q_new) && environment_->IsValidConfiguration(q_new)) {
       parent = tree.Insert(Node(q_new, parent));
       if (IsAtTarget(q_new)) {
         problem_.target_node = tree.Insert(Node(problem_.q_target, parent));

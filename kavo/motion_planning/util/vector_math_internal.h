@@ -54,18 +54,16 @@ inline Eigen::VectorXd StepToward(const Eigen::VectorXd& from, const Eigen::Vect
   return step;
 }
 
-//! Adds `step` to `q`. False when that leads nowhere: a step too short to change any coordinate of `q`, or
-//! one beyond the finite numbers. A walk must end there, or it would never end.
+//! Adds `step` to `q`. False when the step is too short to change any coordinate: a walk must end there, or it would
+//! never end.
 inline bool Advance(const Eigen::VectorXd& step, Eigen::VectorXd& q) {
   bool moved = false;
-  bool finite = true;
   for (Eigen::Index i = 0; i < q.size(); ++i) {
     const double next = q[i] + step[i];
     moved |= next != q[i];
-    finite &= std::isfinite(next);
     q[i] = next;
   }
-  return moved && finite;
+  return moved;
 }
 
 }  // namespace kavo::planning::internal

@@ -102,7 +102,7 @@ TEST_P(BasicTreeTargetTest, ScanFindsWhatThePlainLoopFinds) {
 
 INSTANTIATE_TEST_SUITE_P(Targets, BasicTreeTargetTest,
                          ::testing::ValuesIn(hwy::SupportedAndGeneratedTargets()),
-                         [](const auto& info) { return std::string(hwy::TargetName(info.param)); });
+                         [](const auto& target) { return std::string(hwy::TargetName(target.param)); });
 
 TEST(BasicTreeTest, EarlierNodeWinsATie) {
   for (const DistanceMetric& metric : {DistanceMetric(L2Norm), Opaque(L2Norm)}) {
