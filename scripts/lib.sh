@@ -1,0 +1,43 @@
+# Shared by the scripts beside it; sourced, not run.
+
+root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
+logs="$root/build/logs"
+cores="$(nproc)"
+cd "$root"
+
+# The compiler cache needs a directory that it can write to; a service account may have no home.
+if [[ -z "${CCACHE_DIR:-}" && -z "${XDG_CACHE_HOME:-}" && ! -w "${HOME:-/nonexistent}" ]]; then
+  export CCACHE_DIR="$root/build/ccache"
+fi
+
+# Prefix of the commands below.
+launcher=()
+
+# quietly <log name> <command...>: the command's output goes to a log, which is printed when the command fails.
+quietly() {
+  local log="$logs/$1.log" status=0
+  shift
+  mkdir -p "$logs"
+  "${launcher[@]}" "$@" >"$log" 2>&1 || status=$?
+  if ((status != 0)); then
+    cat "$log" >&2
+    echo "Failed with status $status: $*" >&2
+  fi
+  return "$status"
+}
+
+# configure <preset>: only if that was not done since the presets changed; ninja sees to all other changes.
+configure() {
+  if [[ ! -e "build/$1/build.ninja" || CMakePresets.json -nt "build/$1/build.ninja" ]]; then
+    echo "Configuring ($1)"
+    quietly "$1-configure" cmake --preset "$1"
+  fi
+}
+
+# build <preset> [target...]
+build() {
+  local preset="$1"
+  shift
+  echo "Building ($preset)"
+  quietly "$preset-build" cmake --build "build/$preset" --parallel "$cores" ${1:+--target "$@"}
+}
