@@ -33,6 +33,7 @@ struct CapsuleObstacle {
 //! All points with z <= 0 in the obstacle's frame, such as the floor.
 struct HalfSpaceObstacle {};
 
-using ObstacleShape = std::variant<SphereObstacle, BoxObstacle, CylinderObstacle, CapsuleObstacle, HalfSpaceObstacle>;
+using ObstacleShape =
+    std::variant<SphereObstacle, BoxObstacle, CylinderObstacle, CapsuleObstacle, HalfSpaceObstacle>;
 
 }  // namespace kavo

@@ -15,20 +15,20 @@ namespace kavo {
 
 //! The obstacles around a robot, in world coordinates (metres).
 //!
-//! A world may be edited from any thread, also while other threads plan: planners look at a `WorldView`, which holds a
-//! snapshot that no edit touches. Copies of a `World` are handles of the same world.
+//! A world may be edited from any thread, also while other threads plan: planners look at a `WorldView`,
+//! which holds a snapshot that no edit touches. Copies of a `World` are handles of the same world.
 class KAVO_EXPORT World {
  public:
   //! An empty world.
   World();
 
-  //! Adds an obstacle, enabled. A size that is not positive and finite (a capsule may have height zero) or a pose that is
-  //! not finite is a fatal error that names the value; the world is unchanged then.
-  //! \param name For reports; need not be unique.
+  //! Adds an obstacle, enabled. A size that is not positive and finite (a capsule may have height zero) or a
+  //! pose that is not finite is a fatal error that names the value; the world is unchanged then. \param name
+  //! For reports; need not be unique.
   ObstacleHandle add(const ObstacleShape& shape, const Pose3& pose, std::string name = {});
 
-  //! Places an obstacle anew. Fatal, here and below, for a handle that was removed or belongs to another world, and for
-  //! a pose that is not finite.
+  //! Places an obstacle anew. Fatal, here and below, for a handle that was removed or belongs to another
+  //! world, and for a pose that is not finite.
   void move(ObstacleHandle obstacle, const Pose3& pose);
 
   //! A disabled obstacle stays in the world but touches nothing.

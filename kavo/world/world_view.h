@@ -30,9 +30,9 @@ class ObstacleHandle {
 
 //! The enabled obstacles of a `World` as they were at the last `update()`.
 //!
-//! A cheap handle: copies share one snapshot, so an update of one copy updates them all. Views made separately by
-//! `World::view()` are independent; use one for each planning thread. A view and its copies belong to one thread at a
-//! time; the world behind them may be edited by any.
+//! A cheap handle: copies share one snapshot, so an update of one copy updates them all. Views made
+//! separately by `World::view()` are independent; use one for each planning thread. A view and its copies
+//! belong to one thread at a time; the world behind them may be edited by any.
 class KAVO_EXPORT WorldView {
  public:
   //! The obstacle nearest to a point.
@@ -45,15 +45,14 @@ class KAVO_EXPORT WorldView {
   //! Takes the world as it is now.
   void update();
 
-  //! True when a ball touches an enabled obstacle; touching counts. Exact for every kind of obstacle, and free of
-  //! allocation and locks.
-  //! \param center World coordinates, metres.
-  //! \param radius Zero asks about a point. A negative radius touches nothing.
-  //! A centre or radius that is not finite counts as collision: what cannot be placed cannot be called free.
+  //! True when a ball touches an enabled obstacle; touching counts. Exact for every kind of obstacle, and
+  //! free of allocation and locks. \param center World coordinates, metres. \param radius Zero asks about a
+  //! point. A negative radius touches nothing. A centre or radius that is not finite counts as collision:
+  //! what cannot be placed cannot be called free.
   bool inCollision(const Eigen::Vector3d& center, double radius) const;
 
-  //! The obstacle with the smallest signed distance to the point (world coordinates, metres), the one added first among
-  //! equals; empty if there is none or the point is not finite.
+  //! The obstacle with the smallest signed distance to the point (world coordinates, metres), the one added
+  //! first among equals; empty if there is none or the point is not finite.
   std::optional<Nearest> nearestObstacle(const Eigen::Vector3d& point) const;
 
  private:

@@ -11,7 +11,8 @@ namespace kavo::kinematics {
 
 //! Closed interval for each coordinate of a space. A value type.
 //!
-//! The bounds are taken as they are: whether a minimum may lie above its maximum is up to the user of the limits.
+//! The bounds are taken as they are: whether a minimum may lie above its maximum is up to the user of the
+//! limits.
 class KAVO_EXPORT ConfigurationLimits {
  public:
   //! From two vectors of equal length; otherwise a fatal error.

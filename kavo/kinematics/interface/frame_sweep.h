@@ -10,15 +10,15 @@ namespace kavo {
 
 //! Places a fixed list of frames, all in one pass over the robot.
 //!
-//! A sweep owns the scratch memory of its queries, so that a query allocates nothing; each thread needs a sweep of its
-//! own. Made by `Kinematics::frameSweep`.
+//! A sweep owns the scratch memory of its queries, so that a query allocates nothing; each thread needs a
+//! sweep of its own. Made by `Kinematics::frameSweep`.
 class KAVO_EXPORT FrameSweep {
  public:
   virtual ~FrameSweep();
 
-  //! The transforms of the frames relative to the robot base at configuration `q`, in the order of the list that the
-  //! sweep was made for. The reference holds until the next call. The length of `q` must be the number of c-space
-  //! coordinates; it is not checked.
+  //! The transforms of the frames relative to the robot base at configuration `q`, in the order of the list
+  //! that the sweep was made for. The reference holds until the next call. The length of `q` must be the
+  //! number of c-space coordinates; it is not checked.
   virtual const std::vector<math::RigidTransform>& compute(const Eigen::VectorXd& q) = 0;
 
  protected:

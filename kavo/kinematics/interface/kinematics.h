@@ -14,8 +14,9 @@ namespace kavo {
 
 //! Kinematic model of a robot: where its frames are for a configuration.
 //!
-//! Poses and positions are relative to the robot base, in metres; coordinates are radians (revolute, continuous joints)
-//! or metres (prismatic joints). A model is immutable: any number of threads may ask it at once.
+//! Poses and positions are relative to the robot base, in metres; coordinates are radians (revolute,
+//! continuous joints) or metres (prismatic joints). A model is immutable: any number of threads may ask it at
+//! once.
 class KAVO_EXPORT Kinematics {
  public:
   //! Names one frame of one model. Cheap to copy.
@@ -52,7 +53,8 @@ class KAVO_EXPORT Kinematics {
   virtual Eigen::Vector3d position(const Eigen::VectorXd& cspace_config, const FrameHandle& frame) const = 0;
 
   //! Derivative of `position` with respect to the coordinates, 3 x n.
-  virtual Eigen::MatrixXd positionJacobian(const Eigen::VectorXd& cspace_config, const FrameHandle& frame) const = 0;
+  virtual Eigen::MatrixXd positionJacobian(const Eigen::VectorXd& cspace_config,
+                                           const FrameHandle& frame) const = 0;
 
   //! A sweep over the given frames. It must not outlive this model. The default asks `pose` frame by frame.
   virtual std::unique_ptr<FrameSweep> frameSweep(const std::vector<FrameHandle>& frames) const;

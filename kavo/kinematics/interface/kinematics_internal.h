@@ -6,6 +6,9 @@
 namespace kavo {
 
 //! `Kinematics` of the robots that this library builds: wraps the model value.
+//!
+//! A configuration of the wrong length and a handle whose index this model does not have are fatal errors.
+//! Its sweeps hold all that they need and may outlive the model.
 class KAVO_EXPORT KinematicsInternal : public Kinematics {
  public:
   explicit KinematicsInternal(kinematics::Kinematics model);
@@ -16,12 +19,16 @@ class KAVO_EXPORT KinematicsInternal : public Kinematics {
   FrameHandle frame(const std::string& frame_name) const override;
   Pose3 pose(const Eigen::VectorXd& cspace_config, const FrameHandle& frame) const override;
   Eigen::Vector3d position(const Eigen::VectorXd& cspace_config, const FrameHandle& frame) const override;
-  Eigen::MatrixXd positionJacobian(const Eigen::VectorXd& cspace_config, const FrameHandle& frame) const override;
+  Eigen::MatrixXd positionJacobian(const Eigen::VectorXd& cspace_config,
+                                   const FrameHandle& frame) const override;
   std::unique_ptr<FrameSweep> frameSweep(const std::vector<FrameHandle>& frames) const override;
 
   const kinematics::Kinematics& model() const { return model_; }
 
  private:
+  void checkConfiguration(const Eigen::VectorXd& cspace_config) const;
+  int checkedIndex(const FrameHandle& frame) const;
+
   kinematics::Kinematics model_;
 };
 

@@ -12,8 +12,8 @@
 
 namespace kavo {
 
-//! What a planner needs to know about a robot. Made by `RobotDescriptionBuilder` or one of the built-in loaders below.
-//! Immutable.
+//! What a planner needs to know about a robot. Made by `RobotDescriptionBuilder` or one of the built-in
+//! loaders below. Immutable.
 class KAVO_EXPORT RobotDescription {
  public:
   virtual ~RobotDescription();
@@ -36,12 +36,13 @@ class KAVO_EXPORT RobotDescription {
   RobotDescription& operator=(const RobotDescription&) = default;
 };
 
-//! The limits of the joints, in coordinate order. The description must have come from this library's builder or loaders;
-//! otherwise a fatal error.
-KAVO_EXPORT std::vector<kinematics::JointLimits> ExtractJointLimits(const RobotDescription* robot_description);
+//! The limits of the joints, in coordinate order. The description must have come from this library's builder
+//! or loaders; otherwise a fatal error.
+KAVO_EXPORT std::vector<kinematics::JointLimits> ExtractJointLimits(
+    const RobotDescription* robot_description);
 
-//! The Franka Emika arm with its hand: seven revolute joints, fingers open and fixed. Kinematic parameters and limits as
-//! published by the maker. The last frame, "tool", lies between the finger tips.
+//! The Franka Emika arm with its hand: seven revolute joints, fingers open and fixed. Kinematic parameters
+//! and limits as published by the maker. The last frame, "tool", lies between the finger tips.
 KAVO_EXPORT std::unique_ptr<RobotDescription> LoadFrankaRobotDescription();
 
 //! A planar arm in the x-y plane: three revolute joints about z. The last frame, "tool", is the tip.

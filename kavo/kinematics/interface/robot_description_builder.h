@@ -26,11 +26,11 @@ struct Joint {
   std::string child_frame;
   //! Pose of the joint in the parent frame.
   Pose3 origin;
-  //! Direction of motion in the joint's own frame, of any length but zero: the joint turns about it (right hand) or
-  //! slides along it. Ignored for fixed joints.
+  //! Direction of motion in the joint's own frame, of any length but zero: the joint turns about it (right
+  //! hand) or slides along it. Ignored for fixed joints.
   Eigen::Vector3d axis = Eigen::Vector3d::UnitZ();
-  //! Closed range of the coordinate: radians, or metres for a prismatic joint. Needed for revolute and prismatic joints;
-  //! a continuous joint without limits gets [-pi, pi]. Ignored for fixed joints.
+  //! Closed range of the coordinate: radians, or metres for a prismatic joint. Needed for revolute and
+  //! prismatic joints; a continuous joint without limits gets [-pi, pi]. Ignored for fixed joints.
   std::optional<kinematics::JointLimits> limits;
   //! Value of the coordinate in the default configuration; the middle of the limits when absent.
   std::optional<double> default_value;
@@ -38,11 +38,12 @@ struct Joint {
 
 //! Makes a robot description in code.
 //!
-//! Joints may be added in any order; coordinates are numbered in the order in which their joints were added. `build`
-//! checks the whole robot and throws a fatal error whose message names the culprit for: an empty or repeated joint or
-//! frame name, a frame that two joints carry, a cycle, a parent frame that nothing carries, a number that is not finite,
-//! an axis of length zero, limits that are missing or whose minimum is above the maximum, a default value outside the
-//! limits, a sphere on an unknown frame or with a radius that is not positive.
+//! Joints may be added in any order; coordinates are numbered in the order in which their joints were added.
+//! `build` checks the whole robot and throws a fatal error whose message names the culprit for: an empty or
+//! repeated joint or frame name, a frame that two joints carry, a cycle, a parent frame that nothing carries,
+//! a number that is not finite, an axis of length zero, limits that are missing or whose minimum is above the
+//! maximum, a default value outside the limits, a sphere on an unknown frame or with a radius that is not
+//! positive.
 class KAVO_EXPORT RobotDescriptionBuilder {
  public:
   //! \param base_frame Name of the frame that everything is attached to.
@@ -50,7 +51,8 @@ class KAVO_EXPORT RobotDescriptionBuilder {
 
   RobotDescriptionBuilder& addJoint(Joint joint);
   //! A frame rigidly attached to another one: a fixed joint of the same name as the frame.
-  RobotDescriptionBuilder& addFrame(const std::string& name, const std::string& parent_frame, const Pose3& pose);
+  RobotDescriptionBuilder& addFrame(const std::string& name, const std::string& parent_frame,
+                                    const Pose3& pose);
   //! \param center In the frame's coordinates.
   RobotDescriptionBuilder& addCollisionSphere(const std::string& frame_name, const Eigen::Vector3d& center,
                                               double radius);

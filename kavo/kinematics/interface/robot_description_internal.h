@@ -15,7 +15,8 @@
 
 namespace kavo {
 
-//! The one implementation of `RobotDescription`: a record filled by `RobotDescriptionBuilder`, which has checked it.
+//! The one implementation of `RobotDescription`: a record filled by `RobotDescriptionBuilder`, which has
+//! checked it.
 class KAVO_EXPORT RobotDescriptionInternal : public RobotDescription {
  public:
   struct Data {

@@ -9,7 +9,8 @@ namespace kavo::planning {
 
 Basic3dEnvironmentConfig::Basic3dEnvironmentConfig(const WorldView& world_view_in,
                                                    const kinematics::ConfigurationLimits& q_limits_in,
-                                                   std::uint64_t max_sampling_attempts_in, std::uint32_t seed_in)
+                                                   std::uint64_t max_sampling_attempts_in,
+                                                   std::uint32_t seed_in)
     : world_view(world_view_in),
       q_limits(q_limits_in),
       max_sampling_attempts(max_sampling_attempts_in),
@@ -36,9 +37,10 @@ class Basic3dEnvironmentImpl final : public Basic3dEnvironment {
   void UpdateWorldView() override { world_view_.update(); }
 
   bool IsValidConfiguration(const Eigen::VectorXd& q) const override {
-    KAVO_CHECK(static_cast<size_t>(q.size()) == dimension_, "motion_planning/environment/basic_3d_environment", 89)
-        << "Dimension of q [" << q.size() << "] must match number of configuration space coordinates [" << dimension_
-        << "].";
+    KAVO_CHECK(static_cast<size_t>(q.size()) == dimension_,
+               "motion_planning/environment/basic_3d_environment", 89)
+        << "Dimension of q [" << q.size() << "] must match number of configuration space coordinates ["
+        << dimension_ << "].";
     return !IsOutsideConfigurationLimits(q) && !IsInCollision(q);
   }
 
@@ -63,7 +65,9 @@ class Basic3dEnvironmentImpl final : public Basic3dEnvironment {
     return false;
   }
 
-  bool IsInCollision(const Eigen::VectorXd& q) const { return world_view_.inCollision({q[0], q[1], q[2]}, 0.0); }
+  bool IsInCollision(const Eigen::VectorXd& q) const {
+    return world_view_.inCollision({q[0], q[1], q[2]}, 0.0);
+  }
 
   std::size_t dimension_ = 3;
   DistanceMetric distance_metric_ = L2Norm;

@@ -10,7 +10,8 @@
 
 namespace kavo::planning {
 
-//! A point that moves in a box among obstacles. A configuration is its position (x, y, z) in the world, in metres.
+//! A point that moves in a box among obstacles. A configuration is its position (x, y, z) in the world, in
+//! metres.
 class KAVO_EXPORT Basic3dEnvironment : public Environment {
  public:
   //! Takes the world as it is now.
@@ -31,8 +32,9 @@ struct KAVO_EXPORT Basic3dEnvironmentConfig {
   std::uint32_t seed;
 };
 
-//! A point environment under the Euclidean distance. Where some minimum of the limits is above its maximum a warning is
-//! issued, and no configuration is valid.
-KAVO_EXPORT std::shared_ptr<Basic3dEnvironment> CreateBasic3dEnvironment(const Basic3dEnvironmentConfig& config);
+//! A point environment under the Euclidean distance. Where some minimum of the limits is above its maximum a
+//! warning is issued, and no configuration is valid.
+KAVO_EXPORT std::shared_ptr<Basic3dEnvironment> CreateBasic3dEnvironment(
+    const Basic3dEnvironmentConfig& config);
 
 }  // namespace kavo::planning

@@ -21,10 +21,12 @@ class KAVO_EXPORT Environment {
 
   virtual const DistanceMetric& CSpaceDistanceMetric() const = 0;
 
-  //! Whether `q` lies within the limits and touches nothing. A length other than `CSpaceDimension()` is a fatal error.
+  //! Whether `q` lies within the limits and touches nothing. A length other than `CSpaceDimension()` is a
+  //! fatal error.
   virtual bool IsValidConfiguration(const Eigen::VectorXd& q) const = 0;
 
-  //! A random valid configuration; empty, with a warning, if none was found. Each call goes on in one random sequence.
+  //! A random valid configuration; empty, with a warning, if none was found. Each call goes on in one random
+  //! sequence.
   virtual std::optional<Eigen::VectorXd> SampleConfiguration() const = 0;
 
  protected:

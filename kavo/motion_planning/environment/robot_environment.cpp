@@ -39,22 +39,25 @@ class RobotEnvironmentImpl final : public RobotEnvironment {
   void SetBasePose(const Pose3& base_pose) override { base_ = math::RigidTransform(base_pose); }
 
   Eigen::Vector3d TaskSpacePosition(const Eigen::VectorXd& q) const override {
-    KAVO_CHECK(static_cast<int64_t>(dimension_) == q.size(), "motion_planning/environment/robot_environment", 58);
+    KAVO_CHECK(static_cast<int64_t>(dimension_) == q.size(), "motion_planning/environment/robot_environment",
+               58);
     return kinematics_->position(q, task_space_frame_);
   }
 
   void GetTaskSpacePositionJacobian(const Eigen::VectorXd& q, Eigen::MatrixXd& jacobian) const override {
-    KAVO_CHECK(static_cast<int64_t>(dimension_) == q.size(), "motion_planning/environment/robot_environment", 64);
-    KAVO_CHECK(static_cast<int64_t>(dimension_) == jacobian.cols(), "motion_planning/environment/robot_environment",
-               65);
+    KAVO_CHECK(static_cast<int64_t>(dimension_) == q.size(), "motion_planning/environment/robot_environment",
+               64);
+    KAVO_CHECK(static_cast<int64_t>(dimension_) == jacobian.cols(),
+               "motion_planning/environment/robot_environment", 65);
     KAVO_CHECK(jacobian.rows() == 3, "motion_planning/environment/robot_environment", 66);
     jacobian = kinematics_->positionJacobian(q, task_space_frame_);
   }
 
   bool IsValidConfiguration(const Eigen::VectorXd& q) const override {
-    KAVO_CHECK(static_cast<size_t>(q.size()) == dimension_, "motion_planning/environment/robot_environment", 150)
-        << "Dimension of q [" << q.size() << "] must match number of configuration space coordinates [" << dimension_
-        << "].";
+    KAVO_CHECK(static_cast<size_t>(q.size()) == dimension_, "motion_planning/environment/robot_environment",
+               150)
+        << "Dimension of q [" << q.size() << "] must match number of configuration space coordinates ["
+        << dimension_ << "].";
     return !ExceedsConfigurationLimits(q) && !InCollision(q);
   }
 
@@ -106,15 +109,21 @@ class RobotEnvironmentImpl final : public RobotEnvironment {
     }
     const std::vector<math::RigidTransform>& frames = sweep_->compute(q);
     for (std::size_t i = 0; i < collections_.size(); ++i) {
-      const CollisionSphereCollection& collection = collections_[i];
-      const math::RigidTransform pose = base_ ? *base_ * frames[i] : frames[i];
-      if (!world_view_.inCollision(pose * collection.bounding_sphere.center, collection.bounding_sphere.radius)) {
-        continue;
+      if (base_ ? CollectionTouches(collections_[i], *base_ * frames[i])
+                : CollectionTouches(collections_[i], frames[i])) {
+        return true;
       }
-      for (const math::Sphere& sphere : collection.spheres) {
-        if (world_view_.inCollision(pose * sphere.center, sphere.radius)) {
-          return true;
-        }
+    }
+    return false;
+  }
+
+  bool CollectionTouches(const CollisionSphereCollection& collection, const math::RigidTransform& pose) const {
+    if (!world_view_.inCollision(pose * collection.bounding_sphere.center, collection.bounding_sphere.radius)) {
+      return false;
+    }
+    for (const math::Sphere& sphere : collection.spheres) {
+      if (world_view_.inCollision(pose * sphere.center, sphere.radius)) {
+        return true;
       }
     }
     return false;
@@ -130,7 +139,8 @@ class RobotEnvironmentImpl final : public RobotEnvironment {
   void ExtractCollisionSpheres(const RobotEnvironmentConfig& config) {
     const std::vector<std::string>& names = config.FrameNames();
     const std::vector<util::IndexedValue> order = util::Sort(
-        names, [this](const std::string& name) { return static_cast<double>(kinematics_->frame(name).index()); },
+        names,
+        [this](const std::string& name) { return static_cast<double>(kinematics_->frame(name).index()); },
         std::greater<>());
     std::vector<kavo::Kinematics::FrameHandle> frames;
     for (const util::IndexedValue& entry : order) {
@@ -146,7 +156,8 @@ class RobotEnvironmentImpl final : public RobotEnvironment {
   void InitializeSamplers(const RobotEnvironmentConfig& config) {
     for (std::size_t i = 0; i < limits_.Dimension(); ++i) {
       const auto joint = static_cast<Eigen::Index>(i);
-      c_space_samplers_.emplace_back(static_cast<std::uint32_t>(config.c_space_seed) + static_cast<std::uint32_t>(i));
+      c_space_samplers_.emplace_back(static_cast<std::uint32_t>(config.c_space_seed) +
+                                     static_cast<std::uint32_t>(i));
       c_space_samplers_.back().SetRange(limits_.Min()[joint], limits_.Max()[joint]);
     }
     if (const auto task_space_limits = config.TryGetTaskSpaceLimits()) {

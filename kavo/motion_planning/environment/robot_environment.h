@@ -11,22 +11,24 @@
 
 namespace kavo::planning {
 
-//! A robot arm among obstacles. A configuration holds one value for each joint (radians, or metres for a prismatic one);
-//! it is valid when each joint is within its closed limits and no collision sphere of the robot touches an obstacle.
-//! A configuration that is not finite is never valid.
+//! A robot arm among obstacles. A configuration holds one value for each joint (radians, or metres for a
+//! prismatic one); it is valid when each joint is within its closed limits and no collision sphere of the
+//! robot touches an obstacle. A configuration that is not finite is never valid.
 //!
-//! Not even the const operations of one environment may run on several threads at once: they share scratch memory and
-//! random generators.
+//! Not even the const operations of one environment may run on several threads at once: they share scratch
+//! memory and random generators.
 class KAVO_EXPORT RobotEnvironment : public Environment {
  public:
-  //! Position of the task-space frame relative to the robot base (metres), wherever the base stands in the world.
+  //! Position of the task-space frame relative to the robot base (metres), wherever the base stands in the
+  //! world.
   virtual Eigen::Vector3d TaskSpacePosition(const Eigen::VectorXd& q) const = 0;
 
   //! Derivative of `TaskSpacePosition`.
   //! \param[out] jacobian Sized 3 x `CSpaceDimension()` by the caller; another size is a fatal error.
   virtual void GetTaskSpacePositionJacobian(const Eigen::VectorXd& q, Eigen::MatrixXd& jacobian) const = 0;
 
-  //! A random point of the task-space limits, tested against nothing; empty, with a warning, without such limits.
+  //! A random point of the task-space limits, tested against nothing; empty, with a warning, without such
+  //! limits.
   virtual std::optional<Eigen::Vector3d> SampleTaskSpace() const = 0;
 
   //! Takes the world as it is now.
@@ -38,8 +40,9 @@ class KAVO_EXPORT RobotEnvironment : public Environment {
 
 //! An environment under the weighted squared distance (see `WeightedSquaredL2Norm`).
 //!
-//! Limits whose minimum is above the maximum are warned about: no configuration is valid then, or, for task-space limits,
-//! samples come from [-1, 1]. An unknown frame name among the collision spheres is a fatal error.
+//! Limits whose minimum is above the maximum are warned about: no configuration is valid then, or, for
+//! task-space limits, samples come from [-1, 1]. An unknown frame name among the collision spheres is a fatal
+//! error.
 KAVO_EXPORT std::shared_ptr<RobotEnvironment> CreateRobotEnvironment(const RobotEnvironmentConfig& config);
 
 }  // namespace kavo::planning

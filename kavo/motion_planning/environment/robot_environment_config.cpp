@@ -37,7 +37,8 @@ std::vector<math::Sphere> RobotEnvironmentConfig::CollisionSpheres(const std::st
   return found != collision_spheres_.end() ? found->second : std::vector<math::Sphere>{};
 }
 
-std::optional<kavo::Kinematics::FrameHandle> RobotEnvironmentConfig::SetTaskSpaceFrame(const std::string& frame_name) {
+std::optional<kavo::Kinematics::FrameHandle> RobotEnvironmentConfig::SetTaskSpaceFrame(
+    const std::string& frame_name) {
   const std::vector<std::string>& names = kinematics_->frameNames();
   if (std::find(names.begin(), names.end(), frame_name) == names.end()) {
     KAVO_LOG(LogLevel::kWarning) << "Unable to find \"" << frame_name << "\". Task space frame name will not "
@@ -67,9 +68,10 @@ void RobotEnvironmentConfig::ValidateInput() const {
              "motion_planning/environment/robot_environment_config", 101)
       << "Only " << joint_limits_.size() << " 'joint_limits' provided for kinematics with " << num_joints_
       << " joints.";
-  KAVO_CHECK(distance_weights.size() == num_joints_, "motion_planning/environment/robot_environment_config", 104)
-      << "Only " << distance_weights.size() << " 'distance_weights' provided for kinematics with " << num_joints_
-      << " joints.";
+  KAVO_CHECK(distance_weights.size() == num_joints_, "motion_planning/environment/robot_environment_config",
+             104)
+      << "Only " << distance_weights.size() << " 'distance_weights' provided for kinematics with "
+      << num_joints_ << " joints.";
 }
 
 void RobotEnvironmentConfig::AddCollisionSpheres(const RobotDescription* robot_description) {
@@ -85,7 +87,11 @@ void RobotEnvironmentConfig::AddCollisionSpheres(const RobotDescription* robot_d
 RobotEnvironmentConfig BuildFrankaRobotEnvironmentConfig(const WorldView& world_view,
                                                          const Eigen::VectorXd& distance_weights,
                                                          int max_sampling_attempts, int c_space_seed) {
-  return {LoadFrankaRobotDescription().get(), world_view, distance_weights, max_sampling_attempts, c_space_seed,
+  return {LoadFrankaRobotDescription().get(),
+          world_view,
+          distance_weights,
+          max_sampling_attempts,
+          c_space_seed,
           kExampleTaskSpaceSeed};
 }
 

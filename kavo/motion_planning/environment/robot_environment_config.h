@@ -17,12 +17,12 @@
 
 namespace kavo::planning {
 
-//! Everything that a `RobotEnvironment` is built from. A value: environments copy what they need, so that later changes
-//! touch only environments built afterwards.
+//! Everything that a `RobotEnvironment` is built from. A value: environments copy what they need, so that
+//! later changes touch only environments built afterwards.
 class KAVO_EXPORT RobotEnvironmentConfig {
  public:
-  //! Takes kinematics, joint limits and collision spheres from the description, which is not kept. The task-space frame
-  //! is the last frame of the kinematics; there are no task-space limits yet.
+  //! Takes kinematics, joint limits and collision spheres from the description, which is not kept. The
+  //! task-space frame is the last frame of the kinematics; there are no task-space limits yet.
   //!
   //! \param robot_description The robot, as this library's builder or loaders made it.
   //! \param world_view_in The obstacles.
@@ -33,8 +33,8 @@ class KAVO_EXPORT RobotEnvironmentConfig {
   //! \param c_space_seed_in Joint i is sampled with the seed `c_space_seed_in` + i.
   //! \param task_space_seed_in Seed of the task-space samples.
   RobotEnvironmentConfig(const RobotDescription* robot_description, const WorldView& world_view_in,
-                         const Eigen::VectorXd& distance_weights_in, int max_sampling_attempts_in, int c_space_seed_in,
-                         int task_space_seed_in);
+                         const Eigen::VectorXd& distance_weights_in, int max_sampling_attempts_in,
+                         int c_space_seed_in, int task_space_seed_in);
 
   //! The kinematic model, shared with every environment built from this configuration.
   std::shared_ptr<kavo::Kinematics> Kinematics() const { return kinematics_; }
@@ -45,22 +45,23 @@ class KAVO_EXPORT RobotEnvironmentConfig {
   //! Names of all frames of the kinematics.
   std::vector<std::string> GetFrameNames() const { return kinematics_->frameNames(); }
   const std::vector<kinematics::JointLimits>& JointLimits() const { return joint_limits_; }
-  //! The spheres of a frame in the frame's coordinates (metres), in the order added; empty for a frame without any.
+  //! The spheres of a frame in the frame's coordinates (metres), in the order added; empty for a frame
+  //! without any.
   std::vector<math::Sphere> CollisionSpheres(const std::string& frame_name) const;
   //! The frame whose position is the task-space position.
   kavo::Kinematics::FrameHandle GetTaskSpaceFrame() const { return task_space_frame_; }
   //! The box to sample in task space, relative to the robot base (metres); empty until one was set.
   std::optional<kinematics::ConfigurationLimits> TryGetTaskSpaceLimits() const { return task_space_limits_; }
 
-  //! Sets the task-space frame and returns its handle. An unknown name (case counts) is warned about, changes nothing
-  //! and gives an empty result.
+  //! Sets the task-space frame and returns its handle. An unknown name (case counts) is warned about, changes
+  //! nothing and gives an empty result.
   std::optional<kavo::Kinematics::FrameHandle> SetTaskSpaceFrame(const std::string& frame_name);
 
   //! Sets the box to sample in task space; its dimension must be 3, otherwise a fatal error.
   void SetTaskSpaceLimits(kinematics::ConfigurationLimits task_space_limits);
 
-  //! Attaches a collision sphere to a frame. Neither the name nor the sphere is checked here; an unknown name surfaces
-  //! when an environment is created.
+  //! Attaches a collision sphere to a frame. Neither the name nor the sphere is checked here; an unknown name
+  //! surfaces when an environment is created.
   void AddCollisionSphere(const std::string& frame_name, const math::Sphere& sphere);
 
   WorldView world_view;
@@ -82,14 +83,17 @@ class KAVO_EXPORT RobotEnvironmentConfig {
   kavo::Kinematics::FrameHandle task_space_frame_;
 };
 
-//! The configuration of the built-in Franka arm, with task-space seed 142. Parameters as for the constructor above.
+//! The configuration of the built-in Franka arm, with task-space seed 142. Parameters as for the constructor
+//! above.
 KAVO_EXPORT RobotEnvironmentConfig BuildFrankaRobotEnvironmentConfig(const WorldView& world_view,
                                                                      const Eigen::VectorXd& distance_weights,
-                                                                     int max_sampling_attempts, int c_space_seed);
+                                                                     int max_sampling_attempts,
+                                                                     int c_space_seed);
 
-//! The configuration of the built-in three-link arm, with task-space seed 142. Parameters as for the constructor above.
-KAVO_EXPORT RobotEnvironmentConfig BuildThreeLinkRobotEnvironmentConfig(const WorldView& world_view,
-                                                                        const Eigen::Vector3d& distance_weights,
-                                                                        int max_sampling_attempts, int c_space_seed);
+//! The configuration of the built-in three-link arm, with task-space seed 142. Parameters as for the
+//! constructor above.
+KAVO_EXPORT RobotEnvironmentConfig
+BuildThreeLinkRobotEnvironmentConfig(const WorldView& world_view, const Eigen::Vector3d& distance_weights,
+                                     int max_sampling_attempts, int c_space_seed);
 
 }  // namespace kavo::planning

@@ -17,7 +17,8 @@ BasicRRTConfig::BasicRRTConfig(const Eigen::VectorXd& q_target_tolerance_in, dou
       use_approx_closest(use_approx_closest_in) {
   for (Eigen::Index i = 0; i < q_target_tolerance.size(); ++i) {
     KAVO_CHECK(q_target_tolerance(i) > 0., "motion_planning/rrt/basic_rrt", 34)
-        << "Each element of 'q_target_tolerance' [" << q_target_tolerance.transpose() << "] must be positive.";
+        << "Each element of 'q_target_tolerance' [" << q_target_tolerance.transpose()
+        << "] must be positive.";
   }
   KAVO_CHECK(edge_length > 0., "motion_planning/rrt/basic_rrt", 39)
       << "'edge_length' [" << edge_length << "] must be positive.";
@@ -27,7 +28,8 @@ namespace {
 
 class BasicRRT final : public RRT {
  public:
-  BasicRRT(const BasicRRTConfig& config, const std::shared_ptr<Environment>& environment, std::unique_ptr<Tree>& tree)
+  BasicRRT(const BasicRRTConfig& config, const std::shared_ptr<Environment>& environment,
+           std::unique_ptr<Tree>& tree)
       : config_(config),
         environment_(environment),
         tree_(&tree),
@@ -112,7 +114,8 @@ class BasicRRT final : public RRT {
         (config_.use_approx_closest ? tree.GetApproxClosest(q_sample) : tree.GetClosest(q_sample)).node;
     const Eigen::VectorXd step = internal::StepToward(parent->Configuration(), q_sample, config_.edge_length);
     Eigen::VectorXd q_new = parent->Configuration() + step;
-    while (environment_->IsValidConfiguration(q_new)) {
+    // A sample or a step beyond the finite numbers leads nowhere, whatever the environment says.
+    while (internal::IsFinite(q_new) && environment_->IsValidConfiguration(q_new)) {
       parent = tree.Insert(Node(q_new, parent));
       if (IsAtTarget(q_new)) {
         problem_.target_node = tree.Insert(Node(problem_.q_target, parent));
@@ -145,7 +148,8 @@ class BasicRRT final : public RRT {
 
 }  // namespace
 
-std::shared_ptr<RRT> CreateBasicRRT(const BasicRRTConfig& config, const std::shared_ptr<Environment>& environment,
+std::shared_ptr<RRT> CreateBasicRRT(const BasicRRTConfig& config,
+                                    const std::shared_ptr<Environment>& environment,
                                     std::unique_ptr<Tree>& tree) {
   return std::make_shared<BasicRRT>(config, environment, tree);
 }

@@ -12,10 +12,11 @@ namespace kavo::planning {
 
 struct KAVO_EXPORT BasicRRTConfig {
   //! A fatal error unless every tolerance and the edge length are positive.
-  BasicRRTConfig(const Eigen::VectorXd& q_target_tolerance_in, double edge_length_in, unsigned long max_iterations_in,
-                 bool use_approx_closest_in);
+  BasicRRTConfig(const Eigen::VectorXd& q_target_tolerance_in, double edge_length_in,
+                 unsigned long max_iterations_in, bool use_approx_closest_in);
 
-  //! Half-widths of the box around the target in which a node counts as near it. Its length is the planner's dimension.
+  //! Half-widths of the box around the target in which a node counts as near it. Its length is the planner's
+  //! dimension.
   Eigen::VectorXd q_target_tolerance;
   //! Length of one extension step.
   double edge_length;
@@ -27,11 +28,11 @@ struct KAVO_EXPORT BasicRRTConfig {
 
 //! A planner with one tree for a point in 3-D (`Basic3dEnvironment`).
 //!
-//! It takes random configurations from the environment and walks towards each from the nearest node in equal straight
-//! steps, adding a node for each valid one, until a step is invalid or comes within one edge length of the sample. Once a
-//! node lies in the box around the target and no farther than an edge length from it (under the tree's metric), the
-//! target becomes its child; that last edge is not checked. The start may lie anywhere; a start or target that is invalid
-//! or not finite is warned about and gives no path.
+//! It takes random configurations from the environment and walks towards each from the nearest node in equal
+//! straight steps, adding a node for each valid one, until a step is invalid or comes within one edge length
+//! of the sample. Once a node lies in the box around the target and no farther than an edge length from it
+//! (under the tree's metric), the target becomes its child; that last edge is not checked. The start may lie
+//! anywhere; a start or target that is invalid or not finite is warned about and gives no path.
 //!
 //! \param tree Owner of the tree to grow; see `RRT`. Its dimension and the environment's must be the planner's (fatal
 //!   errors otherwise).

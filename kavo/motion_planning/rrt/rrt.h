@@ -13,18 +13,19 @@ namespace kavo::planning {
 
 //! A planner that grows rapidly-exploring random trees (LaValle, 1998).
 //!
-//! Planners share their environment and refer to trees that the caller owns: the `std::unique_ptr<Tree>` handed to a
-//! factory must stay where it is, and keep a tree, for as long as the planner lives. One thread at a time.
+//! Planners share their environment and refer to trees that the caller owns: the `std::unique_ptr<Tree>`
+//! handed to a factory must stay where it is, and keep a tree, for as long as the planner lives. One thread
+//! at a time.
 class KAVO_EXPORT RRT {
  public:
   virtual ~RRT();
 
   virtual int CSpaceDimension() const = 0;
 
-  //! A path from `q_initial` (first) to `q_target` (last) as a chain of tree nodes, or empty when none was found.
-  //! Each call starts over with new trees.
-  virtual std::optional<std::vector<std::shared_ptr<Node>>> TryToFindPath(const Eigen::VectorXd& q_initial,
-                                                                          const Eigen::VectorXd& q_target) = 0;
+  //! A path from `q_initial` (first) to `q_target` (last) as a chain of tree nodes, or empty when none was
+  //! found. Each call starts over with new trees.
+  virtual std::optional<std::vector<std::shared_ptr<Node>>> TryToFindPath(
+      const Eigen::VectorXd& q_initial, const Eigen::VectorXd& q_target) = 0;
 
   //! The configuration of every node that the last query left in the trees.
   virtual std::vector<Eigen::VectorXd> GetAllValidatedConfigurations() const = 0;

@@ -152,7 +152,8 @@ class RRTConnect final : public RRT {
     std::shared_ptr<Node> parent = TreeA().GetClosest(q_goal).node;
     const Eigen::VectorXd step = internal::StepToward(parent->Configuration(), q_goal, config_.edge_length);
     Eigen::VectorXd q_new = parent->Configuration() + step;
-    while (environment_->IsValidConfiguration(q_new)) {
+    // A sample or a step beyond the finite numbers leads nowhere, whatever the environment says.
+    while (internal::IsFinite(q_new) && environment_->IsValidConfiguration(q_new)) {
       parent = TreeA().Insert(Node(q_new, parent));
       problem_.last_configuration_a = q_new;
       const ClosestNode closest = TreeB().GetClosest(q_new);
@@ -177,7 +178,8 @@ class RRTConnect final : public RRT {
 
 }  // namespace
 
-std::shared_ptr<RRT> CreateRRTConnect(const RRTConnectConfig& config, const std::shared_ptr<Environment>& environment,
+std::shared_ptr<RRT> CreateRRTConnect(const RRTConnectConfig& config,
+                                      const std::shared_ptr<Environment>& environment,
                                       std::unique_ptr<Tree>& tree_a, std::unique_ptr<Tree>& tree_b) {
   return std::make_shared<RRTConnect>(config, environment, tree_a, tree_b);
 }

@@ -10,8 +10,8 @@
 namespace kavo::planning {
 
 struct KAVO_EXPORT RRTConnectConfig {
-  //! An edge length that is not positive is a fatal error; an exploration fraction outside of [0, 1] is clipped with a
-  //! warning (NaN is warned about and kept).
+  //! An edge length that is not positive is a fatal error; an exploration fraction outside of [0, 1] is
+  //! clipped with a warning (NaN is warned about and kept).
   RRTConnectConfig(double edge_length_in, unsigned long max_iterations_in, double exploration_fraction_in);
 
   //! Length of one extension step.
@@ -22,20 +22,24 @@ struct KAVO_EXPORT RRTConnectConfig {
   double exploration_fraction;
 };
 
-//! A planner with two trees, one from the start and one from the target (after Kuffner and LaValle, "RRT-Connect", 2000).
+//! A planner with two trees, one from the start and one from the target (after Kuffner and LaValle,
+//! "RRT-Connect", 2000).
 //!
-//! Extensions alternate between the trees. Each walks from the nearest node in equal straight steps, towards a random
-//! configuration or towards the last one added to the other tree, and adds a node for each valid step, until a step is
-//! invalid, comes within one edge length of where it is heading, or meets the other tree. Trees meet when a new node lies
-//! within one edge length of the other tree (under the metric of the trees); the edge that joins them is not checked.
-//! The first extension heads straight from the start for the target.
+//! Extensions alternate between the trees. Each walks from the nearest node in equal straight steps, towards
+//! a random configuration or towards the last one added to the other tree, and adds a node for each valid
+//! step, until a step is invalid, comes within one edge length of where it is heading, or meets the other
+//! tree. Trees meet when a new node lies within one edge length of the other tree (under the metric of the
+//! trees); the edge that joins them is not checked. The first extension heads straight from the start for the
+//! target.
 //!
 //! A start or target that is invalid or not finite is warned about and gives no path.
 //!
 //! \param tree_a, tree_b Owners of the trees to grow; see `RRT`. Their dimensions must be the environment's (fatal error
-//!   otherwise). Planning swaps the trees between the two owners; after a success the first owns the tree of the start.
+//!   otherwise). Planning swaps the trees between the two owners; after a success the first owns the tree of
+//!   the start.
 KAVO_EXPORT std::shared_ptr<RRT> CreateRRTConnect(const RRTConnectConfig& config,
                                                   const std::shared_ptr<Environment>& environment,
-                                                  std::unique_ptr<Tree>& tree_a, std::unique_ptr<Tree>& tree_b);
+                                                  std::unique_ptr<Tree>& tree_a,
+                                                  std::unique_ptr<Tree>& tree_b);
 
 }  // namespace kavo::planning

@@ -6,7 +6,8 @@ namespace kavo::planning {
 
 void ValidateTreeDimension(const std::unique_ptr<Tree>& tree, int rrt_dimension) {
   KAVO_CHECK(tree->CSpaceDimension() == rrt_dimension, "motion_planning/rrt/rrt_util", 31)
-      << "Tree dimension [" << tree->CSpaceDimension() << "] does not match RRT dimenstion [" << rrt_dimension << "]";
+      << "Tree dimension [" << tree->CSpaceDimension() << "] does not match RRT dimenstion [" << rrt_dimension
+      << "]";
 }
 
 void ExtractConfigurations(const std::vector<std::shared_ptr<Node>>& nodes,

@@ -18,7 +18,8 @@ KAVO_EXPORT void ValidateTreeDimension(const std::unique_ptr<Tree>& tree, int rr
 KAVO_EXPORT void ExtractConfigurations(const std::vector<std::shared_ptr<Node>>& nodes,
                                        std::vector<Eigen::VectorXd>& configurations);
 
-//! Appends (configuration of the parent, configuration of the node) for each node that has a parent, in order.
+//! Appends (configuration of the parent, configuration of the node) for each node that has a parent, in
+//! order.
 KAVO_EXPORT void ExtractEdges(const std::vector<std::shared_ptr<Node>>& nodes,
                               std::vector<std::pair<Eigen::VectorXd, Eigen::VectorXd>>& edges);
 

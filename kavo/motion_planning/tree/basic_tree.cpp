@@ -86,7 +86,9 @@ class BasicTree final : public Tree {
     return chain;
   }
 
-  double Distance(const Eigen::VectorXd& q0, const Eigen::VectorXd& q1) const override { return metric_(q0, q1); }
+  double Distance(const Eigen::VectorXd& q0, const Eigen::VectorXd& q1) const override {
+    return metric_(q0, q1);
+  }
 
   std::optional<std::shared_ptr<Node>> TryGetNode(unsigned int id) const override {
     const auto found = id_map_.find(id);
@@ -99,8 +101,8 @@ class BasicTree final : public Tree {
 
  private:
   void LogFatalDimensionMismatchError(int input_dimension) const {
-    KAVO_LOG(LogLevel::kCritical) << "Input dimension [" << input_dimension << "] does not match tree dimension ["
-                                  << dimension_ << "].";
+    KAVO_LOG(LogLevel::kCritical) << "Input dimension [" << input_dimension
+                                  << "] does not match tree dimension [" << dimension_ << "].";
   }
 
   // The kind of a metric that the contiguous scan knows; empty for a caller's own.
@@ -126,7 +128,8 @@ class BasicTree final : public Tree {
     return weighted != nullptr ? weighted->Weights().data() : nullptr;
   }
 
-  // The metrics that the scan knows have no distance between different lengths, and one of them does not check.
+  // The metrics that the scan knows have no distance between different lengths, and one of them does not
+  // check.
   double Measure(const Node& node, const Eigen::VectorXd& q) const {
     if (scan_metric_ && node.Dimension() != q.size()) {
       return std::numeric_limits<double>::quiet_NaN();
@@ -146,7 +149,8 @@ class BasicTree final : public Tree {
 
 }  // namespace
 
-std::unique_ptr<Tree> CreateBasicTree(unsigned long dimension, const DistanceMetric& metric, bool supports_node_id) {
+std::unique_ptr<Tree> CreateBasicTree(unsigned long dimension, const DistanceMetric& metric,
+                                      bool supports_node_id) {
   return std::make_unique<BasicTree>(dimension, metric, supports_node_id);
 }
 

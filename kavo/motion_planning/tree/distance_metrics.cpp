@@ -8,7 +8,9 @@
 
 namespace kavo::planning {
 
-double L2Norm(const Eigen::VectorXd& q0, const Eigen::VectorXd& q1) { return std::sqrt(SquaredL2Norm(q0, q1)); }
+double L2Norm(const Eigen::VectorXd& q0, const Eigen::VectorXd& q1) {
+  return std::sqrt(SquaredL2Norm(q0, q1));
+}
 
 double SquaredL2Norm(const Eigen::VectorXd& q0, const Eigen::VectorXd& q1) {
   if (q0.size() != q1.size()) {
@@ -30,8 +32,8 @@ double WeightedSquaredL2Norm::operator()(const Eigen::VectorXd& q0, const Eigen:
 }
 
 void LogFatalDimensionMismatchError(int q0_dimension, int q1_dimension) {
-  KAVO_LOG(LogLevel::kCritical) << "'q0' and 'q1' must have the same dimension. 'q0' has dimension " << q0_dimension
-                                << " and 'q1' has dimension " << q1_dimension << ".";
+  KAVO_LOG(LogLevel::kCritical) << "'q0' and 'q1' must have the same dimension. 'q0' has dimension "
+                                << q0_dimension << " and 'q1' has dimension " << q1_dimension << ".";
 }
 
 }  // namespace kavo::planning

@@ -10,7 +10,8 @@ namespace kavo::planning {
 //! Distance between two configurations of equal length.
 using DistanceMetric = std::function<double(const Eigen::VectorXd& q0, const Eigen::VectorXd& q1)>;
 
-//! Euclidean distance. Configurations of different lengths have none: reported at level 0, and the result is NaN.
+//! Euclidean distance. Configurations of different lengths have none: reported at level 0, and the result is
+//! NaN.
 KAVO_EXPORT double L2Norm(const Eigen::VectorXd& q0, const Eigen::VectorXd& q1);
 
 //! Square of the Euclidean distance. Configurations of different lengths as in `L2Norm`.

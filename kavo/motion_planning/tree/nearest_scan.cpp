@@ -13,35 +13,47 @@ HWY_BEFORE_NAMESPACE();
 namespace kavo::planning::internal::HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
-// One part of a scan: goes on from `best` over the points of a chunk, of which the first has index `first_index`.
-template <bool kWeighted, bool kRoot>
-void ScanChunk(const double* HWY_RESTRICT chunk, std::size_t num_points, std::size_t dimension,
+// One part of a scan: goes on from `best` over the points of a chunk, of which the first has index
+// `first_index`. `kDimension` is the dimension if it is known when compiling (the query then stays in
+// registers), else zero.
+template <bool kWeighted, bool kRoot, std::size_t kDimension>
+void ScanChunk(const double* HWY_RESTRICT chunk, std::size_t num_points, std::size_t dynamic_dimension,
                const double* HWY_RESTRICT query, const double* HWY_RESTRICT weights, std::size_t first_index,
                NearestScan::Result& best) {
-  const hn::CappedTag<double, NearestScan::kBlock> d;
+  const std::size_t dimension = kDimension != 0 ? kDimension : dynamic_dimension;
+  const hn::CappedTag<double, NearestScan::kBlock / 2> d;
   const std::size_t lanes = hn::Lanes(d);
   HWY_ALIGN double sums[NearestScan::kBlock];
-  for (std::size_t begin = 0; begin < num_points; begin += lanes) {
+  for (std::size_t begin = 0; begin < num_points; begin += 2 * lanes) {
     const std::size_t block = begin / NearestScan::kBlock * NearestScan::kBlock;
     const double* HWY_RESTRICT coordinates = chunk + block * dimension + (begin - block);
     // Each lane sums the terms of its own point in coordinate order.
-    auto sum = hn::Zero(d);
+    auto sum0 = hn::Zero(d);
+    auto sum1 = hn::Zero(d);
     for (std::size_t i = 0; i < dimension; ++i) {
-      const auto difference =
-          hn::Sub(hn::Load(d, coordinates + i * NearestScan::kBlock), hn::Set(d, query[i]));
-      auto term = hn::Mul(difference, difference);
+      const auto q = hn::Set(d, query[i]);
+      const auto difference0 = hn::Sub(q, hn::Load(d, coordinates + i * NearestScan::kBlock));
+      const auto difference1 = hn::Sub(q, hn::Load(d, coordinates + i * NearestScan::kBlock + lanes));
+      auto term0 = hn::Mul(difference0, difference0);
+      auto term1 = hn::Mul(difference1, difference1);
       if constexpr (kWeighted) {
-        term = hn::Mul(hn::Set(d, weights[i]), term);
+        const auto weight = hn::Set(d, weights[i]);
+        term0 = hn::Mul(weight, term0);
+        term1 = hn::Mul(weight, term1);
       }
-      sum = hn::Add(sum, term);
+      sum0 = hn::Add(sum0, term0);
+      sum1 = hn::Add(sum1, term1);
     }
-    if (HWY_LIKELY(hn::AllFalse(d, hn::Lt(sum, hn::Set(d, best.sum))))) {
+    const auto limit = hn::Set(d, best.sum);
+    if (HWY_LIKELY(hn::AllFalse(d, hn::Or(hn::Lt(sum0, limit), hn::Lt(sum1, limit))))) {
       continue;
     }
-    hn::Store(sum, d, sums);
-    for (std::size_t lane = 0; lane < lanes; ++lane) {
+    hn::Store(sum0, d, sums);
+    hn::Store(sum1, d, sums + lanes);
+    for (std::size_t lane = 0; lane < 2 * lanes; ++lane) {
       if (sums[lane] < best.sum) {
-        // Different sums may have one root. The plain loop compares roots, so the earlier point keeps its place.
+        // Different sums may have one root. The plain loop compares roots, so the earlier point keeps its
+        // place.
         const double distance = kRoot ? std::sqrt(sums[lane]) : sums[lane];
         if (best.distance > distance) {
           best = {first_index + begin + lane, distance, sums[lane]};
@@ -51,19 +63,35 @@ void ScanChunk(const double* HWY_RESTRICT chunk, std::size_t num_points, std::si
   }
 }
 
+template <bool kWeighted, bool kRoot>
+void ScanOfDimension(const double* chunk, std::size_t num_points, std::size_t dimension, const double* query,
+                     const double* weights, std::size_t first_index, NearestScan::Result& best) {
+  switch (dimension) {
+    case 3:
+      return ScanChunk<kWeighted, kRoot, 3>(chunk, num_points, dimension, query, weights, first_index, best);
+    case 6:
+      return ScanChunk<kWeighted, kRoot, 6>(chunk, num_points, dimension, query, weights, first_index, best);
+    case 7:
+      return ScanChunk<kWeighted, kRoot, 7>(chunk, num_points, dimension, query, weights, first_index, best);
+    default:
+      return ScanChunk<kWeighted, kRoot, 0>(chunk, num_points, dimension, query, weights, first_index, best);
+  }
+}
+
 void ScanL2(const double* chunk, std::size_t num_points, std::size_t dimension, const double* query,
             const double* weights, std::size_t first_index, NearestScan::Result& best) {
-  ScanChunk<false, true>(chunk, num_points, dimension, query, weights, first_index, best);
+  ScanOfDimension<false, true>(chunk, num_points, dimension, query, weights, first_index, best);
 }
 
 void ScanSquaredL2(const double* chunk, std::size_t num_points, std::size_t dimension, const double* query,
                    const double* weights, std::size_t first_index, NearestScan::Result& best) {
-  ScanChunk<false, false>(chunk, num_points, dimension, query, weights, first_index, best);
+  ScanOfDimension<false, false>(chunk, num_points, dimension, query, weights, first_index, best);
 }
 
-void ScanWeightedSquaredL2(const double* chunk, std::size_t num_points, std::size_t dimension, const double* query,
-                           const double* weights, std::size_t first_index, NearestScan::Result& best) {
-  ScanChunk<true, false>(chunk, num_points, dimension, query, weights, first_index, best);
+void ScanWeightedSquaredL2(const double* chunk, std::size_t num_points, std::size_t dimension,
+                           const double* query, const double* weights, std::size_t first_index,
+                           NearestScan::Result& best) {
+  ScanOfDimension<true, false>(chunk, num_points, dimension, query, weights, first_index, best);
 }
 
 }  // namespace kavo::planning::internal::HWY_NAMESPACE
@@ -107,11 +135,12 @@ NearestScan::Result NearestScan::Closest(Metric metric, const double* query, con
     sum += metric == Metric::kWeightedSquaredL2 ? weights[i] * term : term;
   }
   Result best{0, metric == Metric::kL2 ? std::sqrt(sum) : sum, sum};
-  const auto scan = metric == Metric::kL2          ? HWY_DYNAMIC_POINTER(ScanL2)
-                    : metric == Metric::kSquaredL2 ? HWY_DYNAMIC_POINTER(ScanSquaredL2)
-                                                   : HWY_DYNAMIC_POINTER(ScanWeightedSquaredL2);
+  const auto scan = metric == Metric::kL2          ? &HWY_DYNAMIC_DISPATCH(ScanL2)
+                    : metric == Metric::kSquaredL2 ? &HWY_DYNAMIC_DISPATCH(ScanSquaredL2)
+                                                   : &HWY_DYNAMIC_DISPATCH(ScanWeightedSquaredL2);
   for (std::size_t begin = 0; begin < size_; begin += kChunk) {
-    scan(chunks_[begin / kChunk].get(), std::min(kChunk, size_ - begin), dimension_, query, weights, begin, best);
+    scan(chunks_[begin / kChunk].get(), std::min(kChunk, size_ - begin), dimension_, query, weights, begin,
+         best);
   }
   return best;
 }

@@ -21,8 +21,9 @@ Node::Node(Node&&) noexcept = default;
 Node& Node::operator=(const Node&) = default;
 Node& Node::operator=(Node&&) noexcept = default;
 
-// A node may be the last owner of its parent, which may be the last owner of its own, and so on over millions of nodes.
-// The outermost destructor releases them one after the other instead of each from within the one below it.
+// A node may be the last owner of its parent, which may be the last owner of its own, and so on over millions
+// of nodes. The outermost destructor releases them one after the other instead of each from within the one
+// below it.
 Node::~Node() {
   if (!parent_ || !*parent_) {
     return;

@@ -8,10 +8,11 @@
 
 namespace kavo::planning {
 
-//! A vertex of a tree of configurations: a configuration, the node it was reached from, and optionally a number.
+//! A vertex of a tree of configurations: a configuration, the node it was reached from, and optionally a
+//! number.
 //!
-//! Nodes are shared by `std::shared_ptr`; each keeps its parent alive, and so the whole chain to its root. Destroying the
-//! last owner of a long chain takes constant stack.
+//! Nodes are shared by `std::shared_ptr`; each keeps its parent alive, and so the whole chain to its root.
+//! Destroying the last owner of a long chain takes constant stack.
 class KAVO_EXPORT Node {
  public:
   //! A root: no parent, no id.

@@ -22,7 +22,8 @@ DistanceMetric CreateDistanceMetric(tesk::planning::DistanceMetricType type,
 
 std::unique_ptr<Tree> CreateTeskTree(const TeskTreeConfig& config) {
   KAVO_LOG(LogLevel::kError) << "TESK not enabled in build. Creating 'BasicTree' instead of 'TeskTree'";
-  const DistanceMetric metric = CreateDistanceMetric(config.distance_metric_type, config.distance_metric_weights);
+  const DistanceMetric metric =
+      CreateDistanceMetric(config.distance_metric_type, config.distance_metric_weights);
   return CreateBasicTree(static_cast<unsigned long>(config.dimension), metric, false);
 }
 

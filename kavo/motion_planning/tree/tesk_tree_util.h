@@ -23,7 +23,8 @@ enum class DistanceMetricType : int {
 
 namespace planning {
 
-//! Configuration of the accelerator tree. Without that back-end only the dimension and the metric have an effect.
+//! Configuration of the accelerator tree. Without that back-end only the dimension and the metric have an
+//! effect.
 struct TeskTreeConfig {
   //! Dimension of the configuration space.
   int dimension = 0;
@@ -44,8 +45,8 @@ struct TeskTreeConfig {
 KAVO_EXPORT DistanceMetric CreateDistanceMetric(tesk::planning::DistanceMetricType type,
                                                 const std::optional<Eigen::VectorXd>& weights);
 
-//! The tree that stands in for the accelerator tree: this library is built without that back-end, so the result is a
-//! `BasicTree` without node ids, and a report at level 1 says so.
+//! The tree that stands in for the accelerator tree: this library is built without that back-end, so the
+//! result is a `BasicTree` without node ids, and a report at level 1 says so.
 KAVO_EXPORT std::unique_ptr<Tree> CreateTeskTree(const TeskTreeConfig& config);
 
 }  // namespace planning

@@ -19,7 +19,8 @@ struct ClosestNode {
 
 //! A growing tree of configurations of one dimension that answers nearest-node queries.
 //!
-//! Trees store copies of the nodes that they are handed. A tree belongs to one planner and one thread at a time.
+//! Trees store copies of the nodes that they are handed. A tree belongs to one planner and one thread at a
+//! time.
 class KAVO_EXPORT Tree {
  public:
   virtual ~Tree();
@@ -47,10 +48,12 @@ class KAVO_EXPORT Tree {
   //! The stored node nearest to `q`. The tree must not be empty.
   virtual ClosestNode GetClosest(const Eigen::VectorXd& q) const = 0;
 
-  //! A stored node near to `q`, found faster than the nearest one where a tree knows how. Default: `GetClosest`.
+  //! A stored node near to `q`, found faster than the nearest one where a tree knows how. Default:
+  //! `GetClosest`.
   virtual ClosestNode GetApproxClosest(const Eigen::VectorXd& q) const;
 
-  //! The node with the given id; empty, with a warning, if there is none. The default is a tree that keeps no ids.
+  //! The node with the given id; empty, with a warning, if there is none. The default is a tree that keeps no
+  //! ids.
   virtual std::optional<std::shared_ptr<Node>> TryGetNode(unsigned int id) const;
 
   //! Whether the tree looks nodes up by id. Default: no.

@@ -82,18 +82,20 @@ void RemoveConfigurations(std::vector<Eigen::VectorXd>& path, int first_index, i
 }
 
 std::vector<Eigen::VectorXd> ShortCircuitPath(const std::vector<Eigen::VectorXd>& path,
-                                              const std::shared_ptr<Environment>& environment, double step_size,
-                                              int max_iterations, unsigned int seed) {
+                                              const std::shared_ptr<Environment>& environment,
+                                              double step_size, int max_iterations, unsigned int seed) {
   KAVO_CHECK(path.size() > 1, "motion_planning/util/smoothing", 134);
   std::vector<Eigen::VectorXd> shortened = path;
   if (shortened.size() == 2) {
     return shortened;
   }
   const auto shorten_forward = [&](int index) {
-    RemoveConfigurations(shortened, index, GetShortCircuitIndex(index, true, shortened, environment, step_size));
+    RemoveConfigurations(shortened, index,
+                         GetShortCircuitIndex(index, true, shortened, environment, step_size));
   };
   const auto shorten_backward = [&](int index) {
-    RemoveConfigurations(shortened, GetShortCircuitIndex(index, false, shortened, environment, step_size), index);
+    RemoveConfigurations(shortened, GetShortCircuitIndex(index, false, shortened, environment, step_size),
+                         index);
   };
 
   shorten_forward(0);
@@ -121,8 +123,8 @@ int GetShortCircuitIndex(int start_index, bool forward, const std::vector<Eigen:
 }
 
 void ShortCircuitRecursive(int start_index, int& index, int reachable_index, int unreachable_index,
-                           const std::vector<Eigen::VectorXd>& path, const std::shared_ptr<Environment>& environment,
-                           double step_size) {
+                           const std::vector<Eigen::VectorXd>& path,
+                           const std::shared_ptr<Environment>& environment, double step_size) {
   if (AreAdjacent(index, start_index)) {
     return;
   }

@@ -14,38 +14,43 @@ namespace kavo::planning {
 
 //! Whether the straight segment between two configurations is free, as far as points `step_size` apart tell.
 //!
-//! The points start + k * step are asked for in bisection order (middle first), then `q_end`; `q_start` is not. A segment
-//! shorter than one step is free without any question, not even about `q_end`. A segment that is not finite is not free.
+//! The points start + k * step are asked for in bisection order (middle first), then `q_end`; `q_start` is
+//! not. A segment shorter than one step is free without any question, not even about `q_end`. A segment that
+//! is not finite is not free.
 //! \param step_size Distance between two points, Euclidean; a fatal error unless positive. So are lengths that differ
 //!   from the environment's, and a segment of more steps than an int can count.
 KAVO_EXPORT bool IsValidPath(const std::shared_ptr<Environment>& environment, double step_size,
                              Eigen::VectorXd q_start, Eigen::VectorXd q_end);
 
-//! The path with points in between, at most `step_size` (Euclidean, positive; not checked) apart along each segment. All
-//! waypoints are kept. On every segment but the first the points start one step after the waypoint, also when that is
-//! beyond the segment's end: such a point is still there, before the end. A path of fewer than two configurations gives
-//! an empty one.
-KAVO_EXPORT std::vector<Eigen::VectorXd> DiscretizePath(const std::vector<Eigen::VectorXd>& path, double step_size);
+//! The path with points in between, at most `step_size` (Euclidean, positive; not checked) apart along each
+//! segment. All waypoints are kept. On every segment but the first the points start one step after the
+//! waypoint, also when that is beyond the segment's end: such a point is still there, before the end. A path
+//! of fewer than two configurations gives an empty one.
+KAVO_EXPORT std::vector<Eigen::VectorXd> DiscretizePath(const std::vector<Eigen::VectorXd>& path,
+                                                        double step_size);
 
 //! The configurations of the nodes, in order.
-KAVO_EXPORT std::vector<Eigen::VectorXd> ConvertToConfigurations(const std::vector<std::shared_ptr<Node>>& nodes);
+KAVO_EXPORT std::vector<Eigen::VectorXd> ConvertToConfigurations(
+    const std::vector<std::shared_ptr<Node>>& nodes);
 
 //! Removes the configurations strictly between two indices.
 KAVO_EXPORT void RemoveConfigurations(std::vector<Eigen::VectorXd>& path, int first_index, int last_index);
 
-//! Shortens a path by straight short cuts between waypoints, wherever `IsValidPath` allows one: first from both ends,
-//! then from random waypoints (after Geraerts and Overmars, "Creating high-quality paths for motion planning", 2007).
-//! The ends of the path stay; equal input and seed give equal output.
+//! Shortens a path by straight short cuts between waypoints, wherever `IsValidPath` allows one: first from
+//! both ends, then from random waypoints (after Geraerts and Overmars, "Creating high-quality paths for
+//! motion planning", 2007). The ends of the path stay; equal input and seed give equal output.
 //! \param path At least two configurations; otherwise a fatal error.
 //! \param step_size As for `IsValidPath`.
 //! \param max_iterations Number of random waypoints to try.
 //! \param seed Seed of the choice of waypoints.
 KAVO_EXPORT std::vector<Eigen::VectorXd> ShortCircuitPath(const std::vector<Eigen::VectorXd>& path,
                                                           const std::shared_ptr<Environment>& environment,
-                                                          double step_size, int max_iterations, unsigned int seed);
+                                                          double step_size, int max_iterations,
+                                                          unsigned int seed);
 
-//! Index of the farthest waypoint that a binary search finds directly reachable from the one at `start_index`, towards
-//! the end of the path if `forward`, else towards its beginning. The neighbour counts as reachable without a question.
+//! Index of the farthest waypoint that a binary search finds directly reachable from the one at
+//! `start_index`, towards the end of the path if `forward`, else towards its beginning. The neighbour counts
+//! as reachable without a question.
 KAVO_EXPORT int GetShortCircuitIndex(int start_index, bool forward, const std::vector<Eigen::VectorXd>& path,
                                      const std::shared_ptr<Environment>& environment, double step_size);
 
@@ -53,8 +58,8 @@ KAVO_EXPORT int GetShortCircuitIndex(int start_index, bool forward, const std::v
 //! \param[in,out] index In: the candidate to test; out: the result of the search.
 //! \param reachable_index The farthest index found reachable so far.
 //! \param unreachable_index The nearest index found unreachable so far; the end of the path at first.
-KAVO_EXPORT void ShortCircuitRecursive(int start_index, int& index, int reachable_index, int unreachable_index,
-                                       const std::vector<Eigen::VectorXd>& path,
+KAVO_EXPORT void ShortCircuitRecursive(int start_index, int& index, int reachable_index,
+                                       int unreachable_index, const std::vector<Eigen::VectorXd>& path,
                                        const std::shared_ptr<Environment>& environment, double step_size);
 
 }  // namespace kavo::planning

@@ -3,8 +3,8 @@
 #include <Eigen/Core>
 #include <cmath>
 
-// Sums run over the coordinates in order: Eigen's own reductions group their terms by the vector width of the target, and
-// so differ in the last bit from machine to machine.
+// Sums run over the coordinates in order: Eigen's own reductions group their terms by the vector width of the
+// target, and so differ in the last bit from machine to machine.
 
 namespace kavo::planning::internal {
 
@@ -17,7 +17,9 @@ inline double SquaredDistance(const Eigen::VectorXd& a, const Eigen::VectorXd& b
   return sum;
 }
 
-inline double Distance(const Eigen::VectorXd& a, const Eigen::VectorXd& b) { return std::sqrt(SquaredDistance(a, b)); }
+inline double Distance(const Eigen::VectorXd& a, const Eigen::VectorXd& b) {
+  return std::sqrt(SquaredDistance(a, b));
+}
 
 inline double Norm(const Eigen::VectorXd& v) {
   double sum = 0.0;
@@ -36,8 +38,8 @@ inline bool IsFinite(const Eigen::VectorXd& v) {
   return true;
 }
 
-//! `length` times the unit vector from `from` to `to`. Where the difference has no direction (its squared length is not
-//! positive) it takes the place of the unit vector.
+//! `length` times the unit vector from `from` to `to`. Where the difference has no direction (its squared
+//! length is not positive) it takes the place of the unit vector.
 inline Eigen::VectorXd StepToward(const Eigen::VectorXd& from, const Eigen::VectorXd& to, double length) {
   Eigen::VectorXd step(to.size());
   double squared_length = 0.0;
@@ -52,18 +54,16 @@ inline Eigen::VectorXd StepToward(const Eigen::VectorXd& from, const Eigen::Vect
   return step;
 }
 
-//! Adds `step` to `q`. False when that leads nowhere: a step too short to change any coordinate of `q`, or one beyond
-//! the finite numbers. A walk must end there, or it would never end.
+//! Adds `step` to `q`. False when the step is too short to change any coordinate: a walk must end there, or it would
+//! never end.
 inline bool Advance(const Eigen::VectorXd& step, Eigen::VectorXd& q) {
   bool moved = false;
-  bool finite = true;
   for (Eigen::Index i = 0; i < q.size(); ++i) {
     const double next = q[i] + step[i];
     moved |= next != q[i];
-    finite &= std::isfinite(next);
     q[i] = next;
   }
-  return moved && finite;
+  return moved;
 }
 
 }  // namespace kavo::planning::internal

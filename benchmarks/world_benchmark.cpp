@@ -1,0 +1,285 @@
+// Sphere queries against a world, compared with the obvious way: a list of shapes with a virtual test each.
+//
+// Each benchmark of a scene reports the time of one query; the lines that start with "ratio" say how many
+// times faster the world answers the same queries than the list does. The program ends with an error if an
+// answer differs.
+
+#include <benchmark/benchmark.h>
+
+#include <Eigen/Core>
+#include <Eigen/Geometry>
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstddef>
+#include <cstdio>
+#include <memory>
+#include <random>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "kavo/math/pose3.h"
+#include "kavo/math/rigid_transform.h"
+#include "kavo/world/world.h"
+
+namespace {
+
+using kavo::Pose3;
+
+struct Query {
+  Eigen::Vector3d center;
+  double radius;
+};
+
+class Shape {
+ public:
+  explicit Shape(const Pose3& pose) : to_local_(pose.inverse()) {}
+  virtual ~Shape() = default;
+  virtual bool inCollision(const Eigen::Vector3d& center, double radius) const = 0;
+
+ protected:
+  Eigen::Vector3d local(const Eigen::Vector3d& point) const { return to_local_ * point; }
+
+ private:
+  kavo::math::RigidTransform to_local_;
+};
+
+class Ball : public Shape {
+ public:
+  Ball(const Pose3& pose, double radius) : Shape(pose), center_(pose.translation()), radius_(radius) {}
+  bool inCollision(const Eigen::Vector3d& center, double radius) const override {
+    return (center - center_).squaredNorm() <= (radius_ + radius) * (radius_ + radius);
+  }
+
+ private:
+  Eigen::Vector3d center_;
+  double radius_;
+};
+
+class Box : public Shape {
+ public:
+  Box(const Pose3& pose, const Eigen::Vector3d& size) : Shape(pose), half_(0.5 * size) {}
+  bool inCollision(const Eigen::Vector3d& center, double radius) const override {
+    const Eigen::Vector3d outside = (local(center).cwiseAbs() - half_).cwiseMax(0.0);
+    return outside.squaredNorm() <= radius * radius;
+  }
+
+ private:
+  Eigen::Vector3d half_;
+};
+
+class Cylinder : public Shape {
+ public:
+  Cylinder(const Pose3& pose, double radius, double height)
+      : Shape(pose), radius_(radius), half_(0.5 * height) {}
+  bool inCollision(const Eigen::Vector3d& center, double radius) const override {
+    const Eigen::Vector3d p = local(center);
+    const double side = std::max(std::sqrt(p[0] * p[0] + p[1] * p[1]) - radius_, 0.0);
+    const double end = std::max(std::fabs(p[2]) - half_, 0.0);
+    return side * side + end * end <= radius * radius;
+  }
+
+ private:
+  double radius_;
+  double half_;
+};
+
+class HalfSpace : public Shape {
+ public:
+  using Shape::Shape;
+  bool inCollision(const Eigen::Vector3d& center, double radius) const override {
+    return local(center)[2] <= radius;
+  }
+};
+
+struct Scene {
+  std::string name;
+  kavo::World world;
+  std::vector<std::unique_ptr<Shape>> shapes;
+  std::vector<Query> queries;
+
+  void addBox(const Pose3& pose, const Eigen::Vector3d& size) {
+    world.add(kavo::BoxObstacle{size}, pose);
+    shapes.push_back(std::make_unique<Box>(pose, size));
+  }
+  void addBall(const Pose3& pose, double radius) {
+    world.add(kavo::SphereObstacle{radius}, pose);
+    shapes.push_back(std::make_unique<Ball>(pose, radius));
+  }
+  void addCylinder(const Pose3& pose, double radius, double height) {
+    world.add(kavo::CylinderObstacle{radius, height}, pose);
+    shapes.push_back(std::make_unique<Cylinder>(pose, radius, height));
+  }
+  void addFloor() {
+    world.add(kavo::HalfSpaceObstacle{}, Pose3::Identity());
+    shapes.push_back(std::make_unique<HalfSpace>(Pose3::Identity()));
+  }
+
+  bool inCollisionByList(const Query& query) const {
+    return std::any_of(shapes.begin(), shapes.end(), [&query](const std::unique_ptr<Shape>& shape) {
+      return shape->inCollision(query.center, query.radius);
+    });
+  }
+};
+
+class Random {
+ public:
+  double operator()(double low, double high) {
+    return low + (high - low) * static_cast<double>(engine_()) * 0x1p-32;
+  }
+  Pose3 turned(const Eigen::Vector3d& position) {
+    const double angle = (*this)(-3.1, 3.1);
+    return Pose3(Eigen::Quaterniond(std::cos(0.5 * angle), 0.0, 0.0, std::sin(0.5 * angle)), position);
+  }
+
+ private:
+  std::mt19937 engine_{7};
+};
+
+// Shelves of five boards and two sides beside each other on a floor, goods on the boards. The queries are
+// balls as an arm's links carry them, in the space in front of and between the boards.
+Scene Shelves(std::size_t num_obstacles, std::size_t num_queries) {
+  constexpr double kWidth = 1.0;
+  constexpr double kDepth = 0.4;
+  constexpr double kStorey = 0.4;
+  constexpr std::size_t kGoods = 13;
+  Random random;
+  Scene scene;
+  scene.name = std::to_string(num_obstacles) + " obstacles";
+  scene.addFloor();
+  std::size_t shelf = 0;
+  const std::size_t shelves_in_row = std::max<std::size_t>(
+      1, static_cast<std::size_t>(std::sqrt(static_cast<double>(num_obstacles) / 20.0)));
+  for (; scene.shapes.size() < num_obstacles; ++shelf) {
+    const Eigen::Vector3d corner(static_cast<double>(shelf % shelves_in_row) * (kWidth + 0.1),
+                                 static_cast<double>(shelf / shelves_in_row) * 2.0, 0.0);
+    for (int board = 0; board < 4; ++board) {
+      scene.addBox(Pose3::FromTranslation(corner + Eigen::Vector3d(0.0, 0.0, kStorey * (board + 1))),
+                   {kWidth, kDepth, 0.02});
+    }
+    for (const double side : {-0.5, 0.5}) {
+      scene.addBox(Pose3::FromTranslation(corner + Eigen::Vector3d(side * kWidth, 0.0, 1.0)),
+                   {0.02, kDepth, 2.0});
+    }
+    for (std::size_t good = 0; good < kGoods && scene.shapes.size() < num_obstacles; ++good) {
+      const double storey = kStorey * static_cast<double>(1 + good % 4);
+      const Eigen::Vector3d place =
+          corner + Eigen::Vector3d{random(-0.4, 0.4), random(-0.15, 0.15), storey + 0.09};
+      if (good % 3 == 0) {
+        scene.addBox(random.turned(place), {0.08, 0.12, 0.16});
+      } else if (good % 3 == 1) {
+        scene.addCylinder(random.turned(place), 0.04, 0.16);
+      } else {
+        scene.addBall(random.turned(place), 0.06);
+      }
+    }
+  }
+  const auto rows = static_cast<double>((shelf + shelves_in_row - 1) / shelves_in_row);
+  for (std::size_t i = 0; i < num_queries; ++i) {
+    const double x = random(-0.6, static_cast<double>(shelves_in_row) * (kWidth + 0.1) - 0.5);
+    const double y = random(-0.8, (rows - 1.0) * 2.0 + 0.8);
+    scene.queries.push_back({{x, y, random(0.05, 2.0)}, random(0.02, 0.12)});
+  }
+  return scene;
+}
+
+// Thin bars in all directions through one region: boxes along the world's axes tell little here.
+Scene Bars(std::size_t num_obstacles, std::size_t num_queries) {
+  Random random;
+  Scene scene;
+  scene.name = std::to_string(num_obstacles) + " crossing bars";
+  while (scene.shapes.size() < num_obstacles) {
+    const Eigen::Quaterniond turn{random(-1.0, 1.0), random(-1.0, 1.0), random(-1.0, 1.0), random(-1.0, 1.0)};
+    scene.addBox(Pose3(turn, {random(-0.7, 0.7), random(-0.7, 0.7), random(-0.7, 0.7)}), {0.02, 0.02, 2.0});
+  }
+  for (std::size_t i = 0; i < num_queries; ++i) {
+    scene.queries.push_back({{random(-1.0, 1.0), random(-1.0, 1.0), random(-1.0, 1.0)}, random(0.02, 0.12)});
+  }
+  return scene;
+}
+
+template <typename Test>
+void Run(benchmark::State& state, const Scene& scene, const Test& test) {
+  std::size_t hits = 0;
+  for (auto _ : state) {
+    for (const Query& query : scene.queries) {
+      hits += test(query) ? 1 : 0;
+    }
+  }
+  benchmark::DoNotOptimize(hits);
+  state.counters["per_query"] =
+      benchmark::Counter(static_cast<double>(scene.queries.size()),
+                         benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+}
+
+// Seconds for all queries of the scene: the best of several rounds, so that a disturbance does not count.
+template <typename Test>
+double BestTime(const Scene& scene, const Test& test) {
+  double best = 1.0e9;
+  for (int round = 0; round < 20; ++round) {
+    const auto start = std::chrono::steady_clock::now();
+    std::size_t hits = 0;
+    for (int repeat = 0; repeat < 5; ++repeat) {
+      for (const Query& query : scene.queries) {
+        hits += test(query) ? 1 : 0;
+      }
+    }
+    benchmark::DoNotOptimize(hits);
+    const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
+    best = std::min(best, elapsed.count() / 5.0);
+  }
+  return best;
+}
+
+// Prints the comparison; false if an answer differs.
+bool Compare(const Scene& scene) {
+  const kavo::WorldView view = scene.world.view();
+  const auto by_world = [&view](const Query& query) { return view.inCollision(query.center, query.radius); };
+  const auto by_list = [&scene](const Query& query) { return scene.inCollisionByList(query); };
+  std::size_t hits = 0;
+  for (const Query& query : scene.queries) {
+    if (by_world(query) != by_list(query)) {
+      std::fprintf(stderr, "%s: world and list differ\n", scene.name.c_str());
+      return false;
+    }
+    hits += by_list(query) ? 1 : 0;
+  }
+  const double world_time = BestTime(scene, by_world);
+  const double list_time = BestTime(scene, by_list);
+  const auto count = static_cast<double>(scene.queries.size());
+  std::printf("ratio %6.2f  %-24s world %7.1f ns, list %9.1f ns a query, %4.1f %% in collision\n",
+              list_time / world_time, scene.name.c_str(), world_time / count * 1.0e9,
+              list_time / count * 1.0e9, 100.0 * static_cast<double>(hits) / count);
+  return true;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
+    return 1;
+  }
+
+  std::vector<Scene> scenes;
+  scenes.push_back(Shelves(20, 500));
+  scenes.push_back(Shelves(100, 500));
+  scenes.push_back(Shelves(10000, 500));
+  scenes.push_back(Bars(20, 500));
+  scenes.push_back(Bars(100, 500));
+  for (const Scene& scene : scenes) {
+    benchmark::RegisterBenchmark(("world, " + scene.name).c_str(), [&scene](benchmark::State& state) {
+      const kavo::WorldView view = scene.world.view();
+      Run(state, scene, [&view](const Query& query) { return view.inCollision(query.center, query.radius); });
+    });
+    benchmark::RegisterBenchmark(("list, " + scene.name).c_str(), [&scene](benchmark::State& state) {
+      Run(state, scene, [&scene](const Query& query) { return scene.inCollisionByList(query); });
+    });
+  }
+  benchmark::RunSpecifiedBenchmarks();
+  benchmark::Shutdown();
+
+  const bool equal = std::all_of(scenes.begin(), scenes.end(), Compare);
+  return equal ? 0 : 1;
+}

@@ -1,0 +1,7 @@
+#include "kavo/kinematics/interface/frame_sweep.h"
+
+namespace kavo {
+
+FrameSweep::~FrameSweep() = default;
+
+}  // namespace kavo

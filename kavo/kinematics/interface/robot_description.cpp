@@ -1,0 +1,19 @@
+#include "kavo/kinematics/interface/robot_description.h"
+
+#include "kavo/kinematics/interface/robot_description_internal.h"
+#include "kavo/util/log_message.h"
+
+namespace kavo {
+
+RobotDescription::~RobotDescription() = default;
+
+std::vector<kinematics::JointLimits> ExtractJointLimits(const RobotDescription* robot_description) {
+  KAVO_CHECK(robot_description != nullptr, "kinematics/interface/robot_description", 11)
+      << "No robot description was given.";
+  const auto* description = dynamic_cast<const RobotDescriptionInternal*>(robot_description);
+  KAVO_CHECK(description != nullptr, "kinematics/interface/robot_description", 14)
+      << "The robot description was not made by this library's RobotDescriptionBuilder or loaders.";
+  return description->jointLimits();
+}
+
+}  // namespace kavo

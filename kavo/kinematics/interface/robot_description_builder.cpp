@@ -1,0 +1,197 @@
+#include "kavo/kinematics/interface/robot_description_builder.h"
+
+#include <cmath>
+#include <cstddef>
+#include <functional>
+#include <queue>
+#include <unordered_map>
+#include <unordered_set>
+#include <utility>
+
+#include "kavo/kinematics/interface/robot_description_internal.h"
+#include "kavo/kinematics/kinematics.h"
+#include "kavo/util/log_message.h"
+#include "kavo/util/to_string.h"
+
+namespace kavo {
+
+namespace {
+
+constexpr char kFile[] = "kinematics/interface/robot_description_builder";
+constexpr double kPi = 3.141592653589793;
+
+kinematics::JointLimits CheckedLimits(const Joint& joint) {
+  if (!joint.limits.has_value() && joint.type == JointType::kContinuous) {
+    return {-kPi, kPi};
+  }
+  KAVO_CHECK(joint.limits.has_value(), kFile, 40)
+      << "Joint \"" << joint.name << "\" has no limits; a revolute or prismatic joint needs them.";
+  const kinematics::JointLimits limits = *joint.limits;
+  KAVO_CHECK(std::isfinite(limits.min) && std::isfinite(limits.max), kFile, 43)
+      << "Joint \"" << joint.name << "\" has limits [" << limits.min << ", " << limits.max
+      << "] that are not finite.";
+  KAVO_CHECK(limits.min <= limits.max, kFile, 46)
+      << "Joint \"" << joint.name << "\" has the lower limit " << limits.min << " above its upper limit "
+      << limits.max << ".";
+  return limits;
+}
+
+double CheckedDefault(const Joint& joint, const kinematics::JointLimits& limits) {
+  const double value = joint.default_value.value_or(0.5 * limits.min + 0.5 * limits.max);
+  KAVO_CHECK(limits.min <= value && value <= limits.max, kFile, 54)
+      << "Joint \"" << joint.name << "\" has the default value " << value << " outside its limits ["
+      << limits.min << ", " << limits.max << "].";
+  return value;
+}
+
+void CheckJoint(const Joint& joint) {
+  KAVO_CHECK(!joint.name.empty(), kFile, 61)
+      << "The joint that carries frame \"" << joint.child_frame << "\" has no name.";
+  KAVO_CHECK(!joint.child_frame.empty(), kFile, 63)
+      << "Joint \"" << joint.name << "\" carries a frame without name.";
+  KAVO_CHECK(joint.origin.isFinite(), kFile, 65)
+      << "Joint \"" << joint.name << "\" has an origin that is not finite (translation "
+      << util::ToString(joint.origin.translation()) << ", quaternion x y z w "
+      << util::ToString(joint.origin.rotation().coeffs()) << ").";
+  if (joint.type == JointType::kFixed) {
+    return;
+  }
+  const Eigen::Vector3d& axis = joint.axis;
+  KAVO_CHECK(std::isfinite(axis[0]) && std::isfinite(axis[1]) && std::isfinite(axis[2]), kFile, 73)
+      << "Joint \"" << joint.name << "\" has the axis " << util::ToString(axis) << ", which is not finite.";
+  KAVO_CHECK(axis[0] != 0.0 || axis[1] != 0.0 || axis[2] != 0.0, kFile, 75)
+      << "Joint \"" << joint.name << "\" has an axis of length zero.";
+}
+
+}  // namespace
+
+RobotDescriptionBuilder::RobotDescriptionBuilder(std::string base_frame)
+    : base_frame_(std::move(base_frame)) {}
+
+RobotDescriptionBuilder& RobotDescriptionBuilder::addJoint(Joint joint) {
+  joints_.push_back(std::move(joint));
+  return *this;
+}
+
+RobotDescriptionBuilder& RobotDescriptionBuilder::addFrame(const std::string& name,
+                                                           const std::string& parent_frame,
+                                                           const Pose3& pose) {
+  Joint joint;
+  joint.name = name;
+  joint.parent_frame = parent_frame;
+  joint.child_frame = name;
+  joint.origin = pose;
+  return addJoint(std::move(joint));
+}
+
+RobotDescriptionBuilder& RobotDescriptionBuilder::addCollisionSphere(const std::string& frame_name,
+                                                                     const Eigen::Vector3d& center,
+                                                                     double radius) {
+  collision_spheres_.push_back({frame_name, {center, radius}});
+  return *this;
+}
+
+std::unique_ptr<RobotDescription> RobotDescriptionBuilder::build() const {
+  KAVO_CHECK(!base_frame_.empty(), kFile, 105) << "The base frame has no name.";
+
+  // Which joint carries a frame; the base frame has none.
+  constexpr std::size_t kNone = static_cast<std::size_t>(-1);
+  std::unordered_map<std::string, std::size_t> carrier = {{base_frame_, kNone}};
+  std::unordered_set<std::string> joint_names;
+  for (std::size_t i = 0; i < joints_.size(); ++i) {
+    const Joint& joint = joints_[i];
+    CheckJoint(joint);
+    KAVO_CHECK(joint_names.insert(joint.name).second, kFile, 114)
+        << "There are two joints with the name \"" << joint.name << "\".";
+    const auto [place, is_new] = carrier.emplace(joint.child_frame, i);
+    KAVO_CHECK(is_new || place->second != kNone, kFile, 117)
+        << "Joint \"" << joint.name << "\" carries the base frame \"" << base_frame_ << "\".";
+    KAVO_CHECK(is_new, kFile, 119) << "Frame \"" << joint.child_frame << "\" is carried by two joints, \""
+                                   << joints_[place->second].name << "\" and \"" << joint.name << "\".";
+  }
+  std::vector<std::vector<std::size_t>> children(joints_.size());
+  // Joints whose parent frame is placed already, the one added first on top.
+  std::priority_queue<std::size_t, std::vector<std::size_t>, std::greater<>> ready;
+  for (std::size_t i = 0; i < joints_.size(); ++i) {
+    const auto parent = carrier.find(joints_[i].parent_frame);
+    KAVO_CHECK(parent != carrier.end(), kFile, 127)
+        << "Joint \"" << joints_[i].name << "\" is attached to frame \"" << joints_[i].parent_frame
+        << "\", which no joint carries.";
+    if (parent->second == kNone) {
+      ready.push(i);
+    } else {
+      children[parent->second].push_back(i);
+    }
+  }
+
+  // Coordinates in the order in which their joints were added.
+  RobotDescriptionInternal::Data data{
+      kinematics::Kinematics(std::vector<kinematics::Kinematics::Frame>()), {}, {}, {}, {}, {}};
+  std::vector<int> coordinates(joints_.size(), -1);
+  std::vector<double> default_values;
+  for (std::size_t i = 0; i < joints_.size(); ++i) {
+    const Joint& joint = joints_[i];
+    if (joint.type != JointType::kFixed) {
+      coordinates[i] = static_cast<int>(default_values.size());
+      const kinematics::JointLimits limits = CheckedLimits(joint);
+      default_values.push_back(CheckedDefault(joint, limits));
+      data.joint_limits.push_back(limits);
+      data.coordinate_names.push_back(joint.name);
+    }
+  }
+  data.default_configuration = Eigen::Map<const Eigen::VectorXd>(
+      default_values.data(), static_cast<Eigen::Index>(default_values.size()));
+
+  std::vector<kinematics::Kinematics::Frame> frames(1);
+  frames[0].name = base_frame_;
+  std::unordered_map<std::string, int> frame_indices = {{base_frame_, 0}};
+  while (!ready.empty()) {
+    const std::size_t i = ready.top();
+    ready.pop();
+    const Joint& joint = joints_[i];
+    kinematics::Kinematics::Frame frame;
+    frame.name = joint.child_frame;
+    frame.parent = frame_indices.at(joint.parent_frame);
+    frame.origin = joint.origin;
+    frame.axis = joint.axis;
+    frame.coordinate = coordinates[i];
+    if (joint.type == JointType::kPrismatic) {
+      frame.motion = kinematics::Kinematics::Motion::kPrismatic;
+    } else if (joint.type != JointType::kFixed) {
+      frame.motion = kinematics::Kinematics::Motion::kRevolute;
+    }
+    frame_indices.emplace(frame.name, static_cast<int>(frames.size()));
+    frames.push_back(std::move(frame));
+    for (const std::size_t child : children[i]) {
+      ready.push(child);
+    }
+  }
+  for (const Joint& joint : joints_) {
+    KAVO_CHECK(frame_indices.count(joint.child_frame) != 0, kFile, 176)
+        << "Joint \"" << joint.name << "\" belongs to a cycle or hangs on one: frame \"" << joint.child_frame
+        << "\" is not connected to the base frame \"" << base_frame_ << "\".";
+  }
+  data.kinematics = kinematics::Kinematics(frames);
+
+  for (const CollisionSphere& collision_sphere : collision_spheres_) {
+    const auto& [frame_name, sphere] = collision_sphere;
+    KAVO_CHECK(frame_indices.count(frame_name) != 0, kFile, 184)
+        << "A collision sphere is attached to frame \"" << frame_name << "\", which does not exist.";
+    KAVO_CHECK(
+        std::isfinite(sphere.center[0]) && std::isfinite(sphere.center[1]) && std::isfinite(sphere.center[2]),
+        kFile, 187)
+        << "A collision sphere of frame \"" << frame_name << "\" has the center "
+        << util::ToString(sphere.center) << ", which is not finite.";
+    KAVO_CHECK(std::isfinite(sphere.radius) && sphere.radius > 0.0, kFile, 190)
+        << "A collision sphere of frame \"" << frame_name << "\" has the radius " << sphere.radius
+        << "; it must be positive and finite.";
+    std::vector<math::Sphere>& spheres = data.collision_spheres[frame_name];
+    if (spheres.empty()) {
+      data.collision_frame_names.push_back(frame_name);
+    }
+    spheres.push_back(sphere);
+  }
+  return std::make_unique<RobotDescriptionInternal>(std::move(data));
+}
+
+}  // namespace kavo

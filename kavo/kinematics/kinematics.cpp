@@ -1,0 +1,258 @@
+#include "kavo/kinematics/kinematics.h"
+
+#include <cmath>
+#include <sstream>
+#include <utility>
+
+#include "kavo/kinematics/sin_cos_internal.h"
+#include "kavo/kinematics/step_internal.h"
+#include "kavo/util/log_message.h"
+
+namespace kavo::kinematics {
+
+namespace {
+
+using math::RigidTransform;
+
+constexpr double kSnap = 1e-15;
+
+double SnapEntry(double value) {
+  for (const double exact : {0.0, 1.0, -1.0}) {
+    if (std::fabs(value - exact) <= kSnap) {
+      return exact;
+    }
+  }
+  return value;
+}
+
+bool IsRotationToRounding(const Eigen::Matrix3d& m) {
+  for (int a = 0; a < 3; ++a) {
+    for (int b = a; b < 3; ++b) {
+      const double product = m(0, a) * m(0, b) + m(1, a) * m(1, b) + m(2, a) * m(2, b);
+      if (std::fabs(product - (a == b ? 1.0 : 0.0)) > kSnap) {
+        return false;
+      }
+    }
+  }
+  return true;
+}
+
+// A quarter turn that went through a quaternion comes back with entries like 2e-16; made exact, it keeps what
+// lies on an axis on the axis.
+Eigen::Matrix3d Snap(const Eigen::Matrix3d& rotation) {
+  const Eigen::Matrix3d snapped = rotation.unaryExpr(&SnapEntry);
+  return IsRotationToRounding(snapped) ? snapped : rotation;
+}
+
+Kinematics::Offset MakeOffset(const RigidTransform& transform) {
+  Kinematics::Offset offset;
+  offset.transform = {Snap(transform.rotation), transform.translation};
+  bool axes = true;
+  bool identity = true;
+  for (int column = 0; column < 3; ++column) {
+    for (int row = 0; row < 3; ++row) {
+      const double entry = offset.transform.rotation(row, column);
+      axes = axes && (entry == 0.0 || std::fabs(entry) == 1.0);
+      identity = identity && entry == (row == column ? 1.0 : 0.0);
+      if (std::fabs(entry) == 1.0) {
+        offset.source[column] = static_cast<std::int8_t>(row);
+        offset.sign[column] = entry;
+      }
+    }
+  }
+  offset.kind = identity ? Kinematics::RotationKind::kIdentity
+                         : (axes ? Kinematics::RotationKind::kAxes : Kinematics::RotationKind::kGeneral);
+  return offset;
+}
+
+Eigen::Vector3d Normalize(const Eigen::Vector3d& v) {
+  // By the largest coordinate first, so that no square overflows or vanishes.
+  const double scale = std::fmax(std::fabs(v[0]), std::fmax(std::fabs(v[1]), std::fabs(v[2])));
+  const double x = v[0] / scale;
+  const double y = v[1] / scale;
+  const double z = v[2] / scale;
+  const double length = std::sqrt(x * x + y * y + z * z);
+  Eigen::Vector3d unit(x / length, y / length, z / length);
+  // Next to a coordinate axis counts as on it. One entry near 1 is not enough: the others may still be 1e-8.
+  for (int i = 0; i < 3; ++i) {
+    if (std::fabs(unit[(i + 1) % 3]) <= kSnap && std::fabs(unit[(i + 2) % 3]) <= kSnap) {
+      unit = std::copysign(1.0, unit[i]) * Eigen::Vector3d::Unit(i);
+    }
+  }
+  return unit;
+}
+
+Eigen::Vector3d Cross(const Eigen::Vector3d& a, const Eigen::Vector3d& b) {
+  return {a[1] * b[2] - a[2] * b[1], a[2] * b[0] - a[0] * b[2], a[0] * b[1] - a[1] * b[0]};
+}
+
+// A rotation that takes z to the unit vector `direction`.
+Eigen::Matrix3d TurnFromZ(const Eigen::Vector3d& direction) {
+  int smallest = 0;
+  for (int i = 1; i < 3; ++i) {
+    if (std::fabs(direction[i]) < std::fabs(direction[smallest])) {
+      smallest = i;
+    }
+  }
+  const Eigen::Vector3d x = Normalize(Cross(Eigen::Vector3d::Unit(smallest), direction));
+  Eigen::Matrix3d turn;
+  turn.col(0) = x;
+  turn.col(1) = Cross(direction, x);
+  turn.col(2) = direction;
+  return turn;
+}
+
+}  // namespace
+
+Kinematics::Kinematics(const std::vector<Frame>& frames) {
+  chain_begin_.push_back(0);
+  for (const Frame& frame : frames) {
+    // The frame while its coordinate is zero, in the slot that its parent frame is attached to.
+    int slot = -1;
+    RigidTransform origin;
+    if (frame.parent >= 0) {
+      const auto parent = static_cast<std::size_t>(frame.parent);
+      slot = program_.frames[parent].slot;
+      origin = program_.frames[parent].offset.transform *
+               RigidTransform(Snap(RigidTransform(frame.origin).rotation), frame.origin.translation());
+      for (std::size_t i = chain_begin_[parent]; i < chain_begin_[parent + 1]; ++i) {
+        chain_slots_.push_back(chain_slots_[i]);
+      }
+    }
+    if (frame.motion == Motion::kFixed) {
+      program_.frames.push_back({slot, MakeOffset(origin)});
+    } else {
+      Step step;
+      step.parent = slot;
+      step.coordinate = frame.coordinate;
+      step.motion = frame.motion;
+      const Eigen::Vector3d axis = Normalize(frame.axis);
+      RigidTransform frame_in_slot;
+      if (frame.motion == Motion::kPrismatic) {
+        step.slide = math::Rotate(origin.rotation, axis);
+      } else {
+        bool on_coordinate_axis = false;
+        for (int i = 0; i < 3; ++i) {
+          if (axis[(i + 1) % 3] == 0.0 && axis[(i + 2) % 3] == 0.0) {
+            on_coordinate_axis = true;
+            step.axis = i;
+            step.sign = axis[i];
+          }
+        }
+        if (!on_coordinate_axis) {
+          const RigidTransform turn(TurnFromZ(axis), Eigen::Vector3d::Zero());
+          origin = origin * turn;
+          frame_in_slot.rotation = turn.rotation.transpose();
+        }
+      }
+      step.origin = MakeOffset(origin);
+      const int own_slot = static_cast<int>(program_.steps.size());
+      program_.steps.push_back(step);
+      program_.frames.push_back({own_slot, MakeOffset(frame_in_slot)});
+      chain_slots_.push_back(own_slot);
+      ++num_coords_;
+    }
+    chain_begin_.push_back(chain_slots_.size());
+    frame_indices_.emplace(frame.name, static_cast<int>(frame_names_.size()));
+    frame_names_.push_back(frame.name);
+  }
+}
+
+int Kinematics::frame(const std::string& frame_name) const {
+  const auto found = frame_indices_.find(frame_name);
+  if (found == frame_indices_.end()) {
+    std::ostringstream names;
+    for (const std::string& name : frame_names_) {
+      names << (names.tellp() > 0 ? ", " : "") << '"' << name << '"';
+    }
+    KAVO_CHECK(found != frame_indices_.end(), "kinematics/kinematics", 160)
+        << "There is no frame \"" << frame_name << "\". The frames are: " << names.str() << ".";
+  }
+  return found->second;
+}
+
+namespace {
+
+void RunStepAt(const Kinematics::Step& step, const RigidTransform* parent, const Eigen::VectorXd& q,
+               RigidTransform& slot) {
+  double motion = q[step.coordinate];
+  double cos = 0.0;
+  if (step.motion == Kinematics::Motion::kRevolute) {
+    internal::SinCos(q[step.coordinate], &motion, &cos);
+  }
+  internal::RunStep(step, parent, motion, cos, slot);
+}
+
+}  // namespace
+
+RigidTransform Kinematics::transform(const Eigen::VectorXd& q, int frame) const {
+  const auto f = static_cast<std::size_t>(frame);
+  RigidTransform slots[2];
+  const RigidTransform* parent = nullptr;
+  for (std::size_t i = chain_begin_[f]; i < chain_begin_[f + 1]; ++i) {
+    RigidTransform& slot = slots[i % 2];
+    RunStepAt(program_.steps[static_cast<std::size_t>(chain_slots_[i])], parent, q, slot);
+    parent = &slot;
+  }
+  RigidTransform result;
+  internal::PlaceFrame(program_.frames[f], parent, result);
+  return result;
+}
+
+Eigen::Vector3d Kinematics::position(const Eigen::VectorXd& q, int frame) const {
+  return transform(q, frame).translation;
+}
+
+Eigen::MatrixXd Kinematics::positionJacobian(const Eigen::VectorXd& q, int frame) const {
+  const auto f = static_cast<std::size_t>(frame);
+  const std::size_t begin = chain_begin_[f];
+  const std::size_t length = chain_begin_[f + 1] - begin;
+  std::vector<RigidTransform> slots(length);
+  const RigidTransform* last = nullptr;
+  for (std::size_t i = 0; i < length; ++i) {
+    RunStepAt(program_.steps[static_cast<std::size_t>(chain_slots_[begin + i])], last, q, slots[i]);
+    last = &slots[i];
+  }
+  RigidTransform placed;
+  internal::PlaceFrame(program_.frames[f], last, placed);
+
+  Eigen::MatrixXd jacobian = Eigen::MatrixXd::Zero(3, static_cast<Eigen::Index>(num_coords_));
+  for (std::size_t i = 0; i < length; ++i) {
+    const Step& step = program_.steps[static_cast<std::size_t>(chain_slots_[begin + i])];
+    if (step.motion == Motion::kRevolute) {
+      const Eigen::Vector3d axis = slots[i].rotation.col(step.axis) * step.sign;
+      jacobian.col(step.coordinate) = Cross(axis, placed.translation - slots[i].translation);
+    } else {
+      jacobian.col(step.coordinate) = i == 0 ? step.slide : math::Rotate(slots[i - 1].rotation, step.slide);
+    }
+  }
+  return jacobian;
+}
+
+Kinematics::Plan Kinematics::plan(const std::vector<int>& frames) const {
+  std::vector<char> needed(program_.steps.size(), 0);
+  for (const int frame : frames) {
+    const auto f = static_cast<std::size_t>(frame);
+    for (std::size_t i = chain_begin_[f]; i < chain_begin_[f + 1]; ++i) {
+      needed[static_cast<std::size_t>(chain_slots_[i])] = 1;
+    }
+  }
+  Plan result;
+  std::vector<int> new_slots(program_.steps.size(), -1);
+  for (std::size_t slot = 0; slot < program_.steps.size(); ++slot) {
+    if (needed[slot] != 0) {
+      new_slots[slot] = static_cast<int>(result.steps.size());
+      Step step = program_.steps[slot];
+      step.parent = step.parent < 0 ? -1 : new_slots[static_cast<std::size_t>(step.parent)];
+      result.steps.push_back(step);
+    }
+  }
+  for (const int frame : frames) {
+    Attachment attachment = program_.frames[static_cast<std::size_t>(frame)];
+    attachment.slot = attachment.slot < 0 ? -1 : new_slots[static_cast<std::size_t>(attachment.slot)];
+    result.frames.push_back(attachment);
+  }
+  return result;
+}
+
+}  // namespace kavo::kinematics

@@ -1,0 +1,371 @@
+#include "kavo/world/snapshot_internal.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <variant>
+
+#include "kavo/math/rigid_transform.h"
+
+// This file is compiled once for each set of wide vectors; the include below repeats it.
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "kavo/world/snapshot.cpp"
+#include <hwy/foreach_target.h>
+#include <hwy/highway.h>
+
+HWY_BEFORE_NAMESPACE();
+namespace kavo::internal::HWY_NAMESPACE {
+namespace {
+
+namespace hn = hwy::HWY_NAMESPACE;
+
+// Distances are computed with a relative error of some units in the last place, 2^-53. A query box that is
+// larger by this share contains whatever the computed distance may call touching.
+constexpr double kDistanceError = 1.0 / (1ULL << 44);
+
+bool Touches(const BoundsGroup* groups, const Solid* solids, const double* center, double radius) {
+  const hn::CappedTag<float, BoundsGroup::kSize> d;
+  const double reach = radius + radius * kDistanceError;
+  const double margin_x = reach + std::fabs(center[0]) * kDistanceError;
+  const double margin_y = reach + std::fabs(center[1]) * kDistanceError;
+  const double margin_z = reach + std::fabs(center[2]) * kDistanceError;
+  const auto low_x = hn::Set(d, Rounded(center[0] - margin_x));
+  const auto low_y = hn::Set(d, Rounded(center[1] - margin_y));
+  const auto low_z = hn::Set(d, Rounded(center[2] - margin_z));
+  const auto high_x = hn::Set(d, Rounded(center[0] + margin_x));
+  const auto high_y = hn::Set(d, Rounded(center[1] + margin_y));
+  const auto high_z = hn::Set(d, Rounded(center[2] + margin_z));
+
+  // A group adds at most seven to what waits, and each level has an eighth of the obstacles of the one above.
+  std::uint32_t waiting[128];
+  std::size_t num_waiting = 1;
+  waiting[0] = 0;
+  while (num_waiting > 0) {
+    const BoundsGroup& group = groups[waiting[--num_waiting]];
+    for (std::size_t lane = 0; lane < BoundsGroup::kSize; lane += hn::Lanes(d)) {
+      const auto x = hn::And(hn::Le(low_x, hn::Load(d, group.high[0] + lane)),
+                             hn::Le(hn::Load(d, group.low[0] + lane), high_x));
+      const auto y = hn::And(hn::Le(low_y, hn::Load(d, group.high[1] + lane)),
+                             hn::Le(hn::Load(d, group.low[1] + lane), high_y));
+      const auto z = hn::And(hn::Le(low_z, hn::Load(d, group.high[2] + lane)),
+                             hn::Le(hn::Load(d, group.low[2] + lane), high_z));
+      std::uint8_t bits[8] = {};
+      hn::StoreMaskBits(d, hn::And(hn::And(x, y), z), bits);
+      for (std::uint32_t overlaps = bits[0]; overlaps != 0; overlaps &= overlaps - 1) {
+        const std::uint32_t index = group.first + static_cast<std::uint32_t>(lane) +
+                                    static_cast<std::uint32_t>(hwy::Num0BitsBelowLS1Bit_Nonzero32(overlaps));
+        if (!group.leaf) {
+          waiting[num_waiting++] = index;
+        } else if (SignedDistance(solids[index], center) <= radius) {
+          return true;
+        }
+      }
+    }
+  }
+  return false;
+}
+
+}  // namespace
+}  // namespace kavo::internal::HWY_NAMESPACE
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace kavo::internal {
+
+HWY_EXPORT(Touches);
+
+namespace {
+
+// The squares of lengths up to this are far from overflow, also after sums.
+constexpr double kLargestPlainMagnitude = 1.0e100;
+
+// Lengths of any finite size. Scaling by a power of two changes no digit.
+double SignedDistanceAtAnyScale(const Solid& solid, const double* point) {
+  const double magnitude = solid.magnitude + std::fabs(point[0]) + std::fabs(point[1]) + std::fabs(point[2]);
+  if (magnitude <= kLargestPlainMagnitude) {
+    return SignedDistance(solid, point);
+  }
+  constexpr double kDown = 0x1p-600;
+  const double near[3] = {point[0] * kDown, point[1] * kDown, point[2] * kDown};
+  return SignedDistance(solid.scaled(kDown), near) * 0x1p600;
+}
+
+// Cuts the obstacles into `parts` lists of about equal length, neighbours together, and appends the end of
+// each.
+template <typename Iterator>
+void Split(Iterator begin, Iterator end, std::size_t parts, std::vector<Iterator>* cuts) {
+  if (parts == 1) {
+    cuts->push_back(end);
+    return;
+  }
+  int widest = 0;
+  double largest_spread = -1.0;
+  for (int axis = 0; axis < 3; ++axis) {
+    const auto less = [axis](const auto& a, const auto& b) { return a.middle(axis) < b.middle(axis); };
+    const auto [low, high] = std::minmax_element(begin, end, less);
+    const double spread = high->middle(axis) - low->middle(axis);
+    if (spread > largest_spread) {
+      largest_spread = spread;
+      widest = axis;
+    }
+  }
+  const std::size_t left_parts = parts / 2;
+  const auto count = static_cast<std::size_t>(end - begin);
+  const auto middle = begin + static_cast<std::ptrdiff_t>(count * left_parts / parts);
+  std::nth_element(begin, middle, end, [widest](const auto& a, const auto& b) {
+    return a.middle(widest) != b.middle(widest) ? a.middle(widest) < b.middle(widest) : a.item < b.item;
+  });
+  Split(begin, middle, left_parts, cuts);
+  Split(middle, end, parts - left_parts, cuts);
+}
+
+// The version of `Touches` for this machine, looked up once for a snapshot instead of once for a query.
+auto BestTouches() {
+  hwy::GetChosenTarget().Update(hwy::SupportedTargets());
+  return &HWY_DYNAMIC_DISPATCH(Touches);
+}
+
+bool IsFinite(const double* point) {
+  return std::isfinite(point[0]) && std::isfinite(point[1]) && std::isfinite(point[2]);
+}
+
+}  // namespace
+
+Solid::Solid(const ObstacleShape& shape, const Pose3& pose) {
+  const math::RigidTransform transform(pose);
+  for (int row = 0; row < 3; ++row) {
+    center[row] = transform.translation[row];
+    for (int column = 0; column < 3; ++column) {
+      rotation[row][column] = transform.rotation(column, row);
+    }
+  }
+  if (const auto* sphere = std::get_if<SphereObstacle>(&shape)) {
+    kind = Kind::kSphere;
+    radius = sphere->radius;
+  } else if (const auto* box = std::get_if<BoxObstacle>(&shape)) {
+    kind = Kind::kBox;
+    for (int axis = 0; axis < 3; ++axis) {
+      half[axis] = 0.5 * box->size[axis];
+    }
+  } else if (const auto* cylinder = std::get_if<CylinderObstacle>(&shape)) {
+    kind = Kind::kCylinder;
+    radius = cylinder->radius;
+    half[2] = 0.5 * cylinder->height;
+  } else if (const auto* capsule = std::get_if<CapsuleObstacle>(&shape)) {
+    kind = Kind::kCapsule;
+    radius = capsule->radius;
+    half[2] = 0.5 * capsule->height;
+  } else {
+    kind = Kind::kHalfSpace;
+  }
+  magnitude = radius;
+  for (int axis = 0; axis < 3; ++axis) {
+    magnitude += std::fabs(center[axis]) + half[axis];
+  }
+}
+
+Solid Solid::scaled(double factor) const {
+  Solid result = *this;
+  result.radius *= factor;
+  result.magnitude *= factor;
+  for (int axis = 0; axis < 3; ++axis) {
+    result.center[axis] *= factor;
+    result.half[axis] *= factor;
+  }
+  return result;
+}
+
+double SignedDistance(const Solid& solid, const double* point) {
+  const double dx = point[0] - solid.center[0];
+  const double dy = point[1] - solid.center[1];
+  const double dz = point[2] - solid.center[2];
+  if (solid.kind == Solid::Kind::kSphere) {
+    return std::sqrt(dx * dx + dy * dy + dz * dz) - solid.radius;
+  }
+  const auto& r = solid.rotation;
+  const double z = r[2][0] * dx + r[2][1] * dy + r[2][2] * dz;
+  if (solid.kind == Solid::Kind::kHalfSpace) {
+    return z;
+  }
+  const double x = r[0][0] * dx + r[0][1] * dy + r[0][2] * dz;
+  const double y = r[1][0] * dx + r[1][1] * dy + r[1][2] * dz;
+  const double beyond_z = std::fabs(z) - solid.half[2];
+  const double outside_z = std::max(beyond_z, 0.0);
+  if (solid.kind == Solid::Kind::kCapsule) {
+    return std::sqrt(x * x + y * y + outside_z * outside_z) - solid.radius;
+  }
+  if (solid.kind == Solid::Kind::kCylinder) {
+    const double beyond_side = std::sqrt(x * x + y * y) - solid.radius;
+    const double nearest_face = std::max(beyond_side, beyond_z);
+    if (nearest_face <= 0.0) {
+      return nearest_face;
+    }
+    const double outside_side = std::max(beyond_side, 0.0);
+    return std::sqrt(outside_side * outside_side + outside_z * outside_z);
+  }
+  const double beyond_x = std::fabs(x) - solid.half[0];
+  const double beyond_y = std::fabs(y) - solid.half[1];
+  const double nearest_face = std::max(std::max(beyond_x, beyond_y), beyond_z);
+  if (nearest_face <= 0.0) {
+    return nearest_face;
+  }
+  const double outside_x = std::max(beyond_x, 0.0);
+  const double outside_y = std::max(beyond_y, 0.0);
+  return std::sqrt(outside_x * outside_x + outside_y * outside_y + outside_z * outside_z);
+}
+
+void BoundsGroup::enclose(std::size_t lane, const double* lowest, const double* highest) {
+  for (int axis = 0; axis < 3; ++axis) {
+    low[axis][lane] = Rounded(lowest[axis]);
+    high[axis][lane] = Rounded(highest[axis]);
+  }
+}
+
+BoundsGroup::BoundsGroup() {
+  constexpr float kInfinity = std::numeric_limits<float>::infinity();
+  for (int axis = 0; axis < 3; ++axis) {
+    std::fill(low[axis], low[axis] + kSize, kInfinity);
+    std::fill(high[axis], high[axis] + kSize, -kInfinity);
+  }
+}
+
+// The box along the world's axes around one bounded obstacle.
+struct Snapshot::Bounds {
+  Bounds(const Solid& solid, std::size_t item_in) : item(item_in) {
+    const double reach = solid.radius + solid.half[0] + solid.half[1] + solid.half[2];
+    for (int axis = 0; axis < 3; ++axis) {
+      double extent = 0.0;
+      for (int local = 0; local < 3; ++local) {
+        extent += std::fabs(solid.rotation[local][axis]) * solid.half[local];
+      }
+      if (solid.kind == Solid::Kind::kCylinder) {
+        const double x = solid.rotation[0][axis];
+        const double y = solid.rotation[1][axis];
+        extent += solid.radius * std::sqrt(x * x + y * y);
+      } else {
+        extent += solid.radius;
+      }
+      // The rotation is one to rounding only, which the computed distance sees and the true extent does not.
+      extent += (reach + std::fabs(solid.center[axis])) * 0x1p-44;
+      low[axis] = solid.center[axis] - extent;
+      high[axis] = solid.center[axis] + extent;
+    }
+  }
+
+  double middle(int axis) const { return low[axis] + high[axis]; }
+
+  double low[3];
+  double high[3];
+  std::size_t item;
+};
+
+Snapshot::Snapshot(const std::vector<Item>& items)
+    : largest_magnitude_(kLargestPlainMagnitude), touches_(BestTouches()) {
+  std::vector<Bounds> bounds;
+  bounds.reserve(items.size());
+  for (std::size_t i = 0; i < items.size(); ++i) {
+    if (!(items[i].solid.magnitude <= kLargestPlainMagnitude)) {
+      largest_magnitude_ = -1.0;
+    }
+    if (items[i].solid.kind == Solid::Kind::kHalfSpace) {
+      half_spaces_.push_back(items[i].solid);
+      half_space_handles_.push_back(items[i].handle);
+    } else {
+      bounds.emplace_back(items[i].solid, i);
+    }
+  }
+  if (!bounds.empty()) {
+    solids_.reserve(bounds.size());
+    handles_.reserve(bounds.size());
+    groups_.resize(1);
+    fill(0, bounds.begin(), bounds.end(), items);
+  }
+}
+
+void Snapshot::fill(std::size_t group, std::vector<Bounds>::iterator begin, std::vector<Bounds>::iterator end,
+                    const std::vector<Item>& items) {
+  const auto count = static_cast<std::size_t>(end - begin);
+  if (count <= BoundsGroup::kSize) {
+    groups_[group].first = static_cast<std::uint32_t>(solids_.size());
+    groups_[group].leaf = true;
+    for (std::size_t lane = 0; lane < count; ++lane) {
+      const Bounds& bounds = begin[static_cast<std::ptrdiff_t>(lane)];
+      groups_[group].enclose(lane, bounds.low, bounds.high);
+      solids_.push_back(items[bounds.item].solid);
+      handles_.push_back(items[bounds.item].handle);
+    }
+    return;
+  }
+
+  const std::size_t num_leaves = (count + BoundsGroup::kSize - 1) / BoundsGroup::kSize;
+  std::vector<std::vector<Bounds>::iterator> cuts = {begin};
+  Split(begin, end, std::min(num_leaves, BoundsGroup::kSize), &cuts);
+  const std::size_t first = groups_.size();
+  groups_.resize(first + cuts.size() - 1);
+  groups_[group].first = static_cast<std::uint32_t>(first);
+  groups_[group].leaf = false;
+  for (std::size_t lane = 0; lane + 1 < cuts.size(); ++lane) {
+    double low[3];
+    double high[3];
+    for (int axis = 0; axis < 3; ++axis) {
+      low[axis] = cuts[lane]->low[axis];
+      high[axis] = cuts[lane]->high[axis];
+      for (auto bounds = cuts[lane]; bounds != cuts[lane + 1]; ++bounds) {
+        low[axis] = std::min(low[axis], bounds->low[axis]);
+        high[axis] = std::max(high[axis], bounds->high[axis]);
+      }
+    }
+    groups_[group].enclose(lane, low, high);
+    fill(first + lane, cuts[lane], cuts[lane + 1], items);
+  }
+}
+
+bool Snapshot::inCollision(const Eigen::Vector3d& center, double radius) const {
+  const double point[3] = {center[0], center[1], center[2]};
+  const double magnitude =
+      std::fabs(point[0]) + std::fabs(point[1]) + std::fabs(point[2]) + std::fabs(radius);
+  if (!(magnitude <= largest_magnitude_)) {
+    return inCollisionAtAnyScale(point, radius);
+  }
+  if (radius < 0.0) {
+    return false;
+  }
+  for (const Solid& half_space : half_spaces_) {
+    if (SignedDistance(half_space, point) <= radius) {
+      return true;
+    }
+  }
+  return !groups_.empty() && touches_(groups_.data(), solids_.data(), point, radius);
+}
+
+bool Snapshot::inCollisionAtAnyScale(const double* center, double radius) const {
+  if (!IsFinite(center) || !std::isfinite(radius)) {
+    return true;
+  }
+  const auto touched = [&](const Solid& solid) { return SignedDistanceAtAnyScale(solid, center) <= radius; };
+  return radius >= 0.0 && (std::any_of(half_spaces_.begin(), half_spaces_.end(), touched) ||
+                           std::any_of(solids_.begin(), solids_.end(), touched));
+}
+
+std::optional<WorldView::Nearest> Snapshot::nearestObstacle(const Eigen::Vector3d& point) const {
+  const double p[3] = {point[0], point[1], point[2]};
+  std::optional<WorldView::Nearest> nearest;
+  if (!IsFinite(p)) {
+    return nearest;
+  }
+  const auto visit = [&](const std::vector<Solid>& solids, const std::vector<ObstacleHandle>& handles) {
+    for (std::size_t i = 0; i < solids.size(); ++i) {
+      const double distance = SignedDistanceAtAnyScale(solids[i], p);
+      if (!nearest || distance < nearest->distance ||
+          (distance == nearest->distance && handles[i].id() < nearest->obstacle.id())) {
+        nearest = WorldView::Nearest{handles[i], distance};
+      }
+    }
+  };
+  visit(half_spaces_, half_space_handles_);
+  visit(solids_, handles_);
+  return nearest;
+}
+
+}  // namespace kavo::internal
+#endif  // HWY_ONCE

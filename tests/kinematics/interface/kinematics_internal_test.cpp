@@ -1,0 +1,248 @@
+#include "kavo/kinematics/interface/kinematics_internal.h"
+
+#include <gtest/gtest.h>
+
+#include <Eigen/Geometry>
+#include <cmath>
+#include <cstdlib>
+#include <memory>
+#include <new>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "kavo/kinematics/interface/robot_description_builder.h"
+#include "tests/kinematics/random_robot.h"
+#include "tests/support/fatal.h"
+#include "tests/support/vectors.h"
+
+namespace {
+
+thread_local int num_allocations = 0;
+
+}  // namespace
+
+// Counts what the whole program takes from the heap.
+void* operator new(std::size_t size) {
+  ++num_allocations;
+  void* memory = std::malloc(size == 0 ? 1 : size);
+  if (memory == nullptr) {
+    throw std::bad_alloc();
+  }
+  return memory;
+}
+void* operator new[](std::size_t size) { return operator new(size); }
+void operator delete(void* memory) noexcept { std::free(memory); }
+void operator delete[](void* memory) noexcept { std::free(memory); }
+void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+void operator delete[](void* memory, std::size_t) noexcept { std::free(memory); }
+
+namespace kavo {
+namespace {
+
+using testing::RandomRobot;
+using testing::RandomVec;
+using testing::Vec;
+
+const kinematics::Kinematics& ModelOf(const Kinematics& kinematics) {
+  return dynamic_cast<const KinematicsInternal&>(kinematics).model();
+}
+
+// A model of somebody else: everything by asking ours, so that the sweep is the interface's own.
+class ForeignKinematics : public Kinematics {
+ public:
+  explicit ForeignKinematics(const Kinematics& inner) : inner_(inner) {}
+  std::size_t numCSpaceCoords() const override { return inner_.numCSpaceCoords(); }
+  const std::vector<std::string>& frameNames() const override { return inner_.frameNames(); }
+  FrameHandle frame(const std::string& name) const override { return inner_.frame(name); }
+  Pose3 pose(const Eigen::VectorXd& q, const FrameHandle& f) const override { return inner_.pose(q, f); }
+  Eigen::Vector3d position(const Eigen::VectorXd& q, const FrameHandle& f) const override {
+    return inner_.position(q, f);
+  }
+  Eigen::MatrixXd positionJacobian(const Eigen::VectorXd& q, const FrameHandle& f) const override {
+    return inner_.positionJacobian(q, f);
+  }
+
+ private:
+  const Kinematics& inner_;
+};
+
+TEST(KinematicsInternal, PlacesFramesLikeRecursionOverTheTree) {
+  std::mt19937 engine(17);
+  for (int round = 0; round < 300; ++round) {
+    const RandomRobot robot(engine, 1 + round % 14);
+    const std::unique_ptr<Kinematics> kinematics = robot.description()->kinematics();
+    ASSERT_EQ(kinematics->numCSpaceCoords(), static_cast<std::size_t>(robot.num_coordinates()));
+    ASSERT_EQ(kinematics->frameNames().size(), robot.joints().size() + 1);
+    const Eigen::VectorXd q = RandomVec(engine, robot.num_coordinates(), -4.0, 4.0);
+    for (int joint = -1; joint < static_cast<int>(robot.joints().size()); ++joint) {
+      const std::string name =
+          joint < 0 ? "base" : robot.joints()[static_cast<std::size_t>(joint)].child_frame;
+      const Kinematics::FrameHandle frame = kinematics->frame(name);
+      const Eigen::Isometry3d expected = robot.place(q, joint);
+      const Pose3 pose = kinematics->pose(q, frame);
+      EXPECT_LT((pose.matrix() - expected.linear()).cwiseAbs().maxCoeff(), 1e-12);
+      EXPECT_LT((pose.translation() - expected.translation()).cwiseAbs().maxCoeff(), 1e-12);
+      EXPECT_EQ(kinematics->position(q, frame), pose.translation());
+      EXPECT_EQ(kinematics->frameNames()[static_cast<std::size_t>(frame.index())], name);
+    }
+  }
+}
+
+TEST(KinematicsInternal, JacobianIsTheDerivativeOfThePosition) {
+  std::mt19937 engine(19);
+  constexpr double kStep = 1e-5;
+  for (int round = 0; round < 200; ++round) {
+    const RandomRobot robot(engine, 1 + round % 14);
+    const std::unique_ptr<Kinematics> kinematics = robot.description()->kinematics();
+    const Eigen::VectorXd q = RandomVec(engine, robot.num_coordinates(), -4.0, 4.0);
+    for (const std::string& name : kinematics->frameNames()) {
+      const Kinematics::FrameHandle frame = kinematics->frame(name);
+      const Eigen::MatrixXd jacobian = kinematics->positionJacobian(q, frame);
+      ASSERT_EQ(jacobian.rows(), 3);
+      ASSERT_EQ(jacobian.cols(), q.size());
+      for (Eigen::Index i = 0; i < q.size(); ++i) {
+        Eigen::VectorXd above = q;
+        Eigen::VectorXd below = q;
+        above[i] += kStep;
+        below[i] -= kStep;
+        const Eigen::Vector3d expected =
+            (kinematics->position(above, frame) - kinematics->position(below, frame)) / (above[i] - below[i]);
+        EXPECT_LT((jacobian.col(i) - expected).cwiseAbs().maxCoeff(), 1e-7) << name << " coordinate " << i;
+      }
+    }
+  }
+}
+
+TEST(KinematicsInternal, SweepGivesTheBitsOfSingleFrames) {
+  std::mt19937 engine(23);
+  for (int round = 0; round < 300; ++round) {
+    const RandomRobot robot(engine, 1 + round % 14);
+    const std::unique_ptr<Kinematics> kinematics = robot.description()->kinematics();
+    const ForeignKinematics foreign(*kinematics);
+    // Any frames in any order, some twice, sometimes none.
+    std::vector<Kinematics::FrameHandle> frames;
+    for (std::size_t i = engine() % 16; i > 0; --i) {
+      frames.push_back(
+          kinematics->frame(kinematics->frameNames()[engine() % kinematics->frameNames().size()]));
+    }
+    const std::unique_ptr<FrameSweep> sweep = kinematics->frameSweep(frames);
+    const std::unique_ptr<FrameSweep> default_sweep = foreign.frameSweep(frames);
+    for (int i = 0; i < 20; ++i) {
+      const double range = i == 0 ? 1e9 : 4.0;
+      const Eigen::VectorXd q = RandomVec(engine, robot.num_coordinates(), -range, range);
+      const std::vector<math::RigidTransform>& transforms = sweep->compute(q);
+      const std::vector<math::RigidTransform>& by_pose = default_sweep->compute(q);
+      ASSERT_EQ(transforms.size(), frames.size());
+      ASSERT_EQ(by_pose.size(), frames.size());
+      for (std::size_t f = 0; f < frames.size(); ++f) {
+        const math::RigidTransform expected = ModelOf(*kinematics).transform(q, frames[f].index());
+        ASSERT_EQ(transforms[f].rotation, expected.rotation);
+        ASSERT_EQ(transforms[f].translation, expected.translation);
+        ASSERT_EQ(by_pose[f].translation, expected.translation);
+        ASSERT_EQ(by_pose[f].rotation, expected.pose().matrix());
+      }
+    }
+  }
+}
+
+TEST(KinematicsInternal, SweepAllocatesNothing) {
+  std::mt19937 engine(31);
+  const RandomRobot robot(engine, 12);
+  const std::unique_ptr<Kinematics> kinematics = robot.description()->kinematics();
+  std::vector<Kinematics::FrameHandle> frames;
+  for (const std::string& name : kinematics->frameNames()) {
+    frames.push_back(kinematics->frame(name));
+  }
+  const std::unique_ptr<FrameSweep> sweep = kinematics->frameSweep(frames);
+  const Eigen::VectorXd q = RandomVec(engine, robot.num_coordinates(), -3.0, 3.0);
+  sweep->compute(q);  // The first call may set up the choice of instruction set.
+  const int before = num_allocations;
+  sweep->compute(q);
+  EXPECT_EQ(num_allocations, before);
+}
+
+TEST(KinematicsInternal, QuarterTurnsAreExact) {
+  const double half_root = std::sqrt(0.5);
+  Joint joint;
+  joint.name = "turn";
+  joint.type = JointType::kRevolute;
+  joint.parent_frame = "base";
+  joint.child_frame = "turned";
+  joint.origin = Pose3(Eigen::Quaterniond(half_root, half_root, 0.0, 0.0), {0.0, 0.0, 1.0});
+  joint.axis = {0.0, -2.0, 0.0};
+  joint.limits = kinematics::JointLimits{-1.0, 1.0};
+  const std::unique_ptr<RobotDescription> robot =
+      RobotDescriptionBuilder("base")
+          .addJoint(joint)
+          .addFrame("tip", "turned",
+                    Pose3(Eigen::Quaterniond(half_root, 0.0, 0.0, -half_root), {0.0, 0.5, 0.0}))
+          .build();
+  const std::unique_ptr<Kinematics> kinematics = robot->kinematics();
+  // Rot_x(90 deg) takes y to z and z to -y; then Rot_z(-90 deg).
+  const math::RigidTransform tip =
+      ModelOf(*kinematics).transform(Vec({0.0}), kinematics->frame("tip").index());
+  Eigen::Matrix3d expected;
+  expected << 0, 1, 0, 0, 0, -1, -1, 0, 0;
+  EXPECT_EQ(tip.rotation, expected);
+  EXPECT_EQ(tip.translation, Eigen::Vector3d(0.0, 0.0, 1.5));
+  // The tip lies on the axis, which points down: the joint leaves it where it is and turns it the other way
+  // round.
+  EXPECT_EQ(kinematics->position(Vec({0.7}), kinematics->frame("tip")), Eigen::Vector3d(0.0, 0.0, 1.5));
+  EXPECT_EQ(kinematics->positionJacobian(Vec({0.7}), kinematics->frame("tip")), Eigen::MatrixXd::Zero(3, 1));
+}
+
+TEST(KinematicsInternal, OutlivesItsDescriptionAndSweepsOutliveTheModel) {
+  std::mt19937 engine(29);
+  const RandomRobot robot(engine, 8);
+  std::unique_ptr<RobotDescription> description = robot.description();
+  const Eigen::VectorXd q = RandomVec(engine, robot.num_coordinates(), -1.0, 1.0);
+  std::unique_ptr<Kinematics> first = description->kinematics();
+  const std::unique_ptr<Kinematics> second = description->kinematics();
+  description.reset();
+  const Kinematics::FrameHandle frame = first->frame("f7");
+  const Eigen::Vector3d position = first->position(q, frame);
+  const std::unique_ptr<FrameSweep> sweep = first->frameSweep({frame});
+  first.reset();
+  EXPECT_EQ(second->position(q, frame), position);
+  EXPECT_EQ(sweep->compute(q)[0].translation, position);
+}
+
+TEST(KinematicsInternal, RejectsWrongLengthsUnknownFramesAndForeignHandles) {
+  const std::unique_ptr<Kinematics> kinematics = LoadThreeLinkArmRobotDescription()->kinematics();
+  const std::string file = "kinematics/interface/kinematics_internal";
+  const std::string length_condition = "static_cast<size_t>(cspace_config.size()) == numCSpaceCoords()";
+  const std::string length_message =
+      "Length of the configuration [2] must match number of configuration space coordinates [3].";
+  const Eigen::VectorXd q = Vec({1, 2, 3});
+  const Eigen::VectorXd two = Vec({1, 2});
+  const Kinematics::FrameHandle frame = kinematics->frame("tool");
+  testing::ExpectFatal([&] { kinematics->pose(two, frame); }, length_condition, file, 110, length_message);
+  testing::ExpectFatal([&] { kinematics->position(two, frame); }, length_condition, file, 110,
+                       length_message);
+  testing::ExpectFatal([&] { kinematics->positionJacobian(two, frame); }, length_condition, file, 110,
+                       length_message);
+
+  const std::string index_condition = "index >= 0 && static_cast<size_t>(index) < frameNames().size()";
+  for (const int index : {-1, 5, 1000}) {
+    const Kinematics::FrameHandle stray(index);
+    const std::string message = "Frame handle with index [" + std::to_string(index) +
+                                "] does not belong to this model, which has [5] frames.";
+    testing::ExpectFatal([&] { kinematics->pose(q, stray); }, index_condition, file, 117, message);
+    testing::ExpectFatal([&] { kinematics->position(q, stray); }, index_condition, file, 117, message);
+    testing::ExpectFatal([&] { kinematics->positionJacobian(q, stray); }, index_condition, file, 117,
+                         message);
+    testing::ExpectFatal(
+        [&] {
+          kinematics->frameSweep({frame, stray});
+        },
+        index_condition, file, 117, message);
+  }
+  testing::ExpectFatal(
+      [&] { kinematics->frame("Tool"); }, "found != frame_indices_.end()", "kinematics/kinematics", 160,
+      "There is no frame \"Tool\". The frames are: \"base\", \"link1\", \"link2\", \"link3\", "
+      "\"tool\".");
+}
+
+}  // namespace
+}  // namespace kavo

@@ -1,0 +1,110 @@
+#pragma once
+
+#include <Eigen/Core>
+#include <Eigen/Geometry>
+#include <cmath>
+#include <cstddef>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "kavo/kinematics/interface/robot_description_builder.h"
+#include "kavo/math/pose3.h"
+#include "tests/support/vectors.h"
+
+namespace kavo::testing {
+
+//! A random tree of joints of every type, and the obvious way to place its frames: recursion with Eigen's
+//! transforms.
+class RandomRobot {
+ public:
+  RandomRobot(std::mt19937& engine, int num_joints) {
+    for (int i = 0; i < num_joints; ++i) {
+      Joint joint;
+      joint.name = "j" + std::to_string(i);
+      joint.child_frame = "f" + std::to_string(i);
+      // Mostly chains, some branches, some frames on the base.
+      const int parent =
+          engine() % 3 != 0 ? i - 1 : static_cast<int>(engine() % (static_cast<unsigned>(i) + 1)) - 1;
+      joint.parent_frame = parent < 0 ? "base" : "f" + std::to_string(parent);
+      joint.type = static_cast<JointType>(engine() % 4);
+      joint.origin = RandomOrigin(engine);
+      joint.axis = RandomAxis(engine);
+      joint.limits = kinematics::JointLimits{-3.0, 3.0};
+      parents_.push_back(parent);
+      coordinates_.push_back(joint.type == JointType::kFixed ? -1 : num_coordinates_++);
+      joints_.push_back(joint);
+    }
+  }
+
+  std::unique_ptr<RobotDescription> description() const {
+    RobotDescriptionBuilder builder("base");
+    for (const Joint& joint : joints_) {
+      builder.addJoint(joint);
+    }
+    return builder.build();
+  }
+
+  int num_coordinates() const { return num_coordinates_; }
+  const std::vector<Joint>& joints() const { return joints_; }
+
+  //! \param joint Index of the joint that carries the frame; -1 is the base.
+  Eigen::Isometry3d place(const Eigen::VectorXd& q, int joint) const {
+    if (joint < 0) {
+      return Eigen::Isometry3d::Identity();
+    }
+    const auto i = static_cast<std::size_t>(joint);
+    const Pose3& origin = joints_[i].origin;
+    Eigen::Isometry3d result =
+        place(q, parents_[i]) * Eigen::Translation3d(origin.translation()) * origin.rotation();
+    const Eigen::Vector3d axis = joints_[i].axis.normalized();
+    if (joints_[i].type == JointType::kPrismatic) {
+      result = result * Eigen::Translation3d(axis * q[coordinates_[i]]);
+    } else if (joints_[i].type != JointType::kFixed) {
+      result = result * Eigen::AngleAxisd(q[coordinates_[i]], axis);
+    }
+    return result;
+  }
+
+ private:
+  // Quarter turns, and rotations that are almost one, must come up as well as any others.
+  static Pose3 RandomOrigin(std::mt19937& engine) {
+    const Eigen::Vector3d translation = RandomVec(engine, 3, -0.5, 0.5);
+    const Eigen::Vector3d axis = RandomAxis(engine).normalized();
+    switch (engine() % 4) {
+      case 0:
+        return Pose3::FromTranslation(translation);
+      case 1:
+        return {Eigen::Quaterniond(Eigen::AngleAxisd(static_cast<int>(engine() % 4) * std::acos(0.0),
+                                                     Eigen::Vector3d::Unit(engine() % 3))),
+                translation};
+      case 2:
+        return {Eigen::Quaterniond(Eigen::AngleAxisd(std::acos(0.0) + 1e-8, axis)), translation};
+      default: {
+        const Eigen::VectorXd v = RandomVec(engine, 4, -1.0, 1.0);
+        return {Eigen::Quaterniond(v[0], v[1], v[2], v[3]), translation};
+      }
+    }
+  }
+
+  // Of any length; on a coordinate axis, its opposite, next to one, or anywhere.
+  static Eigen::Vector3d RandomAxis(std::mt19937& engine) {
+    const double length = std::ldexp(1.0, static_cast<int>(engine() % 20) - 10);
+    Eigen::Vector3d axis = Eigen::Vector3d::Unit(engine() % 3) * (engine() % 2 == 0 ? length : -length);
+    switch (engine() % 3) {
+      case 0:
+        return axis;
+      case 1:
+        return axis + RandomVec(engine, 3, -1e-7, 1e-7) * length;
+      default:
+        return RandomVec(engine, 3, -1.0, 1.0) * length;
+    }
+  }
+
+  std::vector<Joint> joints_;
+  std::vector<int> parents_;
+  std::vector<int> coordinates_;
+  int num_coordinates_ = 0;
+};
+
+}  // namespace kavo::testing

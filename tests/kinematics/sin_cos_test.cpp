@@ -1,0 +1,156 @@
+#include <gtest/gtest.h>
+#include <hwy/targets.h>
+
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <random>
+#include <vector>
+
+#include "kavo/kinematics/sin_cos_internal.h"
+
+namespace kavo::kinematics::internal {
+namespace {
+
+std::uint64_t Bits(double x) {
+  std::uint64_t bits;
+  std::memcpy(&bits, &x, sizeof(bits));
+  return bits;
+}
+
+// Distance from the exact value in units of the last place of the value as a double.
+double ErrorInUlp(double value, long double exact) {
+  const double rounded = static_cast<double>(exact);
+  const double ulp = std::nextafter(std::fabs(rounded), HUGE_VAL) - std::fabs(rounded);
+  return static_cast<double>(
+      std::fabs((static_cast<long double>(value) - exact) / static_cast<long double>(ulp)));
+}
+
+double LargestError(const std::vector<double>& x) {
+  std::vector<double> sin(x.size());
+  std::vector<double> cos(x.size());
+  SinCos(x.data(), sin.data(), cos.data(), x.size());
+  double error = 0.0;
+  for (std::size_t i = 0; i < x.size(); ++i) {
+    error = std::fmax(error, ErrorInUlp(sin[i], std::sin(static_cast<long double>(x[i]))));
+    error = std::fmax(error, ErrorInUlp(cos[i], std::cos(static_cast<long double>(x[i]))));
+  }
+  return error;
+}
+
+double Uniform(std::mt19937_64& engine, double min, double max) {
+  return min + (max - min) * (static_cast<double>(engine() >> 11) / 9007199254740992.0);
+}
+
+TEST(SinCos, WithinOneUlpOfTheSystemsLongDouble) {
+  static_assert(std::numeric_limits<long double>::digits >= 64, "no wider type to compare with");
+  std::mt19937_64 engine(3);
+  const double two_pi = 6.283185307179586;
+  std::vector<double> near;
+  std::vector<double> far;
+  std::vector<double> quarters;
+  for (int i = 0; i < 400000; ++i) {
+    near.push_back(-two_pi + 2.0 * two_pi * i / 400000.0);
+    near.push_back(Uniform(engine, -two_pi, two_pi));
+    near.push_back(std::ldexp(Uniform(engine, -1.0, 1.0), -static_cast<int>(engine() % 60)));
+    far.push_back(Uniform(engine, -1.6e6, 1.6e6));
+    // Both sides of the change to the other reduction.
+    far.push_back(Uniform(engine, 1.6e6, 1.7e6));
+  }
+  // The double nearest to a multiple of pi/2 and its neighbours: nearly everything cancels.
+  for (int k = 1; k < 4000; ++k) {
+    const double x = static_cast<double>(k * (std::acos(-1.0L) / 2.0L));
+    quarters.insert(quarters.end(), {x, std::nextafter(x, 0.0), -std::nextafter(x, HUGE_VAL)});
+  }
+  EXPECT_LT(LargestError(near), 0.8);
+  EXPECT_LT(LargestError(far), 0.8);
+  EXPECT_LT(LargestError(quarters), 0.8);
+}
+
+TEST(SinCos, LargeArguments) {
+  // Rounded from exact arithmetic with 1700 binary digits.
+  const struct {
+    double x;
+    double sin;
+    double cos;
+  } cases[] = {
+      {1e6, -0x1.6664b2568d867p-2, 0x1.df9df9906d32cp-1},
+      {1647099.0, -0x1.4b02e5be91e9ep-2, 0x1.e4831257a62dap-1},
+      {1e7, 0x1.aea414a8a3352p-2, -0x1.d085be7a8f4a1p-1},
+      {-1e15, -0x1.b76f88136cebap-1, -0x1.06c154609d33fp-1},
+      {1e22, -0x1.b453ab76bf397p-1, 0x1.0be2cef01c8f4p-1},
+      {0x1p1023, 0x1.205248cbdb760p-1, -0x1.a719f26c232bfp-1},
+      {0x1.fffffffffffffp+1023, 0x1.452fc98b34e97p-8, -0x1.fffe62ecfab75p-1},
+      // The double that comes closest to a multiple of pi/2.
+      {0x1.6ac5b262ca1ffp+849, 1.0, -0x1.14ae72e6ba22fp-61},
+  };
+  for (const auto& c : cases) {
+    for (const double sign : {1.0, -1.0}) {
+      double sin, cos;
+      SinCos(sign * c.x, &sin, &cos);
+      EXPECT_LE(ErrorInUlp(sin, static_cast<long double>(sign * c.sin)), 1.0) << sign * c.x;
+      EXPECT_LE(ErrorInUlp(cos, static_cast<long double>(c.cos)), 1.0) << sign * c.x;
+    }
+  }
+}
+
+TEST(SinCos, ValuesWithoutAnswerAndExactOnes) {
+  for (const double x : {HUGE_VAL, -HUGE_VAL, std::nan("")}) {
+    double sin, cos;
+    SinCos(x, &sin, &cos);
+    EXPECT_TRUE(std::isnan(sin) && std::isnan(cos)) << x;
+  }
+  double sin, cos;
+  SinCos(0.0, &sin, &cos);
+  EXPECT_EQ(sin, 0.0);
+  EXPECT_EQ(cos, 1.0);
+  SinCos(5e-324, &sin, &cos);
+  EXPECT_EQ(sin, 5e-324);
+}
+
+TEST(SinCos, SameBitsForEveryTargetAndLength) {
+  std::mt19937_64 engine(5);
+  std::vector<double> x;
+  for (int i = 0; i < 3000; ++i) {
+    x.push_back(Uniform(engine, -7.0, 7.0));
+    x.push_back(Uniform(engine, -1.7e6, 1.7e6));
+    // Any pattern of bits at all.
+    const std::uint64_t bits = engine();
+    double any;
+    std::memcpy(&any, &bits, sizeof(any));
+    x.push_back(any);
+  }
+  x.insert(x.end(), {0.0, -0.0, HUGE_VAL, -HUGE_VAL, std::nan(""), 1647099.0, -1647099.0,
+                     std::nextafter(1647099.0, 2e6), 5e-324});
+  std::vector<double> expected_sin(x.size());
+  std::vector<double> expected_cos(x.size());
+  for (std::size_t i = 0; i < x.size(); ++i) {
+    SinCos(x[i], &expected_sin[i], &expected_cos[i]);
+  }
+  const auto same = [](double a, double b) { return Bits(a) == Bits(b) || (std::isnan(a) && std::isnan(b)); };
+  for (const std::int64_t target : hwy::SupportedAndGeneratedTargets()) {
+    SCOPED_TRACE(hwy::TargetName(target));
+    hwy::SetSupportedTargetsForTest(target);
+    std::vector<double> sin(x.size());
+    std::vector<double> cos(x.size());
+    SinCos(x.data(), sin.data(), cos.data(), x.size());
+    for (std::size_t i = 0; i < x.size(); ++i) {
+      ASSERT_TRUE(same(sin[i], expected_sin[i]) && same(cos[i], expected_cos[i])) << x[i];
+    }
+    for (std::size_t n = 0; n < 40; ++n) {
+      const double guard = 7.0;
+      std::vector<double> short_sin(n + 1, guard);
+      std::vector<double> short_cos(n + 1, guard);
+      SinCos(x.data() + n, short_sin.data(), short_cos.data(), n);
+      for (std::size_t i = 0; i < n; ++i) {
+        ASSERT_TRUE(same(short_sin[i], expected_sin[n + i]) && same(short_cos[i], expected_cos[n + i])) << n;
+      }
+      ASSERT_TRUE(short_sin[n] == guard && short_cos[n] == guard) << n;
+    }
+  }
+  hwy::SetSupportedTargetsForTest(0);
+}
+
+}  // namespace
+}  // namespace kavo::kinematics::internal

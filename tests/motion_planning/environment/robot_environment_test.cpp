@@ -1,0 +1,215 @@
+#include "kavo/motion_planning/environment/robot_environment.h"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "kavo/kinematics/interface/robot_description_builder.h"
+#include "kavo/util/random_generator.h"
+#include "kavo/world/world.h"
+#include "tests/support/fatal.h"
+#include "tests/support/log_capture.h"
+#include "tests/support/vectors.h"
+
+namespace kavo::planning {
+namespace {
+
+using testing::ExpectFatal;
+using testing::LogCapture;
+using testing::RandomVec;
+using testing::Vec;
+
+constexpr double kInf = std::numeric_limits<double>::infinity();
+constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+
+// A cart on a rail along x with a turning mast; a ball of radius 0.5 on the cart and one of 0.25 at the tip,
+// 2 m out.
+RobotDescriptionBuilder Cart() {
+  RobotDescriptionBuilder builder("base");
+  builder.addJoint({"rail", JointType::kPrismatic, "base", "cart", {}, {1.0, 0.0, 0.0}, {{-4.0, 4.0}}, 0.0});
+  builder.addJoint({"mast", JointType::kRevolute, "cart", "mast", {}, {0.0, 0.0, 1.0}, {{-3.0, 3.0}}, 0.0});
+  builder.addFrame("tip", "mast", Pose3::FromTranslation({2.0, 0.0, 0.0}));
+  return builder;
+}
+
+std::unique_ptr<RobotDescription> CartWithSpheres() {
+  return Cart()
+      .addCollisionSphere("cart", {0.0, 0.0, 0.0}, 0.5)
+      .addCollisionSphere("tip", {0.0, 0.0, 0.0}, 0.25)
+      .build();
+}
+
+RobotEnvironmentConfig CartConfig(const RobotDescription& description, const World& world,
+                                  int attempts = 100) {
+  return {&description, world.view(), Vec({1.0, 2.0}), attempts, 5, 6};
+}
+
+TEST(RobotEnvironmentTest, JudgesLimitsAndSpheres) {
+  World world;
+  world.add(BoxObstacle{{1.0, 1.0, 1.0}}, Pose3::FromTranslation({3.5, 0.0, 0.0}));
+  const auto environment = CreateRobotEnvironment(CartConfig(*CartWithSpheres(), world));
+  EXPECT_EQ(environment->CSpaceDimension(), 2);
+  EXPECT_EQ(environment->CSpaceDistanceMetric()(Vec({0.0, 0.0}), Vec({3.0, 2.0})), 9.0 + 2.0 * 4.0);
+  const struct {
+    Eigen::VectorXd q;
+    bool is_valid;
+  } cases[] = {
+      {Vec({0.0, 0.0}), true},  {Vec({0.75, 0.0}), false},  // The tip's ball touches the box at x = 3.
+      {Vec({0.74, 0.0}), true}, {Vec({2.5, 3.0}), false},   // The cart's ball touches it.
+      {Vec({2.4, 3.0}), true},  {Vec({-4.0, 0.0}), true},  {Vec({-4.0000001, 0.0}), false},
+      {Vec({0.0, 3.1}), false}, {Vec({kNaN, 0.0}), false}, {Vec({0.0, kInf}), false},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(environment->IsValidConfiguration(c.q), c.is_valid) << c.q.transpose();
+  }
+}
+
+TEST(RobotEnvironmentTest, AgreesWithEverySphereAskedOnItsOwn) {
+  World world;
+  std::mt19937 engine(3);
+  for (int i = 0; i < 12; ++i) {
+    world.add(SphereObstacle{0.15}, Pose3::FromTranslation(RandomVec(engine, 3, -1.0, 1.0)));
+  }
+  const auto view = world.view();
+  const auto description = LoadFrankaRobotDescription();
+  const RobotEnvironmentConfig config(description.get(), view, Eigen::VectorXd::Ones(7), 10, 1, 2);
+  const auto environment = CreateRobotEnvironment(config);
+  const Pose3 base(Eigen::Quaterniond(0.9, 0.1, -0.2, 0.3), {0.1, -0.2, 0.05});
+  environment->SetBasePose(base);
+  const auto& limits = environment->CSpaceCoordLimits();
+  int num_valid = 0;
+  for (int i = 0; i < 2000; ++i) {
+    const Eigen::VectorXd u = RandomVec(engine, 7, 0.0, 1.0);
+    const Eigen::VectorXd q = limits.Min() + u.cwiseProduct(limits.Range());
+    bool touches = false;
+    for (const std::string& name : config.FrameNames()) {
+      const Pose3 pose = base * config.Kinematics()->pose(q, config.Kinematics()->frame(name));
+      for (const math::Sphere& sphere : config.CollisionSpheres(name)) {
+        touches |= view.inCollision(pose * sphere.center, sphere.radius);
+      }
+    }
+    ASSERT_EQ(environment->IsValidConfiguration(q), !touches) << q.transpose();
+    num_valid += touches ? 0 : 1;
+  }
+  // The comparison is worth something only if both answers come up.
+  EXPECT_GT(num_valid, 200);
+  EXPECT_LT(num_valid, 1800);
+}
+
+TEST(RobotEnvironmentTest, RobotWithoutSpheresIsValidWithinItsLimits) {
+  World world;
+  world.add(HalfSpaceObstacle{}, Pose3::FromTranslation({0.0, 0.0, 10.0}));
+  const auto environment = CreateRobotEnvironment(CartConfig(*Cart().build(), world));
+  EXPECT_TRUE(environment->IsValidConfiguration(Vec({4.0, -3.0})));
+  EXPECT_FALSE(environment->IsValidConfiguration(Vec({4.1, 0.0})));
+  EXPECT_FALSE(environment->IsValidConfiguration(Vec({kNaN, 0.0})));
+}
+
+TEST(RobotEnvironmentTest, BasePoseMovesSpheresButNotTaskSpace) {
+  World world;
+  const ObstacleHandle ball = world.add(SphereObstacle{0.1}, Pose3::FromTranslation({0.0, 5.0, 0.0}));
+  const auto environment = CreateRobotEnvironment(CartConfig(*CartWithSpheres(), world));
+  const Eigen::VectorXd q = Vec({0.0, 0.0});
+  EXPECT_TRUE(environment->IsValidConfiguration(q));
+  environment->SetBasePose(Pose3::FromTranslation({0.0, 5.0, 0.0}));
+  EXPECT_FALSE(environment->IsValidConfiguration(q));
+  EXPECT_EQ(environment->TaskSpacePosition(q), Eigen::Vector3d(2.0, 0.0, 0.0));
+  world.disable(ball);
+  environment->UpdateWorldView();
+  EXPECT_TRUE(environment->IsValidConfiguration(q));
+}
+
+TEST(RobotEnvironmentTest, TaskSpaceJacobianNeedsItsSize) {
+  const auto environment = CreateRobotEnvironment(CartConfig(*Cart().build(), World()));
+  const Eigen::VectorXd q = Vec({1.0, 0.0});
+  Eigen::MatrixXd jacobian(3, 2);
+  environment->GetTaskSpacePositionJacobian(q, jacobian);
+  Eigen::MatrixXd expected(3, 2);
+  expected << 1.0, 0.0, 0.0, 2.0, 0.0, 0.0;
+  EXPECT_TRUE(jacobian.isApprox(expected, 1e-15)) << jacobian;
+
+  const std::string file = "motion_planning/environment/robot_environment";
+  Eigen::MatrixXd wide(3, 3);
+  Eigen::MatrixXd tall(4, 2);
+  const Eigen::VectorXd q3 = Vec({0.0, 0.0, 0.0});
+  ExpectFatal([&] { environment->TaskSpacePosition(q3); }, "static_cast<int64_t>(dimension_) == q.size()",
+              file, 58, "");
+  ExpectFatal([&] { environment->GetTaskSpacePositionJacobian(q3, wide); },
+              "static_cast<int64_t>(dimension_) == q.size()", file, 64, "");
+  ExpectFatal([&] { environment->GetTaskSpacePositionJacobian(q, wide); },
+              "static_cast<int64_t>(dimension_) == jacobian.cols()", file, 65, "");
+  ExpectFatal([&] { environment->GetTaskSpacePositionJacobian(q, tall); }, "jacobian.rows() == 3", file, 66,
+              "");
+  ExpectFatal([&] { environment->IsValidConfiguration(q3); }, "static_cast<size_t>(q.size()) == dimension_",
+              file, 150, "Dimension of q [3] must match number of configuration space coordinates [2].");
+}
+
+TEST(RobotEnvironmentTest, EachJointHasItsOwnSeed) {
+  const auto environment = CreateRobotEnvironment(CartConfig(*Cart().build(), World()));
+  util::RandomGenerator<double> rail(5);
+  util::RandomGenerator<double> mast(6);
+  rail.SetRange(-4.0, 4.0);
+  mast.SetRange(-3.0, 3.0);
+  for (int i = 0; i < 50; ++i) {
+    const double x = rail.Sample();
+    EXPECT_EQ(*environment->SampleConfiguration(), Vec({x, mast.Sample()}));
+  }
+}
+
+TEST(RobotEnvironmentTest, SamplingGivesUpWithAWarning) {
+  World world;
+  world.add(HalfSpaceObstacle{}, Pose3::FromTranslation({0.0, 0.0, 10.0}));
+  const auto description = CartWithSpheres();
+  LogCapture log;
+  EXPECT_FALSE(CreateRobotEnvironment(CartConfig(*description, world, 3))->SampleConfiguration().has_value());
+  EXPECT_FALSE(CreateRobotEnvironment(CartConfig(*description, world, 0))->SampleConfiguration().has_value());
+  const std::string warning = "Unable to find a valid configuration.";
+  EXPECT_EQ(log.warnings(), (std::vector<std::string>{warning, warning}));
+
+  // Nothing is drawn without an attempt, and a negative number of attempts does not run out.
+  const auto unlimited = CreateRobotEnvironment(CartConfig(*description, World(), -1));
+  EXPECT_TRUE(unlimited->SampleConfiguration().has_value());
+}
+
+TEST(RobotEnvironmentTest, TaskSpaceSamplesComeFromItsLimits) {
+  auto config = CartConfig(*Cart().build(), World());
+  {
+    LogCapture log;
+    const auto environment = CreateRobotEnvironment(config);
+    EXPECT_FALSE(environment->SampleTaskSpace().has_value());
+    EXPECT_FALSE(environment->SampleTaskSpace().has_value());
+    const std::string warning = "Task space limits not provided. Will NOT sample task space.";
+    EXPECT_EQ(log.warnings(), (std::vector<std::string>{warning, warning}));
+  }
+  config.SetTaskSpaceLimits({Vec({1.0, 2.0, 3.0}), Vec({1.5, 2.0, 4.0})});
+  util::RandomGenerator<Eigen::Vector3d> expected(6);
+  expected.SetRange({1.0, 2.0, 3.0}, {1.5, 2.0, 4.0});
+  const auto environment = CreateRobotEnvironment(config);
+  for (int i = 0; i < 20; ++i) {
+    EXPECT_EQ(*environment->SampleTaskSpace(), expected.Sample());
+  }
+
+  config.SetTaskSpaceLimits({Vec({0.0, 2.0, 0.0}), Vec({1.0, 1.0, 1.0})});
+  LogCapture log;
+  const auto reversed = CreateRobotEnvironment(config);
+  EXPECT_EQ(log.warnings(), std::vector<std::string>{
+                                "min(1) [2] cannot be greater than max(1) [1]. Range will not be updated."});
+  EXPECT_LE(reversed->SampleTaskSpace()->cwiseAbs().maxCoeff(), 1.0);
+}
+
+TEST(RobotEnvironmentTest, UnknownSphereFrameIsFatal) {
+  auto config = CartConfig(*Cart().build(), World());
+  config.AddCollisionSphere("gripper", {{0.0, 0.0, 0.0}, 0.1});
+  const LogCapture log;
+  EXPECT_THROW(CreateRobotEnvironment(config), util::FatalError);
+  EXPECT_NE(log.records().back().message.find("gripper"), std::string::npos);
+  // The configuration and what was made before it stay good.
+  EXPECT_EQ(config.FrameNames().back(), "gripper");
+}
+
+}  // namespace
+}  // namespace kavo::planning

@@ -1,0 +1,262 @@
+#include "kavo/motion_planning/tree/basic_tree.h"
+
+#include <gtest/gtest.h>
+#include <hwy/targets.h>
+
+#include <cmath>
+#include <functional>
+#include <limits>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "kavo/motion_planning/tree/tesk_tree_util.h"
+#include "tests/support/fatal.h"
+#include "tests/support/log_capture.h"
+#include "tests/support/vectors.h"
+
+namespace kavo::planning {
+namespace {
+
+using testing::ExpectFatal;
+using testing::LogCapture;
+using testing::RandomVec;
+using testing::Vec;
+
+constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+constexpr double kInf = std::numeric_limits<double>::infinity();
+
+Node WithId(const Eigen::VectorXd& q, unsigned int id) {
+  Node node(q);
+  node.SetId(id);
+  return node;
+}
+
+// Hides a metric from the tree, which then calls it node by node.
+DistanceMetric Opaque(const DistanceMetric& metric) {
+  return [metric](const Eigen::VectorXd& q0, const Eigen::VectorXd& q1) { return metric(q0, q1); };
+}
+
+std::vector<DistanceMetric> BuiltInMetrics(std::mt19937& engine, int dimension) {
+  return {L2Norm, SquaredL2Norm, WeightedSquaredL2Norm(RandomVec(engine, dimension, 0.1, 3.0))};
+}
+
+bool SameBits(double a, double b) { return a == b || (std::isnan(a) && std::isnan(b)); }
+
+// Points that bring out ties and specials: a coarse lattice, points so near that different squares have one
+// root, and now and then a number that is none.
+Eigen::VectorXd NastyPoint(std::mt19937& engine, int dimension) {
+  Eigen::VectorXd q = RandomVec(engine, dimension, -2.0, 2.0);
+  switch (engine() % 8) {
+    case 0:
+    case 1:
+    case 2:
+      return q.array().round();
+    case 3:
+      return Eigen::VectorXd::Constant(dimension, 1.0) * (1.0 + 1e-16 * static_cast<double>(engine() % 5));
+    case 4:
+      if (dimension > 0) {
+        const double specials[] = {kNaN, kInf, -kInf, 1e200, 1e-200};
+        q[static_cast<Eigen::Index>(engine() % static_cast<unsigned>(dimension))] = specials[engine() % 5];
+      }
+      return q;
+    default:
+      return q;
+  }
+}
+
+class BasicTreeTargetTest : public ::testing::TestWithParam<std::int64_t> {
+ protected:
+  void SetUp() override { hwy::SetSupportedTargetsForTest(GetParam()); }
+  void TearDown() override { hwy::SetSupportedTargetsForTest(0); }
+};
+
+TEST_P(BasicTreeTargetTest, ScanFindsWhatThePlainLoopFinds) {
+  std::mt19937 engine(7);
+  for (const int dimension : {1, 2, 3, 7, 14}) {
+    for (const DistanceMetric& metric : BuiltInMetrics(engine, dimension)) {
+      const auto scanned = CreateBasicTree(static_cast<unsigned long>(dimension), metric, false);
+      const auto plain = CreateBasicTree(static_cast<unsigned long>(dimension), Opaque(metric), false);
+      // Past a block, past a chunk.
+      for (int i = 0; i < 600; ++i) {
+        const Node node(NastyPoint(engine, dimension));
+        scanned->Insert(node);
+        plain->Insert(node);
+        if (i < 20 || i % 17 == 0) {
+          const Eigen::VectorXd q = NastyPoint(engine, dimension);
+          const ClosestNode from_scan = scanned->GetClosest(q);
+          const ClosestNode from_loop = plain->GetClosest(q);
+          ASSERT_TRUE(SameBits(from_scan.distance, from_loop.distance))
+              << from_scan.distance << " " << from_loop.distance;
+          std::size_t index = 0;
+          while (plain->Nodes()[index] != from_loop.node) {
+            ++index;
+          }
+          ASSERT_EQ(scanned->Nodes()[index], from_scan.node)
+              << "dimension " << dimension << ", " << i << " nodes";
+        }
+      }
+    }
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Targets, BasicTreeTargetTest,
+                         ::testing::ValuesIn(hwy::SupportedAndGeneratedTargets()),
+                         [](const auto& target) { return std::string(hwy::TargetName(target.param)); });
+
+TEST(BasicTreeTest, EarlierNodeWinsATie) {
+  for (const DistanceMetric& metric : {DistanceMetric(L2Norm), Opaque(L2Norm)}) {
+    const auto tree = CreateBasicTree(2, metric, false);
+    tree->ClearAndSetRoot(Node(Vec({10.0, 0.0})));
+    const auto first = tree->Insert(Node(Vec({3.0, 4.0})));
+    tree->Insert(Node(Vec({-3.0, 4.0})));
+    const ClosestNode closest = tree->GetClosest(Vec({0.0, 0.0}));
+    EXPECT_EQ(closest.node, first);
+    EXPECT_EQ(closest.distance, 5.0);
+    EXPECT_EQ(tree->GetApproxClosest(Vec({0.0, 0.0})).node, first);
+  }
+}
+
+TEST(BasicTreeTest, FirstNodeAtNaNStaysTheAnswer) {
+  for (const DistanceMetric& metric : {DistanceMetric(SquaredL2Norm), Opaque(SquaredL2Norm)}) {
+    const auto tree = CreateBasicTree(1, metric, false);
+    const auto root = tree->ClearAndSetRoot(Node(Vec({kNaN})));
+    tree->Insert(Node(Vec({0.0})));
+    EXPECT_EQ(tree->GetClosest(Vec({0.0})).node, root);
+  }
+}
+
+TEST(BasicTreeTest, CustomMetricGetsNodeFirstAndEachNodeOnce) {
+  std::vector<std::pair<double, double>> calls;
+  const auto tree = CreateBasicTree(
+      1,
+      [&calls](const Eigen::VectorXd& q0, const Eigen::VectorXd& q1) {
+        calls.emplace_back(q0[0], q1[0]);
+        return std::abs(q0[0] - q1[0]);
+      },
+      false);
+  tree->ClearAndSetRoot(Node(Vec({1.0})));
+  tree->Insert(Node(Vec({2.0})));
+  EXPECT_EQ(tree->GetClosest(Vec({5.0})).distance, 3.0);
+  EXPECT_EQ(calls, (std::vector<std::pair<double, double>>{{1.0, 5.0}, {1.0, 5.0}, {2.0, 5.0}}));
+}
+
+TEST(BasicTreeTest, StoresCopiesAndStartsOverWithARoot) {
+  const auto tree = CreateBasicTree(1, L2Norm, false);
+  EXPECT_EQ(tree->CSpaceDimension(), 1);
+  EXPECT_EQ(tree->NumNodes(), 0u);
+  EXPECT_FALSE(tree->SupportsNodeId());
+  const auto root = tree->ClearAndSetRoot(Node(Vec({1.0})));
+  const auto child = tree->Insert(Node(Vec({2.0}), root));
+  const auto grandchild = tree->Insert(Node(Vec({3.0}), child));
+  EXPECT_EQ(tree->Backtrace(grandchild), (std::vector<std::shared_ptr<Node>>{grandchild, child, root}));
+  EXPECT_EQ(tree->Backtrace(root), std::vector<std::shared_ptr<Node>>{root});
+
+  const auto new_root = tree->ClearAndSetRoot(Node(Vec({9.0})));
+  EXPECT_EQ(tree->Nodes(), std::vector<std::shared_ptr<Node>>{new_root});
+  EXPECT_EQ(tree->GetClosest(Vec({1.0})).node, new_root);
+  EXPECT_EQ((*grandchild->Parent())->Configuration(), Vec({2.0}));
+}
+
+TEST(BasicTreeTest, RootWithParentIsFatalAndTheTreeIsEmptyThen) {
+  const auto tree = CreateBasicTree(1, L2Norm, false);
+  const auto root = tree->ClearAndSetRoot(Node(Vec({1.0})));
+  ExpectFatal([&] { tree->ClearAndSetRoot(Node(Vec({2.0}), root)); }, "!node.Parent().has_value()",
+              "motion_planning/tree/basic_tree", 26, "");
+  EXPECT_EQ(tree->NumNodes(), 0u);
+}
+
+TEST(BasicTreeTest, FirstNodeWithAnIdIsFound) {
+  const auto tree = CreateBasicTree(1, L2Norm, true);
+  EXPECT_TRUE(tree->SupportsNodeId());
+  const auto first = tree->ClearAndSetRoot(WithId(Vec({1.0}), 5));
+  tree->Insert(WithId(Vec({2.0}), 6));
+  tree->Insert(WithId(Vec({3.0}), 5));
+  EXPECT_EQ(tree->NumNodes(), 3u);
+  EXPECT_EQ(tree->TryGetNode(5), first);
+  ExpectFatal([&] { tree->Insert(Node(Vec({4.0}))); }, "node.TryGetId().has_value()",
+              "motion_planning/tree/basic_tree", 40, "");
+}
+
+TEST(BasicTreeTest, MissingIdIsWarnedAbout) {
+  for (const bool supports_node_id : {true, false}) {
+    LogCapture log;
+    const auto tree = CreateBasicTree(1, L2Norm, supports_node_id);
+    tree->ClearAndSetRoot(WithId(Vec({1.0}), 4));
+    EXPECT_FALSE(tree->TryGetNode(12).has_value());
+    EXPECT_EQ(log.warnings(), std::vector<std::string>{"Unable to find node with id \"12\" in tree."});
+  }
+}
+
+TEST(BasicTreeTest, WrongLengthIsReportedAndNeverNear) {
+  for (const DistanceMetric& metric :
+       {DistanceMetric(L2Norm), DistanceMetric(WeightedSquaredL2Norm(Vec({1.0, 1.0})))}) {
+    const auto tree = CreateBasicTree(2, metric, false);
+    tree->ClearAndSetRoot(Node(Vec({1.0, 1.0})));
+    LogCapture log(0);
+    tree->Insert(Node(Vec({0.0, 0.0, 0.0})));
+    const std::string message = "Input dimension [3] does not match tree dimension [2].";
+    EXPECT_EQ(log.messages(LogLevel::kCritical), std::vector<std::string>{message});
+    const auto good = tree->Insert(Node(Vec({0.5, 0.0})));
+    EXPECT_EQ(tree->GetClosest(Vec({0.0, 0.0})).node, good);
+    log.clear();
+    EXPECT_TRUE(std::isnan(tree->GetClosest(Vec({0.0, 0.0, 0.0})).distance));
+    EXPECT_EQ(log.messages(LogLevel::kCritical).front(), message);
+  }
+}
+
+TEST(BasicTreeTest, EmptyMetricThrowsWhenAsked) {
+  const auto tree = CreateBasicTree(1, DistanceMetric(), false);
+  EXPECT_THROW(tree->Distance(Vec({1.0}), Vec({1.0})), std::bad_function_call);
+}
+
+TEST(TeskTreeTest, FallsBackToABasicTreeWithANotice) {
+  TeskTreeConfig config;
+  config.dimension = 2;
+  config.distance_metric_type = tesk::planning::DistanceMetricType::kWeightedSquaredL2Norm;
+  config.distance_metric_weights = Vec({2.0, 1.0});
+  LogCapture log(1);
+  const auto tree = CreateTeskTree(config);
+  EXPECT_EQ(
+      log.messages(LogLevel::kError),
+      std::vector<std::string>{"TESK not enabled in build. Creating 'BasicTree' instead of 'TeskTree'"});
+  EXPECT_EQ(tree->CSpaceDimension(), 2);
+  EXPECT_FALSE(tree->SupportsNodeId());
+  EXPECT_EQ(tree->Distance(Vec({0.0, 0.0}), Vec({3.0, 4.0})), 34.0);
+
+  const LogCapture quiet(0);
+  CreateTeskTree(config);
+  EXPECT_TRUE(quiet.records().empty());
+}
+
+// A tree that keeps to the defaults of the interface.
+class PlainTree : public Tree {
+ public:
+  int CSpaceDimension() const override { return 1; }
+  std::uint64_t NumNodes() const override { return nodes_.size(); }
+  const std::vector<std::shared_ptr<Node>>& Nodes() const override { return nodes_; }
+  std::shared_ptr<Node> ClearAndSetRoot(const Node& node) override { return Insert(node); }
+  std::shared_ptr<Node> Insert(const Node& node) override {
+    return nodes_.emplace_back(std::make_shared<Node>(node));
+  }
+  std::vector<std::shared_ptr<Node>> Backtrace(const std::shared_ptr<Node>& node) override { return {node}; }
+  double Distance(const Eigen::VectorXd&, const Eigen::VectorXd&) const override { return 0.0; }
+  ClosestNode GetClosest(const Eigen::VectorXd&) const override { return {nodes_.front(), 0.25}; }
+
+ private:
+  std::vector<std::shared_ptr<Node>> nodes_;
+};
+
+TEST(TreeTest, DefaultsAreExactSearchAndNoIds) {
+  PlainTree tree;
+  const auto root = tree.Insert(Node(Vec({1.0})));
+  EXPECT_EQ(tree.GetApproxClosest(Vec({0.0})).node, root);
+  EXPECT_EQ(tree.GetApproxClosest(Vec({0.0})).distance, 0.25);
+  EXPECT_FALSE(tree.SupportsNodeId());
+  LogCapture log;
+  EXPECT_FALSE(tree.TryGetNode(1).has_value());
+  EXPECT_EQ(log.warnings(), std::vector<std::string>{"This Tree does NOT support node look-up via ID."});
+}
+
+}  // namespace
+}  // namespace kavo::planning

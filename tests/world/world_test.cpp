@@ -1,0 +1,204 @@
+#include "kavo/world/world.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <Eigen/Core>
+#include <atomic>
+#include <functional>
+#include <limits>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "kavo/util/fatal_error.h"
+
+namespace kavo {
+namespace {
+
+using ::testing::HasSubstr;
+
+constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+constexpr double kInfinity = std::numeric_limits<double>::infinity();
+
+Pose3 At(double x, double y, double z) { return Pose3::FromTranslation({x, y, z}); }
+
+// The message of the fatal error that the call ends with, empty if it returns.
+std::string FatalMessage(const std::function<void()>& call) {
+  try {
+    call();
+  } catch (const util::FatalError& error) {
+    return error.message();
+  }
+  return "";
+}
+
+TEST(World, RefusesBadSizesAndPosesAndStaysAsItWas) {
+  struct Case {
+    ObstacleShape shape;
+    Pose3 pose;
+    std::vector<std::string> message_parts;
+  };
+  const Pose3 origin;
+  const Pose3 unturned(Eigen::Quaterniond(0.0, 0.0, 0.0, 0.0), Eigen::Vector3d::Zero());
+  const Case cases[] = {
+      {SphereObstacle{0.0}, origin, {"Sphere", "'cup'", "radius [0]"}},
+      {SphereObstacle{-1.5}, origin, {"Sphere", "radius [-1.5]"}},
+      {SphereObstacle{kNaN}, origin, {"radius [nan]"}},
+      {SphereObstacle{kInfinity}, origin, {"radius [inf]"}},
+      {BoxObstacle{}, origin, {"Box", "'cup'", "size [0 0 0]"}},
+      {BoxObstacle{{1.0, -2.0, 3.0}}, origin, {"size [1 -2 3]"}},
+      {BoxObstacle{{1.0, 2.0, kInfinity}}, origin, {"size [1 2 inf]"}},
+      {CylinderObstacle{1.0, 0.0}, origin, {"Cylinder", "'cup'", "radius [1] and height [0]"}},
+      {CylinderObstacle{kNaN, 1.0}, origin, {"radius [nan] and height [1]"}},
+      {CapsuleObstacle{0.0, 1.0}, origin, {"Capsule", "'cup'", "radius [0] and height [1]"}},
+      {CapsuleObstacle{1.0, -0.5}, origin, {"radius [1] and height [-0.5]"}},
+      {CapsuleObstacle{1.0, kNaN}, origin, {"height [nan]"}},
+      {SphereObstacle{1.0}, At(0.0, kNaN, 2.0), {"Sphere", "'cup'", "translation [0 nan 2]"}},
+      {HalfSpaceObstacle{}, At(kInfinity, 0.0, 0.0), {"Half-space", "'cup'", "[inf 0 0]"}},
+      {SphereObstacle{1.0}, unturned, {"quaternion x y z w ["}},
+  };
+  World world;
+  const ObstacleHandle kept = world.add(SphereObstacle{1.0}, At(5.0, 0.0, 0.0), "kept");
+  for (const Case& c : cases) {
+    const std::string message = FatalMessage([&] { world.add(c.shape, c.pose, "cup"); });
+    for (const std::string& part : c.message_parts) {
+      EXPECT_THAT(message, HasSubstr(part));
+    }
+    EXPECT_EQ(world.numObstacles(), 1U);
+    EXPECT_FALSE(world.view().inCollision({0.0, 0.0, 0.0}, 1.0)) << message;
+  }
+
+  const std::string message = FatalMessage([&] { world.move(kept, At(0.0, 0.0, kNaN)); });
+  EXPECT_THAT(message, HasSubstr("'kept'"));
+  EXPECT_THAT(message, HasSubstr("translation [0 0 nan]"));
+  EXPECT_TRUE(world.view().inCollision({5.0, 0.0, 0.0}, 0.0));
+  EXPECT_EQ(world.pose(kept).translation(), Eigen::Vector3d(5.0, 0.0, 0.0));
+
+  world.add(CapsuleObstacle{1.0, 0.0}, origin);
+  EXPECT_TRUE(world.view().inCollision({1.0, 0.0, 0.0}, 0.0));
+}
+
+TEST(World, RefusesHandlesThatAreNotItsOwn) {
+  World world;
+  World other;
+  const ObstacleHandle removed = world.add(SphereObstacle{1.0}, At(0.0, 0.0, 0.0));
+  const ObstacleHandle kept = world.add(SphereObstacle{1.0}, At(9.0, 0.0, 0.0));
+  const ObstacleHandle foreign = other.add(SphereObstacle{1.0}, At(0.0, 0.0, 0.0));
+  world.remove(removed);
+  const std::function<void(ObstacleHandle)> operations[] = {
+      [&](ObstacleHandle h) { world.move(h, At(1.0, 0.0, 0.0)); },
+      [&](ObstacleHandle h) { world.enable(h); },
+      [&](ObstacleHandle h) { world.disable(h); },
+      [&](ObstacleHandle h) { world.isEnabled(h); },
+      [&](ObstacleHandle h) { world.remove(h); },
+      [&](ObstacleHandle h) { world.shape(h); },
+      [&](ObstacleHandle h) { world.pose(h); },
+      [&](ObstacleHandle h) { world.name(h); },
+  };
+  for (const ObstacleHandle handle : {removed, foreign, ObstacleHandle(0)}) {
+    for (const auto& operation : operations) {
+      EXPECT_THAT(FatalMessage([&] { operation(handle); }),
+                  HasSubstr("handle [" + std::to_string(handle.id()) + "]"));
+    }
+  }
+  EXPECT_EQ(world.numObstacles(), 1U);
+  EXPECT_TRUE(world.isEnabled(kept));
+  EXPECT_TRUE(other.view().inCollision({0.0, 0.0, 0.0}, 0.0));
+}
+
+TEST(World, EditsShowInTheNextViewAndCopiesAreTheSameWorld) {
+  const Eigen::Vector3d here(0.0, 0.0, 0.0);
+  const Eigen::Vector3d there(5.0, 0.0, 0.0);
+  World world;
+  World copy = world;
+  std::optional<ObstacleHandle> ball;
+  struct Step {
+    const char* name;
+    std::function<void()> edit;
+    bool here_touched;
+    bool there_touched;
+    std::size_t num_obstacles;
+  };
+  const Step steps[] = {
+      {"nothing yet", [] {}, false, false, 0},
+      {"add", [&] { ball = world.add(SphereObstacle{1.0}, At(0.0, 0.0, 0.0), "ball"); }, true, false, 1},
+      {"enable what is enabled", [&] { copy.enable(*ball); }, true, false, 1},
+      {"move", [&] { copy.move(*ball, At(5.0, 0.0, 0.0)); }, false, true, 1},
+      {"disable", [&] { world.disable(*ball); }, false, false, 1},
+      {"move while disabled", [&] { world.move(*ball, At(0.0, 0.0, 0.0)); }, false, false, 1},
+      {"enable", [&] { copy.enable(*ball); }, true, false, 1},
+      {"add a second", [&] { copy.add(SphereObstacle{1.0}, At(5.0, 0.0, 0.0)); }, true, true, 2},
+      {"remove", [&] { world.remove(*ball); }, false, true, 1},
+  };
+  WorldView view = world.view();
+  for (const Step& step : steps) {
+    SCOPED_TRACE(step.name);
+    step.edit();
+    view.update();
+    EXPECT_EQ(view.inCollision(here, 0.0), step.here_touched);
+    EXPECT_EQ(view.inCollision(there, 0.0), step.there_touched);
+    EXPECT_EQ(world.numObstacles(), step.num_obstacles);
+    EXPECT_EQ(copy.view().inCollision(here, 0.0), step.here_touched);
+  }
+}
+
+TEST(World, TellsWhatWasAdded) {
+  World world;
+  const ObstacleHandle box = world.add(BoxObstacle{{1.0, 2.0, 3.0}}, At(4.0, 5.0, 6.0), "crate");
+  EXPECT_EQ(std::get<BoxObstacle>(world.shape(box)).size, Eigen::Vector3d(1.0, 2.0, 3.0));
+  EXPECT_EQ(world.pose(box).translation(), Eigen::Vector3d(4.0, 5.0, 6.0));
+  EXPECT_EQ(world.name(box), "crate");
+  world.disable(box);
+  EXPECT_FALSE(world.isEnabled(box));
+}
+
+// One obstacle goes back and forth between two places, so every snapshot must show it in exactly one of them,
+// and a second obstacle, of which the first always stays clear, in its own.
+TEST(World, MayBeEditedWhileOtherThreadsUpdateAndAsk) {
+  const Eigen::Vector3d left(-5.0, 0.0, 0.0);
+  const Eigen::Vector3d right(5.0, 0.0, 0.0);
+  World world;
+  const ObstacleHandle ball = world.add(SphereObstacle{1.0}, Pose3::FromTranslation(left));
+  for (int i = 0; i < 20; ++i) {
+    world.add(BoxObstacle{{0.5, 0.5, 0.5}}, At(i, 20.0, 0.0));
+  }
+  std::atomic<bool> done{false};
+  std::thread editor([&] {
+    for (int i = 0; !done; ++i) {
+      world.move(ball, Pose3::FromTranslation(i % 2 == 0 ? right : left));
+      const ObstacleHandle passing = world.add(CylinderObstacle{0.5, 1.0}, At(0.0, -20.0, 0.0));
+      world.disable(passing);
+      world.remove(passing);
+    }
+  });
+  std::atomic<int> wrong{0};
+  std::atomic<int> sides_seen{0};
+  const auto ask = [&] {
+    WorldView view = world.view();
+    int seen = 0;
+    for (int i = 0; i < 3000 || (seen != 3 && i < 1000000); ++i) {
+      view.update();
+      const bool on_left = view.inCollision(left, 0.0);
+      const bool on_right = view.inCollision(right, 0.0);
+      seen |= (on_left ? 1 : 0) | (on_right ? 2 : 0);
+      if (on_left == on_right || !view.inCollision({19.0, 20.0, 0.0}, 0.0)) {
+        ++wrong;
+      }
+    }
+    sides_seen |= seen;
+  };
+  std::thread first(ask);
+  std::thread second(ask);
+  first.join();
+  second.join();
+  done = true;
+  editor.join();
+  EXPECT_EQ(wrong, 0);
+  EXPECT_EQ(sides_seen, 3) << "the edits must have been seen";
+  EXPECT_EQ(world.numObstacles(), 21U);
+}
+
+}  // namespace
+}  // namespace kavo

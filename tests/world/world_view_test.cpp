@@ -1,0 +1,408 @@
+#include "kavo/world/world_view.h"
+
+#include <gtest/gtest.h>
+
+#include <hwy/targets.h>
+#include <Eigen/Core>
+#include <Eigen/Geometry>
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <limits>
+#include <new>
+#include <optional>
+#include <variant>
+#include <vector>
+
+#include "kavo/world/world.h"
+#include "tests/world/random_scene.h"
+
+namespace {
+
+thread_local std::size_t num_allocations = 0;
+
+void* Allocate(std::size_t size) {
+  ++num_allocations;
+  void* memory = std::malloc(size);
+  if (memory == nullptr) {
+    throw std::bad_alloc();
+  }
+  return memory;
+}
+
+}  // namespace
+
+void* operator new(std::size_t size) { return Allocate(size); }
+void* operator new[](std::size_t size) { return Allocate(size); }
+void* operator new(std::size_t size, std::align_val_t alignment) {
+  const auto step = static_cast<std::size_t>(alignment);
+  ++num_allocations;
+  void* memory = std::aligned_alloc(step, (size + step - 1) / step * step);
+  if (memory == nullptr) {
+    throw std::bad_alloc();
+  }
+  return memory;
+}
+void operator delete(void* memory) noexcept { std::free(memory); }
+void operator delete[](void* memory) noexcept { std::free(memory); }
+void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+void operator delete[](void* memory, std::size_t) noexcept { std::free(memory); }
+void operator delete(void* memory, std::align_val_t) noexcept { std::free(memory); }
+void operator delete(void* memory, std::size_t, std::align_val_t) noexcept { std::free(memory); }
+
+namespace kavo {
+namespace {
+
+using test::RandomScene;
+
+constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+constexpr double kInfinity = std::numeric_limits<double>::infinity();
+constexpr double kLargest = std::numeric_limits<double>::max();
+
+Pose3 At(double x, double y, double z) { return Pose3::FromTranslation({x, y, z}); }
+
+double Below(double value) { return std::nextafter(value, -kInfinity); }
+
+WorldView ViewOf(const ObstacleShape& shape, const Pose3& pose) {
+  World world;
+  world.add(shape, pose);
+  return world.view();
+}
+
+double DistanceTo(const ObstacleShape& shape, const Pose3& pose, const Eigen::Vector3d& point) {
+  return ViewOf(shape, pose).nearestObstacle(point)->distance;
+}
+
+TEST(WorldView, ContactIsExactForEveryKind) {
+  struct Case {
+    const char* name;
+    ObstacleShape shape;
+    Pose3 pose;
+    Eigen::Vector3d point;
+    double distance;
+  };
+  // The quaternion (1 1 1 1) / 2 takes x to y, y to z and z to x without rounding.
+  const Pose3 turned(Eigen::Quaterniond(0.5, 0.5, 0.5, 0.5), {10.0, 20.0, 30.0});
+  const BoxObstacle box{{2.0, 4.0, 6.0}};
+  const CylinderObstacle cylinder{1.0, 4.0};
+  const CapsuleObstacle capsule{1.0, 4.0};
+  const Case cases[] = {
+      {"sphere outside", SphereObstacle{1.0}, At(1.0, 0.0, 0.0), {4.0, 4.0, 0.0}, 4.0},
+      {"sphere surface", SphereObstacle{5.0}, At(0.0, 0.0, 0.0), {3.0, 0.0, 4.0}, 0.0},
+      {"sphere centre", SphereObstacle{2.0}, At(1.0, 1.0, 1.0), {1.0, 1.0, 1.0}, -2.0},
+      {"box face x", box, At(1.0, 0.0, 0.0), {5.0, 1.0, -2.0}, 3.0},
+      {"box face y", box, At(0.0, 0.0, 0.0), {0.5, -2.5, 1.0}, 0.5},
+      {"box face z", box, At(0.0, 0.0, 0.0), {0.0, 0.0, 4.0}, 1.0},
+      {"box edge", box, At(0.0, 0.0, 0.0), {4.0, 6.0, 1.0}, 5.0},
+      {"box corner is round", box, At(0.0, 0.0, 0.0), {-3.0, 5.0, -9.0}, 7.0},
+      {"box on its face", box, At(0.0, 0.0, 0.0), {1.0, 2.0, 1.0}, 0.0},
+      {"box inside, nearest face x", box, At(0.0, 0.0, 0.0), {0.75, 1.0, 0.0}, -0.25},
+      {"box inside, nearest face z", box, At(0.0, 0.0, 0.0), {0.0, 1.0, 2.5}, -0.5},
+      // In its frame the point lies at (dy, dz, dx).
+      {"turned box face", box, turned, {10.0, 24.0, 30.0}, 3.0},
+      {"turned box other face", box, turned, {15.0, 20.0, 31.0}, 2.0},
+      {"cylinder side", cylinder, At(0.0, 0.0, 0.0), {3.0, 4.0, 1.0}, 4.0},
+      {"cylinder end", cylinder, At(0.0, 0.0, 0.0), {0.5, 0.0, -5.0}, 3.0},
+      {"cylinder rim is round", cylinder, At(0.0, 0.0, 0.0), {0.0, 4.0, 6.0}, 5.0},
+      {"cylinder inside near side", cylinder, At(0.0, 0.0, 0.0), {0.75, 0.0, 0.0}, -0.25},
+      {"cylinder inside near end", cylinder, At(0.0, 0.0, 0.0), {0.0, 0.0, 1.5}, -0.5},
+      {"turned cylinder end", cylinder, turned, {13.0, 20.0, 30.0}, 1.0},
+      {"turned cylinder side", cylinder, turned, {10.0, 23.0, 34.0}, 4.0},
+      {"capsule side", capsule, At(0.0, 0.0, 0.0), {3.0, 4.0, 2.0}, 4.0},
+      {"capsule end", capsule, At(0.0, 0.0, 0.0), {0.0, 0.0, 4.0}, 1.0},
+      {"capsule cap", capsule, At(0.0, 0.0, 0.0), {0.0, -3.0, -6.0}, 4.0},
+      {"capsule inside", capsule, At(0.0, 0.0, 0.0), {0.0, 0.25, 1.0}, -0.75},
+      {"capsule without height", CapsuleObstacle{1.0, 0.0}, turned, {12.0, 23.0, 36.0}, 6.0},
+      {"half-space above", HalfSpaceObstacle{}, At(0.0, 0.0, 2.0), {7.0, 8.0, 5.0}, 3.0},
+      {"half-space below", HalfSpaceObstacle{}, At(0.0, 0.0, 2.0), {7.0, 8.0, -5.0}, -7.0},
+      {"half-space turned to x", HalfSpaceObstacle{}, turned, {10.5, -9.0, 70.0}, 0.5},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    const WorldView view = ViewOf(c.shape, c.pose);
+    EXPECT_EQ(view.nearestObstacle(c.point)->distance, c.distance);
+    if (c.distance >= 0.0) {
+      EXPECT_TRUE(view.inCollision(c.point, c.distance));
+      EXPECT_FALSE(view.inCollision(c.point, Below(c.distance)));
+    } else {
+      EXPECT_TRUE(view.inCollision(c.point, 0.0));
+    }
+  }
+}
+
+TEST(WorldView, WhatCannotBePlacedIsNotFreeAndANegativeRadiusTouchesNothing) {
+  struct Case {
+    Eigen::Vector3d center;
+    double radius;
+    bool in_empty_world;
+    bool at_ball;
+  };
+  const Case cases[] = {
+      {{0.0, 0.0, 0.0}, 0.0, false, true},          {{0.0, 0.0, 0.0}, -0.0, false, true},
+      {{0.0, 0.0, 0.0}, -1e-300, false, false},     {{0.0, 0.0, 0.0}, -5.0, false, false},
+      {{kNaN, 0.0, 0.0}, 1.0, true, true},          {{0.0, kInfinity, 0.0}, 1.0, true, true},
+      {{0.0, 0.0, -kInfinity}, -1.0, true, true},   {{0.0, 0.0, 0.0}, kNaN, true, true},
+      {{0.0, 0.0, 0.0}, kInfinity, true, true},     {{9.0, 0.0, 0.0}, -kInfinity, true, true},
+      {{1e30, 0.0, 0.0}, 1.0, false, false},        {{1e60, 0.0, 0.0}, 1.0, false, false},
+      {{1e200, 0.0, 0.0}, 1.0, false, false},       {{1e200, 0.0, 0.0}, 1.1e200, false, true},
+      {{1e200, 1e200, 0.0}, 1.4e200, false, false}, {{1e200, 1e200, 0.0}, 1.5e200, false, true},
+      {{0.0, 0.0, kLargest}, 1.0, false, false},    {{0.0, 0.0, kLargest}, -kLargest, false, false},
+      {{0.0, 3.0, 0.0}, kLargest, false, true},
+  };
+  const WorldView empty = World().view();
+  const WorldView ball = ViewOf(SphereObstacle{1.0}, Pose3());
+  for (const Case& c : cases) {
+    SCOPED_TRACE(::testing::Message() << c.center.transpose() << " radius " << c.radius);
+    EXPECT_EQ(empty.inCollision(c.center, c.radius), c.in_empty_world);
+    EXPECT_EQ(ball.inCollision(c.center, c.radius), c.at_ball);
+  }
+  EXPECT_FALSE(empty.nearestObstacle({0.0, 0.0, 0.0}).has_value());
+  EXPECT_FALSE(ball.nearestObstacle({0.0, kNaN, 0.0}).has_value());
+
+  const WorldView huge = ViewOf(BoxObstacle{{1e300, 1e300, 1e300}}, At(0.0, 0.0, -5e299));
+  EXPECT_TRUE(huge.inCollision({7.0, 8.0, 0.0}, 0.0));
+  EXPECT_TRUE(huge.inCollision({1e300, 0.0, -1.0}, 5e299));
+  EXPECT_FALSE(huge.inCollision({1e300, 0.0, -1.0}, 4.9e299));
+  EXPECT_EQ(huge.nearestObstacle({0.0, 0.0, 1e299})->distance, 1e299);
+}
+
+// The point of a solid that lies furthest in the direction of a unit vector, both in the solid's frame.
+Eigen::Vector3d FurthestPoint(const ObstacleShape& shape, const Eigen::Vector3d& u) {
+  const Eigen::Vector3d signs(u[0] < 0.0 ? -1.0 : 1.0, u[1] < 0.0 ? -1.0 : 1.0, u[2] < 0.0 ? -1.0 : 1.0);
+  if (const auto* sphere = std::get_if<SphereObstacle>(&shape)) {
+    return sphere->radius * u;
+  }
+  if (const auto* box = std::get_if<BoxObstacle>(&shape)) {
+    return 0.5 * box->size.cwiseProduct(signs);
+  }
+  if (const auto* cylinder = std::get_if<CylinderObstacle>(&shape)) {
+    const double side = cylinder->radius / std::hypot(u[0], u[1]);
+    return {side * u[0], side * u[1], 0.5 * cylinder->height * signs[2]};
+  }
+  const auto& capsule = std::get<CapsuleObstacle>(shape);
+  return capsule.radius * u + Eigen::Vector3d(0.0, 0.0, 0.5 * capsule.height * signs[2]);
+}
+
+double Support(const ObstacleShape& shape, const Eigen::Vector3d& u) {
+  return u.dot(FurthestPoint(shape, u));
+}
+
+// The signed distance of a point p from a convex solid with support function h is the largest value of u.p -
+// h(u) over all directions u, inside and outside. The directions are searched by random steps from several
+// starts.
+TEST(WorldView, DistancesMatchTheSupportFunctionAtRandomPoses) {
+  RandomScene random(11);
+  for (int trial = 0; trial < 400; ++trial) {
+    const ObstacleShape shape = random.bounded(trial % 4, 1.0);
+    const Pose3 pose = random.pose(0.5);
+    const Eigen::Vector3d point = random.point(trial % 3 == 0 ? 2.0 : 0.7);
+    const Eigen::Vector3d local = pose.rotation().conjugate() * (point - pose.translation());
+    double largest = -kInfinity;
+    for (int start = 0; start < 12; ++start) {
+      Eigen::Vector3d best = random.point(1.0).normalized();
+      double value = best.dot(local) - Support(shape, best);
+      for (double step = 0.5; step > 1e-4; step *= 0.9) {
+        for (int i = 0; i < 3; ++i) {
+          const Eigen::Vector3d next = (best + random.point(step)).normalized();
+          const double next_value = next.dot(local) - Support(shape, next);
+          if (next_value > value) {
+            best = next;
+            value = next_value;
+          }
+        }
+      }
+      largest = std::max(largest, value);
+    }
+    const double distance = DistanceTo(shape, pose, point);
+    EXPECT_GE(distance, largest - 1e-12) << "kind " << shape.index();
+    EXPECT_LE(distance, largest + 1e-3) << "kind " << shape.index();
+
+    const Eigen::Vector3d up = pose.rotation() * Eigen::Vector3d::UnitZ();
+    EXPECT_NEAR(DistanceTo(HalfSpaceObstacle{}, pose, point), up.dot(point - pose.translation()), 1e-12);
+  }
+}
+
+TEST(WorldView, NearestIsTheSmallestDistanceAndTheFirstAddedAmongEquals) {
+  RandomScene random(12);
+  World world;
+  struct Single {
+    ObstacleHandle handle;
+    WorldView alone;
+  };
+  std::vector<Single> singles;
+  for (int i = 0; i < 120; ++i) {
+    const ObstacleShape shape = i % 40 == 7 ? ObstacleShape(HalfSpaceObstacle{}) : random.bounded(i % 4, 0.5);
+    const Pose3 pose = i % 40 == 7 ? At(0.0, 0.0, -1.5) : random.pose(2.0);
+    // Each twice: the two have equal distances to every point.
+    for (int twin = 0; twin < 2; ++twin) {
+      singles.push_back({world.add(shape, pose), ViewOf(shape, pose)});
+    }
+  }
+  world.disable(singles[0].handle);
+  world.remove(singles[3].handle);
+  singles.erase(singles.begin() + 3);
+  singles.erase(singles.begin());
+  const WorldView view = world.view();
+  for (int i = 0; i < 100; ++i) {
+    const Eigen::Vector3d point = random.point(2.0);
+    std::optional<WorldView::Nearest> expected;
+    for (const Single& single : singles) {
+      const double distance = single.alone.nearestObstacle(point)->distance;
+      if (!expected || distance < expected->distance) {
+        expected = WorldView::Nearest{single.handle, distance};
+      }
+    }
+    const std::optional<WorldView::Nearest> nearest = view.nearestObstacle(point);
+    ASSERT_TRUE(nearest.has_value());
+    EXPECT_EQ(nearest->obstacle.id(), expected->obstacle.id());
+    EXPECT_EQ(nearest->distance, expected->distance);
+  }
+}
+
+// `nearestObstacle` goes through all obstacles one by one, so it says what `inCollision` must decide with
+// bounds, tree and wide vectors: to the last bit, with every set of instructions.
+TEST(WorldView, ContactIsWhatTheDistanceSaysOnEveryTarget) {
+  struct Scene {
+    int num_obstacles;
+    // Room for the obstacles and their size; far scenes press the single-precision bounds.
+    double reach;
+    double size;
+    Eigen::Vector3d offset;
+    bool on_grid;
+  };
+  const Eigen::Vector3d here(0.0, 0.0, 0.0);
+  const Scene scenes[] = {
+      {1, 1.0, 0.5, here, false},
+      {7, 1.0, 0.5, here, false},
+      {8, 1.0, 0.5, here, true},
+      {9, 1.0, 0.5, here, false},
+      {20, 2.0, 0.5, here, true},
+      {64, 2.0, 0.4, here, false},
+      {65, 3.0, 0.4, here, true},
+      {513, 4.0, 0.3, here, false},
+      {3000, 8.0, 0.3, here, false},
+      {600, 1e-6, 1e-7, here, false},
+      {50, 1e-25, 1e-26, here, false},
+      {100, 1e9, 1e7, here, false},
+      {100, 2.0, 0.5, {1e6, -1e6, 3e5}, false},
+      {100, 2.0, 0.5, {1e13, 0.0, -1e15}, true},
+      {30, 1e39, 1e39, here, false},
+  };
+  for (const std::int64_t target : hwy::SupportedAndGeneratedTargets()) {
+    hwy::SetSupportedTargetsForTest(target);
+    RandomScene random(13);
+    int num_touching = 0;
+    int num_free = 0;
+    for (const Scene& scene : scenes) {
+      SCOPED_TRACE(::testing::Message() << scene.num_obstacles << " obstacles, target " << target);
+      World world;
+      for (int i = 0; i < scene.num_obstacles; ++i) {
+        const ObstacleShape shape = random.bounded(i % 4, scene.size);
+        const Pose3 pose = random.pose(scene.reach);
+        if (scene.on_grid) {
+          world.add(BoxObstacle{{0.25, 0.5, 0.125}},
+                    Pose3::FromTranslation(scene.offset + random.gridPoint(scene.reach)));
+        } else {
+          world.add(shape, Pose3(pose.rotation(), scene.offset + pose.translation()));
+        }
+      }
+      const WorldView view = world.view();
+      for (int i = 0; i < 150; ++i) {
+        const double reach = (i % 10 == 0 ? 10.0 : 1.2) * scene.reach;
+        const Eigen::Vector3d center =
+            scene.offset + (scene.on_grid ? random.gridPoint(reach) : random.point(reach));
+        const double distance = view.nearestObstacle(center)->distance;
+        for (const double radius :
+             {0.0, random.uniform(0.0, scene.size), std::fabs(distance), Below(std::fabs(distance)),
+              std::nextafter(std::fabs(distance), kInfinity)}) {
+          const bool expected = radius >= 0.0 && distance <= radius;
+          ASSERT_EQ(view.inCollision(center, radius), expected)
+              << "centre " << center.transpose() << " radius " << radius << " distance " << distance;
+          ++(expected ? num_touching : num_free);
+        }
+      }
+    }
+    EXPECT_GT(num_touching, 1000);
+    EXPECT_GT(num_free, 1000);
+  }
+  hwy::SetSupportedTargetsForTest(0);
+}
+
+// The worst case for bounds in single precision: the furthest point of an obstacle along an axis sits where
+// rounding jumps, and a ball touches it there to the last bit, from near and far, small and large.
+TEST(WorldView, BoundsNeverHideAContact) {
+  RandomScene random(15);
+  int num_contacts = 0;
+  for (int trial = 0; trial < 10000; ++trial) {
+    const double size = std::pow(10.0, random.integer(-2, 6));
+    const ObstacleShape shape = random.bounded(trial % 4, size);
+    const Eigen::Quaterniond turn =
+        trial % 8 < 4 ? Eigen::Quaterniond::Identity() : random.pose(1.0).rotation();
+    const int axis = random.integer(0, 2);
+    const double side = random.integer(0, 1) == 0 ? -1.0 : 1.0;
+    const Eigen::Vector3d direction = side * Eigen::Vector3d::Unit(axis);
+    const Eigen::Vector3d local = turn.conjugate() * (direction + 1e-30 * random.point(1.0));
+    const Eigen::Vector3d furthest = turn * FurthestPoint(shape, local);
+    Eigen::Vector3d touched = random.point(size);
+    const double gap = random.uniform(0.0, std::pow(10.0, random.integer(-2, 6)));
+    const double jump = 1.0 + (2 * random.integer(0, 1000) + 1) * 0x1p-24;
+    touched[axis] = jump + random.uniform(-2.0, 2.0) * (size + gap) * 0x1p-52;
+    const WorldView view = ViewOf(shape, Pose3(turn, touched - furthest));
+    const Eigen::Vector3d center = touched + gap * direction;
+    const double distance = view.nearestObstacle(center)->distance;
+    if (distance >= 0.0) {
+      ASSERT_TRUE(view.inCollision(center, distance))
+          << "kind " << shape.index() << " size " << size << " distance " << distance;
+      ++num_contacts;
+    }
+  }
+  EXPECT_GT(num_contacts, 9000);
+}
+
+TEST(WorldView, CopiesUpdateTogetherAndOthersStayAsTheyAre) {
+  const Eigen::Vector3d place(1.0, 2.0, 3.0);
+  std::optional<World> world(std::in_place);
+  WorldView view = world->view();
+  WorldView copy = view;
+  WorldView other = world->view();
+  const ObstacleHandle ball = world->add(SphereObstacle{0.5}, At(1.0, 2.0, 3.0));
+  EXPECT_FALSE(view.inCollision(place, 0.0)) << "an edit alone changes no view";
+  EXPECT_FALSE(view.nearestObstacle(place).has_value());
+  copy.update();
+  EXPECT_TRUE(view.inCollision(place, 0.0)) << "copies share what one of them took";
+  EXPECT_FALSE(other.inCollision(place, 0.0));
+  other.update();
+  EXPECT_TRUE(other.inCollision(place, 0.0));
+
+  world->remove(ball);
+  EXPECT_EQ(view.nearestObstacle(place)->obstacle.id(), ball.id());
+  EXPECT_TRUE(view.inCollision(place, 0.0)) << "a removed obstacle stays in what was taken before";
+  world.reset();
+  view.update();
+  EXPECT_FALSE(copy.inCollision(place, 0.0)) << "a view keeps its world alive";
+}
+
+TEST(WorldView, QueriesDoNotAllocate) {
+  RandomScene random(14);
+  World world;
+  world.add(HalfSpaceObstacle{}, At(0.0, 0.0, -3.0));
+  for (int i = 0; i < 500; ++i) {
+    world.add(random.bounded(i % 4, 0.3), random.pose(3.0));
+  }
+  WorldView view = world.view();
+  const std::size_t before = num_allocations;
+  EXPECT_GT(before, 0U) << "the counter must count";
+  std::size_t hits = 0;
+  for (int i = 0; i < 200; ++i) {
+    const Eigen::Vector3d point = random.point(3.0);
+    hits += view.inCollision(point, 0.1) ? 1U : 0U;
+    hits += view.inCollision(point * 1e150, 0.1) ? 1U : 0U;
+    hits += view.nearestObstacle(point).has_value() ? 1U : 0U;
+    view.update();
+  }
+  EXPECT_EQ(num_allocations, before);
+  EXPECT_GT(hits, 200U);
+}
+
+}  // namespace
+}  // namespace kavo
