@@ -19,7 +19,7 @@
 namespace kavo::planning {
 
 //! The implementation of `MotionPlanner`: owns the settings and everything that is built from them.
-class MotionPlannerInternal final : public MotionPlanner {
+class KAVO_EXPORT MotionPlannerInternal final : public MotionPlanner {
  public:
   //! A number of weights that is not the robot's number of coordinates, or a frame that the robot does not
   //! have, is a fatal error.

@@ -345,13 +345,13 @@ Eigen::VectorXd JtRRT::GetCSpaceTarget(const Eigen::VectorXd& q0) const {
       break;
     }
     const Eigen::VectorXd direction = internal::WithLength(dq, 1.0);
-    if (previous_direction.size() > 0 && Dot(direction, previous_direction) < 0.0) {
-      scale /= kStepReduction;
-    }
     for (Eigen::Index i = 0; i < q.size(); ++i) {
       q[i] += direction[i] * config_.edge_length * scale;
     }
     x = environment_->TaskSpacePosition(q);
+    if (previous_direction.size() > 0 && Dot(direction, previous_direction) < 0.0) {
+      scale /= kStepReduction;
+    }
     previous_direction = direction;
   }
   KAVO_LOG(LogLevel::kError) << "Unable to find c-space target from the given warm start "

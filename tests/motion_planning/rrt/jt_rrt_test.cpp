@@ -1,0 +1,265 @@
+#include "kavo/motion_planning/rrt/jt_rrt.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "kavo/kinematics/interface/robot_description_builder.h"
+#include "kavo/motion_planning/tree/basic_tree.h"
+#include "kavo/motion_planning/util/smoothing.h"
+#include "kavo/world/world.h"
+#include "tests/support/fatal.h"
+#include "tests/support/log_capture.h"
+#include "tests/support/vectors.h"
+
+namespace kavo::planning {
+namespace {
+
+using testing::ExpectFatal;
+using testing::LogCapture;
+using testing::Vec;
+
+constexpr char kFile[] = "motion_planning/rrt/jt_rrt";
+
+JtRRTConfig Config(double edge_length = 0.1, double zone = 0.03, double final_tolerance = 1e-5,
+                   double exploitation = 0.4, double exploration = 0.1, std::size_t max_iterations = 10000) {
+  return {edge_length,     Eigen::Vector3d::Constant(zone),
+          final_tolerance, exploitation,
+          exploration,     max_iterations,
+          false,           3};
+}
+
+// A planner with its environment and trees.
+struct Planner {
+  explicit Planner(const JtRRTConfig& config, RobotEnvironmentConfig environment_config)
+      : environment(MakeEnvironment(environment_config)),
+        c_space_tree(CreateBasicTree(static_cast<unsigned long>(environment->CSpaceDimension()),
+                                     environment->CSpaceDistanceMetric(), true)),
+        task_space_tree(CreateBasicTree(3, L2Norm, true)),
+        rrt(CreateJtRRT(config, environment, c_space_tree, task_space_tree)) {}
+
+  static std::shared_ptr<RobotEnvironment> MakeEnvironment(RobotEnvironmentConfig& config) {
+    config.SetTaskSpaceLimits({Vec({-1.0, -1.0, -1.0}), Vec({1.0, 1.0, 1.0})});
+    return CreateRobotEnvironment(config);
+  }
+
+  std::vector<Eigen::VectorXd> Plan(const Eigen::VectorXd& start, const Eigen::VectorXd& target) const {
+    const auto nodes = rrt->TryToFindPath(start, target);
+    return nodes ? ConvertToConfigurations(*nodes) : std::vector<Eigen::VectorXd>{};
+  }
+
+  std::shared_ptr<RobotEnvironment> environment;
+  std::unique_ptr<Tree> c_space_tree;
+  std::unique_ptr<Tree> task_space_tree;
+  std::shared_ptr<JtRRT> rrt;
+};
+
+RobotEnvironmentConfig ThreeLink(const World& world = World()) {
+  return BuildThreeLinkRobotEnvironmentConfig(world.view(), {1.0, 1.0, 1.0}, 100, 5);
+}
+
+// A slide along x and one along y: the Jacobian is the identity everywhere.
+RobotEnvironmentConfig Table(const World& world, int max_sampling_attempts = 100) {
+  RobotDescriptionBuilder builder("base");
+  builder.addJoint({"x", JointType::kPrismatic, "base", "sledge", {}, {1.0, 0.0, 0.0}, {{-1.0, 1.0}}, 0.0});
+  builder.addJoint({"y", JointType::kPrismatic, "sledge", "tool", {}, {0.0, 1.0, 0.0}, {{-1.0, 1.0}}, 0.0});
+  builder.addCollisionSphere("tool", {0.0, 0.0, 0.0}, 0.01);
+  return {builder.build().get(), world.view(), Vec({1.0, 1.0}), max_sampling_attempts, 1, 2};
+}
+
+const Eigen::VectorXd kStart = Vec({-0.4, 0.1, 0.2});
+
+TEST(JtRRTTest, SettingsAreCheckedWhenASearchStarts) {
+  const double nan = std::nan("");
+  const std::string exploration = "task_space_exploration_fraction";
+  const std::string exploitation = "task_space_exploitation_fraction";
+  const auto range = [](const std::string& name) {
+    return "(config." + name + " >= 0.) && (config." + name + " <= 1.)";
+  };
+  JtRRTConfig zone = Config();
+  zone.x_target_zone_tolerance = {0.5, 0.0, -1.0};
+  const struct {
+    JtRRTConfig config;
+    std::string condition;
+    int line;
+    std::string message;
+  } cases[] = {
+      {zone, "config.x_target_zone_tolerance(i) > 0.", 39,
+       "Each element of 'x_target_zone_tolerance' [0.5   0  -1] must be positive."},
+      {Config(0.1, 0.1, 0.0), "config.x_target_final_tolerance > 0.", 45,
+       "'x_target_final_tolerance' [0] must be positive."},
+      {Config(nan), "config.edge_length > 0.", 49, "'edge_length' [nan] must be positive."},
+      {Config(0.1, 0.1, 0.1, 0.4, -0.5), range(exploration), 54,
+       "'task_space_exploration_fraction' [-0.5] must be in range [0, 1]."},
+      {Config(0.1, 0.1, 0.1, 1.5, 0.0), range(exploitation), 59,
+       "'task_space_exploitation_fraction' [1.5] must be in range [0, 1]."},
+      {Config(0.1, 0.1, 0.1, 0.5, 0.6), "total_task_space_fraction <= 1.", 65,
+       "Total task space fraction, 'task_space_exploration_fraction' + 'task_space_exploitation_fraction' "
+       "[1.1] must "
+       "be in range [0, 1]."},
+  };
+  for (const auto& c : cases) {
+    ExpectFatal([&c] { ValidateJtRRTConfig(c.config); }, c.condition, kFile, c.line, c.message);
+    ExpectFatal(
+        [&c] {
+          Planner(c.config, ThreeLink()).Plan(kStart, Vec({1.0, 1.0, 0.0}));
+        },
+        c.condition, kFile, c.line, c.message);
+  }
+  ValidateJtRRTConfig(Config(0.1, 0.1, 0.1, 0.4, 0.6));
+}
+
+TEST(JtRRTTest, TreesAndEnvironmentMustFit) {
+  Planner planner(Config(), ThreeLink());
+  auto no_ids = CreateBasicTree(3, L2Norm, false);
+  auto flat = CreateBasicTree(2, L2Norm, true);
+  const auto create = [&](const std::shared_ptr<RobotEnvironment>& environment,
+                          std::unique_ptr<Tree>& c_space_tree, std::unique_ptr<Tree>& task_space_tree) {
+    CreateJtRRT(Config(), environment, c_space_tree, task_space_tree);
+  };
+  const std::string tree_condition = "tree->CSpaceDimension() == rrt_dimension";
+  const std::string tree_message = "Tree dimension [2] does not match RRT dimenstion [3]";
+  ExpectFatal([&] { create(planner.environment, flat, planner.task_space_tree); }, tree_condition,
+              "motion_planning/rrt/rrt_util", 31, tree_message);
+  ExpectFatal([&] { create(planner.environment, planner.c_space_tree, flat); }, tree_condition,
+              "motion_planning/rrt/rrt_util", 31, tree_message);
+  ExpectFatal(
+      [&] { create(CreateRobotEnvironment(ThreeLink()), planner.c_space_tree, planner.task_space_tree); },
+      "maybe_sample.has_value()", kFile, 206, "RobotEnvironment does NOT support task space sampling.");
+  ExpectFatal([&] { create(planner.environment, no_ids, planner.task_space_tree); },
+              "c_space_tree->SupportsNodeId()", kFile, 113, "");
+  ExpectFatal([&] { planner.Plan(kStart, Vec({1.0, 1.0})); }, "x_target.size() == 3", kFile, 123, "");
+}
+
+TEST(JtRRTTest, PathsHonourTheirContract) {
+  World world;
+  world.add(SphereObstacle{0.3}, Pose3::FromTranslation({1.7, 0.6, 0.0}));
+  const Planner planner(Config(), ThreeLink(world));
+  const Planner twin(Config(), ThreeLink(world));
+  int num_found = 0;
+  for (int i = 0; i < 40; ++i) {
+    const Eigen::VectorXd q = *twin.environment->SampleConfiguration();
+    const Eigen::Vector3d target = twin.environment->TaskSpacePosition(q);
+    const LogCapture log;
+    const auto path = planner.Plan(kStart, target);
+    if (path.empty()) {
+      EXPECT_EQ(planner.rrt->LastStatus(), SearchStatus::kIterationsSpent);
+      continue;
+    }
+    EXPECT_EQ(path.front(), kStart);
+    const double error = (planner.environment->TaskSpacePosition(path.back()) - target).norm();
+    // Either within the tolerance, or with a report.
+    EXPECT_EQ(error > 1e-5, log.messages(LogLevel::kError).size() == 1) << error;
+    num_found += error <= 1e-5 ? 1 : 0;
+    // The trees stay in step.
+    ASSERT_EQ(planner.c_space_tree->NumNodes(), planner.task_space_tree->NumNodes());
+    for (std::size_t n = 0; n < planner.c_space_tree->NumNodes(); n += 7) {
+      const auto& c_node = planner.c_space_tree->Nodes()[n];
+      const auto& x_node = planner.task_space_tree->Nodes()[n];
+      ASSERT_EQ(c_node->TryGetId(), n);
+      ASSERT_EQ(x_node->TryGetId(), n);
+      ASSERT_EQ(x_node->Configuration(), planner.environment->TaskSpacePosition(c_node->Configuration()));
+      ASSERT_EQ(c_node->Parent().has_value(), n > 0);
+      ASSERT_TRUE(n == 0 || (*c_node->Parent())->TryGetId() == (*x_node->Parent())->TryGetId());
+    }
+  }
+  EXPECT_GE(num_found, 36);
+  EXPECT_EQ(planner.rrt->GetAllValidatedConfigurations().size(), planner.c_space_tree->NumNodes());
+  EXPECT_EQ(planner.rrt->GetAllValidatedEdges().size(), planner.c_space_tree->NumNodes() - 1);
+}
+
+TEST(JtRRTTest, WalksStraightOnATable) {
+  // Random positions only, all of them at (0.55, 0) of the plane: the first extension steps by 0.1 along x
+  // until it is in the zone of the target there; the refinement does the rest.
+  RobotEnvironmentConfig config = Table(World());
+  const Planner planner(Config(0.1, 0.06, 1e-3, 0.0, 1.0), config);
+  config.SetTaskSpaceLimits({Vec({0.55, 0.0, 0.0}), Vec({0.55, 0.0, 0.0})});
+  const auto environment = CreateRobotEnvironment(config);
+  auto c_space_tree = CreateBasicTree(2, environment->CSpaceDistanceMetric(), true);
+  auto task_space_tree = CreateBasicTree(3, L2Norm, true);
+  const auto rrt = CreateJtRRT(Config(0.1, 0.06, 1e-3, 0.0, 1.0), environment, c_space_tree, task_space_tree);
+  const auto nodes = rrt->TryToFindPath(Vec({0.0, 0.0}), Vec({0.55, 0.0, 0.0}));
+  ASSERT_TRUE(nodes.has_value());
+  ASSERT_EQ(nodes->size(), 7u);
+  for (std::size_t i = 0; i + 1 < nodes->size(); ++i) {
+    EXPECT_NEAR((*nodes)[i]->Configuration()[0], 0.1 * static_cast<double>(i), 1e-12);
+    EXPECT_NEAR((*nodes)[i]->Configuration()[1], 0.0, 1e-12);
+  }
+  EXPECT_NEAR(nodes->back()->Configuration()[0], 0.55, 1e-3);
+}
+
+TEST(JtRRTTest, ExploitationNeedsNodesThatExplorationAdded) {
+  const Planner planner(Config(0.1, 0.01, 1e-5, 1.0, 0.0, 50), ThreeLink());
+  EXPECT_TRUE(planner.Plan(kStart, Vec({1.0, 1.0, 0.0})).empty());
+  EXPECT_EQ(planner.c_space_tree->NumNodes(), 1u);
+  EXPECT_EQ(planner.rrt->LastStatus(), SearchStatus::kIterationsSpent);
+  EXPECT_EQ(planner.rrt->LastNumIterations(), 50u);
+}
+
+TEST(JtRRTTest, FailuresEndInBoundedTimeWithTheirReports) {
+  World world;
+  world.add(SphereObstacle{0.2}, Pose3::FromTranslation({-0.5, 0.5, 0.0}));
+  const double nan = std::nan("");
+  const double inf = std::numeric_limits<double>::infinity();
+  const struct {
+    Eigen::VectorXd start;
+    Eigen::Vector3d target;
+    SearchStatus status;
+    std::vector<std::string> warnings;
+  } cases[] = {
+      {Vec({-0.5, 0.5}),
+       {0.5, 0.5, 0.0},
+       SearchStatus::kInvalidStart,
+       {"Invalid configuration, [-0.5  0.5]."}},
+      {Vec({nan, 0.0}), {0.5, 0.5, 0.0}, SearchStatus::kInvalidStart, {"Invalid configuration, [nan   0]."}},
+      {Vec({0.0, 0.0}), {nan, 0.5, 0.0}, SearchStatus::kInvalidTarget, {}},
+      {Vec({0.0, 0.0}), {0.5, inf, 0.0}, SearchStatus::kInvalidTarget, {}},
+      // Out of reach, and inside the obstacle.
+      {Vec({0.0, 0.0}), {0.5, 0.5, 0.5}, SearchStatus::kIterationsSpent, {}},
+      {Vec({0.0, 0.0}), {1e9, 0.5, 0.0}, SearchStatus::kIterationsSpent, {}},
+      {Vec({0.0, 0.0}), {-0.5, 0.5, 0.0}, SearchStatus::kIterationsSpent, {}},
+  };
+  for (const auto& c : cases) {
+    const Planner planner(Config(0.1, 0.01, 1e-5, 0.4, 0.1, 300), Table(world));
+    LogCapture log;
+    EXPECT_TRUE(planner.Plan(c.start, c.target).empty());
+    EXPECT_EQ(planner.rrt->LastStatus(), c.status) << c.target.transpose();
+    EXPECT_EQ(log.records().size(), c.warnings.size());
+    EXPECT_EQ(log.warnings(), c.warnings);
+  }
+  // Where sampling fails the environment says so.
+  const Planner planner(Config(0.1, 0.01, 1e-5, 0.0, 0.0), Table(world, 0));
+  LogCapture log;
+  EXPECT_TRUE(planner.Plan(Vec({0.0, 0.0}), Vec({0.5, 0.5, 0.0})).empty());
+  EXPECT_EQ(planner.rrt->LastStatus(), SearchStatus::kSamplingFailed);
+  EXPECT_EQ(log.warnings(), std::vector<std::string>{"Unable to find a valid configuration."});
+  // No budget, no path.
+  const Planner idle(Config(0.1, 0.5, 1e-5, 0.4, 0.1, 0), Table(world));
+  EXPECT_TRUE(idle.Plan(Vec({0.0, 0.0}), Vec({0.1, 0.0, 0.0})).empty());
+  EXPECT_EQ(idle.c_space_tree->NumNodes(), 1u);
+}
+
+TEST(JtRRTTest, TargetThatRefinementCannotReachIsReported) {
+  // The zone is high enough to be met from the plane, the target itself is 0.05 above it.
+  const Planner planner(Config(0.1, 0.1), Table(World()));
+  LogCapture log;
+  const auto path = planner.Plan(Vec({0.0, 0.0}), Vec({0.5, 0.5, 0.05}));
+  ASSERT_FALSE(path.empty());
+  const auto messages = log.messages(LogLevel::kError);
+  ASSERT_EQ(messages.size(), 1u);
+  EXPECT_EQ(messages[0].rfind("Unable to find c-space target from the given warm start [", 0), 0u);
+  EXPECT_NE(messages[0].find("]. Closest valid c-space target found is ["), std::string::npos);
+  EXPECT_NE(messages[0].find("]. Task space position for returned c-space configuration is ["),
+            std::string::npos);
+  EXPECT_NE(messages[0].find(" away from task space target [ 0.5  0.5 0.05]."), std::string::npos);
+  const LogCapture quiet(0);
+  planner.Plan(Vec({0.0, 0.0}), Vec({0.5, 0.5, 0.05}));
+  EXPECT_TRUE(quiet.records().empty());
+}
+
+}  // namespace
+}  // namespace kavo::planning
