@@ -173,25 +173,24 @@ int Kinematics::frame(const std::string& frame_name) const {
 
 namespace {
 
-void RunStepAt(const Kinematics::Step& step, const RigidTransform* parent, const Eigen::VectorXd& q,
-               RigidTransform& slot) {
+internal::Columns RunStepAt(const Kinematics::Step& step, const internal::Columns* parent,
+                            const Eigen::VectorXd& q) {
   double motion = q[step.coordinate];
   double cos = 0.0;
   if (step.motion == Kinematics::Motion::kRevolute) {
     internal::SinCos(q[step.coordinate], &motion, &cos);
   }
-  internal::RunStep(step, parent, motion, cos, slot);
+  return internal::RunStep(step, parent, motion, cos);
 }
 
 }  // namespace
 
 RigidTransform Kinematics::transform(const Eigen::VectorXd& q, int frame) const {
   const auto f = static_cast<std::size_t>(frame);
-  RigidTransform slots[2];
-  const RigidTransform* parent = nullptr;
+  internal::Columns slot;
+  const internal::Columns* parent = nullptr;
   for (std::size_t i = chain_begin_[f]; i < chain_begin_[f + 1]; ++i) {
-    RigidTransform& slot = slots[i % 2];
-    RunStepAt(program_.steps[static_cast<std::size_t>(chain_slots_[i])], parent, q, slot);
+    slot = RunStepAt(program_.steps[static_cast<std::size_t>(chain_slots_[i])], parent, q);
     parent = &slot;
   }
   RigidTransform result;
@@ -207,10 +206,10 @@ Eigen::MatrixXd Kinematics::positionJacobian(const Eigen::VectorXd& q, int frame
   const auto f = static_cast<std::size_t>(frame);
   const std::size_t begin = chain_begin_[f];
   const std::size_t length = chain_begin_[f + 1] - begin;
-  std::vector<RigidTransform> slots(length);
-  const RigidTransform* last = nullptr;
+  std::vector<internal::Columns> slots(length);
+  const internal::Columns* last = nullptr;
   for (std::size_t i = 0; i < length; ++i) {
-    RunStepAt(program_.steps[static_cast<std::size_t>(chain_slots_[begin + i])], last, q, slots[i]);
+    slots[i] = RunStepAt(program_.steps[static_cast<std::size_t>(chain_slots_[begin + i])], last, q);
     last = &slots[i];
   }
   RigidTransform placed;
@@ -220,10 +219,14 @@ Eigen::MatrixXd Kinematics::positionJacobian(const Eigen::VectorXd& q, int frame
   for (std::size_t i = 0; i < length; ++i) {
     const Step& step = program_.steps[static_cast<std::size_t>(chain_slots_[begin + i])];
     if (step.motion == Motion::kRevolute) {
-      const Eigen::Vector3d axis = slots[i].rotation.col(step.axis) * step.sign;
-      jacobian.col(step.coordinate) = Cross(axis, placed.translation - slots[i].translation);
+      const Eigen::Vector3d axis = slots[i].axis(step.axis) * step.sign;
+      jacobian.col(step.coordinate) = Cross(axis, placed.translation - slots[i].position());
+    } else if (i == 0) {
+      jacobian.col(step.coordinate) = step.slide;
     } else {
-      jacobian.col(step.coordinate) = i == 0 ? step.slide : math::Rotate(slots[i - 1].rotation, step.slide);
+      double slide[4];
+      slots[i - 1].combine(step.slide[0], step.slide[1], step.slide[2], slide);
+      jacobian.col(step.coordinate) = Eigen::Vector3d(slide[0], slide[1], slide[2]);
     }
   }
   return jacobian;

@@ -7,48 +7,14 @@
 #include <Eigen/Geometry>
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 #include <limits>
-#include <new>
 #include <optional>
 #include <variant>
 #include <vector>
 
 #include "kavo/world/world.h"
+#include "tests/support/allocations.h"
 #include "tests/world/random_scene.h"
-
-namespace {
-
-thread_local std::size_t num_allocations = 0;
-
-void* Allocate(std::size_t size) {
-  ++num_allocations;
-  void* memory = std::malloc(size);
-  if (memory == nullptr) {
-    throw std::bad_alloc();
-  }
-  return memory;
-}
-
-}  // namespace
-
-void* operator new(std::size_t size) { return Allocate(size); }
-void* operator new[](std::size_t size) { return Allocate(size); }
-void* operator new(std::size_t size, std::align_val_t alignment) {
-  const auto step = static_cast<std::size_t>(alignment);
-  ++num_allocations;
-  void* memory = std::aligned_alloc(step, (size + step - 1) / step * step);
-  if (memory == nullptr) {
-    throw std::bad_alloc();
-  }
-  return memory;
-}
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete[](void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
-void operator delete[](void* memory, std::size_t) noexcept { std::free(memory); }
-void operator delete(void* memory, std::align_val_t) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t, std::align_val_t) noexcept { std::free(memory); }
 
 namespace kavo {
 namespace {
@@ -390,7 +356,7 @@ TEST(WorldView, QueriesDoNotAllocate) {
     world.add(random.bounded(i % 4, 0.3), random.pose(3.0));
   }
   WorldView view = world.view();
-  const std::size_t before = num_allocations;
+  const long before = testing::NumAllocations();
   EXPECT_GT(before, 0U) << "the counter must count";
   std::size_t hits = 0;
   for (int i = 0; i < 200; ++i) {
@@ -400,7 +366,7 @@ TEST(WorldView, QueriesDoNotAllocate) {
     hits += view.nearestObstacle(point).has_value() ? 1U : 0U;
     view.update();
   }
-  EXPECT_EQ(num_allocations, before);
+  EXPECT_EQ(testing::NumAllocations(), before);
   EXPECT_GT(hits, 200U);
 }
 

@@ -40,8 +40,8 @@ class ProgramSweep : public FrameSweep {
       }
     }
     for (std::size_t i = 0; i < num_steps; ++i) {
-      kinematics::internal::RunStep(plan_.steps[i], slot(plan_.steps[i].parent), motions_[i], cosines_[i],
-                                    slots_[i]);
+      slots_[i] = kinematics::internal::RunStep(plan_.steps[i], slot(plan_.steps[i].parent), motions_[i],
+                                                cosines_[i]);
     }
     for (std::size_t i = 0; i < transforms_.size(); ++i) {
       kinematics::internal::PlaceFrame(plan_.frames[i], slot(plan_.frames[i].slot), transforms_[i]);
@@ -50,7 +50,9 @@ class ProgramSweep : public FrameSweep {
   }
 
  private:
-  const math::RigidTransform* slot(int index) const { return index < 0 ? nullptr : slots_.data() + index; }
+  const kinematics::internal::Columns* slot(int index) const {
+    return index < 0 ? nullptr : slots_.data() + index;
+  }
 
   kinematics::Kinematics::Plan plan_;
   bool all_revolute_ = true;
@@ -58,7 +60,7 @@ class ProgramSweep : public FrameSweep {
   std::vector<double> coordinates_;
   std::vector<double> motions_;
   std::vector<double> cosines_;
-  std::vector<math::RigidTransform> slots_;
+  std::vector<kinematics::internal::Columns> slots_;
   std::vector<math::RigidTransform> transforms_;
 };
 

@@ -24,9 +24,8 @@ void ScanChunk(const double* HWY_RESTRICT chunk, std::size_t num_points, std::si
   const hn::CappedTag<double, NearestScan::kBlock / 2> d;
   const std::size_t lanes = hn::Lanes(d);
   HWY_ALIGN double sums[NearestScan::kBlock];
+  const double* HWY_RESTRICT coordinates = chunk;
   for (std::size_t begin = 0; begin < num_points; begin += 2 * lanes) {
-    const std::size_t block = begin / NearestScan::kBlock * NearestScan::kBlock;
-    const double* HWY_RESTRICT coordinates = chunk + block * dimension + (begin - block);
     // Each lane sums the terms of its own point in coordinate order.
     auto sum0 = hn::Zero(d);
     auto sum1 = hn::Zero(d);
@@ -43,6 +42,11 @@ void ScanChunk(const double* HWY_RESTRICT chunk, std::size_t num_points, std::si
       }
       sum0 = hn::Add(sum0, term0);
       sum1 = hn::Add(sum1, term1);
+    }
+    // On to the next places of the block, or to the next block.
+    coordinates += 2 * lanes;
+    if ((begin + 2 * lanes) % NearestScan::kBlock == 0) {
+      coordinates += (dimension - 1) * NearestScan::kBlock;
     }
     const auto limit = hn::Set(d, best.sum);
     if (HWY_LIKELY(hn::AllFalse(d, hn::Or(hn::Lt(sum0, limit), hn::Lt(sum1, limit))))) {

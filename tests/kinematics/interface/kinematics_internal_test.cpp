@@ -4,38 +4,16 @@
 
 #include <Eigen/Geometry>
 #include <cmath>
-#include <cstdlib>
 #include <memory>
-#include <new>
 #include <random>
 #include <string>
 #include <vector>
 
 #include "kavo/kinematics/interface/robot_description_builder.h"
 #include "tests/kinematics/random_robot.h"
+#include "tests/support/allocations.h"
 #include "tests/support/fatal.h"
 #include "tests/support/vectors.h"
-
-namespace {
-
-thread_local int num_allocations = 0;
-
-}  // namespace
-
-// Counts what the whole program takes from the heap.
-void* operator new(std::size_t size) {
-  ++num_allocations;
-  void* memory = std::malloc(size == 0 ? 1 : size);
-  if (memory == nullptr) {
-    throw std::bad_alloc();
-  }
-  return memory;
-}
-void* operator new[](std::size_t size) { return operator new(size); }
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete[](void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
-void operator delete[](void* memory, std::size_t) noexcept { std::free(memory); }
 
 namespace kavo {
 namespace {
@@ -157,9 +135,9 @@ TEST(KinematicsInternal, SweepAllocatesNothing) {
   const std::unique_ptr<FrameSweep> sweep = kinematics->frameSweep(frames);
   const Eigen::VectorXd q = RandomVec(engine, robot.num_coordinates(), -3.0, 3.0);
   sweep->compute(q);  // The first call may set up the choice of instruction set.
-  const int before = num_allocations;
+  const long before = testing::NumAllocations();
   sweep->compute(q);
-  EXPECT_EQ(num_allocations, before);
+  EXPECT_EQ(testing::NumAllocations(), before);
 }
 
 TEST(KinematicsInternal, QuarterTurnsAreExact) {

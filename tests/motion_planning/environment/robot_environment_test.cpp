@@ -11,6 +11,7 @@
 #include "kavo/kinematics/interface/robot_description_builder.h"
 #include "kavo/util/random_generator.h"
 #include "kavo/world/world.h"
+#include "tests/support/allocations.h"
 #include "tests/support/fatal.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/vectors.h"
@@ -199,6 +200,22 @@ TEST(RobotEnvironmentTest, TaskSpaceSamplesComeFromItsLimits) {
   EXPECT_EQ(log.warnings(), std::vector<std::string>{
                                 "min(1) [2] cannot be greater than max(1) [1]. Range will not be updated."});
   EXPECT_LE(reversed->SampleTaskSpace()->cwiseAbs().maxCoeff(), 1.0);
+}
+
+TEST(RobotEnvironmentTest, ValidityChecksDoNotAllocate) {
+  World world;
+  world.add(BoxObstacle{{0.2, 0.2, 0.2}}, Pose3::FromTranslation({0.5, 0.0, 0.5}));
+  const auto environment = CreateRobotEnvironment(
+      BuildFrankaRobotEnvironmentConfig(world.view(), Eigen::VectorXd::Ones(7), 10, 1));
+  const Eigen::VectorXd free = Vec({0.0, -0.8, 0.0, -2.4, 0.0, 1.6, 0.8});
+  const Eigen::VectorXd touching = Vec({0.0, 0.1, 0.0, -2.4, 0.0, 2.5, 0.8});
+  environment->IsValidConfiguration(free);
+  const long before = testing::NumAllocations();
+  const bool free_is_valid = environment->IsValidConfiguration(free);
+  const bool touching_is_valid = environment->IsValidConfiguration(touching);
+  EXPECT_EQ(testing::NumAllocations(), before);
+  EXPECT_TRUE(free_is_valid);
+  EXPECT_FALSE(touching_is_valid);
 }
 
 TEST(RobotEnvironmentTest, UnknownSphereFrameIsFatal) {

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "kavo/motion_planning/tree/tesk_tree_util.h"
+#include "tests/support/allocations.h"
 #include "tests/support/fatal.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/vectors.h"
@@ -203,6 +204,19 @@ TEST(BasicTreeTest, WrongLengthIsReportedAndNeverNear) {
     EXPECT_TRUE(std::isnan(tree->GetClosest(Vec({0.0, 0.0, 0.0})).distance));
     EXPECT_EQ(log.messages(LogLevel::kCritical).front(), message);
   }
+}
+
+TEST(BasicTreeTest, NearestNodeIsFoundWithoutAllocation) {
+  const auto tree = CreateBasicTree(7, L2Norm, false);
+  for (int i = 0; i < 300; ++i) {
+    tree->Insert(Node(Eigen::VectorXd::Constant(7, i)));
+  }
+  const Eigen::VectorXd q = Eigen::VectorXd::Constant(7, 150.2);
+  tree->GetClosest(q);
+  const long before = testing::NumAllocations();
+  const ClosestNode closest = tree->GetClosest(q);
+  EXPECT_EQ(testing::NumAllocations(), before);
+  EXPECT_EQ(closest.node, tree->Nodes()[150]);
 }
 
 TEST(BasicTreeTest, EmptyMetricThrowsWhenAsked) {

@@ -1,0 +1,37 @@
+#include "tests/support/allocations.h"
+
+#include <cstddef>
+
+#if defined(__has_feature)
+#define KAVO_HAS_FEATURE(feature) __has_feature(feature)
+#else
+#define KAVO_HAS_FEATURE(feature) 0
+#endif
+
+namespace {
+
+thread_local long num_allocations = 0;
+
+}  // namespace
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) && \
+    !KAVO_HAS_FEATURE(address_sanitizer) && !KAVO_HAS_FEATURE(thread_sanitizer)
+
+extern "C" {
+
+void* __libc_malloc(std::size_t size);
+
+void* malloc(std::size_t size) {
+  ++num_allocations;
+  return __libc_malloc(size);
+}
+
+}  // extern "C"
+
+#endif
+
+namespace kavo::testing {
+
+long NumAllocations() { return num_allocations; }
+
+}  // namespace kavo::testing
