@@ -1,5 +1,6 @@
 #include "kavo/motion_planning/environment/robot_environment.h"
 
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -54,6 +55,7 @@ class RobotEnvironmentImpl final : public RobotEnvironment {
   }
 
   bool IsValidConfiguration(const Eigen::VectorXd& q) const override {
+    ++statistics_.num_validity_checks;
     KAVO_CHECK(static_cast<size_t>(q.size()) == dimension_, "motion_planning/environment/robot_environment",
                150)
         << "Dimension of q [" << q.size() << "] must match number of configuration space coordinates ["
@@ -65,9 +67,11 @@ class RobotEnvironmentImpl final : public RobotEnvironment {
     Eigen::VectorXd q(CSpaceDimension());
     for (std::uint64_t attempt = 0; attempt < max_sampling_attempts_; ++attempt) {
       RandomConfiguration(q);
+      ++statistics_.num_samples_drawn;
       if (IsValidConfiguration(q)) {
         return q;
       }
+      ++statistics_.num_samples_rejected;
     }
     KAVO_LOG(LogLevel::kWarning) << "Unable to find a valid configuration.";
     return std::nullopt;
@@ -78,12 +82,34 @@ class RobotEnvironmentImpl final : public RobotEnvironment {
       KAVO_LOG(LogLevel::kWarning) << "Task space limits not provided. Will NOT sample task space.";
       return std::nullopt;
     }
+    ++statistics_.num_samples_drawn;
     return task_space_sampler_->Sample();
+  }
+
+  Statistics GetStatistics() const override { return statistics_; }
+
+  std::optional<ConfigurationFault> FindFault(const Eigen::VectorXd& q) const override {
+    if (IsValidConfiguration(q)) {
+      return std::nullopt;
+    }
+    ConfigurationFault fault;
+    for (Eigen::Index i = 0; i < q.size() && !fault.limit; ++i) {
+      const double lower = limits_.Min()[i];
+      const double upper = limits_.Max()[i];
+      if (!(lower <= q[i] && q[i] <= upper && std::isfinite(q[i]))) {
+        fault.limit = {static_cast<std::size_t>(i), q[i], lower, upper};
+      }
+    }
+    if (!fault.limit) {
+      fault.contact = DeepestContact(q);
+    }
+    return fault;
   }
 
  private:
   // The spheres of one frame, in the frame's coordinates.
   struct CollisionSphereCollection {
+    std::string frame_name;
     std::vector<math::Sphere> spheres;
     math::Sphere bounding_sphere;
   };
@@ -117,8 +143,10 @@ class RobotEnvironmentImpl final : public RobotEnvironment {
     return false;
   }
 
-  bool CollectionTouches(const CollisionSphereCollection& collection, const math::RigidTransform& pose) const {
-    if (!world_view_.inCollision(pose * collection.bounding_sphere.center, collection.bounding_sphere.radius)) {
+  bool CollectionTouches(const CollisionSphereCollection& collection,
+                         const math::RigidTransform& pose) const {
+    if (!world_view_.inCollision(pose * collection.bounding_sphere.center,
+                                 collection.bounding_sphere.radius)) {
       return false;
     }
     for (const math::Sphere& sphere : collection.spheres) {
@@ -127,6 +155,25 @@ class RobotEnvironmentImpl final : public RobotEnvironment {
       }
     }
     return false;
+  }
+
+  std::optional<ConfigurationFault::Contact> DeepestContact(const Eigen::VectorXd& q) const {
+    std::optional<ConfigurationFault::Contact> deepest;
+    const std::vector<math::RigidTransform>& frames = sweep_->compute(q);
+    for (std::size_t i = 0; i < collections_.size(); ++i) {
+      const math::RigidTransform pose = base_ ? *base_ * frames[i] : frames[i];
+      for (std::size_t k = 0; k < collections_[i].spheres.size(); ++k) {
+        const math::Sphere& sphere = collections_[i].spheres[k];
+        const Eigen::Vector3d center = pose * sphere.center;
+        const std::optional<WorldView::Nearest> nearest = world_view_.nearestObstacle(center);
+        if (nearest && nearest->distance <= sphere.radius &&
+            (!deepest || sphere.radius - nearest->distance > deepest->depth)) {
+          deepest = {collections_[i].frame_name,       k, center, sphere.radius, nearest->obstacle,
+                     sphere.radius - nearest->distance};
+        }
+      }
+    }
+    return deepest;
   }
 
   void RandomConfiguration(Eigen::VectorXd& q) const {
@@ -147,7 +194,7 @@ class RobotEnvironmentImpl final : public RobotEnvironment {
       const std::string& name = names[entry.index];
       std::vector<math::Sphere> spheres = config.CollisionSpheres(name);
       const math::Sphere bounding_sphere = math::ComputeBoundingSphere(spheres, math::SebbMethod::kSmallest);
-      collections_.push_back({std::move(spheres), bounding_sphere});
+      collections_.push_back({name, std::move(spheres), bounding_sphere});
       frames.push_back(kinematics_->frame(name));
     }
     sweep_ = kinematics_->frameSweep(frames);
@@ -173,6 +220,7 @@ class RobotEnvironmentImpl final : public RobotEnvironment {
   // Sampling is const to a planner, but goes on in one random sequence.
   mutable std::vector<util::RandomGenerator<double>> c_space_samplers_;
   mutable std::optional<util::RandomGenerator<Eigen::Vector3d>> task_space_sampler_;
+  mutable Statistics statistics_;
   WorldView world_view_;
   // Shared with the configuration; `sweep_` must not outlive it.
   std::shared_ptr<kavo::Kinematics> kinematics_;

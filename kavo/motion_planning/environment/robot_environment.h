@@ -1,10 +1,12 @@
 #pragma once
 
 #include <Eigen/Core>
+#include <cstdint>
 #include <memory>
 #include <optional>
 
 #include "kavo/math/pose3.h"
+#include "kavo/motion_planning/environment/configuration_fault.h"
 #include "kavo/motion_planning/environment/environment.h"
 #include "kavo/motion_planning/environment/robot_environment_config.h"
 #include "kavo/util/export.h"
@@ -36,6 +38,20 @@ class KAVO_EXPORT RobotEnvironment : public Environment {
 
   //! Places the robot base in the world; identity at first. Task-space positions do not depend on it.
   virtual void SetBasePose(const Pose3& base_pose) = 0;
+
+  //! What the environment has done since it was created.
+  struct Statistics {
+    std::uint64_t num_validity_checks = 0;
+    //! Random configurations and task-space positions.
+    std::uint64_t num_samples_drawn = 0;
+    //! Random configurations that were not valid.
+    std::uint64_t num_samples_rejected = 0;
+  };
+  virtual Statistics GetStatistics() const = 0;
+
+  //! Why `q` is not valid; empty if it is. Slower than the check itself. A wrong length is a fatal error as
+  //! there.
+  virtual std::optional<ConfigurationFault> FindFault(const Eigen::VectorXd& q) const = 0;
 };
 
 //! An environment under the weighted squared distance (see `WeightedSquaredL2Norm`).

@@ -1,7 +1,6 @@
 #include "kavo/motion_planning/rrt/basic_rrt.h"
 
 #include <algorithm>
-#include <cstdint>
 
 #include "kavo/motion_planning/rrt/rrt_util.h"
 #include "kavo/motion_planning/util/vector_math_internal.h"
@@ -48,23 +47,36 @@ class BasicRRT final : public RRT {
         << "'q_initial' [" << q_initial.transpose() << "] must have at least 3 coordinates.";
     KAVO_CHECK(q_target.size() == 3, "motion_planning/rrt/basic_rrt", 64)
         << "'q_target' [" << q_target.transpose() << "] must have 3 coordinates.";
-    if (!ValidateConfiguration(q_initial.head<3>()) || !ValidateConfiguration(q_target)) {
+    num_iterations_ = 0;
+    if (!ValidateConfiguration(q_initial.head<3>())) {
+      status_ = SearchStatus::kInvalidStart;
       return std::nullopt;
     }
-    problem_ = {q_initial, q_target, 0, std::nullopt};
+    if (!ValidateConfiguration(q_target)) {
+      status_ = SearchStatus::kInvalidTarget;
+      return std::nullopt;
+    }
+    problem_ = {q_target, std::nullopt};
     GetTree().ClearAndSetRoot(Node(q_initial));
     while (!problem_.target_node) {
-      if (problem_.num_iterations >= config_.max_iterations) {
+      if (num_iterations_ >= config_.max_iterations) {
+        status_ = SearchStatus::kIterationsSpent;
+        return std::nullopt;
+      }
+      if (ShouldStop()) {
+        status_ = SearchStatus::kStopped;
         return std::nullopt;
       }
       const std::optional<Eigen::VectorXd> q_sample = environment_->SampleConfiguration();
       if (!q_sample) {
+        status_ = SearchStatus::kSamplingFailed;
         KAVO_LOG(LogLevel::kWarning) << "Unable to successfully sample configurations.";
         return std::nullopt;
       }
       Extend(*q_sample);
-      ++problem_.num_iterations;
+      ++num_iterations_;
     }
+    status_ = SearchStatus::kFound;
     std::vector<std::shared_ptr<Node>> path = GetTree().Backtrace(*problem_.target_node);
     std::reverse(path.begin(), path.end());
     return path;
@@ -84,9 +96,8 @@ class BasicRRT final : public RRT {
 
  private:
   struct ProblemState {
-    Eigen::VectorXd q_initial;
     Eigen::VectorXd q_target;
-    std::uint64_t num_iterations = 0;
+    // Set once the target is in the tree.
     std::optional<std::shared_ptr<Node>> target_node;
   };
 

@@ -1,12 +1,15 @@
 #pragma once
 
 #include <Eigen/Core>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <utility>
 #include <vector>
 
+#include "kavo/motion_planning/rrt/search_status.h"
 #include "kavo/motion_planning/tree/node.h"
+#include "kavo/motion_planning/util/stop_condition.h"
 #include "kavo/util/export.h"
 
 namespace kavo::planning {
@@ -33,10 +36,27 @@ class KAVO_EXPORT RRT {
   //! For every such node but the roots: the configurations of its parent and of itself.
   virtual std::vector<std::pair<Eigen::VectorXd, Eigen::VectorXd>> GetAllValidatedEdges() const = 0;
 
+  //! Ends a search once the condition holds: it is asked before every extension, and the query then gives no
+  //! path. The next query starts over. A condition that never holds changes no answer.
+  void SetStopCondition(StopCondition stop_condition) { stop_condition_ = std::move(stop_condition); }
+
+  //! How the last query ended.
+  SearchStatus LastStatus() const { return status_; }
+  //! Extensions that the last query made.
+  std::uint64_t LastNumIterations() const { return num_iterations_; }
+
  protected:
+  bool ShouldStop() const { return stop_condition_ && stop_condition_(); }
+
+  SearchStatus status_ = SearchStatus::kNone;
+  std::uint64_t num_iterations_ = 0;
+
   RRT() = default;
   RRT(const RRT&) = default;
   RRT& operator=(const RRT&) = default;
+
+ private:
+  StopCondition stop_condition_;
 };
 
 }  // namespace kavo::planning

@@ -45,19 +45,28 @@ class RRTConnect final : public RRT {
 
   std::optional<std::vector<std::shared_ptr<Node>>> TryToFindPath(const Eigen::VectorXd& q_initial,
                                                                   const Eigen::VectorXd& q_target) override {
-    if (!ValidateConfiguration(q_initial) || !ValidateConfiguration(q_target)) {
+    num_iterations_ = 0;
+    if (!ValidateConfiguration(q_initial)) {
+      status_ = SearchStatus::kInvalidStart;
+      return std::nullopt;
+    }
+    if (!ValidateConfiguration(q_target)) {
+      status_ = SearchStatus::kInvalidTarget;
       return std::nullopt;
     }
     problem_ = ProblemState{};
-    problem_.q_initial = q_initial;
-    problem_.q_target = q_target;
     problem_.last_configuration_a = q_initial;
     problem_.last_configuration_b = q_target;
     TreeA().ClearAndSetRoot(Node(q_initial));
     TreeB().ClearAndSetRoot(Node(q_target));
 
     while (!IsConnected()) {
-      if (problem_.num_iterations >= config_.max_iterations) {
+      if (num_iterations_ >= config_.max_iterations) {
+        status_ = SearchStatus::kIterationsSpent;
+        return std::nullopt;
+      }
+      if (ShouldStop()) {
+        status_ = SearchStatus::kStopped;
         return std::nullopt;
       }
       const bool explore = problem_.num_steps * config_.exploration_fraction > problem_.num_exploration_steps;
@@ -66,6 +75,7 @@ class RRTConnect final : public RRT {
         ++problem_.num_exploration_steps;
         const std::optional<Eigen::VectorXd> q_sample = environment_->SampleConfiguration();
         if (!q_sample) {
+          status_ = SearchStatus::kSamplingFailed;
           KAVO_LOG(LogLevel::kWarning) << "Unable to successfully sample configurations.";
           return std::nullopt;
         }
@@ -80,8 +90,9 @@ class RRTConnect final : public RRT {
         ExtendTreeA(q_goal);
       }
       SwapTrees();
-      ++problem_.num_iterations;
+      ++num_iterations_;
     }
+    status_ = SearchStatus::kFound;
 
     if (!IsStartTreeA()) {
       SwapTrees();
@@ -110,9 +121,6 @@ class RRTConnect final : public RRT {
  private:
   // Trees A and B are what the first and the second owner hold at the moment.
   struct ProblemState {
-    Eigen::VectorXd q_initial;
-    Eigen::VectorXd q_target;
-    std::uint64_t num_iterations = 0;
     // Exchanges of the trees so far: the start tree is tree A while this is even.
     std::uint64_t num_swaps = 0;
     std::optional<std::shared_ptr<Node>> connection_a;

@@ -84,32 +84,46 @@ void RemoveConfigurations(std::vector<Eigen::VectorXd>& path, int first_index, i
 std::vector<Eigen::VectorXd> ShortCircuitPath(const std::vector<Eigen::VectorXd>& path,
                                               const std::shared_ptr<Environment>& environment,
                                               double step_size, int max_iterations, unsigned int seed) {
+  return *TryToShortCircuitPath(path, environment, step_size, max_iterations, seed, StopCondition());
+}
+
+std::optional<std::vector<Eigen::VectorXd>> TryToShortCircuitPath(
+    const std::vector<Eigen::VectorXd>& path, const std::shared_ptr<Environment>& environment,
+    double step_size, int max_iterations, unsigned int seed, const StopCondition& stop_condition) {
   KAVO_CHECK(path.size() > 1, "motion_planning/util/smoothing", 134);
   std::vector<Eigen::VectorXd> shortened = path;
   if (shortened.size() == 2) {
     return shortened;
   }
+  // Both are false when it is time to stop.
   const auto shorten_forward = [&](int index) {
+    if (stop_condition && stop_condition()) {
+      return false;
+    }
     RemoveConfigurations(shortened, index,
                          GetShortCircuitIndex(index, true, shortened, environment, step_size));
+    return true;
   };
   const auto shorten_backward = [&](int index) {
+    if (stop_condition && stop_condition()) {
+      return false;
+    }
     RemoveConfigurations(shortened, GetShortCircuitIndex(index, false, shortened, environment, step_size),
                          index);
+    return true;
   };
 
-  shorten_forward(0);
-  shorten_backward(LastIndex(shortened));
-  if (shortened.size() <= 2 || max_iterations < 1) {
-    return shortened;
+  if (!shorten_forward(0) || !shorten_backward(LastIndex(shortened))) {
+    return std::nullopt;
   }
   util::RandomGenerator<int> interior(seed);
   for (int iteration = 0; iteration < max_iterations && shortened.size() > 2; ++iteration) {
     interior.SetRange(1, LastIndex(shortened) - 1);
     const int index = interior.Sample();
-    shorten_forward(index);
-    // Only later waypoints are gone: the index still names the same one.
-    shorten_backward(index);
+    // The forward search removes later waypoints only: the index still names the same one after it.
+    if (!shorten_forward(index) || !shorten_backward(index)) {
+      return std::nullopt;
+    }
   }
   return shortened;
 }

@@ -2,10 +2,12 @@
 
 #include <Eigen/Core>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "kavo/motion_planning/environment/environment.h"
 #include "kavo/motion_planning/tree/node.h"
+#include "kavo/motion_planning/util/stop_condition.h"
 #include "kavo/util/export.h"
 
 // A path is a list of configurations, start first; between two of them the robot moves straight in c-space.
@@ -47,6 +49,11 @@ KAVO_EXPORT std::vector<Eigen::VectorXd> ShortCircuitPath(const std::vector<Eige
                                                           const std::shared_ptr<Environment>& environment,
                                                           double step_size, int max_iterations,
                                                           unsigned int seed);
+
+//! The same, ended early by a condition that is asked before every search for a short cut: empty if it held.
+KAVO_EXPORT std::optional<std::vector<Eigen::VectorXd>> TryToShortCircuitPath(
+    const std::vector<Eigen::VectorXd>& path, const std::shared_ptr<Environment>& environment,
+    double step_size, int max_iterations, unsigned int seed, const StopCondition& stop_condition);
 
 //! Index of the farthest waypoint that a binary search finds directly reachable from the one at
 //! `start_index`, towards the end of the path if `forward`, else towards its beginning. The neighbour counts

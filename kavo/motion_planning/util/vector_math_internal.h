@@ -38,24 +38,27 @@ inline bool IsFinite(const Eigen::VectorXd& v) {
   return true;
 }
 
-//! `length` times the unit vector from `from` to `to`. Where the difference has no direction (its squared
-//! length is not positive) it takes the place of the unit vector.
-inline Eigen::VectorXd StepToward(const Eigen::VectorXd& from, const Eigen::VectorXd& to, double length) {
-  Eigen::VectorXd step(to.size());
+//! `length` times the unit vector of `v`. Where `v` has no direction (its squared length is not positive) it
+//! takes the place of the unit vector.
+inline Eigen::VectorXd WithLength(Eigen::VectorXd v, double length) {
   double squared_length = 0.0;
-  for (Eigen::Index i = 0; i < to.size(); ++i) {
-    step[i] = to[i] - from[i];
-    squared_length += step[i] * step[i];
+  for (Eigen::Index i = 0; i < v.size(); ++i) {
+    squared_length += v[i] * v[i];
   }
   const double norm = squared_length > 0.0 ? std::sqrt(squared_length) : 1.0;
-  for (Eigen::Index i = 0; i < to.size(); ++i) {
-    step[i] = length * (step[i] / norm);
+  for (Eigen::Index i = 0; i < v.size(); ++i) {
+    v[i] = length * (v[i] / norm);
   }
-  return step;
+  return v;
 }
 
-//! Adds `step` to `q`. False when the step is too short to change any coordinate: a walk must end there, or it would
-//! never end.
+//! The step of that length from one point towards another.
+inline Eigen::VectorXd StepToward(const Eigen::VectorXd& from, const Eigen::VectorXd& to, double length) {
+  return WithLength(to - from, length);
+}
+
+//! Adds `step` to `q`. False when the step is too short to change any coordinate: a walk must end there, or
+//! it would never end.
 inline bool Advance(const Eigen::VectorXd& step, Eigen::VectorXd& q) {
   bool moved = false;
   for (Eigen::Index i = 0; i < q.size(); ++i) {

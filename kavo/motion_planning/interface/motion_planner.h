@@ -1,0 +1,129 @@
+#pragma once
+
+#include <Eigen/Core>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "kavo/kinematics/interface/robot_description.h"
+#include "kavo/motion_planning/interface/query_report.h"
+#include "kavo/motion_planning/util/stop_condition.h"
+#include "kavo/util/export.h"
+#include "kavo/world/world_view.h"
+
+namespace kavo {
+
+//! Plans collision-free paths of one robot among the obstacles of a world: to a configuration (by
+//! RRT-Connect) or to a position of one frame (by a Jacobian-transpose RRT). Made by `CreateMotionPlanner`.
+//!
+//! Configurations hold one value for each c-space coordinate of the robot: radians, or metres for a prismatic
+//! joint. Planners of equal settings and worlds give equal answers. One thread at a time.
+class KAVO_EXPORT MotionPlanner {
+ public:
+  //! A closed interval.
+  struct Limit {
+    double lower = 0.0;
+    double upper = 0.0;
+  };
+
+  //! A value for `setParam`. Cheap to copy.
+  //!
+  //! A value made from a vector of doubles or limits is a view: it copies nothing, and the vector must live,
+  //! unchanged, for as long as the value is used.
+  class KAVO_EXPORT ParamValue {
+   public:
+    struct Impl;
+
+    ParamValue(int value);                         // NOLINT(google-explicit-constructor)
+    ParamValue(double value);                      // NOLINT(google-explicit-constructor)
+    ParamValue(const Eigen::Vector3d& value);      // NOLINT(google-explicit-constructor)
+    ParamValue(const std::vector<double>& value);  // NOLINT(google-explicit-constructor)
+    ParamValue(bool value);                        // NOLINT(google-explicit-constructor)
+    ParamValue(const std::string& value);          // NOLINT(google-explicit-constructor)
+    ParamValue(const char* value);                 // NOLINT(google-explicit-constructor)
+    ParamValue(const std::vector<Limit>& value);   // NOLINT(google-explicit-constructor)
+
+    std::shared_ptr<const Impl> impl;
+  };
+
+  //! The answer to a query.
+  struct Results {
+    bool path_found = false;
+    //! Waypoints, start first: the path goes straight in c-space from one to the next. Empty when none was
+    //! found.
+    std::vector<Eigen::VectorXd> path;
+    //! `path` with points in between, no farther apart than the step size; empty unless asked for.
+    std::vector<Eigen::VectorXd> interpolated_path;
+  };
+
+  virtual ~MotionPlanner();
+
+  //! Changes one setting by name; it counts from the next query on. False, with a report, for a name that
+  //! does not exist or a value out of range, which changes nothing (but see the two vectors below). A value
+  //! of another type than the name's is a fatal error.
+  //!
+  //! | name | type | default |
+  //! |---|---|---|
+  //! | seed | int, at least 1 | 1234 |
+  //! | step_size | double, positive | 0.1 |
+  //! | max_iterations | int, at least 1 | 10000 |
+  //! | max_sampling | int, at least 1 | 10000 |
+  //! | distance_metric_weights | vector of doubles, one for each coordinate, positive | ones |
+  //! | task_space_frame_name | string; an unknown frame is a fatal error | last frame of the robot |
+  //! | task_space_limits | vector of 3 limits (x, y, z), metres in the robot's base frame | [-1, 1] each |
+  //! | enable_tesk_tree | bool | true |
+  //! | tesk_tree_params/max_num_nodes | int, above the crossover | 10000 |
+  //! | tesk_tree_params/max_buffer_size | int, at least 1 | 30 |
+  //! | tesk_tree_params/num_nodes_cpu_gpu_crossover | int, at least 1, below max_num_nodes | 3000 |
+  //! | c_space_planning_params/exploration_fraction | double in [0, 1] | 0.5 |
+  //! | task_space_planning_params/x_target_zone_tolerance | 3-vector, positive, metres | 0.01 each |
+  //! | task_space_planning_params/x_target_final_tolerance | double, positive, metres | 1e-5 |
+  //! | task_space_planning_params/task_space_exploration_fraction | double in [0, 1] | 0.1 |
+  //! | task_space_planning_params/task_space_exploitation_fraction | double in [0, 1] | 0.4 |
+  //!
+  //! The two task-space fractions must not exceed 1 together. Weights and limits are taken over one by one:
+  //! of a rejected vector the entries before the first bad one stay.
+  virtual bool setParam(const std::string& param_name, ParamValue value) = 0;
+
+  //! Takes the world as it is now.
+  virtual void updateWorldView() = 0;
+
+  //! A path to a configuration. Configurations of another length than the robot's are a fatal error; a start
+  //! or target that is not valid is warned about and gives no path.
+  virtual Results planToCSpaceTarget(const Eigen::VectorXd& q_initial, const Eigen::VectorXd& q_target,
+                                     bool generate_interpolated_path) = 0;
+
+  //! A path to a configuration in which the task-space frame is at a position (relative to the robot base,
+  //! metres). It ends within the final tolerance of the target; where the last refinement does not get so
+  //! far, a report at level 1 says so and the path ends as close as it got. That refinement, about the last
+  //! `x_target_zone_tolerance` of the way, is not checked for collisions.
+  virtual Results planToTaskSpaceTarget(const Eigen::VectorXd& q_initial, const Eigen::Vector3d& x_target,
+                                        bool generate_interpolated_path) = 0;
+
+  //! What the last query did, and why it found no path if it found none.
+  virtual QueryReport queryReport() const = 0;
+
+  //! Ends queries once the condition holds, without a path. It is asked before every extension and every
+  //! search for a short cut. One that never holds changes no answer; an empty one lifts it. See `StopAfter`.
+  virtual void setStopCondition(StopCondition stop_condition) = 0;
+
+ protected:
+  MotionPlanner() = default;
+  MotionPlanner(const MotionPlanner&) = default;
+  MotionPlanner& operator=(const MotionPlanner&) = default;
+};
+
+//! A planner with the default settings.
+//! \param robot_description The robot, as this library's builder or loaders made it.
+//! \param world_view The obstacles. Copies of a view share one snapshot: updating any of them updates the planner's.
+KAVO_EXPORT std::unique_ptr<MotionPlanner> CreateMotionPlanner(
+    std::shared_ptr<RobotDescription> robot_description, const WorldView& world_view);
+
+//! A planner with the settings of a YAML file; see examples/planner.yaml for its keys. A file that cannot be
+//! read or lacks a key throws an exception of yaml-cpp (derived from `std::runtime_error`), a value out of
+//! range a fatal error.
+KAVO_EXPORT std::unique_ptr<MotionPlanner> CreateMotionPlanner(
+    const std::string& motion_planner_config_file, std::shared_ptr<RobotDescription> robot_description,
+    const WorldView& world_view);
+
+}  // namespace kavo

@@ -1,0 +1,63 @@
+#pragma once
+
+#include <Eigen/Core>
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "kavo/kinematics/interface/robot_description.h"
+#include "kavo/motion_planning/interface/motion_planner.h"
+#include "kavo/motion_planning/tree/tesk_tree_util.h"
+#include "kavo/util/export.h"
+
+namespace YAML {
+class Node;
+}  // namespace YAML
+
+namespace kavo::planning {
+
+//! All settings of a `MotionPlanner`. A plain value.
+struct KAVO_EXPORT MotionPlannerConfig {
+  //! The defaults for a robot.
+  explicit MotionPlannerConfig(const std::shared_ptr<RobotDescription>& robot_description);
+
+  //! From the root of a YAML document; see examples/planner.yaml for its keys. All but `tesk_tree_params` are
+  //! required. Throws yaml-cpp's `YAML::TypedBadConversion` for a key that is missing or does not convert,
+  //! `YAML::InvalidNode` for a key of a map that is missing; a seed, step size, weight or limit out of range
+  //! is a fatal error.
+  explicit MotionPlannerConfig(const YAML::Node& node);
+
+  //! Seeds all random choices.
+  int seed = 1234;
+  //! Length of an extension step and of the steps in which paths are checked and resampled.
+  double step_size = 0.1;
+  //! Extensions allowed for one query.
+  std::size_t max_iterations = 10000;
+  //! Random configurations tried for one sample.
+  std::size_t max_sampling = 10000;
+  //! Weights of the squared distance between configurations, one for each coordinate.
+  Eigen::VectorXd distance_metric_weights;
+  //! The frame of task-space targets.
+  std::string task_space_frame_name;
+  //! Box of random task-space positions: x, y, z relative to the robot base, metres.
+  std::vector<MotionPlanner::Limit> task_space_limits = std::vector<MotionPlanner::Limit>(3, {-1.0, 1.0});
+  //! Engaged: the trees of c-space queries are asked from `CreateTeskTree`; else they are plain `BasicTree`s.
+  std::optional<TeskTreeConfig> tesk_tree_config;
+  //! Share of c-space extensions towards random configurations.
+  double c_space_exploration_fraction = 0.5;
+  //! Half-widths of the zone around a task-space target, 3 entries, metres.
+  Eigen::VectorXd x_target_zone_tolerance = Eigen::VectorXd::Constant(3, 0.01);
+  //! Distance at which the refinement towards a task-space target ends, metres.
+  double x_target_final_tolerance = 1e-5;
+  //! Share of task-space iterations that pull towards the target.
+  double task_space_exploitation_fraction = 0.4;
+  //! Share of task-space iterations towards random positions.
+  double task_space_exploration_fraction = 0.1;
+};
+
+//! The settings that a newly enabled accelerator tree has.
+KAVO_EXPORT TeskTreeConfig DefaultTeskTreeConfig(int dimension);
+
+}  // namespace kavo::planning

@@ -1,0 +1,191 @@
+#include "kavo/motion_planning/interface/motion_planner_internal.h"
+
+#include <chrono>
+#include <utility>
+
+#include "kavo/motion_planning/interface/param_value_internal.h"
+#include "kavo/motion_planning/rrt/rrt_connect.h"
+#include "kavo/motion_planning/tree/basic_tree.h"
+#include "kavo/motion_planning/tree/tesk_tree_util.h"
+#include "kavo/motion_planning/util/smoothing.h"
+#include "kavo/util/log_message.h"
+
+namespace kavo::planning {
+
+namespace {
+
+constexpr int kNumShortCuts = 20;
+constexpr unsigned int kShortCutSeed = 42948;
+
+double SecondsSince(std::chrono::steady_clock::time_point begin) {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+}
+
+}  // namespace
+
+MotionPlannerInternal::MotionPlannerInternal(const MotionPlannerConfig& motion_planner_config,
+                                             std::shared_ptr<RobotDescription> robot_description,
+                                             const WorldView& world_view)
+    : world_view_(world_view),
+      robot_description_(std::move(robot_description)),
+      motion_planner_config_(motion_planner_config),
+      next_seed_(motion_planner_config_.seed) {
+  validateMotionPlannerConfig();
+  createRobotEnvironment();
+  createRrtConnect();
+  createJtRrt();
+}
+
+void MotionPlannerInternal::updateWorldView() { robot_environment_->UpdateWorldView(); }
+
+MotionPlanner::Results MotionPlannerInternal::planToCSpaceTarget(const Eigen::VectorXd& q_initial,
+                                                                 const Eigen::VectorXd& q_target,
+                                                                 bool generate_interpolated_path) {
+  if (needs_rebuild_) {
+    rebuild();
+  }
+  return plan(*rrt_connect_, q_initial, q_target, {&rrt_connect_trees_[0], &rrt_connect_trees_[1]},
+              generate_interpolated_path);
+}
+
+MotionPlanner::Results MotionPlannerInternal::planToTaskSpaceTarget(const Eigen::VectorXd& q_initial,
+                                                                    const Eigen::Vector3d& x_target,
+                                                                    bool generate_interpolated_path) {
+  if (needs_rebuild_) {
+    rebuild();
+  }
+  return plan(*jt_rrt_, q_initial, x_target, {&jt_rrt_c_space_tree_, &jt_rrt_task_space_tree_},
+              generate_interpolated_path);
+}
+
+void MotionPlannerInternal::setStopCondition(StopCondition stop_condition) {
+  stop_condition_ = std::move(stop_condition);
+  rrt_connect_->SetStopCondition(stop_condition_);
+  jt_rrt_->SetStopCondition(stop_condition_);
+}
+
+void MotionPlannerInternal::validateMotionPlannerConfig() const {
+  KAVO_CHECK(motion_planner_config_.distance_metric_weights.size() ==
+                 static_cast<int>(robot_description_->numCSpaceCoords()),
+             "motion_planning/interface/motion_planner", 262)
+      << "Invalid number of `distance_metric_weights` ["
+      << motion_planner_config_.distance_metric_weights.size()
+      << "]; must have same number of coordinates as `RobotDescription` configuration space ["
+      << robot_description_->numCSpaceCoords() << "].";
+  robot_description_->kinematics()->frame(motion_planner_config_.task_space_frame_name);
+}
+
+void MotionPlannerInternal::rebuild() {
+  next_seed_ = motion_planner_config_.seed;
+  createRobotEnvironment();
+  createRrtConnect();
+  createJtRrt();
+  needs_rebuild_ = false;
+}
+
+void MotionPlannerInternal::createRobotEnvironment() {
+  const int c_space_seed = next_seed_;
+  // Seeds wrap around as the generators see them, in 32 bits.
+  const int task_space_seed = static_cast<int>(static_cast<unsigned int>(c_space_seed) + 1u);
+  next_seed_ = static_cast<int>(static_cast<unsigned int>(c_space_seed) + 2u);
+  RobotEnvironmentConfig config(
+      robot_description_.get(), world_view_, motion_planner_config_.distance_metric_weights,
+      static_cast<int>(motion_planner_config_.max_sampling), c_space_seed, task_space_seed);
+  config.SetTaskSpaceFrame(motion_planner_config_.task_space_frame_name);
+  Eigen::VectorXd min(3);
+  Eigen::VectorXd max(3);
+  for (Eigen::Index i = 0; i < 3; ++i) {
+    const Limit& limit = motion_planner_config_.task_space_limits[static_cast<std::size_t>(i)];
+    min[i] = limit.lower;
+    max[i] = limit.upper;
+  }
+  config.SetTaskSpaceLimits(kinematics::ConfigurationLimits(min, max));
+  robot_environment_ = CreateRobotEnvironment(config);
+}
+
+std::unique_ptr<Tree> MotionPlannerInternal::createCSpaceRrtTree() const {
+  if (motion_planner_config_.tesk_tree_config) {
+    return CreateTeskTree(*motion_planner_config_.tesk_tree_config);
+  }
+  return CreateBasicTree(robot_description_->numCSpaceCoords(), robot_environment_->CSpaceDistanceMetric(),
+                         false);
+}
+
+void MotionPlannerInternal::createRrtConnect() {
+  for (std::unique_ptr<Tree>& tree : rrt_connect_trees_) {
+    tree = createCSpaceRrtTree();
+  }
+  const RRTConnectConfig config(motion_planner_config_.step_size, motion_planner_config_.max_iterations,
+                                motion_planner_config_.c_space_exploration_fraction);
+  rrt_connect_ = CreateRRTConnect(config, robot_environment_, rrt_connect_trees_[0], rrt_connect_trees_[1]);
+  rrt_connect_->SetStopCondition(stop_condition_);
+}
+
+void MotionPlannerInternal::createJtRrt() {
+  jt_rrt_c_space_tree_ = CreateBasicTree(static_cast<unsigned long>(robot_environment_->CSpaceDimension()),
+                                         robot_environment_->CSpaceDistanceMetric(), true);
+  jt_rrt_task_space_tree_ = CreateBasicTree(3, L2Norm, true);
+  const int seed = next_seed_;
+  next_seed_ = static_cast<int>(static_cast<unsigned int>(seed) + 1u);
+  const JtRRTConfig config(motion_planner_config_.step_size, motion_planner_config_.x_target_zone_tolerance,
+                           motion_planner_config_.x_target_final_tolerance,
+                           motion_planner_config_.task_space_exploitation_fraction,
+                           motion_planner_config_.task_space_exploration_fraction,
+                           motion_planner_config_.max_iterations, false, seed);
+  jt_rrt_ = CreateJtRRT(config, robot_environment_, jt_rrt_c_space_tree_, jt_rrt_task_space_tree_);
+  jt_rrt_->SetStopCondition(stop_condition_);
+}
+
+MotionPlanner::Results MotionPlannerInternal::plan(RRT& planner, const Eigen::VectorXd& q_initial,
+                                                   const Eigen::VectorXd& target,
+                                                   std::array<const std::unique_ptr<Tree>*, 2> trees,
+                                                   bool generate_interpolated_path) {
+  report_ = QueryReport{};
+  const RobotEnvironment::Statistics before = robot_environment_->GetStatistics();
+  const auto begin = std::chrono::steady_clock::now();
+  const auto nodes = planner.TryToFindPath(q_initial, target);
+  report_.search_seconds = SecondsSince(begin);
+  report_.status = planner.LastStatus();
+  report_.num_iterations = planner.LastNumIterations();
+  Results results = generateResults(nodes, generate_interpolated_path);
+  const RobotEnvironment::Statistics after = robot_environment_->GetStatistics();
+  report_.num_validity_checks = after.num_validity_checks - before.num_validity_checks;
+  report_.num_samples_drawn = after.num_samples_drawn - before.num_samples_drawn;
+  report_.num_samples_rejected = after.num_samples_rejected - before.num_samples_rejected;
+
+  const bool is_invalid_start = report_.status == SearchStatus::kInvalidStart;
+  const bool is_invalid_target = report_.status == SearchStatus::kInvalidTarget;
+  if (!is_invalid_start && !is_invalid_target) {
+    for (const std::unique_ptr<Tree>* tree : trees) {
+      report_.num_nodes.push_back((*tree)->NumNodes());
+    }
+  } else if (is_invalid_start || &planner == rrt_connect_.get()) {
+    report_.fault = robot_environment_->FindFault(is_invalid_start ? q_initial : target);
+  }
+  return results;
+}
+
+MotionPlanner::Results MotionPlannerInternal::generateResults(
+    const std::optional<std::vector<std::shared_ptr<Node>>>& nodes, bool generate_interpolated_path) {
+  if (!nodes) {
+    return {};
+  }
+  const auto begin = std::chrono::steady_clock::now();
+  std::optional<std::vector<Eigen::VectorXd>> path =
+      TryToShortCircuitPath(ConvertToConfigurations(*nodes), robot_environment_,
+                            motion_planner_config_.step_size, kNumShortCuts, kShortCutSeed, stop_condition_);
+  report_.shortening_seconds = SecondsSince(begin);
+  if (!path) {
+    report_.status = SearchStatus::kStopped;
+    return {};
+  }
+  Results results;
+  results.path_found = true;
+  results.path = std::move(*path);
+  if (generate_interpolated_path) {
+    results.interpolated_path = DiscretizePath(results.path, motion_planner_config_.step_size);
+  }
+  return results;
+}
+
+}  // namespace kavo::planning

@@ -1,0 +1,86 @@
+#pragma once
+
+#include <Eigen/Core>
+#include <array>
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "kavo/motion_planning/environment/robot_environment.h"
+#include "kavo/motion_planning/interface/motion_planner.h"
+#include "kavo/motion_planning/interface/motion_planner_config.h"
+#include "kavo/motion_planning/rrt/jt_rrt.h"
+#include "kavo/motion_planning/rrt/rrt.h"
+#include "kavo/motion_planning/tree/tree.h"
+
+namespace kavo::planning {
+
+//! The implementation of `MotionPlanner`: owns the settings and everything that is built from them.
+class MotionPlannerInternal final : public MotionPlanner {
+ public:
+  //! A number of weights that is not the robot's number of coordinates, or a frame that the robot does not
+  //! have, is a fatal error.
+  MotionPlannerInternal(const MotionPlannerConfig& motion_planner_config,
+                        std::shared_ptr<RobotDescription> robot_description, const WorldView& world_view);
+
+  bool setParam(const std::string& param_name, ParamValue value) override;
+  void updateWorldView() override;
+  Results planToCSpaceTarget(const Eigen::VectorXd& q_initial, const Eigen::VectorXd& q_target,
+                             bool generate_interpolated_path) override;
+  Results planToTaskSpaceTarget(const Eigen::VectorXd& q_initial, const Eigen::Vector3d& x_target,
+                                bool generate_interpolated_path) override;
+  QueryReport queryReport() const override { return report_; }
+  void setStopCondition(StopCondition stop_condition) override;
+
+ private:
+  void validateMotionPlannerConfig() const;
+  void rebuild();
+  void createRobotEnvironment();
+  std::unique_ptr<Tree> createCSpaceRrtTree() const;
+  void createRrtConnect();
+  void createJtRrt();
+
+  Results plan(RRT& planner, const Eigen::VectorXd& q_initial, const Eigen::VectorXd& target,
+               std::array<const std::unique_ptr<Tree>*, 2> trees, bool generate_interpolated_path);
+  Results generateResults(const std::optional<std::vector<std::shared_ptr<Node>>>& nodes,
+                          bool generate_interpolated_path);
+
+  bool accept();
+  bool setSeed(int seed);
+  bool setStepSize(double step_size);
+  bool setMaxIterations(int max_iterations);
+  bool setMaxSampling(int max_sampling);
+  bool setDistanceMetricWeights(std::vector<double>::const_iterator weights, std::size_t count);
+  bool setTaskSpaceFrameName(std::string task_space_frame_name);
+  bool setTaskSpaceLimits(std::vector<Limit>::const_iterator limits, std::size_t count);
+  bool enableTeskTree(bool enable);
+  bool setTeskTreeMaxNumNodes(int max_num_nodes);
+  bool setTeskTreeMaxBufferSize(int max_buffer_size);
+  bool setTeskTreeNumNodesCpuGpuCrossover(int num_nodes_cpu_gpu_crossover);
+  bool setRrtConnectExplorationFraction(double exploration_fraction);
+  bool setJtRrtXTargetZoneTolerance(const Eigen::Vector3d& x_target_zone_tolerance);
+  bool setJtRrtXTargetFinalTolerance(double x_target_final_tolerance);
+  bool setJtRrtTaskSpaceExplorationFraction(double task_space_exploration_fraction);
+  bool setJtRrtTaskSpaceExploitationFraction(double task_space_exploitation_fraction);
+
+  WorldView world_view_;
+  std::shared_ptr<RobotDescription> robot_description_;
+  MotionPlannerConfig motion_planner_config_;
+  // Seeds are dealt in the order of building: two to the environment, one to the Jacobian-transpose planner.
+  int next_seed_;
+  std::shared_ptr<RobotEnvironment> robot_environment_;
+  // The planners refer to the trees, which are declared, and so live, before them.
+  std::array<std::unique_ptr<Tree>, 2> rrt_connect_trees_;
+  std::shared_ptr<RRT> rrt_connect_;
+  std::unique_ptr<Tree> jt_rrt_c_space_tree_;
+  std::unique_ptr<Tree> jt_rrt_task_space_tree_;
+  std::shared_ptr<JtRRT> jt_rrt_;
+  bool needs_rebuild_ = false;
+  StopCondition stop_condition_;
+  QueryReport report_;
+};
+
+}  // namespace kavo::planning

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+#include "kavo/motion_planning/environment/configuration_fault.h"
+#include "kavo/motion_planning/rrt/search_status.h"
+
+namespace kavo {
+
+//! What the last query of a planner did, and why it found no path if it found none.
+struct QueryReport {
+  planning::SearchStatus status = planning::SearchStatus::kNone;
+  //! For an invalid start or target configuration: what is wrong with it.
+  std::optional<planning::ConfigurationFault> fault;
+  //! Extensions made.
+  std::uint64_t num_iterations = 0;
+  //! Nodes in each tree at the end: of the start and of the target, or of configurations and of positions.
+  //! Empty where the query ended before the trees were started.
+  std::vector<std::uint64_t> num_nodes;
+  //! Configurations checked, searching and shortening.
+  std::uint64_t num_validity_checks = 0;
+  //! Random configurations and positions drawn, and those of the configurations that were not valid.
+  std::uint64_t num_samples_drawn = 0;
+  std::uint64_t num_samples_rejected = 0;
+  double search_seconds = 0.0;
+  double shortening_seconds = 0.0;
+};
+
+}  // namespace kavo

@@ -1,0 +1,43 @@
+#pragma once
+
+namespace kavo::planning {
+
+//! How a search for a path ended.
+enum class SearchStatus {
+  //! There was no search yet.
+  kNone,
+  kFound,
+  //! The start is not a valid configuration.
+  kInvalidStart,
+  //! The target is not a valid configuration, or a position that is not finite.
+  kInvalidTarget,
+  //! The environment found no valid random configuration.
+  kSamplingFailed,
+  //! The budget of iterations ran out.
+  kIterationsSpent,
+  //! The stop condition said so.
+  kStopped,
+};
+
+//! "found", "invalid start", and so on.
+inline const char* ToString(SearchStatus status) {
+  switch (status) {
+    case SearchStatus::kNone:
+      return "none";
+    case SearchStatus::kFound:
+      return "found";
+    case SearchStatus::kInvalidStart:
+      return "invalid start";
+    case SearchStatus::kInvalidTarget:
+      return "invalid target";
+    case SearchStatus::kSamplingFailed:
+      return "sampling failed";
+    case SearchStatus::kIterationsSpent:
+      return "iterations spent";
+    case SearchStatus::kStopped:
+      return "stopped";
+  }
+  return "unknown";
+}
+
+}  // namespace kavo::planning
