@@ -59,7 +59,9 @@ function(kavo_add_library room)
                SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR}
                CXX_VISIBILITY_PRESET hidden
                VISIBILITY_INLINES_HIDDEN ON
-               VERIFY_INTERFACE_HEADER_SETS ON)
+               VERIFY_INTERFACE_HEADER_SETS ON
+               # The libraries find each other wherever the prefix is moved to.
+               INSTALL_RPATH "$ORIGIN")
   install(
     TARGETS ${target}
     EXPORT kavo_targets

@@ -20,7 +20,8 @@ quietly() {
   mkdir -p "$logs"
   "${launcher[@]}" "$@" >"$log" 2>&1 || status=$?
   if ((status != 0)); then
-    cat "$log" >&2
+    # Without the compiler's successes.
+    sed '/^\[[0-9]*\/[0-9]*\]/d' "$log" >&2
     echo "Failed with status $status: $*" >&2
   fi
   return "$status"

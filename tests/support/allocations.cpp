@@ -8,14 +8,20 @@
 #define KAVO_HAS_FEATURE(feature) 0
 #endif
 
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || KAVO_HAS_FEATURE(address_sanitizer) || \
+    KAVO_HAS_FEATURE(thread_sanitizer)
+#define KAVO_COUNTS_ALLOCATIONS 0
+#else
+#define KAVO_COUNTS_ALLOCATIONS 1
+#endif
+
 namespace {
 
 thread_local long num_allocations = 0;
 
 }  // namespace
 
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) && \
-    !KAVO_HAS_FEATURE(address_sanitizer) && !KAVO_HAS_FEATURE(thread_sanitizer)
+#if KAVO_COUNTS_ALLOCATIONS
 
 extern "C" {
 
@@ -31,6 +37,8 @@ void* malloc(std::size_t size) {
 #endif
 
 namespace kavo::testing {
+
+bool CountsAllocations() { return KAVO_COUNTS_ALLOCATIONS != 0; }
 
 long NumAllocations() { return num_allocations; }
 

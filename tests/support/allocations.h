@@ -2,9 +2,12 @@
 
 namespace kavo::testing {
 
+//! Whether this build counts: not under the sanitizers, which stand in front of `malloc` themselves.
+bool CountsAllocations();
+
 //! How often the current thread has called `malloc` so far, as `new` and Eigen do. Only in programs that are
-//! built with allocations.cpp, which stands in front of the C library's function. Always zero under the
-//! sanitizers, which stand there themselves.
+//! built with allocations.cpp, which stands in front of the C library's function. Always zero where
+//! `CountsAllocations` is false.
 long NumAllocations();
 
 }  // namespace kavo::testing

@@ -1,0 +1,71 @@
+# Run by the test install.consumer; the variables in capitals come from its command line.
+cmake_minimum_required(VERSION 3.25)
+
+string(REPLACE "," ";" rooms "${ROOMS}")
+string(REPLACE "," ";" declared_headers "${HEADERS}")
+set(prefix "${WORK_DIR}/prefix")
+set(build "${WORK_DIR}/build")
+
+function(run what)
+  execute_process(
+    COMMAND ${ARGN}
+    RESULT_VARIABLE status
+    OUTPUT_VARIABLE output
+    ERROR_VARIABLE output)
+  if(NOT status EQUAL 0)
+    message(FATAL_ERROR "${what} failed (${status}):\n${output}")
+  endif()
+  message(STATUS "${what}: passed")
+endfunction()
+
+file(REMOVE_RECURSE "${WORK_DIR}")
+run("Installation" "${CMAKE_COMMAND}" --install "${BUILD_DIR}" --prefix "${prefix}" --config "${CONFIG}")
+
+# What is installed is what was declared, no more and no less.
+file(GLOB_RECURSE installed_headers RELATIVE "${prefix}/include" "${prefix}/include/*")
+list(SORT installed_headers)
+list(SORT declared_headers)
+if(NOT "${installed_headers}" STREQUAL "${declared_headers}")
+  message(FATAL_ERROR "Declared headers:\n${declared_headers}\nInstalled headers:\n${installed_headers}")
+endif()
+
+# The package must work when this source tree is gone.
+file(GLOB_RECURSE package_files "${prefix}/*.cmake")
+foreach(file IN LISTS package_files)
+  file(READ "${file}" text)
+  foreach(directory IN ITEMS "${SOURCE_DIR}" "${BUILD_DIR}")
+    string(FIND "${text}" "${directory}" position)
+    if(NOT position EQUAL -1)
+      message(FATAL_ERROR "${file} refers to ${directory}")
+    endif()
+  endforeach()
+endforeach()
+
+# A header that includes one that is not installed fails here.
+set(source "")
+foreach(header IN LISTS installed_headers)
+  string(APPEND source "#include \"${header}\"\n")
+endforeach()
+file(WRITE "${WORK_DIR}/all_headers.cpp" "${source}")
+
+run("Configuration of the consumer"
+    "${CMAKE_COMMAND}"
+    -S "${CONSUMER_DIR}"
+    -B "${build}"
+    -G "${GENERATOR}"
+    "-DCMAKE_PREFIX_PATH=${prefix}"
+    "-DCMAKE_BUILD_TYPE=${CONFIG}"
+    "-DCMAKE_CXX_COMPILER=${COMPILER}"
+    "-DCMAKE_CXX_COMPILER_LAUNCHER=${COMPILER_LAUNCHER}"
+    "-DCMAKE_CXX_FLAGS=${FLAGS}"
+    "-DALL_HEADERS_SOURCE=${WORK_DIR}/all_headers.cpp")
+load_cache("${build}" READ_WITH_PREFIX consumer_ kavo_DIR)
+string(FIND "${consumer_kavo_DIR}" "${prefix}/" position)
+if(NOT position EQUAL 0)
+  message(FATAL_ERROR "The consumer found another Kavo, at ${consumer_kavo_DIR}")
+endif()
+
+run("Build of the consumer" "${CMAKE_COMMAND}" --build "${build}" --parallel)
+foreach(room IN LISTS rooms)
+  run("Program of kavo::${room}" "${build}/use_${room}")
+endforeach()
