@@ -54,8 +54,8 @@ inline Eigen::VectorXd StepToward(const Eigen::VectorXd& from, const Eigen::Vect
   return step;
 }
 
-//! Adds `step` to `q`. False when the step is too short to change any coordinate: a walk must end there, or it would
-//! never end.
+//! Adds `step` to `q`. False when the step is too short to change any coordinate: a walk must end there, or
+//! it would never end.
 inline bool Advance(const Eigen::VectorXd& step, Eigen::VectorXd& q) {
   bool moved = false;
   for (Eigen::Index i = 0; i < q.size(); ++i) {

@@ -103,6 +103,9 @@ TEST(DiscretizePathTest, HandWorkedPaths) {
       {OnALine({0.0, 1.0, 1.25}), 0.5, OnALine({0.0, 0.5, 1.0, 1.5, 1.25})},
       // Segments of no length repeat their point.
       {OnALine({2.0, 2.0, 2.0}), 0.5, OnALine({2.0, 2.0, 2.0, 2.0})},
+      // Steps that do not move end.
+      {OnALine({1.0, 2.0}), 1e-30, OnALine({1.0, 1.0, 2.0})},
+      {OnALine({1.0, 1e300}), 0.5, OnALine({1.0, 1.0, 1e300})},
   };
   for (const auto& c : cases) {
     EXPECT_EQ(DiscretizePath(c.path, c.step_size), c.expected);
