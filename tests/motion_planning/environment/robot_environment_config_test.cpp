@@ -93,6 +93,8 @@ TEST(RobotEnvironmentConfigTest, CountsMustMatchTheJoints) {
       "distance_weights.size() == num_joints_", file, 104,
       "Only 3 'distance_weights' provided for kinematics with 2 joints.");
 
+  EXPECT_THROW(RobotEnvironmentConfig(nullptr, World().view(), Vec({}), 1, 1, 1), util::FatalError);
+
   const auto model = dynamic_cast<KinematicsInternal&>(*description->kinematics()).model();
   const RobotDescriptionInternal short_of_limits(
       {model, {"j1", "j2"}, {{0.0, 1.0}}, Vec({0.0, 0.0}), {}, {}});
