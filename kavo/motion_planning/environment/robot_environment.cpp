@@ -117,8 +117,10 @@ class RobotEnvironmentImpl final : public RobotEnvironment {
     return false;
   }
 
-  bool CollectionTouches(const CollisionSphereCollection& collection, const math::RigidTransform& pose) const {
-    if (!world_view_.inCollision(pose * collection.bounding_sphere.center, collection.bounding_sphere.radius)) {
+  bool CollectionTouches(const CollisionSphereCollection& collection,
+                         const math::RigidTransform& pose) const {
+    if (!world_view_.inCollision(pose * collection.bounding_sphere.center,
+                                 collection.bounding_sphere.radius)) {
       return false;
     }
     for (const math::Sphere& sphere : collection.spheres) {
