@@ -226,6 +226,28 @@ TEST_F(ArcTest, ShortensFromBothEndsThenAtRandom) {
   EXPECT_EQ(ShortCircuitPath(path_, Allowing({{2, 5}}), 0.5, 100, 1), at({0, 1, 2, 5, 6, 7, 8}));
 }
 
+TEST_F(ArcTest, RandomWaypointsAreInnerOnesOfWhatIsLeft) {
+  // From waypoint 2 the search finds 5, as long as 8 is six places on; from 5 it finds 8 at once.
+  const auto environment = Allowing({{2, 5}, {5, 8}});
+  for (unsigned int seed = 0; seed < 60; ++seed) {
+    std::mt19937 engine(seed);
+    std::vector<std::size_t> left = {0, 1, 2, 3, 4, 5, 6, 7, 8};
+    Path expected;
+    for (int iteration = 0; iteration < 4; ++iteration) {
+      const std::size_t tried = left[1 + engine() % (left.size() - 2)];
+      if (tried == 2 && left.size() == 9) {
+        left = {0, 1, 2, 5, 6, 7, 8};
+      } else if (tried == 5) {
+        left.erase(std::find(left.begin(), left.end(), 5u) + 1, left.end() - 1);
+      }
+    }
+    for (const std::size_t i : left) {
+      expected.push_back(path_[i]);
+    }
+    EXPECT_EQ(ShortCircuitPath(path_, environment, 0.5, 4, seed), expected) << "seed " << seed;
+  }
+}
+
 TEST(ShortCircuitPathTest, SmallPathsAreLeftAlone) {
   ExpectFatal([] { ShortCircuitPath(OnALine({1.0}), nullptr, 1.0, 1, 1); }, "path.size() > 1",
               "motion_planning/util/smoothing", 134, "");
