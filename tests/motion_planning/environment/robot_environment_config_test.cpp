@@ -55,7 +55,9 @@ TEST(RobotEnvironmentConfigTest, GathersWhatTheDescriptionHolds) {
 
   // An unknown frame is taken as it is.
   config.AddCollisionSphere("nowhere", {{0.0, 0.0, 0.0}, -1.0});
-  EXPECT_EQ(config.FrameNames().back(), "nowhere");
+  config.AddCollisionSphere("b", {{0.0, 0.0, 0.0}, 0.4});
+  EXPECT_EQ(config.FrameNames(), (std::vector<std::string>{"b", "a", "nowhere"}));
+  EXPECT_EQ(config.CollisionSpheres("b").size(), 3u);
 }
 
 TEST(RobotEnvironmentConfigTest, TaskSpaceFrameIsFoundByExactName) {
