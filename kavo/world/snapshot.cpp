@@ -247,12 +247,14 @@ struct Snapshot::Bounds {
       }
       // The rotation is one to rounding only, which the computed distance sees and the true extent does not.
       extent += (reach + std::fabs(solid.center[axis])) * 0x1p-44;
-      low[axis] = solid.center[axis] - extent;
-      high[axis] = solid.center[axis] + extent;
+      // Cut to finite numbers: the middle of an infinite box would be NaN, which no sorting survives.
+      constexpr double kLargest = std::numeric_limits<double>::max();
+      low[axis] = std::max(solid.center[axis] - extent, -kLargest);
+      high[axis] = std::min(solid.center[axis] + extent, kLargest);
     }
   }
 
-  double middle(int axis) const { return low[axis] + high[axis]; }
+  double middle(int axis) const { return 0.5 * low[axis] + 0.5 * high[axis]; }
 
   double low[3];
   double high[3];

@@ -1,8 +1,6 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
-#include <functional>
 #include <memory>
 #include <string>
 
@@ -23,8 +21,8 @@ class KAVO_EXPORT World {
   World();
 
   //! Adds an obstacle, enabled. A size that is not positive and finite (a capsule may have height zero) or a
-  //! pose that is not finite is a fatal error that names the value; the world is unchanged then. \param name
-  //! For reports; need not be unique.
+  //! pose that is not finite is a fatal error that names the value; the world is unchanged then.
+  //! \param name For reports; need not be unique.
   ObstacleHandle add(const ObstacleShape& shape, const Pose3& pose, std::string name = {});
 
   //! Places an obstacle anew. Fatal, here and below, for a handle that was removed or belongs to another

@@ -46,9 +46,10 @@ class KAVO_EXPORT WorldView {
   void update();
 
   //! True when a ball touches an enabled obstacle; touching counts. Exact for every kind of obstacle, and
-  //! free of allocation and locks. \param center World coordinates, metres. \param radius Zero asks about a
-  //! point. A negative radius touches nothing. A centre or radius that is not finite counts as collision:
-  //! what cannot be placed cannot be called free.
+  //! free of allocation and locks. A centre or radius that is not finite counts as collision: what cannot be
+  //! placed cannot be called free.
+  //! \param center World coordinates, metres.
+  //! \param radius Metres. Zero asks about a point; a negative radius touches nothing.
   bool inCollision(const Eigen::Vector3d& center, double radius) const;
 
   //! The obstacle with the smallest signed distance to the point (world coordinates, metres), the one added

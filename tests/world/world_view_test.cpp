@@ -253,6 +253,7 @@ TEST(WorldView, ContactIsWhatTheDistanceSaysOnEveryTarget) {
       {100, 2.0, 0.5, {1e6, -1e6, 3e5}, false},
       {100, 2.0, 0.5, {1e13, 0.0, -1e15}, true},
       {30, 1e39, 1e39, here, false},
+      {60, 8e306, 1.7e308, here, false},
   };
   for (const std::int64_t target : hwy::SupportedAndGeneratedTargets()) {
     hwy::SetSupportedTargetsForTest(target);

@@ -20,7 +20,8 @@ class KAVO_EXPORT Basic3dEnvironment : public Environment {
 
 struct KAVO_EXPORT Basic3dEnvironmentConfig {
   //! \param world_view_in The obstacles.
-  //! \param q_limits_in The box that the point may occupy, bounds included; of dimension 3, otherwise a fatal error.
+  //! \param q_limits_in The box that the point may occupy, bounds included; of dimension 3, otherwise a fatal
+  //!   error.
   //! \param max_sampling_attempts_in Random points that `SampleConfiguration` tries before it gives up.
   //! \param seed_in Seed of the random points.
   Basic3dEnvironmentConfig(const WorldView& world_view_in, const kinematics::ConfigurationLimits& q_limits_in,

@@ -12,6 +12,12 @@ namespace {
 
 constexpr int kExampleTaskSpaceSeed = 142;
 
+const RobotDescription& Given(const RobotDescription* robot_description) {
+  KAVO_CHECK(robot_description != nullptr, "motion_planning/environment/robot_environment_config", 20)
+      << "No robot description was given.";
+  return *robot_description;
+}
+
 }  // namespace
 
 RobotEnvironmentConfig::RobotEnvironmentConfig(const RobotDescription* robot_description,
@@ -24,7 +30,7 @@ RobotEnvironmentConfig::RobotEnvironmentConfig(const RobotDescription* robot_des
       c_space_seed(c_space_seed_in),
       task_space_seed(task_space_seed_in),
       distance_weights(distance_weights_in),
-      kinematics_(robot_description->kinematics()),
+      kinematics_(Given(robot_description).kinematics()),
       num_joints_(static_cast<int>(kinematics_->numCSpaceCoords())),
       joint_limits_(ExtractJointLimits(robot_description)),
       task_space_frame_(kinematics_->frame(kinematics_->frameNames().back())) {

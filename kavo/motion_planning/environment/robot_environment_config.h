@@ -24,12 +24,12 @@ class KAVO_EXPORT RobotEnvironmentConfig {
   //! Takes kinematics, joint limits and collision spheres from the description, which is not kept. The
   //! task-space frame is the last frame of the kinematics; there are no task-space limits yet.
   //!
-  //! \param robot_description The robot, as this library's builder or loaders made it.
+  //! \param robot_description The robot, as this library's builder or loaders made it; fatal otherwise.
   //! \param world_view_in The obstacles.
-  //! \param distance_weights_in Weights of the squared distance between configurations, one for each joint; another
-  //!   number of weights than joints is a fatal error.
-  //! \param max_sampling_attempts_in Random configurations that `SampleConfiguration` tries before it gives up. A
-  //!   negative number is practically unlimited.
+  //! \param distance_weights_in Weights of the squared distance between configurations, one for each joint;
+  //!   another number of weights than joints is a fatal error.
+  //! \param max_sampling_attempts_in Random configurations that `SampleConfiguration` tries before it gives
+  //!   up. A negative number is practically unlimited.
   //! \param c_space_seed_in Joint i is sampled with the seed `c_space_seed_in` + i.
   //! \param task_space_seed_in Seed of the task-space samples.
   RobotEnvironmentConfig(const RobotDescription* robot_description, const WorldView& world_view_in,

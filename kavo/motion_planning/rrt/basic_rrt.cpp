@@ -43,8 +43,8 @@ class BasicRRT final : public RRT {
                                                                   const Eigen::VectorXd& q_target) override {
     KAVO_CHECK(dimension_ >= 3, "motion_planning/rrt/basic_rrt", 60)
         << "BasicRRT plans for a point in 3-D, not in dimension [" << dimension_ << "].";
-    KAVO_CHECK(q_initial.size() >= 3, "motion_planning/rrt/basic_rrt", 62)
-        << "'q_initial' [" << q_initial.transpose() << "] must have at least 3 coordinates.";
+    KAVO_CHECK(q_initial.size() == dimension_, "motion_planning/rrt/basic_rrt", 62)
+        << "'q_initial' [" << q_initial.transpose() << "] must have " << dimension_ << " coordinates.";
     KAVO_CHECK(q_target.size() == 3, "motion_planning/rrt/basic_rrt", 64)
         << "'q_target' [" << q_target.transpose() << "] must have 3 coordinates.";
     num_iterations_ = 0;

@@ -31,11 +31,12 @@ struct KAVO_EXPORT BasicRRTConfig {
 //! It takes random configurations from the environment and walks towards each from the nearest node in equal
 //! straight steps, adding a node for each valid one, until a step is invalid or comes within one edge length
 //! of the sample. Once a node lies in the box around the target and no farther than an edge length from it
-//! (under the tree's metric), the target becomes its child; that last edge is not checked. The start may lie
-//! anywhere; a start or target that is invalid or not finite is warned about and gives no path.
+//! (under the tree's metric), the target becomes its child; that last edge is not checked. A start or
+//! target that is invalid or not finite is warned about and gives no path; one of another length than the
+//! planner's dimension, or of fewer than three coordinates, is a fatal error.
 //!
-//! \param tree Owner of the tree to grow; see `RRT`. Its dimension and the environment's must be the planner's (fatal
-//!   errors otherwise).
+//! \param tree Owner of the tree to grow; see `RRT`. Its dimension and the environment's must be the
+//!   planner's (fatal errors otherwise).
 KAVO_EXPORT std::shared_ptr<RRT> CreateBasicRRT(const BasicRRTConfig& config,
                                                 const std::shared_ptr<Environment>& environment,
                                                 std::unique_ptr<Tree>& tree);

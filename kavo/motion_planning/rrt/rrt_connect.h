@@ -34,9 +34,9 @@ struct KAVO_EXPORT RRTConnectConfig {
 //!
 //! A start or target that is invalid or not finite is warned about and gives no path.
 //!
-//! \param tree_a, tree_b Owners of the trees to grow; see `RRT`. Their dimensions must be the environment's (fatal error
-//!   otherwise). Planning swaps the trees between the two owners; after a success the first owns the tree of
-//!   the start.
+//! \param tree_a, tree_b Owners of the trees to grow; see `RRT`. Their dimensions must be the environment's
+//!   (fatal error otherwise). Planning swaps the trees between the two owners; after a success the first owns
+//!   the tree of the start.
 KAVO_EXPORT std::shared_ptr<RRT> CreateRRTConnect(const RRTConnectConfig& config,
                                                   const std::shared_ptr<Environment>& environment,
                                                   std::unique_ptr<Tree>& tree_a,

@@ -3,6 +3,7 @@
 #include <limits>
 #include <optional>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "kavo/motion_planning/tree/nearest_scan_internal.h"
@@ -22,7 +23,7 @@ class BasicTree final : public Tree {
         metric_(metric),
         supports_node_id_(supports_node_id),
         scan_metric_(RecogniseMetric(metric_, dimension_)),
-        scan_(dimension) {}
+        scan_(static_cast<std::size_t>(dimension_)) {}
 
   int CSpaceDimension() const override { return dimension_; }
   std::uint64_t NumNodes() const override { return nodes_.size(); }
@@ -30,7 +31,8 @@ class BasicTree final : public Tree {
   bool SupportsNodeId() const override { return supports_node_id_; }
 
   std::shared_ptr<Node> ClearAndSetRoot(const Node& node) override {
-    nodes_.clear();
+    // The node may be one of those that are dropped now: they live until its copy is stored.
+    const std::vector<std::shared_ptr<Node>> former = std::exchange(nodes_, {});
     id_map_.clear();
     scan_.Clear();
     KAVO_CHECK(!node.Parent().has_value(), "motion_planning/tree/basic_tree", 26);

@@ -20,8 +20,8 @@ namespace kavo::planning {
 //!
 //! \param dimension Dimension of the configurations.
 //! \param metric Distance between configurations.
-//! \param supports_node_id Whether `TryGetNode` finds nodes by id. Every inserted node must carry one then (fatal error
-//!   otherwise); of several nodes with one id the first is found.
+//! \param supports_node_id Whether `TryGetNode` finds nodes by id. Every inserted node must carry one then
+//!   (fatal error otherwise); of several nodes with one id the first is found.
 KAVO_EXPORT std::unique_ptr<Tree> CreateBasicTree(unsigned long dimension, const DistanceMetric& metric,
                                                   bool supports_node_id);
 

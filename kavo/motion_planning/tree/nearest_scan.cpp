@@ -25,6 +25,8 @@ void ScanChunk(const double* HWY_RESTRICT chunk, std::size_t num_points, std::si
   const std::size_t lanes = hn::Lanes(d);
   HWY_ALIGN double sums[NearestScan::kBlock];
   const double* HWY_RESTRICT coordinates = chunk;
+  // From the end of a block's first coordinate to the next block. Negative, and right, without coordinates.
+  const auto block_rest = (static_cast<std::ptrdiff_t>(dimension) - 1) * std::ptrdiff_t{NearestScan::kBlock};
   for (std::size_t begin = 0; begin < num_points; begin += 2 * lanes) {
     // Each lane sums the terms of its own point in coordinate order.
     auto sum0 = hn::Zero(d);
@@ -46,7 +48,7 @@ void ScanChunk(const double* HWY_RESTRICT chunk, std::size_t num_points, std::si
     // On to the next places of the block, or to the next block.
     coordinates += 2 * lanes;
     if ((begin + 2 * lanes) % NearestScan::kBlock == 0) {
-      coordinates += (dimension - 1) * NearestScan::kBlock;
+      coordinates += block_rest;
     }
     const auto limit = hn::Set(d, best.sum);
     if (HWY_LIKELY(hn::AllFalse(d, hn::Or(hn::Lt(sum0, limit), hn::Lt(sum1, limit))))) {

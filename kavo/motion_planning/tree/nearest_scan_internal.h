@@ -2,7 +2,6 @@
 
 #include <hwy/aligned_allocator.h>
 
-#include <Eigen/Core>
 #include <cstddef>
 #include <vector>
 

@@ -39,9 +39,9 @@ struct TeskTreeConfig {
   std::int64_t num_nodes_cpu_gpu_crossover = 0;
 };
 
-//! The metric of the given type.
-//! \param weights Weights of the weighted metric, which needs them (fatal error without); ignored by the others.
-//! \return An unknown type is reported at level 0 and gives an empty function.
+//! The metric of the given type. An unknown type is reported at level 0 and gives an empty function.
+//! \param weights Weights of the weighted metric, which needs them (fatal error without); the others ignore
+//!   them.
 KAVO_EXPORT DistanceMetric CreateDistanceMetric(tesk::planning::DistanceMetricType type,
                                                 const std::optional<Eigen::VectorXd>& weights);
 

@@ -56,9 +56,10 @@ std::vector<Eigen::VectorXd> DiscretizePath(const std::vector<Eigen::VectorXd>& 
     if (i > 0) {
       q += step;
     }
-    while (internal::Distance(q, end) > step_size) {
+    bool moved = true;
+    while (moved && internal::Distance(q, end) > step_size) {
       points.push_back(q);
-      q += step;
+      moved = internal::Advance(step, q);
     }
     points.push_back(q);
     points.push_back(end);

@@ -18,16 +18,16 @@ namespace kavo::planning {
 //!
 //! The points start + k * step are asked for in bisection order (middle first), then `q_end`; `q_start` is
 //! not. A segment shorter than one step is free without any question, not even about `q_end`. A segment that
-//! is not finite is not free.
-//! \param step_size Distance between two points, Euclidean; a fatal error unless positive. So are lengths that differ
-//!   from the environment's, and a segment of more steps than an int can count.
+//! is not finite is not free. Lengths that differ from the environment's, and a segment of more steps than an
+//! int can count, are fatal errors.
+//! \param step_size Distance between two points, Euclidean; a fatal error unless positive.
 KAVO_EXPORT bool IsValidPath(const std::shared_ptr<Environment>& environment, double step_size,
                              Eigen::VectorXd q_start, Eigen::VectorXd q_end);
 
 //! The path with points in between, at most `step_size` (Euclidean, positive; not checked) apart along each
-//! segment. All waypoints are kept. On every segment but the first the points start one step after the
-//! waypoint, also when that is beyond the segment's end: such a point is still there, before the end. A path
-//! of fewer than two configurations gives an empty one.
+//! segment. All waypoints are kept. A step too short to move ends its segment there. On every segment but the
+//! first the points start one step after the waypoint, also when that is beyond the segment's end: such a
+//! point is still there, before the end. A path of fewer than two configurations gives an empty one.
 KAVO_EXPORT std::vector<Eigen::VectorXd> DiscretizePath(const std::vector<Eigen::VectorXd>& path,
                                                         double step_size);
 

@@ -88,7 +88,7 @@ TEST(Basic3dEnvironmentTest, GivesUpWithAWarning) {
   World world;
   const ObstacleHandle floor = world.add(HalfSpaceObstacle{}, Pose3::FromTranslation({0.0, 0.0, 2.0}));
   const auto environment = CreateBasic3dEnvironment({world.view(), UnitBox(), 20, 1});
-  const auto untried = CreateBasic3dEnvironment({world.view(), UnitBox(), 0, 1});
+  const auto untried = CreateBasic3dEnvironment({World().view(), UnitBox(), 0, 1});
   LogCapture log;
   EXPECT_FALSE(environment->SampleConfiguration().has_value());
   EXPECT_FALSE(untried->SampleConfiguration().has_value());

@@ -55,7 +55,9 @@ TEST(RobotEnvironmentConfigTest, GathersWhatTheDescriptionHolds) {
 
   // An unknown frame is taken as it is.
   config.AddCollisionSphere("nowhere", {{0.0, 0.0, 0.0}, -1.0});
-  EXPECT_EQ(config.FrameNames().back(), "nowhere");
+  config.AddCollisionSphere("b", {{0.0, 0.0, 0.0}, 0.4});
+  EXPECT_EQ(config.FrameNames(), (std::vector<std::string>{"b", "a", "nowhere"}));
+  EXPECT_EQ(config.CollisionSpheres("b").size(), 3u);
 }
 
 TEST(RobotEnvironmentConfigTest, TaskSpaceFrameIsFoundByExactName) {
@@ -92,6 +94,8 @@ TEST(RobotEnvironmentConfigTest, CountsMustMatchTheJoints) {
       },
       "distance_weights.size() == num_joints_", file, 104,
       "Only 3 'distance_weights' provided for kinematics with 2 joints.");
+
+  EXPECT_THROW(RobotEnvironmentConfig(nullptr, World().view(), Vec({}), 1, 1, 1), util::FatalError);
 
   const auto model = dynamic_cast<KinematicsInternal&>(*description->kinematics()).model();
   const RobotDescriptionInternal short_of_limits(

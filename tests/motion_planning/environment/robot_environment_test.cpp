@@ -8,7 +8,9 @@
 #include <string>
 #include <vector>
 
+#include "kavo/kinematics/interface/kinematics_internal.h"
 #include "kavo/kinematics/interface/robot_description_builder.h"
+#include "kavo/kinematics/interface/robot_description_internal.h"
 #include "kavo/util/random_generator.h"
 #include "kavo/world/world.h"
 #include "tests/support/allocations.h"
@@ -167,13 +169,27 @@ TEST(RobotEnvironmentTest, SamplingGivesUpWithAWarning) {
   const auto description = CartWithSpheres();
   LogCapture log;
   EXPECT_FALSE(CreateRobotEnvironment(CartConfig(*description, world, 3))->SampleConfiguration().has_value());
-  EXPECT_FALSE(CreateRobotEnvironment(CartConfig(*description, world, 0))->SampleConfiguration().has_value());
+  const auto untried = CreateRobotEnvironment(CartConfig(*description, World(), 0));
+  EXPECT_FALSE(untried->SampleConfiguration().has_value());
   const std::string warning = "Unable to find a valid configuration.";
   EXPECT_EQ(log.warnings(), (std::vector<std::string>{warning, warning}));
 
   // Nothing is drawn without an attempt, and a negative number of attempts does not run out.
   const auto unlimited = CreateRobotEnvironment(CartConfig(*description, World(), -1));
   EXPECT_TRUE(unlimited->SampleConfiguration().has_value());
+}
+
+TEST(RobotEnvironmentTest, ReversedJointLimitsWarnAndLeaveNothingValid) {
+  const auto model = dynamic_cast<KinematicsInternal&>(*Cart().build()->kinematics()).model();
+  const RobotDescriptionInternal reversed(
+      {model, {"rail", "mast"}, {{0.5, 0.25}, {-3.0, 3.0}}, Vec({0.0, 0.0}), {}, {}});
+  const LogCapture log;
+  const auto environment = CreateRobotEnvironment(CartConfig(reversed, World(), 50));
+  EXPECT_FALSE(environment->IsValidConfiguration(Vec({0.3, 0.0})));
+  EXPECT_FALSE(environment->SampleConfiguration().has_value());
+  EXPECT_EQ(log.warnings(), (std::vector<std::string>{
+                                "Min [0.5] cannot be greater than max [0.25]. Range will not be updated.",
+                                "Unable to find a valid configuration."}));
 }
 
 TEST(RobotEnvironmentTest, TaskSpaceSamplesComeFromItsLimits) {

@@ -138,6 +138,7 @@ TEST(BasicRRTTest, FailuresAreReported) {
   EXPECT_FALSE(Plan(*rrt, kOrigin, Vec({-5.0, 0.0, 0.0})).has_value());
   EXPECT_EQ(log.warnings(), std::vector<std::string>{"Unable to successfully sample configurations."});
   EXPECT_THROW(rrt->TryToFindPath(Vec({0.0}), kOrigin), util::FatalError);
+  EXPECT_THROW(rrt->TryToFindPath(Vec({0.0, 0.0, 0.0, 0.0}), kOrigin), util::FatalError);
   EXPECT_THROW(rrt->TryToFindPath(kOrigin, Vec({0.0, 0.0, 0.0, 0.0})), util::FatalError);
 }
 

@@ -69,8 +69,10 @@ TEST(RRTConnectTest, ConfigurationIsValidated) {
   for (const auto& [given, kept] : {std::pair(1.5, 1.0), std::pair(-0.2, 0.0)}) {
     const LogCapture log;
     EXPECT_EQ(RRTConnectConfig(1.0, 1, given).exploration_fraction, kept);
-    ASSERT_EQ(log.warnings().size(), 1u);
-    EXPECT_EQ(log.warnings()[0].rfind("Invalid exploration factor for RRT-Connect", 0), 0u);
+    std::ostringstream warning;
+    warning << "Invalid exploration factor for RRT-Connect: [" << given
+            << "] is outside of range [0, 1]. Using [" << kept << "].";
+    EXPECT_EQ(log.warnings(), std::vector<std::string>{warning.str()});
   }
   const LogCapture log;
   EXPECT_TRUE(std::isnan(RRTConnectConfig(1.0, 1, std::nan("")).exploration_fraction));
@@ -113,6 +115,9 @@ TEST(RRTConnectTest, FirstExtensionHeadsForTheTarget) {
   // Within one edge length the first step still comes before the target.
   EXPECT_EQ(connect.Plan(Vec({0.0}), Vec({0.5})),
             (std::vector<Eigen::VectorXd>{Vec({0.0}), Vec({1.0}), Vec({0.5})}));
+  // The goal may be given as a node that only the trees own.
+  EXPECT_EQ(connect.Plan(Vec({3.0}), connect.tree_a->Nodes().back()->Configuration()),
+            (std::vector<Eigen::VectorXd>{Vec({3.0}), Vec({2.0}), Vec({1.0})}));
 }
 
 TEST(RRTConnectTest, BudgetEndsTheSearchWithoutAReport) {

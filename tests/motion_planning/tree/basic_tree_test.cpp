@@ -74,7 +74,7 @@ class BasicTreeTargetTest : public ::testing::TestWithParam<std::int64_t> {
 
 TEST_P(BasicTreeTargetTest, ScanFindsWhatThePlainLoopFinds) {
   std::mt19937 engine(7);
-  for (const int dimension : {1, 2, 3, 7, 14}) {
+  for (const int dimension : {0, 1, 2, 3, 7, 14}) {
     for (const DistanceMetric& metric : BuiltInMetrics(engine, dimension)) {
       const auto scanned = CreateBasicTree(static_cast<unsigned long>(dimension), metric, false);
       const auto plain = CreateBasicTree(static_cast<unsigned long>(dimension), Opaque(metric), false);
@@ -157,6 +157,11 @@ TEST(BasicTreeTest, StoresCopiesAndStartsOverWithARoot) {
   EXPECT_EQ(tree->Nodes(), std::vector<std::shared_ptr<Node>>{new_root});
   EXPECT_EQ(tree->GetClosest(Vec({1.0})).node, new_root);
   EXPECT_EQ((*grandchild->Parent())->Configuration(), Vec({2.0}));
+
+  // A tree may start over from a node that only it owns.
+  const auto again = CreateBasicTree(1, L2Norm, false);
+  again->ClearAndSetRoot(Node(Vec({3.0})));
+  EXPECT_EQ(again->ClearAndSetRoot(*again->Nodes().front())->Configuration(), Vec({3.0}));
 }
 
 TEST(BasicTreeTest, RootWithParentIsFatalAndTheTreeIsEmptyThen) {

@@ -103,6 +103,9 @@ TEST(DiscretizePathTest, HandWorkedPaths) {
       {OnALine({0.0, 1.0, 1.25}), 0.5, OnALine({0.0, 0.5, 1.0, 1.5, 1.25})},
       // Segments of no length repeat their point.
       {OnALine({2.0, 2.0, 2.0}), 0.5, OnALine({2.0, 2.0, 2.0, 2.0})},
+      // Steps that do not move end.
+      {OnALine({1.0, 2.0}), 1e-30, OnALine({1.0, 1.0, 2.0})},
+      {OnALine({1.0, 1e300}), 0.5, OnALine({1.0, 1.0, 1e300})},
   };
   for (const auto& c : cases) {
     EXPECT_EQ(DiscretizePath(c.path, c.step_size), c.expected);
@@ -221,6 +224,28 @@ TEST_F(ArcTest, ShortensFromBothEndsThenAtRandom) {
   // Reachable only from an inner waypoint: enough random tries find it, none does not.
   EXPECT_EQ(ShortCircuitPath(path_, Allowing({{2, 5}}), 0.5, 0, 1), path_);
   EXPECT_EQ(ShortCircuitPath(path_, Allowing({{2, 5}}), 0.5, 100, 1), at({0, 1, 2, 5, 6, 7, 8}));
+}
+
+TEST_F(ArcTest, RandomWaypointsAreInnerOnesOfWhatIsLeft) {
+  // From waypoint 2 the search finds 5, as long as 8 is six places on; from 5 it finds 8 at once.
+  const auto environment = Allowing({{2, 5}, {5, 8}});
+  for (unsigned int seed = 0; seed < 60; ++seed) {
+    std::mt19937 engine(seed);
+    std::vector<std::size_t> left = {0, 1, 2, 3, 4, 5, 6, 7, 8};
+    Path expected;
+    for (int iteration = 0; iteration < 4; ++iteration) {
+      const std::size_t tried = left[1 + engine() % (left.size() - 2)];
+      if (tried == 2 && left.size() == 9) {
+        left = {0, 1, 2, 5, 6, 7, 8};
+      } else if (tried == 5) {
+        left.erase(std::find(left.begin(), left.end(), 5u) + 1, left.end() - 1);
+      }
+    }
+    for (const std::size_t i : left) {
+      expected.push_back(path_[i]);
+    }
+    EXPECT_EQ(ShortCircuitPath(path_, environment, 0.5, 4, seed), expected) << "seed " << seed;
+  }
 }
 
 TEST(ShortCircuitPathTest, SmallPathsAreLeftAlone) {
