@@ -8,6 +8,7 @@
 #include "kavo/motion_planning/tree/basic_tree.h"
 #include "kavo/motion_planning/tree/tesk_tree_util.h"
 #include "kavo/motion_planning/util/smoothing.h"
+#include "kavo/motion_planning/util/vector_math_internal.h"
 #include "kavo/util/log_message.h"
 
 namespace kavo::planning {
@@ -170,10 +171,15 @@ MotionPlanner::Results MotionPlannerInternal::generateResults(
   if (!nodes) {
     return {};
   }
+  const std::vector<Eigen::VectorXd> raw = ConvertToConfigurations(*nodes);
+  report_.num_raw_waypoints = raw.size();
+  for (std::size_t i = 1; i < raw.size(); ++i) {
+    report_.raw_length += internal::Distance(raw[i - 1], raw[i]);
+  }
   const auto begin = std::chrono::steady_clock::now();
   std::optional<std::vector<Eigen::VectorXd>> path =
-      TryToShortCircuitPath(ConvertToConfigurations(*nodes), robot_environment_,
-                            motion_planner_config_.step_size, kNumShortCuts, kShortCutSeed, stop_condition_);
+      TryToShortCircuitPath(raw, robot_environment_, motion_planner_config_.step_size, kNumShortCuts,
+                            kShortCutSeed, stop_condition_);
   report_.shortening_seconds = SecondsSince(begin);
   if (!path) {
     report_.status = SearchStatus::kStopped;

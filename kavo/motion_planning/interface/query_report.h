@@ -24,6 +24,10 @@ struct QueryReport {
   //! Random configurations and positions drawn, and those of the configurations that were not valid.
   std::uint64_t num_samples_drawn = 0;
   std::uint64_t num_samples_rejected = 0;
+  //! Of the path before it was shortened: its waypoints, and its Euclidean length in c-space. Zero where none
+  //! was found.
+  std::uint64_t num_raw_waypoints = 0;
+  double raw_length = 0.0;
   double search_seconds = 0.0;
   double shortening_seconds = 0.0;
 };

@@ -118,10 +118,13 @@ std::optional<std::vector<std::shared_ptr<Node>>> JtRRT::TryToFindPath(const Eig
     root.SetId(0);
     return root;
   };
-  CSpaceTree().ClearAndSetRoot(make_root(q_initial));
-  TaskSpaceTree().ClearAndSetRoot(make_root(environment_->TaskSpacePosition(q_initial)));
+  // Both before the trees are cleared: the arguments may refer to nodes that go with their old contents.
+  const Node c_root = make_root(q_initial);
+  const Node x_root = make_root(environment_->TaskSpacePosition(q_initial));
+  CSpaceTree().ClearAndSetRoot(c_root);
+  TaskSpaceTree().ClearAndSetRoot(x_root);
   candidates_.clear();
-  if (!internal::IsFinite(x_target)) {
+  if (!internal::IsFinite(x_target_)) {
     status_ = SearchStatus::kInvalidTarget;
     return std::nullopt;
   }

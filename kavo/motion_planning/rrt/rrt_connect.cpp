@@ -58,8 +58,8 @@ class RRTConnect final : public RRT {
     problem_.last_configuration_a = q_initial;
     problem_.last_configuration_b = q_target;
     // From the copies: the arguments may refer to nodes that go with a tree's old contents.
-    TreeA().ClearAndSetRoot(Node(problem_.q_initial));
-    TreeB().ClearAndSetRoot(Node(problem_.q_target));
+    TreeA().ClearAndSetRoot(Node(problem_.last_configuration_a));
+    TreeB().ClearAndSetRoot(Node(problem_.last_configuration_b));
 
     while (!IsConnected()) {
       if (num_iterations_ >= config_.max_iterations) {

@@ -57,9 +57,9 @@ class MotionPlannerTest : public ::testing::Test {
 
   // What a planner answers to a few queries: a fingerprint of its settings and of where its random numbers
   // are.
-  static std::vector<Path> Answers(MotionPlanner& planner) {
+  static std::vector<Path> Answers(MotionPlanner& planner, int num_rounds = 2) {
     std::vector<Path> answers;
-    for (int i = 0; i < 2; ++i) {
+    for (int i = 0; i < num_rounds; ++i) {
       answers.push_back(planner.planToCSpaceTarget(kStart, kGoal, true).interpolated_path);
       answers.push_back(planner.planToTaskSpaceTarget(kStart, kTarget, false).path);
     }
@@ -151,12 +151,12 @@ TEST_F(MotionPlannerTest, AcceptedParametersEqualAFreshPlannerWithThem) {
       {jt + "task_space_exploitation_fraction", 0.9,
        [](auto& c) { c.task_space_exploitation_fraction = 0.9; }},
   };
-  const std::vector<Path> defaults = Answers(*Make());
+  const std::vector<Path> defaults = Answers(*Make(), 1);
   for (const auto& c : cases) {
     const auto tuned = Make();
     EXPECT_TRUE(tuned->setParam(c.name, c.value)) << c.name;
-    const std::vector<Path> answers = Answers(*tuned);
-    EXPECT_EQ(answers, Answers(*Make(c.edit))) << c.name;
+    const std::vector<Path> answers = Answers(*tuned, 1);
+    EXPECT_EQ(answers, Answers(*Make(c.edit), 1)) << c.name;
     // The accelerator tree has no back-end, and its metric need not show.
     if (c.name.find("tesk_tree") == std::string::npos) {
       EXPECT_NE(answers, defaults) << c.name;
@@ -410,6 +410,8 @@ TEST_F(MotionPlannerTest, ReportCountsTheSearch) {
   EXPECT_GE(report.num_samples_drawn, report.num_samples_rejected);
   EXPECT_GE(report.num_iterations, 1u);
   EXPECT_GT(report.search_seconds, 0.0);
+  EXPECT_GE(report.num_raw_waypoints, results.path.size());
+  EXPECT_GE(report.raw_length, (kGoal - kStart).norm());
 
   EXPECT_TRUE(planner->setParam("max_iterations", 1));
   EXPECT_FALSE(planner->planToTaskSpaceTarget(kStart, kTarget, false).path_found);
