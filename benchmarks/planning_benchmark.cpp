@@ -15,9 +15,11 @@
 #include "kavo/kinematics/interface/kinematics_internal.h"
 #include "kavo/math/bounding_sphere.h"
 #include "kavo/motion_planning/environment/robot_environment.h"
+#include "kavo/motion_planning/interface/motion_planner.h"
 #include "kavo/motion_planning/rrt/rrt_connect.h"
 #include "kavo/motion_planning/tree/basic_tree.h"
 #include "kavo/motion_planning/util/smoothing.h"
+#include "kavo/util/log.h"
 
 namespace {
 
@@ -155,6 +157,41 @@ bool CompareChecks(const char* name, const Environment& ours, const Environment&
   return true;
 }
 
+// Queries to 200 random positions that the tool can reach, all from one start: how many are solved, how fast,
+// and how near to the target the path ends. Every path's end is looked at through the kinematics.
+void PrintPositionQueries(double zone_tolerance) {
+  const std::shared_ptr<kavo::RobotDescription> robot = kavo::LoadFrankaRobotDescription();
+  const auto environment = CreateRobotEnvironment(Config());
+  const auto planner = kavo::CreateMotionPlanner(robot, kavo::examples::MakeShelf().view());
+  planner->setParam("task_space_planning_params/x_target_zone_tolerance",
+                    Eigen::Vector3d(Eigen::Vector3d::Constant(zone_tolerance)));
+  constexpr std::size_t kNumQueries = 200;
+  std::vector<double> milliseconds;
+  std::vector<double> errors;
+  std::size_t num_within = 0;
+  while (milliseconds.size() < kNumQueries) {
+    const Eigen::Vector3d target = environment->TaskSpacePosition(*environment->SampleConfiguration());
+    const auto results = planner->planToTaskSpaceTarget(kavo::examples::ShelfStart(), target, false);
+    const kavo::QueryReport report = planner->queryReport();
+    milliseconds.push_back((report.search_seconds + report.shortening_seconds) * 1e3);
+    if (results.path_found) {
+      errors.push_back((environment->TaskSpacePosition(results.path.back()) - target).norm());
+      num_within += errors.back() <= 1e-5 ? 1 : 0;
+    }
+  }
+  std::sort(milliseconds.begin(), milliseconds.end());
+  std::sort(errors.begin(), errors.end());
+  const auto quantile = [](const std::vector<double>& sorted, double q) {
+    return sorted[static_cast<std::size_t>(q * static_cast<double>(sorted.size() - 1))];
+  };
+  std::printf("positions, zone %.2f m: %zu of %zu found, %zu of them within 1e-5 m\n", zone_tolerance,
+              errors.size(), kNumQueries, num_within);
+  std::printf("  time  median %8.2f ms, 95th percentile %8.2f ms, longest %8.2f ms\n",
+              quantile(milliseconds, 0.5), quantile(milliseconds, 0.95), milliseconds.back());
+  std::printf("  error median %8.1e m, 95th percentile %8.1e m, largest %8.1e m\n", quantile(errors, 0.5),
+              quantile(errors, 0.95), errors.back());
+}
+
 void FreeCheck(benchmark::State& state) {
   const auto environment = CreateRobotEnvironment(Config());
   const Eigen::VectorXd q = kavo::examples::ShelfGoal();
@@ -213,5 +250,10 @@ int main(int argc, char** argv) {
       kavo::benchmarks::BestSeconds([&] { benchmark::DoNotOptimize(Query(CreateRobotEnvironment(config))); }),
       kavo::benchmarks::BestSeconds(
           [&] { benchmark::DoNotOptimize(Query(std::make_shared<ObviousEnvironment>(config))); }));
+  // The notices about accelerator trees and unfinished refinements would drown the figures.
+  kavo::util::log_level_threshold = 0;
+  for (const double zone_tolerance : {0.01, 0.03, 0.05}) {
+    PrintPositionQueries(zone_tolerance);
+  }
   return equal ? 0 : 1;
 }
