@@ -28,6 +28,11 @@ class RobotEnvironmentImpl final : public RobotEnvironment {
         world_view_(config.world_view),
         kinematics_(config.Kinematics()),
         task_space_frame_(config.GetTaskSpaceFrame()) {
+    // The weights are open to change after the configuration has checked them.
+    KAVO_CHECK(config.distance_weights.size() == config.NumJoints(),
+               "motion_planning/environment/robot_environment", 40)
+        << "Only " << config.distance_weights.size() << " 'distance_weights' provided for kinematics with "
+        << config.NumJoints() << " joints.";
     ExtractCollisionSpheres(config);
     InitializeSamplers(config);
   }

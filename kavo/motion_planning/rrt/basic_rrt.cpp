@@ -47,24 +47,14 @@ class BasicRRT final : public RRT {
         << "'q_initial' [" << q_initial.transpose() << "] must have " << dimension_ << " coordinates.";
     KAVO_CHECK(q_target.size() == 3, "motion_planning/rrt/basic_rrt", 64)
         << "'q_target' [" << q_target.transpose() << "] must have 3 coordinates.";
-    num_iterations_ = 0;
-    if (!ValidateConfiguration(q_initial.head<3>())) {
-      status_ = SearchStatus::kInvalidStart;
-      return std::nullopt;
-    }
-    if (!ValidateConfiguration(q_target)) {
-      status_ = SearchStatus::kInvalidTarget;
+    if (!ValidateConfiguration(*environment_, q_initial.head<3>(), SearchStatus::kInvalidStart) ||
+        !ValidateConfiguration(*environment_, q_target, SearchStatus::kInvalidTarget)) {
       return std::nullopt;
     }
     problem_ = {q_target, std::nullopt};
     GetTree().ClearAndSetRoot(Node(q_initial));
     while (!problem_.target_node) {
-      if (num_iterations_ >= config_.max_iterations) {
-        status_ = SearchStatus::kIterationsSpent;
-        return std::nullopt;
-      }
-      if (ShouldStop()) {
-        status_ = SearchStatus::kStopped;
+      if (!MayExtend(config_.max_iterations)) {
         return std::nullopt;
       }
       const std::optional<Eigen::VectorXd> q_sample = environment_->SampleConfiguration();
@@ -107,16 +97,6 @@ class BasicRRT final : public RRT {
     KAVO_CHECK(environment_->CSpaceDimension() == dimension_, "motion_planning/rrt/basic_rrt", 108)
         << "World dimension [" << environment_->CSpaceDimension() << "] does not match BasicRRT dimension ["
         << dimension_ << "]";
-  }
-
-  bool ValidateConfiguration(const Eigen::Vector3d& q) const {
-    const Eigen::VectorXd configuration = q;
-    // An environment may accept a point that is not finite; no walk from or to it would end.
-    if (environment_->IsValidConfiguration(configuration) && internal::IsFinite(configuration)) {
-      return true;
-    }
-    KAVO_LOG(LogLevel::kWarning) << "Invalid configuration, [" << q.transpose() << "].";
-    return false;
   }
 
   void Extend(const Eigen::VectorXd& q_sample) {

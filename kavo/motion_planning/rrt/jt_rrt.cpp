@@ -103,11 +103,7 @@ JtRRT::JtRRT(const JtRRTConfig& config, const std::shared_ptr<RobotEnvironment>&
 std::optional<std::vector<std::shared_ptr<Node>>> JtRRT::TryToFindPath(const Eigen::VectorXd& q_initial,
                                                                        const Eigen::VectorXd& x_target) {
   ValidateJtRRTConfig(config_);
-  num_iterations_ = 0;
-  // An environment may accept a configuration that is not finite; no walk from it would end.
-  if (!environment_->IsValidConfiguration(q_initial) || !internal::IsFinite(q_initial)) {
-    status_ = SearchStatus::kInvalidStart;
-    KAVO_LOG(LogLevel::kWarning) << "Invalid configuration, [" << q_initial.transpose() << "].";
+  if (!ValidateConfiguration(*environment_, q_initial, SearchStatus::kInvalidStart)) {
     return std::nullopt;
   }
   KAVO_CHECK(x_target.size() == 3, "motion_planning/rrt/jt_rrt", 123);
@@ -130,12 +126,7 @@ std::optional<std::vector<std::shared_ptr<Node>>> JtRRT::TryToFindPath(const Eig
   }
 
   while (!q_target_node_) {
-    if (num_iterations_ >= config_.max_iterations) {
-      status_ = SearchStatus::kIterationsSpent;
-      return std::nullopt;
-    }
-    if (ShouldStop()) {
-      status_ = SearchStatus::kStopped;
+    if (!MayExtend(config_.max_iterations)) {
       return std::nullopt;
     }
     const double r = mode_sampler_.Sample();

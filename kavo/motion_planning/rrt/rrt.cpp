@@ -1,7 +1,33 @@
 #include "kavo/motion_planning/rrt/rrt.h"
 
+#include "kavo/motion_planning/util/vector_math_internal.h"
+#include "kavo/util/log_message.h"
+
 namespace kavo::planning {
 
 RRT::~RRT() = default;
+
+bool RRT::ValidateConfiguration(const Environment& environment, const Eigen::VectorXd& q,
+                                SearchStatus if_invalid) {
+  num_iterations_ = 0;
+  if (environment.IsValidConfiguration(q) && internal::IsFinite(q)) {
+    return true;
+  }
+  status_ = if_invalid;
+  KAVO_LOG(LogLevel::kWarning) << "Invalid configuration, [" << q.transpose() << "].";
+  return false;
+}
+
+bool RRT::MayExtend(std::uint64_t max_iterations) {
+  if (num_iterations_ >= max_iterations) {
+    status_ = SearchStatus::kIterationsSpent;
+    return false;
+  }
+  if (stop_condition_ && stop_condition_()) {
+    status_ = SearchStatus::kStopped;
+    return false;
+  }
+  return true;
+}
 
 }  // namespace kavo::planning

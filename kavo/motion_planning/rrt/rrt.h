@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "kavo/motion_planning/environment/environment.h"
 #include "kavo/motion_planning/rrt/search_status.h"
 #include "kavo/motion_planning/tree/node.h"
 #include "kavo/motion_planning/util/stop_condition.h"
@@ -46,7 +47,14 @@ class KAVO_EXPORT RRT {
   std::uint64_t LastNumIterations() const { return num_iterations_; }
 
  protected:
-  bool ShouldStop() const { return stop_condition_ && stop_condition_(); }
+  //! Starts a search: no iterations yet. False, with the status `if_invalid` and a warning, for a
+  //! configuration that the environment refuses or that is not finite: an environment may accept such a one,
+  //! but no walk from or to it would end.
+  bool ValidateConfiguration(const Environment& environment, const Eigen::VectorXd& q,
+                             SearchStatus if_invalid);
+
+  //! Whether the search may make another extension; sets the status if not.
+  bool MayExtend(std::uint64_t max_iterations);
 
   SearchStatus status_ = SearchStatus::kNone;
   std::uint64_t num_iterations_ = 0;

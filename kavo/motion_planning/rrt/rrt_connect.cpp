@@ -45,13 +45,8 @@ class RRTConnect final : public RRT {
 
   std::optional<std::vector<std::shared_ptr<Node>>> TryToFindPath(const Eigen::VectorXd& q_initial,
                                                                   const Eigen::VectorXd& q_target) override {
-    num_iterations_ = 0;
-    if (!ValidateConfiguration(q_initial)) {
-      status_ = SearchStatus::kInvalidStart;
-      return std::nullopt;
-    }
-    if (!ValidateConfiguration(q_target)) {
-      status_ = SearchStatus::kInvalidTarget;
+    if (!ValidateConfiguration(*environment_, q_initial, SearchStatus::kInvalidStart) ||
+        !ValidateConfiguration(*environment_, q_target, SearchStatus::kInvalidTarget)) {
       return std::nullopt;
     }
     problem_ = ProblemState{};
@@ -62,12 +57,7 @@ class RRTConnect final : public RRT {
     TreeB().ClearAndSetRoot(Node(problem_.last_configuration_b));
 
     while (!IsConnected()) {
-      if (num_iterations_ >= config_.max_iterations) {
-        status_ = SearchStatus::kIterationsSpent;
-        return std::nullopt;
-      }
-      if (ShouldStop()) {
-        status_ = SearchStatus::kStopped;
+      if (!MayExtend(config_.max_iterations)) {
         return std::nullopt;
       }
       const bool explore = problem_.num_steps * config_.exploration_fraction > problem_.num_exploration_steps;
@@ -138,15 +128,6 @@ class RRTConnect final : public RRT {
   Tree& TreeB() const { return **tree_b_; }
   bool IsStartTreeA() const { return problem_.num_swaps % 2 == 0; }
   bool IsConnected() const { return problem_.connection_a && problem_.connection_b; }
-
-  bool ValidateConfiguration(const Eigen::VectorXd& q) const {
-    // An environment may accept a configuration that is not finite; no walk from or to it would end.
-    if (environment_->IsValidConfiguration(q) && internal::IsFinite(q)) {
-      return true;
-    }
-    KAVO_LOG(LogLevel::kWarning) << "Invalid configuration, [" << q.transpose() << "].";
-    return false;
-  }
 
   void SwapTrees() {
     std::swap(*tree_a_, *tree_b_);

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <limits>
 
+#include "kavo/motion_planning/rrt/rrt_util.h"
 #include "kavo/motion_planning/util/vector_math_internal.h"
 #include "kavo/util/binary_search_order.h"
 #include "kavo/util/log_message.h"
@@ -69,10 +70,7 @@ std::vector<Eigen::VectorXd> DiscretizePath(const std::vector<Eigen::VectorXd>& 
 
 std::vector<Eigen::VectorXd> ConvertToConfigurations(const std::vector<std::shared_ptr<Node>>& nodes) {
   std::vector<Eigen::VectorXd> path;
-  path.reserve(nodes.size());
-  for (const std::shared_ptr<Node>& node : nodes) {
-    path.push_back(node->Configuration());
-  }
+  ExtractConfigurations(nodes, path);
   return path;
 }
 

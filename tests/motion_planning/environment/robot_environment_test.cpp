@@ -234,7 +234,14 @@ TEST(RobotEnvironmentTest, ValidityChecksDoNotAllocate) {
   EXPECT_FALSE(touching_is_valid);
 }
 
-TEST(RobotEnvironmentTest, UnknownSphereFrameIsFatal) {
+TEST(RobotEnvironmentTest, ConfigurationIsCheckedAgain) {
+  auto changed = CartConfig(*Cart().build(), World());
+  changed.distance_weights = Vec({1.0});
+  ExpectFatal([&] { CreateRobotEnvironment(changed); },
+              "config.distance_weights.size() == config.NumJoints()",
+              "motion_planning/environment/robot_environment", 40,
+              "Only 1 'distance_weights' provided for kinematics with 2 joints.");
+
   auto config = CartConfig(*Cart().build(), World());
   config.AddCollisionSphere("gripper", {{0.0, 0.0, 0.0}, 0.1});
   const LogCapture log;
