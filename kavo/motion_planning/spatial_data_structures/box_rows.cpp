@@ -3,6 +3,7 @@
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "kavo/motion_planning/spatial_data_structures/box_rows.cpp"
 #include <hwy/foreach_target.h>
+#include <hwy/cache_control.h>
 #include <hwy/highway.h>
 
 #include <algorithm>
@@ -13,35 +14,48 @@ namespace hn = hwy::HWY_NAMESPACE;
 
 // Lanes hold different boxes; what a box gives is computed coordinate by coordinate. Lanes behind the last
 // box compute nonsense that nobody reads.
-using Tag = hn::CappedTag<double, BoxRows::kPadding>;
+using Tag = hn::CappedTag<double, BoxRows::kPadding / 2>;
 using Vec = hn::Vec<Tag>;
 
+// The terms of the squared distances along one axis.
 template <bool kPoints>
+Vec SquaredGap(Vec point, const double* HWY_RESTRICT min, const double* HWY_RESTRICT max) {
+  const Tag d;
+  Vec gap = hn::Sub(hn::LoadU(d, min), point);
+  if constexpr (!kPoints) {
+    gap = hn::Max(hn::Max(gap, hn::Sub(point, hn::LoadU(d, max))), hn::Zero(d));
+  }
+  return hn::Mul(gap, gap);
+}
+
+// `kDimension` is the dimension if it is known when compiling (the point then stays in registers), else zero.
+template <bool kPoints, std::size_t kDimension>
 int NearerOf(const BoxRows::Rows& rows, const double* HWY_RESTRICT point, double squared_limit,
              int* HWY_RESTRICT indices, double* HWY_RESTRICT squared_distances) {
   const Tag d;
   const std::size_t lanes = hn::Lanes(d);
-  const Vec zero = hn::Zero(d);
+  const std::size_t dimension = kDimension != 0 ? kDimension : rows.dimension;
   const Vec limit = hn::Set(d, squared_limit);
   HWY_ALIGN double sums[BoxRows::kPadding];
   int num_nearer = 0;
-  for (std::size_t begin = 0; begin < rows.size; begin += lanes) {
-    Vec sum = zero;
+  for (std::size_t begin = 0; begin < rows.size; begin += 2 * lanes) {
+    Vec sum0 = hn::Zero(d);
+    Vec sum1 = hn::Zero(d);
     const double* HWY_RESTRICT min = rows.min + begin;
-    for (std::size_t axis = 0; axis < rows.dimension; ++axis) {
+    const double* HWY_RESTRICT max = min + rows.max_offset;
+    for (std::size_t axis = 0; axis < dimension; ++axis) {
       const Vec q = hn::Set(d, point[axis]);
-      Vec gap = hn::Sub(hn::LoadU(d, min), q);
-      if constexpr (!kPoints) {
-        gap = hn::Max(hn::Max(gap, hn::Sub(q, hn::LoadU(d, min + rows.max_offset))), zero);
-      }
-      sum = hn::Add(sum, hn::Mul(gap, gap));
+      sum0 = hn::Add(sum0, SquaredGap<kPoints>(q, min, max));
+      sum1 = hn::Add(sum1, SquaredGap<kPoints>(q, min + lanes, max + lanes));
       min += rows.stride;
+      max += rows.stride;
     }
-    if (HWY_LIKELY(hn::AllFalse(d, hn::Lt(sum, limit)))) {
+    if (HWY_LIKELY(hn::AllFalse(d, hn::Or(hn::Lt(sum0, limit), hn::Lt(sum1, limit))))) {
       continue;
     }
-    hn::Store(sum, d, sums);
-    const std::size_t count = HWY_MIN(lanes, rows.size - begin);
+    hn::Store(sum0, d, sums);
+    hn::Store(sum1, d, sums + lanes);
+    const std::size_t count = HWY_MIN(2 * lanes, rows.size - begin);
     for (std::size_t lane = 0; lane < count; ++lane) {
       indices[num_nearer] = static_cast<int>(begin + lane);
       squared_distances[num_nearer] = sums[lane];
@@ -51,14 +65,29 @@ int NearerOf(const BoxRows::Rows& rows, const double* HWY_RESTRICT point, double
   return num_nearer;
 }
 
+template <bool kPoints>
+int NearerOfDimension(const BoxRows::Rows& rows, const double* point, double squared_limit, int* indices,
+                      double* squared_distances) {
+  switch (rows.dimension) {
+    case 3:
+      return NearerOf<kPoints, 3>(rows, point, squared_limit, indices, squared_distances);
+    case 6:
+      return NearerOf<kPoints, 6>(rows, point, squared_limit, indices, squared_distances);
+    case 7:
+      return NearerOf<kPoints, 7>(rows, point, squared_limit, indices, squared_distances);
+    default:
+      return NearerOf<kPoints, 0>(rows, point, squared_limit, indices, squared_distances);
+  }
+}
+
 int NearerPoints(const BoxRows::Rows& rows, const double* point, double squared_limit, int* indices,
                  double* squared_distances) {
-  return NearerOf<true>(rows, point, squared_limit, indices, squared_distances);
+  return NearerOfDimension<true>(rows, point, squared_limit, indices, squared_distances);
 }
 
 int NearerBoxes(const BoxRows::Rows& rows, const double* point, double squared_limit, int* indices,
                 double* squared_distances) {
-  return NearerOf<false>(rows, point, squared_limit, indices, squared_distances);
+  return NearerOfDimension<false>(rows, point, squared_limit, indices, squared_distances);
 }
 
 void VolumeIncreases(const BoxRows::Rows& rows, BoxRef box, double* HWY_RESTRICT increases) {
@@ -206,14 +235,16 @@ std::size_t BoxRows::MemoryUsage() const {
 }
 
 void BoxRows::Append(BoxRef box, int max_size) {
-  constexpr int kFirstStride = 33;
+  constexpr int kFirstStride = 36;
   bool points = ArePoints();
   for (int axis = 0; axis < dimension_ && points; ++axis) {
     points = box.min[axis] == box.max[axis];
   }
   if (size_ == stride_ || points != ArePoints()) {
     const int larger = std::max(size_ + 1, std::min(max_size, std::max(kFirstStride, 2 * size_)));
-    Reallocate(size_ == stride_ ? larger : stride_, points);
+    // Whole vectors, so that rows begin where memory is aligned.
+    constexpr int kLanes = kPadding / 2;
+    Reallocate(size_ == stride_ ? (larger + kLanes - 1) / kLanes * kLanes : stride_, points);
   }
   ++size_;
   Replace(size_ - 1, box);
@@ -231,6 +262,14 @@ void BoxRows::Copy(int index, double* min, double* max) const {
   for (int axis = 0; axis < dimension_; ++axis) {
     min[axis] = Min(index, axis);
     max[axis] = Max(index, axis);
+  }
+}
+
+void BoxRows::Prefetch() const {
+  constexpr std::size_t kCacheLine = 64 / sizeof(double);
+  const std::size_t num_numbers = MemoryUsage() / sizeof(double);
+  for (std::size_t i = 0; i < num_numbers; i += kCacheLine) {
+    hwy::Prefetch(rows_.get() + i);
   }
 }
 

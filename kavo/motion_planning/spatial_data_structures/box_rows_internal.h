@@ -31,7 +31,7 @@ class EntryBuffer {
   T& operator[](int i) { return data_[i]; }
 
  private:
-  static constexpr int kOnStack = 72;
+  static constexpr int kOnStack = 144;
   T stack_[kOnStack];
   std::vector<T> heap_;
   T* data_;
@@ -89,6 +89,8 @@ class KAVO_EXPORT BoxRows {
   double Max(int index, int axis) const { return (Row(axis) + max_offset_)[index]; }
   BoundingBox Box(int index) const;
   std::size_t MemoryUsage() const;
+  //! Has the boxes fetched into the cache.
+  void Prefetch() const;
 
   void Clear() { size_ = 0; }
   //! \param max_size Largest size that the list is to have: memory is never reserved for more.

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <hwy/cache_control.h>
+
 #include <cmath>
 #include <cstddef>
 #include <functional>
@@ -123,7 +125,14 @@ class RStarTree {
       positions[place] = position;
       squared_distances[place] = squared_distance;
     }
+    // Nodes lie anywhere in memory: each is fetched while the one before it is searched.
+    for (int i = 0; i < num_nearer; ++i) {
+      hwy::Prefetch(node.Child(positions[i]));
+    }
     for (int i = 0; i < num_nearer && squared_distances[i] < nearest.squared_distance; ++i) {
+      if (i + 1 < num_nearer) {
+        node.Child(positions[i + 1])->Boxes().Prefetch();
+      }
       RecursiveNearestNeighbor(point, *node.Child(positions[i]), nearest);
     }
   }
