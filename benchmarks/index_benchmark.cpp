@@ -36,8 +36,8 @@ using Points = std::vector<Eigen::VectorXd>;
 // Recommended in docs/trees.md.
 RStarTreeConfig Config() {
   return {kDimension,
-          48,
-          96,
+          64,
+          128,
           0,
           8,
           EntrySplitterType::kStar,

@@ -4,7 +4,6 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
-#include <numeric>
 
 #include "kavo/motion_planning/spatial_data_structures/box_order_internal.h"
 #include "kavo/util/log_message.h"

@@ -2,8 +2,8 @@
 
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "kavo/motion_planning/spatial_data_structures/box_rows.cpp"
-#include <hwy/foreach_target.h>
 #include <hwy/cache_control.h>
+#include <hwy/foreach_target.h>
 #include <hwy/highway.h>
 
 #include <algorithm>
@@ -229,28 +229,22 @@ BoundingBox BoxRows::Box(int index) const {
   return BoundingBox(kinematics::ConfigurationLimits(min, max));
 }
 
-std::size_t BoxRows::MemoryUsage() const {
-  return (ArePoints() ? 1 : 2) * static_cast<std::size_t>(dimension_) * static_cast<std::size_t>(stride_) *
-         sizeof(double);
-}
-
 void BoxRows::Append(BoxRef box, int max_size) {
   constexpr int kFirstStride = 36;
-  bool points = ArePoints();
-  for (int axis = 0; axis < dimension_ && points; ++axis) {
-    points = box.min[axis] == box.max[axis];
-  }
-  if (size_ == stride_ || points != ArePoints()) {
+  if (size_ == stride_) {
     const int larger = std::max(size_ + 1, std::min(max_size, std::max(kFirstStride, 2 * size_)));
     // Whole vectors, so that rows begin where memory is aligned.
     constexpr int kLanes = kPadding / 2;
-    Reallocate(size_ == stride_ ? (larger + kLanes - 1) / kLanes * kLanes : stride_, points);
+    Reallocate((larger + kLanes - 1) / kLanes * kLanes, ArePoints());
   }
   ++size_;
   Replace(size_ - 1, box);
 }
 
 void BoxRows::Replace(int index, BoxRef box) {
+  if (ArePoints() && !std::equal(box.min, box.min + dimension_, box.max)) {
+    Reallocate(stride_, false);
+  }
   for (int axis = 0; axis < dimension_; ++axis) {
     double* const row = Row(axis);
     row[index] = box.min[axis];
@@ -267,7 +261,8 @@ void BoxRows::Copy(int index, double* min, double* max) const {
 
 void BoxRows::Prefetch() const {
   constexpr std::size_t kCacheLine = 64 / sizeof(double);
-  const std::size_t num_numbers = MemoryUsage() / sizeof(double);
+  const std::size_t num_rows = static_cast<std::size_t>(dimension_) * (ArePoints() ? 1 : 2);
+  const std::size_t num_numbers = num_rows * static_cast<std::size_t>(stride_);
   for (std::size_t i = 0; i < num_numbers; i += kCacheLine) {
     hwy::Prefetch(rows_.get() + i);
   }

@@ -88,7 +88,6 @@ class KAVO_EXPORT BoxRows {
   double Min(int index, int axis) const { return Row(axis)[index]; }
   double Max(int index, int axis) const { return (Row(axis) + max_offset_)[index]; }
   BoundingBox Box(int index) const;
-  std::size_t MemoryUsage() const;
   //! Has the boxes fetched into the cache.
   void Prefetch() const;
 

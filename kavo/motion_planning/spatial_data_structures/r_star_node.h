@@ -127,17 +127,6 @@ class RNode {
     }
   }
 
-  //! Bytes of this node and all below it.
-  std::size_t MemoryUsage() const {
-    std::size_t sum = sizeof(RNode) + rows_.MemoryUsage() + values_.capacity() * sizeof(T) +
-                      children_.capacity() * sizeof(children_[0]) +
-                      2 * static_cast<std::size_t>(rows_.Dimension()) * sizeof(double);
-    for (const auto& child : children_) {
-      sum += child->MemoryUsage();
-    }
-    return sum;
-  }
-
  private:
   internal::BoxRows rows_;
   std::uint32_t level_;

@@ -26,25 +26,32 @@ using Groups = std::pair<std::vector<int>, std::vector<int>>;
 const char* const kIllFormed = "Ill-formed set for PickSeedsLinear. Falling back to arbitrary seed.";
 
 TEST(EntrySplitterBasicTest, SplitsWorkedOutByHand) {
-  const auto splitter = CreateEntrySplitterBasic(2, 2);
-  for (const auto& [boxes, groups] :
-       {// Axis 0 separates most: seeds 4 (highest lower corner) and 0 (lowest upper one). Box 1 grows the
-        // second group by 1 and the first by 9; box 2 too joins the second; box 3 is all the first still
-        // needs.
-        std::tuple(
-            std::vector{Box({0.0, 0.0}, {1.0, 1.0}), Box({1.0, 0.0}, {2.0, 1.0}), Box({2.0, 0.0}, {3.0, 1.0}),
-                        Box({3.0, 0.0}, {4.0, 1.0}), Box({9.0, 0.0}, {10.0, 1.0})},
-            Groups{{4, 3}, {0, 1, 2}}),
+  struct Case {
+    int dimension;
+    std::vector<BoundingBox> boxes;
+    Groups groups;
+  };
+  for (const Case& c :
+       {// Seeds 4 (highest lower corner) and 0 (lowest upper one). Box 1 grows the second group by 1 and the
+        // first by 8; box 2 too joins the second; box 3 is all that the first still needs.
+        Case{1,
+             {Box({0.0}, {1.0}), Box({1.0}, {2.0}), Box({2.0}, {3.0}), Box({3.0}, {4.0}), Box({9.0}, {10.0})},
+             {{4, 3}, {0, 1, 2}}},
         // Points on a line have no volume: all ties go to the second group.
-        std::tuple(std::vector{Point({0.0, 0.0}), Point({1.0, 0.0}), Point({2.0, 0.0}), Point({3.0, 0.0}),
-                               Point({4.0, 0.0})},
-                   Groups{{4, 3}, {0, 1, 2}}),
+        Case{2,
+             {Point({0.0, 0.0}), Point({1.0, 0.0}), Point({2.0, 0.0}), Point({3.0, 0.0}), Point({4.0, 0.0})},
+             {{4, 3}, {0, 1, 2}}},
         // The first group takes two, so that the last is all that the second needs.
-        std::tuple(std::vector{Box({9.0, 0.0}, {10.0, 1.0}), Box({0.0, 0.0}, {1.0, 1.0}),
-                               Box({8.0, 0.0}, {9.0, 1.0}), Box({7.0, 0.0}, {8.0, 1.0}),
-                               Box({6.0, 0.0}, {7.0, 1.0})},
-                   Groups{{0, 2, 3}, {1, 4}})}) {
-    EXPECT_EQ(splitter->SplitEntries(boxes), groups);
+        Case{1,
+             {Box({9.0}, {10.0}), Box({0.0}, {1.0}), Box({8.0}, {9.0}), Box({7.0}, {8.0}), Box({6.0}, {7.0})},
+             {{0, 2, 3}, {1, 4}}},
+        // All boxes span the second axis, which counts as a separation by its whole width: more than any on
+        // the first axis. Its seeds are one box, so the first two start; then box 2 grows both by 1.
+        Case{2,
+             {Box({0.0, 0.0}, {1.0, 1.0}), Box({3.0, 0.0}, {4.0, 1.0}), Box({1.5, 0.0}, {2.5, 1.0}),
+              Box({9.0, 0.0}, {9.5, 1.0}), Box({9.0, 0.0}, {9.5, 1.0})},
+             {{0, 4}, {1, 2, 3}}}}) {
+    EXPECT_EQ(EntrySplitterBasic(c.dimension, 2).SplitEntries(c.boxes), c.groups);
   }
 }
 
@@ -113,7 +120,7 @@ class BoxRowsTest : public ::testing::TestWithParam<std::int64_t> {
 
 TEST_P(BoxRowsTest, AgreesWithBoxesAsObjects) {
   std::mt19937 engine(11);
-  for (int round = 0; round < 300; ++round) {
+  for (int round = 0; round < 100; ++round) {
     const int dimension = std::vector{1, 2, 3, 6, 7, 14}[engine() % 6];
     const int min_entries = 2 + static_cast<int>(engine() % 4);
     const int num_boxes = 2 * min_entries + 1 + static_cast<int>(engine() % 40);

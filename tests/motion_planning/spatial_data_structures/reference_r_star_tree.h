@@ -15,8 +15,7 @@
 
 namespace kavo::testing {
 
-//! Insertion into an R*-tree spelled out with boxes as objects: every box is built anew wherever it may have
-//! changed.
+//! Insertion into an R*-tree spelled out with boxes as objects, held by the nodes alone.
 class ReferenceRStarTree {
  public:
   using Box = planning::BoundingBox;
@@ -26,23 +25,29 @@ class ReferenceRStarTree {
     int value = -1;
     std::shared_ptr<Node> child;
 
-    Box GetBox() const { return child ? child->Bounds() : *box; }
+    Box GetBox() const { return child ? *child->box : *box; }
   };
   struct Node {
-    Box Bounds() const {
+    void Rebuild() {
       std::vector<Box> boxes;
       for (const Entry& entry : entries) {
         boxes.push_back(entry.GetBox());
       }
-      return Box(boxes);
+      box = Box(boxes);
     }
     void Add(const Entry& entry) {
       entries.push_back(entry);
       if (entry.child) {
         entry.child->parent = this;
       }
+      box ? box->ExpandToInclude(entry.GetBox()) : static_cast<void>(box = entry.GetBox());
+    }
+    std::vector<Entry> TakeAll() {
+      box.reset();
+      return std::exchange(entries, {});
     }
 
+    std::optional<Box> box;
     unsigned level = 0;
     std::vector<Entry> entries;
     Node* parent = nullptr;
@@ -72,6 +77,7 @@ class ReferenceRStarTree {
     node->Add(entry);
     std::shared_ptr<Node> sibling = HandleOverflow(node);
     for (; node->parent != nullptr; node = node->parent) {
+      node->parent->Rebuild();
       if (sibling) {
         node->parent->Add({std::nullopt, -1, sibling});
         sibling = HandleOverflow(node->parent);
@@ -97,8 +103,8 @@ class ReferenceRStarTree {
       return Split(node);
     }
     reinserted[node->level] = true;
-    const Eigen::VectorXd center = node->Bounds().Centroid();
-    const std::vector<Entry> entries = std::exchange(node->entries, {});
+    const Eigen::VectorXd center = node->box->Centroid();
+    const std::vector<Entry> entries = node->TakeAll();
     const auto order = util::Sort(
         entries,
         [&](const Entry& entry) {
@@ -132,7 +138,7 @@ class ReferenceRStarTree {
             : planning::CreateEntrySplitterStar(config.dimension, config.min_entries_per_node,
                                                 config.max_entries_per_node);
     const auto [first, second] = splitter->SplitEntries(boxes);
-    const std::vector<Entry> entries = std::exchange(node->entries, {});
+    const std::vector<Entry> entries = node->TakeAll();
     auto sibling = std::make_shared<Node>();
     sibling->level = node->level;
     sibling->parent = node->parent;

@@ -48,7 +48,8 @@ TEST(FastTreeTest, AgreesWithTheScan) {
     EXPECT_FALSE(fast->SupportsNodeId());
     for (int i = 0; i < 400; ++i) {
       const Node node(RandomVec(engine, dimension, -1.0, 1.0));
-      EXPECT_EQ(fast->Insert(node), fast->Nodes().back());
+      const auto inserted = fast->Insert(node);
+      ASSERT_EQ(inserted, fast->Nodes().back());
       basic->Insert(node);
       const Eigen::VectorXd q = RandomVec(engine, dimension, -1.0, 1.0);
       const ClosestNode closest = fast->GetClosest(q);
