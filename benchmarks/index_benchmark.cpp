@@ -189,11 +189,11 @@ double DistanceOf(const ClosestNode& closest, const Points&, const Eigen::Vector
   return closest.distance;
 }
 
-// Time per query: the best of three rounds.
+// Time per query: the best of five rounds.
 template <typename Query>
 double QuerySeconds(const Points& queries, const Query& query) {
   double best = 1e9;
-  for (int round = 0; round < 3; ++round) {
+  for (int round = 0; round < 5; ++round) {
     const auto begin = std::chrono::steady_clock::now();
     for (const Eigen::VectorXd& q : queries) {
       benchmark::DoNotOptimize(query(q));
