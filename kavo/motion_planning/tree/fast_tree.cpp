@@ -1,0 +1,109 @@
+#include "kavo/motion_planning/tree/fast_tree.h"
+
+#include <limits>
+#include <vector>
+
+#include "kavo/motion_planning/spatial_data_structures/r_star_tree.h"
+#include "kavo/motion_planning/tree/distance_metrics.h"
+#include "kavo/motion_planning/util/vector_math_internal.h"
+#include "kavo/util/log_message.h"
+
+namespace kavo::planning {
+
+namespace {
+
+using Index = RStarTree<std::shared_ptr<Node>>;
+
+class FastTree final : public Tree {
+ public:
+  explicit FastTree(const FastTreeConfig& config)
+      : config_(config.r_star_tree_config), index_(std::make_shared<Index>(config_)) {}
+
+  int CSpaceDimension() const override { return config_.dimension; }
+  std::uint64_t NumNodes() const override { return nodes_.size(); }
+  const std::vector<std::shared_ptr<Node>>& Nodes() const override { return nodes_; }
+
+  std::shared_ptr<Node> ClearAndSetRoot(const Node& node) override {
+    // A copy, because the node may be one of those that are dropped.
+    const Node root = node;
+    index_->Clear();
+    nodes_.clear();
+    CheckIsRoot(root);
+    return Insert(root);
+  }
+
+  std::shared_ptr<Node> Insert(const Node& node) override {
+    if (node.Dimension() != config_.dimension) {
+      LogFatalDimensionMismatchError(static_cast<int>(node.Dimension()));
+    }
+    nodes_.push_back(std::make_shared<Node>(node));
+    if (IsIndexable(node.Configuration())) {
+      const double* const point = node.Configuration().data();
+      index_->Insert({point, point}, nodes_.back());
+    }
+    return nodes_.back();
+  }
+
+  std::vector<std::shared_ptr<Node>> Backtrace(const std::shared_ptr<Node>& node) override {
+    std::vector<std::shared_ptr<Node>> chain{node};
+    while (chain.back()->Parent().has_value()) {
+      // A copy first: growing the list may move the element that the parent is read from.
+      std::shared_ptr<Node> parent = *chain.back()->Parent();
+      chain.push_back(std::move(parent));
+    }
+    return chain;
+  }
+
+  double Distance(const Eigen::VectorXd& q0, const Eigen::VectorXd& q1) const override {
+    return L2Norm(q0, q1);
+  }
+
+  ClosestNode GetClosest(const Eigen::VectorXd& q) const override {
+    return Closest(q, &Index::NearestNeighbor);
+  }
+
+  ClosestNode GetApproxClosest(const Eigen::VectorXd& q) const override {
+    return Closest(q, &Index::ApproxNearestNeighbor);
+  }
+
+ private:
+  static void CheckIsRoot(const Node& node) {
+    KAVO_CHECK(!node.Parent().has_value(), "motion_planning/tree/fast_tree", 30);
+  }
+
+  void LogFatalDimensionMismatchError(int input_dimension) const {
+    KAVO_LOG(LogLevel::kCritical) << "Input dimension [" << input_dimension
+                                  << "] does not match tree dimension [" << config_.dimension << "].";
+  }
+
+  // Boxes know no order of numbers that are none, and no volume of infinite extents.
+  bool IsIndexable(const Eigen::VectorXd& q) const {
+    return q.size() == config_.dimension && internal::IsFinite(q);
+  }
+
+  ClosestNode Closest(const Eigen::VectorXd& q,
+                      const std::shared_ptr<Node>& (Index::*query)(const double*) const) const {
+    if (q.size() != config_.dimension) {
+      LogFatalDimensionMismatchError(static_cast<int>(q.size()));
+    }
+    const std::shared_ptr<Node>& node =
+        IsIndexable(q) && index_->Root().NumEntries() > 0 ? ((*index_).*query)(q.data()) : nodes_.front();
+    // The report of a mismatch was made above.
+    if (node->Dimension() != q.size()) {
+      return {node, std::numeric_limits<double>::quiet_NaN()};
+    }
+    return {node, L2Norm(node->Configuration(), q)};
+  }
+
+  RStarTreeConfig config_;
+  std::shared_ptr<Index> index_;
+  std::vector<std::shared_ptr<Node>> nodes_;
+};
+
+}  // namespace
+
+std::unique_ptr<Tree> CreateFastTree(const FastTreeConfig& config) {
+  return std::make_unique<FastTree>(config);
+}
+
+}  // namespace kavo::planning

@@ -1,0 +1,176 @@
+#include <gtest/gtest.h>
+#include <hwy/targets.h>
+
+#include <limits>
+#include <random>
+#include <tuple>
+#include <utility>
+#include <vector>
+
+#include "kavo/motion_planning/spatial_data_structures/box_rows_internal.h"
+#include "kavo/motion_planning/spatial_data_structures/entry_splitter_basic.h"
+#include "kavo/motion_planning/spatial_data_structures/entry_splitter_star.h"
+#include "tests/motion_planning/spatial_data_structures/boxes.h"
+#include "tests/support/fatal.h"
+#include "tests/support/log_capture.h"
+
+namespace kavo::planning {
+namespace {
+
+using testing::Box;
+using testing::ExpectFatal;
+using testing::LogCapture;
+using testing::Point;
+using Groups = std::pair<std::vector<int>, std::vector<int>>;
+
+const char* const kIllFormed = "Ill-formed set for PickSeedsLinear. Falling back to arbitrary seed.";
+
+TEST(EntrySplitterBasicTest, SplitsWorkedOutByHand) {
+  struct Case {
+    int dimension;
+    std::vector<BoundingBox> boxes;
+    Groups groups;
+  };
+  for (const Case& c :
+       {// Seeds 4 (highest lower corner) and 0 (lowest upper one). Box 1 grows the second group by 1 and the
+        // first by 8; box 2 too joins the second; box 3 is all that the first still needs.
+        Case{1,
+             {Box({0.0}, {1.0}), Box({1.0}, {2.0}), Box({2.0}, {3.0}), Box({3.0}, {4.0}), Box({9.0}, {10.0})},
+             {{4, 3}, {0, 1, 2}}},
+        // Points on a line have no volume: all ties go to the second group.
+        Case{2,
+             {Point({0.0, 0.0}), Point({1.0, 0.0}), Point({2.0, 0.0}), Point({3.0, 0.0}), Point({4.0, 0.0})},
+             {{4, 3}, {0, 1, 2}}},
+        // The first group takes two, so that the last is all that the second needs.
+        Case{1,
+             {Box({9.0}, {10.0}), Box({0.0}, {1.0}), Box({8.0}, {9.0}), Box({7.0}, {8.0}), Box({6.0}, {7.0})},
+             {{0, 2, 3}, {1, 4}}},
+        // All boxes span the second axis, which counts as a separation by its whole width: more than any on
+        // the first axis. Its seeds are one box, so the first two start; then box 2 grows both by 1.
+        Case{2,
+             {Box({0.0, 0.0}, {1.0, 1.0}), Box({3.0, 0.0}, {4.0, 1.0}), Box({1.5, 0.0}, {2.5, 1.0}),
+              Box({9.0, 0.0}, {9.5, 1.0}), Box({9.0, 0.0}, {9.5, 1.0})},
+             {{0, 4}, {1, 2, 3}}}}) {
+    EXPECT_EQ(EntrySplitterBasic(c.dimension, 2).SplitEntries(c.boxes), c.groups);
+  }
+}
+
+TEST(EntrySplitterBasicTest, EqualPointsFallBackToArbitrarySeeds) {
+  const EntrySplitterBasic splitter(2, 2);
+  const std::vector<BoundingBox> equal(5, Point({1.0, 2.0}));
+  {
+    const LogCapture log;
+    EXPECT_EQ(splitter.SplitEntries(equal), (Groups{{0, 4}, {1, 2, 3}}));
+    EXPECT_EQ(log.messages(LogLevel::kInfo), std::vector<std::string>{kIllFormed});
+  }
+  const LogCapture quiet(static_cast<int>(LogLevel::kWarning));
+  // A box inside of all others holds both records.
+  EXPECT_EQ(splitter.PickSeedsLinear(
+                {Box({0.0, 0.0}, {9.0, 9.0}), Box({0.0, 0.0}, {9.0, 9.0}), Box({4.0, 4.0}, {5.0, 5.0})}),
+            std::pair(2, 0));
+  EXPECT_TRUE(quiet.records().empty());
+}
+
+TEST(EntrySplitterBasicTest, Seeds) {
+  EXPECT_EQ(EntrySplitterBasic(0, 2).PickSeedsLinear({Point({}), Point({}), Point({})}), std::pair(0, 1));
+  // Both axes separate alike: the first keeps the seeds.
+  EXPECT_EQ(EntrySplitterBasic(2, 2).PickSeedsLinear({Point({0.0, 1.0}), Point({1.0, 0.0})}),
+            std::pair(1, 0));
+  // Infinite corners make the separation of the first axis NaN, which never wins.
+  const double inf = std::numeric_limits<double>::infinity();
+  EXPECT_EQ(EntrySplitterBasic(2, 2).PickSeedsLinear(
+                {Box({-inf, 0.0}, {inf, 1.0}), Box({inf, 5.0}, {inf, 6.0}), Box({0.0, 2.0}, {1.0, 3.0})}),
+            std::pair(1, 0));
+  ExpectFatal([] { EntrySplitterBasic(1, 2).SplitEntries({Point({0.0})}); }, "boxes.size() >= 2",
+              "motion_planning/spatial_data_structures/entry_splitter_basic", 221,
+              "At least two boxes must be provided to pick seeds.");
+}
+
+TEST(EntrySplitterStarTest, SplitsWorkedOutByHand) {
+  const EntrySplitterStar splitter(2, 2, 4);
+  // Axis 1 has the smaller margins. Sorted along it the boxes are 1, 3, 0, 2, 4; two and three of them
+  // overlap less than three and two: the third reaches far up.
+  const std::vector<BoundingBox> boxes = {Box({0.0, 3.0}, {1.0, 8.0}), Box({0.0, 0.0}, {1.0, 1.0}),
+                                          Box({0.0, 6.0}, {1.0, 7.0}), Box({0.0, 1.0}, {1.0, 2.0}),
+                                          Box({0.0, 7.0}, {1.0, 9.0})};
+  EXPECT_EQ(splitter.ChooseSplitAxis(boxes), 1);
+  EXPECT_EQ(splitter.SplitEntries(boxes), (Groups{{1, 3}, {0, 2, 4}}));
+  // By lower corner: (1 + 2) + (1 + 6), then (1 + 8) + (1 + 3). By upper corner the order is 1, 3, 2, 0, 4:
+  // the same, then (1 + 7) + (1 + 6).
+  EXPECT_EQ(splitter.TotalMargin(boxes, 1), 10.0 + 13.0 + 10.0 + 15.0);
+  // Three and two overlap by nothing, two and three by one.
+  EXPECT_EQ(splitter.SplitEntries({Box({0.0, 0.0}, {1.0, 1.0}), Box({1.0, 0.0}, {3.0, 1.0}),
+                                   Box({2.0, 0.0}, {3.0, 1.0}), Box({7.0, 0.0}, {8.0, 1.0}),
+                                   Box({8.0, 0.0}, {9.0, 1.0})}),
+            (Groups{{0, 1, 2}, {3, 4}}));
+  // Ties: the lower axis, the first distribution.
+  const std::vector<BoundingBox> diagonal = {Point({0.0, 0.0}), Point({1.0, 1.0}), Point({2.0, 2.0}),
+                                             Point({3.0, 3.0}), Point({4.0, 4.0})};
+  EXPECT_EQ(splitter.ChooseSplitAxis(diagonal), 0);
+  EXPECT_EQ(splitter.SplitEntries(diagonal), (Groups{{0, 1}, {2, 3, 4}}));
+  EXPECT_EQ(EntrySplitterStar(2, 4, 5).MarginAcrossDistributions(diagonal), 0.0);
+  EXPECT_EQ(EntrySplitterStar(0, 2, 4).ChooseSplitAxis(diagonal), 0);
+}
+
+class BoxRowsTest : public ::testing::TestWithParam<std::int64_t> {
+ protected:
+  void SetUp() override { hwy::SetSupportedTargetsForTest(GetParam()); }
+  void TearDown() override { hwy::SetSupportedTargetsForTest(0); }
+};
+
+TEST_P(BoxRowsTest, AgreesWithBoxesAsObjects) {
+  std::mt19937 engine(11);
+  for (int round = 0; round < 100; ++round) {
+    const int dimension = std::vector{1, 2, 3, 6, 7, 14}[engine() % 6];
+    const int min_entries = 2 + static_cast<int>(engine() % 4);
+    const int num_boxes = 2 * min_entries + 1 + static_cast<int>(engine() % 40);
+    const bool only_points = engine() % 3 == 0;
+    internal::BoxRows rows(dimension);
+    std::vector<BoundingBox> boxes;
+    for (int i = 0; i < num_boxes; ++i) {
+      BoundingBox box = testing::RandomBox(engine, dimension);
+      boxes.push_back(only_points ? Box(box.Min(), box.Min()) : box);
+      rows.Append({boxes.back().Min().data(), boxes.back().Max().data()}, num_boxes);
+    }
+    const BoundingBox query = testing::RandomBox(engine, dimension);
+    const internal::BoxRef query_ref{query.Min().data(), query.Max().data()};
+    const Eigen::VectorXd q = query.Min();
+    const auto size = static_cast<std::size_t>(rows.PaddedSize());
+    std::vector<double> increases(size), centroid_distances(size), overlaps(size), other_overlaps(size);
+    std::vector<double> squared_distances(size);
+    std::vector<int> indices(size);
+    rows.VolumeIncreases(query_ref, increases.data());
+    rows.CentroidDistances(query_ref, centroid_distances.data());
+    rows.Overlaps(query_ref, {boxes[0].Min().data(), boxes[0].Max().data()}, overlaps.data(),
+                  other_overlaps.data());
+    const double limit = static_cast<double>(engine() % 8);
+    const int num_nearer = rows.Nearer(q.data(), limit, indices.data(), squared_distances.data());
+    int nearer = 0;
+    for (std::size_t i = 0; i < boxes.size(); ++i) {
+      ASSERT_EQ(increases[i], boxes[i].VolumeIncreaseToInclude(query));
+      ASSERT_EQ(centroid_distances[i], query.DistanceTo(boxes[i].Centroid()));
+      ASSERT_EQ(overlaps[i], query.Overlap(boxes[i]));
+      ASSERT_EQ(other_overlaps[i], boxes[0].Overlap(boxes[i]));
+      if (nearer < num_nearer && indices[static_cast<std::size_t>(nearer)] == static_cast<int>(i)) {
+        const double squared_distance = squared_distances[static_cast<std::size_t>(nearer++)];
+        ASSERT_LT(squared_distance, limit);
+        ASSERT_EQ(std::sqrt(squared_distance), boxes[i].DistanceTo(q));
+      } else {
+        ASSERT_GE(boxes[i].DistanceTo(q), std::sqrt(limit));
+      }
+    }
+    ASSERT_EQ(nearer, num_nearer);
+    Eigen::VectorXd min(dimension), max(dimension);
+    rows.Union(min.data(), max.data());
+    const BoundingBox bounds(boxes);
+    ASSERT_TRUE(min == bounds.Min() && max == bounds.Max());
+    const EntrySplitterStar splitter(dimension, min_entries, num_boxes - 1);
+    ASSERT_EQ(splitter.SplitRows(rows), splitter.SplitEntries(boxes));
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Targets, BoxRowsTest, ::testing::ValuesIn(hwy::SupportedAndGeneratedTargets()),
+                         [](const auto& target) { return std::string(hwy::TargetName(target.param)); });
+
+}  // namespace
+}  // namespace kavo::planning

@@ -1,0 +1,342 @@
+#include "kavo/motion_planning/spatial_data_structures/r_star_tree.h"
+
+#include <gtest/gtest.h>
+#include <hwy/targets.h>
+
+#include <random>
+#include <string>
+#include <vector>
+
+#include "tests/motion_planning/spatial_data_structures/boxes.h"
+#include "tests/motion_planning/spatial_data_structures/reference_r_star_tree.h"
+#include "tests/support/fatal.h"
+#include "tests/support/log_capture.h"
+
+namespace kavo::planning {
+namespace {
+
+using testing::Box;
+using testing::ExpectFatal;
+using testing::LogCapture;
+using testing::RandomVec;
+using testing::ReferenceRStarTree;
+using testing::Vec;
+using IntTree = RStarTree<int>;
+using IntNode = RNode<int>;
+using Points = std::vector<Eigen::VectorXd>;
+
+constexpr auto kVolume = SelectionMetric::kMinimumVolumeIncrease;
+constexpr auto kCentroid = SelectionMetric::kMinimumCentroidDistance;
+constexpr auto kOverlap = SelectionMetric::kApproxMinimumOverlapIncrease;
+
+RStarTreeConfig Config(int dimension, SelectionMetric metric, EntrySplitterType splitter, int num_to_prune,
+                       int min_entries = 2, int max_entries = 4) {
+  return {dimension, min_entries, max_entries, num_to_prune, 3, splitter, metric, metric, metric, metric};
+}
+
+// Every way to build a small tree.
+std::vector<RStarTreeConfig> AllConfigs(int dimension) {
+  std::vector<RStarTreeConfig> configs;
+  for (const SelectionMetric metric : {kVolume, kCentroid, kOverlap}) {
+    for (const EntrySplitterType splitter : {EntrySplitterType::kBasic, EntrySplitterType::kStar}) {
+      for (const int num_to_prune : {0, 2, 3}) {
+        configs.push_back(Config(dimension, metric, splitter, num_to_prune));
+      }
+    }
+  }
+  configs.push_back({dimension, 3, 9, 3, 4, EntrySplitterType::kStar, kVolume, kOverlap, kCentroid, kVolume});
+  return configs;
+}
+
+constexpr int kNumKinds = 6;
+
+Points MakePoints(std::mt19937& engine, int kind, int dimension, int num_points) {
+  Points points;
+  const Eigen::VectorXd direction = RandomVec(engine, dimension, -1.0, 1.0);
+  for (int i = 0; i < num_points; ++i) {
+    const Eigen::VectorXd q = RandomVec(engine, dimension, -1.0, 1.0);
+    switch (kind) {
+      case 0:  // Uniform.
+        points.push_back(q);
+        break;
+      case 1:  // Clustered.
+        points.push_back(Eigen::VectorXd::Constant(dimension, static_cast<double>(engine() % 4)) + 0.01 * q);
+        break;
+      case 2:  // Collinear.
+        points.push_back(direction * q[0]);
+        break;
+      case 3:  // Sorted.
+        points.push_back(Eigen::VectorXd::Constant(dimension, 0.1 * i));
+        break;
+      case 4:  // Many duplicates.
+        points.push_back((1.5 * q).array().round());
+        break;
+      default:  // All equal.
+        points.push_back(direction);
+    }
+  }
+  return points;
+}
+
+internal::BoxRef Ref(const Eigen::VectorXd& q) { return {q.data(), q.data()}; }
+
+// Everything that must hold below a node. `count` collects how often each value is present.
+void CheckNode(const IntNode& node, const RStarTreeConfig& config, const Points& points,
+               std::vector<int>& count) {
+  const int dimension = config.dimension;
+  ASSERT_LE(node.NumEntries(), config.max_entries_per_node);
+  ASSERT_GE(node.NumEntries(), node.Parent().has_value() ? config.min_entries_per_node : 1);
+  const auto [min, max] = node.Corners();
+  std::vector<double> lowest(min, min + dimension), highest(max, max + dimension);
+  for (int axis = 0; axis < dimension; ++axis) {
+    double low = std::numeric_limits<double>::infinity();
+    double high = -low;
+    for (int i = 0; i < node.NumEntries(); ++i) {
+      low = std::min(low, node.Boxes().Min(i, axis));
+      high = std::max(high, node.Boxes().Max(i, axis));
+    }
+    ASSERT_EQ(low, min[axis]);
+    ASSERT_EQ(high, max[axis]);
+  }
+  for (int i = 0; i < node.NumEntries(); ++i) {
+    internal::BoxRef box;
+    if (node.IsLeaf()) {
+      const auto value = static_cast<std::size_t>(node.Value(i));
+      ASSERT_LT(value, points.size());
+      ++count[value];
+      box = Ref(points[value]);
+    } else {
+      ASSERT_EQ(node.Child(i)->Level() + 1, node.Level());
+      ASSERT_EQ(node.Child(i)->Parent(), std::optional(const_cast<IntNode*>(&node)));
+      ASSERT_NO_FATAL_FAILURE(CheckNode(*node.Child(i), config, points, count));
+      box = node.Child(i)->Corners();
+    }
+    for (int axis = 0; axis < dimension; ++axis) {
+      ASSERT_EQ(node.Boxes().Min(i, axis), box.min[axis]);
+      ASSERT_EQ(node.Boxes().Max(i, axis), box.max[axis]);
+    }
+  }
+}
+
+void CheckTree(const IntTree& tree, const RStarTreeConfig& config, const Points& points) {
+  ASSERT_FALSE(tree.Root().Parent().has_value());
+  std::vector<int> count(points.size());
+  ASSERT_NO_FATAL_FAILURE(CheckNode(tree.Root(), config, points, count));
+  ASSERT_EQ(count, std::vector<int>(points.size(), 1));
+}
+
+void CheckNearest(const IntTree& tree, const Points& points, const Eigen::VectorXd& q) {
+  double best = std::numeric_limits<double>::infinity();
+  int num_best = 0;
+  std::size_t nearest = 0;
+  std::vector<double> distances;
+  for (std::size_t i = 0; i < points.size(); ++i) {
+    distances.push_back(Box(points[i], points[i]).DistanceTo(q));
+    num_best = distances[i] < best ? 1 : num_best + (distances[i] == best ? 1 : 0);
+    if (distances[i] < best) {
+      best = distances[i];
+      nearest = i;
+    }
+  }
+  const auto found = static_cast<std::size_t>(tree.NearestNeighbor(q.data()));
+  ASSERT_EQ(distances[found], best);
+  if (num_best == 1) {
+    ASSERT_EQ(found, nearest);
+  }
+  ASSERT_GE(distances[static_cast<std::size_t>(tree.ApproxNearestNeighbor(q.data()))], best);
+}
+
+// The shape of a tree: levels, sizes and values, in order.
+std::vector<int> Shape(const IntNode& node) {
+  std::vector<int> shape{static_cast<int>(node.Level()), node.NumEntries()};
+  for (int i = 0; i < node.NumEntries(); ++i) {
+    const std::vector<int> part = node.IsLeaf() ? std::vector{node.Value(i)} : Shape(*node.Child(i));
+    shape.insert(shape.end(), part.begin(), part.end());
+  }
+  return shape;
+}
+
+std::vector<int> Shape(const ReferenceRStarTree::Node& node) {
+  std::vector<int> shape{static_cast<int>(node.level), static_cast<int>(node.entries.size())};
+  for (const auto& entry : node.entries) {
+    const std::vector<int> part = entry.child ? Shape(*entry.child) : std::vector{entry.value};
+    shape.insert(shape.end(), part.begin(), part.end());
+  }
+  return shape;
+}
+
+class RStarTreeTargetTest : public ::testing::TestWithParam<std::int64_t> {
+ protected:
+  void SetUp() override { hwy::SetSupportedTargetsForTest(GetParam()); }
+  void TearDown() override { hwy::SetSupportedTargetsForTest(0); }
+};
+
+TEST(RStarTreeTest, InvariantsHoldAfterEachInsertion) {
+  std::mt19937 engine(1);
+  for (const int dimension : {2, 3, 7, 14}) {
+    const std::vector<RStarTreeConfig> configs = AllConfigs(dimension);
+    for (const RStarTreeConfig& config : configs) {
+      for (int kind = 0; kind < kNumKinds; ++kind) {
+        SCOPED_TRACE("dimension " + std::to_string(dimension) + ", points of kind " + std::to_string(kind) +
+                     ", config " + std::to_string(&config - configs.data()));
+        const Points points = MakePoints(engine, kind, dimension, 80);
+        IntTree tree(config);
+        Points inserted;
+        for (const Eigen::VectorXd& q : points) {
+          tree.Insert(Ref(q), static_cast<int>(inserted.size()));
+          inserted.push_back(q);
+          ASSERT_NO_FATAL_FAILURE(CheckTree(tree, config, inserted));
+          ASSERT_NO_FATAL_FAILURE(CheckNearest(tree, inserted, RandomVec(engine, dimension, -2.0, 2.0)));
+        }
+        ASSERT_NO_FATAL_FAILURE(CheckNearest(tree, inserted, points[17]));
+      }
+    }
+  }
+}
+
+TEST_P(RStarTreeTargetTest, TreeIsTheOneSpelledOut) {
+  std::mt19937 engine(2);
+  int num_root_splits_amid_reinsertion = 0;
+  for (const int dimension : {2, 7}) {
+    for (const RStarTreeConfig& config : AllConfigs(dimension)) {
+      const int kind = static_cast<int>(engine() % kNumKinds);
+      const Points points = MakePoints(engine, kind, dimension, 90);
+      IntTree tree(config);
+      ReferenceRStarTree reference(config);
+      for (std::size_t i = 0; i < points.size(); ++i) {
+        // Boxes as well as points.
+        const BoundingBox box =
+            engine() % 5 == 0 && kind < 3 ? testing::RandomBox(engine, dimension) : Box(points[i], points[i]);
+        tree.Insert(kinematics::ConfigurationLimits(box.Min(), box.Max()), static_cast<int>(i));
+        reference.Insert(box, static_cast<int>(i));
+        ASSERT_EQ(Shape(tree.Root()), Shape(*reference.root))
+            << "dimension " << dimension << ", kind " << kind << ", insertion " << i;
+      }
+      num_root_splits_amid_reinsertion += reference.num_root_splits_amid_reinsertion;
+    }
+  }
+  // Chains of reinsertions that reached the root were among them.
+  EXPECT_GT(num_root_splits_amid_reinsertion, 3);
+}
+
+INSTANTIATE_TEST_SUITE_P(Targets, RStarTreeTargetTest,
+                         ::testing::ValuesIn(hwy::SupportedAndGeneratedTargets()),
+                         [](const auto& target) { return std::string(hwy::TargetName(target.param)); });
+
+TEST(RStarTreeTest, LargeNodesAndManyPoints) {
+  std::mt19937 engine(3);
+  const RStarTreeConfig config = Config(7, kCentroid, EntrySplitterType::kStar, 0, 90, 180);
+  const Points points = MakePoints(engine, 0, 7, 3000);
+  IntTree tree(config);
+  IntTree twin(config);
+  for (std::size_t i = 0; i < points.size(); ++i) {
+    tree.Insert(Ref(points[i]), static_cast<int>(i));
+    twin.Insert(Ref(points[i]), static_cast<int>(i));
+  }
+  EXPECT_EQ(Shape(tree.Root()), Shape(twin.Root()));
+  ASSERT_NO_FATAL_FAILURE(CheckTree(tree, config, points));
+  for (int i = 0; i < 50; ++i) {
+    ASSERT_NO_FATAL_FAILURE(CheckNearest(tree, points, RandomVec(engine, 7, -1.5, 1.5)));
+  }
+  tree.Clear();
+  EXPECT_EQ(tree.Root().NumEntries(), 0);
+  tree.Insert(Ref(points[0]), 0);
+  EXPECT_NO_FATAL_FAILURE(CheckTree(tree, config, {points[0]}));
+}
+
+TEST(RStarTreeTest, FirstEntriesBySteps) {
+  const RStarTreeConfig config = Config(1, kVolume, EntrySplitterType::kStar, 3);
+  IntTree tree(config);
+  for (const int value : {3, 1, 4, 2}) {
+    tree.Insert(Ref(Vec({1.0 * value})), value);
+  }
+  EXPECT_EQ(Shape(tree.Root()), (std::vector<int>{0, 4, 3, 1, 4, 2}));
+  // The root is split at once, into the first two by coordinate and the others.
+  tree.Insert(Ref(Vec({5.0})), 5);
+  EXPECT_EQ(Shape(tree.Root()), (std::vector<int>{1, 2, 0, 2, 1, 2, 0, 3, 3, 4, 5}));
+  tree.Insert(Ref(Vec({6.0})), 6);
+  // The leaf of 3 to 7 overflows. 3 and 7 are farthest from its middle, then comes 4: these three go, 6 and 5
+  // stay. 3 grows the left leaf less, 7 the right one. 4 grows both by one, and goes to the left, which
+  // stands first.
+  tree.Insert(Ref(Vec({7.0})), 7);
+  EXPECT_EQ(Shape(tree.Root()), (std::vector<int>{1, 2, 0, 4, 1, 2, 3, 4, 0, 3, 6, 5, 7}));
+}
+
+TEST(RStarTreeTest, ExactQueryStopsAtAZeroDistance) {
+  std::mt19937 engine(5);
+  const Points points = MakePoints(engine, 0, 2, 500);
+  IntTree tree(Config(2, kVolume, EntrySplitterType::kStar, 2));
+  for (std::size_t i = 0; i < points.size(); ++i) {
+    tree.Insert(Ref(points[i]), static_cast<int>(i));
+  }
+  IntTree::Nearest nearest;
+  nearest.distance = 0.0;
+  tree.RecursiveNearestNeighbor(points[3].data(), tree.Root(), nearest);
+  EXPECT_EQ(nearest.num_examined, 0);
+  nearest = {};
+  tree.RecursiveNearestNeighbor(points[3].data(), tree.Root(), nearest);
+  EXPECT_EQ(nearest.leaf->Value(nearest.position), 3);
+  EXPECT_LT(nearest.num_examined, 60);
+}
+
+TEST(ChildNodeSelectorTest, Ties) {
+  const auto rows_of = [](const std::vector<BoundingBox>& boxes) {
+    internal::BoxRows rows(boxes[0].Dimension());
+    for (const BoundingBox& box : boxes) {
+      rows.Append({box.Min().data(), box.Max().data()}, 9);
+    }
+    return rows;
+  };
+  const ChildNodeSelector selector(2);
+  const internal::BoxRows row = rows_of({Box({0.0}, {1.0}), Box({3.0}, {4.0}), Box({3.0}, {4.0})});
+  for (const auto& [metric, q, chosen] :
+       {std::tuple(kVolume, 2.0, 0), std::tuple(kVolume, 3.5, 1), std::tuple(kCentroid, 2.0, 0),
+        std::tuple(kCentroid, 3.4, 1), std::tuple(kOverlap, 2.0, 0)}) {
+    EXPECT_EQ(selector.SelectChildNode(row, Ref(Vec({q})), metric), chosen) << q;
+  }
+  // Equal growth of overlap, none: the smaller growth in volume decides.
+  EXPECT_EQ(selector.SelectChildNode(rows_of({Box({0.0, 0.0}, {1.0, 2.0}), Box({3.0, 0.0}, {4.0, 1.0})}),
+                                     Ref(Vec({2.0, 0.5})), kOverlap),
+            1);
+  EXPECT_EQ(ChildNodeSelector(0).SelectChildNode(row, Ref(Vec({2.0})), kOverlap), ChildNodeSelector::kNone);
+  const LogCapture log;
+  EXPECT_EQ(selector.SelectChildNode(row, Ref(Vec({2.0})), static_cast<SelectionMetric>(3)),
+            ChildNodeSelector::kNone);
+  EXPECT_EQ(log.messages(LogLevel::kCritical), std::vector<std::string>{"Undefined metric."});
+}
+
+TEST(RStarTreeTest, UnknownKindsAreReported) {
+  const LogCapture log;
+  const auto undefined = static_cast<SelectionMetric>(5);
+  const RStarTreeConfig config = Config(1, undefined, EntrySplitterType::kStar, 1);
+  IntTree tree(config);
+  Points points;
+  for (int i = 0; i < 30; ++i) {
+    points.push_back(Vec({std::sin(i)}));
+    tree.Insert(Ref(points.back()), i);
+    ASSERT_NO_FATAL_FAILURE(CheckTree(tree, config, points));
+    ASSERT_NO_FATAL_FAILURE(CheckNearest(tree, points, Vec({0.3})));
+  }
+  EXPECT_EQ(log.records()[0].message, "Undefined metric.");
+  IntTree unsplittable(Config(1, kVolume, static_cast<EntrySplitterType>(2), 1));
+  EXPECT_EQ(log.records().back().message, "Undefined EntrySplitterImpl");
+  EXPECT_THROW(
+      for (const Eigen::VectorXd& q
+           : points) { unsplittable.Insert(Ref(q), 0); },
+      util::FatalError);
+}
+
+TEST(RNodeTest, EmptyNodesHaveNoBoxAndNoParent) {
+  const std::string file = "motion_planning/spatial_data_structures/r_star_node";
+  IntNode root(0, 1, 5, {}, std::nullopt);
+  ExpectFatal([&] { root.Bounds(); }, "box_.has_value()", file, 170, "Bounds() called for empty node");
+  ExpectFatal([&] { IntNode(0, 1, 5, {}, &root); }, "!parent.has_value()", file, 134,
+              "An empty node should never have a parent.");
+  const double corners[] = {1.0, 2.0};
+  root.AddEntry(IntNode::Entry{7, {corners, corners + 1}, nullptr});
+  EXPECT_EQ(root.Bounds().Min(0), 1.0);
+  EXPECT_EQ(root.Bounds().Max(0), 2.0);
+}
+
+}  // namespace
+}  // namespace kavo::planning

@@ -1,0 +1,168 @@
+#include "kavo/motion_planning/tree/fast_tree.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "kavo/motion_planning/rrt/basic_rrt.h"
+#include "kavo/motion_planning/rrt/rrt_connect.h"
+#include "kavo/motion_planning/tree/basic_tree.h"
+#include "kavo/motion_planning/util/smoothing.h"
+#include "tests/motion_planning/rrt/small_world.h"
+#include "tests/support/fatal.h"
+#include "tests/support/log_capture.h"
+#include "tests/support/vectors.h"
+
+namespace kavo::planning {
+namespace {
+
+using testing::LogCapture;
+using testing::RandomVec;
+using testing::SmallWorld;
+using testing::Vec;
+
+constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+constexpr double kInf = std::numeric_limits<double>::infinity();
+
+std::unique_ptr<Tree> MakeFast(int dimension) {
+  const auto centroid = SelectionMetric::kMinimumCentroidDistance;
+  return CreateFastTree(FastTreeConfig({dimension, 2, 5, 2, 3, EntrySplitterType::kStar, centroid,
+                                        SelectionMetric::kApproxMinimumOverlapIncrease, centroid, centroid}));
+}
+
+std::unique_ptr<Tree> MakeBasic(int dimension) {
+  return CreateBasicTree(static_cast<unsigned long>(dimension), L2Norm, false);
+}
+
+TEST(FastTreeTest, AgreesWithTheScan) {
+  std::mt19937 engine(1);
+  for (const int dimension : {1, 2, 7, 14}) {
+    const auto fast = MakeFast(dimension);
+    const auto basic = MakeBasic(dimension);
+    EXPECT_EQ(fast->CSpaceDimension(), dimension);
+    EXPECT_FALSE(fast->SupportsNodeId());
+    for (int i = 0; i < 400; ++i) {
+      const Node node(RandomVec(engine, dimension, -1.0, 1.0));
+      const auto inserted = fast->Insert(node);
+      ASSERT_EQ(inserted, fast->Nodes().back());
+      basic->Insert(node);
+      const Eigen::VectorXd q = RandomVec(engine, dimension, -1.0, 1.0);
+      const ClosestNode closest = fast->GetClosest(q);
+      const ClosestNode expected = basic->GetClosest(q);
+      ASSERT_EQ(closest.distance, expected.distance);
+      ASSERT_EQ(closest.node->Configuration(), expected.node->Configuration());
+      const ClosestNode near = fast->GetApproxClosest(q);
+      ASSERT_EQ(near.distance, fast->Distance(near.node->Configuration(), q));
+      ASSERT_GE(near.distance, expected.distance);
+      ASSERT_EQ(fast->GetClosest(node.Configuration()).node, fast->Nodes().back());
+    }
+    EXPECT_EQ(fast->NumNodes(), 400u);
+  }
+}
+
+TEST(FastTreeTest, RootsAndChains) {
+  const auto tree = MakeFast(2);
+  for (int i = 0; i < 2; ++i) {
+    const auto root = tree->ClearAndSetRoot(Node(Vec({3.0, 4.0})));
+    EXPECT_EQ(tree->NumNodes(), 1u);
+    EXPECT_EQ(tree->GetClosest(Vec({0.0, 0.0})).node, root);
+    EXPECT_EQ(tree->GetApproxClosest(Vec({0.0, 0.0})).distance, 5.0);
+    const auto child = tree->Insert(Node(Vec({1.0, 0.0}), root));
+    const auto grandchild = tree->Insert(Node(Vec({2.0, 0.0}), child));
+    EXPECT_EQ(tree->Backtrace(grandchild), (std::vector<std::shared_ptr<Node>>{grandchild, child, root}));
+    EXPECT_EQ(tree->Backtrace(root).size(), 1u);
+    for (int k = 0; k < 40; ++k) {
+      tree->Insert(Node(Vec({std::cos(k), std::sin(k)}), root));
+    }
+  }
+  // The new root may be one of the nodes that are dropped.
+  EXPECT_EQ(tree->ClearAndSetRoot(*tree->Nodes().front())->Configuration(), Vec({3.0, 4.0}));
+  const Node child(Vec({0.0, 0.0}), tree->Nodes().front());
+  testing::ExpectFatal([&] { tree->ClearAndSetRoot(child); }, "!node.Parent().has_value()",
+                       "motion_planning/tree/fast_tree", 30, "");
+  EXPECT_EQ(tree->NumNodes(), 0u);
+}
+
+TEST(FastTreeTest, WrongLengthsAreReportedAndNeverNear) {
+  const auto tree = MakeFast(2);
+  tree->ClearAndSetRoot(Node(Vec({0.0, 0.0})));
+  const LogCapture log;
+  tree->Insert(Node(Vec({1.0, 2.0, 3.0})));
+  EXPECT_TRUE(std::isnan(tree->GetClosest(Vec({1.0})).distance));
+  EXPECT_TRUE(std::isnan(tree->GetApproxClosest(Eigen::VectorXd::Zero(5)).distance));
+  const std::string end = "] does not match tree dimension [2].";
+  EXPECT_EQ(log.messages(LogLevel::kCritical),
+            (std::vector<std::string>{"Input dimension [3" + end, "Input dimension [1" + end,
+                                      "Input dimension [5" + end}));
+  EXPECT_EQ(tree->GetClosest(Vec({1.0, 2.0})).node, tree->Nodes()[0]);
+  EXPECT_EQ(tree->NumNodes(), 2u);
+}
+
+TEST(FastTreeTest, NumbersThatAreNoneAreNeverNear) {
+  const auto tree = MakeFast(2);
+  for (const double bad : {kNaN, kInf, -kInf}) {
+    tree->Insert(Node(Vec({bad, 0.0})));
+  }
+  EXPECT_EQ(tree->GetClosest(Vec({0.0, 0.0})).node, tree->Nodes()[0]);
+  // Squares and volumes overflow.
+  std::mt19937 engine(3);
+  for (int i = 0; i < 60; ++i) {
+    tree->Insert(Node(RandomVec(engine, 2, -1e300, 1e300)));
+  }
+  EXPECT_EQ(tree->GetClosest(Vec({0.0, 0.0})).distance, kInf);
+  tree->Insert(Node(Vec({1.0, 0.0})));
+  EXPECT_EQ(tree->GetClosest(Vec({0.0, 0.0})).distance, 1.0);
+  EXPECT_EQ(tree->GetClosest(Vec({kNaN, 0.0})).node, tree->Nodes()[0]);
+}
+
+using Path = std::optional<std::vector<Eigen::VectorXd>>;
+
+Path ToPath(const std::optional<std::vector<std::shared_ptr<Node>>>& nodes) {
+  return nodes ? Path(ConvertToConfigurations(*nodes)) : std::nullopt;
+}
+
+Path PlanBasic(const SmallWorld& world, std::unique_ptr<Tree> tree, bool approximate) {
+  const BasicRRTConfig config(Eigen::VectorXd::Constant(3, 2.0 * world.step), world.step, 60, approximate);
+  return ToPath(
+      CreateBasicRRT(config, world.MakeEnvironment(), tree)->TryToFindPath(world.start, world.goal));
+}
+
+Path PlanConnect(const SmallWorld& world, std::unique_ptr<Tree> tree_a, std::unique_ptr<Tree> tree_b) {
+  return ToPath(CreateRRTConnect({world.step, 60, 0.5}, world.MakeEnvironment(), tree_a, tree_b)
+                    ->TryToFindPath(world.start, world.goal));
+}
+
+TEST(FastTreeTest, PlannersFindTheSamePaths) {
+  const LogCapture log;
+  int num_found = 0;
+  int num_found_approximately = 0;
+  for (unsigned int seed = 0; seed < 150; ++seed) {
+    const SmallWorld world(seed, 3);
+    const Path basic = PlanBasic(world, MakeBasic(3), false);
+    ASSERT_EQ(PlanBasic(world, MakeFast(3), false), basic) << seed;
+    const Path connect = PlanConnect(world, MakeBasic(3), MakeBasic(3));
+    ASSERT_EQ(PlanConnect(world, MakeFast(3), MakeFast(3)), connect) << seed;
+    num_found += (basic ? 1 : 0) + (connect ? 1 : 0);
+
+    const Path approximate = PlanBasic(world, MakeFast(3), true);
+    if (approximate) {
+      ++num_found_approximately;
+      ASSERT_EQ(approximate->front(), world.start);
+      ASSERT_EQ(approximate->back(), world.goal);
+      for (std::size_t i = 1; i < approximate->size(); ++i) {
+        ASSERT_TRUE(world.IsFree((*approximate)[i]));
+        ASSERT_LT(L2Norm((*approximate)[i - 1], (*approximate)[i]), world.step * (1.0 + 1e-9));
+      }
+    }
+  }
+  EXPECT_GT(num_found, 60);
+  EXPECT_GT(num_found_approximately, 10);
+}
+
+}  // namespace
+}  // namespace kavo::planning
