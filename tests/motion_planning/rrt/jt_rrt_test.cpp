@@ -282,8 +282,11 @@ TEST(JtRRTTest, SearchesLikeItsPlainCounterpart) {
   const JtRRTConfig configs[] = {Config(), Config(0.3, 0.05, 1e-3, 0.2, 0.6),
                                  Config(0.03, 0.2, 1e-5, 0.6, 0.2, 40),
                                  Config(0.1, 0.03, 1e-5, 0.5, 0.0, 200),
+                                 // The refinement spends its budget of steps on the way.
+                                 Config(0.001, 3.0),
                                  // Nothing to pull without exploration.
                                  Config(0.1, 0.01, 1e-5, 1.0, 0.0, 50)};
+  const LogCapture log(0);
   int num_found = 0;
   for (const JtRRTConfig& config : configs) {
     for (const auto& target : {Vec({-0.5, 1.0, 0.0}), Vec({0.6, 0.9, 0.0}), Vec({-1.2, -0.4, 0.0})}) {
