@@ -1,5 +1,6 @@
 #include "kavo/motion_planning/environment/robot_environment.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
@@ -162,6 +163,7 @@ class RobotEnvironmentImpl final : public RobotEnvironment {
     return false;
   }
 
+  // Of a configuration that is in collision.
   std::optional<ConfigurationFault::Contact> DeepestContact(const Eigen::VectorXd& q) const {
     std::optional<ConfigurationFault::Contact> deepest;
     const std::vector<math::RigidTransform>& frames = sweep_->compute(q);
@@ -171,12 +173,15 @@ class RobotEnvironmentImpl final : public RobotEnvironment {
         const math::Sphere& sphere = collections_[i].spheres[k];
         const Eigen::Vector3d center = pose * sphere.center;
         const std::optional<WorldView::Nearest> nearest = world_view_.nearestObstacle(center);
-        if (nearest && nearest->distance <= sphere.radius &&
-            (!deepest || sphere.radius - nearest->distance > deepest->depth)) {
+        if (nearest && (!deepest || sphere.radius - nearest->distance > deepest->depth)) {
           deepest = {collections_[i].frame_name,       k, center, sphere.radius, nearest->obstacle,
                      sphere.radius - nearest->distance};
         }
       }
+    }
+    if (deepest) {
+      // A sphere that just touches may lie outside by a rounding error here.
+      deepest->depth = std::max(0.0, deepest->depth);
     }
     return deepest;
   }

@@ -7,6 +7,7 @@
 #include "kavo/motion_planning/interface/motion_planner_config.h"
 #include "kavo/motion_planning/interface/motion_planner_internal.h"
 #include "kavo/motion_planning/interface/param_value_internal.h"
+#include "kavo/util/log_message.h"
 
 namespace kavo {
 
@@ -29,7 +30,10 @@ MotionPlanner::ParamValue::ParamValue(const std::vector<double>& value)
     : impl(MakeImpl(Impl::View<double>(value.begin(), value.size()))) {}
 MotionPlanner::ParamValue::ParamValue(bool value) : impl(MakeImpl(value)) {}
 MotionPlanner::ParamValue::ParamValue(const std::string& value) : impl(MakeImpl(value)) {}
-MotionPlanner::ParamValue::ParamValue(const char* value) : impl(MakeImpl(std::string(value))) {}
+MotionPlanner::ParamValue::ParamValue(const char* value) {
+  KAVO_CHECK(value != nullptr, "motion_planning/interface/motion_planner", 30);
+  impl = MakeImpl(std::string(value));
+}
 MotionPlanner::ParamValue::ParamValue(const std::vector<Limit>& value)
     : impl(MakeImpl(Impl::View<Limit>(value.begin(), value.size()))) {}
 

@@ -105,6 +105,7 @@ class KAVO_EXPORT MotionPlanner {
 
   //! Ends queries once the condition holds, without a path. It is asked before every extension and every
   //! search for a short cut. One that never holds changes no answer; an empty one lifts it. See `StopAfter`.
+  //! It must not call the planner; an exception that it throws leaves the query.
   virtual void setStopCondition(StopCondition stop_condition) = 0;
 
  protected:
@@ -115,7 +116,8 @@ class KAVO_EXPORT MotionPlanner {
 
 //! A planner with the default settings.
 //! \param robot_description The robot, as this library's builder or loaders made it.
-//! \param world_view The obstacles. Copies of a view share one snapshot: updating any of them updates the planner's.
+//! \param world_view The obstacles. Copies of a view share one snapshot: updating any of them updates the
+//!     planner's.
 KAVO_EXPORT std::unique_ptr<MotionPlanner> CreateMotionPlanner(
     std::shared_ptr<RobotDescription> robot_description, const WorldView& world_view);
 

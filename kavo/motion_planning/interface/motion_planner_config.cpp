@@ -26,11 +26,16 @@ std::string ReadScalar(const YAML::Node& map, const char* key) {
   return value.Scalar();
 }
 
+const RobotDescription& Given(const std::shared_ptr<RobotDescription>& robot_description) {
+  KAVO_CHECK(robot_description != nullptr, "motion_planning/interface/motion_planner", 34);
+  return *robot_description;
+}
+
 }  // namespace
 
 MotionPlannerConfig::MotionPlannerConfig(const std::shared_ptr<RobotDescription>& robot_description)
     : distance_metric_weights(
-          Eigen::VectorXd::Ones(static_cast<Eigen::Index>(robot_description->numCSpaceCoords()))),
+          Eigen::VectorXd::Ones(static_cast<Eigen::Index>(Given(robot_description).numCSpaceCoords()))),
       task_space_frame_name(robot_description->kinematics()->frameNames().back()),
       tesk_tree_config(DefaultTeskTreeConfig(static_cast<int>(robot_description->numCSpaceCoords()))) {}
 

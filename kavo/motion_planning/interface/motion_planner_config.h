@@ -20,7 +20,7 @@ namespace kavo::planning {
 
 //! All settings of a `MotionPlanner`. A plain value.
 struct KAVO_EXPORT MotionPlannerConfig {
-  //! The defaults for a robot.
+  //! The defaults for a robot; a fatal error without one.
   explicit MotionPlannerConfig(const std::shared_ptr<RobotDescription>& robot_description);
 
   //! From the root of a YAML document; see examples/planner.yaml for its keys. All but `tesk_tree_params` are

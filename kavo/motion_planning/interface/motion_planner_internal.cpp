@@ -66,6 +66,7 @@ void MotionPlannerInternal::setStopCondition(StopCondition stop_condition) {
 }
 
 void MotionPlannerInternal::validateMotionPlannerConfig() const {
+  KAVO_CHECK(robot_description_ != nullptr, "motion_planning/interface/motion_planner", 260);
   KAVO_CHECK(motion_planner_config_.distance_metric_weights.size() ==
                  static_cast<int>(robot_description_->numCSpaceCoords()),
              "motion_planning/interface/motion_planner", 262)
@@ -74,6 +75,11 @@ void MotionPlannerInternal::validateMotionPlannerConfig() const {
       << "]; must have same number of coordinates as `RobotDescription` configuration space ["
       << robot_description_->numCSpaceCoords() << "].";
   robot_description_->kinematics()->frame(motion_planner_config_.task_space_frame_name);
+  // Of settings that were put together by hand.
+  KAVO_CHECK(motion_planner_config_.task_space_limits.size() >= 3, "motion_planning/interface/motion_planner",
+             268);
+  KAVO_CHECK(motion_planner_config_.x_target_zone_tolerance.size() == 3,
+             "motion_planning/interface/motion_planner", 269);
 }
 
 void MotionPlannerInternal::rebuild() {
@@ -146,9 +152,9 @@ MotionPlanner::Results MotionPlannerInternal::plan(RRT& planner, const Eigen::Ve
   const auto begin = std::chrono::steady_clock::now();
   const auto nodes = planner.TryToFindPath(q_initial, target);
   report_.search_seconds = SecondsSince(begin);
-  report_.status = planner.LastStatus();
   report_.num_iterations = planner.LastNumIterations();
   Results results = generateResults(nodes, generate_interpolated_path);
+  report_.status = nodes && !results.path_found ? SearchStatus::kStopped : planner.LastStatus();
   const RobotEnvironment::Statistics after = robot_environment_->GetStatistics();
   report_.num_validity_checks = after.num_validity_checks - before.num_validity_checks;
   report_.num_samples_drawn = after.num_samples_drawn - before.num_samples_drawn;
@@ -182,7 +188,6 @@ MotionPlanner::Results MotionPlannerInternal::generateResults(
                             kShortCutSeed, stop_condition_);
   report_.shortening_seconds = SecondsSince(begin);
   if (!path) {
-    report_.status = SearchStatus::kStopped;
     return {};
   }
   Results results;

@@ -3,7 +3,6 @@
 #include <Eigen/Core>
 #include <array>
 #include <cstddef>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -21,8 +20,8 @@ namespace kavo::planning {
 //! The implementation of `MotionPlanner`: owns the settings and everything that is built from them.
 class KAVO_EXPORT MotionPlannerInternal final : public MotionPlanner {
  public:
-  //! A number of weights that is not the robot's number of coordinates, or a frame that the robot does not
-  //! have, is a fatal error.
+  //! No robot, a number of weights that is not the robot's number of coordinates, a frame that the robot does
+  //! not have, or a wrong number of limits or zone tolerances is a fatal error.
   MotionPlannerInternal(const MotionPlannerConfig& motion_planner_config,
                         std::shared_ptr<RobotDescription> robot_description, const WorldView& world_view);
 

@@ -18,6 +18,7 @@ bool IsFraction(double value) { return value >= 0.0 && value <= 1.0; }
 
 bool MotionPlannerInternal::setParam(const std::string& param_name, ParamValue value) {
   using Impl = ParamValue::Impl;
+  KAVO_CHECK(value.impl != nullptr, kFile, 182);
   const auto& data = value.impl->value;
   if (param_name == "seed") {
     KAVO_CHECK(value.impl->data_type == ParamValue::Impl::DataType::INTEGER, kFile, 185);

@@ -98,6 +98,7 @@ JtRRT::JtRRT(const JtRRTConfig& config, const std::shared_ptr<RobotEnvironment>&
   KAVO_CHECK(maybe_sample.has_value(), "motion_planning/rrt/jt_rrt", 206)
       << "RobotEnvironment does NOT support task space sampling.";
   KAVO_CHECK(c_space_tree->SupportsNodeId(), "motion_planning/rrt/jt_rrt", 113);
+  KAVO_CHECK(task_space_tree->SupportsNodeId(), "motion_planning/rrt/jt_rrt", 114);
 }
 
 std::optional<std::vector<std::shared_ptr<Node>>> JtRRT::TryToFindPath(const Eigen::VectorXd& q_initial,
@@ -316,7 +317,9 @@ void JtRRT::ExtendToTarget() {
   const Eigen::VectorXd q_goal = GetCSpaceTarget(q_start);
   Twins parents{*q_target_node_, *TaskSpaceTree().TryGetNode(*(*q_target_node_)->TryGetId())};
   const Eigen::VectorXd step = internal::StepToward(q_start, q_goal, config_.edge_length);
-  const double num_steps = std::floor(internal::Distance(q_start, q_goal) / config_.edge_length);
+  // The refinement makes no more steps; where lengths overflow, their ratio says nothing.
+  const double num_steps = std::min(double{kRefinementBudget},
+                                    std::floor(internal::Distance(q_start, q_goal) / config_.edge_length));
   for (int k = 1; k <= num_steps; ++k) {
     DualInsert(q_start + k * step, parents);
   }

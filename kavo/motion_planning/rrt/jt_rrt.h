@@ -62,8 +62,8 @@ class KAVO_EXPORT JtRRT final : public RRT {
   };
 
   //! \param environment Must sample task space (fatal error otherwise; one sample is drawn to see).
-  //! \param c_space_tree, task_space_tree Owners of the trees to grow; see `RRT`. Their dimensions must be the
-  //!     environment's and 3, and both must look nodes up by id.
+  //! \param c_space_tree, task_space_tree Owners of the trees to grow; see `RRT`. Their dimensions must be
+  //!     the environment's and 3, and both must look nodes up by id (fatal errors otherwise).
   JtRRT(const JtRRTConfig& config, const std::shared_ptr<RobotEnvironment>& environment,
         std::unique_ptr<Tree>& c_space_tree, std::unique_ptr<Tree>& task_space_tree);
 
@@ -71,8 +71,8 @@ class KAVO_EXPORT JtRRT final : public RRT {
 
   //! A path from `q_initial` (first) to a configuration (last) whose task-space position is as close to
   //! `x_target` as the refinement got. Random choices go on from one call to the next.
-  //! \param x_target Position relative to the robot base, metres; 3 entries (fatal error otherwise). One that is not
-  //!     finite gives no path.
+  //! \param x_target Position relative to the robot base, metres; 3 entries (fatal error otherwise). One
+  //!     that is not finite gives no path.
   std::optional<std::vector<std::shared_ptr<Node>>> TryToFindPath(const Eigen::VectorXd& q_initial,
                                                                   const Eigen::VectorXd& x_target) override;
 

@@ -9,6 +9,7 @@ RRT::~RRT() = default;
 
 bool RRT::ValidateConfiguration(const Environment& environment, const Eigen::VectorXd& q,
                                 SearchStatus if_invalid) {
+  status_ = SearchStatus::kNone;
   num_iterations_ = 0;
   if (environment.IsValidConfiguration(q) && internal::IsFinite(q)) {
     return true;

@@ -38,7 +38,8 @@ class KAVO_EXPORT RRT {
   virtual std::vector<std::pair<Eigen::VectorXd, Eigen::VectorXd>> GetAllValidatedEdges() const = 0;
 
   //! Ends a search once the condition holds: it is asked before every extension, and the query then gives no
-  //! path. The next query starts over. A condition that never holds changes no answer.
+  //! path. The next query starts over. A condition that never holds changes no answer. It must not call the
+  //! planner; an exception that it throws leaves the query.
   void SetStopCondition(StopCondition stop_condition) { stop_condition_ = std::move(stop_condition); }
 
   //! How the last query ended.
@@ -47,7 +48,7 @@ class KAVO_EXPORT RRT {
   std::uint64_t LastNumIterations() const { return num_iterations_; }
 
  protected:
-  //! Starts a search: no iterations yet. False, with the status `if_invalid` and a warning, for a
+  //! Starts a search: no status, no iterations yet. False, with the status `if_invalid` and a warning, for a
   //! configuration that the environment refuses or that is not finite: an environment may accept such a one,
   //! but no walk from or to it would end.
   bool ValidateConfiguration(const Environment& environment, const Eigen::VectorXd& q,

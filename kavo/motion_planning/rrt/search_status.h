@@ -4,7 +4,7 @@ namespace kavo::planning {
 
 //! How a search for a path ended.
 enum class SearchStatus {
-  //! There was no search yet.
+  //! There was no search yet, or an exception ended it.
   kNone,
   kFound,
   //! The start is not a valid configuration.

@@ -6,6 +6,7 @@
 #include <functional>
 #include <limits>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -336,7 +337,20 @@ TEST_F(MotionPlannerTest, BadSettingsAreFatalWhenThePlannerIsMade) {
               "motion_planning/interface/motion_planner", 262,
               "Invalid number of `distance_metric_weights` [2]; must have same number of coordinates as "
               "`RobotDescription` configuration space [3].");
-  EXPECT_THROW(Make([](auto& c) { c.task_space_frame_name = "nowhere"; }), util::FatalError);
+  const std::function<void(MotionPlannerConfig&)> edits[] = {
+      [](auto& c) { c.task_space_frame_name = "nowhere"; }, [](auto& c) { c.task_space_limits.pop_back(); },
+      [](auto& c) {
+        c.x_target_zone_tolerance = Vec({1.0, 1.0});
+      }};
+  for (const auto& edit : edits) {
+    EXPECT_THROW(Make(edit), util::FatalError);
+  }
+  EXPECT_THROW(CreateMotionPlanner(nullptr, world_.view()), util::FatalError);
+  EXPECT_THROW(MotionPlannerInternal(MotionPlannerConfig(robot_), nullptr, world_.view()), util::FatalError);
+  EXPECT_THROW(ParamValue(static_cast<const char*>(nullptr)), util::FatalError);
+  ParamValue empty = 1;
+  empty.impl.reset();
+  EXPECT_THROW(Make()->setParam("seed", empty), util::FatalError);
   EXPECT_THROW(Make()->setParam("task_space_frame_name", "nowhere"), util::FatalError);
 }
 
@@ -447,6 +461,10 @@ TEST_F(MotionPlannerTest, StopConditionEndsQueriesWherever) {
   const auto planner = Make();
   planner->setStopCondition([] { return false; });
   EXPECT_EQ(Answers(*planner), undisturbed);
+  // An exception of the condition leaves the query, and no word of an earlier one.
+  planner->setStopCondition([]() -> bool { throw std::runtime_error("enough"); });
+  EXPECT_THROW(planner->planToTaskSpaceTarget(kStart, kTarget, false), std::runtime_error);
+  EXPECT_EQ(planner->queryReport().status, SearchStatus::kNone);
   // A condition stays in force when the planner is rebuilt.
   planner->setStopCondition(StopAfter(0.0));
   EXPECT_TRUE(planner->setParam("seed", 5));

@@ -2,9 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <memory>
+#include <random>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -132,6 +135,8 @@ TEST(JtRRTTest, TreesAndEnvironmentMustFit) {
       "maybe_sample.has_value()", kFile, 206, "RobotEnvironment does NOT support task space sampling.");
   ExpectFatal([&] { create(planner.environment, no_ids, planner.task_space_tree); },
               "c_space_tree->SupportsNodeId()", kFile, 113, "");
+  ExpectFatal([&] { create(planner.environment, planner.c_space_tree, no_ids); },
+              "task_space_tree->SupportsNodeId()", kFile, 114, "");
   ExpectFatal([&] { planner.Plan(kStart, Vec({1.0, 1.0})); }, "x_target.size() == 3", kFile, 123, "");
 }
 
@@ -172,32 +177,137 @@ TEST(JtRRTTest, PathsHonourTheirContract) {
   EXPECT_EQ(planner.rrt->GetAllValidatedEdges().size(), planner.c_space_tree->NumNodes() - 1);
 }
 
-TEST(JtRRTTest, WalksStraightOnATable) {
-  // Random positions only, all of them at (0.55, 0) of the plane: the first extension steps by 0.1 along x
-  // until it is in the zone of the target there; the refinement does the rest.
-  RobotEnvironmentConfig config = Table(World());
-  const Planner planner(Config(0.1, 0.06, 1e-3, 0.0, 1.0), config);
-  config.SetTaskSpaceLimits({Vec({0.55, 0.0, 0.0}), Vec({0.55, 0.0, 0.0})});
-  const auto environment = CreateRobotEnvironment(config);
-  auto c_space_tree = CreateBasicTree(2, environment->CSpaceDistanceMetric(), true);
-  auto task_space_tree = CreateBasicTree(3, L2Norm, true);
-  const auto rrt = CreateJtRRT(Config(0.1, 0.06, 1e-3, 0.0, 1.0), environment, c_space_tree, task_space_tree);
-  const auto nodes = rrt->TryToFindPath(Vec({0.0, 0.0}), Vec({0.55, 0.0, 0.0}));
-  ASSERT_TRUE(nodes.has_value());
-  ASSERT_EQ(nodes->size(), 7u);
-  for (std::size_t i = 0; i + 1 < nodes->size(); ++i) {
-    EXPECT_NEAR((*nodes)[i]->Configuration()[0], 0.1 * static_cast<double>(i), 1e-12);
-    EXPECT_NEAR((*nodes)[i]->Configuration()[1], 0.0, 1e-12);
+// The search written out plainly, on lists: the configurations that it inserts, and the indices of the path.
+struct SlowSearch {
+  SlowSearch(const JtRRTConfig& c, const RobotEnvironment& e, const Eigen::VectorXd& start,
+             const Eigen::VectorXd& target) {
+    const auto x = [&](const Eigen::VectorXd& at) -> Eigen::VectorXd { return e.TaskSpacePosition(at); };
+    const auto pull = [&](const Eigen::VectorXd& at, const Eigen::VectorXd& goal) -> Eigen::VectorXd {
+      Eigen::MatrixXd jacobian(3, at.size());
+      e.GetTaskSpacePositionJacobian(at, jacobian);
+      return jacobian.transpose() * (c.edge_length * (goal - x(at)).normalized());
+    };
+    const auto insert = [&](const Eigen::VectorXd& at, std::size_t parent) {
+      q.push_back(at);
+      parents.push_back(parent);
+      return q.size() - 1;
+    };
+    const auto min = e.CSpaceCoordLimits().Min().array();
+    const auto max = e.CSpaceCoordLimits().Max().array();
+    std::mt19937 modes(static_cast<unsigned int>(c.seed));
+    std::mt19937 draws(static_cast<unsigned int>(c.seed) ^ 12345u);
+    std::set<std::size_t> candidates;
+    bool in_zone = false;
+    e.SampleTaskSpace();  // drawn when a planner is made
+    std::size_t node = insert(start, 0);
+    for (std::size_t i = 0; i < c.max_iterations && !in_zone; ++i) {
+      const double r = static_cast<double>(modes()) / 4294967295.0;
+      const bool exploit = r < c.task_space_exploitation_fraction;
+      const bool straight = r >= c.task_space_exploitation_fraction + c.task_space_exploration_fraction;
+      const Eigen::VectorXd goal = exploit    ? target
+                                   : straight ? *e.SampleConfiguration()
+                                              : Eigen::VectorXd(*e.SampleTaskSpace());
+      const auto distance = [&](const Eigen::VectorXd& at) {
+        return straight ? e.CSpaceDistanceMetric()(at, goal) : (x(at) - goal).norm();
+      };
+      node = static_cast<std::size_t>(
+          std::min_element(q.begin(), q.end(),
+                           [&](const auto& a, const auto& b) { return distance(a) < distance(b); }) -
+          q.begin());
+      if (exploit) {
+        if (candidates.empty()) {
+          continue;
+        }
+        if (candidates.count(node) == 0) {
+          node = *std::next(candidates.begin(), static_cast<std::ptrdiff_t>(draws() % candidates.size()));
+        }
+        candidates.erase(node);
+      }
+      const auto step = [&](const Eigen::VectorXd& at) -> Eigen::VectorXd {
+        const Eigen::VectorXd dq = straight ? Eigen::VectorXd(goal - at) : pull(at, goal);
+        return straight || dq.norm() > 1e-6 ? c.edge_length * dq.normalized() : dq;
+      };
+      Eigen::VectorXd dq = step(q[node]);
+      Eigen::VectorXd next = (q[node] + dq).array().max(min).min(max);
+      if (dq.norm() < 1e-6 || (next.array() <= min || next.array() >= max).all()) {
+        continue;
+      }
+      while (!in_zone && e.IsValidConfiguration(next)) {
+        node = insert(next, node);
+        if (!exploit) {
+          candidates.insert(node);
+        }
+        in_zone = ((x(next) - target).array().abs() <= c.x_target_zone_tolerance.array()).all();
+        const Eigen::VectorXd previous = dq;
+        dq = straight ? dq : step(next);
+        if (c.edge_length > distance(next) || dq.norm() < 1e-6 || dq.dot(previous) < 0.0) {
+          break;
+        }
+        next += dq;
+      }
+    }
+    if (!in_zone) {
+      return;
+    }
+    Eigen::VectorXd refined = q[node];
+    Eigen::VectorXd previous = Eigen::VectorXd::Zero(start.size());
+    double scale = c.edge_length;
+    for (int i = 0; i < 1001 && (x(refined) - target).norm() > c.x_target_final_tolerance; ++i) {
+      const Eigen::VectorXd direction = pull(refined, target).normalized();
+      refined += scale * direction;
+      scale /= direction.dot(previous) < 0.0 ? 1.4 : 1.0;
+      previous = direction;
+    }
+    const Eigen::VectorXd from = q[node];
+    for (int k = 1; k <= (refined - from).norm() / c.edge_length; ++k) {
+      node = insert(from + k * c.edge_length * (refined - from).normalized(), node);
+    }
+    for (node = insert(refined, node); node > 0; node = parents[node]) {
+      path.insert(path.begin(), node);
+    }
+    path.insert(path.begin(), 0);
   }
-  EXPECT_NEAR(nodes->back()->Configuration()[0], 0.55, 1e-3);
-}
 
-TEST(JtRRTTest, ExploitationNeedsNodesThatExplorationAdded) {
-  const Planner planner(Config(0.1, 0.01, 1e-5, 1.0, 0.0, 50), ThreeLink());
-  EXPECT_TRUE(planner.Plan(kStart, Vec({1.0, 1.0, 0.0})).empty());
-  EXPECT_EQ(planner.c_space_tree->NumNodes(), 1u);
-  EXPECT_EQ(planner.rrt->LastStatus(), SearchStatus::kIterationsSpent);
-  EXPECT_EQ(planner.rrt->LastNumIterations(), 50u);
+  std::vector<Eigen::VectorXd> q;
+  std::vector<std::size_t> parents;
+  std::vector<std::size_t> path;
+};
+
+TEST(JtRRTTest, SearchesLikeItsPlainCounterpart) {
+  World world;
+  world.add(SphereObstacle{0.3}, Pose3::FromTranslation({1.7, 0.6, 0.0}));
+  const auto environment_config = [&world] {
+    return BuildThreeLinkRobotEnvironmentConfig(world.view(), {1.0, 2.0, 0.5}, 100, 5);
+  };
+  const JtRRTConfig configs[] = {Config(), Config(0.3, 0.05, 1e-3, 0.2, 0.6),
+                                 Config(0.03, 0.2, 1e-5, 0.6, 0.2, 40),
+                                 Config(0.1, 0.03, 1e-5, 0.5, 0.0, 200),
+                                 // The refinement spends its budget of steps on the way.
+                                 Config(0.001, 3.0),
+                                 // Nothing to pull without exploration.
+                                 Config(0.1, 0.01, 1e-5, 1.0, 0.0, 50)};
+  const LogCapture log(0);
+  int num_found = 0;
+  for (const JtRRTConfig& config : configs) {
+    for (const auto& target : {Vec({-0.5, 1.0, 0.0}), Vec({0.6, 0.9, 0.0}), Vec({-1.2, -0.4, 0.0})}) {
+      const Planner planner(config, environment_config());
+      RobotEnvironmentConfig reference_config = environment_config();
+      const SlowSearch slow(config, *Planner::MakeEnvironment(reference_config), kStart, target);
+      const auto path = planner.Plan(kStart, target);
+      const auto& nodes = planner.c_space_tree->Nodes();
+      ASSERT_EQ(nodes.size(), slow.q.size());
+      for (std::size_t i = 0; i < nodes.size(); ++i) {
+        ASSERT_LT((nodes[i]->Configuration() - slow.q[i]).norm(), 1e-9) << i;
+        ASSERT_TRUE(i == 0 || (*nodes[i]->Parent())->TryGetId() == slow.parents[i]) << i;
+      }
+      ASSERT_EQ(path.size(), slow.path.size());
+      for (std::size_t i = 0; i < path.size(); ++i) {
+        ASSERT_LT((path[i] - slow.q[slow.path[i]]).norm(), 1e-9) << i;
+      }
+      num_found += path.empty() ? 0 : 1;
+    }
+  }
+  EXPECT_GT(num_found, 6);
 }
 
 TEST(JtRRTTest, FailuresEndInBoundedTimeWithTheirReports) {
