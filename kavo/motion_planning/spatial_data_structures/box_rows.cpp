@@ -7,6 +7,8 @@
 #include <hwy/highway.h>
 
 #include <algorithm>
+#include <new>
+#include <utility>
 
 HWY_BEFORE_NAMESPACE();
 namespace kavo::planning::internal::HWY_NAMESPACE {
@@ -272,6 +274,9 @@ void BoxRows::Reallocate(int stride, bool points) {
   const std::size_t num_numbers =
       static_cast<std::size_t>(stride) * static_cast<std::size_t>(dimension_) * (points ? 1 : 2) + kPadding;
   auto rows = hwy::AllocateAligned<double>(num_numbers);
+  if (!rows) {
+    throw std::bad_alloc();
+  }
   std::fill_n(rows.get(), num_numbers, 0.0);
   const std::ptrdiff_t max_offset = points ? 0 : std::ptrdiff_t{stride} * dimension_;
   for (int axis = 0; axis < dimension_; ++axis) {

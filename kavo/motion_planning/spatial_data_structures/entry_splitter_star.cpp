@@ -186,7 +186,7 @@ std::pair<std::vector<int>, std::vector<int>> EntrySplitterStar::SplitEntries(
 
 std::pair<std::vector<int>, std::vector<int>> EntrySplitterStar::SplitRows(
     const internal::BoxRows& boxes) const {
-  if (boxes.Size() != max_entries_per_node_ + 1 || boxes.Dimension() != dimension_ ||
+  if (boxes.Size() - 1 != max_entries_per_node_ || boxes.Dimension() != dimension_ ||
       num_distributions_ < 1) {
     return EntrySplitter::SplitRows(boxes);
   }

@@ -2,6 +2,7 @@
 
 #include <hwy/cache_control.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstddef>
 #include <functional>
@@ -139,8 +140,9 @@ class RStarTree {
 
  private:
   std::unique_ptr<Node> MakeNode(std::uint32_t level) const {
-    return std::make_unique<Node>(level, config_.dimension, config_.max_entries_per_node + 1,
-                                  std::vector<Entry>{}, std::nullopt);
+    // One entry more, as long as that is a number.
+    const int max_entries = std::min(config_.max_entries_per_node, std::numeric_limits<int>::max() - 1) + 1;
+    return std::make_unique<Node>(level, config_.dimension, max_entries, std::vector<Entry>{}, std::nullopt);
   }
 
   std::shared_ptr<EntrySplitter> InitializeEntrySplitter(EntrySplitterType type) const {

@@ -79,13 +79,7 @@ class BasicTree final : public Tree {
   }
 
   std::vector<std::shared_ptr<Node>> Backtrace(const std::shared_ptr<Node>& node) override {
-    std::vector<std::shared_ptr<Node>> chain{node};
-    while (chain.back()->Parent().has_value()) {
-      // A copy first: growing the list may move the element that the parent is read from.
-      std::shared_ptr<Node> parent = *chain.back()->Parent();
-      chain.push_back(std::move(parent));
-    }
-    return chain;
+    return ChainToRoot(node);
   }
 
   double Distance(const Eigen::VectorXd& q0, const Eigen::VectorXd& q1) const override {

@@ -36,22 +36,17 @@ class FastTree final : public Tree {
     if (node.Dimension() != config_.dimension) {
       LogFatalDimensionMismatchError(static_cast<int>(node.Dimension()));
     }
-    nodes_.push_back(std::make_shared<Node>(node));
-    if (IsIndexable(node.Configuration())) {
-      const double* const point = node.Configuration().data();
-      index_->Insert({point, point}, nodes_.back());
+    const auto stored = std::make_shared<Node>(node);
+    if (IsIndexable(stored->Configuration())) {
+      const double* const point = stored->Configuration().data();
+      index_->Insert({point, point}, stored);
     }
-    return nodes_.back();
+    nodes_.push_back(stored);
+    return stored;
   }
 
   std::vector<std::shared_ptr<Node>> Backtrace(const std::shared_ptr<Node>& node) override {
-    std::vector<std::shared_ptr<Node>> chain{node};
-    while (chain.back()->Parent().has_value()) {
-      // A copy first: growing the list may move the element that the parent is read from.
-      std::shared_ptr<Node> parent = *chain.back()->Parent();
-      chain.push_back(std::move(parent));
-    }
-    return chain;
+    return ChainToRoot(node);
   }
 
   double Distance(const Eigen::VectorXd& q0, const Eigen::VectorXd& q1) const override {

@@ -42,4 +42,12 @@ Node::~Node() {
   }
 }
 
+std::vector<std::shared_ptr<Node>> ChainToRoot(const std::shared_ptr<Node>& node) {
+  std::vector<std::shared_ptr<Node>> chain{node};
+  while (const std::shared_ptr<Node> parent = chain.back()->Parent().value_or(nullptr)) {
+    chain.push_back(parent);
+  }
+  return chain;
+}
+
 }  // namespace kavo::planning

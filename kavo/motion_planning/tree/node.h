@@ -3,6 +3,7 @@
 #include <Eigen/Core>
 #include <memory>
 #include <optional>
+#include <vector>
 
 #include "kavo/util/export.h"
 
@@ -41,5 +42,8 @@ class KAVO_EXPORT Node {
   std::optional<std::shared_ptr<Node>> parent_;
   std::optional<unsigned int> id_;
 };
+
+//! The chain from `node` (first) to its root (last). It ends before a parent that is set but null.
+KAVO_EXPORT std::vector<std::shared_ptr<Node>> ChainToRoot(const std::shared_ptr<Node>& node);
 
 }  // namespace kavo::planning

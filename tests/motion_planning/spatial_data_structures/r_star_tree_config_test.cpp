@@ -63,6 +63,8 @@ TEST(RStarTreeConfigTest, BrokenRulesAreReportedInOrder) {
     testing::ExpectFatal([&] { Make(c.values[0], c.values[1], c.values[2], c.values[3], c.values[4]); },
                          c.condition, "motion_planning/spatial_data_structures/r_star_tree_config", c.line,
                          "");
+    EXPECT_THROW(Make(c.values[0], c.values[1], c.values[2], c.values[3], c.values[4]), util::FatalError);
+    EXPECT_EQ(log.warnings(), std::vector{c.warning});
   }
   const testing::LogCapture log;
   EXPECT_FALSE(ValidateDimension(-1));

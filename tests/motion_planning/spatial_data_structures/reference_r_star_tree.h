@@ -67,6 +67,14 @@ class ReferenceRStarTree {
     InsertCore(node, {box, value, nullptr});
   }
 
+  const Node* ApproxLeaf(const Box& box) const {
+    const Node* node = root.get();
+    while (node->level > 0) {
+      node = Select(*node, box, config.approx_nearest_neighbor_selection_metric);
+    }
+    return node;
+  }
+
   planning::RStarTreeConfig config;
   std::shared_ptr<Node> root;
   std::vector<bool> reinserted;

@@ -76,6 +76,7 @@ TEST(FastTreeTest, RootsAndChains) {
     const auto grandchild = tree->Insert(Node(Vec({2.0, 0.0}), child));
     EXPECT_EQ(tree->Backtrace(grandchild), (std::vector<std::shared_ptr<Node>>{grandchild, child, root}));
     EXPECT_EQ(tree->Backtrace(root).size(), 1u);
+    EXPECT_EQ(tree->Backtrace(std::make_shared<Node>(Vec({1.0, 0.0}), nullptr)).size(), 1u);
     for (int k = 0; k < 40; ++k) {
       tree->Insert(Node(Vec({std::cos(k), std::sin(k)}), root));
     }
