@@ -2,12 +2,10 @@
 
 #include <gmock/gmock.h>
 
-#include <exception>
 #include <fstream>
 #include <stdexcept>
-#include <string>
-#include <vector>
 
+#include "tests/support/fatal.h"
 #include "tests/support/log_capture.h"
 
 namespace kavo::util {
@@ -15,47 +13,25 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using ::testing::SizeIs;
-
-constexpr LogLevel kLevels[] = {LogLevel::kCritical, LogLevel::kError, LogLevel::kWarning, LogLevel::kInfo};
 
 TEST(LogMessage, EachLevelAppearsFromItsThresholdOn) {
   for (int threshold = -1; threshold <= 4; ++threshold) {
     const kavo::testing::LogCapture log(threshold);
-    std::vector<std::string> expected;
-    for (const LogLevel level : kLevels) {
+    for (const LogLevel level :
+         {LogLevel::kCritical, LogLevel::kError, LogLevel::kWarning, LogLevel::kInfo}) {
       const int number = static_cast<int>(level);
-      KAVO_LOG(level) << "level " << number;
-      if (number <= threshold) {
-        expected.push_back("level " + std::to_string(number));
-      }
+      int formatted = 0;
+      KAVO_LOG(level) << "level " << number << ++formatted;
+      EXPECT_EQ(formatted, number <= threshold ? 1 : 0) << "text that is not wanted is not formatted";
+      EXPECT_EQ(log.messages(level).size(), static_cast<std::size_t>(formatted)) << "threshold " << threshold;
     }
-    std::vector<std::string> messages;
-    for (const LogRecord& record : log.records()) {
-      EXPECT_FALSE(record.fatal);
-      EXPECT_EQ(record.condition + record.file, "");
-      messages.push_back(record.message);
-    }
-    EXPECT_EQ(messages, expected) << "threshold " << threshold;
   }
-}
-
-TEST(LogMessage, TextThatIsNotWantedIsNotFormatted) {
-  const kavo::testing::LogCapture log(static_cast<int>(LogLevel::kWarning));
-  int formatted = 0;
-  const auto format = [&formatted] { return ++formatted; };
-  KAVO_LOG(LogLevel::kInfo) << format();
-  KAVO_CHECK(true, "a/b", 1) << format();
-  EXPECT_EQ(formatted, 0);
-  KAVO_LOG(LogLevel::kWarning) << format();
-  EXPECT_EQ(formatted, 1);
 }
 
 TEST(LogMessage, MacrosAreOneStatement) {
   const kavo::testing::LogCapture log;
-  const std::vector<bool> choices = {true, false};
-  for (const bool choice : choices) {
-    if (choice)
+  for (const int choice : {1, 0}) {
+    if (choice == 1)
       KAVO_LOG(LogLevel::kWarning) << "yes";
     else
       KAVO_LOG(LogLevel::kWarning) << "no";
@@ -64,56 +40,36 @@ TEST(LogMessage, MacrosAreOneStatement) {
 }
 
 TEST(LogMessage, BrokenPreconditionThrowsWhatWasLogged) {
-  // Fatal reports are never silenced.
-  const kavo::testing::LogCapture log(-1);
   const int size = 3;
-  try {
-    KAVO_CHECK(size < 2 && size != 7, "room/folder/file", 42) << "size is " << size << ", at most " << 1.5;
-    FAIL() << "no exception";
-  } catch (const FatalError& error) {
-    EXPECT_EQ(error.condition(), "size < 2 && size != 7");
-    EXPECT_EQ(error.file(), "room/folder/file");
-    EXPECT_EQ(error.line(), 42);
-    EXPECT_EQ(error.message(), "size is 3, at most 1.5");
-    EXPECT_STREQ(error.what(),
-                 "kavo: fatal: size is 3, at most 1.5 [size < 2 && size != 7] at room/folder/file:42");
-  }
-  const std::vector<LogRecord> records = log.records();
-  ASSERT_THAT(records, SizeIs(1));
-  EXPECT_TRUE(records[0].fatal);
-  EXPECT_EQ(records[0].level, LogLevel::kCritical);
-  EXPECT_EQ(records[0].condition, "size < 2 && size != 7");
-  EXPECT_EQ(records[0].file, "room/folder/file");
-  EXPECT_EQ(records[0].line, 42);
-  EXPECT_EQ(records[0].message, "size is 3, at most 1.5");
-}
+  int formatted = 0;
+  KAVO_CHECK(size == 3, "a/b", 1) << ++formatted;
+  EXPECT_EQ(formatted, 0);
+  const auto fail = [&] {
+    KAVO_CHECK(size < 2 && size != 7, "room/file", 42) << "size " << size << ", not " << 1.5;
+  };
+  kavo::testing::ExpectFatal(fail, "size < 2 && size != 7", "room/file", 42, "size 3, not 1.5");
+  kavo::testing::ExpectFatal([] { KAVO_CHECK(false, "a/b", 1); }, "false", "a/b", 1, "");
 
-TEST(LogMessage, CheckWithoutTextThrowsToo) {
-  const kavo::testing::LogCapture log;
-  EXPECT_THROW(KAVO_CHECK(false, "a/b", 1), std::logic_error);
-  EXPECT_EQ(log.records().at(0).message, "");
-}
-
-TEST(LogMessage, ErrorOutlivesItsCopies) {
-  const kavo::testing::LogCapture log;
+  const kavo::testing::LogCapture log(-1);  // Fatal reports are never silenced.
   std::exception_ptr thrown;
   try {
-    KAVO_CHECK(false, "a/b", 7) << "text";
+    fail();
   } catch (const FatalError& error) {
-    thrown = std::make_exception_ptr(error);
+    thrown = std::make_exception_ptr(error);  // A copy, which outlives what was thrown.
   }
+  ASSERT_EQ(log.records().size(), 1u);
+  EXPECT_EQ(log.records()[0].level, LogLevel::kCritical);
+  EXPECT_EQ(log.records()[0].file, "room/file");
   try {
     std::rethrow_exception(thrown);
-  } catch (const FatalError& error) {
-    EXPECT_EQ(error.message(), "text");
-    EXPECT_STREQ(error.what(), "kavo: fatal: text [false] at a/b:7");
+  } catch (const std::logic_error& error) {
+    EXPECT_STREQ(error.what(), "kavo: fatal: size 3, not 1.5 [size < 2 && size != 7] at room/file:42");
   }
 }
 
 TEST(LogMessage, StreamWithoutStringBufferGivesAnEmptyText) {
   const kavo::testing::LogCapture log;
-  const std::ofstream file;
-  LogMessage(LogLevel::kWarning) & file;
+  LogMessage(LogLevel::kWarning) & std::ofstream();
   EXPECT_THAT(log.warnings(), ElementsAre(""));
 }
 

@@ -1,8 +1,5 @@
 #pragma once
 
-#include <Eigen/Core>
-#include <Eigen/Geometry>
-#include <cstdint>
 #include <random>
 
 #include "kavo/math/pose3.h"
@@ -30,12 +27,7 @@ class RandomScene {
   }
 
   //! A multiple of an eighth of `reach` in each coordinate.
-  Eigen::Vector3d gridPoint(double reach) {
-    const double x = integer(-8, 8);
-    const double y = integer(-8, 8);
-    const double z = integer(-8, 8);
-    return {x * reach / 8.0, y * reach / 8.0, z * reach / 8.0};
-  }
+  Eigen::Vector3d gridPoint(double reach) { return (8.0 * point(1.0)).array().round() * reach / 8.0; }
 
   Pose3 pose(double reach) {
     const Eigen::Vector3d position = point(reach);
