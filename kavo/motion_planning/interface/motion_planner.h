@@ -103,9 +103,9 @@ class KAVO_EXPORT MotionPlanner {
   //! What the last query did, and why it found no path if it found none.
   virtual QueryReport queryReport() const = 0;
 
-  //! Ends queries once the condition holds, without a path. It is asked before every extension and every
-  //! search for a short cut. One that never holds changes no answer; an empty one lifts it. See `StopAfter`.
-  //! It must not call the planner; an exception that it throws leaves the query.
+  //! Ends queries once the condition holds, without a path. It is asked before every extension, every
+  //! step of one, and every search for a short cut. One that never holds changes no answer; an empty one
+  //! lifts it. See `StopAfter`. It must not call the planner; an exception that it throws leaves the query.
   virtual void setStopCondition(StopCondition stop_condition) = 0;
 
  protected:

@@ -106,7 +106,7 @@ class BasicRRT final : public RRT {
     const Eigen::VectorXd step = internal::StepToward(parent->Configuration(), q_sample, config_.edge_length);
     Eigen::VectorXd q_new = parent->Configuration() + step;
     // A sample or a step beyond the finite numbers leads nowhere, whatever the environment says.
-    while (internal::IsFinite(q_new) && environment_->IsValidConfiguration(q_new)) {
+    while (!ShouldStop() && internal::IsFinite(q_new) && environment_->IsValidConfiguration(q_new)) {
       parent = tree.Insert(Node(q_new, parent));
       if (IsAtTarget(q_new)) {
         problem_.target_node = tree.Insert(Node(problem_.q_target, parent));

@@ -279,7 +279,7 @@ void JtRRT::Extend(const Eigen::VectorXd& goal, ExtensionMode mode) {
 
   const bool in_c_space = mode == ExtensionMode::C_SPACE_EXPLORATION;
   for (int i = 0; i < kMaxStepsOfExtension; ++i) {
-    if (!internal::IsFinite(q_new) || !environment_->IsValidConfiguration(q_new)) {
+    if (ShouldStop() || !internal::IsFinite(q_new) || !environment_->IsValidConfiguration(q_new)) {
       return;
     }
     const unsigned int id = DualInsert(q_new, *twins);

@@ -20,15 +20,21 @@ bool RRT::ValidateConfiguration(const Environment& environment, const Eigen::Vec
 }
 
 bool RRT::MayExtend(std::uint64_t max_iterations) {
+  if (ShouldStop()) {
+    return false;
+  }
   if (num_iterations_ >= max_iterations) {
     status_ = SearchStatus::kIterationsSpent;
     return false;
   }
-  if (stop_condition_ && stop_condition_()) {
-    status_ = SearchStatus::kStopped;
-    return false;
-  }
   return true;
+}
+
+bool RRT::ShouldStop() {
+  if (status_ != SearchStatus::kStopped && stop_condition_ && stop_condition_()) {
+    status_ = SearchStatus::kStopped;
+  }
+  return status_ == SearchStatus::kStopped;
 }
 
 }  // namespace kavo::planning

@@ -37,9 +37,9 @@ class KAVO_EXPORT RRT {
   //! For every such node but the roots: the configurations of its parent and of itself.
   virtual std::vector<std::pair<Eigen::VectorXd, Eigen::VectorXd>> GetAllValidatedEdges() const = 0;
 
-  //! Ends a search once the condition holds: it is asked before every extension, and the query then gives no
-  //! path. The next query starts over. A condition that never holds changes no answer. It must not call the
-  //! planner; an exception that it throws leaves the query.
+  //! Ends a search once the condition holds: it is asked before every extension and every step of one, and
+  //! the query then gives no path. The next query starts over. A condition that never holds changes no
+  //! answer. It must not call the planner; an exception that it throws leaves the query.
   void SetStopCondition(StopCondition stop_condition) { stop_condition_ = std::move(stop_condition); }
 
   //! How the last query ended.
@@ -56,6 +56,9 @@ class KAVO_EXPORT RRT {
 
   //! Whether the search may make another extension; sets the status if not.
   bool MayExtend(std::uint64_t max_iterations);
+
+  //! Whether the stop condition holds or has held in this search; sets the status if so.
+  bool ShouldStop();
 
   SearchStatus status_ = SearchStatus::kNone;
   std::uint64_t num_iterations_ = 0;

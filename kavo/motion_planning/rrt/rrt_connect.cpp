@@ -143,7 +143,7 @@ class RRTConnect final : public RRT {
     const Eigen::VectorXd step = internal::StepToward(parent->Configuration(), q_goal, config_.edge_length);
     Eigen::VectorXd q_new = parent->Configuration() + step;
     // A sample or a step beyond the finite numbers leads nowhere, whatever the environment says.
-    while (internal::IsFinite(q_new) && environment_->IsValidConfiguration(q_new)) {
+    while (!ShouldStop() && internal::IsFinite(q_new) && environment_->IsValidConfiguration(q_new)) {
       parent = TreeA().Insert(Node(q_new, parent));
       problem_.last_configuration_a = q_new;
       const ClosestNode closest = TreeB().GetClosest(q_new);

@@ -465,6 +465,13 @@ TEST_F(MotionPlannerTest, StopConditionEndsQueriesWherever) {
   planner->setStopCondition([]() -> bool { throw std::runtime_error("enough"); });
   EXPECT_THROW(planner->planToTaskSpaceTarget(kStart, kTarget, false), std::runtime_error);
   EXPECT_EQ(planner->queryReport().status, SearchStatus::kNone);
+  // It is heard within one extension too, of which a tiny step makes a practically endless one.
+  int num_questions = 0;
+  planner->setStopCondition([&] { return ++num_questions >= 1000; });
+  EXPECT_TRUE(planner->setParam("step_size", 1e-12));
+  EXPECT_FALSE(planner->planToCSpaceTarget(kStart, kGoal, false).path_found);
+  EXPECT_EQ(planner->queryReport().status, SearchStatus::kStopped);
+  EXPECT_EQ(planner->queryReport().num_iterations, 1u);
   // A condition stays in force when the planner is rebuilt.
   planner->setStopCondition(StopAfter(0.0));
   EXPECT_TRUE(planner->setParam("seed", 5));
