@@ -1,15 +1,9 @@
 #pragma once
 
-#include <Eigen/Core>
-#include <Eigen/Geometry>
 #include <cmath>
-#include <cstddef>
 #include <random>
-#include <string>
-#include <vector>
 
 #include "kavo/kinematics/interface/robot_description_builder.h"
-#include "kavo/math/pose3.h"
 #include "tests/support/vectors.h"
 
 namespace kavo::testing {
@@ -71,34 +65,23 @@ class RandomRobot {
   static Pose3 RandomOrigin(std::mt19937& engine) {
     const Eigen::Vector3d translation = RandomVec(engine, 3, -0.5, 0.5);
     const Eigen::Vector3d axis = RandomAxis(engine).normalized();
-    switch (engine() % 4) {
-      case 0:
-        return Pose3::FromTranslation(translation);
-      case 1:
-        return {Eigen::Quaterniond(Eigen::AngleAxisd(static_cast<int>(engine() % 4) * std::acos(0.0),
-                                                     Eigen::Vector3d::Unit(engine() % 3))),
-                translation};
-      case 2:
-        return {Eigen::Quaterniond(Eigen::AngleAxisd(std::acos(0.0) + 1e-8, axis)), translation};
-      default: {
-        const Eigen::VectorXd v = RandomVec(engine, 4, -1.0, 1.0);
-        return {Eigen::Quaterniond(v[0], v[1], v[2], v[3]), translation};
-      }
-    }
+    const Eigen::VectorXd v = RandomVec(engine, 4, -1.0, 1.0);
+    const Eigen::Quaterniond rotations[] = {
+        Eigen::Quaterniond::Identity(),
+        Eigen::Quaterniond(Eigen::AngleAxisd(static_cast<int>(engine() % 4) * std::acos(0.0),
+                                             Eigen::Vector3d::Unit(engine() % 3))),
+        Eigen::Quaterniond(Eigen::AngleAxisd(std::acos(0.0) + 1e-8, axis)),
+        Eigen::Quaterniond(v[0], v[1], v[2], v[3]),
+    };
+    return {rotations[engine() % 4], translation};
   }
 
   // Of any length; on a coordinate axis, its opposite, next to one, or anywhere.
   static Eigen::Vector3d RandomAxis(std::mt19937& engine) {
     const double length = std::ldexp(1.0, static_cast<int>(engine() % 20) - 10);
-    Eigen::Vector3d axis = Eigen::Vector3d::Unit(engine() % 3) * (engine() % 2 == 0 ? length : -length);
-    switch (engine() % 3) {
-      case 0:
-        return axis;
-      case 1:
-        return axis + RandomVec(engine, 3, -1e-7, 1e-7) * length;
-      default:
-        return RandomVec(engine, 3, -1.0, 1.0) * length;
-    }
+    const Eigen::Vector3d axis = Eigen::Vector3d::Unit(engine() % 3) * (engine() % 2 == 0 ? length : -length);
+    const double spread[] = {0.0, 1e-7, 1.0};
+    return axis + RandomVec(engine, 3, -1.0, 1.0) * spread[engine() % 3] * length;
   }
 
   std::vector<Joint> joints_;
