@@ -2,10 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <Eigen/Core>
 #include <cmath>
-#include <functional>
+#include <limits>
 #include <random>
-#include <utility>
+#include <string>
+#include <vector>
 
 #include "tests/support/fatal.h"
 #include "tests/support/vectors.h"
@@ -17,11 +19,17 @@ double Reach(const Eigen::Vector3d& center, const Sphere& sphere) {
   return (center - sphere.center).norm() + sphere.radius;
 }
 
+double LargestReach(const Eigen::Vector3d& center, const std::vector<Sphere>& spheres) {
+  double reach = 0.0;
+  for (const Sphere& sphere : spheres) {
+    reach = std::max(reach, Reach(center, sphere));
+  }
+  return reach;
+}
+
 void ExpectEncloses(const Sphere& ball, const std::vector<Sphere>& spheres) {
   ASSERT_TRUE(ball.center.allFinite());
-  for (const Sphere& sphere : spheres) {
-    ASSERT_LE(Reach(ball.center, sphere), ball.radius * (1.0 + 4e-16));
-  }
+  ASSERT_LE(LargestReach(ball.center, spheres), ball.radius * (1.0 + 4e-16));
 }
 
 // A proof that no smaller ball encloses the list. The radius needed is a convex function of the center; it is
@@ -32,8 +40,11 @@ void ExpectEncloses(const Sphere& ball, const std::vector<Sphere>& spheres) {
 double OptimalityGap(const Sphere& ball, const std::vector<Sphere>& spheres, double contact) {
   std::vector<Eigen::Vector3d> slopes;
   for (const Sphere& sphere : spheres) {
-    if (Reach(ball.center, sphere) >= ball.radius - contact) {
-      slopes.push_back((ball.center - sphere.center).normalized());  // Zero if the sphere fills the ball.
+    const Eigen::Vector3d offset = ball.center - sphere.center;
+    if (Reach(ball.center, sphere) >= ball.radius - contact && offset.norm() > 0.0) {
+      slopes.push_back(offset.normalized());
+    } else if (Reach(ball.center, sphere) >= ball.radius - contact) {
+      return 0.0;  // A sphere that fills the ball.
     }
   }
   if (slopes.empty()) {
@@ -55,7 +66,10 @@ double OptimalityGap(const Sphere& ball, const std::vector<Sphere>& spheres, dou
       }
     }
     const Eigen::Vector3d direction = slopes[to] - slopes[from];
-    const double moved = std::min(-direction.dot(shortest) / direction.squaredNorm(), weights[from]);
+    if (to == from || direction.squaredNorm() == 0.0) {
+      break;
+    }
+    const double moved = std::min(weights[from], -direction.dot(shortest) / direction.squaredNorm());
     if (!(moved > 0.0)) {
       break;
     }
@@ -66,109 +80,199 @@ double OptimalityGap(const Sphere& ball, const std::vector<Sphere>& spheres, dou
   return shortest.norm();
 }
 
+// The slow reference: nested ternary search over the center; the radius needed is convex in each coordinate.
+double MinimizeByTernarySearch(const std::vector<Sphere>& spheres, Eigen::Vector3d center, int axis) {
+  if (axis == 3) {
+    return LargestReach(center, spheres);
+  }
+  double low = HUGE_VAL;
+  double high = -HUGE_VAL;
+  for (const Sphere& sphere : spheres) {
+    low = std::min(low, sphere.center[axis]);
+    high = std::max(high, sphere.center[axis]);
+  }
+  const double golden = 0.6180339887498949;
+  double a = high - golden * (high - low);
+  double b = low + golden * (high - low);
+  const auto value = [&](double x) {
+    center[axis] = x;
+    return MinimizeByTernarySearch(spheres, center, axis + 1);
+  };
+  double at_a = value(a);
+  double at_b = value(b);
+  for (int step = 0; step < 36; ++step) {
+    if (at_a <= at_b) {
+      high = b;
+      b = a;
+      at_b = at_a;
+      a = high - golden * (high - low);
+      at_a = value(a);
+    } else {
+      low = a;
+      a = b;
+      at_a = at_b;
+      b = low + golden * (high - low);
+      at_b = value(b);
+    }
+  }
+  return std::min(at_a, at_b);
+}
+
+std::vector<Sphere> RandomSpheres(std::mt19937& engine, int count, double max_radius) {
+  std::vector<Sphere> spheres;
+  for (int i = 0; i < count; ++i) {
+    const Eigen::VectorXd v = testing::RandomVec(engine, 4, -1.0, 1.0);
+    spheres.push_back({v.head<3>(), max_radius * std::fabs(v[3])});
+  }
+  return spheres;
+}
+
 TEST(BoundingSphere, CasesWorkedOutByHand) {
   const double h = std::sqrt(3.0) / 2.0;
   const struct {
+    std::string name;
     std::vector<Sphere> spheres;
     Sphere expected;
   } cases[] = {
-      {{{{0, 0, 0}, 0}}, {{0, 0, 0}, 0}},
-      {{{{1, -2, 7}, 0}}, {{1, -2, 7}, 0}},
-      // Nested, and touching from inside.
-      {{{{0.5, 0, 0}, 0.2}, {{0.1, 0.3, 0}, 0.3}, {{0, 0, 0}, 1}}, {{0, 0, 0}, 1}},
-      {{{{0.5, 0, 0}, 0.5}, {{0, 0, 0}, 1}}, {{0, 0, 0}, 1}},
+      {"one", {{{1, 2, 3}, 0.5}}, {{1, 2, 3}, 0.5}},
+      {"one point at the origin", {{{0, 0, 0}, 0}}, {{0, 0, 0}, 0}},
+      {"one point", {{{1, -2, 7}, 0}}, {{1, -2, 7}, 0}},
+      {"nested", {{{0, 0, 0}, 1}, {{0.5, 0, 0}, 0.2}}, {{0, 0, 0}, 1}},
+      {"nested, the large one last",
+       {{{0.5, 0, 0}, 0.2}, {{0.1, 0.3, 0}, 0.3}, {{0, 0, 0}, 1}},
+       {{0, 0, 0}, 1}},
+      {"nested and touching", {{{0.5, 0, 0}, 0.5}, {{0, 0, 0}, 1}}, {{0, 0, 0}, 1}},
+      {"two points", {{{-1, 0, 0}, 0}, {{3, 0, 0}, 0}}, {{1, 0, 0}, 2}},
       // From -2 - 1 to 3 + 2 along x.
-      {{{{-2, 0, 0}, 1}, {{3, 0, 0}, 2}}, {{1, 0, 0}, 4}},
-      {{{{0, 0, 0}, 0.1}, {{1, 1, 1}, 0.1}, {{2, 2, 2}, 0.1}}, {{1, 1, 1}, std::sqrt(3.0) + 0.1}},
-      // Acute and obtuse triangles, a square and a tetrahedron.
-      {{{{1, 0, 0}, 0.2}, {{-0.5, h, 0}, 0.2}, {{-0.5, -h, 0}, 0.2}}, {{0, 0, 0}, 1.2}},
-      {{{{-1, 0, 0}, 0}, {{1, 0, 0}, 0}, {{0, 0.2, 0}, 0}}, {{0, 0, 0}, 1}},
-      {{{{1, 1, 0}, 0}, {{1, -1, 0}, 0}, {{-1, 1, 0}, 0}, {{-1, -1, 0}, 0}}, {{0, 0, 0}, std::sqrt(2.0)}},
-      {{{{1, 1, 1}, 0.5}, {{1, -1, -1}, 0.5}, {{-1, 1, -1}, 0.5}, {{-1, -1, 1}, 0.5}},
+      {"two of unequal size", {{{-2, 0, 0}, 1}, {{3, 0, 0}, 2}}, {{1, 0, 0}, 4}},
+      {"collinear",
+       {{{0, 0, 0}, 0.1}, {{1, 1, 1}, 0.1}, {{2, 2, 2}, 0.1}},
+       {{1, 1, 1}, std::sqrt(3.0) + 0.1}},
+      {"acute triangle", {{{1, 0, 0}, 0.2}, {{-0.5, h, 0}, 0.2}, {{-0.5, -h, 0}, 0.2}}, {{0, 0, 0}, 1.2}},
+      {"obtuse triangle: two are enough",
+       {{{-1, 0, 0}, 0}, {{1, 0, 0}, 0}, {{0, 0.2, 0}, 0}},
+       {{0, 0, 0}, 1}},
+      {"square",
+       {{{1, 1, 0}, 0}, {{1, -1, 0}, 0}, {{-1, 1, 0}, 0}, {{-1, -1, 0}, 0}},
+       {{0, 0, 0}, std::sqrt(2.0)}},
+      {"tetrahedron",
+       {{{1, 1, 1}, 0.5}, {{1, -1, -1}, 0.5}, {{-1, 1, -1}, 0.5}, {{-1, -1, 1}, 0.5}},
        {{0, 0, 0}, std::sqrt(3.0) + 0.5}},
-      // The answer touches a point at (3, 0, 0) and both large balls: |c - (0, +-2, 0)| + 1 = |c - (3, 0, 0)|
-      // gives sqrt(c^2 + 4) = 2 - c, so c = 0.
-      {{{{0, 2, 0}, 1}, {{0, -2, 0}, 1}, {{3, 0, 0}, 0}}, {{0, 0, 0}, 3}},
-      {{{{1, 1, 1}, 2}, {{1, 1, 1}, 3}, {{1, 1, 1}, 1}}, {{1, 1, 1}, 3}},
-      {{{{-1e-200, 0, 0}, 0}, {{3e-200, 0, 0}, 0}}, {{1e-200, 0, 0}, 2e-200}},
-      {{{{-1e200, 0, 0}, 0}, {{3e200, 0, 0}, 0}}, {{1e200, 0, 0}, 2e200}},
+      // The answer touches a small ball at (3, 0, 0) and both large ones: |c - (0, +-2, 0)| + 1 = |c - (3, 0,
+      // 0)| gives sqrt(c^2 + 4) = 2 - c, so c = 0.
+      {"two large and one small", {{{0, 2, 0}, 1}, {{0, -2, 0}, 1}, {{3, 0, 0}, 0}}, {{0, 0, 0}, 3}},
+      {"equal", {{{1, 1, 1}, 2}, {{1, 1, 1}, 2}, {{1, 1, 1}, 2}}, {{1, 1, 1}, 2}},
+      {"concentric", {{{1, 1, 1}, 2}, {{1, 1, 1}, 3}, {{1, 1, 1}, 1}}, {{1, 1, 1}, 3}},
+      {"tiny", {{{-1e-200, 0, 0}, 0}, {{3e-200, 0, 0}, 0}}, {{1e-200, 0, 0}, 2e-200}},
+      {"huge", {{{-1e200, 0, 0}, 0}, {{3e200, 0, 0}, 0}}, {{1e200, 0, 0}, 2e200}},
   };
-  for (const auto& [spheres, expected] : cases) {
-    const Sphere ball = ComputeBoundingSphere(spheres, SebbMethod::kSmallest);
-    SCOPED_TRACE(::testing::Message() << expected.center.transpose() << " radius " << expected.radius);
-    EXPECT_NEAR(ball.radius, expected.radius, 1e-12 * expected.radius);
-    EXPECT_LE((ball.center - expected.center).cwiseAbs().maxCoeff(), 1e-12 * expected.radius);
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    const Sphere ball = ComputeBoundingSphere(c.spheres, SebbMethod::kSmallest);
+    const double scale = c.expected.radius;
+    EXPECT_NEAR(ball.radius, c.expected.radius, 1e-12 * scale);
+    EXPECT_LE((ball.center - c.expected.center).cwiseAbs().maxCoeff(), 1e-12 * scale);
+    // At 1e-200 the test's own squares vanish; the exact answer above says it all.
+    if (scale == 0.0 || (scale > 1e-100 && scale < 1e100)) {
+      ExpectEncloses(ball, c.spheres);
+      ExpectEncloses(ComputeBoundingSphere(c.spheres, SebbMethod::kRitter), c.spheres);
+    }
   }
 }
 
-void ExpectSmallest(const std::vector<Sphere>& spheres) {
-  const Sphere ball = ComputeBoundingSphere(spheres, SebbMethod::kSmallest);
-  ExpectEncloses(ball, spheres);
-  ASSERT_LT(OptimalityGap(ball, spheres, 1e-9 * (ball.radius + 1e-300)), 2e-5);
-  const Sphere rough = ComputeBoundingSphere(spheres, SebbMethod::kRitter);
-  ExpectEncloses(rough, spheres);
-  ASSERT_GE(rough.radius, ball.radius * (1.0 - 1e-12));
-  ASSERT_LE(rough.radius, ball.radius * 2.0);
+TEST(BoundingSphere, AsSmallAsASlowSearchFinds) {
+  std::mt19937 engine(7);
+  for (int round = 0; round < 24; ++round) {
+    const int count = 1 + round % 8;
+    const std::vector<Sphere> spheres = RandomSpheres(engine, count, round % 3 == 0 ? 0.0 : 0.8);
+    const Sphere ball = ComputeBoundingSphere(spheres, SebbMethod::kSmallest);
+    ExpectEncloses(ball, spheres);
+    const double slow = MinimizeByTernarySearch(spheres, Eigen::Vector3d::Zero(), 0);
+    EXPECT_LE(ball.radius, slow * (1.0 + 1e-9)) << "round " << round;
+    EXPECT_NEAR(ball.radius, slow, 1e-6) << "round " << round;
+  }
 }
 
 TEST(BoundingSphere, LargeAndDegenerateListsAreEnclosedByTheSmallest) {
-  const std::pair<const char*, std::function<void(Sphere&)>> lists[] = {
-      {"balls", [](Sphere&) {}},
-      {"points", [](Sphere& s) { s.radius = 0.0; }},
-      {"points on one sphere",
-       [](Sphere& s) {
-         s = {s.center.normalized(), 0.0};
-       }},
-      {"all touch one sphere from inside", [](Sphere& s) { s.center *= (1.0 - s.radius) / s.center.norm(); }},
-      {"coplanar", [](Sphere& s) { s.center[2] = 5.0; }},
-      {"collinear", [](Sphere& s) { s.center = Eigen::Vector3d(1.0, 2.0, 3.0) * s.center[0]; }},
-      {"nearly so",
-       [](Sphere& s) { s.center = Eigen::Vector3d(1.0, 1e-9 * s.center[1], 0.0) * s.center[0]; }},
-      {"grid",
-       [](Sphere& s) {
-         s = {(5.0 * s.center).array().floor(), 0.5};
-       }},
-      {"repeated",
-       [](Sphere& s) {
-         s = {s.center.array().sign(), 0.5};
-       }},
-      {"far from the origin", [](Sphere& s) { s.center += Eigen::Vector3d(1e3, -2e3, 5e2); }},
-  };
   std::mt19937 engine(11);
-  for (const auto& [name, change] : lists) {
+  std::vector<std::pair<std::string, std::vector<Sphere>>> lists;
+  lists.emplace_back("thousands of balls", RandomSpheres(engine, 5000, 0.3));
+  lists.emplace_back("thousands of points", RandomSpheres(engine, 5000, 0.0));
+
+  std::vector<Sphere> on_sphere = RandomSpheres(engine, 2000, 0.0);
+  for (Sphere& sphere : on_sphere) {
+    sphere.center.normalize();
+  }
+  lists.emplace_back("points on one sphere", on_sphere);
+  std::vector<Sphere> inner_tangent = RandomSpheres(engine, 500, 0.9);
+  for (Sphere& sphere : inner_tangent) {
+    sphere.center = sphere.center.normalized() * (1.0 - sphere.radius);
+  }
+  lists.emplace_back("balls that all touch one sphere from inside", inner_tangent);
+
+  std::vector<Sphere> flat = RandomSpheres(engine, 1000, 0.2);
+  std::vector<Sphere> line = flat;
+  std::vector<Sphere> nearly_line = flat;
+  for (std::size_t i = 0; i < flat.size(); ++i) {
+    flat[i].center[2] = 5.0;
+    line[i].center = Eigen::Vector3d(1.0, 2.0, 3.0) * line[i].center[0];
+    nearly_line[i].center =
+        Eigen::Vector3d(1.0, 1e-9 * nearly_line[i].center[1], 0.0) * nearly_line[i].center[0];
+  }
+  lists.emplace_back("coplanar", flat);
+  lists.emplace_back("collinear", line);
+  lists.emplace_back("nearly collinear", nearly_line);
+
+  std::vector<Sphere> grid;
+  for (int i = 0; i < 1000; ++i) {
+    grid.push_back({Eigen::Vector3d(i % 10, (i / 10) % 10, i / 100), 0.5});
+  }
+  lists.emplace_back("grid", grid);
+  std::vector<Sphere> repeated;
+  for (int i = 0; i < 1000; ++i) {
+    repeated.push_back(grid[static_cast<std::size_t>((i % 4) * 303)]);
+  }
+  lists.emplace_back("repeated", repeated);
+  std::vector<Sphere> far = RandomSpheres(engine, 300, 0.1);
+  for (Sphere& sphere : far) {
+    sphere.center += Eigen::Vector3d(1e3, -2e3, 5e2);
+  }
+  lists.emplace_back("far from the origin", far);
+
+  for (const auto& [name, spheres] : lists) {
     SCOPED_TRACE(name);
-    std::vector<Sphere> spheres(2000);
-    for (Sphere& sphere : spheres) {
-      const Eigen::VectorXd v = testing::RandomVec(engine, 4, -1.0, 1.0);
-      sphere = {v.head<3>(), 0.3 * std::fabs(v[3])};
-      change(sphere);
-    }
-    ExpectSmallest(spheres);
+    const Sphere ball = ComputeBoundingSphere(spheres, SebbMethod::kSmallest);
+    ExpectEncloses(ball, spheres);
+    EXPECT_LT(OptimalityGap(ball, spheres, 1e-9 * ball.radius), 2e-5);
+    const Sphere rough = ComputeBoundingSphere(spheres, SebbMethod::kRitter);
+    ExpectEncloses(rough, spheres);
+    EXPECT_GE(rough.radius, ball.radius * (1.0 - 1e-12));
+    EXPECT_LE(rough.radius, ball.radius * 2.0);
   }
 }
 
-// In every second list, small whole numbers make ties, equal balls, nested balls and dependent centers
-// common.
-TEST(BoundingSphere, ShortListsAreEnclosedByTheSmallest) {
+// Small whole numbers make ties, equal balls, nested balls and dependent centers common.
+TEST(BoundingSphere, SmallWholeNumbers) {
   std::mt19937 engine(13);
+  const auto up_to = [&](unsigned max) { return static_cast<double>(engine() % (max + 1)); };
   for (int round = 0; round < 20000; ++round) {
-    const auto up_to = [&](unsigned max) {
-      return round % 2 == 0 ? static_cast<double>(engine() % (max + 1))
-                            : static_cast<double>(engine()) * 0x1p-32 * max;
-    };
-    SCOPED_TRACE(round);
     std::vector<Sphere> spheres(1 + engine() % 9);
     for (Sphere& sphere : spheres) {
       sphere = {Eigen::Vector3d(up_to(3), up_to(3), up_to(2)), up_to(2)};
     }
-    ExpectSmallest(spheres);
+    const Sphere ball = ComputeBoundingSphere(spheres, SebbMethod::kSmallest);
+    ExpectEncloses(ball, spheres);
+    ASSERT_LT(OptimalityGap(ball, spheres, 1e-9 * (ball.radius + 1e-300)), 2e-5) << "round " << round;
   }
 }
 
 TEST(BoundingSphere, RejectsWhatHasNoAnswer) {
-  const double nan = std::nan("");
+  const std::string file = "math/bounding_sphere";
+  const double inf = std::numeric_limits<double>::infinity();
+  const double nan = std::numeric_limits<double>::quiet_NaN();
   const std::string center =
-      "std::isfinite(sphere.center[0]) && std::isfinite(sphere.center[1]) && std::isfinite(sphere.center[2])";
+      "std::isfinite(sphere.center[0]) && std::isfinite(sphere.center[1]) && "
+      "std::isfinite(sphere.center[2])";
   const std::string radius = "std::isfinite(sphere.radius) && sphere.radius >= 0.0";
   const struct {
     std::vector<Sphere> spheres;
@@ -177,16 +281,14 @@ TEST(BoundingSphere, RejectsWhatHasNoAnswer) {
     std::string message;
   } cases[] = {
       {{}, "!spheres.empty()", 195, "A list of no spheres has no bounding sphere."},
-      {{{}, {{0, HUGE_VAL, 0}, 1}}, center, 200, "Center of sphere 1 [0 inf 0] is not finite."},
+      {{{}, {{0, inf, 0}, 1}}, center, 200, "Center of sphere 1 [0 inf 0] is not finite."},
       {{{{nan, 0, 0}, 1}}, center, 200, "Center of sphere 0 [nan 0 0] is not finite."},
-      {{{{0, 0, -HUGE_VAL}, 1}}, center, 200, "Center of sphere 0 [0 0 -inf] is not finite."},
       {{{{0, 0, 0}, -1}}, radius, 203, "Radius of sphere 0 [-1] must be finite and not negative."},
-      {{{{0, 0, 0}, HUGE_VAL}}, radius, 203, "Radius of sphere 0 [inf] must be finite and not negative."},
+      {{{{0, 0, 0}, inf}}, radius, 203, "Radius of sphere 0 [inf] must be finite and not negative."},
       {{{{0, 0, 0}, nan}}, radius, 203, "Radius of sphere 0 [nan] must be finite and not negative."},
   };
   for (const auto& c : cases) {
-    testing::ExpectFatal([&] { ComputeBoundingSphere(c.spheres); }, c.condition, "math/bounding_sphere",
-                         c.line, c.message);
+    testing::ExpectFatal([&] { ComputeBoundingSphere(c.spheres); }, c.condition, file, c.line, c.message);
   }
 }
 

@@ -3,6 +3,7 @@
 #include <Eigen/Core>
 #include <cstddef>
 #include <functional>
+#include <limits>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -11,12 +12,19 @@
 
 namespace kavo::testing {
 
+using Path = std::vector<Eigen::VectorXd>;
+
+constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+constexpr double kInf = std::numeric_limits<double>::infinity();
+
+inline bool Free(const Eigen::VectorXd&) { return true; }
+
 //! An environment that hands out prepared samples, judges by a function, and remembers what it was asked.
 class ScriptedEnvironment : public planning::Environment {
  public:
   using Validity = std::function<bool(const Eigen::VectorXd&)>;
 
-  ScriptedEnvironment(int dimension, std::vector<Eigen::VectorXd> samples, Validity is_valid)
+  ScriptedEnvironment(int dimension, Path samples, Validity is_valid = Free)
       : limits_(Eigen::VectorXd::Constant(dimension, -1e9), Eigen::VectorXd::Constant(dimension, 1e9)),
         samples_(std::move(samples)),
         is_valid_(std::move(is_valid)) {}
@@ -29,22 +37,17 @@ class ScriptedEnvironment : public planning::Environment {
     return is_valid_(q);
   }
   std::optional<Eigen::VectorXd> SampleConfiguration() const override {
-    if (num_samples == samples_.size()) {
-      return std::nullopt;
-    }
-    return samples_[num_samples++];
+    return num_samples < samples_.size() ? std::optional(samples_[num_samples++]) : std::nullopt;
   }
 
-  mutable std::vector<Eigen::VectorXd> questions;
+  mutable Path questions;
   mutable std::size_t num_samples = 0;
 
  private:
   kinematics::ConfigurationLimits limits_;
   planning::DistanceMetric metric_ = planning::L2Norm;
-  std::vector<Eigen::VectorXd> samples_;
+  Path samples_;
   Validity is_valid_;
 };
-
-inline bool Free(const Eigen::VectorXd&) { return true; }
 
 }  // namespace kavo::testing

@@ -8,6 +8,8 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <new>
+#include <utility>
 
 HWY_BEFORE_NAMESPACE();
 namespace kavo::planning::internal::HWY_NAMESPACE {
@@ -121,7 +123,11 @@ void NearestScan::Append(const double* point) {
   const std::size_t in_chunk = size_ % kChunk;
   const std::size_t chunk = size_ / kChunk;
   if (chunk == chunks_.size()) {
-    chunks_.push_back(hwy::AllocateAligned<double>(kChunk * std::max<std::size_t>(dimension_, 1)));
+    auto memory = hwy::AllocateAligned<double>(kChunk * std::max<std::size_t>(dimension_, 1));
+    if (!memory) {
+      throw std::bad_alloc();
+    }
+    chunks_.push_back(std::move(memory));
   }
   double* const block = chunks_[chunk].get() + in_chunk / kBlock * kBlock * dimension_;
   if (in_chunk % kBlock == 0) {

@@ -2,17 +2,13 @@
 
 #include <gtest/gtest.h>
 
-#include <limits>
-#include <memory>
-#include <random>
-#include <string>
-#include <vector>
-
 #include "kavo/kinematics/interface/kinematics_internal.h"
 #include "kavo/kinematics/interface/robot_description_builder.h"
 #include "kavo/kinematics/interface/robot_description_internal.h"
+#include "kavo/motion_planning/environment/robot_environment_config.h"
 #include "kavo/util/random_generator.h"
 #include "kavo/world/world.h"
+#include "tests/motion_planning/scripted_environment.h"
 #include "tests/support/allocations.h"
 #include "tests/support/fatal.h"
 #include "tests/support/log_capture.h"
@@ -22,12 +18,11 @@ namespace kavo::planning {
 namespace {
 
 using testing::ExpectFatal;
+using testing::kInf;
+using testing::kNaN;
 using testing::LogCapture;
 using testing::RandomVec;
 using testing::Vec;
-
-constexpr double kInf = std::numeric_limits<double>::infinity();
-constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
 // A cart on a rail along x with a turning mast; a ball of radius 0.5 on the cart and one of 0.25 at the tip,
 // 2 m out.
@@ -57,17 +52,22 @@ TEST(RobotEnvironmentTest, JudgesLimitsAndSpheres) {
   const auto environment = CreateRobotEnvironment(CartConfig(*CartWithSpheres(), world));
   EXPECT_EQ(environment->CSpaceDimension(), 2);
   EXPECT_EQ(environment->CSpaceDistanceMetric()(Vec({0.0, 0.0}), Vec({3.0, 2.0})), 9.0 + 2.0 * 4.0);
+  const auto bare = CreateRobotEnvironment(CartConfig(*Cart().build(), world));
   const struct {
     Eigen::VectorXd q;
     bool is_valid;
+    bool is_valid_without_spheres;
   } cases[] = {
-      {Vec({0.0, 0.0}), true},  {Vec({0.75, 0.0}), false},  // The tip's ball touches the box at x = 3.
-      {Vec({0.74, 0.0}), true}, {Vec({2.5, 3.0}), false},   // The cart's ball touches it.
-      {Vec({2.4, 3.0}), true},  {Vec({-4.0, 0.0}), true},  {Vec({-4.0000001, 0.0}), false},
-      {Vec({0.0, 3.1}), false}, {Vec({kNaN, 0.0}), false}, {Vec({0.0, kInf}), false},
+      // The tip's ball touches the box at x = 3, then the cart's.
+      {Vec({0.75, 0.0}), false, true},  {Vec({0.74, 0.0}), true, true},
+      {Vec({2.5, 3.0}), false, true},   {Vec({2.4, 3.0}), true, true},
+      {Vec({-4.0, 0.0}), true, true},   {Vec({-4.0000001, 0.0}), false, false},
+      {Vec({0.0, 3.1}), false, false},  {Vec({kNaN, 0.0}), false, false},
+      {Vec({0.0, kInf}), false, false},
   };
   for (const auto& c : cases) {
     EXPECT_EQ(environment->IsValidConfiguration(c.q), c.is_valid) << c.q.transpose();
+    EXPECT_EQ(bare->IsValidConfiguration(c.q), c.is_valid_without_spheres) << c.q.transpose();
   }
 }
 
@@ -103,15 +103,6 @@ TEST(RobotEnvironmentTest, AgreesWithEverySphereAskedOnItsOwn) {
   EXPECT_LT(num_valid, 1800);
 }
 
-TEST(RobotEnvironmentTest, RobotWithoutSpheresIsValidWithinItsLimits) {
-  World world;
-  world.add(HalfSpaceObstacle{}, Pose3::FromTranslation({0.0, 0.0, 10.0}));
-  const auto environment = CreateRobotEnvironment(CartConfig(*Cart().build(), world));
-  EXPECT_TRUE(environment->IsValidConfiguration(Vec({4.0, -3.0})));
-  EXPECT_FALSE(environment->IsValidConfiguration(Vec({4.1, 0.0})));
-  EXPECT_FALSE(environment->IsValidConfiguration(Vec({kNaN, 0.0})));
-}
-
 TEST(RobotEnvironmentTest, BasePoseMovesSpheresButNotTaskSpace) {
   World world;
   const ObstacleHandle ball = world.add(SphereObstacle{0.1}, Pose3::FromTranslation({0.0, 5.0, 0.0}));
@@ -135,20 +126,21 @@ TEST(RobotEnvironmentTest, TaskSpaceJacobianNeedsItsSize) {
   expected << 1.0, 0.0, 0.0, 2.0, 0.0, 0.0;
   EXPECT_TRUE(jacobian.isApprox(expected, 1e-15)) << jacobian;
 
-  const std::string file = "motion_planning/environment/robot_environment";
   Eigen::MatrixXd wide(3, 3);
   Eigen::MatrixXd tall(4, 2);
   const Eigen::VectorXd q3 = Vec({0.0, 0.0, 0.0});
-  ExpectFatal([&] { environment->TaskSpacePosition(q3); }, "static_cast<int64_t>(dimension_) == q.size()",
-              file, 58, "");
-  ExpectFatal([&] { environment->GetTaskSpacePositionJacobian(q3, wide); },
-              "static_cast<int64_t>(dimension_) == q.size()", file, 64, "");
-  ExpectFatal([&] { environment->GetTaskSpacePositionJacobian(q, wide); },
-              "static_cast<int64_t>(dimension_) == jacobian.cols()", file, 65, "");
-  ExpectFatal([&] { environment->GetTaskSpacePositionJacobian(q, tall); }, "jacobian.rows() == 3", file, 66,
-              "");
+  const auto expect = [](const auto& call, const std::string& condition, int line) {
+    ExpectFatal(call, condition, "motion_planning/environment/robot_environment", line, "");
+  };
+  const std::string length = "static_cast<int64_t>(dimension_) == q.size()";
+  expect([&] { environment->TaskSpacePosition(q3); }, length, 58);
+  expect([&] { environment->GetTaskSpacePositionJacobian(q3, wide); }, length, 64);
+  expect([&] { environment->GetTaskSpacePositionJacobian(q, wide); },
+         "static_cast<int64_t>(dimension_) == jacobian.cols()", 65);
+  expect([&] { environment->GetTaskSpacePositionJacobian(q, tall); }, "jacobian.rows() == 3", 66);
   ExpectFatal([&] { environment->IsValidConfiguration(q3); }, "static_cast<size_t>(q.size()) == dimension_",
-              file, 150, "Dimension of q [3] must match number of configuration space coordinates [2].");
+              "motion_planning/environment/robot_environment", 150,
+              "Dimension of q [3] must match number of configuration space coordinates [2].");
 }
 
 TEST(RobotEnvironmentTest, EachJointHasItsOwnSeed) {
@@ -171,8 +163,7 @@ TEST(RobotEnvironmentTest, SamplingGivesUpWithAWarning) {
   EXPECT_FALSE(CreateRobotEnvironment(CartConfig(*description, world, 3))->SampleConfiguration().has_value());
   const auto untried = CreateRobotEnvironment(CartConfig(*description, World(), 0));
   EXPECT_FALSE(untried->SampleConfiguration().has_value());
-  const std::string warning = "Unable to find a valid configuration.";
-  EXPECT_EQ(log.warnings(), (std::vector<std::string>{warning, warning}));
+  EXPECT_EQ(log.warnings(), std::vector<std::string>(2, "Unable to find a valid configuration."));
 
   // Nothing is drawn without an attempt, and a negative number of attempts does not run out.
   const auto unlimited = CreateRobotEnvironment(CartConfig(*description, World(), -1));
@@ -195,12 +186,10 @@ TEST(RobotEnvironmentTest, ReversedJointLimitsWarnAndLeaveNothingValid) {
 TEST(RobotEnvironmentTest, TaskSpaceSamplesComeFromItsLimits) {
   auto config = CartConfig(*Cart().build(), World());
   {
-    LogCapture log;
-    const auto environment = CreateRobotEnvironment(config);
-    EXPECT_FALSE(environment->SampleTaskSpace().has_value());
-    EXPECT_FALSE(environment->SampleTaskSpace().has_value());
-    const std::string warning = "Task space limits not provided. Will NOT sample task space.";
-    EXPECT_EQ(log.warnings(), (std::vector<std::string>{warning, warning}));
+    const LogCapture log;
+    EXPECT_FALSE(CreateRobotEnvironment(config)->SampleTaskSpace().has_value());
+    EXPECT_EQ(log.warnings(),
+              std::vector<std::string>{"Task space limits not provided. Will NOT sample task space."});
   }
   config.SetTaskSpaceLimits({Vec({1.0, 2.0, 3.0}), Vec({1.5, 2.0, 4.0})});
   util::RandomGenerator<Eigen::Vector3d> expected(6);
@@ -223,15 +212,14 @@ TEST(RobotEnvironmentTest, ValidityChecksDoNotAllocate) {
   world.add(BoxObstacle{{0.2, 0.2, 0.2}}, Pose3::FromTranslation({0.5, 0.0, 0.5}));
   const auto environment = CreateRobotEnvironment(
       BuildFrankaRobotEnvironmentConfig(world.view(), Eigen::VectorXd::Ones(7), 10, 1));
-  const Eigen::VectorXd free = Vec({0.0, -0.8, 0.0, -2.4, 0.0, 1.6, 0.8});
-  const Eigen::VectorXd touching = Vec({0.0, 0.1, 0.0, -2.4, 0.0, 2.5, 0.8});
-  environment->IsValidConfiguration(free);
-  const long before = testing::NumAllocations();
-  const bool free_is_valid = environment->IsValidConfiguration(free);
-  const bool touching_is_valid = environment->IsValidConfiguration(touching);
-  EXPECT_EQ(testing::NumAllocations(), before);
-  EXPECT_TRUE(free_is_valid);
-  EXPECT_FALSE(touching_is_valid);
+  for (const auto& [q, is_valid] : {std::pair(Vec({0.0, -0.8, 0.0, -2.4, 0.0, 1.6, 0.8}), true),
+                                    std::pair(Vec({0.0, 0.1, 0.0, -2.4, 0.0, 2.5, 0.8}), false)}) {
+    environment->IsValidConfiguration(q);
+    const long before = testing::NumAllocations();
+    const bool answer = environment->IsValidConfiguration(q);
+    EXPECT_EQ(testing::NumAllocations(), before);
+    EXPECT_EQ(answer, is_valid);
+  }
 }
 
 TEST(RobotEnvironmentTest, ConfigurationIsCheckedAgain) {
@@ -247,8 +235,70 @@ TEST(RobotEnvironmentTest, ConfigurationIsCheckedAgain) {
   const LogCapture log;
   EXPECT_THROW(CreateRobotEnvironment(config), util::FatalError);
   EXPECT_NE(log.records().back().message.find("gripper"), std::string::npos);
-  // The configuration and what was made before it stay good.
-  EXPECT_EQ(config.FrameNames().back(), "gripper");
+}
+
+TEST(RobotEnvironmentConfigTest, GathersWhatTheDescriptionHolds) {
+  auto description = Cart()
+                         .addCollisionSphere("mast", {0.0, 0.0, 0.0}, 0.1)
+                         .addCollisionSphere("cart", {0.0, 0.0, 0.0}, 0.2)
+                         .addCollisionSphere("mast", {1.0, 0.0, 0.0}, 0.3)
+                         .build();
+  auto config = CartConfig(*description, World());
+  description.reset();
+  ASSERT_EQ(config.JointLimits().size(), 2u);
+  EXPECT_EQ(config.JointLimits()[0].max, 4.0);
+  ASSERT_EQ(config.CollisionSpheres("mast").size(), 2u);
+  EXPECT_EQ(config.CollisionSpheres("mast")[1].radius, 0.3);
+  EXPECT_TRUE(config.CollisionSpheres("tip").empty());
+  EXPECT_EQ(config.GetTaskSpaceFrame().index(), config.Kinematics()->frame("tip").index());
+
+  // An unknown frame is taken as it is.
+  config.AddCollisionSphere("nowhere", {{0.0, 0.0, 0.0}, -1.0});
+  config.AddCollisionSphere("mast", {{0.0, 0.0, 0.0}, 0.4});
+  EXPECT_EQ(config.FrameNames(), (std::vector<std::string>{"mast", "cart", "nowhere"}));
+  EXPECT_EQ(config.CollisionSpheres("mast").size(), 3u);
+
+  // A task space frame is found by its exact name.
+  EXPECT_EQ(config.SetTaskSpaceFrame("cart")->index(), config.Kinematics()->frame("cart").index());
+  const LogCapture log;
+  EXPECT_FALSE(config.SetTaskSpaceFrame("Cart").has_value());
+  EXPECT_EQ(log.warnings(),
+            std::vector<std::string>{"Unable to find \"Cart\". Task space frame name will not be updated"});
+  EXPECT_EQ(config.GetTaskSpaceFrame().index(), config.Kinematics()->frame("cart").index());
+}
+
+TEST(RobotEnvironmentConfigTest, CountsMustMatch) {
+  const auto description = Cart().build();
+  const std::string file = "motion_planning/environment/robot_environment_config";
+  const auto make = [](const RobotDescription* given, int num_weights) {
+    return RobotEnvironmentConfig(given, World().view(), Eigen::VectorXd::Ones(num_weights), 1, 1, 1);
+  };
+  const kinematics::ConfigurationLimits flat(Vec({0.0, 0.0}), Vec({1.0, 1.0}));
+  ExpectFatal([&] { make(description.get(), 2).SetTaskSpaceLimits(flat); },
+              "task_space_limits.Dimension() == 3", file, 91,
+              "Dimension for 'task_space_limits' [2] is expected to be 3.");
+  ExpectFatal([&] { make(description.get(), 3); }, "distance_weights.size() == num_joints_", file, 104,
+              "Only 3 'distance_weights' provided for kinematics with 2 joints.");
+  EXPECT_THROW(make(nullptr, 0), util::FatalError);
+  // The limits are checked before the weights.
+  const auto model = dynamic_cast<KinematicsInternal&>(*description->kinematics()).model();
+  const RobotDescriptionInternal short_of_limits(
+      {model, {"rail", "mast"}, {{0.0, 1.0}}, Vec({0.0, 0.0}), {}, {}});
+  ExpectFatal([&] { make(&short_of_limits, 0); }, "static_cast<int>(joint_limits_.size()) == num_joints_",
+              file, 101, "Only 1 'joint_limits' provided for kinematics with 2 joints.");
+}
+
+TEST(RobotEnvironmentConfigTest, ExampleBuildersPassTheirArgumentsOn) {
+  const World world;
+  for (const auto& [config, num_joints] :
+       {std::pair(BuildFrankaRobotEnvironmentConfig(world.view(), Eigen::VectorXd::Ones(7), 11, 12), 7),
+        std::pair(BuildThreeLinkRobotEnvironmentConfig(world.view(), {1.0, 1.0, 1.0}, 11, 12), 3)}) {
+    EXPECT_EQ(config.NumJoints(), num_joints);
+    EXPECT_EQ(config.max_sampling_attempts, 11);
+    EXPECT_EQ(config.c_space_seed, 12);
+    EXPECT_EQ(config.task_space_seed, 142);
+    EXPECT_FALSE(config.FrameNames().empty());
+  }
 }
 
 }  // namespace

@@ -1,13 +1,22 @@
 #pragma once
 
-#include <Eigen/Core>
+#include <algorithm>
+#include <cmath>
+#include <memory>
 #include <random>
-#include <vector>
 
+#include "kavo/motion_planning/rrt/rrt.h"
+#include "kavo/motion_planning/util/smoothing.h"
 #include "tests/motion_planning/scripted_environment.h"
 #include "tests/support/vectors.h"
 
 namespace kavo::testing {
+
+inline std::optional<Path> Plan(planning::RRT& rrt, const Eigen::VectorXd& start,
+                                const Eigen::VectorXd& goal) {
+  const auto nodes = rrt.TryToFindPath(start, goal);
+  return nodes ? std::optional(planning::ConvertToConfigurations(*nodes)) : std::nullopt;
+}
 
 //! A random set of balls in a unit box, as a validity test and a list of samples: a planning problem without
 //! a robot.
@@ -30,15 +39,9 @@ struct SmallWorld {
   }
 
   bool IsFree(const Eigen::VectorXd& q) const {
-    if (!(q.array() >= 0.0).all() || !(q.array() <= 1.0).all()) {
-      return false;
-    }
-    for (const Eigen::VectorXd& center : centers) {
-      if ((q - center).norm() <= 0.2) {
-        return false;
-      }
-    }
-    return true;
+    return (q.array() >= 0.0).all() && (q.array() <= 1.0).all() &&
+           std::none_of(centers.begin(), centers.end(),
+                        [&](const Eigen::VectorXd& center) { return (q - center).norm() <= 0.2; });
   }
 
   std::shared_ptr<ScriptedEnvironment> MakeEnvironment() const {
@@ -47,8 +50,8 @@ struct SmallWorld {
   }
 
   int dimension;
-  std::vector<Eigen::VectorXd> centers;
-  std::vector<Eigen::VectorXd> samples;
+  Path centers;
+  Path samples;
   Eigen::VectorXd start;
   Eigen::VectorXd goal;
   double step;
@@ -56,34 +59,22 @@ struct SmallWorld {
 
 //! A tree as two lists, with its operations spelled out.
 struct ReferenceTree {
-  void Reset(const Eigen::VectorXd& root) {
-    points = {root};
-    parents = {-1};
-  }
-
-  int Add(const Eigen::VectorXd& q, int parent) {
+  std::size_t Add(const Eigen::VectorXd& q, std::size_t parent) {
     points.push_back(q);
     parents.push_back(parent);
-    return static_cast<int>(points.size()) - 1;
+    return points.size() - 1;
   }
 
-  int Nearest(const Eigen::VectorXd& q) const {
-    int best = 0;
-    for (int i = 1; i < static_cast<int>(points.size()); ++i) {
-      if (Distance(points[static_cast<std::size_t>(i)], q) <
-          Distance(points[static_cast<std::size_t>(best)], q)) {
-        best = i;
-      }
-    }
-    return best;
+  //! The first of the nearest points.
+  std::size_t Nearest(const Eigen::VectorXd& q) const {
+    const auto nearer = [&](const auto& a, const auto& b) { return Distance(a, q) < Distance(b, q); };
+    return static_cast<std::size_t>(std::min_element(points.begin(), points.end(), nearer) - points.begin());
   }
 
   //! Points from the root to the given one.
-  std::vector<Eigen::VectorXd> Chain(int index) const {
-    std::vector<Eigen::VectorXd> chain;
-    for (; index >= 0; index = parents[static_cast<std::size_t>(index)]) {
-      chain.insert(chain.begin(), points[static_cast<std::size_t>(index)]);
-    }
+  Path Chain(std::size_t index) const {
+    Path chain = index == 0 ? Path{} : Chain(parents[index]);
+    chain.push_back(points[index]);
     return chain;
   }
 
@@ -105,8 +96,8 @@ struct ReferenceTree {
     return step;
   }
 
-  std::vector<Eigen::VectorXd> points;
-  std::vector<int> parents;
+  Path points;
+  std::vector<std::size_t> parents;
 };
 
 }  // namespace kavo::testing

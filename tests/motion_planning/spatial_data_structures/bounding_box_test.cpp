@@ -3,11 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <limits>
 #include <sstream>
-#include <string>
-#include <tuple>
-#include <vector>
 
 #include "tests/motion_planning/spatial_data_structures/boxes.h"
 #include "tests/support/fatal.h"
@@ -25,9 +21,10 @@ constexpr auto kMax = BoundingBoxBound::kMax;
 constexpr auto kUp = BoundingBoxOrder::kAscending;
 constexpr auto kDown = BoundingBoxOrder::kDescending;
 
+bool Same(const BoundingBox& a, const BoundingBox& b) { return a.Min() == b.Min() && a.Max() == b.Max(); }
+
 TEST(BoundingBoxTest, MeasuresOfOneBox) {
   const BoundingBox box = Box({0.0, -1.0, 2.0}, {1.0, 2.0, 2.5});
-  EXPECT_EQ(box.Dimension(), 3);
   EXPECT_EQ(box.Margin(), 4.5);
   EXPECT_EQ(box.Volume(), 1.5);
   EXPECT_EQ(box.Centroid(), Vec({0.5, 0.5, 2.25}));
@@ -39,45 +36,34 @@ TEST(BoundingBoxTest, MeasuresOfOneBox) {
   std::ostringstream text;
   text << Box({0.0, 0.0}, {1.0, 2.0});
   EXPECT_EQ(text.str(), "{[0 0], [1 2]}");
+  ExpectFatal([] { BoundingBox(std::vector<BoundingBox>{}); }, "!boxes.empty()",
+              "motion_planning/spatial_data_structures/bounding_box", 21,
+              "At least one box is required for construction.");
 }
 
 TEST(BoundingBoxTest, MeasuresOfTwoBoxes) {
   const BoundingBox unit = Box({0.0, 0.0}, {1.0, 1.0});
-  struct Case {
-    BoundingBox other;
-    bool intersects;
-    double overlap;
-    double increase;
-    double distance;
-  };
-  for (const Case& c : {Case{Box({0.5, 0.5}, {2.0, 3.0}), true, 0.25, 5.0, 0.0},
-                        Case{Box({1.0, 0.0}, {2.0, 1.0}), true, 0.0, 1.0, 0.0},
-                        Case{Box({0.25, 0.25}, {0.5, 0.5}), true, 0.0625, 0.0, 0.0},
-                        Case{Box({4.0, 5.0}, {6.0, 7.0}), false, 0.0, 41.0, 5.0},
-                        Case{Point({-3.0, 0.5}), false, 0.0, 3.0, 3.0}}) {
-    EXPECT_EQ(unit.Intersects(c.other), c.intersects) << c.other;
-    EXPECT_EQ(c.other.Intersects(unit), c.intersects) << c.other;
-    EXPECT_EQ(unit.Overlap(c.other), c.overlap) << c.other;
-    EXPECT_EQ(unit.VolumeIncreaseToInclude(c.other), c.increase) << c.other;
-    EXPECT_EQ(unit.DistanceTo(c.other), c.distance) << c.other;
-    EXPECT_EQ(c.other.DistanceTo(unit), c.distance) << c.other;
+  for (const auto& [other, intersects, overlap, increase, distance] :
+       {std::tuple(Box({0.5, 0.5}, {2.0, 3.0}), true, 0.25, 5.0, 0.0),
+        std::tuple(Box({1.0, 0.0}, {2.0, 1.0}), true, 0.0, 1.0, 0.0),
+        std::tuple(Box({0.25, 0.25}, {0.5, 0.5}), true, 0.0625, 0.0, 0.0),
+        std::tuple(Box({4.0, 5.0}, {6.0, 7.0}), false, 0.0, 41.0, 5.0),
+        std::tuple(Point({-3.0, 0.5}), false, 0.0, 3.0, 3.0)}) {
+    EXPECT_EQ(unit.Intersects(other), intersects) << other;
+    EXPECT_EQ(other.Intersects(unit), intersects) << other;
+    EXPECT_EQ(unit.Overlap(other), overlap) << other;
+    EXPECT_EQ(unit.VolumeIncreaseToInclude(other), increase) << other;
+    EXPECT_EQ(unit.DistanceTo(other), distance) << other;
+    EXPECT_EQ(other.DistanceTo(unit), distance) << other;
     BoundingBox both = unit;
-    both.ExpandToInclude(c.other);
-    const BoundingBox built({unit, c.other});
-    EXPECT_EQ(both.Min(), built.Min());
-    EXPECT_EQ(both.Max(), built.Max());
-    EXPECT_EQ(both.Volume() - unit.Volume(), c.increase);
+    both.ExpandToInclude(other);
+    EXPECT_TRUE(Same(both, BoundingBox({unit, other})));
+    EXPECT_EQ(both.Volume() - unit.Volume(), increase);
   }
-  EXPECT_EQ(unit.DistanceTo(Vec({4.0, 5.0})), 5.0);
-  EXPECT_EQ(unit.DistanceTo(Vec({-2.0, 0.5})), 2.0);
-  EXPECT_EQ(unit.DistanceTo(Vec({1.0, 0.0})), 0.0);
-  EXPECT_EQ(Point({1.0, 1.0}).VolumeIncreaseToInclude(Point({3.0, 4.0})), 6.0);
-}
-
-TEST(BoundingBoxTest, UnionNeedsABox) {
-  ExpectFatal([] { BoundingBox(std::vector<BoundingBox>{}); }, "!boxes.empty()",
-              "motion_planning/spatial_data_structures/bounding_box", 21,
-              "At least one box is required for construction.");
+  for (const auto& [q, distance] :
+       {std::pair(Vec({4.0, 5.0}), 5.0), std::pair(Vec({-2.0, 0.5}), 2.0), std::pair(Vec({1.0, 0.0}), 0.0)}) {
+    EXPECT_EQ(unit.DistanceTo(q), distance);
+  }
 }
 
 TEST(BoundingBoxTest, Sorting) {
@@ -99,21 +85,16 @@ TEST(BoundingBoxTest, Sorting) {
     const std::vector<BoundingBox> copy = SortBoundingBoxes(boxes, 0, bound, order, tolerance);
     for (std::size_t i = 0; i < boxes.size(); ++i) {
       const BoundingBox& expected = boxes[static_cast<std::size_t>(sorted[i])];
-      EXPECT_TRUE(copy[i].Min() == expected.Min() && copy[i].Max() == expected.Max());
-      EXPECT_TRUE(in_place[i].Min() == expected.Min() && in_place[i].Max() == expected.Max());
+      EXPECT_TRUE(Same(copy[i], expected) && Same(in_place[i], expected));
     }
   }
-  EXPECT_TRUE(SortBoundingBoxIndices({}, 0, kMin, kUp, 0.0).empty());
 }
 
 TEST(BoundingBoxTest, SortingByARelationThatIsNoOrderStaysInBounds) {
   std::mt19937 engine(4);
   std::vector<BoundingBox> boxes;
   for (int i = 0; i < 200; ++i) {
-    boxes.push_back(testing::RandomBox(engine, 1));
-    if (i % 9 == 0) {
-      boxes.push_back(Point({std::nan("")}));
-    }
+    boxes.push_back(i % 9 == 0 ? Point({std::nan("")}) : testing::RandomBox(engine, 1));
   }
   for (const BoundingBoxOrder order : {kUp, kDown}) {
     std::vector<int> indices = SortBoundingBoxIndices(boxes, 0, kMin, order, 0.7);
@@ -145,10 +126,10 @@ TEST(BoundingBoxTest, MaximalSeparation) {
 TEST(BoundingBoxTest, Distribution) {
   std::pair<std::vector<int>, std::vector<int>> groups;
   std::pair<BoundingBox, BoundingBox> bounds{Box({0.0}, {1.0}), Box({5.0}, {6.0})};
-  DistributeIndexAndUpdateBounds(7, Point({2.0}), groups, bounds);
-  DistributeIndexAndUpdateBounds(8, Point({4.0}), groups, bounds);
-  // Both grow by one.
-  DistributeIndexAndUpdateBounds(9, Point({3.0}), groups, bounds);
+  // The last lets both grow by one.
+  for (const auto& [index, x] : {std::pair(7, 2.0), std::pair(8, 4.0), std::pair(9, 3.0)}) {
+    DistributeIndexAndUpdateBounds(index, Point({x}), groups, bounds);
+  }
   EXPECT_EQ(groups.first, (std::vector<int>{7}));
   EXPECT_EQ(groups.second, (std::vector<int>{8, 9}));
   EXPECT_EQ(bounds.first.Max(0), 2.0);
@@ -156,28 +137,20 @@ TEST(BoundingBoxTest, Distribution) {
 }
 
 TEST(BoundingBoxTest, RemainingIndicesFillAGroupThatNeedsThemAll) {
-  struct Case {
-    int min_entries;
-    std::size_t num_remaining;
-    std::size_t group_size;
-    bool filled;
-  };
-  for (const Case& c : {Case{4, 2, 2, true}, Case{4, 1, 2, false}, Case{4, 3, 2, false}, Case{4, 1, 4, false},
-                        // One above the minimum: the lack is not minus one but huge.
-                        Case{4, 1, 5, false}}) {
+  // In the last case, one above the minimum, the lack is not minus one but huge.
+  for (const auto& [num_remaining, group_size, filled] :
+       {std::tuple(2u, 2u, true), std::tuple(1u, 2u, false), std::tuple(3u, 2u, false),
+        std::tuple(1u, 4u, false), std::tuple(1u, 5u, false)}) {
     EnumeratedBoxes remaining;
-    for (std::size_t i = 0; i < c.num_remaining; ++i) {
-      remaining.boxes.push_back(Point({0.0}));
-      remaining.indices.push_back(static_cast<int>(10 + i));
-    }
-    std::vector<int> group(c.group_size, 1);
-    AddAllRemainingIndicesIfNeeded(c.min_entries, remaining, group);
-    EXPECT_EQ(group.size(), c.group_size + (c.filled ? c.num_remaining : 0));
-    EXPECT_EQ(remaining.boxes.size(), c.filled ? 0 : c.num_remaining);
+    remaining.boxes.assign(num_remaining, Point({0.0}));
+    remaining.indices.assign(num_remaining, 10);
+    std::vector<int> group(group_size, 1);
+    std::vector<int> expected = group;
+    expected.insert(expected.end(), filled ? num_remaining : 0, 10);
+    AddAllRemainingIndicesIfNeeded(4, remaining, group);
+    EXPECT_EQ(group, expected);
+    EXPECT_EQ(remaining.boxes.size(), filled ? 0 : num_remaining);
     EXPECT_EQ(remaining.indices.size(), remaining.boxes.size());
-    if (c.filled) {
-      EXPECT_EQ(group[c.group_size], 10);
-    }
   }
 }
 

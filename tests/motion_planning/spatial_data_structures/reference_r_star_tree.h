@@ -1,6 +1,6 @@
 #pragma once
 
-#include <cmath>
+#include <algorithm>
 #include <functional>
 #include <limits>
 #include <memory>
@@ -21,30 +21,26 @@ class ReferenceRStarTree {
   using Box = planning::BoundingBox;
   struct Node;
   struct Entry {
+    Box GetBox() const { return child ? *child->box : *box; }
+
     std::optional<Box> box;
     int value = -1;
     std::shared_ptr<Node> child;
-
-    Box GetBox() const { return child ? *child->box : *box; }
   };
   struct Node {
-    void Rebuild() {
+    std::vector<Box> Boxes() const {
       std::vector<Box> boxes;
       for (const Entry& entry : entries) {
         boxes.push_back(entry.GetBox());
       }
-      box = Box(boxes);
+      return boxes;
     }
     void Add(const Entry& entry) {
       entries.push_back(entry);
       if (entry.child) {
         entry.child->parent = this;
       }
-      box ? box->ExpandToInclude(entry.GetBox()) : static_cast<void>(box = entry.GetBox());
-    }
-    std::vector<Entry> TakeAll() {
-      box.reset();
-      return std::exchange(entries, {});
+      box = Box(Boxes());
     }
 
     std::optional<Box> box;
@@ -85,7 +81,7 @@ class ReferenceRStarTree {
     node->Add(entry);
     std::shared_ptr<Node> sibling = HandleOverflow(node);
     for (; node->parent != nullptr; node = node->parent) {
-      node->parent->Rebuild();
+      node->parent->box = Box(node->parent->Boxes());
       if (sibling) {
         node->parent->Add({std::nullopt, -1, sibling});
         sibling = HandleOverflow(node->parent);
@@ -96,9 +92,8 @@ class ReferenceRStarTree {
       root->level = old_root->level + 1;
       root->Add({std::nullopt, -1, old_root});
       root->Add({std::nullopt, -1, sibling});
-      for (const bool done : reinserted) {
-        num_root_splits_amid_reinsertion += done ? 1 : 0;
-      }
+      num_root_splits_amid_reinsertion +=
+          static_cast<int>(std::count(reinserted.begin(), reinserted.end(), true));
       reinserted.push_back(false);
     }
   }
@@ -112,7 +107,7 @@ class ReferenceRStarTree {
     }
     reinserted[node->level] = true;
     const Eigen::VectorXd center = node->box->Centroid();
-    const std::vector<Entry> entries = node->TakeAll();
+    const std::vector<Entry> entries = std::exchange(node->entries, {});
     const auto order = util::Sort(
         entries,
         [&](const Entry& entry) {
@@ -136,17 +131,13 @@ class ReferenceRStarTree {
   }
 
   std::shared_ptr<Node> Split(Node* node) {
-    std::vector<Box> boxes;
-    for (const Entry& entry : node->entries) {
-      boxes.push_back(entry.GetBox());
-    }
     const auto splitter =
         config.entry_splitter_type == planning::EntrySplitterType::kBasic
             ? planning::CreateEntrySplitterBasic(config.dimension, config.min_entries_per_node)
             : planning::CreateEntrySplitterStar(config.dimension, config.min_entries_per_node,
                                                 config.max_entries_per_node);
-    const auto [first, second] = splitter->SplitEntries(boxes);
-    const std::vector<Entry> entries = node->TakeAll();
+    const auto [first, second] = splitter->SplitEntries(node->Boxes());
+    const std::vector<Entry> entries = std::exchange(node->entries, {});
     auto sibling = std::make_shared<Node>();
     sibling->level = node->level;
     sibling->parent = node->parent;
@@ -173,10 +164,9 @@ class ReferenceRStarTree {
     double best = std::numeric_limits<double>::infinity();
     double best_increase = best;
     Node* chosen = nullptr;
-    for (int k = 0;
-         k < std::min<int>(config.max_approx_cost_evals_for_selection, static_cast<int>(by_volume.size()));
-         ++k) {
-      const auto& [volume_increase, index] = by_volume[static_cast<std::size_t>(k)];
+    const auto num_candidates = static_cast<std::size_t>(config.max_approx_cost_evals_for_selection);
+    for (std::size_t k = 0; k < std::min(num_candidates, by_volume.size()); ++k) {
+      const auto& [volume_increase, index] = by_volume[k];
       const Box candidate = node.entries[index].GetBox();
       const Box enlarged({candidate, box});
       double after = 0.0;
