@@ -75,6 +75,28 @@ TEST(MotionPlannerConfigTest, DefaultsOfARobot) {
   EXPECT_EQ(config.tesk_tree_config->num_nodes_cpu_gpu_crossover, 3000);
 }
 
+TEST(MotionPlannerConfigTest, ExampleFileHoldsTheDefaults) {
+  const MotionPlannerConfig file(YAML::LoadFile(KAVO_EXAMPLES_DIR "/planner.yaml"));
+  const std::shared_ptr<RobotDescription> robot = LoadFrankaRobotDescription();
+  const MotionPlannerConfig defaults(robot);
+  EXPECT_EQ(file.seed, defaults.seed);
+  EXPECT_EQ(file.step_size, defaults.step_size);
+  EXPECT_EQ(file.max_iterations, defaults.max_iterations);
+  EXPECT_EQ(file.max_sampling, defaults.max_sampling);
+  EXPECT_EQ(file.distance_metric_weights, defaults.distance_metric_weights);
+  EXPECT_EQ(file.task_space_frame_name, defaults.task_space_frame_name);
+  for (std::size_t i = 0; i < 3; ++i) {
+    EXPECT_EQ(file.task_space_limits[i].lower, defaults.task_space_limits[i].lower);
+    EXPECT_EQ(file.task_space_limits[i].upper, defaults.task_space_limits[i].upper);
+  }
+  EXPECT_FALSE(file.tesk_tree_config.has_value());
+  EXPECT_EQ(file.c_space_exploration_fraction, defaults.c_space_exploration_fraction);
+  EXPECT_EQ(file.x_target_zone_tolerance, defaults.x_target_zone_tolerance);
+  EXPECT_EQ(file.x_target_final_tolerance, defaults.x_target_final_tolerance);
+  EXPECT_EQ(file.task_space_exploitation_fraction, defaults.task_space_exploitation_fraction);
+  EXPECT_EQ(file.task_space_exploration_fraction, defaults.task_space_exploration_fraction);
+}
+
 TEST(MotionPlannerConfigTest, ReadsEveryKey) {
   const MotionPlannerConfig config = Parse(kGood);
   EXPECT_EQ(config.seed, 7);
