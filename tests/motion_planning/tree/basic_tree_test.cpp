@@ -106,6 +106,19 @@ TEST(BasicTreeTest, EarlierNodeWinsATieAndAFirstOneAtNaNStays) {
   }
 }
 
+TEST(BasicTreeTest, DifferentSquaresWithOneRootAreATie) {
+  // The second square is 2, the first one the next number after it.
+  for (const DistanceMetric& metric : {DistanceMetric(L2Norm), Opaque(L2Norm)}) {
+    const auto tree = CreateBasicTree(2, metric, false);
+    tree->ClearAndSetRoot(Node(Vec({10.0, 0.0})));
+    const auto first = tree->Insert(Node(Vec({1.0, std::nextafter(1.0, 2.0)})));
+    const auto second = tree->Insert(Node(Vec({1.0, 1.0})));
+    const Eigen::VectorXd origin = Vec({0.0, 0.0});
+    ASSERT_GT(SquaredL2Norm(first->Configuration(), origin), SquaredL2Norm(second->Configuration(), origin));
+    EXPECT_EQ(tree->GetClosest(origin).node, first);
+  }
+}
+
 TEST(BasicTreeTest, CustomMetricGetsNodeFirstAndEachNodeOnce) {
   std::vector<std::pair<double, double>> calls;
   const auto tree = CreateBasicTree(
