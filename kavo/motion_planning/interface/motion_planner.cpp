@@ -2,6 +2,8 @@
 
 #include <yaml-cpp/yaml.h>
 
+#include <filesystem>
+#include <system_error>
 #include <utility>
 
 #include "kavo/motion_planning/interface/motion_planner_config.h"
@@ -46,6 +48,11 @@ std::unique_ptr<MotionPlanner> CreateMotionPlanner(std::shared_ptr<RobotDescript
 std::unique_ptr<MotionPlanner> CreateMotionPlanner(const std::string& motion_planner_config_file,
                                                    std::shared_ptr<RobotDescription> robot_description,
                                                    const WorldView& world_view) {
+  // yaml-cpp opens a directory like a file, fails to read it, and loses its buffer.
+  std::error_code unused;
+  if (std::filesystem::is_directory(motion_planner_config_file, unused)) {
+    throw YAML::BadFile(motion_planner_config_file);
+  }
   const planning::MotionPlannerConfig config(YAML::LoadFile(motion_planner_config_file));
   return std::make_unique<planning::MotionPlannerInternal>(config, std::move(robot_description), world_view);
 }

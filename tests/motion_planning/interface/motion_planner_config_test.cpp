@@ -258,7 +258,7 @@ TEST(MotionPlannerConfigTest, FilesAreReadOrThrow) {
   const LogCapture log;
   EXPECT_NE(CreateMotionPlanner(file, robot, view), nullptr);
   EXPECT_THROW(CreateMotionPlanner((folder / "missing.yaml").string(), robot, view), YAML::BadFile);
-  EXPECT_THROW(CreateMotionPlanner(folder.string(), robot, view), std::runtime_error);
+  EXPECT_THROW(CreateMotionPlanner(folder.string(), robot, view), YAML::BadFile);
   std::filesystem::remove_all(folder);
 }
 
