@@ -1,5 +1,6 @@
 #include "kavo/kinematics/kinematics.h"
 
+#include <algorithm>
 #include <cmath>
 #include <sstream>
 #include <utility>
@@ -125,6 +126,7 @@ Kinematics::Kinematics(const std::vector<Frame>& frames) {
       Step step;
       step.parent = slot;
       step.coordinate = frame.coordinate;
+      step.ratio = frame.ratio;
       step.motion = frame.motion;
       const Eigen::Vector3d axis = Normalize(frame.axis);
       RigidTransform frame_in_slot;
@@ -150,7 +152,7 @@ Kinematics::Kinematics(const std::vector<Frame>& frames) {
       program_.steps.push_back(step);
       program_.frames.push_back({own_slot, MakeOffset(frame_in_slot)});
       chain_slots_.push_back(own_slot);
-      ++num_coords_;
+      num_coords_ = std::max(num_coords_, static_cast<std::size_t>(frame.coordinate) + 1);
     }
     chain_begin_.push_back(chain_slots_.size());
     frame_indices_.emplace(frame.name, static_cast<int>(frame_names_.size()));
@@ -175,10 +177,10 @@ namespace {
 
 internal::Columns RunStepAt(const Kinematics::Step& step, const internal::Columns* parent,
                             const Eigen::VectorXd& q) {
-  double motion = q[step.coordinate];
+  double motion = step.value(q[step.coordinate]);
   double cos = 0.0;
   if (step.motion == Kinematics::Motion::kRevolute) {
-    internal::SinCos(q[step.coordinate], &motion, &cos);
+    internal::SinCos(motion, &motion, &cos);
   }
   return internal::RunStep(step, parent, motion, cos);
 }
@@ -218,16 +220,19 @@ Eigen::MatrixXd Kinematics::positionJacobian(const Eigen::VectorXd& q, int frame
   Eigen::MatrixXd jacobian = Eigen::MatrixXd::Zero(3, static_cast<Eigen::Index>(num_coords_));
   for (std::size_t i = 0; i < length; ++i) {
     const Step& step = program_.steps[static_cast<std::size_t>(chain_slots_[begin + i])];
+    Eigen::Vector3d derivative;
     if (step.motion == Motion::kRevolute) {
       const Eigen::Vector3d axis = slots[i].axis(step.axis) * step.sign;
-      jacobian.col(step.coordinate) = Cross(axis, placed.translation - slots[i].position());
+      derivative = Cross(axis, placed.translation - slots[i].position());
     } else if (i == 0) {
-      jacobian.col(step.coordinate) = step.slide;
+      derivative = step.slide;
     } else {
       double slide[4];
       slots[i - 1].combine(step.slide[0], step.slide[1], step.slide[2], slide);
-      jacobian.col(step.coordinate) = Eigen::Vector3d(slide[0], slide[1], slide[2]);
+      derivative = {slide[0], slide[1], slide[2]};
     }
+    // Joints that follow one another add up.
+    jacobian.col(step.coordinate) += step.ratio ? derivative * step.ratio->multiplier : derivative;
   }
   return jacobian;
 }

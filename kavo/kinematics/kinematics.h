@@ -3,6 +3,7 @@
 #include <Eigen/Core>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -22,6 +23,12 @@ class KAVO_EXPORT Kinematics {
  public:
   enum class Motion : std::uint8_t { kFixed, kRevolute, kPrismatic };
 
+  //! The value of a joint that follows a coordinate: `multiplier` times the coordinate plus `offset`.
+  struct Ratio {
+    double multiplier = 1.0;
+    double offset = 0.0;
+  };
+
   //! A frame and the joint that carries it.
   struct Frame {
     std::string name;
@@ -30,6 +37,8 @@ class KAVO_EXPORT Kinematics {
     Motion motion = Motion::kFixed;
     //! C-space coordinate of a joint that moves.
     int coordinate = -1;
+    //! With one, the joint follows a joint whose value is the coordinate.
+    std::optional<Ratio> ratio;
     //! Pose of the joint in the parent frame.
     Pose3 origin;
     //! Direction of motion in the joint's own frame; finite, of any length but zero.
@@ -59,6 +68,7 @@ class KAVO_EXPORT Kinematics {
     //! Slot that the joint is attached to; -1 is the base.
     int parent = -1;
     int coordinate = 0;
+    std::optional<Ratio> ratio;
     Motion motion = Motion::kRevolute;
     //! Coordinate axis that a revolute joint turns about: any other axis is turned into z by `origin`.
     int axis = 2;
@@ -68,6 +78,9 @@ class KAVO_EXPORT Kinematics {
     Offset origin;
     //! For a prismatic joint: displacement per unit of the coordinate, in the slot that carries it.
     Eigen::Vector3d slide = Eigen::Vector3d::Zero();
+
+    //! Where the joint stands for a value of its coordinate.
+    double value(double q) const { return ratio ? ratio->multiplier * q + ratio->offset : q; }
   };
 
   //! Where a frame is: rigidly attached to a slot (-1: the base).
@@ -84,7 +97,7 @@ class KAVO_EXPORT Kinematics {
   };
 
   //! \param frames The base frame first, each other frame after its parent; checked by whoever made the list.
-  //!     Coordinates are 0 .. n-1, each used by one joint.
+  //!     Coordinates are 0 .. n-1, each used by one joint without a ratio and any number with one.
   explicit Kinematics(const std::vector<Frame>& frames);
 
   std::size_t numCSpaceCoords() const { return num_coords_; }

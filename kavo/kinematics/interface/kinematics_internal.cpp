@@ -29,7 +29,7 @@ class ProgramSweep : public FrameSweep {
   const std::vector<math::RigidTransform>& compute(const Eigen::VectorXd& q) override {
     const std::size_t num_steps = plan_.steps.size();
     for (std::size_t i = 0; i < num_steps; ++i) {
-      coordinates_[i] = q[plan_.steps[i].coordinate];
+      coordinates_[i] = plan_.steps[i].value(q[plan_.steps[i].coordinate]);
     }
     kinematics::internal::SinCos(coordinates_.data(), motions_.data(), cosines_.data(), num_steps);
     if (!all_revolute_) {

@@ -1,15 +1,18 @@
 #include "kavo/kinematics/interface/robot_description_builder.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstddef>
 #include <functional>
 #include <queue>
+#include <set>
 #include <unordered_map>
 #include <unordered_set>
 #include <utility>
 
 #include "kavo/kinematics/interface/robot_description_internal.h"
 #include "kavo/kinematics/kinematics.h"
+#include "kavo/kinematics/sin_cos_internal.h"
 #include "kavo/util/log_message.h"
 #include "kavo/util/to_string.h"
 
@@ -56,11 +59,37 @@ void CheckJoint(const Joint& joint) {
   if (joint.type == JointType::kFixed) {
     return;
   }
+  KAVO_CHECK(!joint.held_value || std::isfinite(*joint.held_value), kFile, 71)
+      << "Joint \"" << joint.name << "\" is held at the value " << *joint.held_value
+      << ", which is not finite.";
   const Eigen::Vector3d& axis = joint.axis;
   KAVO_CHECK(std::isfinite(axis[0]) && std::isfinite(axis[1]) && std::isfinite(axis[2]), kFile, 73)
       << "Joint \"" << joint.name << "\" has the axis " << util::ToString(axis) << ", which is not finite.";
   KAVO_CHECK(axis[0] != 0.0 || axis[1] != 0.0 || axis[2] != 0.0, kFile, 75)
       << "Joint \"" << joint.name << "\" has an axis of length zero.";
+}
+
+bool IsCoordinate(const Joint& joint) {
+  return joint.type != JointType::kFixed && !joint.mimic && !joint.held_value;
+}
+
+// The pose of the carried frame in the parent frame while the joint stands at a value.
+Pose3 PoseAt(const Joint& joint, double value) {
+  const Eigen::Vector3d& axis = joint.axis;
+  const double largest = std::fmax(std::fabs(axis[0]), std::fmax(std::fabs(axis[1]), std::fabs(axis[2])));
+  const double x = axis[0] / largest;
+  const double y = axis[1] / largest;
+  const double z = axis[2] / largest;
+  const double length = std::sqrt(x * x + y * y + z * z);
+  if (joint.type == JointType::kPrismatic) {
+    return joint.origin *
+           Pose3::FromTranslation({x / length * value, y / length * value, z / length * value});
+  }
+  double sin;
+  double cos;
+  kinematics::internal::SinCos(0.5 * value, &sin, &cos);
+  return joint.origin *
+         Pose3::FromRotation(Eigen::Quaterniond(cos, x / length * sin, y / length * sin, z / length * sin));
 }
 
 }  // namespace
@@ -88,6 +117,12 @@ RobotDescriptionBuilder& RobotDescriptionBuilder::addCollisionSphere(const std::
                                                                      const Eigen::Vector3d& center,
                                                                      double radius) {
   collision_spheres_.push_back({frame_name, {center, radius}});
+  return *this;
+}
+
+RobotDescriptionBuilder& RobotDescriptionBuilder::addCollisionPair(const std::string& frame_a,
+                                                                   const std::string& frame_b) {
+  collision_pairs_.emplace_back(frame_a, frame_b);
   return *this;
 }
 
@@ -126,18 +161,35 @@ std::unique_ptr<RobotDescription> RobotDescriptionBuilder::build() const {
 
   // Coordinates in the order in which their joints were added.
   RobotDescriptionInternal::Data data{
-      kinematics::Kinematics(std::vector<kinematics::Kinematics::Frame>()), {}, {}, {}, {}, {}};
+      kinematics::Kinematics(std::vector<kinematics::Kinematics::Frame>()), {}, {}, {}, {}, {}, {}};
   std::vector<int> coordinates(joints_.size(), -1);
   std::vector<double> default_values;
   for (std::size_t i = 0; i < joints_.size(); ++i) {
     const Joint& joint = joints_[i];
-    if (joint.type != JointType::kFixed) {
+    if (IsCoordinate(joint)) {
       coordinates[i] = static_cast<int>(default_values.size());
       const kinematics::JointLimits limits = CheckedLimits(joint);
       default_values.push_back(CheckedDefault(joint, limits));
       data.joint_limits.push_back(limits);
       data.coordinate_names.push_back(joint.name);
     }
+  }
+  for (std::size_t i = 0; i < joints_.size(); ++i) {
+    const Joint& joint = joints_[i];
+    if (joint.type == JointType::kFixed || !joint.mimic) {
+      continue;
+    }
+    KAVO_CHECK(!joint.held_value, kFile, 180)
+        << "Joint \"" << joint.name << "\" both follows a joint and is held at a value.";
+    KAVO_CHECK(std::isfinite(joint.mimic->multiplier) && std::isfinite(joint.mimic->offset), kFile, 182)
+        << "Joint \"" << joint.name << "\" follows another one by the multiplier " << joint.mimic->multiplier
+        << " and the offset " << joint.mimic->offset << ", which are not both finite.";
+    const auto followed =
+        std::find(data.coordinate_names.begin(), data.coordinate_names.end(), joint.mimic->joint);
+    KAVO_CHECK(followed != data.coordinate_names.end(), kFile, 187)
+        << "Joint \"" << joint.name << "\" follows joint \"" << joint.mimic->joint
+        << "\", which is no coordinate.";
+    coordinates[i] = static_cast<int>(followed - data.coordinate_names.begin());
   }
   data.default_configuration = Eigen::Map<const Eigen::VectorXd>(
       default_values.data(), static_cast<Eigen::Index>(default_values.size()));
@@ -155,7 +207,12 @@ std::unique_ptr<RobotDescription> RobotDescriptionBuilder::build() const {
     frame.origin = joint.origin;
     frame.axis = joint.axis;
     frame.coordinate = coordinates[i];
-    if (joint.type == JointType::kPrismatic) {
+    if (joint.mimic) {
+      frame.ratio = kinematics::Kinematics::Ratio{joint.mimic->multiplier, joint.mimic->offset};
+    }
+    if (joint.type != JointType::kFixed && joint.held_value) {
+      frame.origin = PoseAt(joint, *joint.held_value);
+    } else if (joint.type == JointType::kPrismatic) {
       frame.motion = kinematics::Kinematics::Motion::kPrismatic;
     } else if (joint.type != JointType::kFixed) {
       frame.motion = kinematics::Kinematics::Motion::kRevolute;
@@ -190,6 +247,18 @@ std::unique_ptr<RobotDescription> RobotDescriptionBuilder::build() const {
       data.collision_frame_names.push_back(frame_name);
     }
     spheres.push_back(sphere);
+  }
+
+  std::set<std::pair<std::string, std::string>> known_pairs;
+  for (const auto& [frame_a, frame_b] : collision_pairs_) {
+    for (const std::string& frame : {frame_a, frame_b}) {
+      KAVO_CHECK(frame_indices.count(frame) != 0, kFile, 258)
+          << "A collision pair names frame \"" << frame << "\", which does not exist.";
+    }
+    KAVO_CHECK(frame_a != frame_b, kFile, 261) << "A collision pair names frame \"" << frame_a << "\" twice.";
+    if (known_pairs.insert(std::minmax(frame_a, frame_b)).second) {
+      data.collision_pairs.emplace_back(frame_a, frame_b);
+    }
   }
   return std::make_unique<RobotDescriptionInternal>(std::move(data));
 }

@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "kavo/kinematics/interface/joint_limits.h"
@@ -18,6 +19,14 @@ enum class JointType { kFixed, kRevolute, kContinuous, kPrismatic };
 
 //! A joint and the frame that it moves.
 struct Joint {
+  //! How a joint follows another one: its value is `multiplier` times the other's plus `offset`.
+  struct Mimic {
+    //! Name of the joint that it follows, which must be a coordinate.
+    std::string joint;
+    double multiplier = 1.0;
+    double offset = 0.0;
+  };
+
   std::string name;
   JointType type = JointType::kFixed;
   //! Frame that the joint is attached to.
@@ -34,6 +43,11 @@ struct Joint {
   std::optional<kinematics::JointLimits> limits;
   //! Value of the coordinate in the default configuration; the middle of the limits when absent.
   std::optional<double> default_value;
+  //! With one, the joint is no coordinate. Its limits and its default value are ignored.
+  std::optional<Mimic> mimic = std::nullopt;
+  //! With one, the joint stays at this value and is no coordinate. Its limits and its default value are
+  //! ignored.
+  std::optional<double> held_value = std::nullopt;
 };
 
 //! Makes a robot description in code.
@@ -42,8 +56,9 @@ struct Joint {
 //! `build` checks the whole robot and throws a fatal error whose message names the culprit for: an empty or
 //! repeated joint or frame name, a frame that two joints carry, a cycle, a parent frame that nothing carries,
 //! a number that is not finite, an axis of length zero, limits that are missing or whose minimum is above the
-//! maximum, a default value outside the limits, a sphere on an unknown frame or with a radius that is not
-//! positive.
+//! maximum, a default value outside the limits, a joint that follows one that is no coordinate, a sphere on
+//! an unknown frame or with a radius that is not positive, a collision pair with an unknown frame or of a
+//! frame with itself.
 class KAVO_EXPORT RobotDescriptionBuilder {
  public:
   //! \param base_frame Name of the frame that everything is attached to.
@@ -57,6 +72,11 @@ class KAVO_EXPORT RobotDescriptionBuilder {
   RobotDescriptionBuilder& addCollisionSphere(const std::string& frame_name, const Eigen::Vector3d& center,
                                               double radius);
 
+  //! Makes contact between two frames of the robot a collision: a configuration in which a sphere of one
+  //! touches a sphere of the other is not valid. A pair given twice, in either order, counts once. A robot
+  //! without pairs never collides with itself.
+  RobotDescriptionBuilder& addCollisionPair(const std::string& frame_a, const std::string& frame_b);
+
   //! The description. The builder may be used further.
   std::unique_ptr<RobotDescription> build() const;
 
@@ -69,6 +89,7 @@ class KAVO_EXPORT RobotDescriptionBuilder {
   std::string base_frame_;
   std::vector<Joint> joints_;
   std::vector<CollisionSphere> collision_spheres_;
+  std::vector<std::pair<std::string, std::string>> collision_pairs_;
 };
 
 }  // namespace kavo

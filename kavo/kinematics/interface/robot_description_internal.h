@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "kavo/kinematics/interface/joint_limits.h"
@@ -28,6 +29,8 @@ class KAVO_EXPORT RobotDescriptionInternal : public RobotDescription {
     std::vector<std::string> collision_frame_names;
     //! Centres in the frame's own coordinates.
     std::unordered_map<std::string, std::vector<math::Sphere>> collision_spheres;
+    //! Frames that must not touch each other, each pair once.
+    std::vector<std::pair<std::string, std::string>> collision_pairs = {};
   };
 
   explicit RobotDescriptionInternal(Data data);
@@ -42,6 +45,10 @@ class KAVO_EXPORT RobotDescriptionInternal : public RobotDescription {
   const std::vector<std::string>& collisionFrameNames() const { return data_.collision_frame_names; }
   //! The spheres of a frame, centres in the frame's coordinates; empty for a frame that has none.
   std::vector<math::Sphere> collisionSpheres(const std::string& frame_name) const;
+  //! The pairs of frames that must not touch each other, in the order added; empty for most robots.
+  const std::vector<std::pair<std::string, std::string>>& collisionPairs() const {
+    return data_.collision_pairs;
+  }
   //! The limits of the joints, in coordinate order.
   const std::vector<kinematics::JointLimits>& jointLimits() const { return data_.joint_limits; }
 

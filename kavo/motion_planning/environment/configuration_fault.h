@@ -32,10 +32,21 @@ struct ConfigurationFault {
     double depth;
   };
 
+  //! Two collision spheres of the robot that touch each other, of frames that must not.
+  struct SelfContact {
+    std::string frames[2];
+    //! Index among the spheres of each frame.
+    std::size_t spheres[2];
+    //! How far the spheres overlap; zero where they just touch. Metres.
+    double depth;
+  };
+
   //! The first coordinate that breaks its limits. With one, contacts are not looked for.
   std::optional<Limit> limit;
-  //! The deepest contact.
+  //! The deepest contact with an obstacle.
   std::optional<Contact> contact;
+  //! Without a contact with an obstacle: the deepest one of the robot with itself.
+  std::optional<SelfContact> self_contact;
 };
 
 }  // namespace kavo::planning

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "kavo/math/bounding_sphere.h"
@@ -108,6 +109,9 @@ class RobotEnvironmentImpl final : public RobotEnvironment {
     }
     if (!fault.limit) {
       fault.contact = DeepestContact(q);
+      if (!fault.contact) {
+        fault.self_contact = DeepestSelfContact(q);
+      }
     }
     return fault;
   }
@@ -146,7 +150,7 @@ class RobotEnvironmentImpl final : public RobotEnvironment {
         return true;
       }
     }
-    return false;
+    return !pairs_.empty() && TouchesItself(frames);
   }
 
   bool CollectionTouches(const CollisionSphereCollection& collection,
@@ -163,6 +167,62 @@ class RobotEnvironmentImpl final : public RobotEnvironment {
     return false;
   }
 
+  bool TouchesItself(const std::vector<math::RigidTransform>& frames) const {
+    for (const auto& [a, b] : pairs_) {
+      if (MayTouch(a, b, frames)) {
+        for (const math::Sphere& sphere_a : collections_[a].spheres) {
+          for (const math::Sphere& sphere_b : collections_[b].spheres) {
+            if (!(Gap(sphere_a, frames[a], sphere_b, frames[b]) > 0.0)) {
+              return true;
+            }
+          }
+        }
+      }
+    }
+    return false;
+  }
+
+  // Distance between the surfaces of two spheres, negative where they overlap.
+  static double Gap(const math::Sphere& sphere_a, const math::RigidTransform& frame_a,
+                    const math::Sphere& sphere_b, const math::RigidTransform& frame_b) {
+    const Eigen::Vector3d a = frame_a * sphere_a.center;
+    const Eigen::Vector3d b = frame_b * sphere_b.center;
+    const double dx = a[0] - b[0];
+    const double dy = a[1] - b[1];
+    const double dz = a[2] - b[2];
+    return std::sqrt(dx * dx + dy * dy + dz * dz) - (sphere_a.radius + sphere_b.radius);
+  }
+
+  // False only where no spheres of the two frames touch: rounding errors are far below the tolerance.
+  bool MayTouch(std::size_t a, std::size_t b, const std::vector<math::RigidTransform>& frames) const {
+    const math::Sphere& sphere_a = collections_[a].bounding_sphere;
+    const math::Sphere& sphere_b = collections_[b].bounding_sphere;
+    double size = sphere_a.radius + sphere_b.radius;
+    for (int i = 0; i < 3; ++i) {
+      size += std::fabs(sphere_a.center[i]) + std::fabs(sphere_b.center[i]) +
+              std::fabs(frames[a].translation[i]) + std::fabs(frames[b].translation[i]);
+    }
+    return !(Gap(sphere_a, frames[a], sphere_b, frames[b]) > 1e-12 * size);
+  }
+
+  // The deepest contact between frames that must not touch each other.
+  std::optional<ConfigurationFault::SelfContact> DeepestSelfContact(const Eigen::VectorXd& q) const {
+    std::optional<ConfigurationFault::SelfContact> deepest;
+    const std::vector<math::RigidTransform>& frames = sweep_->compute(q);
+    for (const auto& [a, b] : pairs_) {
+      for (std::size_t i = 0; i < collections_[a].spheres.size(); ++i) {
+        for (std::size_t k = 0; k < collections_[b].spheres.size(); ++k) {
+          const double depth =
+              -Gap(collections_[a].spheres[i], frames[a], collections_[b].spheres[k], frames[b]);
+          if (depth >= 0.0 && (!deepest || depth > deepest->depth)) {
+            deepest = {{collections_[a].frame_name, collections_[b].frame_name}, {i, k}, depth};
+          }
+        }
+      }
+    }
+    return deepest;
+  }
+
   // Of a configuration that is in collision.
   std::optional<ConfigurationFault::Contact> DeepestContact(const Eigen::VectorXd& q) const {
     std::optional<ConfigurationFault::Contact> deepest;
@@ -172,6 +232,9 @@ class RobotEnvironmentImpl final : public RobotEnvironment {
       for (std::size_t k = 0; k < collections_[i].spheres.size(); ++k) {
         const math::Sphere& sphere = collections_[i].spheres[k];
         const Eigen::Vector3d center = pose * sphere.center;
+        if (!world_view_.inCollision(center, sphere.radius)) {
+          continue;
+        }
         const std::optional<WorldView::Nearest> nearest = world_view_.nearestObstacle(center);
         if (nearest && (!deepest || sphere.radius - nearest->distance > deepest->depth)) {
           deepest = {collections_[i].frame_name,       k, center, sphere.radius, nearest->obstacle,
@@ -208,6 +271,19 @@ class RobotEnvironmentImpl final : public RobotEnvironment {
       frames.push_back(kinematics_->frame(name));
     }
     sweep_ = kinematics_->frameSweep(frames);
+
+    const auto find = [this](const std::string& name) {
+      return std::find_if(collections_.begin(), collections_.end(),
+                          [&](const auto& collection) { return collection.frame_name == name; });
+    };
+    for (const auto& [name_a, name_b] : config.CollisionPairs()) {
+      const auto a = find(name_a);
+      const auto b = find(name_b);
+      // A frame without spheres touches nothing.
+      if (a != collections_.end() && b != collections_.end()) {
+        pairs_.emplace_back(a - collections_.begin(), b - collections_.begin());
+      }
+    }
   }
 
   void InitializeSamplers(const RobotEnvironmentConfig& config) {
@@ -236,6 +312,8 @@ class RobotEnvironmentImpl final : public RobotEnvironment {
   std::shared_ptr<kavo::Kinematics> kinematics_;
   // In the order of checking, one for each frame of `sweep_`.
   std::vector<CollisionSphereCollection> collections_;
+  // Indices of collections that must not touch each other.
+  std::vector<std::pair<std::size_t, std::size_t>> pairs_;
   std::unique_ptr<FrameSweep> sweep_;
   kavo::Kinematics::FrameHandle task_space_frame_;
   // Pose of the robot base in the world; empty for the identity, which changes no bit of a frame's pose.

@@ -14,8 +14,9 @@
 namespace kavo::planning {
 
 //! A robot arm among obstacles. A configuration holds one value for each joint (radians, or metres for a
-//! prismatic one); it is valid when each joint is within its closed limits and no collision sphere of the
-//! robot touches an obstacle. A configuration that is not finite is never valid.
+//! prismatic one); it is valid when each joint is within its closed limits, no collision sphere of the robot
+//! touches an obstacle, and no two spheres touch whose frames are one of the robot's collision pairs. A
+//! configuration that is not finite is never valid.
 //!
 //! Not even the const operations of one environment may run on several threads at once: they share scratch
 //! memory and random generators.

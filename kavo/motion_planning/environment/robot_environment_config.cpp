@@ -88,6 +88,7 @@ void RobotEnvironmentConfig::AddCollisionSpheres(const RobotDescription* robot_d
       AddCollisionSphere(frame_name, sphere);
     }
   }
+  collision_pairs_ = description.collisionPairs();
 }
 
 RobotEnvironmentConfig BuildFrankaRobotEnvironmentConfig(const WorldView& world_view,

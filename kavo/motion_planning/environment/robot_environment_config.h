@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "kavo/kinematics/interface/configuration_limits.h"
@@ -48,6 +49,8 @@ class KAVO_EXPORT RobotEnvironmentConfig {
   //! The spheres of a frame in the frame's coordinates (metres), in the order added; empty for a frame
   //! without any.
   std::vector<math::Sphere> CollisionSpheres(const std::string& frame_name) const;
+  //! The pairs of frames of the description that must not touch each other.
+  const std::vector<std::pair<std::string, std::string>>& CollisionPairs() const { return collision_pairs_; }
   //! The frame whose position is the task-space position.
   kavo::Kinematics::FrameHandle GetTaskSpaceFrame() const { return task_space_frame_; }
   //! The box to sample in task space, relative to the robot base (metres); empty until one was set.
@@ -80,6 +83,7 @@ class KAVO_EXPORT RobotEnvironmentConfig {
   std::optional<kinematics::ConfigurationLimits> task_space_limits_;
   std::vector<std::string> collision_frame_names_;
   std::map<std::string, std::vector<math::Sphere>> collision_spheres_;
+  std::vector<std::pair<std::string, std::string>> collision_pairs_;
   kavo::Kinematics::FrameHandle task_space_frame_;
 };
 
