@@ -29,6 +29,12 @@ class KAVO_EXPORT Environment {
   //! sequence.
   virtual std::optional<Eigen::VectorXd> SampleConfiguration() const = 0;
 
+  //! How many configurations, from the first on, are valid before one is not: what asking
+  //! `IsValidConfiguration` one by one, up to the first invalid one, would say. An environment that knows how
+  //! to check several at once overrides this default, which does just that.
+  //! \param configurations One to a column; `CSpaceDimension()` rows, any other number is a fatal error.
+  virtual int CountValid(const Eigen::Ref<const Eigen::MatrixXd>& configurations) const;
+
  protected:
   Environment() = default;
   Environment(const Environment&) = default;
