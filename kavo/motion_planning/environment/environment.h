@@ -35,10 +35,18 @@ class KAVO_EXPORT Environment {
   //! \param configurations One to a column; `CSpaceDimension()` rows, any other number is a fatal error.
   virtual int CountValid(const Eigen::Ref<const Eigen::MatrixXd>& configurations) const;
 
+  //! How many configurations `CountValid` checks in little more time than one. Planners look that many steps
+  //! ahead; with 1, the default, an environment is asked about a configuration only when all before it are
+  //! known to be valid and used.
+  int NumAtOnce() const { return num_at_once_; }
+
  protected:
-  Environment() = default;
+  explicit Environment(int num_at_once = 1) : num_at_once_(num_at_once) {}
   Environment(const Environment&) = default;
   Environment& operator=(const Environment&) = default;
+
+ private:
+  int num_at_once_;
 };
 
 }  // namespace kavo::planning

@@ -17,7 +17,8 @@ namespace {
 class RobotEnvironmentImpl final : public RobotEnvironment {
  public:
   explicit RobotEnvironmentImpl(const RobotEnvironmentConfig& config)
-      : dimension_(static_cast<std::size_t>(config.NumJoints())),
+      : RobotEnvironment(internal::RobotCollision::kBatch),
+        dimension_(static_cast<std::size_t>(config.NumJoints())),
         distance_metric_(WeightedSquaredL2Norm(config.distance_weights)),
         limits_(config.JointLimits()),
         max_sampling_attempts_(static_cast<std::uint64_t>(std::int64_t{config.max_sampling_attempts})),
