@@ -22,9 +22,9 @@ std::uint32_t OutsideInLanes(const double* coordinates, std::size_t dimension, c
     for (std::size_t i = 0; i < dimension; ++i) {
       const auto q = hn::LoadU(d, coordinates + i * math::kNumLanes + lane);
       const auto beyond = hn::Or(hn::Gt(hn::Set(d, min[i]), q), hn::Gt(q, hn::Set(d, max[i])));
-      // Infinity and NaN less themselves are NaN, which differs from itself.
+      // Infinity and NaN less themselves are NaN, which equals nothing.
       const auto nothing = hn::Sub(q, q);
-      out = hn::Or(out, hn::Or(beyond, hn::Ne(nothing, nothing)));
+      out = hn::Or(out, hn::Or(beyond, hn::Not(hn::Eq(nothing, nothing))));
     }
     std::uint8_t bits[8] = {};
     hn::StoreMaskBits(d, out, bits);
