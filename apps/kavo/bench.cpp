@@ -62,14 +62,17 @@ void AddBenchCommand(CLI::App& app, Run& run) {
       ->add_option("-p,--problems", options->directory,
                    "Folder of families with files sceneNAME.yaml and requestNAME.yaml, or one such family")
       ->type_name("DIR")
+      ->group("Problems")
       ->required();
   bench->add_option("--family", options->families, "Only this family; may be repeated")
       ->type_name("NAME")
+      ->group("Problems")
       ->allow_extra_args(false);
   bench
       ->add_option("--repeat", options->num_repeats,
                    "Plan each problem so many times, each time with the next seed")
       ->type_name("N")
+      ->group("Problems")
       ->check(CLI::Range(1, 1000000))
       ->capture_default_str();
   bench
@@ -77,13 +80,15 @@ void AddBenchCommand(CLI::App& app, Run& run) {
                    "Threads, with a planner each. The answers are the same for any number; times are not, as "
                    "threads compete for the machine")
       ->type_name("N")
+      ->group("Problems")
       ->check(CLI::Range(1, 1024))
       ->capture_default_str();
   options->planner.AddOptions(*bench);
   bench
       ->add_option("--json", options->json_file,
                    "Write every run as JSON; - is standard output, instead of the tables")
-      ->type_name("FILE");
+      ->type_name("FILE")
+      ->group("Output");
   bench->footer(
       "Every run has a planner of its own. Its time is that of one query, search and shortening, without\n"
       "the making of the planner; the statistics are over all runs whose start and goal are valid, solved\n"

@@ -88,11 +88,13 @@ void AddCheckCommand(CLI::App& app, Run& run) {
           "The path: JSON or CSV as 'kavo plan' writes them; - is standard input. Joints may come in "
           "any order if they are named")
       ->type_name("FILE")
+      ->group("Check")
       ->required();
   check
       ->add_option("--step", options->step_size,
                    "Distance in c-space of the configurations that are looked at")
       ->type_name("STEP")
+      ->group("Check")
       ->check(CLI::PositiveNumber)
       ->capture_default_str();
   check->footer(

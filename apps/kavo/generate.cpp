@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <vector>
 
+#include "apps/kavo/help.h"
 #include "apps/kavo/text.h"
 
 namespace kavo::command {
@@ -29,8 +30,6 @@ std::vector<std::string> Names(const CLI::Option& option) {
   return names;
 }
 
-bool TakesValue(const CLI::Option& option) { return option.get_items_expected_max() > 0; }
-
 // Text for a manual page: a hyphen stays a hyphen, and no line begins a request.
 std::string Escaped(const std::string& text) {
   std::string escaped;
@@ -49,7 +48,7 @@ std::string ManOptions(const CLI::App& app) {
   std::string text;
   for (const CLI::Option* option : Options(app)) {
     text += ".TP\n.B " + Escaped(Join(Names(*option), ", ")) +
-            (TakesValue(*option) ? " " + Escaped(option->get_type_name()) : "") + "\n" +
+            (ValueName(*option).empty() ? "" : " " + Escaped(ValueName(*option))) + "\n" +
             Escaped(option->get_description()) + "\n";
   }
   return text;
@@ -75,7 +74,6 @@ std::string ManPage(const CLI::App& app) {
 std::string BashCompletion(const CLI::App& app) {
   std::vector<std::string> names;
   std::string cases;
-  std::vector<std::string> takes_file;
   const auto add = [&](const std::string& pattern, const CLI::App& command) {
     std::vector<std::string> options;
     for (const CLI::Option* option : Options(command)) {

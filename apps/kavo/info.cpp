@@ -40,7 +40,8 @@ void PrintFrames(const RobotDescription& robot) {
   const auto& description = dynamic_cast<const RobotDescriptionInternal&>(robot);
   std::vector<std::vector<std::string>> rows = {{"frame", "spheres"}};
   std::size_t num_spheres = 0;
-  for (const std::string& frame : robot.kinematics()->frameNames()) {
+  const auto kinematics = robot.kinematics();
+  for (const std::string& frame : kinematics->frameNames()) {
     const std::size_t count = description.collisionSpheres(frame).size();
     num_spheres += count;
     rows.push_back({frame, count == 0 ? "-" : std::to_string(count)});
@@ -97,7 +98,7 @@ void AddInfoCommand(CLI::App& app, Run& run) {
   CLI::App* info =
       app.add_subcommand("info", "Show a robot: joints, frames, spheres, reach; or all settings");
   options->robot.AddOptions(*info);
-  info->get_option("--robot")->required(false)->default_str("franka with --params");
+  info->get_option("--robot")->required(false)->default_str("franka");
   info->add_flag("--params", options->parameters,
                  "Show the run-time parameters that --set takes, with type, default and meaning");
   info->footer(

@@ -8,6 +8,7 @@
 
 #include "apps/kavo/command.h"
 #include "apps/kavo/generate.h"
+#include "apps/kavo/help.h"
 #include "kavo/util/fatal_error.h"
 #include "kavo/util/log.h"
 
@@ -35,11 +36,11 @@ int Fail(const std::string& message) {
 int main(int argc, char** argv) {
   CLI::App app(
       "Plans collision-free motions of robot arms: robots from URDF and SRDF, scenes and requests from "
-      "planning-scene files.",
+      "planning-scene files",
       "kavo");
   app.set_version_flag("--version", "kavo " KAVO_VERSION);
   app.require_subcommand(0, 1);
-  app.get_formatter()->column_width(36);
+  app.formatter(kavo::command::MakeHelpFormatter());
   kavo::command::Run run;
   kavo::command::AddPlanCommand(app, run);
   kavo::command::AddCheckCommand(app, run);

@@ -234,10 +234,14 @@ bool ApplySetting(MotionPlanner& planner, const Parameter& parameter, const Sett
 }
 
 void PlannerSettings::AddOptions(CLI::App& app) {
-  app.add_option("--config", file_, "Settings of the planner from a YAML file")->type_name("FILE");
+  const std::string group = "Planner";
+  app.add_option("--config", file_, "Settings of the planner from a YAML file")
+      ->type_name("FILE")
+      ->group(group);
   app.add_option("--set", texts_,
                  "One setting, after those of the file; may be repeated. 'kavo info --params' lists them")
       ->type_name("NAME=VALUE")
+      ->group(group)
       ->allow_extra_args(false);
 }
 

@@ -308,24 +308,31 @@ void AddPlanCommand(CLI::App& app, Run& run) {
                    "Distance of the configurations at which the path is checked apart from the planner; a "
                    "tenth of step_size unless given")
       ->type_name("STEP")
+      ->group("Check")
       ->check(CLI::PositiveNumber);
   plan->add_option(
           "--verify", options->num_more_seeds,
           "Where no path is found or the path fails the check, plan again with the next seed, up to N "
-          "more (10 unless given)")
+          "more times")
       ->type_name("[N]")
+      ->group("Check")
       ->expected(0, 1)
       ->default_str("10")
       ->check(CLI::NonNegativeNumber);
   plan->add_option("--json", options->json_file,
                    "Write everything as JSON: query, settings, path, statistics, check; - is standard output")
-      ->type_name("FILE");
+      ->type_name("FILE")
+      ->group("Output");
   plan->add_option("--csv", options->csv_file,
                    "Write the waypoints as CSV, a line of joint names first; - is standard output")
-      ->type_name("FILE");
+      ->type_name("FILE")
+      ->group("Output");
   CLI::Option* quiet = plan->add_flag("-q,--quiet", options->quiet,
-                                      "Print the waypoints as CSV and nothing else, not even warnings");
-  plan->add_flag("-v,--verbose", options->verbose, "Show notices of the library too")->excludes(quiet);
+                                      "Print the waypoints as CSV and nothing else, not even warnings")
+                           ->group("Output");
+  plan->add_flag("-v,--verbose", options->verbose, "Show notices of the library too")
+      ->excludes(quiet)
+      ->group("Output");
   plan->footer(
       "Prints the waypoints, what the search cost, and what a check apart from the planner says; or\n"
       "why there is no path. The exit status is 0 for a path that passes the check, 1 without one, 2\n"

@@ -23,7 +23,7 @@ class RobotOptions {
   formats::LoadedRobot Load() const;
 
  private:
-  std::string robot_;
+  std::string robot_ = "franka";
   std::string srdf_;
   std::string group_;
   std::vector<std::string> coordinates_;

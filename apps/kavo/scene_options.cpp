@@ -8,7 +8,8 @@ namespace kavo::command {
 
 void SceneOptions::AddOptions(CLI::App& app) {
   app.add_option("-s,--scene", files_, "Planning scenes (YAML or .scene); empty space without one")
-      ->type_name("FILE...");
+      ->type_name("FILE...")
+      ->group("Scene");
 }
 
 LoadedScene ReadScenes(const std::vector<std::string>& files, const std::optional<Pose3>& base_pose) {
