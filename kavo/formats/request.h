@@ -52,8 +52,8 @@ KAVO_EXPORT Request ParseRequest(const std::string& text, const std::string& fil
 //! The configuration of a robot that joint values by name describe, in the order of its c-space coordinates.
 //! Joints that are no coordinate of the robot are ignored: they belong to other groups. Nothing is said about
 //! limits.
-//! \param fallback Values of the joints that are not named, one for each coordinate (another length is a fatal
-//!     error); without it, `std::invalid_argument` names the joints that are missing.
+//! \param fallback Values of the joints that are not named, one for each coordinate (another length is a
+//!     fatal error); without it, `std::invalid_argument` names the joints that are missing.
 KAVO_EXPORT Eigen::VectorXd ConfigurationFromJoints(const RobotDescription& robot_description,
                                                     const std::map<std::string, double>& joints,
                                                     const std::optional<Eigen::VectorXd>& fallback = {});

@@ -49,6 +49,15 @@ std::optional<double> ParseNumber(std::string_view text) {
   return number;
 }
 
+std::string_view Trimmed(std::string_view text) {
+  constexpr std::string_view kBlank = " \t\r";
+  const std::size_t begin = text.find_first_not_of(kBlank);
+  if (begin == std::string_view::npos) {
+    return {};
+  }
+  return text.substr(begin, text.find_last_not_of(kBlank) - begin + 1);
+}
+
 std::string NumberText(double number) {
   std::array<char, 32> text;
   const auto [end, fault] = std::to_chars(text.data(), text.data() + text.size(), number);

@@ -17,6 +17,9 @@ void WriteTextFile(const std::string& file, const std::string& text);
 //! The finite number that the whole text stands for, in the same way under every locale.
 std::optional<double> ParseNumber(std::string_view text);
 
+//! The text without spaces, tabs and carriage returns at its ends.
+std::string_view Trimmed(std::string_view text);
+
 //! The shortest text that reads as the same bits.
 std::string NumberText(double number);
 
