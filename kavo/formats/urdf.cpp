@@ -122,6 +122,18 @@ void CheckJoint(const XmlFile& xml, const Outline& outline, const Element& joint
   }
 }
 
+Pose3 ReadOrigin(const XmlFile& xml, const Element& element) {
+  const Element* const origin = element.FirstChildElement("origin");
+  if (origin == nullptr) {
+    return Pose3::Identity();
+  }
+  const auto vector = [&](const char* name) {
+    return origin->Attribute(name) == nullptr ? Eigen::Vector3d(Eigen::Vector3d::Zero())
+                                              : xml.vector(*origin, name);
+  };
+  return {RotationFromRpy(vector("rpy")), vector("xyz")};
+}
+
 // The links and joints with everything that can be said about them one by one.
 Outline ReadOutline(const XmlFile& xml) {
   for (const Element* child = xml.root().FirstChildElement(); child != nullptr;
@@ -146,6 +158,12 @@ Outline ReadOutline(const XmlFile& xml) {
     outline.parents.push_back(NamedLink(xml, outline, *joint, "parent"));
     outline.children.push_back(NamedLink(xml, outline, *joint, "child"));
     CheckJoint(xml, outline, *joint);
+    ReadOrigin(xml, *joint);
+  }
+  for (const Element* link : outline.links) {
+    for (const Element* collision : XmlFile::children(*link, "collision")) {
+      ReadOrigin(xml, *collision);
+    }
   }
   return outline;
 }
@@ -209,18 +227,6 @@ std::vector<std::size_t> SortJoints(const XmlFile& xml, const Outline& outline, 
     }
   }
   return order;
-}
-
-Pose3 ReadOrigin(const XmlFile& xml, const Element& element) {
-  const Element* const origin = element.FirstChildElement("origin");
-  if (origin == nullptr) {
-    return Pose3::Identity();
-  }
-  const auto vector = [&](const char* name) {
-    return origin->Attribute(name) == nullptr ? Eigen::Vector3d(Eigen::Vector3d::Zero())
-                                              : xml.vector(*origin, name);
-  };
-  return {RotationFromRpy(vector("rpy")), vector("xyz")};
 }
 
 // What urdfdom is to look at: the elements that matter here, so that a file is not refused for a fault in
@@ -294,18 +300,21 @@ class Console : public console_bridge::OutputHandler {
 
 urdf::ModelInterfaceSharedPtr ParseModel(const std::string& text, const std::string& file) {
   Console console;
+  urdf::ModelInterfaceSharedPtr model;
   std::string fault;
   try {
-    if (urdf::ModelInterfaceSharedPtr model = urdf::parseURDF(text)) {
-      return model;
-    }
+    model = urdf::parseURDF(text);
   } catch (const std::exception& error) {
     fault = error.what();
   }
+  // Some faults make it leave out a collision element and go on.
   if (!console.text().empty()) {
     fault = console.text() + (fault.empty() ? "" : "; " + fault);
   }
-  throw FileError(file, 0, "found what urdfdom refuses (" + fault + "), expected a robot");
+  if (!model || !fault.empty()) {
+    throw FileError(file, 0, "found what urdfdom refuses (" + fault + "), expected a robot");
+  }
+  return model;
 }
 
 Urdf::Collision ReadCollision(const XmlFile& xml, const Element& element, const urdf::Geometry& geometry) {
