@@ -8,8 +8,8 @@
 
 namespace kavo::testing {
 
-//! A random tree of joints of every type, and the obvious way to place its frames: recursion with Eigen's
-//! transforms.
+//! A random tree of joints of every type, some of them held or following others, and the obvious way to place
+//! its frames: recursion with Eigen's transforms.
 class RandomRobot {
  public:
   RandomRobot(std::mt19937& engine, int num_joints) {
@@ -26,7 +26,21 @@ class RandomRobot {
       joint.axis = RandomAxis(engine);
       joint.limits = kinematics::JointLimits{-3.0, 3.0};
       parents_.push_back(parent);
-      coordinates_.push_back(joint.type == JointType::kFixed ? -1 : num_coordinates_++);
+      int coordinate = -1;
+      if (joint.type != JointType::kFixed) {
+        // Some follow an earlier joint, some are held.
+        const auto role = engine() % 8;
+        if (role == 0 && num_coordinates_ > 0) {
+          coordinate = static_cast<int>(engine() % static_cast<unsigned>(num_coordinates_));
+          joint.mimic = Joint::Mimic{coordinate_names_[static_cast<std::size_t>(coordinate)], -1.5, 0.25};
+        } else if (role == 1) {
+          joint.held_value = RandomVec(engine, 1, -4.0, 4.0)[0];
+        } else {
+          coordinate = num_coordinates_++;
+          coordinate_names_.push_back(joint.name);
+        }
+      }
+      coordinates_.push_back(coordinate);
       joints_.push_back(joint);
     }
   }
@@ -51,13 +65,16 @@ class RandomRobot {
     const Pose3& origin = joints_[i].origin;
     Eigen::Isometry3d result =
         place(q, parents_[i]) * Eigen::Translation3d(origin.translation()) * origin.rotation();
-    const Eigen::Vector3d axis = joints_[i].axis.normalized();
-    if (joints_[i].type == JointType::kPrismatic) {
-      result = result * Eigen::Translation3d(axis * q[coordinates_[i]]);
-    } else if (joints_[i].type != JointType::kFixed) {
-      result = result * Eigen::AngleAxisd(q[coordinates_[i]], axis);
+    if (joints_[i].type == JointType::kFixed) {
+      return result;
     }
-    return result;
+    const Eigen::Vector3d axis = joints_[i].axis.normalized();
+    double value = joints_[i].held_value ? *joints_[i].held_value : q[coordinates_[i]];
+    if (joints_[i].mimic) {
+      value = joints_[i].mimic->multiplier * value + joints_[i].mimic->offset;
+    }
+    return joints_[i].type == JointType::kPrismatic ? result * Eigen::Translation3d(axis * value)
+                                                    : result * Eigen::AngleAxisd(value, axis);
   }
 
  private:
@@ -87,6 +104,7 @@ class RandomRobot {
   std::vector<Joint> joints_;
   std::vector<int> parents_;
   std::vector<int> coordinates_;
+  std::vector<std::string> coordinate_names_;
   int num_coordinates_ = 0;
 };
 

@@ -40,9 +40,9 @@ struct Joint {
   Eigen::Vector3d axis = Eigen::Vector3d::UnitZ();
   //! Closed range of the coordinate: radians, or metres for a prismatic joint. Needed for revolute and
   //! prismatic joints; a continuous joint without limits gets [-pi, pi]. Ignored for fixed joints.
-  std::optional<kinematics::JointLimits> limits;
+  std::optional<kinematics::JointLimits> limits = std::nullopt;
   //! Value of the coordinate in the default configuration; the middle of the limits when absent.
-  std::optional<double> default_value;
+  std::optional<double> default_value = std::nullopt;
   //! With one, the joint is no coordinate. Its limits and its default value are ignored.
   std::optional<Mimic> mimic = std::nullopt;
   //! With one, the joint stays at this value and is no coordinate. Its limits and its default value are

@@ -218,6 +218,18 @@ TEST(RobotDescriptionBuilder, NamesTheCulprit) {
        },
        radius_condition, 190,
        "A collision sphere of frame \"base\" has the radius inf; it must be positive and finite."},
+      {revolute([&](Joint& j) { j.held_value = nan; }),
+       "!joint.held_value || std::isfinite(*joint.held_value)", 71,
+       "Joint \"elbow\" is held at the value nan, which is not finite."},
+      {revolute([](Joint& j) {
+         j.mimic = Joint::Mimic{"elbow", 1.0, 0.0};
+       }),
+       "followed != data.coordinate_names.end()", 187,
+       "Joint \"elbow\" follows joint \"elbow\", which is no coordinate."},
+      {[](auto& b) { b.addCollisionPair("base", "arm"); }, "frame_indices.count(frame) != 0", 258,
+       "A collision pair names frame \"arm\", which does not exist."},
+      {[](auto& b) { b.addCollisionPair("base", "base"); }, "frame_a != frame_b", 261,
+       "A collision pair names frame \"base\" twice."},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.message);

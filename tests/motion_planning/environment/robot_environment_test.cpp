@@ -103,6 +103,61 @@ TEST(RobotEnvironmentTest, AgreesWithEverySphereAskedOnItsOwn) {
   EXPECT_LT(num_valid, 1800);
 }
 
+// Two arms of 1 m side by side, 1 m apart, with a ball of radius 0.25 at each tip; they point at each other
+// at (0, pi).
+RobotDescriptionBuilder TwoArms() {
+  RobotDescriptionBuilder builder("base");
+  for (const std::string side : {"left", "right"}) {
+    builder.addJoint({side + "_joint",
+                      JointType::kRevolute,
+                      "base",
+                      side,
+                      Pose3::FromTranslation({side == "left" ? 0.0 : 3.0, 0.0, 0.0}),
+                      Eigen::Vector3d::UnitZ(),
+                      {{-4.0, 4.0}}});
+    builder.addFrame(side + "_tip", side, Pose3::FromTranslation({1.25, 0.0, 0.0}));
+    builder.addCollisionSphere(side + "_tip", {0.0, 0.0, 0.0}, 0.25);
+    builder.addCollisionSphere(side + "_tip", {-0.5, 0.0, 0.0}, 0.125);
+  }
+  return builder;
+}
+
+TEST(RobotEnvironmentTest, PairsOfFramesMustNotTouch) {
+  const double pi = std::acos(-1.0);
+  World world;
+  const auto make = [&](const RobotDescriptionBuilder& builder) {
+    return CreateRobotEnvironment({builder.build().get(), world.view(), Vec({1.0, 1.0}), 10, 5, 6});
+  };
+  const auto free = make(TwoArms());
+  const auto paired =
+      make(TwoArms().addCollisionPair("left_tip", "right_tip").addCollisionPair("base", "left"));
+  // The tips' centres are 3 - 2.5 cos(a) apart along x for (a, pi - a); they touch at 0.5.
+  const struct {
+    double angle;
+    bool touches;
+  } cases[] = {{0.0, true}, {1e-3, false}, {0.4, false}};
+  for (const auto& [angle, touches] : cases) {
+    const Eigen::VectorXd q = Vec({angle, pi - angle});
+    EXPECT_TRUE(free->IsValidConfiguration(q));
+    EXPECT_EQ(paired->IsValidConfiguration(q), !touches) << angle;
+  }
+  // With the base far away, and with an obstacle: that contact is named first.
+  paired->SetBasePose(Pose3::FromTranslation({0.0, 0.0, 1e6}));
+  const Eigen::VectorXd meeting = Vec({0.0, pi});
+  auto fault = paired->FindFault(meeting);
+  ASSERT_TRUE(fault && fault->self_contact && !fault->contact);
+  EXPECT_EQ(fault->self_contact->frames[0], "left_tip");
+  EXPECT_EQ(fault->self_contact->frames[1], "right_tip");
+  EXPECT_EQ(fault->self_contact->spheres[0], 0u);
+  EXPECT_EQ(fault->self_contact->spheres[1], 0u);
+  EXPECT_EQ(fault->self_contact->depth, 0.0);
+  paired->SetBasePose(Pose3::Identity());
+  world.add(SphereObstacle{0.5}, Pose3::FromTranslation({1.25, 0.0, 0.0}));
+  paired->UpdateWorldView();
+  fault = paired->FindFault(meeting);
+  EXPECT_TRUE(fault && fault->contact && !fault->self_contact);
+}
+
 TEST(RobotEnvironmentTest, BasePoseMovesSpheresButNotTaskSpace) {
   World world;
   const ObstacleHandle ball = world.add(SphereObstacle{0.1}, Pose3::FromTranslation({0.0, 5.0, 0.0}));
