@@ -317,6 +317,14 @@ urdf::ModelInterfaceSharedPtr ParseModel(const std::string& text, const std::str
   return model;
 }
 
+// urdfdom has another XML parser, to which special characters in names may mean something else.
+[[noreturn]] void FailReading(const XmlFile& xml, const Element& element) {
+  xml.fail(element,
+           std::string(element.Name()) + " " + Quoted(element.Attribute("name")) +
+               ", which urdfdom reads otherwise",
+           "names in plain text");
+}
+
 Urdf::Collision ReadCollision(const XmlFile& xml, const Element& element, const urdf::Geometry& geometry) {
   Urdf::Collision collision;
   collision.line = element.GetLineNum();
@@ -372,7 +380,7 @@ Urdf::Joint ReadJoint(const XmlFile& xml, const Element& element, const urdf::Mo
   joint.origin = ReadOrigin(xml, element);
   const urdf::JointConstSharedPtr read = model.getJoint(joint.name);
   if (!read) {
-    xml.fail(element, JointText(element) + ", which urdfdom reads otherwise", "a name in plain text");
+    FailReading(xml, element);
   }
   switch (read->type) {
     case urdf::Joint::REVOLUTE:
@@ -398,15 +406,17 @@ Urdf::Joint ReadJoint(const XmlFile& xml, const Element& element, const urdf::Mo
 // Resolves whom each joint follows; joints are sorted, the outline is in the order of the file.
 void ReadMimics(const XmlFile& xml, const Outline& outline, const std::vector<std::size_t>& order,
                 const urdf::ModelInterface& model, Urdf& urdf) {
-  std::map<std::string, std::size_t> indices;
   for (std::size_t i = 0; i < urdf.joints.size(); ++i) {
-    indices.emplace(urdf.joints[i].name, i);
-  }
-  for (Urdf::Joint& joint : urdf.joints) {
+    Urdf::Joint& joint = urdf.joints[i];
     const urdf::JointMimicSharedPtr mimic = model.getJoint(joint.name)->mimic;
-    if (mimic && joint.type != JointType::kFixed) {
-      joint.mimic = {indices.at(mimic->joint_name), mimic->multiplier, mimic->offset};
+    if (!mimic || joint.type == JointType::kFixed) {
+      continue;
     }
+    const auto followed = urdf.joint_indices.find(mimic->joint_name);
+    if (followed == urdf.joint_indices.end()) {
+      FailReading(xml, *outline.joints[order[i]]);
+    }
+    joint.mimic = {followed->second, mimic->multiplier, mimic->offset};
   }
   for (std::size_t i = 0; i < urdf.joints.size(); ++i) {
     std::size_t steps = 0;
@@ -440,6 +450,12 @@ Urdf ParseUrdf(const std::string& text, const std::string& file) {
     urdf.joints.back().parent = sorted[outline.parents[joint]];
     sorted[outline.children[joint]] = urdf.links.size();
     urdf.links.push_back(ReadLink(xml, *outline.links[outline.children[joint]], *model));
+  }
+  for (std::size_t i = 0; i < urdf.links.size(); ++i) {
+    urdf.link_indices.emplace(urdf.links[i].name, i);
+  }
+  for (std::size_t i = 0; i < urdf.joints.size(); ++i) {
+    urdf.joint_indices.emplace(urdf.joints[i].name, i);
   }
   ReadMimics(xml, outline, order, *model, urdf);
   return urdf;
