@@ -360,8 +360,7 @@ Urdf::Link ReadLink(const XmlFile& xml, const Element& element, const urdf::Mode
   const std::vector<const Element*> collisions = XmlFile::children(element, "collision");
   const urdf::LinkConstSharedPtr read = model.getLink(link.name);
   if (!read || read->collision_array.size() != collisions.size()) {
-    xml.fail(element, "link " + Quoted(link.name) + ", which urdfdom reads otherwise",
-             "a name in plain text");
+    FailReading(xml, element);
   }
   for (std::size_t i = 0; i < collisions.size(); ++i) {
     if (!read->collision_array[i]->geometry) {
