@@ -130,7 +130,7 @@ std::optional<Spheres> CoverBox(const Eigen::Vector3d& half_size, double toleran
     double radius = Length(cell[0], cell[1], cell[2]);
     while (radius - std::min({cell[0], cell[1], cell[2]}) > tolerance) {
       std::size_t longest = 0;
-      for (const std::size_t axis : {1, 2}) {
+      for (const std::size_t axis : {std::size_t{1}, std::size_t{2}}) {
         if (cell[static_cast<Eigen::Index>(axis)] > cell[static_cast<Eigen::Index>(longest)]) {
           longest = axis;
         }
