@@ -34,7 +34,7 @@ struct RobotFileOptions {
 
   //! With a value, boxes and cylinders of the collision geometry are covered with spheres such that every
   //! point of the solid lies in a sphere and no sphere reaches beyond the solid by more than this (metres,
-  //! positive).
+  //! positive and finite; anything else is a fatal error).
   std::optional<double> cover_tolerance;
 
   //! Whether the robot is to know the pairs of frames that must not touch each other: all pairs of links with
@@ -64,9 +64,10 @@ struct LoadedRobot {
   std::vector<Srdf::EndEffector> end_effectors;
   //! Links whose collision geometry is not wholly made of spheres, in kinematic order.
   std::vector<UncoveredLink> uncovered_links;
-  //! The frame that positions are most likely asked for: the tip of the chosen group's last chain; else the
-  //! link that carries the end effector of the chosen group; else the link that the most coordinates move, of
-  //! these the one with the most joints before it, of these the first.
+  //! The frame that positions are most likely asked for: the tip of the chosen group's first chain (its
+  //! own, or that of a group that belongs to it); else the link that carries the end effector of the chosen
+  //! group; else the link that the most coordinates move, of these the one with the most joints before it, of
+  //! these the first.
   std::string tip_frame;
 };
 

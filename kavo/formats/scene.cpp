@@ -13,14 +13,15 @@ namespace kavo::formats {
 
 namespace {
 
-// No YAML document has a line that starts like this: a star would have to be the name of an anchor.
+// No YAML document has an unindented line that starts like this: a star would have to be followed by the name
+// of an anchor.
 bool IsSceneText(std::string_view text) {
-  const std::size_t end_of_name = text.find('\n');
-  if (end_of_name == std::string_view::npos) {
+  text.remove_prefix(std::min(text.find('\n'), text.size()));
+  const std::size_t begin = text.find_first_not_of(" \t\r\n");
+  if (begin == std::string_view::npos || text[begin - 1] != '\n') {
     return false;
   }
-  text.remove_prefix(end_of_name);
-  text.remove_prefix(std::min(text.find_first_not_of(" \t\r\n"), text.size()));
+  text.remove_prefix(begin);
   const std::string_view token = text.substr(0, text.find_first_of(" \t\r\n"));
   return token == "*" || token == ".";
 }

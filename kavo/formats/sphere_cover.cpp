@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <cstddef>
 
@@ -43,43 +42,47 @@ void AddRing(double ring_radius, double z, double radius, int count, Spheres& sp
 // The rings that cover what is left along the edge of a cylinder. In a half-plane through the axis that is a
 // triangle: the corner, and the points at distance `leg` from it on the cap and on the side. A ring at depth
 // c below both surfaces, with spheres of radius c + t, covers in each such half-plane a disc of squared
-// radius s^2 = (c + t)^2 - k, where k is what the gap between two neighbours costs; that leaves a smaller
-// triangle.
+// radius (c + t)^2 - k, where k is what the gap between two neighbours costs; that leaves a smaller triangle.
 struct Ring {
   double depth;
   double radius;
+  int count;
 };
 
-// None if so many spheres to a ring do not get any closer to the edge.
+// \param share How much of the squared reach of a ring, 2 c t + t^2, may go into its gaps, in (0, 1).
+// None if that does not end.
 std::optional<std::vector<Ring>> EdgeRings(double cylinder_radius, double leg, double tolerance,
-                                           int per_ring) {
-  constexpr std::size_t kMaxRings = 20;
-  const double one_minus_cos = OneMinusCos(per_ring);
-  // Distance along either surface that a ring reaches from its own depth on, squared.
-  const auto gap = [&](double depth) {
-    return 2.0 * cylinder_radius * (cylinder_radius - depth) * one_minus_cos;
-  };
-  const auto reach_squared = [&](double depth) {
-    return 2.0 * depth * tolerance + tolerance * tolerance - gap(depth);
-  };
-  const auto covers_leg = [&](double depth) { return (leg - depth) * (leg - depth) <= reach_squared(depth); };
+                                           double share) {
+  constexpr std::size_t kMaxRings = 50;
   std::vector<Ring> rings;
   while (rings.size() < kMaxRings) {
     const double half = 0.5 * leg;
+    const auto full_reach = [&](double depth) { return 2.0 * depth * tolerance + tolerance * tolerance; };
+    const auto gap = [&](double depth, double one_minus_cos) {
+      return 2.0 * cylinder_radius * (cylinder_radius - depth) * one_minus_cos;
+    };
+    int count = 3;
+    while (gap(half, OneMinusCos(count)) > share * full_reach(half)) {
+      if (++count > static_cast<int>(kMaxCoverSpheres)) {
+        return std::nullopt;
+      }
+    }
+    const double one_minus_cos = OneMinusCos(count);
+    const auto covers_leg = [&](double depth) {
+      return (leg - depth) * (leg - depth) <= full_reach(depth) - gap(depth, one_minus_cos);
+    };
     if (covers_leg(half)) {
-      rings.push_back({half, std::sqrt(2.0 * half * half + gap(half))});
+      rings.push_back({half, std::sqrt(2.0 * half * half + gap(half, one_minus_cos)), count});
       return rings;
     }
-    if (!covers_leg(leg)) {
-      return std::nullopt;
-    }
+    // A deeper ring has smaller gaps, so that it reaches the ends of the legs at last.
     double low = half;
     double high = leg;
     for (int i = 0; i < 50; ++i) {
       const double middle = 0.5 * low + 0.5 * high;
       (covers_leg(middle) ? high : low) = middle;
     }
-    rings.push_back({high, high + tolerance});
+    rings.push_back({high, high + tolerance, count});
     leg = 2.0 * high - leg;
   }
   return std::nullopt;
@@ -88,24 +91,27 @@ std::optional<std::vector<Ring>> EdgeRings(double cylinder_radius, double leg, d
 // The rings at both edges, of as few spheres as it takes.
 bool CoverEdges(double radius, double half_length, double leg, double tolerance, Spheres& spheres) {
   std::vector<Ring> best;
-  int best_per_ring = 0;
-  for (int per_ring = 3; 2 * static_cast<std::size_t>(per_ring) <= kMaxCoverSpheres; ++per_ring) {
-    const std::optional<std::vector<Ring>> rings = EdgeRings(radius, leg, tolerance, per_ring);
-    if (rings && (best.empty() || rings->size() * static_cast<std::size_t>(per_ring) <
-                                      best.size() * static_cast<std::size_t>(best_per_ring))) {
-      best = *rings;
-      best_per_ring = per_ring;
+  std::size_t best_count = 0;
+  for (int twentieth = 1; twentieth < 20; ++twentieth) {
+    const std::optional<std::vector<Ring>> rings = EdgeRings(radius, leg, tolerance, 0.05 * twentieth);
+    if (!rings) {
+      continue;
     }
-    if (!best.empty() && per_ring >= static_cast<int>(best.size()) * best_per_ring) {
-      break;
+    std::size_t count = 0;
+    for (const Ring& ring : *rings) {
+      count += static_cast<std::size_t>(ring.count);
+    }
+    if (best.empty() || count < best_count) {
+      best = *rings;
+      best_count = count;
     }
   }
-  if (best.empty()) {
+  if (best.empty() || spheres.size() + 2 * best_count > kMaxCoverSpheres) {
     return false;
   }
   for (const Ring& ring : best) {
     for (const double side : {-1.0, 1.0}) {
-      AddRing(radius - ring.depth, side * (half_length - ring.depth), ring.radius, best_per_ring, spheres);
+      AddRing(radius - ring.depth, side * (half_length - ring.depth), ring.radius, ring.count, spheres);
     }
   }
   return true;
@@ -118,21 +124,18 @@ std::optional<Spheres> CoverBox(const Eigen::Vector3d& half_size, double toleran
   Spheres spheres;
   Eigen::Vector3d box = half_size;
   while (true) {
-    std::array<int, 3> count = {1, 1, 1};
+    Eigen::Array3i count(1, 1, 1);
     Eigen::Vector3d cell = box;
     double radius = Length(cell[0], cell[1], cell[2]);
     while (radius - std::min({cell[0], cell[1], cell[2]}) > tolerance) {
-      std::size_t longest = 0;
-      for (const std::size_t axis : {1, 2}) {
-        if (cell[static_cast<Eigen::Index>(axis)] > cell[static_cast<Eigen::Index>(longest)]) {
-          longest = axis;
-        }
+      Eigen::Index longest = 0;
+      for (Eigen::Index axis = 1; axis < 3; ++axis) {
+        longest = cell[axis] > cell[longest] ? axis : longest;
       }
-      const auto axis = static_cast<Eigen::Index>(longest);
       if (++count[longest] > static_cast<int>(kMaxCoverSpheres)) {
         return std::nullopt;
       }
-      cell[axis] = box[axis] / count[longest];
+      cell[longest] = box[longest] / count[longest];
       radius = Length(cell[0], cell[1], cell[2]);
     }
     const bool has_inside = std::min({count[0], count[1], count[2]}) > 2;
@@ -220,9 +223,6 @@ std::optional<Spheres> CoverCylinder(double radius, double half_length, double t
     }
   }
   if (leg > 0.0 && !CoverEdges(radius, half_length, leg, tolerance, spheres)) {
-    return std::nullopt;
-  }
-  if (spheres.size() > kMaxCoverSpheres) {
     return std::nullopt;
   }
   return spheres;

@@ -122,6 +122,18 @@ void CheckJoint(const XmlFile& xml, const Outline& outline, const Element& joint
   }
 }
 
+Pose3 ReadOrigin(const XmlFile& xml, const Element& element) {
+  const Element* const origin = element.FirstChildElement("origin");
+  if (origin == nullptr) {
+    return Pose3::Identity();
+  }
+  const auto vector = [&](const char* name) {
+    return origin->Attribute(name) == nullptr ? Eigen::Vector3d(Eigen::Vector3d::Zero())
+                                              : xml.vector(*origin, name);
+  };
+  return {RotationFromRpy(vector("rpy")), vector("xyz")};
+}
+
 // The links and joints with everything that can be said about them one by one.
 Outline ReadOutline(const XmlFile& xml) {
   for (const Element* child = xml.root().FirstChildElement(); child != nullptr;
@@ -146,6 +158,12 @@ Outline ReadOutline(const XmlFile& xml) {
     outline.parents.push_back(NamedLink(xml, outline, *joint, "parent"));
     outline.children.push_back(NamedLink(xml, outline, *joint, "child"));
     CheckJoint(xml, outline, *joint);
+    ReadOrigin(xml, *joint);
+  }
+  for (const Element* link : outline.links) {
+    for (const Element* collision : XmlFile::children(*link, "collision")) {
+      ReadOrigin(xml, *collision);
+    }
   }
   return outline;
 }
@@ -209,18 +227,6 @@ std::vector<std::size_t> SortJoints(const XmlFile& xml, const Outline& outline, 
     }
   }
   return order;
-}
-
-Pose3 ReadOrigin(const XmlFile& xml, const Element& element) {
-  const Element* const origin = element.FirstChildElement("origin");
-  if (origin == nullptr) {
-    return Pose3::Identity();
-  }
-  const auto vector = [&](const char* name) {
-    return origin->Attribute(name) == nullptr ? Eigen::Vector3d(Eigen::Vector3d::Zero())
-                                              : xml.vector(*origin, name);
-  };
-  return {RotationFromRpy(vector("rpy")), vector("xyz")};
 }
 
 // What urdfdom is to look at: the elements that matter here, so that a file is not refused for a fault in
@@ -294,18 +300,29 @@ class Console : public console_bridge::OutputHandler {
 
 urdf::ModelInterfaceSharedPtr ParseModel(const std::string& text, const std::string& file) {
   Console console;
+  urdf::ModelInterfaceSharedPtr model;
   std::string fault;
   try {
-    if (urdf::ModelInterfaceSharedPtr model = urdf::parseURDF(text)) {
-      return model;
-    }
+    model = urdf::parseURDF(text);
   } catch (const std::exception& error) {
     fault = error.what();
   }
+  // Some faults make it leave out a collision element and go on.
   if (!console.text().empty()) {
     fault = console.text() + (fault.empty() ? "" : "; " + fault);
   }
-  throw FileError(file, 0, "found what urdfdom refuses (" + fault + "), expected a robot");
+  if (!model || !fault.empty()) {
+    throw FileError(file, 0, "found what urdfdom refuses (" + fault + "), expected a robot");
+  }
+  return model;
+}
+
+// urdfdom has another XML parser, to which special characters in names may mean something else.
+[[noreturn]] void FailReading(const XmlFile& xml, const Element& element) {
+  xml.fail(element,
+           std::string(element.Name()) + " " + Quoted(element.Attribute("name")) +
+               ", which urdfdom reads otherwise",
+           "names in plain text");
 }
 
 Urdf::Collision ReadCollision(const XmlFile& xml, const Element& element, const urdf::Geometry& geometry) {
@@ -343,8 +360,7 @@ Urdf::Link ReadLink(const XmlFile& xml, const Element& element, const urdf::Mode
   const std::vector<const Element*> collisions = XmlFile::children(element, "collision");
   const urdf::LinkConstSharedPtr read = model.getLink(link.name);
   if (!read || read->collision_array.size() != collisions.size()) {
-    xml.fail(element, "link " + Quoted(link.name) + ", which urdfdom reads otherwise",
-             "a name in plain text");
+    FailReading(xml, element);
   }
   for (std::size_t i = 0; i < collisions.size(); ++i) {
     if (!read->collision_array[i]->geometry) {
@@ -363,7 +379,7 @@ Urdf::Joint ReadJoint(const XmlFile& xml, const Element& element, const urdf::Mo
   joint.origin = ReadOrigin(xml, element);
   const urdf::JointConstSharedPtr read = model.getJoint(joint.name);
   if (!read) {
-    xml.fail(element, JointText(element) + ", which urdfdom reads otherwise", "a name in plain text");
+    FailReading(xml, element);
   }
   switch (read->type) {
     case urdf::Joint::REVOLUTE:
@@ -389,15 +405,17 @@ Urdf::Joint ReadJoint(const XmlFile& xml, const Element& element, const urdf::Mo
 // Resolves whom each joint follows; joints are sorted, the outline is in the order of the file.
 void ReadMimics(const XmlFile& xml, const Outline& outline, const std::vector<std::size_t>& order,
                 const urdf::ModelInterface& model, Urdf& urdf) {
-  std::map<std::string, std::size_t> indices;
   for (std::size_t i = 0; i < urdf.joints.size(); ++i) {
-    indices.emplace(urdf.joints[i].name, i);
-  }
-  for (Urdf::Joint& joint : urdf.joints) {
+    Urdf::Joint& joint = urdf.joints[i];
     const urdf::JointMimicSharedPtr mimic = model.getJoint(joint.name)->mimic;
-    if (mimic && joint.type != JointType::kFixed) {
-      joint.mimic = {indices.at(mimic->joint_name), mimic->multiplier, mimic->offset};
+    if (!mimic || joint.type == JointType::kFixed) {
+      continue;
     }
+    const auto followed = urdf.joint_indices.find(mimic->joint_name);
+    if (followed == urdf.joint_indices.end()) {
+      FailReading(xml, *outline.joints[order[i]]);
+    }
+    joint.mimic = {followed->second, mimic->multiplier, mimic->offset};
   }
   for (std::size_t i = 0; i < urdf.joints.size(); ++i) {
     std::size_t steps = 0;
@@ -431,6 +449,12 @@ Urdf ParseUrdf(const std::string& text, const std::string& file) {
     urdf.joints.back().parent = sorted[outline.parents[joint]];
     sorted[outline.children[joint]] = urdf.links.size();
     urdf.links.push_back(ReadLink(xml, *outline.links[outline.children[joint]], *model));
+  }
+  for (std::size_t i = 0; i < urdf.links.size(); ++i) {
+    urdf.link_indices.emplace(urdf.links[i].name, i);
+  }
+  for (std::size_t i = 0; i < urdf.joints.size(); ++i) {
+    urdf.joint_indices.emplace(urdf.joints[i].name, i);
   }
   ReadMimics(xml, outline, order, *model, urdf);
   return urdf;

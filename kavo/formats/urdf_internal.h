@@ -1,6 +1,8 @@
 #pragma once
 
 #include <Eigen/Core>
+#include <cstddef>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -61,6 +63,8 @@ struct Urdf {
   std::vector<Link> links;
   //! Joint i carries link i + 1.
   std::vector<Joint> joints;
+  std::map<std::string, std::size_t> link_indices;
+  std::map<std::string, std::size_t> joint_indices;
 };
 
 //! Throws `FileError` for whatever is wrong with the text.
