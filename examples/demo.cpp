@@ -3,20 +3,16 @@
 // step. Then the same again with other settings, and once more after an obstacle has moved. The exit status
 // tells whether every path was found and is valid.
 
-#include <algorithm>
-#include <cmath>
 #include <cstdlib>
 #include <iostream>
-#include <limits>
 #include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "examples/shelf.h"
-#include "kavo/kinematics/interface/configuration_limits.h"
-#include "kavo/kinematics/interface/robot_description_internal.h"
 #include "kavo/motion_planning/interface/motion_planner.h"
+#include "kavo/motion_planning/util/path_check.h"
 #include "kavo/util/log.h"
 #include "kavo/world/world.h"
 
@@ -28,69 +24,26 @@ using Path = std::vector<Eigen::VectorXd>;
 // points: the finer the step, the less deep.
 constexpr double kStep = 0.03;
 
-struct Clearance {
-  double distance = std::numeric_limits<double>::infinity();
-  std::string frame;
-  std::string obstacle;
-};
-
-// The smallest distance between a sphere of the robot and an obstacle, found sphere by sphere through the
-// public kinematics and world interfaces.
-Clearance MeasureClearance(const kavo::RobotDescription& robot, const kavo::World& world,
-                           const Eigen::VectorXd& q) {
-  const auto& description = dynamic_cast<const kavo::RobotDescriptionInternal&>(robot);
-  const auto kinematics = robot.kinematics();
-  const kavo::WorldView view = world.view();
-  Clearance smallest;
-  for (const std::string& frame : description.collisionFrameNames()) {
-    const kavo::Pose3 pose = kinematics->pose(q, kinematics->frame(frame));
-    for (const kavo::math::Sphere& sphere : description.collisionSpheres(frame)) {
-      const auto nearest = view.nearestObstacle(pose * sphere.center);
-      if (nearest && nearest->distance - sphere.radius < smallest.distance) {
-        smallest = {nearest->distance - sphere.radius, frame, world.name(nearest->obstacle)};
-      }
-    }
-  }
-  return smallest;
-}
-
-// Points along the path no farther apart than the step.
-Path Resample(const Path& path, double step) {
-  Path points{path.front()};
-  for (std::size_t i = 1; i < path.size(); ++i) {
-    const double length = (path[i] - path[i - 1]).norm();
-    const int num_steps = std::max(1, static_cast<int>(std::ceil(length / step)));
-    for (int k = 1; k <= num_steps; ++k) {
-      points.emplace_back(path[i - 1] + (path[i] - path[i - 1]) * (static_cast<double>(k) / num_steps));
-    }
-  }
-  return points;
-}
-
 // Prints whether a path is free at the given step, and how close it comes to what.
 bool Check(const char* what, const kavo::RobotDescription& robot, const kavo::World& world, const Path& path,
            double step) {
-  const kavo::kinematics::ConfigurationLimits limits(kavo::ExtractJointLimits(&robot));
-  Clearance smallest;
-  const Path points = Resample(path, step);
-  for (const Eigen::VectorXd& q : points) {
-    if ((q.array() < limits.Min().array()).any() || (q.array() > limits.Max().array()).any()) {
-      std::cout << "  " << what << ": invalid, beyond a joint limit at [" << q.transpose() << "]\n";
-      return false;
+  const kavo::planning::PathCheck check = kavo::planning::CheckPath(robot, world.view(), path, step);
+  if (check.first_bad) {
+    const kavo::planning::ConfigurationFault& fault = check.first_bad->fault;
+    std::cout << "  " << what << ": invalid, ";
+    if (fault.contact) {
+      std::cout << fault.contact->frame << " is " << fault.contact->depth * 1000.0 << " mm inside the "
+                << world.name(fault.contact->obstacle);
+    } else {
+      std::cout << "beyond a joint limit";
     }
-    const Clearance clearance = MeasureClearance(robot, world, q);
-    if (clearance.distance <= 0.0) {
-      std::cout << "  " << what << ": invalid, " << clearance.frame << " is " << -clearance.distance * 1000.0
-                << " mm inside the " << clearance.obstacle << " at [" << q.transpose() << "]\n";
-      return false;
-    }
-    if (clearance.distance < smallest.distance) {
-      smallest = clearance;
-    }
+    std::cout << " at [" << check.first_bad->place.configuration.transpose() << "]\n";
+    return false;
   }
-  std::cout << "  " << what << ": valid at " << points.size() << " configurations; smallest clearance "
-            << smallest.distance * 1000.0 << " mm, between the " << smallest.frame << " and the "
-            << smallest.obstacle << "\n";
+  std::cout << "  " << what << ": valid at " << check.num_configurations
+            << " configurations; smallest clearance " << check.clearance->distance * 1000.0
+            << " mm, between the " << check.clearance->frame << " and the "
+            << world.name(check.clearance->obstacle) << "\n";
   return true;
 }
 

@@ -1,0 +1,103 @@
+// kavo bench: the problems of a folder, and a table of how they went.
+
+#include <CLI/CLI.hpp>
+#include <fstream>
+#include <iostream>
+#include <limits>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "apps/kavo/bench_problems.h"
+#include "apps/kavo/bench_report.h"
+#include "apps/kavo/bench_run.h"
+#include "apps/kavo/command.h"
+#include "apps/kavo/parameters.h"
+#include "apps/kavo/robot_options.h"
+
+namespace kavo::command {
+
+namespace {
+
+struct BenchOptions {
+  RobotOptions robot;
+  PlannerSettings planner;
+  std::string directory;
+  std::vector<std::string> families;
+  int num_repeats = 1;
+  int num_jobs = 1;
+  std::string json_file;
+};
+
+int Bench(const BenchOptions& options) {
+  const formats::LoadedRobot robot = options.robot.Load();
+  PlannerSettings settings = options.planner;
+  settings.SetDefault("task_space_frame_name", robot.tip_frame);
+  settings.Load(robot.description);
+  if (settings.Seed() > std::numeric_limits<int>::max() - options.num_repeats) {
+    throw UnusableInput("the seed leaves no room for the repeats");
+  }
+  const std::vector<Problem> problems = ReadProblems(options.directory, options.families, robot);
+  const std::vector<BenchRun> runs =
+      RunProblems(problems, robot, settings, options.num_repeats, options.num_jobs);
+  const std::string json = BenchJson(problems, runs, robot, settings);
+  if (options.json_file == "-") {
+    std::cout << json;
+    return kDone;
+  }
+  if (!options.json_file.empty() && !(std::ofstream(options.json_file) << json << std::flush)) {
+    throw UnusableInput(options.json_file + ": cannot be written");
+  }
+  std::cout << BenchTables(problems, runs);
+  return kDone;
+}
+
+}  // namespace
+
+void AddBenchCommand(CLI::App& app, Run& run) {
+  const auto options = std::make_shared<BenchOptions>();
+  CLI::App* bench = app.add_subcommand("bench", "Plan all problems of a folder and tabulate how it went");
+  options->robot.AddOptions(*bench);
+  bench
+      ->add_option("-p,--problems", options->directory,
+                   "Folder of families with files sceneNAME.yaml and requestNAME.yaml, or one such family")
+      ->type_name("DIR")
+      ->group("Problems")
+      ->required();
+  bench->add_option("--family", options->families, "Only this family; may be repeated")
+      ->type_name("NAME")
+      ->group("Problems")
+      ->allow_extra_args(false);
+  bench
+      ->add_option("--repeat", options->num_repeats,
+                   "Plan each problem so many times, each time with the next seed")
+      ->type_name("N")
+      ->group("Problems")
+      ->check(CLI::Range(1, 1000000))
+      ->capture_default_str();
+  bench
+      ->add_option("-j,--jobs", options->num_jobs,
+                   "Threads, with a planner each. The answers are the same for any number; times are not, as "
+                   "threads compete for the machine")
+      ->type_name("N")
+      ->group("Problems")
+      ->check(CLI::Range(1, 1024))
+      ->capture_default_str();
+  options->planner.AddOptions(*bench);
+  bench
+      ->add_option("--json", options->json_file,
+                   "Write every run as JSON; - is standard output, instead of the tables")
+      ->type_name("FILE")
+      ->group("Output");
+  bench->footer(
+      "Every run has a planner of its own. Its time is that of one query, search and shortening, without\n"
+      "the making of the planner; the statistics are over all runs whose start and goal are valid, solved\n"
+      "or not. The share of solved ones is of these runs as well. A bad path is one that was found but is\n"
+      "not free at a tenth of step_size; below the tables stands which of its edges is at fault.\n\n"
+      "Examples:\n"
+      "  kavo bench --robot arm.urdf --srdf arm.srdf --group arm --problems problems\n"
+      "  kavo bench --robot arm.urdf --problems problems/shelf --repeat 10 --set step_size=0.05");
+  bench->callback([options, &run] { run = [options] { return Bench(*options); }; });
+}
+
+}  // namespace kavo::command

@@ -1,0 +1,140 @@
+#include "apps/kavo/bench_run.h"
+
+#include <tbb/global_control.h>
+#include <tbb/parallel_for.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <iostream>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <utility>
+#include <variant>
+
+#include "apps/kavo/explain.h"
+#include "kavo/motion_planning/environment/robot_environment.h"
+#include "kavo/motion_planning/util/path_check.h"
+#include "kavo/motion_planning/util/smoothing.h"
+#include "kavo/util/log.h"
+
+namespace kavo::command {
+
+namespace {
+
+// A bar on standard error, if that is a terminal.
+class Progress {
+ public:
+  explicit Progress(std::size_t total) : total_(total), is_shown_(isatty(STDERR_FILENO) == 1) {}
+  Progress(const Progress&) = delete;
+  Progress& operator=(const Progress&) = delete;
+  ~Progress() {
+    if (is_shown_) {
+      std::cerr << "\r\033[K";
+    }
+  }
+
+  void Advance() {
+    constexpr std::size_t kWidth = 40;
+    const std::lock_guard lock(mutex_);
+    ++done_;
+    if (is_shown_) {
+      const std::size_t filled = done_ * kWidth / total_;
+      std::cerr << "\r[" << std::string(filled, '#') << std::string(kWidth - filled, ' ') << "] " << done_
+                << " of " << total_ << std::flush;
+    }
+  }
+
+ private:
+  std::mutex mutex_;
+  std::size_t done_ = 0;
+  std::size_t total_;
+  bool is_shown_;
+};
+
+Edge Classify(const RobotDescription& robot, const WorldView& world_view, double step_size,
+              const Eigen::VectorXd& from, const Eigen::VectorXd& to) {
+  if (Length({from, to}) < step_size) {
+    return Edge::kShort;
+  }
+  const Eigen::VectorXd weights = Eigen::VectorXd::Ones(from.size());
+  const std::shared_ptr<planning::Environment> environment = planning::CreateRobotEnvironment(
+      planning::RobotEnvironmentConfig(&robot, world_view, weights, 1, 1, 1));
+  // Short cuts are checked from either end.
+  const bool is_free = planning::IsValidPath(environment, step_size, from, to) ||
+                       planning::IsValidPath(environment, step_size, to, from);
+  return is_free ? Edge::kBetween : Edge::kConnection;
+}
+
+void Check(const RobotDescription& robot, const WorldView& world_view, double step_size,
+           const std::vector<Eigen::VectorXd>& path, BenchRun& run) {
+  const planning::PathCheck check = planning::CheckPath(robot, world_view, path, step_size / 10.0);
+  run.passes_check = check.IsValid();
+  if (check.first_bad && path.size() > 1) {
+    const std::size_t segment = check.first_bad->place.segment;
+    run.first_bad_edge = Classify(robot, world_view, step_size, path[segment], path[segment + 1]);
+    run.depth = std::max({0.0, check.clearance ? -check.clearance->distance : 0.0,
+                          check.self_clearance ? -check.self_clearance->distance : 0.0});
+  }
+}
+
+void RunOnce(const Problem& problem, const formats::LoadedRobot& robot, const PlannerSettings& settings,
+             BenchRun& run) {
+  // Every failure is in the result; a hundred warnings would not help. Threads come from a pool, so that the
+  // threshold has to be put back.
+  const int threshold = std::exchange(util::log_level_threshold, -1);
+  const World& world = problem.scene.world;
+  const auto planner = settings.MakePlanner(robot.description, world.view(), run.seed);
+  MotionPlanner::Results results;
+  if (const auto* target = std::get_if<formats::PlanRecord::PositionTarget>(&problem.query.target)) {
+    planner->setParam("task_space_frame_name", target->frame);
+    results = planner->planToTaskSpaceTarget(problem.query.start, target->position, false);
+  } else {
+    results = planner->planToCSpaceTarget(problem.query.start,
+                                          std::get<Eigen::VectorXd>(problem.query.target), false);
+  }
+  run.report = planner->queryReport();
+  if (run.report.fault) {
+    run.fault = Explain(*run.report.fault, *robot.description, world);
+  }
+  run.found = results.path_found;
+  if (run.found) {
+    run.num_waypoints = results.path.size();
+    run.length = Length(results.path);
+    Check(*robot.description, world.view(), settings.StepSize(), results.path, run);
+  }
+  util::log_level_threshold = threshold;
+}
+
+}  // namespace
+
+const char* ToString(Edge edge) {
+  switch (edge) {
+    case Edge::kShort:
+      return "short";
+    case Edge::kConnection:
+      return "connection";
+    case Edge::kBetween:
+      return "between";
+  }
+  return "unknown";
+}
+
+std::vector<BenchRun> RunProblems(const std::vector<Problem>& problems, const formats::LoadedRobot& robot,
+                                  const PlannerSettings& settings, int num_repeats, int num_jobs) {
+  const auto repeats = static_cast<std::size_t>(num_repeats);
+  std::vector<BenchRun> runs(problems.size() * repeats);
+  Progress progress(runs.size());
+  const tbb::global_control limit(tbb::global_control::max_allowed_parallelism,
+                                  static_cast<std::size_t>(num_jobs));
+  tbb::parallel_for(std::size_t{0}, runs.size(), [&](std::size_t i) {
+    BenchRun& run = runs[i];
+    run.problem = i / repeats;
+    run.seed = settings.Seed() + static_cast<int>(i % repeats);
+    RunOnce(problems[run.problem], robot, settings, run);
+    progress.Advance();
+  });
+  return runs;
+}
+
+}  // namespace kavo::command

@@ -1,0 +1,111 @@
+// kavo check: looks at a path that is already there.
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cstddef>
+#include <iostream>
+#include <iterator>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "apps/kavo/command.h"
+#include "apps/kavo/explain.h"
+#include "apps/kavo/queries.h"
+#include "apps/kavo/robot_options.h"
+#include "apps/kavo/scene_options.h"
+#include "apps/kavo/text.h"
+#include "kavo/formats/result_file.h"
+#include "kavo/motion_planning/util/path_check.h"
+
+namespace kavo::command {
+
+namespace {
+
+struct CheckOptions {
+  RobotOptions robot;
+  SceneOptions scene;
+  std::string path_file;
+  double step_size = 0.01;
+};
+
+formats::PathFile Read(const std::string& file) {
+  if (file != "-") {
+    return formats::ReadPath(file);
+  }
+  const std::string text(std::istreambuf_iterator<char>(std::cin), {});
+  return formats::ParsePath(text, "standard input");
+}
+
+// The configurations with their coordinates in the order of the robot's.
+std::vector<Eigen::VectorXd> ForRobot(const formats::PathFile& file, const RobotDescription& robot) {
+  const std::vector<std::string> joints = JointNames(robot);
+  const std::vector<std::string>& names = file.joint_names;
+  const auto num_coordinates = static_cast<std::size_t>(file.configurations.front().size());
+  if (num_coordinates != joints.size() ||
+      (!names.empty() && !std::is_permutation(names.begin(), names.end(), joints.begin(), joints.end()))) {
+    throw UnusableInput(
+        "the path is for " +
+        (names.empty() ? std::to_string(num_coordinates) + " joints" : "the joints " + Join(names, ",")) +
+        ", the robot has " + Join(joints, ","));
+  }
+  if (names.empty()) {
+    return file.configurations;
+  }
+  std::vector<Eigen::VectorXd> path;
+  for (const Eigen::VectorXd& from : file.configurations) {
+    Eigen::VectorXd q(from.size());
+    for (std::size_t i = 0; i < joints.size(); ++i) {
+      const auto column = std::find(names.begin(), names.end(), joints[i]) - names.begin();
+      q[static_cast<Eigen::Index>(i)] = from[column];
+    }
+    path.push_back(q);
+  }
+  return path;
+}
+
+int Check(const CheckOptions& options) {
+  const formats::LoadedRobot robot = options.robot.Load();
+  const LoadedScene scene = ReadScenes(options.scene.Files());
+  const std::vector<Eigen::VectorXd> path = ForRobot(Read(options.path_file), *robot.description);
+  const planning::PathCheck check =
+      planning::CheckPath(*robot.description, scene.world.view(), path, options.step_size);
+  std::cout << path.size() << " waypoints, length " << Number(Length(path), 4) << ": "
+            << Explain(check, *robot.description, scene.world, path.size() - 1, options.step_size);
+  return check.IsValid() ? kDone : kNoPath;
+}
+
+}  // namespace
+
+void AddCheckCommand(CLI::App& app, Run& run) {
+  const auto options = std::make_shared<CheckOptions>();
+  CLI::App* check = app.add_subcommand("check", "Check a path: limits, collisions, clearance");
+  options->robot.AddOptions(*check);
+  options->scene.AddOptions(*check);
+  check
+      ->add_option(
+          "-p,--path", options->path_file,
+          "The path: JSON or CSV as 'kavo plan' writes them; - is standard input. Joints may come in "
+          "any order if they are named")
+      ->type_name("FILE")
+      ->group("Check")
+      ->required();
+  check
+      ->add_option("--step", options->step_size,
+                   "Distance in c-space of the configurations that are looked at")
+      ->type_name("STEP")
+      ->group("Check")
+      ->check(CLI::PositiveNumber)
+      ->capture_default_str();
+  check->footer(
+      "Looks at configurations along the path, no farther apart than the step, without anything that\n"
+      "planned it: joint by joint against the limits, sphere by sphere against the obstacles. Between\n"
+      "two of them an edge may still be grazed: the finer the step, the less deep. The exit status is 0\n"
+      "for a valid path, 1 for one that is not, 2 for input that cannot be used.\n\n"
+      "Examples:\n"
+      "  kavo check --robot franka --scene scene.yaml --path path.csv\n"
+      "  kavo plan ... --quiet | kavo check --robot franka --scene scene.yaml --path - --step 0.002");
+  check->callback([options, &run] { run = [options] { return Check(*options); }; });
+}
+
+}  // namespace kavo::command

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <functional>
+#include <stdexcept>
+
+namespace CLI {
+class App;
+}  // namespace CLI
+
+namespace kavo::command {
+
+//! What the program says to the shell.
+enum ExitStatus : int {
+  kDone = 0,
+  //! No path, or one that is not valid.
+  kNoPath = 1,
+  //! A file, an option or a value that cannot be used.
+  kUnusableInput = 2,
+};
+
+//! Ends the program with `kUnusableInput` and its text.
+class UnusableInput : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+//! What a subcommand does once all options are parsed; gives the exit status.
+using Run = std::function<int()>;
+
+// Each adds one subcommand, which sets `run` when it is the one on the command line.
+void AddPlanCommand(CLI::App& app, Run& run);
+void AddCheckCommand(CLI::App& app, Run& run);
+void AddBenchCommand(CLI::App& app, Run& run);
+void AddInfoCommand(CLI::App& app, Run& run);
+
+}  // namespace kavo::command

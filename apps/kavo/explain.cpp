@@ -1,0 +1,97 @@
+#include "apps/kavo/explain.h"
+
+#include "apps/kavo/text.h"
+
+namespace kavo::command {
+
+namespace {
+
+std::string Quoted(const std::string& name) { return "'" + name + "'"; }
+
+std::string Obstacle(const World& world, ObstacleHandle obstacle) {
+  const std::string name = world.name(obstacle);
+  return name.empty() ? "an obstacle without a name" : Quoted(name);
+}
+
+// "on segment 2 of 3 at 45 %".
+std::string Where(const planning::PathPlace& place, std::size_t num_segments) {
+  if (num_segments == 0) {
+    return "at the only configuration";
+  }
+  return "on segment " + std::to_string(place.segment + 1) + " of " + std::to_string(num_segments) + " at " +
+         Number(place.fraction * 100.0, 3) + " %";
+}
+
+}  // namespace
+
+std::string Explain(const planning::ConfigurationFault& fault, const RobotDescription& robot,
+                    const World& world) {
+  if (fault.limit) {
+    const auto& [coordinate, value, lower, upper] = *fault.limit;
+    return "joint " + Quoted(robot.cSpaceCoordName(coordinate)) + " is at " + Number(value) +
+           ", outside its limits " + Number(lower) + " and " + Number(upper);
+  }
+  if (fault.contact) {
+    const planning::ConfigurationFault::Contact& contact = *fault.contact;
+    return "frame " + Quoted(contact.frame) + " reaches " + Millimetres(contact.depth) + " into " +
+           Obstacle(world, contact.obstacle) + " (its sphere " + std::to_string(contact.sphere + 1) +
+           " of radius " + Number(contact.radius, 3) + " m at " + Configuration(contact.center) + ")";
+  }
+  if (fault.self_contact) {
+    const planning::ConfigurationFault::SelfContact& contact = *fault.self_contact;
+    return "the robot touches itself: frames " + Quoted(contact.frames[0]) + " and " +
+           Quoted(contact.frames[1]) + " overlap by " + Millimetres(contact.depth);
+  }
+  return "it is not valid";
+}
+
+std::string ExplainFailure(const QueryReport& report, const RobotDescription& robot, const World& world) {
+  using planning::SearchStatus;
+  const bool is_invalid_start = report.status == SearchStatus::kInvalidStart;
+  if (is_invalid_start || report.status == SearchStatus::kInvalidTarget) {
+    return std::string("no path: the ") + (is_invalid_start ? "start" : "goal") + " is not valid\n  " +
+           (report.fault ? Explain(*report.fault, robot, world) : "the position is not finite") + "\n";
+  }
+  std::string text = std::string("no path: ") + ToString(report.status) + "\n";
+  text += "  " + std::to_string(report.num_iterations) + " extensions in " + Time(report.search_seconds);
+  if (report.num_nodes.size() == 2) {
+    text += "; " + std::to_string(report.num_nodes[0]) + " and " + std::to_string(report.num_nodes[1]) +
+            " nodes in the trees";
+  }
+  text += "\n  " + std::to_string(report.num_samples_drawn) + " samples drawn, " +
+          std::to_string(report.num_samples_rejected) + " of them rejected; " +
+          std::to_string(report.num_validity_checks) + " configurations checked\n";
+  return text;
+}
+
+std::string Explain(const planning::PathCheck& check, const RobotDescription& robot, const World& world,
+                    std::size_t num_segments, double step_size) {
+  std::string text =
+      check.IsValid() ? "valid at all " : "NOT valid at " + std::to_string(check.num_bad) + " of ";
+  text += std::to_string(check.num_configurations) + " configurations, " + Number(step_size) +
+          " apart or nearer\n";
+  if (check.first_bad) {
+    text += "  first bad: " + Where(check.first_bad->place, num_segments) + ", " +
+            Configuration(check.first_bad->place.configuration) + "\n    " +
+            Explain(check.first_bad->fault, robot, world) + "\n";
+  }
+  if (check.clearance) {
+    text += "  smallest clearance: " + Millimetres(check.clearance->distance) + " between frame " +
+            Quoted(check.clearance->frame) + " and " + Obstacle(world, check.clearance->obstacle) + ", " +
+            Where(check.clearance->place, num_segments) + "\n";
+  }
+  if (check.self_clearance) {
+    text += "  smallest clearance from itself: " + Millimetres(check.self_clearance->distance) +
+            " between frames " + Quoted(check.self_clearance->frames[0]) + " and " +
+            Quoted(check.self_clearance->frames[1]) + ", " +
+            Where(check.self_clearance->place, num_segments) + "\n";
+  }
+  if (check.limit_margin) {
+    text += "  nearest to a limit: joint " + Quoted(robot.cSpaceCoordName(check.limit_margin->coordinate)) +
+            ", " + Number(check.limit_margin->distance, 3) + " from it, " +
+            Where(check.limit_margin->place, num_segments) + "\n";
+  }
+  return text;
+}
+
+}  // namespace kavo::command

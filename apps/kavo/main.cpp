@@ -1,0 +1,76 @@
+// The command `kavo`: plans, checks and measures from files.
+
+#include <CLI/CLI.hpp>
+#include <cstddef>
+#include <exception>
+#include <iostream>
+#include <string>
+
+#include "apps/kavo/command.h"
+#include "apps/kavo/generate.h"
+#include "apps/kavo/help.h"
+#include "kavo/util/fatal_error.h"
+#include "kavo/util/log.h"
+
+namespace {
+
+using kavo::command::ExitStatus;
+
+// Warnings go to standard error. A fatal record is left to whoever catches the exception, and the notice that
+// there are no accelerator trees is only for those who want to see everything.
+void Report(const kavo::util::LogRecord& record) {
+  const bool is_notice = record.message.rfind("TESK not enabled", 0) == 0;
+  const bool is_verbose = kavo::util::log_level_threshold >= static_cast<int>(kavo::LogLevel::kInfo);
+  if (!record.fatal && (is_verbose || !is_notice)) {
+    std::cerr << kavo::util::FormatLogRecord(record) + "\n";
+  }
+}
+
+int Fail(const std::string& message) {
+  std::cerr << "kavo: " << message << "\n";
+  return ExitStatus::kUnusableInput;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app(
+      "Plans collision-free motions of robot arms: robots from URDF and SRDF, scenes and requests from "
+      "planning-scene files",
+      "kavo");
+  app.set_version_flag("--version", "kavo " KAVO_VERSION);
+  app.require_subcommand(0, 1);
+  app.formatter(kavo::command::MakeHelpFormatter());
+  kavo::command::Run run;
+  kavo::command::AddPlanCommand(app, run);
+  kavo::command::AddCheckCommand(app, run);
+  kavo::command::AddBenchCommand(app, run);
+  kavo::command::AddInfoCommand(app, run);
+  app.footer(
+      "'kavo COMMAND --help' explains a command. Only answers go to standard output; warnings and\n"
+      "progress go to standard error. Lengths are metres, angles radians. The exit status is 0 when the\n"
+      "work is done, 1 when there is no path or it fails the check, 2 for input that cannot be used.");
+  std::string kind;
+  app.add_option("--generate", kind)->group("")->check(CLI::IsMember({"man", "bash"}));
+
+  try {
+    app.parse(argc, argv);
+    if (!kind.empty()) {
+      std::cout << (kind == "man" ? kavo::command::ManPage(app) : kavo::command::BashCompletion(app));
+      return ExitStatus::kDone;
+    }
+    if (!run) {
+      throw CLI::RequiredError("A command");
+    }
+    kavo::util::SetLogSink(Report);
+    const int status = run();
+    std::cout.flush();
+    return std::cout ? status : Fail("cannot write to standard output");
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? ExitStatus::kDone : ExitStatus::kUnusableInput;
+  } catch (const kavo::util::FatalError& error) {
+    return Fail(error.message());
+  } catch (const std::exception& error) {
+    return Fail(error.what());
+  }
+}

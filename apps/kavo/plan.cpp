@@ -1,0 +1,348 @@
+// kavo plan: one query, from a request file or from options.
+
+#include <CLI/CLI.hpp>
+#include <iostream>
+#include <limits>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include "apps/kavo/command.h"
+#include "apps/kavo/explain.h"
+#include "apps/kavo/parameters.h"
+#include "apps/kavo/queries.h"
+#include "apps/kavo/reach.h"
+#include "apps/kavo/robot_options.h"
+#include "apps/kavo/scene_options.h"
+#include "apps/kavo/text.h"
+#include "kavo/formats/request.h"
+#include "kavo/formats/result_file.h"
+#include "kavo/motion_planning/interface/motion_planner.h"
+#include "kavo/motion_planning/util/path_check.h"
+#include "kavo/util/log.h"
+
+namespace kavo::command {
+
+namespace {
+
+constexpr char kStandardOutput[] = "-";
+
+struct PlanOptions {
+  RobotOptions robot;
+  SceneOptions scene;
+  PlannerSettings planner;
+  std::string request_file;
+  std::string start;
+  std::string goal;
+  std::string target;
+  std::string frame;
+  std::string json_file;
+  std::string csv_file;
+  std::optional<double> check_step;
+  std::optional<int> num_more_seeds;
+  bool quiet = false;
+  bool verbose = false;
+};
+
+// One seed's try at one goal.
+struct Attempt {
+  int seed = 0;
+  Query query;
+  MotionPlanner::Results results;
+  QueryReport report;
+  std::optional<planning::PathCheck> check;
+
+  bool IsGood() const { return check && check->IsValid(); }
+};
+
+class Planning {
+ public:
+  explicit Planning(const PlanOptions& options)
+      : options_(options), settings_(options.planner), robot_(options.robot.Load()) {
+    std::optional<formats::Request> request;
+    if (!options_.request_file.empty()) {
+      request = formats::ReadRequest(options_.request_file);
+    }
+    scene_ = ReadScenes(options_.scene.Files(), request ? request->base_pose : std::nullopt);
+    queries_ = request ? QueriesOf(*request, robot_, scene_) : std::vector<Query>{QueryOfOptions()};
+    settings_.SetDefault("task_space_frame_name", robot_.tip_frame);
+    settings_.Load(robot_.description);
+    check_step_ = options_.check_step.value_or(settings_.StepSize() / 10.0);
+  }
+
+  int Run() {
+    std::optional<Attempt> attempt;
+    for (const Query& query : queries_) {
+      attempt = Try(query);
+      if (attempt->IsGood()) {
+        break;
+      }
+      if (&query != &queries_.back()) {
+        std::cerr << "kavo: goal " << (&query - queries_.data()) + 1 << " of " << queries_.size() << ": "
+                  << (attempt->results.path_found ? "the path fails the check"
+                                                  : ToString(attempt->report.status))
+                  << "; trying the next\n";
+      }
+    }
+    Write(*attempt);
+    return attempt->IsGood() ? kDone : kNoPath;
+  }
+
+ private:
+  Query QueryOfOptions() const {
+    Query query;
+    query.start = ParseConfiguration("--start", options_.start, robot_);
+    if (!options_.goal.empty()) {
+      query.target = ParseConfiguration("--goal", options_.goal, robot_);
+      return query;
+    }
+    const auto numbers = ParseNumbers(options_.target);
+    if (!numbers || numbers->size() != 3) {
+      throw UnusableInput("--target " + options_.target +
+                          ": expected X,Y,Z in metres, in the frame of the robot's base");
+    }
+    query.target = formats::PlanRecord::PositionTarget{
+        options_.frame, Eigen::Vector3d((*numbers)[0], (*numbers)[1], (*numbers)[2])};
+    return query;
+  }
+
+  // With the first seed, or with the first of the allowed ones whose path passes the check.
+  Attempt Try(const Query& query) {
+    const int first_seed = settings_.Seed();
+    for (int more = 0;; ++more) {
+      Attempt attempt = TryOnce(query, first_seed + more);
+      const bool is_hopeless = attempt.report.status == planning::SearchStatus::kInvalidStart ||
+                               attempt.report.status == planning::SearchStatus::kInvalidTarget;
+      if (attempt.IsGood() || is_hopeless || more >= options_.num_more_seeds.value_or(0) ||
+          attempt.seed == std::numeric_limits<int>::max()) {
+        return attempt;
+      }
+      std::cerr << "kavo: seed " << attempt.seed << ": "
+                << (attempt.results.path_found ? "the path fails the check" : ToString(attempt.report.status))
+                << "; trying the next seed\n";
+    }
+  }
+
+  Attempt TryOnce(const Query& query, int seed) const {
+    Attempt attempt;
+    attempt.seed = seed;
+    attempt.query = query;
+    const auto planner = settings_.MakePlanner(robot_.description, scene_.world.view(), seed);
+    if (auto* target = std::get_if<formats::PlanRecord::PositionTarget>(&attempt.query.target)) {
+      if (!target->frame.empty()) {
+        planner->setParam("task_space_frame_name", target->frame);
+      } else {
+        target->frame = settings_.TaskSpaceFrame();
+      }
+      attempt.results = planner->planToTaskSpaceTarget(query.start, target->position, true);
+    } else {
+      attempt.results =
+          planner->planToCSpaceTarget(query.start, std::get<Eigen::VectorXd>(query.target), true);
+    }
+    attempt.report = planner->queryReport();
+    if (attempt.results.path_found) {
+      attempt.check =
+          planning::CheckPath(*robot_.description, scene_.world.view(), attempt.results.path, check_step_);
+    }
+    return attempt;
+  }
+
+  void Write(const Attempt& attempt) const {
+    const bool found = attempt.results.path_found;
+    const std::vector<std::string> joints = JointNames(*robot_.description);
+    if (options_.json_file == kStandardOutput) {
+      std::cout << formats::ToJson(Record(attempt)) << "\n";
+    } else if (!options_.json_file.empty()) {
+      formats::WriteJson(Record(attempt), options_.json_file);
+    }
+    const bool csv_on_output = options_.csv_file == kStandardOutput || options_.quiet;
+    if (found && csv_on_output && options_.json_file != kStandardOutput) {
+      std::cout << formats::ToCsv(joints, attempt.results.path);
+    }
+    if (found && !options_.csv_file.empty() && options_.csv_file != kStandardOutput) {
+      formats::WriteCsv(joints, attempt.results.path, options_.csv_file);
+    }
+    if (!csv_on_output && options_.json_file != kStandardOutput) {
+      std::cout << (found ? Answer(attempt) : Failure(attempt));
+    } else if (!attempt.IsGood() && !options_.quiet) {
+      std::cerr << (found ? "kavo: the path fails the check\n" : Failure(attempt));
+    }
+  }
+
+  std::string Answer(const Attempt& attempt) const {
+    const std::vector<Eigen::VectorXd>& path = attempt.results.path;
+    const QueryReport& report = attempt.report;
+    std::string text =
+        "path found: " + std::to_string(path.size()) + " waypoints, length " + Number(Length(path), 4) +
+        " (before shortening " + std::to_string(report.num_raw_waypoints) + " waypoints, length " +
+        Number(report.raw_length, 4) + ")\n  " + Join(JointNames(*robot_.description), ",") + "\n";
+    for (const Eigen::VectorXd& q : path) {
+      text += "  " + Configuration(q) + "\n";
+    }
+    if (const auto* target = std::get_if<formats::PlanRecord::PositionTarget>(&attempt.query.target)) {
+      text += "frame '" + target->frame + "' ends " +
+              Millimetres((Position(path.back(), target->frame) - target->position).norm()) +
+              " from the target\n";
+    }
+    text += "time: search " + Time(report.search_seconds) + ", shortening " +
+            Time(report.shortening_seconds) + "; seed " + std::to_string(attempt.seed) + ", " +
+            std::to_string(report.num_iterations) + " extensions, " + std::to_string(report.num_nodes[0]) +
+            " and " + std::to_string(report.num_nodes[1]) + " nodes, " +
+            std::to_string(report.num_validity_checks) + " configurations checked\n";
+    text +=
+        "check: " + Explain(*attempt.check, *robot_.description, scene_.world, path.size() - 1, check_step_);
+    if (!attempt.IsGood() && !options_.num_more_seeds) {
+      text += "Try --verify, which plans with other seeds until a path passes, or a smaller step_size.\n";
+    }
+    return text;
+  }
+
+  std::string Failure(const Attempt& attempt) const {
+    std::string text = ExplainFailure(attempt.report, *robot_.description, scene_.world);
+    const auto* target = std::get_if<formats::PlanRecord::PositionTarget>(&attempt.query.target);
+    if (target != nullptr && attempt.report.status == planning::SearchStatus::kIterationsSpent) {
+      const Reach reach = FindReach(*robot_.description, target->frame);
+      const double distance = (target->position - reach.center).norm();
+      text += "  the target is " + Number(distance, 4) + " m from the first joint; frame '" + target->frame +
+              "' gets no farther from there than " + Number(reach.distance, 4) + " m" +
+              (distance > reach.distance ? ": out of reach\n" : "\n");
+    }
+    return text;
+  }
+
+  Eigen::Vector3d Position(const Eigen::VectorXd& q, const std::string& frame) const {
+    const auto kinematics = robot_.description->kinematics();
+    return kinematics->position(q, kinematics->frame(frame));
+  }
+
+  formats::PlanRecord Record(const Attempt& attempt) const {
+    formats::PlanRecord record;
+    record.robot = robot_.name;
+    record.joint_names = JointNames(*robot_.description);
+    record.start = attempt.query.start;
+    record.target = attempt.query.target;
+    record.settings = settings_.All();
+    record.seed = attempt.seed;
+    record.found = attempt.results.path_found;
+    record.status = ToString(attempt.report.status);
+    record.path = attempt.results.path;
+    record.interpolated_path = attempt.results.interpolated_path;
+    record.statistics = attempt.report;
+    if (const auto& check = attempt.check) {
+      record.check = {check->IsValid(), check_step_, check->num_configurations, {}, {}};
+      if (check->first_bad) {
+        record.check->fault = Explain(check->first_bad->fault, *robot_.description, scene_.world);
+      }
+      if (check->clearance) {
+        record.check->clearance = check->clearance->distance;
+      }
+    }
+    return record;
+  }
+
+  const PlanOptions& options_;
+  PlannerSettings settings_;
+  formats::LoadedRobot robot_;
+  LoadedScene scene_;
+  std::vector<Query> queries_;
+  double check_step_ = 0.0;
+};
+
+int Plan(const PlanOptions& options) {
+  if (options.json_file == kStandardOutput && options.csv_file == kStandardOutput) {
+    throw UnusableInput("--json - and --csv - cannot both have the standard output");
+  }
+  if (options.request_file.empty() && (options.start.empty() || (options.goal + options.target).empty())) {
+    throw UnusableInput("what to plan? Give --request FILE, or --start with --goal or --target");
+  }
+  if (options.quiet) {
+    util::log_level_threshold = static_cast<int>(LogLevel::kError);
+  } else if (options.verbose) {
+    util::log_level_threshold = static_cast<int>(LogLevel::kInfo);
+  }
+  return Planning(options).Run();
+}
+
+}  // namespace
+
+void AddPlanCommand(CLI::App& app, Run& run) {
+  const auto options = std::make_shared<PlanOptions>();
+  CLI::App* plan = app.add_subcommand("plan", "Plan one path and check it");
+  options->robot.AddOptions(*plan);
+  options->scene.AddOptions(*plan);
+
+  const std::string group = "Query";
+  CLI::Option* request =
+      plan->add_option(
+              "--request", options->request_file,
+              "Motion-plan request (YAML). Its goals are tried in order until a path passes the check")
+          ->type_name("FILE")
+          ->group(group);
+  plan->add_option("--start", options->start,
+                   "Configuration to start from: numbers with commas between them, one for each joint, or a "
+                   "name ('default', or a named configuration of the SRDF)")
+      ->type_name("Q|NAME")
+      ->group(group)
+      ->excludes(request);
+  CLI::Option* goal = plan->add_option("--goal", options->goal, "Configuration to go to, likewise")
+                          ->type_name("Q|NAME")
+                          ->group(group)
+                          ->excludes(request);
+  CLI::Option* target =
+      plan->add_option("--target", options->target,
+                       "Position to take a frame to, metres in the frame of the robot's base")
+          ->type_name("X,Y,Z")
+          ->group(group)
+          ->excludes(request)
+          ->excludes(goal);
+  plan->add_option("--frame", options->frame, "The frame to take there; the tip of the robot unless given")
+      ->type_name("FRAME")
+      ->group(group)
+      ->needs(target);
+
+  options->planner.AddOptions(*plan);
+  plan->add_option("--check-step", options->check_step,
+                   "Distance of the configurations at which the path is checked apart from the planner; a "
+                   "tenth of step_size unless given")
+      ->type_name("STEP")
+      ->group("Check")
+      ->check(CLI::PositiveNumber);
+  plan->add_option(
+          "--verify", options->num_more_seeds,
+          "Where no path is found or the path fails the check, plan again with the next seed, up to N "
+          "more times")
+      ->type_name("[N]")
+      ->group("Check")
+      ->expected(0, 1)
+      ->default_str("10")
+      ->check(CLI::NonNegativeNumber);
+  plan->add_option("--json", options->json_file,
+                   "Write everything as JSON: query, settings, path, statistics, check; - is standard output")
+      ->type_name("FILE")
+      ->group("Output");
+  plan->add_option("--csv", options->csv_file,
+                   "Write the waypoints as CSV, a line of joint names first; - is standard output")
+      ->type_name("FILE")
+      ->group("Output");
+  CLI::Option* quiet = plan->add_flag("-q,--quiet", options->quiet,
+                                      "Print the waypoints as CSV and nothing else, not even warnings")
+                           ->group("Output");
+  plan->add_flag("-v,--verbose", options->verbose, "Show notices of the library too")
+      ->excludes(quiet)
+      ->group("Output");
+  plan->footer(
+      "Prints the waypoints, what the search cost, and what a check apart from the planner says; or\n"
+      "why there is no path. The exit status is 0 for a path that passes the check, 1 without one, 2\n"
+      "for input that cannot be used.\n\n"
+      "Examples:\n"
+      "  kavo plan --robot franka --scene scene.yaml --start default --goal 0.6,0.5,0,-2,0,2.5,0.8\n"
+      "  kavo plan --robot franka --scene scene.yaml --start default --target 0.5,0.2,0.4 --frame tool\n"
+      "  kavo plan --robot arm.urdf --srdf arm.srdf --group arm --scene scene.yaml \\\n"
+      "            --request request.yaml --verify --json result.json");
+  plan->callback([options, &run] { run = [options] { return Plan(*options); }; });
+}
+
+}  // namespace kavo::command

@@ -1,0 +1,118 @@
+#include "apps/kavo/robot_options.h"
+
+#include <CLI/CLI.hpp>
+#include <cstddef>
+#include <memory>
+
+#include "apps/kavo/command.h"
+#include "apps/kavo/text.h"
+
+namespace kavo::command {
+
+namespace {
+
+constexpr char kDefaultConfiguration[] = "default";
+
+formats::LoadedRobot Builtin(const std::string& name) {
+  formats::LoadedRobot robot;
+  robot.name = name;
+  robot.description = name == "franka" ? LoadFrankaRobotDescription() : LoadThreeLinkArmRobotDescription();
+  robot.tip_frame = robot.description->kinematics()->frameNames().back();
+  return robot;
+}
+
+}  // namespace
+
+void RobotOptions::AddOptions(CLI::App& app) {
+  const std::string group = "Robot";
+  app.add_option("-r,--robot", robot_, "The built-in 'franka' or 'three_link', or a URDF file")
+      ->type_name("ROBOT")
+      ->group(group)
+      ->required();
+  app.add_option("--srdf", srdf_, "SRDF file of the robot: groups, named configurations, collision pairs")
+      ->type_name("FILE")
+      ->group(group);
+  auto* joint_group =
+      app.add_option("--group", group_, "Plan for the joints of this SRDF group; the others stay put")
+          ->type_name("GROUP")
+          ->group(group);
+  app.add_option("--coordinates", coordinates_, "Plan for these joints, in this order; the others stay put")
+      ->type_name("JOINT,...")
+      ->delimiter(',')
+      ->group(group)
+      ->excludes(joint_group);
+  app.add_option("--joint", joint_values_,
+                 "Where a joint that is not planned for stands, zero unless given; may be repeated")
+      ->type_name("JOINT=VALUE")
+      ->allow_extra_args(false)
+      ->group(group);
+  app.add_option("--spheres", spheres_, "YAML file with the collision spheres of the links")
+      ->type_name("FILE")
+      ->group(group);
+  app.add_option("--cover", cover_,
+                 "Cover collision boxes and cylinders by spheres that bulge no more than this (metres)")
+      ->type_name("METRES")
+      ->check(CLI::PositiveNumber)
+      ->group(group);
+  app.add_flag("--self-collision", self_collision_,
+               "The robot must not touch itself either: all pairs of links but those that the SRDF disables")
+      ->group(group);
+}
+
+formats::LoadedRobot RobotOptions::Load() const {
+  if (robot_ == "franka" || robot_ == "three_link") {
+    if (!srdf_.empty() || !group_.empty() || !coordinates_.empty() || !spheres_.empty() ||
+        !joint_values_.empty() || cover_ || self_collision_) {
+      throw UnusableInput("the built-in robot '" + robot_ +
+                          "' takes no further robot options; they go with a URDF file");
+    }
+    return Builtin(robot_);
+  }
+  formats::RobotFileOptions options;
+  options.srdf_file = srdf_;
+  options.group = group_;
+  options.joints = coordinates_;
+  options.spheres_file = spheres_;
+  options.cover_tolerance = cover_;
+  options.self_collision = self_collision_;
+  for (const std::string& text : joint_values_) {
+    const std::size_t sign = text.find('=');
+    const auto value = sign == std::string::npos ? std::nullopt : ParseNumber(text.substr(sign + 1));
+    if (!value) {
+      throw UnusableInput("--joint " + text + ": expected JOINT=VALUE with a number");
+    }
+    options.joint_values[text.substr(0, sign)] = *value;
+  }
+  return formats::LoadRobot(robot_, options);
+}
+
+std::vector<std::string> JointNames(const RobotDescription& robot) {
+  std::vector<std::string> names;
+  for (std::size_t i = 0; i < robot.numCSpaceCoords(); ++i) {
+    names.push_back(robot.cSpaceCoordName(i));
+  }
+  return names;
+}
+
+Eigen::VectorXd ParseConfiguration(const std::string& option, const std::string& text,
+                                   const formats::LoadedRobot& robot) {
+  if (const auto named = robot.named_configurations.find(text); named != robot.named_configurations.end()) {
+    return named->second;
+  }
+  if (text == kDefaultConfiguration) {
+    return robot.description->defaultCSpaceConfiguration();
+  }
+  const auto values = ParseNumbers(text);
+  if (values && values->size() == robot.description->numCSpaceCoords()) {
+    return Eigen::Map<const Eigen::VectorXd>(values->data(), static_cast<Eigen::Index>(values->size()));
+  }
+  const std::vector<std::string> joints = JointNames(*robot.description);
+  std::string message = option + " " + text + ": expected " + std::to_string(joints.size()) + " numbers (" +
+                        Join(joints, ",") + ") or one of the names '" + kDefaultConfiguration + "'";
+  for (const auto& [name, unused] : robot.named_configurations) {
+    message += ", '" + name + "'";
+  }
+  throw UnusableInput(message + (values ? "; found " + std::to_string(values->size()) + " numbers" : ""));
+}
+
+}  // namespace kavo::command

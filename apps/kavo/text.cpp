@@ -1,0 +1,98 @@
+#include "apps/kavo/text.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <cstddef>
+#include <sstream>
+#include <system_error>
+
+namespace kavo::command {
+
+std::string Number(double value, int digits) {
+  std::ostringstream text;
+  text.precision(digits);
+  text << value;
+  return text.str();
+}
+
+std::string Millimetres(double metres) { return Number(metres * 1e3, 3) + " mm"; }
+
+std::string Time(double seconds) {
+  if (seconds < 1e-3) {
+    return Number(seconds * 1e6, 3) + " us";
+  }
+  return seconds < 1.0 ? Number(seconds * 1e3, 3) + " ms" : Number(seconds, 3) + " s";
+}
+
+std::string Configuration(const Eigen::VectorXd& q) {
+  std::vector<std::string> parts;
+  for (Eigen::Index i = 0; i < q.size(); ++i) {
+    parts.push_back(Number(q[i]));
+  }
+  return Join(parts, ",");
+}
+
+std::string Join(const std::vector<std::string>& parts, const std::string& separator) {
+  std::string text;
+  for (const std::string& part : parts) {
+    text += (&part == &parts.front() ? "" : separator) + part;
+  }
+  return text;
+}
+
+std::vector<std::string> Split(const std::string& text, char separator) {
+  std::vector<std::string> parts(1);
+  for (const char c : text) {
+    if (c == separator) {
+      parts.emplace_back();
+    } else {
+      parts.back() += c;
+    }
+  }
+  return parts;
+}
+
+std::optional<double> ParseNumber(const std::string& text) {
+  const std::size_t begin = std::min(text.find_first_not_of(" \t"), text.size());
+  const std::size_t end = text.find_last_not_of(" \t") + 1;
+  double value = 0.0;
+  const auto [rest, error] = std::from_chars(text.data() + begin, text.data() + end, value);
+  if (error != std::errc() || rest != text.data() + end || !std::isfinite(value)) {
+    return std::nullopt;
+  }
+  return value;
+}
+
+std::optional<std::vector<double>> ParseNumbers(const std::string& text) {
+  std::vector<double> values;
+  for (const std::string& part : Split(text, ',')) {
+    const std::optional<double> value = ParseNumber(part);
+    if (!value) {
+      return std::nullopt;
+    }
+    values.push_back(*value);
+  }
+  return values;
+}
+
+std::string Table(const std::vector<std::vector<std::string>>& rows) {
+  std::vector<std::size_t> widths;
+  for (const std::vector<std::string>& row : rows) {
+    widths.resize(std::max(widths.size(), row.size()));
+    for (std::size_t i = 0; i < row.size(); ++i) {
+      widths[i] = std::max(widths[i], row[i].size());
+    }
+  }
+  std::string text;
+  for (const std::vector<std::string>& row : rows) {
+    for (std::size_t i = 0; i < row.size(); ++i) {
+      const std::string padding(widths[i] - row[i].size(), ' ');
+      text += i == 0 ? row[i] + padding : "  " + padding + row[i];
+    }
+    text += '\n';
+  }
+  return text;
+}
+
+}  // namespace kavo::command

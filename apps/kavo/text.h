@@ -1,0 +1,37 @@
+#pragma once
+
+#include <Eigen/Core>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace kavo::command {
+
+//! A number for a reader: six significant digits unless told otherwise.
+std::string Number(double value, int digits = 6);
+
+//! Millimetres of a length in metres, "12.3 mm".
+std::string Millimetres(double metres);
+
+//! A time in the unit that suits it: "812 us", "1.2 ms", "3.4 s".
+std::string Time(double seconds);
+
+//! "1,2,3": what `--start` takes.
+std::string Configuration(const Eigen::VectorXd& q);
+
+std::string Join(const std::vector<std::string>& parts, const std::string& separator);
+
+//! The parts between the separators; one empty part for an empty text.
+std::vector<std::string> Split(const std::string& text, char separator);
+
+//! A finite number that takes up the whole text; empty otherwise.
+std::optional<double> ParseNumber(const std::string& text);
+
+//! Finite numbers with commas between them; empty if one is not.
+std::optional<std::vector<double>> ParseNumbers(const std::string& text);
+
+//! Rows of equally many cells as lines with aligned columns: the first column to the left, the others to the
+//! right.
+std::string Table(const std::vector<std::vector<std::string>>& rows);
+
+}  // namespace kavo::command

@@ -1,0 +1,92 @@
+#pragma once
+
+#include <Eigen/Core>
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include "kavo/motion_planning/interface/query_report.h"
+#include "kavo/util/export.h"
+
+namespace kavo::formats {
+
+//! A query and its answer, as they go into a file. Metres, radians and seconds.
+struct PlanRecord {
+  //! A value of a setting; limits are pairs of lower and upper.
+  using Setting = std::variant<bool, std::int64_t, double, std::string, std::vector<double>,
+                               std::vector<std::array<double, 2>>>;
+
+  //! A position that a frame was to reach, relative to the robot base.
+  struct PositionTarget {
+    std::string frame;
+    Eigen::Vector3d position = Eigen::Vector3d::Zero();
+  };
+
+  //! How the path fared in a check apart from the planner's own.
+  struct Check {
+    bool passed = false;
+    //! Distance between the configurations that were looked at.
+    double step = 0.0;
+    std::uint64_t num_configurations = 0;
+    //! What is wrong at the first bad configuration; empty if the path passed.
+    std::string fault;
+    //! Smallest distance between the robot and an obstacle; none without obstacles.
+    std::optional<double> clearance;
+  };
+
+  std::string robot;
+  //! In the order of the c-space coordinates.
+  std::vector<std::string> joint_names;
+  Eigen::VectorXd start;
+  std::variant<Eigen::VectorXd, PositionTarget> target;
+  //! By name, in the order in which they are to be written.
+  std::vector<std::pair<std::string, Setting>> settings;
+  int seed = 0;
+  bool found = false;
+  //! How the query ended, for a reader.
+  std::string status;
+  std::vector<Eigen::VectorXd> path;
+  std::vector<Eigen::VectorXd> interpolated_path;
+  QueryReport statistics;
+  //! None where the path was not checked.
+  std::optional<Check> check;
+};
+
+//! Configurations along a path.
+struct PathFile {
+  //! Empty where the file does not name the joints; else one for each coordinate.
+  std::vector<std::string> joint_names;
+  //! At least one, and all of one length.
+  std::vector<Eigen::VectorXd> configurations;
+};
+
+//! The record as JSON, indented by two spaces and with the keys in one order: robot, joint_names, start,
+//! target, settings, seed, found, status, path, interpolated_path, statistics, check. Numbers are written
+//! such that reading them gives the same bits; what is not finite, or not there, becomes null. The target is
+//! an array (a configuration) or {frame, position}.
+KAVO_EXPORT std::string ToJson(const PlanRecord& record);
+
+//! Configurations as CSV: a line with the joint names, then one configuration a line. Numbers are as short as
+//! they can be with the same bits. A name with a comma, a quote or a line break, or one that looks like a
+//! number, is quoted. A configuration of another length than the names is a fatal error.
+KAVO_EXPORT std::string ToCsv(const std::vector<std::string>& joint_names,
+                              const std::vector<Eigen::VectorXd>& configurations);
+
+//! Writes the text of `ToJson` and of `ToCsv` to a file. Throws `FileError` if that fails.
+KAVO_EXPORT void WriteJson(const PlanRecord& record, const std::string& file);
+KAVO_EXPORT void WriteCsv(const std::vector<std::string>& joint_names,
+                          const std::vector<Eigen::VectorXd>& configurations, const std::string& file);
+
+//! Reads a path from JSON (an object with the key `path`, and perhaps `joint_names`) or from CSV (with or
+//! without a line of names). What starts with a brace is JSON. Throws `FileError` for a file that cannot be
+//! read, has neither form or holds no configuration.
+KAVO_EXPORT PathFile ReadPath(const std::string& file);
+
+//! The same from the text of a file, with a name for its errors.
+KAVO_EXPORT PathFile ParsePath(const std::string& text, const std::string& file);
+
+}  // namespace kavo::formats

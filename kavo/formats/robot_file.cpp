@@ -1,0 +1,359 @@
+#include "kavo/formats/robot_file.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <set>
+#include <utility>
+
+#include "kavo/formats/file_error.h"
+#include "kavo/formats/robot_joints_internal.h"
+#include "kavo/formats/sphere_cover_internal.h"
+#include "kavo/formats/text_internal.h"
+#include "kavo/formats/urdf_internal.h"
+#include "kavo/formats/yaml_value_internal.h"
+#include "kavo/kinematics/interface/robot_description_builder.h"
+#include "kavo/util/log_message.h"
+
+namespace kavo::formats {
+
+namespace {
+
+using Spheres = std::vector<math::Sphere>;
+
+constexpr std::size_t kNone = RobotJoints::kNone;
+
+// One call of `ParseRobot`: the files, and what becomes of each joint.
+class Loader {
+ public:
+  Loader(const FileText& urdf, const std::optional<FileText>& srdf, const RobotFileOptions& options)
+      : options_(options), urdf_(ParseUrdf(urdf.text, urdf.file)) {
+    if (srdf) {
+      srdf_ = ParseSrdf(srdf->text, srdf->file);
+    }
+    joints_ = ChooseJoints(urdf_, srdf_, options_);
+  }
+
+  LoadedRobot load(const std::optional<FileText>& spheres) {
+    LoadedRobot robot;
+    robot.name = urdf_.name;
+    if (srdf_) {
+      robot.end_effectors = srdf_->end_effectors;
+    }
+    robot.named_configurations = namedConfigurations();
+    const std::vector<Spheres> link_spheres = placeSpheres(spheres, robot.uncovered_links);
+    robot.description = build(robot.named_configurations, link_spheres);
+    robot.tip_frame = tipFrame();
+    warn(robot.uncovered_links, link_spheres);
+    return robot;
+  }
+
+ private:
+  [[noreturn]] static void fail(const std::string& file, int line, const std::string& found,
+                                const std::string& expected) {
+    throw FileError(file, line, "found " + found + ", expected " + expected);
+  }
+
+  std::map<std::string, Eigen::VectorXd> namedConfigurations() const {
+    std::map<std::string, Eigen::VectorXd> configurations;
+    if (!srdf_) {
+      return configurations;
+    }
+    std::set<std::string> of_chosen_group;
+    for (const Srdf::GroupState& state : srdf_->group_states) {
+      Eigen::VectorXd q(static_cast<Eigen::Index>(joints_.coordinates.size()));
+      NameList missing;
+      for (std::size_t i = 0; i < joints_.coordinates.size(); ++i) {
+        const std::string& name = urdf_.joints[joints_.coordinates[i]].name;
+        const auto value = state.joint_values.find(name);
+        if (value != state.joint_values.end()) {
+          q[static_cast<Eigen::Index>(i)] = value->second;
+        } else {
+          missing.add(name);
+        }
+      }
+      const bool is_of_chosen_group = !options_.group.empty() && state.group == options_.group;
+      if (!missing.isEmpty()) {
+        if (is_of_chosen_group) {
+          KAVO_LOG(LogLevel::kWarning)
+              << srdf_->file << ":" << state.line << ": group state " << Quoted(state.name)
+              << " has no value for " << missing.text() << " and is left out.";
+        }
+        continue;
+      }
+      if (is_of_chosen_group && of_chosen_group.insert(state.name).second) {
+        configurations[state.name] = q;
+      } else {
+        configurations.emplace(state.name, q);
+      }
+    }
+    return configurations;
+  }
+
+  // The spheres of each link.
+  std::vector<Spheres> placeSpheres(const std::optional<FileText>& file,
+                                    std::vector<LoadedRobot::UncoveredLink>& uncovered) {
+    std::map<std::string, Spheres> given;
+    if (file) {
+      given = readSpheres(*file);
+    }
+    if (srdf_) {
+      given.insert(srdf_->link_spheres.begin(), srdf_->link_spheres.end());
+    }
+    std::vector<Spheres> link_spheres;
+    for (const Urdf::Link& link : urdf_.links) {
+      Spheres spheres;
+      if (const auto found = given.find(link.name); found != given.end()) {
+        spheres = found->second;
+      } else {
+        bool is_uncovered = false;
+        for (const Urdf::Collision& collision : link.collisions) {
+          const std::optional<Spheres> cover = coverSolid(link, collision);
+          if (cover) {
+            spheres.insert(spheres.end(), cover->begin(), cover->end());
+          } else if (!std::exchange(is_uncovered, true)) {
+            uncovered.push_back({link.name, kindText(collision.kind)});
+          }
+        }
+      }
+      link_spheres.push_back(std::move(spheres));
+    }
+    return link_spheres;
+  }
+
+  std::map<std::string, Spheres> readSpheres(const FileText& file) const {
+    std::map<std::string, Spheres> given;
+    for (const auto& [link, list] : YamlValue(file.text, file.file).get("collision_spheres").entries()) {
+      if (urdf_.link_indices.count(link) == 0) {
+        list.fail("spheres of link " + Quoted(link), "a link of the robot");
+      }
+      const auto [place, is_new] = given.emplace(link, Spheres());
+      if (!is_new) {
+        list.fail("link " + Quoted(link) + " for the second time", "different links");
+      }
+      for (const YamlValue& value : list.elements()) {
+        const math::Sphere sphere = {value.get("center").vector(), value.get("radius").number()};
+        if (sphere.radius <= 0.0) {
+          value.get("radius").fail("a positive radius");
+        }
+        place->second.push_back(sphere);
+      }
+    }
+    return given;
+  }
+
+  static const char* kindText(Urdf::Collision::Kind kind) {
+    switch (kind) {
+      case Urdf::Collision::Kind::kSphere:
+        return "sphere";
+      case Urdf::Collision::Kind::kBox:
+        return "box";
+      case Urdf::Collision::Kind::kCylinder:
+        return "cylinder";
+      case Urdf::Collision::Kind::kMesh:
+        return "mesh";
+    }
+    return "";
+  }
+
+  // The spheres that stand for a solid, in the link's frame; none if nothing does.
+  std::optional<Spheres> coverSolid(const Urdf::Link& link, const Urdf::Collision& collision) const {
+    const bool is_sphere = collision.kind == Urdf::Collision::Kind::kSphere;
+    if (collision.kind == Urdf::Collision::Kind::kMesh || (!is_sphere && !options_.cover_tolerance)) {
+      return std::nullopt;
+    }
+    std::optional<Spheres> cover;
+    if (is_sphere) {
+      cover = Spheres{{Eigen::Vector3d::Zero(), collision.radius}};
+    } else if (collision.kind == Urdf::Collision::Kind::kBox) {
+      cover = CoverBox(0.5 * collision.size, *options_.cover_tolerance);
+    } else {
+      cover = CoverCylinder(collision.radius, 0.5 * collision.length, *options_.cover_tolerance);
+    }
+    const std::string solid = std::string("a ") + kindText(collision.kind) + " of link " + Quoted(link.name);
+    if (!cover) {
+      fail(urdf_.file, collision.line,
+           solid + " that takes more than " + std::to_string(kMaxCoverSpheres) + " spheres to cover it to " +
+               NumberText(*options_.cover_tolerance) + " m",
+           "a larger tolerance");
+    }
+    for (math::Sphere& sphere : *cover) {
+      sphere.center = collision.pose * sphere.center;
+      if (!std::isfinite(sphere.center[0]) || !std::isfinite(sphere.center[1]) ||
+          !std::isfinite(sphere.center[2]) || !std::isfinite(sphere.radius)) {
+        fail(urdf_.file, collision.line, solid + " that is too large or too far away", "finite numbers");
+      }
+    }
+    return cover;
+  }
+
+  std::shared_ptr<RobotDescription> build(const std::map<std::string, Eigen::VectorXd>& configurations,
+                                          const std::vector<Spheres>& link_spheres) const {
+    const std::optional<Eigen::VectorXd> default_configuration = chooseDefault(configurations);
+    RobotDescriptionBuilder builder(urdf_.links[0].name);
+    // The builder numbers the coordinates in the order in which it gets them.
+    for (std::size_t i = 0; i < joints_.coordinates.size(); ++i) {
+      Joint joint = makeJoint(joints_.coordinates[i]);
+      joint.limits = urdf_.joints[joints_.coordinates[i]].limits;
+      if (default_configuration) {
+        joint.default_value = (*default_configuration)[static_cast<Eigen::Index>(i)];
+      }
+      builder.addJoint(std::move(joint));
+    }
+    for (std::size_t i = 0; i < urdf_.joints.size(); ++i) {
+      if (joints_.coordinate_of[i] != kNone) {
+        continue;
+      }
+      Joint joint = makeJoint(i);
+      const RobotJoints::Motion& motion = joints_.motions[i];
+      if (!joints_.doesMove(i)) {
+        joint.held_value = motion.offset;
+      } else {
+        const std::string& followed = urdf_.joints[joints_.coordinates[motion.coordinate]].name;
+        joint.mimic = Joint::Mimic{followed, motion.multiplier, motion.offset};
+      }
+      builder.addJoint(std::move(joint));
+    }
+    for (std::size_t i = 0; i < urdf_.links.size(); ++i) {
+      for (const math::Sphere& sphere : link_spheres[i]) {
+        builder.addCollisionSphere(urdf_.links[i].name, sphere.center, sphere.radius);
+      }
+    }
+    if (options_.self_collision) {
+      addPairs(link_spheres, builder);
+    }
+    return builder.build();
+  }
+
+  Joint makeJoint(std::size_t index) const {
+    const Urdf::Joint& from = urdf_.joints[index];
+    Joint joint;
+    joint.name = from.name;
+    joint.type = from.type;
+    joint.parent_frame = urdf_.links[from.parent].name;
+    joint.child_frame = urdf_.links[index + 1].name;
+    joint.origin = from.origin;
+    joint.axis = from.axis;
+    return joint;
+  }
+
+  std::optional<Eigen::VectorXd> chooseDefault(
+      const std::map<std::string, Eigen::VectorXd>& configurations) const {
+    for (const char* name : {"ready", "home", "default"}) {
+      const auto found = configurations.find(name);
+      if (found == configurations.end()) {
+        continue;
+      }
+      bool is_within = true;
+      for (std::size_t i = 0; i < joints_.coordinates.size(); ++i) {
+        const kinematics::JointLimits& limits = urdf_.joints[joints_.coordinates[i]].limits;
+        const double value = found->second[static_cast<Eigen::Index>(i)];
+        is_within = is_within && limits.min <= value && value <= limits.max;
+      }
+      if (is_within) {
+        return found->second;
+      }
+    }
+    return std::nullopt;
+  }
+
+  void addPairs(const std::vector<Spheres>& link_spheres, RobotDescriptionBuilder& builder) const {
+    // Each rigid body by its first link, and the pairs of bodies that a moving joint connects.
+    std::vector<std::size_t> bodies = {0};
+    std::set<std::pair<std::size_t, std::size_t>> neighbours;
+    for (std::size_t joint = 0; joint < urdf_.joints.size(); ++joint) {
+      const std::size_t parent_body = bodies[urdf_.joints[joint].parent];
+      bodies.push_back(joints_.doesMove(joint) ? joint + 1 : parent_body);
+      neighbours.emplace(parent_body, bodies.back());
+    }
+    std::set<std::pair<std::string, std::string>> disabled;
+    if (srdf_) {
+      for (const Srdf::DisabledPair& pair : srdf_->disabled_pairs) {
+        disabled.insert(std::minmax(pair.link1, pair.link2));
+      }
+    }
+    for (std::size_t a = 0; a < urdf_.links.size(); ++a) {
+      for (std::size_t b = a + 1; b < urdf_.links.size(); ++b) {
+        if (link_spheres[a].empty() || link_spheres[b].empty() || bodies[a] == bodies[b]) {
+          continue;
+        }
+        const bool is_disabled =
+            disabled.empty() ? neighbours.count(std::minmax(bodies[a], bodies[b])) != 0
+                             : disabled.count(std::minmax(urdf_.links[a].name, urdf_.links[b].name)) != 0;
+        if (!is_disabled) {
+          builder.addCollisionPair(urdf_.links[a].name, urdf_.links[b].name);
+        }
+      }
+    }
+  }
+
+  std::string tipFrame() const {
+    if (!joints_.chain_tip.empty()) {
+      return joints_.chain_tip;
+    }
+    if (srdf_ && !options_.group.empty()) {
+      for (const Srdf::EndEffector& end_effector : srdf_->end_effectors) {
+        if (end_effector.parent_group == options_.group &&
+            urdf_.link_indices.count(end_effector.parent_link) != 0) {
+          return end_effector.parent_link;
+        }
+      }
+    }
+    // Numbers of coordinates and of joints before each link.
+    std::vector<std::pair<std::size_t, std::size_t>> before = {{0, 0}};
+    std::size_t tip = 0;
+    for (std::size_t joint = 0; joint < urdf_.joints.size(); ++joint) {
+      const auto [coordinates, joints] = before[urdf_.joints[joint].parent];
+      before.emplace_back(coordinates + (joints_.coordinate_of[joint] != kNone ? 1 : 0), joints + 1);
+      if (before.back() > before[tip]) {
+        tip = joint + 1;
+      }
+    }
+    return urdf_.links[tip].name;
+  }
+
+  void warn(const std::vector<LoadedRobot::UncoveredLink>& uncovered,
+            const std::vector<Spheres>& link_spheres) const {
+    if (!uncovered.empty()) {
+      std::string names;
+      for (const LoadedRobot::UncoveredLink& link : uncovered) {
+        names += (names.empty() ? "" : ", ") + Quoted(link.name) + " (" + link.kind + ")";
+      }
+      KAVO_LOG(LogLevel::kWarning) << urdf_.file << ": collision geometry of " << uncovered.size()
+                                   << (uncovered.size() == 1 ? " link" : " links")
+                                   << " is not covered by spheres and will not be checked: " << names << ".";
+    } else if (std::all_of(link_spheres.begin(), link_spheres.end(),
+                           [](const Spheres& spheres) { return spheres.empty(); })) {
+      KAVO_LOG(LogLevel::kWarning) << urdf_.file
+                                   << ": the robot has no collision geometry: nothing will be checked.";
+    }
+  }
+
+  const RobotFileOptions& options_;
+  Urdf urdf_;
+  std::optional<Srdf> srdf_;
+  RobotJoints joints_;
+};
+
+std::optional<FileText> ReadOptional(const std::string& file) {
+  return file.empty() ? std::nullopt : std::optional(FileText{file, ReadTextFile(file)});
+}
+
+}  // namespace
+
+LoadedRobot ParseRobot(const FileText& urdf, const std::optional<FileText>& srdf,
+                       const std::optional<FileText>& spheres, const RobotFileOptions& options) {
+  const std::optional<double> cover_tolerance = options.cover_tolerance;
+  KAVO_CHECK(!cover_tolerance || (std::isfinite(*cover_tolerance) && *cover_tolerance > 0.0),
+             "formats/robot_file", 40)
+      << "Collision geometry is to be covered to " << *cover_tolerance
+      << " m; the tolerance must be positive and finite.";
+  return Loader(urdf, srdf, options).load(spheres);
+}
+
+LoadedRobot LoadRobot(const std::string& urdf_file, const RobotFileOptions& options) {
+  return ParseRobot({urdf_file, ReadTextFile(urdf_file)}, ReadOptional(options.srdf_file),
+                    ReadOptional(options.spheres_file), options);
+}
+
+}  // namespace kavo::formats

@@ -1,0 +1,104 @@
+#pragma once
+
+#include <Eigen/Core>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "kavo/formats/srdf.h"
+#include "kavo/kinematics/interface/robot_description.h"
+#include "kavo/util/export.h"
+
+namespace kavo::formats {
+
+//! How a robot is to be made from its files.
+struct RobotFileOptions {
+  //! Files beside the URDF; empty for none. `ParseRobot` takes their texts instead and ignores these names.
+  std::string srdf_file;
+  std::string spheres_file;
+
+  //! The c-space: the joints of an SRDF group, or the joints of a list, or, with neither, all joints that
+  //! move. Fixed joints and those that mimic another one are no coordinates: a group may contain them, a list
+  //! may not. Giving both is an error.
+  //!
+  //! Coordinates are in the order of the list; otherwise in that of the kinematic tree, depth first, children
+  //! of a link in the order of the file.
+  std::string group;
+  std::vector<std::string> joints;
+
+  //! Values, by name, at which joints outside the c-space stay (radians, metres; within their limits). The
+  //! others stay at zero, or at the limit nearest to zero when that is out of range.
+  std::map<std::string, double> joint_values;
+
+  //! With a value, boxes and cylinders of the collision geometry are covered with spheres such that every
+  //! point of the solid lies in a sphere and no sphere reaches beyond the solid by more than this (metres,
+  //! positive and finite; anything else is a fatal error).
+  std::optional<double> cover_tolerance;
+
+  //! Whether the robot is to know the pairs of frames that must not touch each other: all pairs of links with
+  //! spheres, but for those on one rigid body (only fixed joints, or joints that do not move, between them)
+  //! and those that the SRDF disables. Without an SRDF, or with one that disables none, bodies joined by one
+  //! moving joint count as disabled.
+  bool self_collision = false;
+};
+
+//! A robot from its files.
+struct LoadedRobot {
+  //! A link with a collision solid that no sphere stands for.
+  struct UncoveredLink {
+    std::string name;
+    //! Its first such solid: "box", "cylinder" or "mesh".
+    std::string kind;
+  };
+
+  //! Frames have the names of the links; the base frame is the root link. The default configuration is the
+  //! first of the named configurations "ready", "home" and "default" that exists and is within the limits;
+  //! without one, the middle of the limits.
+  std::shared_ptr<RobotDescription> description;
+  std::string name;
+  //! The group states of the SRDF that give every coordinate a value, in c-space order. Where states of
+  //! several groups have one name, that of the chosen group stands. They may be outside the limits.
+  std::map<std::string, Eigen::VectorXd> named_configurations;
+  std::vector<Srdf::EndEffector> end_effectors;
+  //! Links whose collision geometry is not wholly made of spheres, in kinematic order.
+  std::vector<UncoveredLink> uncovered_links;
+  //! The frame that positions are most likely asked for: the tip of the chosen group's first chain (its
+  //! own, or that of a group that belongs to it); else the link that carries the end effector of the chosen
+  //! group; else the link that the most coordinates move, of these the one with the most joints before it, of
+  //! these the first.
+  std::string tip_frame;
+};
+
+//! The text of a file and the name for its errors.
+struct FileText {
+  std::string file;
+  std::string text;
+};
+
+//! Makes a robot from a URDF file and the files beside it.
+//!
+//! Revolute, continuous, prismatic and fixed joints. A continuous joint without limits (or with both at zero)
+//! gets [-pi, pi]. A joint that mimics another one follows it, also along a chain of such joints; its own
+//! limits are not enforced. If the joint at the end of that chain does not move, neither does the follower.
+//!
+//! Rotations come from roll, pitch and yaw by portable sines and cosines. An angle within 1e-10 of a multiple
+//! of pi/2 is one that was rounded when it was written, and is taken as that multiple exactly.
+//!
+//! The spheres of a link come from the file of spheres (YAML, `collision_spheres: {link: [{center: [x, y, z],
+//! radius: r}]}`, centres in the link's frame); else from the SRDF; else from the spheres, and if wanted the
+//! boxes and cylinders, of its collision geometry. Links that have other collision geometry and no spheres
+//! from the first two are listed in `uncovered_links`, and there is one warning. Visuals, inertias, materials
+//! and transmissions are not looked at.
+//!
+//! Throws `FileError` for a file that cannot be read, whatever is wrong in one, and a name in the options
+//! that they do not know, with the names they do know. Floating and planar joints are refused.
+KAVO_EXPORT LoadedRobot LoadRobot(const std::string& urdf_file, const RobotFileOptions& options = {});
+
+//! The same from the texts of files.
+KAVO_EXPORT LoadedRobot ParseRobot(const FileText& urdf, const std::optional<FileText>& srdf,
+                                   const std::optional<FileText>& spheres,
+                                   const RobotFileOptions& options = {});
+
+}  // namespace kavo::formats

@@ -1,0 +1,113 @@
+#include "kavo/formats/scene.h"
+
+#include <algorithm>
+#include <cmath>
+#include <string_view>
+#include <utility>
+
+#include "kavo/formats/scene_internal.h"
+#include "kavo/formats/text_internal.h"
+#include "kavo/util/log_message.h"
+
+namespace kavo::formats {
+
+namespace {
+
+// No YAML document has an unindented line that starts like this: a star would have to be followed by the name
+// of an anchor.
+bool IsSceneText(std::string_view text) {
+  text.remove_prefix(std::min(text.find('\n'), text.size()));
+  const std::size_t begin = text.find_first_not_of(" \t\r\n");
+  if (begin == std::string_view::npos || text[begin - 1] != '\n') {
+    return false;
+  }
+  text.remove_prefix(begin);
+  const std::string_view token = text.substr(0, text.find_first_of(" \t\r\n"));
+  return token == "*" || token == ".";
+}
+
+}  // namespace
+
+Scene ReadScene(const std::string& file) {
+  const std::string text = ReadTextFile(file);
+  return IsSceneText(text) ? ParseSceneText(text, file) : ParseSceneYaml(text, file);
+}
+
+std::vector<ObstacleHandle> AddToWorld(const Scene& scene, World& world) {
+  const Pose3 base_from_world = scene.base_pose.inverse();
+  std::vector<ObstacleHandle> handles;
+  for (const Scene::Object& object : scene.objects) {
+    for (const Scene::Part& part : object.parts) {
+      handles.push_back(world.add(part.shape, base_from_world * part.pose, object.id));
+    }
+  }
+  return handles;
+}
+
+void SceneBuilder::add(Scene::Object object) {
+  const auto [found, is_new] = index_of_id_.emplace(object.id, scene_.objects.size());
+  if (is_new) {
+    scene_.objects.push_back(std::move(object));
+  } else {
+    scene_.objects[found->second] = std::move(object);
+  }
+}
+
+Scene SceneBuilder::finish(const std::string& file) {
+  const bool has_obstacle = std::any_of(scene_.objects.begin(), scene_.objects.end(),
+                                        [](const Scene::Object& object) { return !object.parts.empty(); });
+  if (!has_obstacle) {
+    KAVO_LOG(LogLevel::kWarning) << file << ": The scene has no obstacle.";
+  }
+  return std::move(scene_);
+}
+
+std::optional<std::size_t> NumSizes(const std::string& name) {
+  if (name == "box") {
+    return 3;
+  }
+  if (name == "sphere") {
+    return 1;
+  }
+  if (name == "cylinder") {
+    return 2;
+  }
+  return std::nullopt;
+}
+
+ObstacleShape MakeShape(const std::string& name, const std::array<double, 3>& sizes) {
+  if (name == "box") {
+    return BoxObstacle{{sizes[0], sizes[1], sizes[2]}};
+  }
+  if (name == "sphere") {
+    return SphereObstacle{sizes[0]};
+  }
+  return CylinderObstacle{sizes[0], sizes[1]};
+}
+
+std::optional<Pose3> PlanePose(const std::array<double, 4>& coefficients) {
+  const double scale =
+      std::max({std::fabs(coefficients[0]), std::fabs(coefficients[1]), std::fabs(coefficients[2])});
+  if (scale == 0.0) {
+    return std::nullopt;
+  }
+  // Scaled first: squares of very large or small numbers are lost.
+  const Eigen::Vector3d scaled(coefficients[0] / scale, coefficients[1] / scale, coefficients[2] / scale);
+  const double length =
+      std::sqrt(scaled.x() * scaled.x() + scaled.y() * scaled.y() + scaled.z() * scaled.z());
+  const Eigen::Vector3d normal(scaled.x() / length, scaled.y() / length, scaled.z() / length);
+  const double offset = -(coefficients[3] / scale / length);
+  // The shortest turn of the z axis to a vector in the upper half, which is never close to the opposite of z.
+  const double sign = normal.z() < 0.0 ? -1.0 : 1.0;
+  const Pose3 upward = Pose3::FromRotation(
+      Eigen::Quaterniond(1.0 + sign * normal.z(), -sign * normal.y(), sign * normal.x(), 0.0));
+  const Pose3 half_turn = Pose3::FromRotation(Eigen::Quaterniond(0.0, 1.0, 0.0, 0.0));
+  return Pose3((sign < 0.0 ? upward * half_turn : upward).rotation(),
+               {offset * normal.x(), offset * normal.y(), offset * normal.z()});
+}
+
+bool CanBePlaced(const Pose3& pose, const Pose3& base_pose) {
+  return pose.isFinite() && (base_pose.inverse() * pose).isFinite();
+}
+
+}  // namespace kavo::formats

@@ -1,0 +1,66 @@
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "kavo/math/pose3.h"
+#include "kavo/util/export.h"
+#include "kavo/world/obstacle.h"
+#include "kavo/world/world.h"
+#include "kavo/world/world_view.h"
+
+namespace kavo::formats {
+
+//! The obstacles around a robot, as a scene file gives them. Metres and radians.
+struct Scene {
+  //! One solid of an object.
+  struct Part {
+    ObstacleShape shape;
+    //! In the world: the pose of the object and that of the solid in it are already composed.
+    Pose3 pose;
+  };
+
+  //! What the file has under one id; may be empty.
+  struct Object {
+    std::string id;
+    std::vector<Part> parts;
+  };
+
+  std::string name;
+  //! In the order of the file. Ids differ: an object whose id came before takes the place of the former one.
+  std::vector<Object> objects;
+  //! Joint values by name, as far as the file gives any.
+  std::map<std::string, double> joint_state;
+  //! Pose of the robot base in the world.
+  Pose3 base_pose;
+};
+
+//! Reads a planning scene: the YAML form, or the text form that is exported to `.scene` files. The two are
+//! told apart by their content: in the text form the second line starts with a star or is a dot.
+//!
+//! Shapes are boxes, spheres, cylinders and planes. A plane a x + b y + c z + d = 0 stands for a solid
+//! half-space, the side on which a x + b y + c z + d <= 0: its normal points away from what is solid. Meshes,
+//! cones and other shapes are refused by the name of their object. Keys without a meaning for planning are
+//! ignored. There is a warning for a scene without any obstacle, for attached objects (they are not
+//! considered), and for objects in a frame that the file does not define (they are placed as if it were the
+//! world).
+//!
+//! Throws `FileError` for a file that cannot be read or does not have this form.
+KAVO_EXPORT Scene ReadScene(const std::string& file);
+
+//! The planning-scene YAML: `world: {collision_objects: [...]}`, or `collision_objects` at the root, with
+//! `robot_state` beside it. The text of a file, and the name for its errors. Poses are {position,
+//! orientation}, with vectors as [x, y, z] or {x, y, z}, quaternions as [x, y, z, w] or {x, y, z, w}. A
+//! cylinder is [height, radius].
+KAVO_EXPORT Scene ParseSceneYaml(const std::string& text, const std::string& file);
+
+//! The exported text, in its old form (the poses of the shapes are in the world) and its new form (an object
+//! has a pose, shapes are relative to it, and subframes follow). A cylinder is radius, then length.
+KAVO_EXPORT Scene ParseSceneText(const std::string& text, const std::string& file);
+
+//! Adds all parts of all objects to the world, named by the id of their object, relative to the robot base.
+//! \return The new obstacles, in the order of objects and parts.
+KAVO_EXPORT std::vector<ObstacleHandle> AddToWorld(const Scene& scene, World& world);
+
+}  // namespace kavo::formats

@@ -1,0 +1,210 @@
+#include <array>
+#include <cstddef>
+#include <map>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "kavo/formats/robot_state_internal.h"
+#include "kavo/formats/scene.h"
+#include "kavo/formats/scene_internal.h"
+#include "kavo/formats/text_internal.h"
+#include "kavo/formats/yaml_value_internal.h"
+#include "kavo/util/log_message.h"
+
+namespace kavo::formats {
+
+namespace {
+
+// ROS names may have a leading slash.
+std::string FrameName(std::string name) {
+  if (!name.empty() && name.front() == '/') {
+    name.erase(0, 1);
+  }
+  return name;
+}
+
+class SceneYamlReader {
+ public:
+  explicit SceneYamlReader(const std::string& file) : file_(file) {}
+
+  Scene read(const std::string& text) {
+    const YamlValue root(text, file_);
+    Scene scene;
+    if (const std::optional<YamlValue> name = root.find("name")) {
+      scene.name = name->text();
+    }
+    if (const std::optional<YamlValue> state = root.find("robot_state")) {
+      scene.joint_state = ReadJointState(*state);
+      scene.base_pose = ReadBasePose(*state).value_or(Pose3());
+      if (!state->elements("attached_collision_objects").empty()) {
+        KAVO_LOG(LogLevel::kWarning) << file_ << ": Objects attached to the robot are not considered.";
+      }
+    }
+    base_pose_ = scene.base_pose;
+    for (const YamlValue& fixed : root.elements("fixed_frame_transforms")) {
+      frames_[FrameName(fixed.get("child_frame_id").text())] =
+          fixed.get("transform").pose("translation", "rotation");
+    }
+    // Without an entry of its own the world is where it is.
+    frames_.emplace("world", Pose3());
+
+    SceneBuilder builder(std::move(scene));
+    const YamlValue world = root.find("world").value_or(root);
+    for (const YamlValue& object : world.elements("collision_objects")) {
+      builder.add(readObject(object));
+    }
+    return builder.finish(file_);
+  }
+
+ private:
+  Scene::Object readObject(const YamlValue& value) {
+    Scene::Object object;
+    object.id = value.get("id").text();
+    checkOperation(value, object.id);
+    if (const std::vector<YamlValue> meshes = value.elements("meshes"); !meshes.empty()) {
+      meshes.front().fail("a mesh in object " + Quoted(object.id), kExpectedShapes);
+    }
+    Pose3 object_pose = framePose(value);
+    if (const std::optional<YamlValue> pose = value.find("pose")) {
+      object_pose = object_pose * pose->pose("position", "orientation");
+    }
+
+    const std::vector<YamlValue> primitives = value.elements("primitives");
+    const std::vector<Pose3> poses = readPoses(value, "primitive", primitives.size());
+    for (std::size_t i = 0; i < primitives.size(); ++i) {
+      object.parts.push_back({readPrimitive(primitives[i], object.id), object_pose * poses[i]});
+      checkPlace(primitives[i], object.parts.back().pose);
+    }
+
+    const std::vector<YamlValue> planes = value.elements("planes");
+    const std::vector<Pose3> plane_poses = readPoses(value, "plane", planes.size());
+    for (std::size_t i = 0; i < planes.size(); ++i) {
+      object.parts.push_back({HalfSpaceObstacle{}, object_pose * plane_poses[i] * readPlane(planes[i])});
+      checkPlace(planes[i], object.parts.back().pose);
+    }
+    return object;
+  }
+
+  static void checkOperation(const YamlValue& object, const std::string& id) {
+    const std::optional<YamlValue> operation = object.find("operation");
+    if (!operation) {
+      return;
+    }
+    const std::string text = operation->text();
+    if (text != "0" && text != "add") {
+      operation->fail("operation " + Quoted(text) + " of object " + Quoted(id), "\"add\" or 0");
+    }
+  }
+
+  // The frame in which an object is given.
+  Pose3 framePose(const YamlValue& object) {
+    const std::optional<YamlValue> header = object.find("header");
+    const std::optional<YamlValue> frame = header ? header->find("frame_id") : std::nullopt;
+    const std::string name = frame ? FrameName(frame->text()) : "";
+    if (name.empty()) {
+      return {};
+    }
+    const auto found = frames_.find(name);
+    if (found != frames_.end()) {
+      return found->second;
+    }
+    if (!warned_of_frame_) {
+      warned_of_frame_ = true;
+      KAVO_LOG(LogLevel::kWarning) << file_ << ": Frame " << Quoted(name)
+                                   << " is not defined in the file; what is given in it is placed as if it "
+                                      "were the world.";
+    }
+    return {};
+  }
+
+  // The poses of the `num` solids of one kind: the identity if there are none at all.
+  static std::vector<Pose3> readPoses(const YamlValue& object, const std::string& kind, std::size_t num) {
+    const std::string key = kind + "_poses";
+    const std::vector<YamlValue> values = object.elements(key.c_str());
+    if (values.empty()) {
+      return std::vector<Pose3>(num);
+    }
+    if (values.size() != num) {
+      values.front().fail(std::to_string(values.size()) + " `" + key + "`",
+                          std::to_string(num) + ", one for each " + kind);
+    }
+    std::vector<Pose3> poses;
+    poses.reserve(num);
+    for (const YamlValue& value : values) {
+      poses.push_back(value.pose("position", "orientation"));
+    }
+    return poses;
+  }
+
+  static ObstacleShape readPrimitive(const YamlValue& primitive, const std::string& id) {
+    // By name, or by the number of the message.
+    static const std::map<std::string, std::string> kNameOfType = {
+        {"1", "box"}, {"2", "sphere"}, {"3", "cylinder"}, {"4", "cone"}};
+    const YamlValue type = primitive.get("type");
+    const auto numbered = kNameOfType.find(type.text());
+    const std::string name = numbered == kNameOfType.end() ? type.text() : numbered->second;
+    if (name == "cone") {
+      type.fail("a cone in object " + Quoted(id), kExpectedShapes);
+    }
+    const std::optional<std::size_t> num_sizes = NumSizes(name);
+    if (!num_sizes) {
+      type.fail("shape " + Quoted(name) + " in object " + Quoted(id), kExpectedShapes);
+    }
+    const YamlValue dimensions = primitive.get("dimensions");
+    std::vector<YamlValue> elements = dimensions.elements();
+    if (elements.size() != *num_sizes) {
+      dimensions.fail(name == "box"      ? "the dimensions [x, y, z] of a box"
+                      : name == "sphere" ? "the dimensions [radius] of a sphere"
+                                         : "the dimensions [height, radius] of a cylinder");
+    }
+    std::array<double, 3> sizes{};
+    for (std::size_t i = 0; i < *num_sizes; ++i) {
+      sizes[i] = elements[i].number();
+      if (sizes[i] <= 0.0) {
+        elements[i].fail("a positive size");
+      }
+    }
+    if (name == "cylinder") {
+      std::swap(sizes[0], sizes[1]);
+    }
+    return MakeShape(name, sizes);
+  }
+
+  static Pose3 readPlane(const YamlValue& plane) {
+    const YamlValue coefficients = plane.get("coef");
+    const std::vector<YamlValue> elements = coefficients.elements();
+    if (elements.size() != 4) {
+      coefficients.fail("the coefficients [a, b, c, d] of a plane");
+    }
+    std::array<double, 4> values{};
+    for (std::size_t i = 0; i < 4; ++i) {
+      values[i] = elements[i].number();
+    }
+    const std::optional<Pose3> pose = PlanePose(values);
+    if (!pose) {
+      coefficients.fail("a plane with normal zero", "a normal with a direction");
+    }
+    return *pose;
+  }
+
+  void checkPlace(const YamlValue& solid, const Pose3& pose) const {
+    if (!CanBePlaced(pose, base_pose_)) {
+      solid.fail("a pose that is out of range", kExpectedPlace);
+    }
+  }
+
+  std::string file_;
+  Pose3 base_pose_;
+  std::map<std::string, Pose3> frames_;
+  bool warned_of_frame_ = false;
+};
+
+}  // namespace
+
+Scene ParseSceneYaml(const std::string& text, const std::string& file) {
+  return SceneYamlReader(file).read(text);
+}
+
+}  // namespace kavo::formats

@@ -1,0 +1,91 @@
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <cstddef>
+#include <fstream>
+
+#include "kavo/formats/file_error.h"
+#include "kavo/formats/text_internal.h"
+
+namespace kavo::formats {
+
+std::string ReadTextFile(const std::string& file) {
+  std::ifstream stream(file, std::ios::binary);
+  std::string text;
+  std::array<char, 1 << 16> block;
+  // A directory can be opened, but not read.
+  while (stream.read(block.data(), block.size()) || stream.gcount() > 0) {
+    text.append(block.data(), static_cast<std::size_t>(stream.gcount()));
+  }
+  if (!stream.eof() || stream.bad()) {
+    throw FileError(file, 0, "cannot be read");
+  }
+  constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+  if (text.compare(0, kByteOrderMark.size(), kByteOrderMark) == 0) {
+    text.erase(0, kByteOrderMark.size());
+  }
+  return text;
+}
+
+void WriteTextFile(const std::string& file, const std::string& text) {
+  std::ofstream stream(file, std::ios::binary);
+  stream << text;
+  stream.close();
+  if (!stream) {
+    throw FileError(file, 0, "cannot be written");
+  }
+}
+
+std::optional<double> ParseNumber(std::string_view text) {
+  if (text.size() > 1 && text[0] == '+' && text[1] != '-') {
+    text.remove_prefix(1);
+  }
+  double number = 0.0;
+  const char* const end = text.data() + text.size();
+  const auto [stop, fault] = std::from_chars(text.data(), end, number);
+  if (fault != std::errc() || stop != end || !std::isfinite(number)) {
+    return std::nullopt;
+  }
+  return number;
+}
+
+std::string_view Trimmed(std::string_view text) {
+  constexpr std::string_view kBlank = " \t\r";
+  const std::size_t begin = text.find_first_not_of(kBlank);
+  if (begin == std::string_view::npos) {
+    return {};
+  }
+  return text.substr(begin, text.find_last_not_of(kBlank) - begin + 1);
+}
+
+std::string NumberText(double number) {
+  std::array<char, 32> text;
+  const auto [end, fault] = std::to_chars(text.data(), text.data() + text.size(), number);
+  return std::string(text.data(), end);
+}
+
+std::string Quoted(std::string_view text) {
+  constexpr std::size_t kMaxLength = 60;
+  std::string quoted = "\"";
+  for (const char c : text.substr(0, kMaxLength)) {
+    // Bytes of characters beyond ASCII stay.
+    const auto byte = static_cast<unsigned char>(c);
+    quoted += byte < 0x20 || byte == 0x7F ? '?' : c;
+  }
+  quoted += text.size() > kMaxLength ? "...\"" : "\"";
+  return quoted;
+}
+
+std::optional<std::string> QuaternionFault(const Eigen::Quaterniond& quaternion) {
+  const double x = quaternion.x();
+  const double y = quaternion.y();
+  const double z = quaternion.z();
+  const double w = quaternion.w();
+  const double length = std::sqrt(x * x + y * y + z * z + w * w);
+  if (std::fabs(length - 1.0) <= 1e-3) {
+    return std::nullopt;
+  }
+  return "a quaternion of length " + NumberText(length);
+}
+
+}  // namespace kavo::formats

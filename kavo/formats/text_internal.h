@@ -1,0 +1,33 @@
+#pragma once
+
+#include <Eigen/Geometry>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace kavo::formats {
+
+//! The bytes of a file, without a byte-order mark. Throws `FileError` if it cannot be read; a directory
+//! cannot.
+std::string ReadTextFile(const std::string& file);
+
+//! Replaces a file. Throws `FileError` if it cannot be written to the end.
+void WriteTextFile(const std::string& file, const std::string& text);
+
+//! The finite number that the whole text stands for, in the same way under every locale.
+std::optional<double> ParseNumber(std::string_view text);
+
+//! The text without spaces, tabs and carriage returns at its ends.
+std::string_view Trimmed(std::string_view text);
+
+//! The shortest text that reads as the same bits.
+std::string NumberText(double number);
+
+//! The text in quotes for a message: what cannot be printed becomes "?", and what is long is cut.
+std::string Quoted(std::string_view text);
+
+//! What is wrong with a quaternion as a rotation, for a message: its length, when that is off one by more
+//! than 1e-3.
+std::optional<std::string> QuaternionFault(const Eigen::Quaterniond& quaternion);
+
+}  // namespace kavo::formats

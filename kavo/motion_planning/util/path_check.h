@@ -1,0 +1,82 @@
+#pragma once
+
+#include <Eigen/Core>
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "kavo/kinematics/interface/robot_description.h"
+#include "kavo/motion_planning/environment/configuration_fault.h"
+#include "kavo/util/export.h"
+#include "kavo/world/world_view.h"
+
+namespace kavo::planning {
+
+//! Where on a path.
+struct PathPlace {
+  //! The segment from waypoint `segment` to the next one, and how far along it, in [0, 1].
+  std::size_t segment = 0;
+  double fraction = 0.0;
+  Eigen::VectorXd configuration;
+};
+
+//! What `CheckPath` found.
+struct PathCheck {
+  //! A configuration that is not valid, and why.
+  struct Bad {
+    PathPlace place;
+    ConfigurationFault fault;
+  };
+  //! The gap between a collision sphere of the robot and an obstacle, negative where they overlap. Metres.
+  struct Clearance {
+    double distance;
+    std::string frame;
+    ObstacleHandle obstacle;
+    PathPlace place;
+  };
+  //! The gap between two spheres of frames that must not touch each other, negative where they overlap.
+  //! Metres.
+  struct SelfClearance {
+    double distance;
+    std::string frames[2];
+    PathPlace place;
+  };
+  //! The distance of a coordinate to the nearer of its limits, negative beyond it.
+  struct LimitMargin {
+    double distance;
+    std::size_t coordinate;
+    PathPlace place;
+  };
+
+  //! Configurations that were looked at, and those that are not valid.
+  std::size_t num_configurations = 0;
+  std::size_t num_bad = 0;
+  //! The one that comes first along the path; empty if the path is valid.
+  std::optional<Bad> first_bad;
+  //! The smallest of each along the whole path, the first among equals; empty where there is nothing to
+  //! measure: no obstacle or no sphere, no pair of frames, no coordinate.
+  std::optional<Clearance> clearance;
+  std::optional<SelfClearance> self_clearance;
+  std::optional<LimitMargin> limit_margin;
+
+  bool IsValid() const { return !first_bad; }
+};
+
+//! Looks at a path anew, without anything that planned it: joint by joint against the limits, sphere by
+//! sphere against the nearest obstacle and, for a robot with collision pairs, against its own spheres. Slow
+//! and plain.
+//!
+//! Every segment is divided evenly into parts no longer than `step_size` (Euclidean, in c-space); all
+//! waypoints are looked at. Between two such points an obstacle's edge may still be grazed: the finer the
+//! step, the less deep. Touching counts as collision, as everywhere.
+//! \param robot As this library's builder or loaders made it; fatal otherwise.
+//! \param world_view The obstacles, in the frame of the robot's base.
+//! \param path At least one configuration of the robot's number of coordinates; otherwise a fatal error. One
+//!     that is not finite is not valid.
+//! \param step_size Positive; otherwise, and for a segment of more parts than an int can count, a fatal
+//!     error.
+KAVO_EXPORT PathCheck CheckPath(const RobotDescription& robot, const WorldView& world_view,
+                                const std::vector<Eigen::VectorXd>& path, double step_size);
+
+}  // namespace kavo::planning

@@ -1,0 +1,183 @@
+#include "kavo/formats/result_file.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <random>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "tests/formats/files.h"
+#include "tests/support/fatal.h"
+#include "tests/support/log_capture.h"
+#include "tests/support/vectors.h"
+
+namespace kavo::formats {
+namespace {
+
+using ::kavo::testing::FileErrorOf;
+using ::kavo::testing::TemporaryDirectory;
+using ::kavo::testing::Vec;
+using ::testing::ElementsAre;
+
+PlanRecord SmallRecord() {
+  PlanRecord record;
+  record.robot = "arm \"x\"";
+  record.joint_names = {"a", "b"};
+  record.start = Vec({0.1, -0.0});
+  record.target = Vec({1, 1e-300});
+  record.settings = {{"z", 0.5}, {"a", std::int64_t{7}}, {"on", true}, {"frame", "tool"}};
+  record.settings.emplace_back("weights", std::vector<double>{1, 2});
+  record.settings.emplace_back("limits", std::vector<std::array<double, 2>>{{-1, 1}, {0, 2}});
+  record.seed = 3;
+  record.found = true;
+  record.status = "found";
+  record.path = {record.start, Vec({1, 1e-300})};
+  record.interpolated_path = {record.start, Vec({0.1 + 0.2, 0.5}), Vec({1, 1e-300})};
+  record.statistics.status = planning::SearchStatus::kFound;
+  record.statistics.num_iterations = 18446744073709551615u;
+  record.statistics.num_nodes = {4, 5};
+  record.check.emplace();
+  record.check->passed = true;
+  record.check->step = 0.01;
+  return record;
+}
+
+TEST(ResultFile, JsonIsLaidOutForReaders) {
+  PlanRecord record = SmallRecord();
+  EXPECT_EQ(ToJson(record), R"({
+  "robot": "arm \"x\"",
+  "joint_names": ["a","b"],
+  "start": [0.1,-0.0],
+  "target": [1.0,1e-300],
+  "settings": {
+    "z": 0.5,
+    "a": 7,
+    "on": true,
+    "frame": "tool",
+    "weights": [1.0,2.0],
+    "limits": [
+      [-1.0,1.0],
+      [0.0,2.0]
+    ]
+  },
+  "seed": 3,
+  "found": true,
+  "status": "found",
+  "path": [
+    [0.1,-0.0],
+    [1.0,1e-300]
+  ],
+  "interpolated_path": [
+    [0.1,-0.0],
+    [0.30000000000000004,0.5],
+    [1.0,1e-300]
+  ],
+  "statistics": {
+    "search": "found",
+    "num_iterations": 18446744073709551615,
+    "num_nodes": [4,5],
+    "num_validity_checks": 0,
+    "num_samples_drawn": 0,
+    "num_samples_rejected": 0,
+    "num_raw_waypoints": 0,
+    "raw_length": 0.0,
+    "search_seconds": 0.0,
+    "shortening_seconds": 0.0
+  },
+  "check": {
+    "passed": true,
+    "step": 0.01,
+    "num_configurations": 0,
+    "fault": "",
+    "clearance": null
+  }
+}
+)");
+  record.target = PlanRecord::PositionTarget{"tool", {1, 2, std::numeric_limits<double>::infinity()}};
+  record.path.clear();
+  record.check.reset();
+  const std::string text = ToJson(record);
+  EXPECT_THAT(text, ::testing::HasSubstr(
+                        "\"target\": {\n    \"frame\": \"tool\",\n    \"position\": [1.0,2.0,null]\n  }"));
+  EXPECT_THAT(text, ::testing::HasSubstr("\"path\": [],"));
+  EXPECT_THAT(text, ::testing::HasSubstr("\"check\": null\n}"));
+}
+
+// Bit for bit, by way of the disk.
+TEST(ResultFile, PathsComeBackAsTheyWere) {
+  const TemporaryDirectory directory;
+  std::mt19937 engine(3);
+  PlanRecord record = SmallRecord();
+  record.joint_names = {"plain", "with, comma", "with \"quotes\"", "1.5", "two\nlines", " padded", ""};
+  record.path = {Vec({0.0, -0.0, 5e-324, 1.7976931348623157e308, 0.1, 1.0 / 3.0, -2.2250738585072011e-308})};
+  for (int i = 0; i < 200; ++i) {
+    record.path.push_back(testing::RandomVec(engine, 7, -4, 4));
+  }
+  const std::string json = directory.path() + "/path.json";
+  const std::string csv = directory.path() + "/path.csv";
+  WriteJson(record, json);
+  WriteCsv(record.joint_names, record.path, csv);
+  for (const std::string& file : {json, csv}) {
+    const PathFile path = ReadPath(file);
+    EXPECT_EQ(path.joint_names, record.joint_names) << file;
+    ASSERT_EQ(path.configurations.size(), record.path.size());
+    for (std::size_t i = 0; i < record.path.size(); ++i) {
+      EXPECT_EQ(path.configurations[i], record.path[i]) << file;
+      EXPECT_EQ(std::signbit(path.configurations[i][1]), std::signbit(record.path[i][1]));
+    }
+  }
+  EXPECT_EQ(ToCsv({"a", "b,"}, {Vec({1, -0.25}), Vec({1e22, 0.1})}), "a,\"b,\"\n1,-0.25\n1e+22,0.1\n");
+}
+
+TEST(ResultFile, CsvMayComeFromElsewhere) {
+  const PathFile path = ParsePath("\r\n 1, 2\t,+3e0\r\n\r\n4,5,6", "p");
+  EXPECT_TRUE(path.joint_names.empty());
+  EXPECT_THAT(path.configurations, ElementsAre(Vec({1, 2, 3}), Vec({4, 5, 6})));
+}
+
+TEST(ResultFile, FaultsAreNamed) {
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {"", "p: found no configuration, expected at least one"},
+      {"a,b\n\n", "p: found no configuration, expected at least one"},
+      {"a,b\n1,2\n\n3\n", "p:4: found 1 values, expected 2 as in the first line"},
+      {"1,2\n3,", "p:2: found \"\", expected a finite number"},
+      {"1,inf", "p:1: found \"inf\", expected a finite number"},
+      {"\"a\nb\",c\n1,x", "p:3: found \"x\", expected a finite number"},
+      {"1\n2,\"3", "p:2: found a quote that does not end, expected another quote"},
+      {"\"a\"b", "p:1: found \"b\" after a quote, expected a comma"},
+      {"{}", "p: found no configuration under `path`, expected at least one"},
+      {"{\"path\": []}", "p: found no configuration under `path`, expected at least one"},
+      {"{\"path\": [[1, 2], 3]}",
+       "p: found number of size 1 as configuration 1 of `path`, expected an array of numbers, as long as the "
+       "others"},
+      {"{\"path\": [[1, 2], [3]]}",
+       "p: found array of size 1 as configuration 1 of `path`, expected an array of numbers, as long as the "
+       "others"},
+      {"{\"path\": [[1, null]]}", "p: found null in configuration 0 of `path`, expected a number"},
+      {"{\"path\": [[1, 2]], \"joint_names\": [\"a\"]}",
+       "p: found array of size 1 as `joint_names`, expected one name for each coordinate"},
+      {"{\"path\": [[1]], \"joint_names\": [1]}", "p: found number in `joint_names`, expected a string"},
+  };
+  for (const auto& [text, message] : cases) {
+    EXPECT_EQ(FileErrorOf([&text = text] { ParsePath(text, "p"); }), message) << text;
+  }
+  EXPECT_THAT(FileErrorOf([] { ParsePath("{\n\"path\": [[1,\n}", "p"); }),
+              ::testing::StartsWith("p:3: found what is no JSON: "));
+  const TemporaryDirectory directory;
+  EXPECT_EQ(FileErrorOf([&] { WriteCsv({}, {}, directory.path()); }),
+            directory.path() + ": cannot be written");
+  EXPECT_EQ(FileErrorOf([] { WriteJson(SmallRecord(), "/dev/full"); }), "/dev/full: cannot be written");
+  testing::ExpectFatal(
+      [] {
+        ToCsv({"a"}, {Vec({1, 2})});
+      },
+      "static_cast<std::size_t>(q.size()) == joint_names.size()", "formats/result_file", 140,
+      "A configuration must have one value for each joint name: expected 1, got 2.");
+}
+
+}  // namespace
+}  // namespace kavo::formats

@@ -1,0 +1,677 @@
+#include "kavo/formats/robot_file.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <Eigen/Geometry>
+#include <cmath>
+#include <cstddef>
+#include <iomanip>
+#include <locale>
+#include <random>
+#include <sstream>
+#include <utility>
+
+#include "kavo/formats/file_error.h"
+#include "kavo/kinematics/interface/kinematics_internal.h"
+#include "kavo/kinematics/interface/robot_description_internal.h"
+#include "tests/support/log_capture.h"
+#include "tests/support/vectors.h"
+
+namespace kavo::formats {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using testing::LogCapture;
+using ::testing::Pair;
+using testing::RandomVec;
+using testing::Vec;
+
+constexpr double kPi = 3.141592653589793;
+
+const RobotDescriptionInternal& Internal(const LoadedRobot& robot) {
+  return dynamic_cast<const RobotDescriptionInternal&>(*robot.description);
+}
+
+Eigen::Isometry3d Place(const RobotDescription& robot, const Eigen::VectorXd& q, const std::string& frame) {
+  const std::unique_ptr<Kinematics> kinematics = robot.kinematics();
+  const Pose3 pose = kinematics->pose(q, kinematics->frame(frame));
+  return Eigen::Translation3d(pose.translation()) * pose.rotation();
+}
+
+void ExpectSame(const Eigen::Isometry3d& actual, const Eigen::Isometry3d& expected,
+                double tolerance = 1e-12) {
+  EXPECT_LT((actual.matrix() - expected.matrix()).cwiseAbs().maxCoeff(), tolerance)
+      << actual.matrix() << "\n\n"
+      << expected.matrix();
+}
+
+std::string JointText(const std::string& name, const std::string& type, const std::string& parent,
+                      const std::string& child, const std::string& inside = "") {
+  return "<joint name='" + name + "' type='" + type + "'><parent link='" + parent + "'/><child link='" +
+         child + "'/>" + inside + "</joint>\n";
+}
+
+constexpr char kLimit[] = "<limit lower='-1' upper='2' effort='1' velocity='1'/>";
+constexpr char kSphere[] = "<collision><geometry><sphere radius='0.1'/></geometry></collision>";
+
+std::string Links(const std::string& names, const std::string& inside = "") {
+  std::istringstream words(names);
+  std::string text;
+  for (std::string name; words >> name;) {
+    text += "<link name='" + name + "'>" + inside + "</link>\n";
+  }
+  return text;
+}
+
+LoadedRobot Parse(const std::string& urdf, const RobotFileOptions& options = {},
+                  const std::optional<std::string>& srdf = {},
+                  const std::optional<std::string>& spheres = {}) {
+  const auto file = [](const char* name, const std::optional<std::string>& text) {
+    return text ? std::optional(FileText{name, *text}) : std::nullopt;
+  };
+  return ParseRobot(
+      {"arm.urdf", "<robot name='arm'>\n" + urdf + "</robot>\n"},
+      file("arm.srdf", srdf ? std::optional("<robot name='arm'>\n" + *srdf + "</robot>\n") : srdf),
+      file("arm.yaml", spheres), options);
+}
+
+// What `Parse` says against its arguments.
+template <typename... Arguments>
+std::string Fault(const Arguments&... arguments) {
+  try {
+    Parse(arguments...);
+  } catch (const FileError& error) {
+    return error.what();
+  }
+  return "";
+}
+
+// base -turn-> a -slide-> b -twist (follows turn)-> c -push (follows twist)-> d, a -fixed-> e;
+// b -spin-> g -trail (follows spin)-> h.
+std::string Mechanism() {
+  return Links("base a b c d e g h", kSphere) +
+         JointText("turn", "revolute", "base", "a",
+                   std::string("<origin xyz='1 -2 3' rpy='0.3 -0.4 0.5'/><axis xyz='0 0 1'/>") + kLimit) +
+         JointText("slide", "prismatic", "a", "b",
+                   std::string("<origin xyz='0.5 0 0'/><axis xyz='0 3 4'/>") + kLimit) +
+         JointText("weld", "fixed", "a", "e", "<origin xyz='0 0.25 0' rpy='0 1.57079632679 0'/>") +
+         JointText("twist", "revolute", "b", "c",
+                   std::string(kLimit) + "<mimic joint='turn' multiplier='2' offset='0.1'/>") +
+         JointText("push", "prismatic", "c", "d",
+                   std::string("<axis xyz='0 0 -2'/>") + kLimit +
+                       "<mimic joint='twist' multiplier='-0.5' offset='0.25'/>") +
+         JointText("spin", "continuous", "b", "g", "<axis xyz='0 1 0'/>") +
+         JointText("trail", "continuous", "g", "h", "<mimic joint='spin' multiplier='2'/>");
+}
+
+TEST(RobotFile, FramesWorkedOutFromTheNumbers) {
+  RobotFileOptions options;
+  options.joints = {"slide", "turn"};
+  options.joint_values = {{"spin", 0.7}};
+  const LoadedRobot robot = Parse(Mechanism(), options);
+  EXPECT_EQ(robot.name, "arm");
+  EXPECT_EQ(robot.description->cSpaceCoordName(0), "slide");
+
+  const double turn = 0.6;
+  const double slide = 0.35;
+  const Eigen::VectorXd q = Vec({slide, turn});
+  const auto place = [&](const char* frame) { return Place(*robot.description, q, frame); };
+  const auto about = [](const Eigen::Vector3d& axis, double angle) { return Eigen::AngleAxisd(angle, axis); };
+  const Eigen::Vector3d x = Eigen::Vector3d::UnitX();
+  const Eigen::Vector3d y = Eigen::Vector3d::UnitY();
+  const Eigen::Vector3d z = Eigen::Vector3d::UnitZ();
+
+  // Roll, pitch and yaw about fixed axes, entry by entry.
+  const double sr = std::sin(0.3), cr = std::cos(0.3);
+  const double sp = std::sin(-0.4), cp = std::cos(-0.4);
+  const double sy = std::sin(0.5), cy = std::cos(0.5);
+  Eigen::Isometry3d origin = Eigen::Isometry3d::Identity();
+  origin.linear() << cy * cp, cy * sp * sr - sy * cr, cy * sp * cr + sy * sr,  //
+      sy * cp, sy * sp * sr + cy * cr, sy * sp * cr - cy * sr,                 //
+      -sp, cp * sr, cp * cr;
+  origin.translation() << 1.0, -2.0, 3.0;
+
+  const Eigen::Isometry3d a = origin * about(z, turn);
+  ExpectSame(place("a"), a);
+  ExpectSame(place("e"), a * Eigen::Translation3d(0.0, 0.25, 0.0) * about(y, kPi / 2));
+  const Eigen::Isometry3d b = a * Eigen::Translation3d(0.5, 0.6 * slide, 0.8 * slide);
+  ExpectSame(place("b"), b);
+  // The axis of a joint that does not name one is x.
+  const double twist = 2 * turn + 0.1;
+  ExpectSame(place("c"), b * about(x, twist));
+  ExpectSame(place("d"), b * about(x, twist) * Eigen::Translation3d(0.0, 0.0, -(-0.5 * twist + 0.25)));
+  ExpectSame(place("g"), b * about(y, 0.7));
+  ExpectSame(place("h"), b * about(y, 0.7) * about(x, 1.4));
+}
+
+TEST(RobotFile, ValuesOfJointsOutsideTheCSpace) {
+  const std::string text =
+      Links("base a b c") + JointText("move", "continuous", "base", "a") +
+      JointText("high", "prismatic", "a", "b", "<axis xyz='1 0 0'/><limit lower='0.5' upper='2'/>") +
+      JointText("low", "prismatic", "b", "c", "<axis xyz='0 1 0'/><limit lower='-2' upper='-0.25'/>");
+  RobotFileOptions options;
+  options.joints = {"move"};
+  // Zero is out of range; the nearest limit is not.
+  EXPECT_EQ(Place(*Parse(text, options).description, Vec({0.0}), "c").translation(),
+            Eigen::Vector3d(0.5, -0.25, 0.0));
+  options.joint_values = {{"high", 2.0}};
+  EXPECT_EQ(Place(*Parse(text, options).description, Vec({0.0}), "c").translation(),
+            Eigen::Vector3d(2.0, -0.25, 0.0));
+}
+
+TEST(RobotFile, LimitsOfContinuousJoints) {
+  const LoadedRobot robot = Parse(
+      Links("base a b c d") + JointText("none", "continuous", "base", "a") +
+      JointText("speed", "continuous", "a", "b", "<limit effort='1' velocity='1'/>") +
+      JointText("zero", "continuous", "b", "c", "<limit lower='0' upper='0'/>") +
+      JointText("given", "continuous", "c", "d", "<limit lower='-1' upper='0.5' effort='1' velocity='1'/>"));
+  const std::vector<kinematics::JointLimits> limits = ExtractJointLimits(robot.description.get());
+  for (std::size_t i = 0; i < 3; ++i) {
+    EXPECT_EQ(limits[i].min, -kPi);
+    EXPECT_EQ(limits[i].max, kPi);
+  }
+  EXPECT_EQ(limits[3].min, -1.0);
+  EXPECT_EQ(limits[3].max, 0.5);
+  EXPECT_EQ(robot.description->defaultCSpaceConfiguration(), Vec({0.0, 0.0, 0.0, -0.25}));
+}
+
+TEST(RobotFile, QuarterTurnsAreExact) {
+  int number = 0;
+  std::string text = Links("base tip") + JointText("move", "continuous", "base", "tip");
+  std::vector<Eigen::Matrix3d> expected;
+  for (int roll = -3; roll <= 4; ++roll) {
+    for (int pitch = -2; pitch <= 2; ++pitch) {
+      for (int yaw = -1; yaw <= 2; ++yaw) {
+        // Rounded to ten places, as files have them.
+        std::ostringstream rpy;
+        rpy << std::fixed << std::setprecision(10) << roll * kPi / 2 << ' ' << pitch * kPi / 2 << ' '
+            << yaw * kPi / 2;
+        const std::string name = "f" + std::to_string(number++);
+        text += Links(name) + JointText(name, "fixed", "tip", name, "<origin rpy='" + rpy.str() + "'/>");
+        const Eigen::Matrix3d turn = (Eigen::AngleAxisd(yaw * kPi / 2, Eigen::Vector3d::UnitZ()) *
+                                      Eigen::AngleAxisd(pitch * kPi / 2, Eigen::Vector3d::UnitY()) *
+                                      Eigen::AngleAxisd(roll * kPi / 2, Eigen::Vector3d::UnitX()))
+                                         .toRotationMatrix();
+        expected.push_back(turn.array().round());
+      }
+    }
+  }
+  const LoadedRobot robot = Parse(text);
+  const std::unique_ptr<Kinematics> kinematics = robot.description->kinematics();
+  const kinematics::Kinematics& model = dynamic_cast<const KinematicsInternal&>(*kinematics).model();
+  for (int i = 0; i < number; ++i) {
+    const auto plan = model.plan({model.frame("f" + std::to_string(i))});
+    EXPECT_EQ(plan.frames[0].offset.transform.rotation, expected[static_cast<std::size_t>(i)]) << i;
+  }
+
+  // What is not that close to a quarter turn stays what it is.
+  const LoadedRobot near = Parse(Links("base tip f") + JointText("move", "continuous", "base", "tip") +
+                                 JointText("f", "fixed", "tip", "f", "<origin rpy='1.5708 0 0'/>"));
+  EXPECT_NEAR(Place(*near.description, Vec({0.0}), "f").matrix()(1, 1), std::cos(1.5708), 1e-15);
+}
+
+// Decimal commas, as a program's global locale may have them.
+class Commas : public std::numpunct<char> {
+  char do_decimal_point() const override { return ','; }
+};
+
+TEST(RobotFile, TheBuiltInArmAsAFile) {
+  const std::locale former = std::locale::global(std::locale(std::locale(), new Commas));
+  const LoadedRobot robot = LoadRobot(KAVO_SOURCE_DIR "/tests/formats/data/franka.urdf");
+  std::locale::global(former);
+  const std::unique_ptr<RobotDescription> built_in = LoadFrankaRobotDescription();
+  const auto& expected = dynamic_cast<const RobotDescriptionInternal&>(*built_in);
+
+  EXPECT_EQ(robot.name, "franka");
+  EXPECT_THAT(robot.uncovered_links, IsEmpty());
+  ASSERT_EQ(robot.description->numCSpaceCoords(), 7u);
+  const auto limits = ExtractJointLimits(robot.description.get());
+  for (std::size_t i = 0; i < 7; ++i) {
+    EXPECT_EQ(robot.description->cSpaceCoordName(i), built_in->cSpaceCoordName(i));
+    EXPECT_EQ(limits[i].min, expected.jointLimits()[i].min);
+    EXPECT_EQ(limits[i].max, expected.jointLimits()[i].max);
+  }
+  ASSERT_EQ(Internal(robot).collisionFrameNames(), expected.collisionFrameNames());
+  for (const std::string& frame : expected.collisionFrameNames()) {
+    const std::vector<math::Sphere> actual = Internal(robot).collisionSpheres(frame);
+    const std::vector<math::Sphere> wanted = expected.collisionSpheres(frame);
+    ASSERT_EQ(actual.size(), wanted.size()) << frame;
+    for (std::size_t i = 0; i < wanted.size(); ++i) {
+      EXPECT_EQ(actual[i].center, wanted[i].center);
+      EXPECT_EQ(actual[i].radius, wanted[i].radius);
+    }
+  }
+  std::mt19937 engine(5);
+  for (int i = 0; i < 100; ++i) {
+    const Eigen::VectorXd q = RandomVec(engine, 7, -3.0, 3.0);
+    for (const std::string& frame : built_in->kinematics()->frameNames()) {
+      ExpectSame(Place(*robot.description, q, frame), Place(*built_in, q, frame));
+    }
+  }
+}
+
+// base -j1-> a -j2-> b -fixed-> hand -left-> left, hand -right (follows left)-> right; base -head-> head.
+std::string Arm() {
+  const std::string limit = kLimit;
+  return Links("base a b hand left right head", kSphere) + JointText("j1", "revolute", "base", "a", limit) +
+         JointText("neck", "revolute", "base", "head", limit) + JointText("j2", "revolute", "a", "b", limit) +
+         JointText("mount", "fixed", "b", "hand") + JointText("left", "prismatic", "hand", "left", limit) +
+         JointText("right", "prismatic", "hand", "right", limit + "<mimic joint='left'/>");
+}
+
+constexpr char kGroups[] = R"(
+<group name="arm"><chain base_link="base" tip_link="hand"/></group>
+<group name="across"><chain base_link="head" tip_link="b"/></group>
+<group name="fingers"><joint name="left"/><joint name="right"/><joint name="float"/><link name="base"/></group>
+<group name="by_link"><link name="head"/><link name="hand"/><link name="b"/></group>
+<group name="all"><group name="fingers"/><group name="arm"/></group>
+<group name="rigid"><joint name="mount"/><joint name="right"/></group>
+<group name="snake"><group name="tail"/></group>
+<group name="tail"><group name="all"/><group name="snake"/></group>
+<group name="typo"><joint name="j3"/></group>
+<group name="lost"><link name="c"/></group>
+<group name="open"><group name="none"/></group>
+<virtual_joint name="float" type="floating" parent_frame="world" child_link="base"/>
+<end_effector name="gripper" parent_link="a" group="fingers" parent_group="by_link"/>
+<group_state name="home" group="arm"><joint name="j1" value="5"/><joint name="j2" value="0.5"/></group_state>
+<group_state name="default" group="arm"><joint name="j2" value="0.25"/><joint name="j1" value="-0.5"/></group_state>
+<group_state name="default" group="all"><joint name="j1" value="1"/><joint name="j2" value="1"/></group_state>
+<group_state name="wide" group="all">
+  <joint name="j1" value="1"/><joint name="j2" value="1"/><joint name="left" value="2"/>
+  <joint name="float" value="0 0 0 0 0 0 1"/>
+</group_state>
+)";
+
+TEST(RobotFile, CSpaceOfAGroup) {
+  const struct {
+    const char* group;
+    std::vector<std::string> joints;
+    const char* tip;
+  } cases[] = {
+      // Depth first, in the order of the file.
+      {"", {"j1", "j2", "left", "neck"}, "left"}, {"arm", {"j1", "j2"}, "hand"},
+      {"across", {"j1", "j2", "neck"}, "b"},      {"fingers", {"left"}, "left"},
+      {"by_link", {"j2", "neck"}, "a"},           {"all", {"j1", "j2", "left"}, "hand"},
+  };
+  for (const auto& c : cases) {
+    RobotFileOptions options;
+    options.group = c.group;
+    const LoadedRobot robot = Parse(Arm(), options, kGroups);
+    std::vector<std::string> joints;
+    for (std::size_t i = 0; i < robot.description->numCSpaceCoords(); ++i) {
+      joints.push_back(robot.description->cSpaceCoordName(i));
+    }
+    EXPECT_EQ(joints, c.joints) << c.group;
+    EXPECT_EQ(robot.tip_frame, c.tip) << c.group;
+  }
+}
+
+TEST(RobotFile, NamedConfigurations) {
+  const LogCapture log;
+  RobotFileOptions options;
+  options.group = "arm";
+  const LoadedRobot arm = Parse(Arm(), options, kGroups);
+  EXPECT_THAT(arm.named_configurations,
+              ElementsAre(Pair("default", Vec({-0.5, 0.25})), Pair("home", Vec({5.0, 0.5})),
+                          Pair("wide", Vec({1.0, 1.0}))));
+  // "home" is outside the limits.
+  EXPECT_EQ(arm.description->defaultCSpaceConfiguration(), Vec({-0.5, 0.25}));
+  EXPECT_THAT(log.warnings(), IsEmpty());
+
+  options.group = "all";
+  const LoadedRobot all = Parse(Arm(), options, kGroups);
+  EXPECT_THAT(all.named_configurations, ElementsAre(Pair("wide", Vec({1.0, 1.0, 2.0}))));
+  EXPECT_EQ(all.description->defaultCSpaceConfiguration(), Vec({0.5, 0.5, 0.5}));
+  EXPECT_THAT(log.warnings(),
+              ElementsAre("arm.srdf:18: group state \"default\" has no value for \"left\" and is "
+                          "left out."));
+}
+
+TEST(RobotFile, WhereSpheresComeFrom) {
+  const LogCapture log;
+  const std::string box = "<collision><geometry><box size='1 1 1'/></geometry></collision>";
+  const std::string urdf =
+      Links("base a b c",
+            "<collision><origin xyz='0 0 1' rpy='1 2 3'/><geometry><sphere radius='0.5'/></geometry>"
+            "</collision>" +
+                box) +
+      Links("d", "<collision><geometry><mesh filename='d.stl'/></geometry></collision>" + box) +
+      JointText("move", "continuous", "base", "a") + JointText("b", "fixed", "base", "b") +
+      JointText("c", "fixed", "base", "c") + JointText("d", "fixed", "base", "d");
+  const std::string srdf =
+      "<link_sphere_approximation link='a'><sphere center='1 2 3' radius='0.25'/></link_sphere_approximation>"
+      "<link_sphere_approximation link='b'><sphere center='4 5 6' radius='0.25'/></link_sphere_approximation>"
+      "<link_sphere_approximation link='c'><sphere center='0 0 0' radius='0'/></link_sphere_approximation>";
+  const std::string spheres = "collision_spheres:\n  b:\n    - {center: [7, 8, 9], radius: 0.125}\n";
+  RobotFileOptions options;
+  const auto text = [](const LoadedRobot& robot) {
+    std::ostringstream out;
+    for (const std::string& frame : Internal(robot).collisionFrameNames()) {
+      for (const math::Sphere& s : Internal(robot).collisionSpheres(frame)) {
+        out << frame << " " << s.center.transpose().format(Eigen::IOFormat(3, 1, " ", " ")) << " " << s.radius
+            << "; ";
+      }
+    }
+    for (const LoadedRobot::UncoveredLink& link : robot.uncovered_links) {
+      out << link.name << " " << link.kind << "; ";
+    }
+    return out.str();
+  };
+  EXPECT_EQ(text(Parse(urdf, options, srdf, spheres)),
+            "base 0 0 1 0.5; a 1 2 3 0.25; b 7 8 9 0.125; base box; d mesh; ");
+  EXPECT_THAT(log.warnings(),
+              ElementsAre("arm.urdf: collision geometry of 2 links is not covered by spheres and will not be "
+                          "checked: \"base\" (box), \"d\" (mesh)."));
+  // To this tolerance one sphere will do.
+  options.cover_tolerance = 0.5;
+  EXPECT_EQ(text(Parse(urdf, options, srdf, spheres)),
+            "base 0 0 1 0.5; base 0 0 0 0.866025; a 1 2 3 0.25; b 7 8 9 0.125; d 0 0 0 0.866025; d mesh; ");
+}
+
+TEST(RobotFile, CoversHoldEveryPointAndStayWithinTheTolerance) {
+  const struct {
+    // Edge lengths, or radius and length.
+    std::vector<double> size;
+    double tolerance;
+    std::size_t max_spheres;
+  } cases[] = {
+      {{0.1, 0.1, 0.3}, 0.12, 1},
+      {{0.1, 0.1, 0.3}, 0.1, 2},
+      {{0.1, 0.1, 0.3}, 0.02, 24},
+      {{0.3, 0.02, 0.2}, 0.01, 108},
+      {{1.0, 0.6, 0.8}, 0.05, 172},
+      // Tall cylinders without and with rings along the edges, and flat ones.
+      {{0.05, 0.05}, 0.05, 1},
+      {{0.05, 0.4}, 0.03, 4},
+      {{0.05, 0.4}, 0.02, 21},
+      {{0.05, 0.4}, 0.001, 592},
+      {{0.05, 0.1}, 0.01, 23},
+      {{0.2, 0.04}, 0.01, 243},
+      {{0.2, 0.3}, 0.05, 22},
+      {{0.2, 0.01}, 0.02, 130},
+  };
+  std::mt19937 engine(7);
+  for (const auto& c : cases) {
+    const bool is_box = c.size.size() == 3;
+    std::ostringstream solid;
+    if (is_box) {
+      solid << "<box size='" << c.size[0] << " " << c.size[1] << " " << c.size[2] << "'/>";
+    } else {
+      solid << "<cylinder radius='" << c.size[0] << "' length='" << c.size[1] << "'/>";
+    }
+    RobotFileOptions options;
+    options.cover_tolerance = c.tolerance;
+    const LoadedRobot robot =
+        Parse(Links("base", "<collision><origin xyz='1 2 3' rpy='0.1 0.2 0.3'/><geometry>" + solid.str() +
+                                "</geometry></collision>") +
+                  Links("a") + JointText("move", "continuous", "base", "a"),
+              options);
+    const Eigen::Isometry3d pose =
+        Eigen::Translation3d(1.0, 2.0, 3.0) * Eigen::AngleAxisd(0.3, Eigen::Vector3d::UnitZ()) *
+        Eigen::AngleAxisd(0.2, Eigen::Vector3d::UnitY()) * Eigen::AngleAxisd(0.1, Eigen::Vector3d::UnitX());
+    const std::vector<math::Sphere> spheres = Internal(robot).collisionSpheres("base");
+    EXPECT_LE(spheres.size(), c.max_spheres) << solid.str() << " " << c.tolerance;
+
+    // How far a point in the solid's frame is from the solid.
+    const auto distance = [&](const Eigen::Vector3d& p) {
+      if (is_box) {
+        return (p.cwiseAbs() - Eigen::Vector3d(c.size[0], c.size[1], c.size[2]) / 2).cwiseMax(0.0).norm();
+      }
+      return Eigen::Vector2d(p.head<2>().norm() - c.size[0], std::fabs(p[2]) - c.size[1] / 2)
+          .cwiseMax(0.0)
+          .norm();
+    };
+    double farthest = 0.0;
+    for (const math::Sphere& sphere : spheres) {
+      for (int i = 0; i < 200; ++i) {
+        // Along an axis of the solid too, where a sphere reaches farthest.
+        const Eigen::Vector3d direction =
+            i < 6 ? Eigen::Vector3d(Eigen::Vector3d::Unit(i / 2) * (i % 2 == 0 ? 1.0 : -1.0))
+                  : Eigen::Vector3d(RandomVec(engine, 3, -1.0, 1.0)).normalized();
+        const Eigen::Vector3d center = pose.inverse() * sphere.center;
+        farthest = std::fmax(farthest, distance(center + sphere.radius * direction));
+        // And away from the axis of a cylinder.
+        const Eigen::Vector3d away = Eigen::Vector3d(center[0], center[1], 0.0).normalized();
+        farthest = std::fmax(farthest, distance(center + sphere.radius * away));
+      }
+    }
+    EXPECT_LE(farthest, c.tolerance) << solid.str();
+
+    int uncovered = 0;
+    for (int i = 0; i < 20000; ++i) {
+      Eigen::Vector3d p = RandomVec(engine, 3, -0.5, 0.5);
+      // A third each inside, on the surface and on an edge.
+      for (int coordinate = 0; coordinate < (is_box ? i % 3 : 0); ++coordinate) {
+        const auto k = static_cast<Eigen::Index>(engine() % 3);
+        p[k] = std::copysign(0.5, p[k]);
+      }
+      if (is_box) {
+        p = p.cwiseProduct(Eigen::Vector3d(c.size[0], c.size[1], c.size[2]));
+      } else {
+        const double angle = 2.0 * kPi * p[0];
+        const double radius = c.size[0] * (i % 3 == 0 ? std::sqrt(p[1] + 0.5) : 1.0);
+        p = {radius * std::cos(angle), radius * std::sin(angle),
+             c.size[1] * (i % 3 == 1 ? std::copysign(0.5, p[2]) : p[2])};
+      }
+      bool is_covered = false;
+      for (const math::Sphere& sphere : spheres) {
+        is_covered = is_covered || (pose * p - sphere.center).norm() <= sphere.radius + 1e-12;
+      }
+      uncovered += is_covered ? 0 : 1;
+    }
+    EXPECT_EQ(uncovered, 0) << solid.str() << " " << c.tolerance;
+  }
+}
+
+TEST(RobotFile, PairsThatMustNotTouch) {
+  RobotFileOptions options;
+  options.joints = {"j1", "j2"};
+  EXPECT_THAT(Internal(Parse(Arm(), options)).collisionPairs(), IsEmpty());
+  options.self_collision = true;
+  // The fingers are held, so that they belong to b like the hand, as the head does to the base. The base and
+  // a, a and b are neighbours.
+  EXPECT_THAT(
+      Internal(Parse(Arm(), options)).collisionPairs(),
+      ElementsAre(Pair("base", "b"), Pair("base", "hand"), Pair("base", "left"), Pair("base", "right"),
+                  Pair("b", "head"), Pair("hand", "head"), Pair("left", "head"), Pair("right", "head")));
+  // With pairs in the SRDF, neighbours are as good as any other.
+  const std::string srdf =
+      "<disable_collisions link1='b' link2='base'/><disable_collisions link1='base' link2='hand'/>"
+      "<disable_collisions link1='head' link2='a'/><disable_collisions link1='a' link2='left'/>";
+  EXPECT_THAT(Internal(Parse(Arm(), options, srdf)).collisionPairs(),
+              ElementsAre(Pair("base", "a"), Pair("base", "left"), Pair("base", "right"), Pair("a", "b"),
+                          Pair("a", "hand"), Pair("a", "right"), Pair("b", "head"), Pair("hand", "head"),
+                          Pair("left", "head"), Pair("right", "head")));
+}
+
+TEST(RobotFile, FaultsOfTheUrdf) {
+  const std::string two = Links("base a");
+  const auto joint = [](const char* inside, const char* type = "revolute") {
+    return JointText("j", type, "base", "a", inside);
+  };
+  const auto collision = [](const char* inside) {
+    return Links("base", std::string("<collision>") + inside + "</collision>");
+  };
+  const std::pair<std::string, const char*> cases[] = {
+      {"<link name='base'></lin>",
+       "2: found a fault of the XML (mismatched element), expected a well-formed <robot>"},
+      {"", "1: found a robot without links, expected at least one"},
+      {"<link/>", "2: found <link> without `name`, expected that attribute"},
+      {Links("base base"),
+       "3: found a second link \"base\" (the first is on line 2), expected different names"},
+      {two + joint(kLimit) + joint(kLimit),
+       "5: found a second joint \"j\" (the first is on line 4), expected different names"},
+      {two + "<xacro:arm/>", "4: found <xacro:arm>, expected a URDF in which xacro has been expanded"},
+      {two + joint("", "floating"),
+       R"(4: found joint "j" of the type "floating", expected "revolute", "continuous", "prismatic" or "fixed")"},
+      {two + joint("", "planar"),
+       R"(4: found joint "j" of the type "planar", expected "revolute", "continuous", "prismatic" or "fixed")"},
+      {two + "<joint name='j' type='fixed'><child link='a'/></joint>",
+       "4: found joint \"j\" without <parent>, expected the link that it connects"},
+      {two + JointText("j", "fixed", "base", "c"),
+       "4: found joint \"j\" with the child \"c\", expected a link of this file"},
+      {two + joint(""), "4: found revolute joint \"j\" without limits, expected <limit lower=... upper=...>"},
+      {two + joint("<limit effort='1' velocity='1'/>", "prismatic"),
+       "4: found prismatic joint \"j\" without limits, expected <limit lower=... upper=...>"},
+      {two + joint("\n<limit lower='2' upper='1.5' effort='1' velocity='1'/>"),
+       "5: found the lower limit 2 above the upper limit 1.5 in joint \"j\", expected lower <= upper"},
+      {two + joint("<limit lower='nan' upper='1'/>"),
+       "4: found lower=\"nan\" in <limit>, expected a finite number"},
+      {two + joint("<limit lower='0' upper='1e999'/>"),
+       "4: found upper=\"1e999\" in <limit>, expected a finite number"},
+      {two + joint("<axis xyz='0 0 0'/>", "continuous"),
+       "4: found the axis 0 0 0 in joint \"j\", expected a direction"},
+      {two + joint("<origin xyz='0 0'/>", "fixed"),
+       "4: found xyz=\"0 0\" in <origin>, expected 3 finite numbers"},
+      {two + joint("<origin rpy='0 0 1,5'/>", "fixed"),
+       "4: found rpy=\"0 0 1,5\" in <origin>, expected 3 finite numbers"},
+      {two + joint("<mimic joint='k'/>", "continuous"),
+       "4: found joint \"j\" that mimics \"k\", expected a joint of this file"},
+      {two + joint("<mimic joint='j'/>", "continuous"),
+       "4: found joint \"j\" that mimics itself in the end, expected a joint that moves at the end"},
+      {Links("base a b") + JointText("j", "continuous", "base", "a", "<mimic joint='k'/>") +
+           JointText("k", "continuous", "a", "b", "<mimic joint='j'/>"),
+       "5: found joint \"j\" that mimics itself in the end, expected a joint that moves at the end"},
+      {Links("base a b") + JointText("j", "continuous", "base", "a") +
+           JointText("k", "continuous", "a", "b", "<mimic joint='j' multiplier='1' offset='inf'/>"),
+       "6: found offset=\"inf\" in <mimic>, expected a finite number"},
+      {Links("base a"),
+       R"(3: found two links that no joint carries, "base" and "a", expected one root link)"},
+      {two + joint("", "fixed") + JointText("k", "fixed", "a", "a"),
+       R"(5: found link "a" as the child of joint "j" and of joint "k", expected one joint that carries it)"},
+      {Links("base a b") + JointText("j", "fixed", "a", "b") + JointText("k", "fixed", "b", "a"),
+       "5: found joint \"j\" in a cycle or behind one, expected a tree"},
+      {two + joint("", "fixed"), "found no joint that moves, expected at least one"},
+      {collision("<geometry><sphere radius='-1'/></geometry>"),
+       "2: found a collision solid with a size that is not positive, expected positive lengths"},
+      {collision("<origin xyz='a b c'/><geometry><sphere radius='1'/></geometry>"),
+       "2: found xyz=\"a b c\" in <origin>, expected 3 finite numbers"},
+  };
+  for (const auto& [text, message] : cases) {
+    const bool has_line = message[0] >= '0' && message[0] <= '9';
+    EXPECT_EQ(Fault(text), std::string(has_line ? "arm.urdf:" : "arm.urdf: ") + message) << text;
+  }
+  // What urdfdom alone objects to is in the message, and nowhere else.
+  ::testing::internal::CaptureStderr();
+  EXPECT_THAT(
+      Fault(collision("<geometry><cylinder radius='1'/></geometry>")),
+      HasSubstr("arm.urdf: found what urdfdom refuses (Cylinder shape must have both length and radius"));
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
+  EXPECT_THROW(LoadRobot("no/such.urdf"), FileError);
+  EXPECT_THROW(ParseRobot({"arm.urdf", ""}, {}, {}), FileError);
+}
+
+TEST(RobotFile, FaultsOfTheOtherFilesAndOptions) {
+  const auto with = [](auto set) {
+    RobotFileOptions options;
+    set(options);
+    return options;
+  };
+  const auto group = [&](const char* name) { return with([&](RobotFileOptions& o) { o.group = name; }); };
+  const auto joints = [&](std::vector<std::string> names) {
+    return with([&](RobotFileOptions& o) { o.joints = std::move(names); });
+  };
+  const auto value = [&](const char* name, double v) {
+    return with([&](RobotFileOptions& o) {
+      o.joints = {"j1"};
+      o.joint_values = {{name, v}};
+    });
+  };
+  const auto tolerance = [&](double t) { return with([&](RobotFileOptions& o) { o.cover_tolerance = t; }); };
+  const std::string movable = R"(expected one of "j1", "j2", "left", "neck")";
+  const std::string link_of_robot = "expected a link of the robot";
+  const std::optional<std::string> srdf = kGroups;
+  const auto spheres = [](const char* text) { return std::string("collision_spheres:\n  ") + text; };
+
+  const struct {
+    RobotFileOptions options;
+    std::optional<std::string> srdf;
+    std::optional<std::string> spheres;
+    std::string message;
+  } cases[] = {
+      {group("legs"), {}, {}, "arm.urdf: found no group \"legs\", expected one of nothing (there are none)"},
+      {group("legs"),
+       "<group name='a'/><group name='b'/>",
+       {},
+       R"(arm.srdf: found no group "legs", expected one of "a", "b")"},
+      {group("rigid"),
+       srdf,
+       {},
+       "arm.urdf: found group \"rigid\" without a joint that moves, expected at least one"},
+      {group("snake"),
+       srdf,
+       {},
+       "arm.srdf:10: found group \"snake\" inside itself, expected groups that do not contain each other"},
+      {group("typo"),
+       srdf,
+       {},
+       R"(arm.srdf:11: found joint "j3" in group "typo", expected a joint of the robot)"},
+      {group("lost"),
+       srdf,
+       {},
+       R"(arm.srdf:12: found link "c" in group "lost", expected a link of the robot)"},
+      {group("open"),
+       "<group name='open'><group name='none'/></group>",
+       {},
+       R"(arm.srdf:2: found no group "none", expected one of "open")"},
+      {joints({"j1", "j3"}), {}, {}, "arm.urdf: found no joint \"j3\", " + movable},
+      {joints({"mount"}), {}, {}, "arm.urdf: found joint \"mount\", which is fixed, " + movable},
+      {joints({"right"}), {}, {}, "arm.urdf: found joint \"right\", which follows \"left\", " + movable},
+      {joints({"j1", "j1"}),
+       {},
+       {},
+       "arm.urdf: found joint \"j1\" twice in the list, expected different joints"},
+      {value("j3", 0.0), {}, {}, "arm.urdf: found no joint \"j3\", " + movable},
+      {value("j1", 0.0),
+       {},
+       {},
+       "arm.urdf:9: found a value for joint \"j1\", which is a coordinate of the c-space, expected a joint "
+       "outside it"},
+      {value("j2", 2.5),
+       {},
+       {},
+       "arm.urdf:11: found the value 2.5 for joint \"j2\", expected one in [-1, 2]"},
+      {{}, "<group/>", {}, "arm.srdf:2: found <group> without `name`, expected that attribute"},
+      {{},
+       "<group name='a'/>\n<group name='a'/>",
+       {},
+       "arm.srdf:3: found a second group \"a\", expected groups of different names"},
+      {{},
+       "<group_state name='s' group='a'><joint name='j1' value='x'/></group_state>",
+       {},
+       "arm.srdf:2: found value=\"x\" in <joint>, expected finite numbers"},
+      {{},
+       "<link_sphere_approximation link='a'><sphere center='0 0 0' radius='-1'/></link_sphere_approximation>",
+       {},
+       "arm.srdf:2: found radius=\"-1\", expected a radius of at least 0"},
+      {{}, {}, "spheres: 1", "arm.yaml:1: found nothing under `collision_spheres`, expected a value"},
+      {{},
+       {},
+       spheres("c:\n    - {center: [0, 0, 0], radius: 1}"),
+       "arm.yaml:3: found spheres of link \"c\", " + link_of_robot},
+      {{},
+       {},
+       spheres("a:\n    - {center: [0, 0], radius: 1}"),
+       "arm.yaml:3: found a sequence of 2 elements, expected 3 numbers"},
+      {{},
+       {},
+       spheres("a:\n    - center: [0, 0, 0]\n      radius: 0"),
+       "arm.yaml:4: found \"0\", expected a positive radius"},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(Fault(Arm(), c.options, c.srdf, c.spheres), c.message);
+  }
+
+  const std::string box = Links("base", "<collision><geometry><box size='1 1 1'/></geometry></collision>") +
+                          Links("a") + JointText("j", "continuous", "base", "a");
+  EXPECT_EQ(
+      Fault(box, tolerance(0.001)),
+      "arm.urdf:2: found a box of link \"base\" that takes more than 5000 spheres to cover it to 0.001 m, "
+      "expected a larger tolerance");
+}
+
+}  // namespace
+}  // namespace kavo::formats

@@ -1,0 +1,308 @@
+#include "kavo/formats/scene.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <random>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "tests/formats/files.h"
+#include "tests/support/log_capture.h"
+#include "tests/support/vectors.h"
+
+namespace kavo::formats {
+namespace {
+
+using ::kavo::testing::FileErrorOf;
+using ::kavo::testing::LogCapture;
+using ::kavo::testing::RandomVec;
+using ::kavo::testing::TemporaryDirectory;
+using ::testing::ElementsAre;
+using ::testing::Pair;
+
+// The obstacle nearest to a point relative to the robot base, and its signed distance.
+struct Probe {
+  Eigen::Vector3d point;
+  std::string nearest;
+  double distance;
+};
+
+void ExpectProbes(const Scene& scene, const std::vector<Probe>& probes) {
+  World world;
+  AddToWorld(scene, world);
+  const WorldView view = world.view();
+  for (const Probe& probe : probes) {
+    const auto nearest = view.nearestObstacle(probe.point);
+    ASSERT_TRUE(nearest);
+    EXPECT_EQ(world.name(nearest->obstacle), probe.nearest) << probe.point.transpose();
+    EXPECT_NEAR(nearest->distance, probe.distance, 1e-12) << probe.point.transpose();
+  }
+}
+
+// Every turn is a quarter: the places can be told without a computer.
+TEST(Scene, YamlIsPlacedInTheFrameOfTheBase) {
+  const LogCapture log;
+  const Scene scene = ParseSceneYaml(R"(
+name: shelf
+robot_model_name: {ignored: [1, 2]}
+robot_state:
+  joint_state: {name: [a, b], position: [0.5, -1e-3]}
+  multi_dof_joint_state:
+    # x of the base is y of the world.
+    transforms: [{translation: [1, 0, 0], rotation: [0, 0, 0.70710678118654757, 0.70710678118654757]}]
+fixed_frame_transforms:
+  - {child_frame_id: table, transform: {translation: {x: 0, y: 0, z: 10}, rotation: {x: 0, y: 0, z: 0, w: 1}}}
+world:
+  collision_objects:
+    - id: turned
+      header: {frame_id: /world}
+      # y of the object is z of the world, z is -y.
+      pose:
+        position: {x: 1, y: 2, z: 0}
+        orientation: {x: 0.70710678118654757, y: 0, z: 0, w: 0.70710678118654757}
+      primitives:
+        - {type: box, dimensions: [0.2, 2, 0.4]}
+        - {type: 3, dimensions: [2, 0.1]}
+      primitive_poses:
+        - {position: [0, 1, 0], orientation: [0, 0, 0, 1]}
+        - {position: [0, 5, 0]}
+    - id: ball
+      operation: 0
+      header: {frame_id: table}
+      primitives: [{type: sphere, dimensions: [0.5]}]
+    - id: floor
+      operation: add
+      planes: [{coef: [0, 0, 2, 6]}]
+      plane_poses: [{position: [0, 0, -1]}]
+)",
+                                     "scene.yaml");
+  EXPECT_EQ(scene.name, "shelf");
+  EXPECT_THAT(scene.joint_state, ElementsAre(Pair("a", 0.5), Pair("b", -1e-3)));
+  ASSERT_EQ(scene.objects.size(), 3u);
+  EXPECT_EQ(scene.objects[0].parts.size(), 2u);
+  ExpectProbes(scene, {
+                          // The box's centre is (1, 2, 1) in the world: 2 high, 0.4 long along the world's y.
+                          {{2, 0, 2.25}, "turned", 0.25},
+                          {{2.3, 0, 1}, "turned", 0.1},
+                          {{2, 0.3, 1}, "turned", 0.2},
+                          // The cylinder lies along the world's y.
+                          {{3.5, 0, 5}, "turned", 0.5},
+                          {{2, 0, 5.3}, "turned", 0.2},
+                          {{0, 1, 10}, "ball", -0.5},
+                          {{50, 0, -2}, "floor", 2},
+                          {{50, 0, -4.5}, "floor", -0.5},
+                      });
+  EXPECT_THAT(log.warnings(), ElementsAre());
+}
+
+TEST(Scene, PlanesAreSolidWhereTheirFormIsNotPositive) {
+  std::mt19937 engine(7);
+  std::vector<Eigen::VectorXd> planes = {testing::Vec({0, 0, -3, 1}), testing::Vec({0, 0, 1e-300, 0}),
+                                         testing::Vec({1e300, 0, -1e300, 1e300}), testing::Vec({0, 1, 0, -2}),
+                                         testing::Vec({1e-9, 0, -1, 0})};
+  for (int i = 0; i < 50; ++i) {
+    planes.push_back(RandomVec(engine, 4, -2, 2));
+  }
+  for (const Eigen::VectorXd& plane : planes) {
+    std::ostringstream text;
+    text.precision(17);
+    text << "(noname)\n* p\n1\nplane\n" << plane.transpose() << "\n0 0 0\n0 0 0 1\n0 0 0 0\n.\n";
+    World world;
+    AddToWorld(ParseSceneText(text.str(), "p.scene"), world);
+    const Eigen::VectorXd n = plane / plane.head(3).cwiseAbs().maxCoeff();
+    for (int i = 0; i < 5; ++i) {
+      const Eigen::Vector3d point = RandomVec(engine, 3, -2, 2);
+      const double distance = (n.head(3).dot(point) + n[3]) / n.head(3).norm();
+      EXPECT_NEAR(world.view().nearestObstacle(point)->distance, distance, 1e-12) << plane.transpose();
+    }
+  }
+}
+
+constexpr char kOldText[] =
+    "my scene\n"
+    "* a shelf\n"
+    "2\n"
+    "box\n1 2 4\n10 0 0\n0 0 0 1\n0 0 0 0\n"
+    "cylinder\n0.5 3\n20 0 0\n0 0 0 1\n1 0 0 1\n"
+    "* ball\n1\nsphere\n0.25\n0 0 0\n0 0 0 1\n0 0 0 0\n"
+    ".\n";
+
+constexpr char kNewText[] =
+    "my scene\r\n"
+    "* a shelf\r\n"
+    "10 0 0\r\n0 0 0.70710678118654757 0.70710678118654757\r\n"
+    "2\r\n"
+    "box\r\n2 1 4\r\n0 0 0\r\n0 0 0 1\r\n0 0 0 0\r\n"
+    "cylinder\r\n0.5 3\r\n0 -10 0\r\n0 0 0 1\r\n1 0 0 1\r\n"
+    "1\r\nhandle of it\r\n0 0 1\r\n0 0 0 1\r\n"
+    "* ball\r\n0 0 0\r\n0 0 0 1\r\n1\r\nsphere\r\n0.25\r\n0 0 0\r\n0 0 0 1\r\n0 0 0 0\r\n0\r\n"
+    ".";
+
+TEST(Scene, FilesOfEitherTextFormAndOfYamlAreToldApart) {
+  const LogCapture log;
+  const TemporaryDirectory directory;
+  // What is in a YAML block may look like anything, but not at the start of a line.
+  const std::string yaml =
+      "name: |\n  * a\n  .\nworld: {collision_objects: [\n"
+      "  {id: ball, primitives: [{type: sphere, dimensions: [0.25]}]},\n"
+      "  {id: a shelf, pose: {position: [10, 0, 0]}, primitives: [{type: box, dimensions: [1, 2, 4]},\n"
+      "    {type: cylinder, dimensions: [3, 0.5]}], primitive_poses: [{}, {position: [10, 0, 0]}]}]}\n";
+  for (const std::string& text :
+       {std::string(kOldText), std::string(kNewText), yaml, "\xEF\xBB\xBF" + yaml}) {
+    const Scene scene = ReadScene(directory.write("scene", text));
+    EXPECT_EQ(scene.name, text[0] == 'm' ? "my scene" : "* a\n.\n");
+    ExpectProbes(scene, {{{9, 0, 0}, "a shelf", 0.5},
+                         {{10, 1.5, 0}, "a shelf", 0.5},
+                         {{10, 0, 2.5}, "a shelf", 0.5},
+                         {{20, 0, 2}, "a shelf", 0.5},
+                         {{21, 0, 0}, "a shelf", 0.5},
+                         {{1, 0, 0}, "ball", 0.75}});
+  }
+  EXPECT_THAT(log.warnings(), ElementsAre());
+  EXPECT_EQ(FileErrorOf([&] { ReadScene(directory.path()); }), directory.path() + ": cannot be read");
+  EXPECT_EQ(FileErrorOf([&] { ReadScene("/nowhere/a.yaml"); }), "/nowhere/a.yaml: cannot be read");
+}
+
+TEST(Scene, ALaterObjectReplacesTheFormerOfItsName) {
+  const Scene scene = ParseSceneYaml(R"(
+collision_objects:
+  - {id: a, primitives: [{type: sphere, dimensions: [1]}]}
+  - {id: b, primitives: [{type: sphere, dimensions: [2]}]}
+  - {id: a, primitives: [{type: sphere, dimensions: [3]}]}
+)",
+                                     "s");
+  ASSERT_EQ(scene.objects.size(), 2u);
+  EXPECT_EQ(scene.objects[0].id, "a");
+  EXPECT_EQ(std::get<SphereObstacle>(scene.objects[0].parts.at(0).shape).radius, 3.0);
+}
+
+TEST(Scene, WhatIsNotConsideredIsWarnedOf) {
+  const std::string ball = "{type: sphere, dimensions: [1]}";
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {"world: {octomap: {}}", "s: The scene has no obstacle."},
+      {"world: {collision_objects: [{id: a}]}", "s: The scene has no obstacle."},
+      {"{robot_state: {attached_collision_objects: [{}]}, world: {collision_objects: [{id: a, primitives: [" +
+           ball + "]}]}}",
+       "s: Objects attached to the robot are not considered."},
+      // Once for the file.
+      {"collision_objects: [{id: a, header: {frame_id: arm}, primitives: [" + ball +
+           "]}, {id: b, header: {frame_id: arm}, primitives: [" + ball + "]}]",
+       "s: Frame \"arm\" is not defined in the file; what is given in it is placed as if it were the world."},
+  };
+  for (const auto& [text, warning] : cases) {
+    const LogCapture log;
+    ParseSceneYaml(text, "s");
+    EXPECT_THAT(log.warnings(), ElementsAre(warning)) << text;
+  }
+  const LogCapture log;
+  ParseSceneText("name\n.\n", "t");
+  EXPECT_THAT(log.warnings(), ElementsAre("t: The scene has no obstacle."));
+}
+
+TEST(Scene, FaultsInYamlAreNamedWithTheirLine) {
+  const std::string object = "world:\n collision_objects:\n - id: o\n   ";
+  const std::string box = object + "primitives: [{type: box, dimensions: [1, 1, 1]}]\n   ";
+  const std::string shapes = ", expected a box, a sphere, a cylinder or a plane";
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {"", "s: found nothing, expected a map"},
+      {"a: [1,\nb: }", "s:2: found what is no YAML: illegal flow end"},
+      {"[1, 2]", "s:1: found a sequence of 2 elements, expected a map"},
+      {"\nworld: text", "s:2: found \"text\", expected a map"},
+      {"world:\n collision_objects:\n  - {}", "s:3: found nothing under `id`, expected a value"},
+      {object + "operation: remove",
+       "s:4: found operation \"remove\" of object \"o\", expected \"add\" or 0"},
+      {object + "operation: 1", "s:4: found operation \"1\" of object \"o\", expected \"add\" or 0"},
+      {object + "meshes: [{}]", "s:4: found a mesh in object \"o\"" + shapes},
+      {object + "primitives:\n   - {type: 4, dimensions: [1, 1]}",
+       "s:5: found a cone in object \"o\"" + shapes},
+      {object + "primitives: [{type: prism}]", "s:4: found shape \"prism\" in object \"o\"" + shapes},
+      {object + "primitives: [{type: box, dimensions: [1, 1]}]",
+       "s:4: found a sequence of 2 elements, expected the dimensions [x, y, z] of a box"},
+      {object + "primitives: [{type: sphere, dimensions: 1}]", "s:4: found \"1\", expected a sequence"},
+      {object + "primitives: [{type: 2, dimensions: [1, 1]}]",
+       "s:4: found a sequence of 2 elements, expected the dimensions [radius] of a sphere"},
+      {object + "primitives: [{type: cylinder, dimensions: [1]}]",
+       "s:4: found a sequence of 1 element, expected the dimensions [height, radius] of a cylinder"},
+      {object + "primitives: [{type: sphere, dimensions: [0]}]",
+       "s:4: found \"0\", expected a positive size"},
+      {object + "primitives: [{type: sphere, dimensions: [-1]}]",
+       "s:4: found \"-1\", expected a positive size"},
+      {object + "primitives: [{type: sphere, dimensions: [.inf]}]",
+       "s:4: found \".inf\", expected a finite number"},
+      {object + "primitives: [{type: sphere, dimensions: [1e999]}]",
+       "s:4: found \"1e999\", expected a finite number"},
+      {object + "primitives: [{type: sphere, dimensions: [nan]}]",
+       "s:4: found \"nan\", expected a finite number"},
+      {object + "primitives: [{type: sphere, dimensions: ['1,5']}]",
+       "s:4: found \"1,5\", expected a finite number"},
+      {box + "primitive_poses: [{}, {}]",
+       "s:5: found 2 `primitive_poses`, expected 1, one for each primitive"},
+      {object + "plane_poses: [{}]", "s:4: found 1 `plane_poses`, expected 0, one for each plane"},
+      {box + "pose: {position: [1, 2]}", "s:5: found a sequence of 2 elements, expected 3 numbers"},
+      {box + "pose: {position: {x: 1, y: 2}}", "s:5: found nothing under `z`, expected a value"},
+      {box + "pose: {orientation: [0, 0, 0, 0]}",
+       "s:5: found a quaternion of length 0, expected unit length"},
+      {box + "pose: {orientation: [0, 0, 0, 1.0011]}",
+       "s:5: found a quaternion of length 1.0011, expected unit length"},
+      {box + "pose: {orientation: [0, 0, 0, -0.9991]}", "no error"},
+      {box + "pose: {position: [1e308, 0, 0]}\n   primitive_poses: [{position: [1e308, 0, 0]}]",
+       "s:4: found a pose that is out of range, expected one that does not overflow"},
+      {object + "planes: [{coef: [0, 0, 0, 1]}]",
+       "s:4: found a plane with normal zero, expected a normal with a direction"},
+      {object + "planes: [{coef: [0, 0, 1]}]",
+       "s:4: found a sequence of 3 elements, expected the coefficients [a, b, c, d] of a plane"},
+      {"robot_state:\n  joint_state: {name: [a], position: []}",
+       "s:2: found 1 joint names and 0 positions, expected one position for each name"},
+      {"robot_state:\n  joint_state: {name: [a, a], position: [1, 2]}",
+       "s:2: found joint \"a\" again, expected one position for each joint"},
+  };
+  const LogCapture log;
+  for (const auto& [text, message] : cases) {
+    EXPECT_EQ(FileErrorOf([&text = text] { ParseSceneYaml(text, "s"); }), message) << text;
+  }
+}
+
+TEST(Scene, FaultsInTextAreNamedWithTheirLine) {
+  const std::string shape = "n\n* o\n1\n";
+  const std::string object = "\"*\" and the id of an object, or \".\"";
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {"name", "t:1: found the end of the file, expected " + object},
+      {"n\nbox\n", "t:2: found \"box\", expected " + object},
+      {"n\n*\n", "t:2: found \"*\", expected " + object},
+      {"n\n* o\n",
+       "t:2: found the end of the file, expected the number of shapes, or the position of the object"},
+      {"n\n* o\n-1\n", "t:3: found \"-1\", expected the number of shapes"},
+      {"n\n* o\n1 2\n",
+       "t:3: found \"1 2\", expected the number of shapes, or the position x y z of the object"},
+      {"n\n* o\n1 2 x\n",
+       "t:3: found \"1 2 x\", expected the number of shapes, or the position x y z of the object"},
+      {"n\n* o\n99999999999999999999\n",
+       "t:3: found \"99999999999999999999\", expected the number of shapes"},
+      {"n\n* o\n9999999999999999999\n", "t:3: found the end of the file, expected a shape"},
+      {shape + "cone\n",
+       "t:4: found shape \"cone\" in object \"o\", expected a box, a sphere, a cylinder or a plane"},
+      {shape + "mesh\n",
+       "t:4: found shape \"mesh\" in object \"o\", expected a box, a sphere, a cylinder or a plane"},
+      {shape + "box\n1 1\n", "t:5: found \"1 1\", expected the sizes x y z of a box"},
+      {shape + "cylinder\n1 -2\n",
+       "t:5: found \"-2\", expected the radius and the length of a cylinder, positive"},
+      {shape + "sphere\n0x1\n", "t:5: found \"0x1\", expected the radius of a sphere, positive"},
+      {shape + "plane\n0 0 0 1\n", "t:5: found a plane with normal zero, expected a normal with a direction"},
+      {shape + "sphere\n1\n\n0 0\n", "t:7: found \"0 0\", expected a position x y z"},
+      {shape + "sphere\n1\n0 0 0\n0 0 1 1\n",
+       "t:7: found a quaternion of length 1.4142135623730951, expected unit length"},
+      {shape + "sphere\n1\n0 0 0\n0 0 0 1\n.\n", "t:8: found \".\", expected a colour r g b a"},
+      {shape + "sphere\n1\n0 0 0\n0 0 0 1\n0 0 0 0\n", "t:8: found the end of the file, expected " + object},
+      {"n\n* o\n0 0 0\n0 0 0 1\n0\n1\nf\n0 0 0\n0\n", "t:9: found \"0\", expected a quaternion x y z w"},
+  };
+  for (const auto& [text, message] : cases) {
+    EXPECT_EQ(FileErrorOf([&text = text] { ParseSceneText(text, "t"); }), message) << text;
+  }
+}
+
+}  // namespace
+}  // namespace kavo::formats
