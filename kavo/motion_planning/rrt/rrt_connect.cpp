@@ -1,6 +1,7 @@
 #include "kavo/motion_planning/rrt/rrt_connect.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <utility>
 
@@ -28,6 +29,46 @@ RRTConnectConfig::RRTConnectConfig(double edge_length_in, unsigned long max_iter
 }
 
 namespace {
+
+// How far a walk still is from a tree that does not change meanwhile: no nearer than it was, less the way
+// since. While that is more than a reach, the nearest node need not be searched.
+class Separation {
+ public:
+  Separation(const Tree& tree, double reach)
+      : tree_(tree), geometry_(tree.DistanceGeometry()), reach_(Length(reach)) {}
+
+  // Whether the tree may be within reach of `q`, the next configuration of the walk.
+  bool MayHaveClosed(const Eigen::VectorXd& q) {
+    if (geometry_ == Tree::Geometry::kUnknown) {
+      return true;
+    }
+    if (q_.size() > 0) {
+      distance_ -= Length(tree_.Distance(q_, q)) + slack_;
+    }
+    q_ = q;
+    // So that NaN is no reason to skip the search.
+    return !(distance_ > reach_);
+  }
+
+  // The distance of the tree from the last configuration.
+  void Set(double distance) {
+    distance_ = Length(distance);
+    // Far above what rounding may cost in one step.
+    slack_ = 1e-12 * distance_;
+  }
+
+ private:
+  double Length(double distance) const {
+    return geometry_ == Tree::Geometry::kSquaredMetric ? std::sqrt(distance) : distance;
+  }
+
+  const Tree& tree_;
+  Tree::Geometry geometry_;
+  double reach_;
+  Eigen::VectorXd q_;
+  double distance_ = 0.0;
+  double slack_ = 0.0;
+};
 
 class RRTConnect final : public RRT {
  public:
@@ -152,14 +193,18 @@ class RRTConnect final : public RRT {
       return !arrived(q) && internal::Advance(step, q) && internal::IsFinite(q);
     };
     look_ahead_.Start();
+    Separation separation(TreeB(), config_.edge_length);
     // A sample or a step beyond the finite numbers leads nowhere, whatever the environment says.
     while (!ShouldStop() && internal::IsFinite(q_new) && look_ahead_.IsValid(q_new, advance)) {
       parent = TreeA().Adopt(Node(q_new, parent));
       problem_.last_configuration_a = q_new;
-      const ClosestNode closest = TreeB().GetClosest(q_new);
-      if (closest.distance <= config_.edge_length) {
-        problem_.connection_a = parent;
-        problem_.connection_b = closest.node;
+      if (separation.MayHaveClosed(q_new)) {
+        const ClosestNode closest = TreeB().GetClosest(q_new);
+        separation.Set(closest.distance);
+        if (closest.distance <= config_.edge_length) {
+          problem_.connection_a = parent;
+          problem_.connection_b = closest.node;
+        }
       }
       if (IsConnected() || arrived(q_new) || !internal::Advance(step, q_new)) {
         return;

@@ -1,5 +1,6 @@
 #include "kavo/motion_planning/tree/basic_tree.h"
 
+#include <algorithm>
 #include <limits>
 #include <optional>
 #include <unordered_map>
@@ -84,6 +85,19 @@ class BasicTree final : public Tree {
 
   std::vector<std::shared_ptr<Node>> Backtrace(const std::shared_ptr<Node>& node) override {
     return ChainToRoot(node);
+  }
+
+  Geometry DistanceGeometry() const override {
+    if (!scan_metric_) {
+      return Geometry::kUnknown;
+    }
+    if (*scan_metric_ == NearestScan::Metric::kL2) {
+      return Geometry::kMetric;
+    }
+    const double* const weights = Weights();
+    const bool are_weights_positive =
+        weights == nullptr || std::all_of(weights, weights + dimension_, [](double w) { return w >= 0.0; });
+    return are_weights_positive ? Geometry::kSquaredMetric : Geometry::kUnknown;
   }
 
   double Distance(const Eigen::VectorXd& q0, const Eigen::VectorXd& q1) const override {

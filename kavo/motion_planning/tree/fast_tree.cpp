@@ -53,6 +53,8 @@ class FastTree final : public Tree {
     return ChainToRoot(node);
   }
 
+  Geometry DistanceGeometry() const override { return Geometry::kMetric; }
+
   double Distance(const Eigen::VectorXd& q0, const Eigen::VectorXd& q1) const override {
     return L2Norm(q0, q1);
   }

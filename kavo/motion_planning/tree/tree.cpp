@@ -8,6 +8,8 @@ Tree::~Tree() = default;
 
 std::shared_ptr<Node> Tree::Adopt(Node&& node) { return Insert(node); }
 
+Tree::Geometry Tree::DistanceGeometry() const { return Geometry::kUnknown; }
+
 ClosestNode Tree::GetApproxClosest(const Eigen::VectorXd& q) const { return GetClosest(q); }
 
 std::optional<std::shared_ptr<Node>> Tree::TryGetNode(unsigned int) const {

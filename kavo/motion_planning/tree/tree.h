@@ -48,6 +48,17 @@ class KAVO_EXPORT Tree {
   //! Distance under the tree's metric.
   virtual double Distance(const Eigen::VectorXd& q0, const Eigen::VectorXd& q1) const = 0;
 
+  //! What is known of the tree's distances, to those who can do without some queries for it.
+  enum class Geometry {
+    kUnknown,
+    //! No distance is longer than a detour.
+    kMetric,
+    //! The same of the square roots of the distances.
+    kSquaredMetric,
+  };
+  //! Default: unknown.
+  virtual Geometry DistanceGeometry() const;
+
   //! The stored node nearest to `q`. The tree must not be empty.
   virtual ClosestNode GetClosest(const Eigen::VectorXd& q) const = 0;
 
