@@ -44,7 +44,7 @@ HWY_INLINE void Translate(D d, const LaneOperation& operation, const double* bas
 
 // Columns are picked.
 template <std::size_t kNumTerms, bool kTurns, class D>
-HWY_INLINE void RunPicking(D d, const LaneOperation& operation_in, std::size_t num_lanes) {
+HWY_NOINLINE void RunPicking(D d, const LaneOperation& operation_in, std::size_t num_lanes) {
   using V = hn::Vec<D>;
   // A copy, which the results cannot overlap.
   const LaneOperation operation = operation_in;
@@ -86,7 +86,7 @@ HWY_INLINE void RunPicking(D d, const LaneOperation& operation_in, std::size_t n
 
 // Any rotation.
 template <bool kTurns, class D>
-HWY_INLINE void RunGeneral(D d, const LaneOperation& operation_in, std::size_t num_lanes) {
+HWY_NOINLINE void RunGeneral(D d, const LaneOperation& operation_in, std::size_t num_lanes) {
   using V = hn::Vec<D>;
   const LaneOperation operation = operation_in;
   for (std::size_t lane = 0; lane < num_lanes; lane += hn::Lanes(d)) {
@@ -119,7 +119,7 @@ HWY_INLINE void RunGeneral(D d, const LaneOperation& operation_in, std::size_t n
 
 // Adds the slide of a joint.
 template <class D>
-HWY_INLINE void Slide(D d, const LaneOperation& operation, std::size_t num_lanes) {
+HWY_NOINLINE void Slide(D d, const LaneOperation& operation, std::size_t num_lanes) {
   using V = hn::Vec<D>;
   for (std::size_t lane = 0; lane < num_lanes; lane += hn::Lanes(d)) {
     const V value = hn::LoadU(d, operation.sine + lane);

@@ -84,7 +84,7 @@ HWY_INLINE void PlaceBound(const math::LaneTransforms& frame, std::size_t num_la
 
 // Places the balls in all lanes, once for a placement.
 template <class D>
-HWY_INLINE void PlaceBalls(D d, BallCluster::Data& data) {
+HWY_NOINLINE void PlaceBalls(D d, BallCluster::Data& data) {
   if (data.has_balls) {
     return;
   }

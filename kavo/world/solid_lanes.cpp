@@ -72,7 +72,7 @@ class Distance {
 
 // Adds the contacts of one solid. False when no lane is wanted any more.
 template <LaneSolid::Kind kKind, class D>
-HWY_INLINE bool TestSolid(D d, const LaneSolid& solid, BallCluster::Data& cluster, std::uint32_t* wanted,
+HWY_NOINLINE bool TestSolid(D d, const LaneSolid& solid, BallCluster::Data& cluster, std::uint32_t* wanted,
                           BallCluster::Contacts* contacts) {
   constexpr bool kIsRound = kKind == LaneSolid::Kind::kBall || kKind == LaneSolid::Kind::kCapsule;
   const Distance<kKind, D> distance(d, solid);
@@ -109,7 +109,7 @@ HWY_INLINE bool TestSolid(D d, const LaneSolid& solid, BallCluster::Data& cluste
 }
 
 template <class D>
-HWY_INLINE bool TestAnySolid(D d, const LaneSolid& solid, BallCluster::Data& cluster, std::uint32_t* wanted,
+bool TestAnySolid(D d, const LaneSolid& solid, BallCluster::Data& cluster, std::uint32_t* wanted,
                              BallCluster::Contacts* contacts) {
   using Kind = LaneSolid::Kind;
   switch (solid.kind) {
@@ -144,7 +144,7 @@ HWY_INLINE bool IsNear(const LaneSolid& half_space, const BallCluster::Data& clu
 
 // Adds the contacts of one placed cluster. False when no lane is wanted any more.
 template <class D>
-HWY_INLINE bool FindOfCluster(D d, const SolidLanes& lanes, const BoundsGroup* groups,
+bool FindOfCluster(D d, const SolidLanes& lanes, const BoundsGroup* groups,
                               BallCluster::Data& cluster, std::uint32_t* wanted,
                               BallCluster::Contacts* contacts) {
   for (const LaneSolid& half_space : lanes.half_spaces) {
