@@ -114,9 +114,9 @@ class BasicRRT final : public RRT {
     look_ahead_.Start();
     // A sample or a step beyond the finite numbers leads nowhere, whatever the environment says.
     while (!ShouldStop() && internal::IsFinite(q_new) && look_ahead_.IsValid(q_new, advance)) {
-      parent = tree.Insert(Node(q_new, parent));
+      parent = tree.Adopt(Node(q_new, parent));
       if (IsAtTarget(q_new)) {
-        problem_.target_node = tree.Insert(Node(problem_.q_target, parent));
+        problem_.target_node = tree.Adopt(Node(problem_.q_target, parent));
         return;
       }
       if (tree.Distance(q_new, q_sample) < config_.edge_length || !internal::Advance(step, q_new)) {

@@ -280,8 +280,8 @@ unsigned int JtRRT::DualInsert(const Eigen::VectorXd& q, const Eigen::VectorXd& 
   Node x_node(x, parents.x_node);
   c_node.SetId(id);
   x_node.SetId(id);
-  parents.c_node = CSpaceTree().Insert(c_node);
-  parents.x_node = TaskSpaceTree().Insert(x_node);
+  parents.c_node = CSpaceTree().Adopt(std::move(c_node));
+  parents.x_node = TaskSpaceTree().Adopt(std::move(x_node));
   return id;
 }
 

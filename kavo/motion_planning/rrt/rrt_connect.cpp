@@ -154,7 +154,7 @@ class RRTConnect final : public RRT {
     look_ahead_.Start();
     // A sample or a step beyond the finite numbers leads nowhere, whatever the environment says.
     while (!ShouldStop() && internal::IsFinite(q_new) && look_ahead_.IsValid(q_new, advance)) {
-      parent = TreeA().Insert(Node(q_new, parent));
+      parent = TreeA().Adopt(Node(q_new, parent));
       problem_.last_configuration_a = q_new;
       const ClosestNode closest = TreeB().GetClosest(q_new);
       if (closest.distance <= config_.edge_length) {

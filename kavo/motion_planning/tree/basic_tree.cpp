@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "kavo/motion_planning/tree/nearest_scan_internal.h"
+#include "kavo/motion_planning/tree/node_arena_internal.h"
 #include "kavo/util/log_message.h"
 
 namespace kavo::planning {
@@ -39,11 +40,14 @@ class BasicTree final : public Tree {
     return Insert(node);
   }
 
-  std::shared_ptr<Node> Insert(const Node& node) override {
+  std::shared_ptr<Node> Insert(const Node& node) override { return Adopt(Node(node)); }
+
+  std::shared_ptr<Node> Adopt(Node&& node_in) override {
+    nodes_.push_back(arena_.Make(std::move(node_in)));
+    const Node& node = *nodes_.back();
     if (node.Dimension() != dimension_) {
       LogFatalDimensionMismatchError(static_cast<int>(node.Dimension()));
     }
-    nodes_.push_back(std::make_shared<Node>(node));
     // One node of the wrong length ends the contiguous copy: it then falls behind the list, and stays unused.
     if (node.Dimension() == dimension_ && scan_.Size() + 1 == nodes_.size()) {
       scan_.Append(node.Configuration().data());
@@ -135,6 +139,7 @@ class BasicTree final : public Tree {
 
   int dimension_;
   DistanceMetric metric_;
+  internal::NodeArena arena_;
   std::vector<std::shared_ptr<Node>> nodes_;
   bool supports_node_id_;
   // The first node with an id keeps it.

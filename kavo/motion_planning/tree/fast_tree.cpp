@@ -1,10 +1,12 @@
 #include "kavo/motion_planning/tree/fast_tree.h"
 
 #include <limits>
+#include <utility>
 #include <vector>
 
 #include "kavo/motion_planning/spatial_data_structures/r_star_tree.h"
 #include "kavo/motion_planning/tree/distance_metrics.h"
+#include "kavo/motion_planning/tree/node_arena_internal.h"
 #include "kavo/motion_planning/util/vector_math_internal.h"
 #include "kavo/util/log_message.h"
 
@@ -32,11 +34,13 @@ class FastTree final : public Tree {
     return Insert(root);
   }
 
-  std::shared_ptr<Node> Insert(const Node& node) override {
+  std::shared_ptr<Node> Insert(const Node& node) override { return Adopt(Node(node)); }
+
+  std::shared_ptr<Node> Adopt(Node&& node) override {
     if (node.Dimension() != config_.dimension) {
       LogFatalDimensionMismatchError(static_cast<int>(node.Dimension()));
     }
-    const auto stored = std::make_shared<Node>(node);
+    const auto stored = arena_.Make(std::move(node));
     if (IsIndexable(stored->Configuration())) {
       const double* const point = stored->Configuration().data();
       index_->Insert({point, point}, stored);
@@ -91,6 +95,7 @@ class FastTree final : public Tree {
   }
 
   RStarTreeConfig config_;
+  internal::NodeArena arena_;
   std::shared_ptr<Index> index_;
   std::vector<std::shared_ptr<Node>> nodes_;
 };

@@ -6,6 +6,8 @@ namespace kavo::planning {
 
 Tree::~Tree() = default;
 
+std::shared_ptr<Node> Tree::Adopt(Node&& node) { return Insert(node); }
+
 ClosestNode Tree::GetApproxClosest(const Eigen::VectorXd& q) const { return GetClosest(q); }
 
 std::optional<std::shared_ptr<Node>> Tree::TryGetNode(unsigned int) const {

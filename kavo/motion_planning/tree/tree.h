@@ -39,6 +39,9 @@ class KAVO_EXPORT Tree {
   //! Stores a copy of `node`, whose parent the caller has set, and returns it.
   virtual std::shared_ptr<Node> Insert(const Node& node) = 0;
 
+  //! The same with a node that is not needed any more. Default: `Insert`.
+  virtual std::shared_ptr<Node> Adopt(Node&& node);
+
   //! The chain from `node` (first) to its root (last).
   virtual std::vector<std::shared_ptr<Node>> Backtrace(const std::shared_ptr<Node>& node) = 0;
 
