@@ -126,8 +126,8 @@ std::string EdgeCounts(const Runs& runs) {
     text += "  " + Count(Those(failing, is_there).size()) + "  " + name + "\n";
   }
   const std::vector<double> depths = Collect(failing, [](const BenchRun& run) { return run.depth; });
-  return text + "deepest contact of such a path: median " + Millimetres(Quantile(depths, 0.5)) +
-         ", at most " + Millimetres(Quantile(depths, 1.0)) + "\n";
+  return text + "deepest contact of such a path: median " + Distance(Quantile(depths, 0.5)) + ", at most " +
+         Distance(Quantile(depths, 1.0)) + "\n";
 }
 
 Json ToJson(const BenchRun& run, const Problem& problem) {

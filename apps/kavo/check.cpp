@@ -11,6 +11,7 @@
 
 #include "apps/kavo/command.h"
 #include "apps/kavo/explain.h"
+#include "apps/kavo/help.h"
 #include "apps/kavo/queries.h"
 #include "apps/kavo/robot_options.h"
 #include "apps/kavo/scene_options.h"
@@ -95,7 +96,7 @@ void AddCheckCommand(CLI::App& app, Run& run) {
                    "Distance in c-space of the configurations that are looked at")
       ->type_name("STEP")
       ->group("Check")
-      ->check(CLI::PositiveNumber)
+      ->check(CheckPositive)
       ->capture_default_str();
   check->footer(
       "Looks at configurations along the path, no farther apart than the step, without anything that\n"

@@ -33,14 +33,14 @@ std::string Explain(const planning::ConfigurationFault& fault, const RobotDescri
   }
   if (fault.contact) {
     const planning::ConfigurationFault::Contact& contact = *fault.contact;
-    return "frame " + Quoted(contact.frame) + " reaches " + Millimetres(contact.depth) + " into " +
+    return "frame " + Quoted(contact.frame) + " reaches " + Distance(contact.depth) + " into " +
            Obstacle(world, contact.obstacle) + " (its sphere " + std::to_string(contact.sphere + 1) +
            " of radius " + Number(contact.radius, 3) + " m at " + Configuration(contact.center) + ")";
   }
   if (fault.self_contact) {
     const planning::ConfigurationFault::SelfContact& contact = *fault.self_contact;
     return "the robot touches itself: frames " + Quoted(contact.frames[0]) + " and " +
-           Quoted(contact.frames[1]) + " overlap by " + Millimetres(contact.depth);
+           Quoted(contact.frames[1]) + " overlap by " + Distance(contact.depth);
   }
   return "it is not valid";
 }
@@ -76,12 +76,12 @@ std::string Explain(const planning::PathCheck& check, const RobotDescription& ro
             Explain(check.first_bad->fault, robot, world) + "\n";
   }
   if (check.clearance) {
-    text += "  smallest clearance: " + Millimetres(check.clearance->distance) + " between frame " +
+    text += "  smallest clearance: " + Distance(check.clearance->distance) + " between frame " +
             Quoted(check.clearance->frame) + " and " + Obstacle(world, check.clearance->obstacle) + ", " +
             Where(check.clearance->place, num_segments) + "\n";
   }
   if (check.self_clearance) {
-    text += "  smallest clearance from itself: " + Millimetres(check.self_clearance->distance) +
+    text += "  smallest clearance from itself: " + Distance(check.self_clearance->distance) +
             " between frames " + Quoted(check.self_clearance->frames[0]) + " and " +
             Quoted(check.self_clearance->frames[1]) + ", " +
             Where(check.self_clearance->place, num_segments) + "\n";

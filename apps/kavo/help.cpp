@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <sstream>
 
+#include "apps/kavo/text.h"
+
 namespace kavo::command {
 
 namespace {
@@ -61,6 +63,10 @@ std::string ValueName(const CLI::Option& option) {
   std::string name = option.get_type_name();
   name = name.substr(0, name.find(':'));
   return name.substr(0, name.find(" in ["));
+}
+
+std::string CheckPositive(const std::string& text) {
+  return ParseNumber(text).value_or(0.0) > 0.0 ? "" : text + " is not a positive number";
 }
 
 std::shared_ptr<CLI::FormatterBase> MakeHelpFormatter() { return std::make_shared<HelpFormatter>(); }

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "apps/kavo/command.h"
+#include "apps/kavo/help.h"
 #include "apps/kavo/text.h"
 
 namespace kavo::command {
@@ -52,7 +53,7 @@ void RobotOptions::AddOptions(CLI::App& app) {
   app.add_option("--cover", cover_,
                  "Cover collision boxes and cylinders by spheres that bulge no more than this (metres)")
       ->type_name("METRES")
-      ->check(CLI::PositiveNumber)
+      ->check(CheckPositive)
       ->group(group);
   app.add_flag("--self-collision", self_collision_,
                "The robot must not touch itself either: all pairs of links but those that the SRDF disables")

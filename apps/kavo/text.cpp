@@ -16,7 +16,9 @@ std::string Number(double value, int digits) {
   return text.str();
 }
 
-std::string Millimetres(double metres) { return Number(metres * 1e3, 3) + " mm"; }
+std::string Distance(double metres) {
+  return std::fabs(metres) < 1.0 ? Number(metres * 1e3, 3) + " mm" : Number(metres, 3) + " m";
+}
 
 std::string Time(double seconds) {
   if (seconds < 1e-3) {

@@ -10,8 +10,8 @@ namespace kavo::command {
 //! A number for a reader: six significant digits unless told otherwise.
 std::string Number(double value, int digits = 6);
 
-//! Millimetres of a length in metres, "12.3 mm".
-std::string Millimetres(double metres);
+//! A distance in the unit that suits it: "12.3 mm", "1.2 m".
+std::string Distance(double metres);
 
 //! A time in the unit that suits it: "812 us", "1.2 ms", "3.4 s".
 std::string Time(double seconds);

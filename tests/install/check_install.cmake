@@ -21,6 +21,11 @@ endfunction()
 file(REMOVE_RECURSE "${WORK_DIR}")
 run("Installation" "${CMAKE_COMMAND}" --install "${BUILD_DIR}" --prefix "${prefix}" --config "${CONFIG}")
 
+# The command finds its libraries in the prefix.
+if(COMMAND_NAME)
+  run("The command" "${prefix}/${COMMAND_NAME}" info --robot franka)
+endif()
+
 # What is installed is what was declared, no more and no less.
 file(GLOB_RECURSE installed_headers RELATIVE "${prefix}/include" "${prefix}/include/*")
 list(SORT installed_headers)

@@ -1,0 +1,132 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include "tests/apps/robots.h"
+#include "tests/apps/run_kavo.h"
+
+namespace kavo::testing {
+namespace {
+
+using ::testing::AllOf;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+using Json = nlohmann::json;
+
+// A goal inside the peg.
+constexpr char kHopelessRequest[] = R"(start_state: {joint_state: {name: [shoulder], position: [1]}}
+goal_constraints: [{joint_constraints: [{joint_name: shoulder, position: 0}]}]
+)";
+
+class BenchTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    folder_.Write("problems/peg/scene0001.yaml", kPegScene);
+    folder_.Write("problems/peg/request0001.yaml", kPegRequest);
+    folder_.Write("problems/peg/scene0002.yaml", kPegScene);
+    folder_.Write("problems/peg/request0002.yaml", kHopelessRequest);
+    folder_.Write("problems/other/scene1.yaml", kPegScene);
+    folder_.Write("problems/other/request1.yaml", kPegRequest);
+    folder_.Write("problems/notes/readme.txt", "no problem");
+  }
+
+  Outcome Bench(const std::vector<std::string>& more, const std::string& directory = "problems") const {
+    std::vector<std::string> arguments = {"bench",
+                                          "--robot",
+                                          folder_.Write("arm.urdf", kArmUrdf),
+                                          "--coordinates",
+                                          "shoulder,elbow",
+                                          "--problems",
+                                          folder_ / directory};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    return RunKavo(arguments);
+  }
+
+  Json RunsWithoutTimes(const std::vector<std::string>& more) const {
+    const Outcome bench = Bench(more);
+    EXPECT_EQ(bench.status, 0) << bench.errors;
+    Json json = Json::parse(bench.output);
+    for (Json& run : json["runs"]) {
+      EXPECT_EQ(run.erase("search_seconds"), 1u);
+      EXPECT_EQ(run.erase("shortening_seconds"), 1u);
+    }
+    return json;
+  }
+
+  Folder folder_;
+};
+
+TEST_F(BenchTest, GivesTheSameAnswersForAnyNumberOfJobs) {
+  const Json one = RunsWithoutTimes({"--repeat", "3", "--json", "-"});
+  EXPECT_EQ(one, RunsWithoutTimes({"--repeat", "3", "--json", "-", "--jobs", "2"}));
+  ASSERT_EQ(one["runs"].size(), 9u);
+  EXPECT_EQ(one["settings"]["seed"], 1234);
+  // In the order of families, problems and repeats.
+  EXPECT_EQ(one["runs"][0]["family"], "other");
+  EXPECT_EQ(one["runs"][2]["seed"], 1236);
+  EXPECT_EQ(one["runs"][3]["problem"], "0001");
+  EXPECT_EQ(one["runs"][6]["status"], "invalid target");
+  EXPECT_THAT(one["runs"][6]["fault"].get<std::string>(),
+              HasSubstr("frame 'lower' reaches 350 mm into 'peg'"));
+  // A repeat is a fresh planner with the next seed, and problems do not depend on their neighbours.
+  const Json next = RunsWithoutTimes({"--family", "peg", "--set", "seed=1236", "--json", "-"});
+  ASSERT_EQ(next["runs"].size(), 2u);
+  EXPECT_EQ(next["runs"][0], one["runs"][5]);
+}
+
+TEST_F(BenchTest, TabulatesFamilies) {
+  // With such a step, the path of seed 1234 cuts through the peg.
+  const Outcome bench = Bench({"--set", "step_size=0.3", "--json", folder_ / "out.json"});
+  EXPECT_EQ(bench.status, 0);
+  const auto row = [&](const std::string& family) {
+    const std::size_t begin = bench.output.find("\n" + family + " ") + 1;
+    std::istringstream words(bench.output.substr(begin, bench.output.find('\n', begin) - begin));
+    return std::vector<std::string>(std::istream_iterator<std::string>(words), {});
+  };
+  // Problems, runs, invalid, solved and its share, bad paths.
+  const auto starts_with = [&](const std::string& family, const std::vector<std::string>& cells) {
+    const std::vector<std::string> found = row(family);
+    ASSERT_GE(found.size(), 12u) << bench.output;
+    EXPECT_EQ(std::vector<std::string>(found.begin() + 1, found.begin() + 8), cells);
+  };
+  starts_with("other", {"1", "1", "0", "1", "100", "%", "1"});
+  starts_with("peg", {"2", "2", "1", "1", "100", "%", "1"});
+  starts_with("all", {"3", "3", "1", "2", "100", "%", "2"});
+  EXPECT_THAT(bench.output,
+              AllOf(HasSubstr("2 found paths fail the check at a tenth of the step"),
+                    HasSubstr("  2  a checked segment, between two of the points that were checked")));
+  EXPECT_THAT(bench.errors, Not(HasSubstr("[")));
+
+  const Json json = Json::parse(ReadFile(folder_ / "out.json"));
+  EXPECT_EQ(json["runs"][0]["first_bad_edge"], "between");
+  EXPECT_GT(json["runs"][0]["depth"], 0.0);
+}
+
+TEST_F(BenchTest, TakesOneFamilyAndRefusesWhatIsNoSet) {
+  const Outcome one = Bench({}, "problems/other");
+  EXPECT_EQ(one.status, 0);
+  EXPECT_THAT(one.output, AllOf(HasSubstr("\nother "), Not(HasSubstr("\nall "))));
+  const struct {
+    std::vector<std::string> more;
+    std::string directory;
+    std::string error;
+  } cases[] = {
+      {{}, "problems/notes", "expected files scene<name>.yaml"},
+      {{}, "nowhere", "nowhere: "},
+      {{"--family", "shelf"}, "problems", "--family shelf: expected one of other, peg"},
+      {{"--repeat", "0"}, "problems", "--repeat"},
+      {{"--set", "seed=2147483647"}, "problems", "no room for the repeats"},
+      {{"--json", folder_ / "none/out.json"}, "problems", "out.json: cannot be written"},
+  };
+  for (const auto& c : cases) {
+    const Outcome refused = Bench(c.more, c.directory);
+    EXPECT_EQ(refused.status, 2) << c.error;
+    EXPECT_THAT(refused.output, IsEmpty());
+    EXPECT_THAT(refused.errors, HasSubstr(c.error));
+  }
+}
+
+}  // namespace
+}  // namespace kavo::testing

@@ -1,0 +1,216 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <nlohmann/json.hpp>
+
+#include "examples/shelf.h"
+#include "kavo/formats/scene.h"
+#include "kavo/motion_planning/interface/motion_planner.h"
+#include "tests/apps/robots.h"
+#include "tests/apps/run_kavo.h"
+#include "tests/support/log_capture.h"
+
+namespace kavo::testing {
+namespace {
+
+using ::testing::AllOf;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+using ::testing::StartsWith;
+
+using Arguments = std::vector<std::string>;
+
+// The arm and the peg, in files.
+class PlanTest : public ::testing::Test {
+ protected:
+  Arguments Plan(const Arguments& more) const {
+    Arguments arguments = {"plan", "--robot", folder_ / "arm.urdf", "--srdf", folder_ / "arm.srdf", "--group",
+                           "arm",  "--scene", folder_ / "peg.yaml"};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    return arguments;
+  }
+
+  void SetUp() override {
+    folder_.Write("arm.urdf", kArmUrdf);
+    folder_.Write("arm.srdf", kArmSrdf);
+    folder_.Write("peg.yaml", kPegScene);
+    folder_.Write("request.yaml", kPegRequest);
+  }
+
+  Folder folder_;
+};
+
+TEST_F(PlanTest, AnswersARequestAndWritesFiles) {
+  const Outcome plan = RunKavo(Plan({"--request", folder_ / "request.yaml", "--json", folder_ / "out.json",
+                                     "--csv", folder_ / "out.csv", "--set", "seed=7"}));
+  EXPECT_EQ(plan.status, 0);
+  EXPECT_THAT(plan.output,
+              AllOf(StartsWith("path found: "), HasSubstr("\n  shoulder,elbow\n  1,0\n"),
+                    HasSubstr("\n  -1,0\n"), HasSubstr("seed 7"), HasSubstr("check: valid at all "),
+                    HasSubstr("between frame 'lower' and 'peg'")));
+  EXPECT_THAT(plan.errors, AllOf(HasSubstr("\"gripper\" (box)"), Not(HasSubstr("TESK"))));
+
+  const auto json = nlohmann::json::parse(ReadFile(folder_ / "out.json"));
+  EXPECT_EQ(json["robot"], "two_link");
+  EXPECT_EQ(json["target"], nlohmann::json({-1.0, 0.0}));
+  EXPECT_EQ(json["settings"]["step_size"], 0.1);
+  EXPECT_EQ(json["settings"]["task_space_frame_name"], "gripper");
+  EXPECT_EQ(json["seed"], 7);
+  EXPECT_EQ(json["check"]["passed"], true);
+  EXPECT_EQ(json["check"]["step"], 0.01);
+  EXPECT_EQ(json["path"].front(), nlohmann::json({1.0, 0.0}));
+
+  // The path is the library's own for these settings, and passes the check of `kavo check`.
+  const Outcome quiet = RunKavo(Plan({"--start", "left", "--goal", "right", "--set", "seed=7", "--quiet"}));
+  EXPECT_EQ(quiet.output, ReadFile(folder_ / "out.csv"));
+  EXPECT_THAT(quiet.errors, IsEmpty());
+  for (const char* file : {"out.csv", "out.json"}) {
+    Arguments check = Plan({"--path", folder_ / file});
+    check.front() = "check";
+    EXPECT_EQ(RunKavo(check).status, 0) << file;
+  }
+}
+
+TEST(PlanBuiltinTest, GivesThePathOfTheLibrary) {
+  const Folder folder;
+  const Outcome plan =
+      RunKavo({"plan", "--robot", "three_link", "--start", "-1.5,0,0", "--goal", "1.5,0.5,0", "--json", "-"});
+  EXPECT_EQ(plan.status, 0);
+  EXPECT_THAT(plan.errors, IsEmpty());
+  const LogCapture log;
+  const std::shared_ptr<RobotDescription> robot = LoadThreeLinkArmRobotDescription();
+  const auto results =
+      CreateMotionPlanner(robot, World().view())
+          ->planToCSpaceTarget(Eigen::Vector3d(-1.5, 0.0, 0.0), Eigen::Vector3d(1.5, 0.5, 0.0), true);
+  const auto json = nlohmann::json::parse(plan.output);
+  ASSERT_EQ(json["interpolated_path"].size(), results.interpolated_path.size());
+  for (std::size_t i = 0; i < results.interpolated_path.size(); ++i) {
+    for (Eigen::Index k = 0; k < 3; ++k) {
+      EXPECT_EQ(json["interpolated_path"][i][k], results.interpolated_path[i][k]);
+    }
+  }
+}
+
+TEST_F(PlanTest, SaysWhyThereIsNoPath) {
+  const std::string few = "max_iterations=1";
+  const struct {
+    Arguments query;
+    Arguments output;
+  } cases[] = {
+      {{"--start", "left", "--goal", "into_the_peg"},
+       {"the goal is not valid",
+        "frame 'lower' reaches 350 mm into 'peg' (its sphere 1 of radius 0.1 m at 2,0,0)"}},
+      {{"--start", "too_far", "--goal", "left"},
+       {"the start is not valid", "joint 'elbow' is at 3.25, outside its limits -3 and 3"}},
+      {{"--start", "left", "--goal", "right", "--set", few},
+       {"no path: iterations spent", "1 extensions in ", "samples drawn, ", " of them rejected"}},
+      {{"--start", "left", "--target", "2,2,0", "--set", few},
+       {"iterations spent",
+        "the target is 2.828 m from the first joint; frame 'gripper' gets no farther from there "
+        "than 2 m: out of reach"}},
+      {{"--start", "left", "--target", "0,0.5,0.5", "--frame", "upper", "--set", few},
+       {"frame 'upper' gets no farther from there than 0 m: out of reach"}},
+      {{"--start", "2,3", "--goal", "left", "--self-collision"},
+       {"the start is not valid", "the robot touches itself: frames 'post' and 'lower' overlap by 58.5 mm"}},
+  };
+  for (const auto& c : cases) {
+    const Outcome plan = RunKavo(Plan(c.query));
+    EXPECT_EQ(plan.status, 1) << plan.output;
+    for (const std::string& part : c.output) {
+      EXPECT_THAT(plan.output, HasSubstr(part));
+    }
+  }
+}
+
+TEST_F(PlanTest, RefusesWhatItCannotUse) {
+  const std::string config = folder_.Write("planner.yaml", "seed: 5\n");
+  const std::string foreign = folder_.Write("foreign.yaml",
+                                            "start_state: {}\ngoal_constraints: [{joint_constraints: "
+                                            "[{joint_name: hip, position: 1}]}]\n");
+  const struct {
+    Arguments query;
+    std::string error;
+  } cases[] = {
+      {{"--start", "left"}, "what to plan?"},
+      {{"--start", "left", "--goal", "1,2,3"}, "expected 2 numbers (shoulder,elbow) or one of the names"},
+      {{"--start", "left", "--goal", "up"}, "'default', 'into_the_peg', 'left', 'right', 'too_far'"},
+      {{"--start", "left", "--goal", "1,x"}, "--goal 1,x: expected 2 numbers"},
+      {{"--start", "left", "--target", "1,2"}, "--target 1,2: expected X,Y,Z"},
+      {{"--start", "left", "--target", "1,1,0", "--frame", "hand"}, "There is no frame \"hand\""},
+      {{"--request", foreign}, "names none of the robot's joints (shoulder,elbow)"},
+      {{"--request", folder_ / "none.yaml"}, "none.yaml: "},
+      {{"--start", "left", "--goal", "right", "--set", "speed=1"}, "--set speed=1: expected NAME=VALUE"},
+      {{"--start", "left", "--goal", "right", "--set", "seed=1.5"}, "--set seed=1.5: expected an integer"},
+      {{"--start", "left", "--goal", "right", "--set", "seed=0"}, "'seed' [0] must be positive"},
+      {{"--start", "left", "--goal", "right", "--set", "distance_metric_weights=1"}, "must have same number"},
+      {{"--start", "left", "--goal", "right", "--config", config}, "planner.yaml: "},
+      {{"--start", "left", "--goal", "right", "--check-step", "0"}, "0 is not a positive number"},
+      {{"--start", "left", "--goal", "right", "--joint", "slide"}, "--joint slide: expected JOINT=VALUE"},
+      {{"--start", "left", "--goal", "right", "--json", folder_ / "none/out.json"}, "out.json: "},
+      {{"--start", "left", "--goal", "right", "--json", "-", "--csv", "-"},
+       "cannot both have the standard output"},
+      {{"--start", "left", "--goal", "right", "--bogus"}, "--bogus"},
+  };
+  for (const auto& c : cases) {
+    const Outcome plan = RunKavo(Plan(c.query));
+    EXPECT_EQ(plan.status, 2) << c.error;
+    EXPECT_THAT(plan.output, IsEmpty());
+    EXPECT_THAT(plan.errors, HasSubstr(c.error));
+  }
+  const Outcome builtin =
+      RunKavo({"plan", "--robot", "franka", "--self-collision", "--start", "default", "--goal", "default"});
+  EXPECT_EQ(builtin.status, 2);
+  EXPECT_THAT(builtin.errors, HasSubstr("takes no further robot options"));
+}
+
+TEST_F(PlanTest, TriesSeedsUntilAPathPassesTheCheck) {
+  // Steps so long that a path may cut through the peg between two of them: that of seed 1234 does.
+  Arguments arguments = Plan({"--start", "left", "--goal", "right", "--set", "step_size=0.3"});
+  const Outcome bad = RunKavo(arguments);
+  EXPECT_EQ(bad.status, 1);
+  EXPECT_THAT(bad.output,
+              AllOf(HasSubstr("check: NOT valid at "), HasSubstr("into 'peg'"), HasSubstr("--verify")));
+  arguments.emplace_back("--verify");
+  const Outcome good = RunKavo(arguments);
+  EXPECT_EQ(good.status, 0);
+  EXPECT_THAT(good.output, AllOf(HasSubstr("seed 1235"), HasSubstr("check: valid")));
+  EXPECT_THAT(good.errors, HasSubstr("seed 1234: the path fails the check; trying the next seed"));
+  // The straight way jumps over the peg with every seed.
+  const Outcome never =
+      RunKavo(Plan({"--start", "0.75,0", "--goal", "-0.75,0", "--set", "step_size=0.5", "--verify", "2"}));
+  EXPECT_EQ(never.status, 1);
+  EXPECT_THAT(never.output, HasSubstr("seed 1236"));
+}
+
+TEST_F(PlanTest, TriesTheGoalsOfARequestInOrder) {
+  const std::string request =
+      folder_.Write("goals.yaml", R"(start_state: {joint_state: {name: [shoulder], position: [1]}}
+goal_constraints:
+  - joint_constraints: [{joint_name: shoulder, position: 0}]
+  - joint_constraints: [{joint_name: shoulder, position: 1.5}, {joint_name: elbow, position: 0.5}]
+)");
+  const Outcome plan = RunKavo(Plan({"--request", request, "--csv", "-"}));
+  EXPECT_EQ(plan.status, 0);
+  EXPECT_EQ(plan.output, "shoulder,elbow\n1,0\n1.5,0.5\n");
+  EXPECT_THAT(plan.errors, HasSubstr("goal 1 of 2: invalid target; trying the next"));
+}
+
+TEST(ExampleSceneTest, IsTheShelfOfTheExamples) {
+  const formats::Scene scene = formats::ReadScene(KAVO_EXAMPLES_DIR "/scene.yaml");
+  const std::vector<examples::Board> boards = examples::ShelfBoards();
+  ASSERT_EQ(scene.objects.size(), boards.size() + 1);
+  for (std::size_t i = 0; i < boards.size(); ++i) {
+    const formats::Scene::Object& object = scene.objects[i];
+    EXPECT_EQ(object.id, boards[i].name);
+    ASSERT_EQ(object.parts.size(), 1u);
+    EXPECT_EQ(std::get<BoxObstacle>(object.parts[0].shape).size, boards[i].size);
+    EXPECT_EQ(object.parts[0].pose.translation(), boards[i].center);
+  }
+  ASSERT_TRUE(std::holds_alternative<HalfSpaceObstacle>(scene.objects.back().parts[0].shape));
+  EXPECT_EQ((scene.objects.back().parts[0].pose * Eigen::Vector3d::Zero())[2], examples::kFloorHeight);
+}
+
+}  // namespace
+}  // namespace kavo::testing
