@@ -34,7 +34,7 @@ struct RobotFileOptions {
 
   //! With a value, boxes and cylinders of the collision geometry are covered with spheres such that every
   //! point of the solid lies in a sphere and no sphere reaches beyond the solid by more than this (metres,
-  //! positive).
+  //! positive and finite; anything else is a fatal error).
   std::optional<double> cover_tolerance;
 
   //! Whether the robot is to know the pairs of frames that must not touch each other: all pairs of links with

@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <cstddef>
 
@@ -125,21 +124,18 @@ std::optional<Spheres> CoverBox(const Eigen::Vector3d& half_size, double toleran
   Spheres spheres;
   Eigen::Vector3d box = half_size;
   while (true) {
-    std::array<int, 3> count = {1, 1, 1};
+    Eigen::Array3i count(1, 1, 1);
     Eigen::Vector3d cell = box;
     double radius = Length(cell[0], cell[1], cell[2]);
     while (radius - std::min({cell[0], cell[1], cell[2]}) > tolerance) {
-      std::size_t longest = 0;
-      for (const std::size_t axis : {std::size_t{1}, std::size_t{2}}) {
-        if (cell[static_cast<Eigen::Index>(axis)] > cell[static_cast<Eigen::Index>(longest)]) {
-          longest = axis;
-        }
+      Eigen::Index longest = 0;
+      for (Eigen::Index axis = 1; axis < 3; ++axis) {
+        longest = cell[axis] > cell[longest] ? axis : longest;
       }
-      const auto axis = static_cast<Eigen::Index>(longest);
       if (++count[longest] > static_cast<int>(kMaxCoverSpheres)) {
         return std::nullopt;
       }
-      cell[axis] = box[axis] / count[longest];
+      cell[longest] = box[longest] / count[longest];
       radius = Length(cell[0], cell[1], cell[2]);
     }
     const bool has_inside = std::min({count[0], count[1], count[2]}) > 2;

@@ -1,34 +1,36 @@
 #include "kavo/util/binary_search_order.h"
 
-#include <cstddef>
-
 namespace kavo::util {
 
-std::vector<int> GetBinarySearchOrder(int n) {
-  if (n < 1) {
-    return {};
+void BinarySearchOrder::start(int n) {
+  intervals_.clear();
+  num_done_ = 0;
+  if (n >= 1) {
+    intervals_.push_back({1, n});
   }
-  struct Interval {
-    int first;
-    int last;
-    int Middle() const { return first + (last - first) / 2; }
-  };
-  // Breadth first: the list of intervals is its own queue, and each interval gives its middle to the order.
-  std::vector<Interval> intervals;
-  intervals.reserve(static_cast<std::size_t>(n));
-  intervals.push_back({1, n});
+}
+
+int BinarySearchOrder::next() {
+  if (num_done_ == intervals_.size()) {
+    return 0;
+  }
+  const Interval interval = intervals_[num_done_++];
+  const int middle = interval.first + (interval.last - interval.first) / 2;
+  if (interval.first < middle) {
+    intervals_.push_back({interval.first, middle - 1});
+  }
+  if (middle < interval.last) {
+    intervals_.push_back({middle + 1, interval.last});
+  }
+  return middle;
+}
+
+std::vector<int> GetBinarySearchOrder(int n) {
+  BinarySearchOrder numbers;
+  numbers.start(n);
   std::vector<int> order;
-  order.reserve(static_cast<std::size_t>(n));
-  for (std::size_t i = 0; i < intervals.size(); ++i) {
-    const Interval interval = intervals[i];
-    const int middle = interval.Middle();
-    order.push_back(middle);
-    if (interval.first < middle) {
-      intervals.push_back({interval.first, middle - 1});
-    }
-    if (middle < interval.last) {
-      intervals.push_back({middle + 1, interval.last});
-    }
+  for (int k = numbers.next(); k != 0; k = numbers.next()) {
+    order.push_back(k);
   }
   return order;
 }

@@ -269,7 +269,9 @@ Snapshot::Snapshot(const std::vector<Item>& items)
     if (!(items[i].solid.magnitude <= kLargestPlainMagnitude)) {
       largest_magnitude_ = -1.0;
     }
+    has_plain_lanes_ = has_plain_lanes_ && items[i].solid.magnitude <= BallCluster::kLargestLength;
     if (items[i].solid.kind == Solid::Kind::kHalfSpace) {
+      lanes_.half_spaces.emplace_back(items[i].solid);
       half_spaces_.push_back(items[i].solid);
       half_space_handles_.push_back(items[i].handle);
     } else {
@@ -294,6 +296,7 @@ void Snapshot::fill(std::size_t group, std::vector<Bounds>::iterator begin, std:
       const Bounds& bounds = begin[static_cast<std::ptrdiff_t>(lane)];
       groups_[group].enclose(lane, bounds.low, bounds.high);
       solids_.push_back(items[bounds.item].solid);
+      lanes_.solids.emplace_back(items[bounds.item].solid);
       handles_.push_back(items[bounds.item].handle);
     }
     return;
@@ -338,6 +341,13 @@ bool Snapshot::inCollision(const Eigen::Vector3d& center, double radius) const {
     }
   }
   return !groups_.empty() && touches_(groups_.data(), solids_.data(), point, radius);
+}
+
+BallCluster::Contacts Snapshot::contactsWith(BallCluster& cluster, std::uint32_t wanted) const {
+  if (!has_plain_lanes_ || !cluster.isPlain()) {
+    return {0, wanted};
+  }
+  return FindLaneContacts(lanes_, groups_.empty() ? nullptr : groups_.data(), cluster.data(), wanted);
 }
 
 bool Snapshot::inCollisionAtAnyScale(const double* center, double radius) const {

@@ -19,4 +19,16 @@ std::optional<WorldView::Nearest> WorldView::nearestObstacle(const Eigen::Vector
   return state_->snapshot->nearestObstacle(point);
 }
 
+namespace internal {
+
+struct ViewAccess {
+  static const Snapshot& snapshot(const WorldView& view) { return *view.state_->snapshot; }
+};
+
+BallCluster::Contacts FindContacts(const WorldView& view, BallCluster& cluster, std::uint32_t wanted) {
+  return ViewAccess::snapshot(view).contactsWith(cluster, wanted);
+}
+
+}  // namespace internal
+
 }  // namespace kavo

@@ -10,6 +10,7 @@
 namespace kavo {
 
 namespace internal {
+struct ViewAccess;
 class WorldState;
 struct ViewState;
 }  // namespace internal
@@ -58,6 +59,7 @@ class KAVO_EXPORT WorldView {
 
  private:
   friend class World;
+  friend struct internal::ViewAccess;
   explicit WorldView(std::shared_ptr<internal::ViewState> state);
 
   std::shared_ptr<internal::ViewState> state_;

@@ -29,10 +29,24 @@ class KAVO_EXPORT Environment {
   //! sequence.
   virtual std::optional<Eigen::VectorXd> SampleConfiguration() const = 0;
 
+  //! How many configurations, from the first on, are valid before one is not: what asking
+  //! `IsValidConfiguration` one by one, up to the first invalid one, would say. An environment that knows how
+  //! to check several at once overrides this default, which does just that.
+  //! \param configurations One to a column; `CSpaceDimension()` rows, any other number is a fatal error.
+  virtual int CountValid(const Eigen::Ref<const Eigen::MatrixXd>& configurations) const;
+
+  //! How many configurations `CountValid` checks in little more time than one. Planners look that many steps
+  //! ahead; with 1, the default, an environment is asked about a configuration only when all before it are
+  //! known to be valid and used.
+  int NumAtOnce() const { return num_at_once_; }
+
  protected:
-  Environment() = default;
+  explicit Environment(int num_at_once = 1) : num_at_once_(num_at_once) {}
   Environment(const Environment&) = default;
   Environment& operator=(const Environment&) = default;
+
+ private:
+  int num_at_once_;
 };
 
 }  // namespace kavo::planning

@@ -42,6 +42,7 @@ class KAVO_EXPORT RobotEnvironment : public Environment {
 
   //! What the environment has done since it was created.
   struct Statistics {
+    //! Configurations checked, also those that a planner looked ahead to and did not reach.
     std::uint64_t num_validity_checks = 0;
     //! Random configurations and task-space positions.
     std::uint64_t num_samples_drawn = 0;
@@ -53,6 +54,9 @@ class KAVO_EXPORT RobotEnvironment : public Environment {
   //! Why `q` is not valid; empty if it is. Slower than the check itself. A wrong length is a fatal error as
   //! there.
   virtual std::optional<ConfigurationFault> FindFault(const Eigen::VectorXd& q) const = 0;
+
+ protected:
+  using Environment::Environment;
 };
 
 //! An environment under the weighted squared distance (see `WeightedSquaredL2Norm`).

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "kavo/motion_planning/rrt/look_ahead_internal.h"
 #include "kavo/motion_planning/rrt/rrt_util.h"
 #include "kavo/motion_planning/util/vector_math_internal.h"
 #include "kavo/util/log_message.h"
@@ -32,7 +33,8 @@ class BasicRRT final : public RRT {
       : config_(config),
         environment_(environment),
         tree_(&tree),
-        dimension_(static_cast<int>(config.q_target_tolerance.size())) {
+        dimension_(static_cast<int>(config.q_target_tolerance.size())),
+        look_ahead_(*environment) {
     ValidateWorldDimension();
     ValidateTreeDimension(tree, dimension_);
   }
@@ -105,8 +107,13 @@ class BasicRRT final : public RRT {
         (config_.use_approx_closest ? tree.GetApproxClosest(q_sample) : tree.GetClosest(q_sample)).node;
     const Eigen::VectorXd step = internal::StepToward(parent->Configuration(), q_sample, config_.edge_length);
     Eigen::VectorXd q_new = parent->Configuration() + step;
+    const auto advance = [&](Eigen::VectorXd& q) {
+      return !IsAtTarget(q) && !(tree.Distance(q, q_sample) < config_.edge_length) &&
+             internal::Advance(step, q) && internal::IsFinite(q);
+    };
+    look_ahead_.Start();
     // A sample or a step beyond the finite numbers leads nowhere, whatever the environment says.
-    while (!ShouldStop() && internal::IsFinite(q_new) && environment_->IsValidConfiguration(q_new)) {
+    while (!ShouldStop() && internal::IsFinite(q_new) && look_ahead_.IsValid(q_new, advance)) {
       parent = tree.Insert(Node(q_new, parent));
       if (IsAtTarget(q_new)) {
         problem_.target_node = tree.Insert(Node(problem_.q_target, parent));
@@ -134,6 +141,7 @@ class BasicRRT final : public RRT {
   std::shared_ptr<Environment> environment_;
   std::unique_ptr<Tree>* tree_;
   int dimension_;
+  internal::LookAhead look_ahead_;
   ProblemState problem_;
 };
 

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <deque>
 
+#include "kavo/motion_planning/rrt/look_ahead_internal.h"
 #include "kavo/motion_planning/rrt/rrt_util.h"
 #include "kavo/motion_planning/tree/node.h"
 #include "kavo/motion_planning/util/vector_math_internal.h"
@@ -87,7 +89,8 @@ JtRRT::JtRRT(const JtRRTConfig& config, const std::shared_ptr<RobotEnvironment>&
       q_dimension_(environment->CSpaceDimension()),
       mode_sampler_(static_cast<std::uint32_t>(config.seed)),
       candidate_sampler_(static_cast<std::uint32_t>(config.seed) ^ 12345u),
-      jacobian_(Eigen::MatrixXd::Zero(3, q_dimension_)) {
+      jacobian_(Eigen::MatrixXd::Zero(3, q_dimension_)),
+      look_ahead_(std::make_unique<internal::LookAhead>(*environment)) {
   mode_sampler_.SetRange(0.0, 1.0);
   ValidateTreeDimension(c_space_tree, q_dimension_);
   ValidateTreeDimension(task_space_tree, 3);
@@ -100,6 +103,8 @@ JtRRT::JtRRT(const JtRRTConfig& config, const std::shared_ptr<RobotEnvironment>&
   KAVO_CHECK(c_space_tree->SupportsNodeId(), "motion_planning/rrt/jt_rrt", 113);
   KAVO_CHECK(task_space_tree->SupportsNodeId(), "motion_planning/rrt/jt_rrt", 114);
 }
+
+JtRRT::~JtRRT() = default;
 
 std::optional<std::vector<std::shared_ptr<Node>>> JtRRT::TryToFindPath(const Eigen::VectorXd& q_initial,
                                                                        const Eigen::VectorXd& x_target) {
@@ -236,19 +241,43 @@ Eigen::VectorXd JtRRT::JacobianTransposeStep(const Eigen::VectorXd& q, const Eig
 }
 
 Eigen::VectorXd JtRRT::CalculateQExtension(ExtensionMode mode, const Eigen::VectorXd& goal,
-                                           const Twins& twins) {
-  const Eigen::VectorXd& q = twins.c_node->Configuration();
+                                           const Eigen::VectorXd& q, const Eigen::VectorXd& x) const {
   if (mode == ExtensionMode::C_SPACE_EXPLORATION) {
     return internal::StepToward(q, goal, config_.edge_length);
   }
-  const Eigen::VectorXd dq = JacobianTransposeStep(q, twins.x_node->Configuration(), goal);
+  const Eigen::VectorXd dq = JacobianTransposeStep(q, x, goal);
   return internal::Norm(dq) > kMinStep ? internal::WithLength(dq, config_.edge_length) : dq;
 }
 
-unsigned int JtRRT::DualInsert(const Eigen::VectorXd& q, Twins& parents) {
+JtRRT::Course JtRRT::CourseFrom(ExtensionMode mode, const Eigen::VectorXd& goal, const Eigen::VectorXd& q,
+                                const Eigen::VectorXd& previous_dq) const {
+  Course course;
+  course.x = environment_->TaskSpacePosition(q);
+  course.is_in_target_zone = IsInTargetZone(course.x);
+  if (course.is_in_target_zone) {
+    return course;
+  }
+  const bool in_c_space = mode == ExtensionMode::C_SPACE_EXPLORATION;
+  const double distance =
+      in_c_space ? CSpaceTree().Distance(q, goal) : TaskSpaceTree().Distance(course.x, goal);
+  if (config_.edge_length > distance) {
+    return course;
+  }
+  course.dq = previous_dq;
+  if (!in_c_space) {
+    course.dq = CalculateQExtension(mode, goal, q, course.x);
+    if (internal::Norm(course.dq) < kMinStep || Opposes(course.dq, previous_dq)) {
+      return course;
+    }
+  }
+  course.goes_on = true;
+  return course;
+}
+
+unsigned int JtRRT::DualInsert(const Eigen::VectorXd& q, const Eigen::VectorXd& x, Twins& parents) {
   const auto id = static_cast<unsigned int>(CSpaceTree().NumNodes());
   Node c_node(q, parents.c_node);
-  Node x_node(environment_->TaskSpacePosition(q), parents.x_node);
+  Node x_node(x, parents.x_node);
   c_node.SetId(id);
   x_node.SetId(id);
   parents.c_node = CSpaceTree().Insert(c_node);
@@ -262,7 +291,8 @@ void JtRRT::Extend(const Eigen::VectorXd& goal, ExtensionMode mode) {
   if (!twins) {
     return;
   }
-  Eigen::VectorXd dq = CalculateQExtension(mode, goal, *twins);
+  Eigen::VectorXd dq =
+      CalculateQExtension(mode, goal, twins->c_node->Configuration(), twins->x_node->Configuration());
   if (internal::Norm(dq) < kMinStep) {
     return;
   }
@@ -277,34 +307,38 @@ void JtRRT::Extend(const Eigen::VectorXd& goal, ExtensionMode mode) {
     return;
   }
 
-  const bool in_c_space = mode == ExtensionMode::C_SPACE_EXPLORATION;
+  // Where the walk goes from the configurations that were looked ahead to.
+  std::deque<Course> courses;
+  Eigen::VectorXd last_dq = dq;
+  const auto advance = [&](Eigen::VectorXd& q) {
+    courses.push_back(CourseFrom(mode, goal, q, last_dq));
+    last_dq = courses.back().dq;
+    return courses.back().goes_on && internal::Advance(last_dq, q) && internal::IsFinite(q);
+  };
+  look_ahead_->Start();
   for (int i = 0; i < kMaxStepsOfExtension; ++i) {
-    if (ShouldStop() || !internal::IsFinite(q_new) || !environment_->IsValidConfiguration(q_new)) {
+    if (ShouldStop() || !internal::IsFinite(q_new) || !look_ahead_->IsValid(q_new, advance)) {
       return;
     }
-    const unsigned int id = DualInsert(q_new, *twins);
+    Course course;
+    if (courses.empty()) {
+      course = CourseFrom(mode, goal, q_new, dq);
+      last_dq = course.dq;
+    } else {
+      course = std::move(courses.front());
+      courses.pop_front();
+    }
+    const unsigned int id = DualInsert(q_new, course.x, *twins);
     if (mode != ExtensionMode::TASK_SPACE_EXPLOITATION) {
       candidates_.push_back(id);
     }
-    const Eigen::VectorXd& x_new = twins->x_node->Configuration();
-    if (IsInTargetZone(x_new)) {
+    if (course.is_in_target_zone) {
       q_target_node_ = twins->c_node;
       return;
     }
-    const double distance =
-        in_c_space ? CSpaceTree().Distance(q_new, goal) : TaskSpaceTree().Distance(x_new, goal);
-    if (config_.edge_length > distance) {
-      return;
-    }
-    if (!in_c_space) {
-      const Eigen::VectorXd previous_dq = dq;
-      dq = CalculateQExtension(mode, goal, *twins);
-      if (internal::Norm(dq) < kMinStep || Opposes(dq, previous_dq)) {
-        return;
-      }
-    }
+    dq = course.dq;
     // Unlike the first, this step may leave the limits; the validity check then ends the walk.
-    if (!internal::Advance(dq, q_new)) {
+    if (!course.goes_on || !internal::Advance(dq, q_new)) {
       return;
     }
   }
@@ -321,9 +355,10 @@ void JtRRT::ExtendToTarget() {
   const double num_steps = std::min(double{kRefinementBudget},
                                     std::floor(internal::Distance(q_start, q_goal) / config_.edge_length));
   for (int k = 1; k <= num_steps; ++k) {
-    DualInsert(q_start + k * step, parents);
+    const Eigen::VectorXd q = q_start + k * step;
+    DualInsert(q, environment_->TaskSpacePosition(q), parents);
   }
-  DualInsert(q_goal, parents);
+  DualInsert(q_goal, environment_->TaskSpacePosition(q_goal), parents);
   q_target_node_ = parents.c_node;
 }
 

@@ -15,6 +15,10 @@
 
 namespace kavo::planning {
 
+namespace internal {
+class LookAhead;
+}  // namespace internal
+
 //! Settings of `JtRRT`. A plain record; it is checked when a search starts.
 struct KAVO_EXPORT JtRRTConfig {
   JtRRTConfig(double edge_length_in, const Eigen::Vector3d& x_target_zone_tolerance_in,
@@ -66,6 +70,7 @@ class KAVO_EXPORT JtRRT final : public RRT {
   //!     the environment's and 3, and both must look nodes up by id (fatal errors otherwise).
   JtRRT(const JtRRTConfig& config, const std::shared_ptr<RobotEnvironment>& environment,
         std::unique_ptr<Tree>& c_space_tree, std::unique_ptr<Tree>& task_space_tree);
+  ~JtRRT() override;
 
   int CSpaceDimension() const override { return q_dimension_; }
 
@@ -87,15 +92,28 @@ class KAVO_EXPORT JtRRT final : public RRT {
     std::shared_ptr<Node> x_node;
   };
 
+  // What a walk does at a configuration.
+  struct Course {
+    Eigen::VectorXd x;
+    bool is_in_target_zone = false;
+    // The step to the next configuration, where there is one.
+    bool goes_on = false;
+    Eigen::VectorXd dq;
+  };
+
   Tree& CSpaceTree() const { return **c_space_tree_; }
   Tree& TaskSpaceTree() const { return **task_space_tree_; }
   bool IsInTargetZone(const Eigen::VectorXd& x) const;
   void ValidateGoalDimension(ExtensionMode mode, const Eigen::VectorXd& goal) const;
   std::optional<Twins> SelectExtensionNodes(ExtensionMode mode, const Eigen::VectorXd& goal);
-  Eigen::VectorXd CalculateQExtension(ExtensionMode mode, const Eigen::VectorXd& goal, const Twins& twins);
+  Eigen::VectorXd CalculateQExtension(ExtensionMode mode, const Eigen::VectorXd& goal,
+                                      const Eigen::VectorXd& q, const Eigen::VectorXd& x) const;
+  // The course of a walk from `q` on, which the step `previous_dq` has led to.
+  Course CourseFrom(ExtensionMode mode, const Eigen::VectorXd& goal, const Eigen::VectorXd& q,
+                    const Eigen::VectorXd& previous_dq) const;
   Eigen::VectorXd JacobianTransposeStep(const Eigen::VectorXd& q, const Eigen::VectorXd& x,
                                         const Eigen::VectorXd& goal) const;
-  unsigned int DualInsert(const Eigen::VectorXd& q, Twins& parents);
+  unsigned int DualInsert(const Eigen::VectorXd& q, const Eigen::VectorXd& x, Twins& parents);
   void Extend(const Eigen::VectorXd& goal, ExtensionMode mode);
   void ExtendToTarget();
   Eigen::VectorXd GetCSpaceTarget(const Eigen::VectorXd& q0) const;
@@ -113,6 +131,7 @@ class KAVO_EXPORT JtRRT final : public RRT {
   Eigen::VectorXd x_target_;
   // Scratch, sized once.
   mutable Eigen::MatrixXd jacobian_;
+  std::unique_ptr<internal::LookAhead> look_ahead_;
   std::optional<std::shared_ptr<Node>> q_target_node_;
 };
 

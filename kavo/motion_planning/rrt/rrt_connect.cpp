@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <utility>
 
+#include "kavo/motion_planning/rrt/look_ahead_internal.h"
 #include "kavo/motion_planning/rrt/rrt_util.h"
 #include "kavo/motion_planning/util/vector_math_internal.h"
 #include "kavo/util/clip_warning.h"
@@ -36,7 +37,8 @@ class RRTConnect final : public RRT {
         environment_(environment),
         tree_a_(&tree_a),
         tree_b_(&tree_b),
-        dimension_(environment->CSpaceDimension()) {
+        dimension_(environment->CSpaceDimension()),
+        look_ahead_(*environment) {
     ValidateTreeDimension(tree_a, dimension_);
     ValidateTreeDimension(tree_b, dimension_);
   }
@@ -142,8 +144,16 @@ class RRTConnect final : public RRT {
     std::shared_ptr<Node> parent = TreeA().GetClosest(q_goal).node;
     const Eigen::VectorXd step = internal::StepToward(parent->Configuration(), q_goal, config_.edge_length);
     Eigen::VectorXd q_new = parent->Configuration() + step;
+    const auto arrived = [&](const Eigen::VectorXd& q) {
+      return TreeA().Distance(q, q_goal) < config_.edge_length;
+    };
+    // Whether the trees connect is not asked ahead: it costs more than the few configurations beyond.
+    const auto advance = [&](Eigen::VectorXd& q) {
+      return !arrived(q) && internal::Advance(step, q) && internal::IsFinite(q);
+    };
+    look_ahead_.Start();
     // A sample or a step beyond the finite numbers leads nowhere, whatever the environment says.
-    while (!ShouldStop() && internal::IsFinite(q_new) && environment_->IsValidConfiguration(q_new)) {
+    while (!ShouldStop() && internal::IsFinite(q_new) && look_ahead_.IsValid(q_new, advance)) {
       parent = TreeA().Insert(Node(q_new, parent));
       problem_.last_configuration_a = q_new;
       const ClosestNode closest = TreeB().GetClosest(q_new);
@@ -151,8 +161,7 @@ class RRTConnect final : public RRT {
         problem_.connection_a = parent;
         problem_.connection_b = closest.node;
       }
-      const bool arrived = TreeA().Distance(q_new, q_goal) < config_.edge_length;
-      if (IsConnected() || arrived || !internal::Advance(step, q_new)) {
+      if (IsConnected() || arrived(q_new) || !internal::Advance(step, q_new)) {
         return;
       }
     }
@@ -163,6 +172,7 @@ class RRTConnect final : public RRT {
   std::unique_ptr<Tree>* tree_a_;
   std::unique_ptr<Tree>* tree_b_;
   int dimension_;
+  internal::LookAhead look_ahead_;
   ProblemState problem_;
 };
 

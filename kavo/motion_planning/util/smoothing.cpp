@@ -1,13 +1,16 @@
 #include "kavo/motion_planning/util/smoothing.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <cstdint>
 #include <cstdlib>
-#include <limits>
+#include <numeric>
+#include <unordered_map>
 
 #include "kavo/motion_planning/rrt/rrt_util.h"
+#include "kavo/motion_planning/util/segment_check_internal.h"
 #include "kavo/motion_planning/util/vector_math_internal.h"
-#include "kavo/util/binary_search_order.h"
 #include "kavo/util/log_message.h"
 #include "kavo/util/random_generator.h"
 
@@ -20,32 +23,35 @@ int LastIndex(const std::vector<Eigen::VectorXd>& path) { return static_cast<int
 // Holds for equal indices too.
 bool AreAdjacent(int index, int other_index) { return std::abs(index - other_index) <= 1; }
 
+// Halves the waypoints between a reachable and an unreachable one until `index` is the farthest that is
+// found reachable from the one at `start_index`.
+template <typename IsValid>
+void Search(int start_index, int& index, int reachable_index, int unreachable_index, int last_index,
+            const IsValid& is_valid) {
+  while (!AreAdjacent(index, start_index)) {
+    const int candidate = index;
+    if (is_valid(start_index, candidate)) {
+      if (candidate == 0 || candidate == last_index || AreAdjacent(candidate, unreachable_index)) {
+        return;
+      }
+      index = candidate + (unreachable_index - candidate) / 2;
+      reachable_index = candidate;
+    } else {
+      if (AreAdjacent(reachable_index, candidate)) {
+        index = reachable_index;
+        return;
+      }
+      index = reachable_index + (candidate - reachable_index) / 2;
+      unreachable_index = candidate;
+    }
+  }
+}
+
 }  // namespace
 
 bool IsValidPath(const std::shared_ptr<Environment>& environment, double step_size, Eigen::VectorXd q_start,
                  Eigen::VectorXd q_end) {
-  KAVO_CHECK(environment->CSpaceDimension() == q_start.size(), "motion_planning/util/smoothing", 27);
-  KAVO_CHECK(q_start.size() == q_end.size(), "motion_planning/util/smoothing", 28);
-  KAVO_CHECK(step_size > 0., "motion_planning/util/smoothing", 31);
-  const double length = internal::Distance(q_start, q_end);
-  if (step_size > length) {
-    return true;
-  }
-  if (!std::isfinite(length)) {
-    return false;
-  }
-  const Eigen::VectorXd step = internal::StepToward(q_start, q_end, step_size);
-  const double num_steps = std::floor(length / internal::Norm(step));
-  KAVO_CHECK(num_steps <= std::numeric_limits<int>::max(), "motion_planning/util/smoothing", 38)
-      << "A segment of length [" << length << "] has too many steps of [" << step_size << "] to be checked.";
-  Eigen::VectorXd q(q_start.size());
-  for (const int k : util::GetBinarySearchOrder(static_cast<int>(num_steps))) {
-    q = q_start + k * step;
-    if (!environment->IsValidConfiguration(q)) {
-      return false;
-    }
-  }
-  return environment->IsValidConfiguration(q_end);
+  return internal::SegmentCheck(*environment, step_size).IsValid(q_start, q_end);
 }
 
 std::vector<Eigen::VectorXd> DiscretizePath(const std::vector<Eigen::VectorXd>& path, double step_size) {
@@ -90,39 +96,55 @@ std::optional<std::vector<Eigen::VectorXd>> TryToShortCircuitPath(
     const std::vector<Eigen::VectorXd>& path, const std::shared_ptr<Environment>& environment,
     double step_size, int max_iterations, unsigned int seed, const StopCondition& stop_condition) {
   KAVO_CHECK(path.size() > 1, "motion_planning/util/smoothing", 134);
-  std::vector<Eigen::VectorXd> shortened = path;
-  if (shortened.size() == 2) {
-    return shortened;
+  if (path.size() == 2) {
+    return path;
   }
-  // Both are false when it is time to stop.
-  const auto shorten_forward = [&](int index) {
-    if (stop_condition && stop_condition()) {
-      return false;
+  // Indices into `path` of the waypoints that are left.
+  std::vector<int> left(path.size());
+  std::iota(left.begin(), left.end(), 0);
+  internal::SegmentCheck segment_check(*environment, step_size);
+  // The world stays as it is meanwhile: what is known of a segment, start first, holds to the end.
+  std::unordered_map<std::uint64_t, bool> known;
+  const auto is_valid = [&](int from, int to) {
+    const auto first = static_cast<std::size_t>(left[static_cast<std::size_t>(from)]);
+    const auto last = static_cast<std::size_t>(left[static_cast<std::size_t>(to)]);
+    const auto [entry, is_new] = known.try_emplace(first * path.size() + last, false);
+    if (is_new) {
+      entry->second = segment_check.IsValid(path[first], path[last]);
     }
-    RemoveConfigurations(shortened, index,
-                         GetShortCircuitIndex(index, true, shortened, environment, step_size));
-    return true;
+    return entry->second;
   };
-  const auto shorten_backward = [&](int index) {
+  // False when it is time to stop.
+  const auto shorten = [&](int index, bool forward) {
     if (stop_condition && stop_condition()) {
       return false;
     }
-    RemoveConfigurations(shortened, GetShortCircuitIndex(index, false, shortened, environment, step_size),
-                         index);
+    const int last = static_cast<int>(left.size()) - 1;
+    const int target = forward ? last : 0;
+    int reached = target;
+    Search(index, reached, index, target, last, is_valid);
+    const auto [first_kept, last_kept] = std::minmax(index, reached);
+    if (last_kept - 1 > first_kept) {
+      left.erase(left.begin() + first_kept + 1, left.begin() + last_kept);
+    }
     return true;
   };
 
-  if (!shorten_forward(0) || !shorten_backward(LastIndex(shortened))) {
-    return std::nullopt;
-  }
+  bool goes_on = shorten(0, true) && shorten(static_cast<int>(left.size()) - 1, false);
   util::RandomGenerator<int> interior(seed);
-  for (int iteration = 0; iteration < max_iterations && shortened.size() > 2; ++iteration) {
-    interior.SetRange(1, LastIndex(shortened) - 1);
+  for (int iteration = 0; goes_on && iteration < max_iterations && left.size() > 2; ++iteration) {
+    interior.SetRange(1, static_cast<int>(left.size()) - 2);
     const int index = interior.Sample();
     // The forward search removes later waypoints only: the index still names the same one after it.
-    if (!shorten_forward(index) || !shorten_backward(index)) {
-      return std::nullopt;
-    }
+    goes_on = shorten(index, true) && shorten(index, false);
+  }
+  if (!goes_on) {
+    return std::nullopt;
+  }
+  std::vector<Eigen::VectorXd> shortened;
+  shortened.reserve(left.size());
+  for (const int index : left) {
+    shortened.push_back(path[static_cast<std::size_t>(index)]);
   }
   return shortened;
 }
@@ -138,25 +160,10 @@ int GetShortCircuitIndex(int start_index, bool forward, const std::vector<Eigen:
 void ShortCircuitRecursive(int start_index, int& index, int reachable_index, int unreachable_index,
                            const std::vector<Eigen::VectorXd>& path,
                            const std::shared_ptr<Environment>& environment, double step_size) {
-  if (AreAdjacent(index, start_index)) {
-    return;
-  }
-  const int candidate = index;
-  if (IsValidPath(environment, step_size, path[static_cast<std::size_t>(start_index)],
-                  path[static_cast<std::size_t>(candidate)])) {
-    if (candidate == 0 || candidate == LastIndex(path) || AreAdjacent(candidate, unreachable_index)) {
-      return;
-    }
-    index = candidate + (unreachable_index - candidate) / 2;
-    ShortCircuitRecursive(start_index, index, candidate, unreachable_index, path, environment, step_size);
-  } else {
-    if (AreAdjacent(reachable_index, candidate)) {
-      index = reachable_index;
-      return;
-    }
-    index = reachable_index + (candidate - reachable_index) / 2;
-    ShortCircuitRecursive(start_index, index, reachable_index, candidate, path, environment, step_size);
-  }
+  internal::SegmentCheck segment_check(*environment, step_size);
+  Search(start_index, index, reachable_index, unreachable_index, LastIndex(path), [&](int from, int to) {
+    return segment_check.IsValid(path[static_cast<std::size_t>(from)], path[static_cast<std::size_t>(to)]);
+  });
 }
 
 }  // namespace kavo::planning

@@ -38,9 +38,9 @@ inline bool IsFinite(const Eigen::VectorXd& v) {
   return true;
 }
 
-//! `length` times the unit vector of `v`. Where `v` has no direction (its squared length is not positive) it
-//! takes the place of the unit vector.
-inline Eigen::VectorXd WithLength(Eigen::VectorXd v, double length) {
+//! Makes `v` `length` times its unit vector. Where `v` has no direction (its squared length is not positive)
+//! it takes the place of the unit vector.
+inline void SetLength(double length, Eigen::VectorXd& v) {
   double squared_length = 0.0;
   for (Eigen::Index i = 0; i < v.size(); ++i) {
     squared_length += v[i] * v[i];
@@ -49,6 +49,11 @@ inline Eigen::VectorXd WithLength(Eigen::VectorXd v, double length) {
   for (Eigen::Index i = 0; i < v.size(); ++i) {
     v[i] = length * (v[i] / norm);
   }
+}
+
+//! The same of a copy.
+inline Eigen::VectorXd WithLength(Eigen::VectorXd v, double length) {
+  SetLength(length, v);
   return v;
 }
 

@@ -1,0 +1,236 @@
+#include "kavo/motion_planning/environment/robot_collision_internal.h"
+
+#include <algorithm>
+#include <cmath>
+#include <functional>
+
+#include "kavo/kinematics/interface/kinematics_internal.h"
+#include "kavo/math/bounding_sphere.h"
+#include "kavo/motion_planning/util/vector_math_internal.h"
+#include "kavo/util/sort.h"
+
+namespace kavo::planning::internal {
+
+namespace {
+
+// Distance between the surfaces of two spheres, negative where they overlap.
+double Gap(const math::Sphere& sphere_a, const math::RigidTransform& frame_a, const math::Sphere& sphere_b,
+           const math::RigidTransform& frame_b) {
+  const Eigen::Vector3d a = frame_a * sphere_a.center;
+  const Eigen::Vector3d b = frame_b * sphere_b.center;
+  const double dx = a[0] - b[0];
+  const double dy = a[1] - b[1];
+  const double dz = a[2] - b[2];
+  return std::sqrt(dx * dx + dy * dy + dz * dz) - (sphere_a.radius + sphere_b.radius);
+}
+
+// The placements, carried along by the robot base.
+void Carry(const math::RigidTransform& base, const math::LaneTransforms& frame,
+           math::LaneTransforms* carried) {
+  for (std::size_t column = 0; column < 4; ++column) {
+    const double* const x = frame.at(0, column);
+    const double* const y = frame.at(1, column);
+    const double* const z = frame.at(2, column);
+    for (std::size_t row = 0; row < 3; ++row) {
+      const auto r = static_cast<Eigen::Index>(row);
+      const double shift = column == 3 ? base.translation[r] : 0.0;
+      for (std::size_t lane = 0; lane < math::kNumLanes; ++lane) {
+        carried->at(row, column)[lane] = base.rotation(r, 0) * x[lane] + base.rotation(r, 1) * y[lane] +
+                                         base.rotation(r, 2) * z[lane] + shift;
+      }
+    }
+  }
+}
+
+}  // namespace
+
+// Frames with larger indices lie farther along the chain and are checked first: they collide most often.
+RobotCollision::RobotCollision(const RobotEnvironmentConfig& config)
+    : world_view_(config.world_view), kinematics_(config.Kinematics()) {
+  const std::vector<std::string>& names = config.FrameNames();
+  const std::vector<util::IndexedValue> order = util::Sort(
+      names,
+      [this](const std::string& name) { return static_cast<double>(kinematics_->frame(name).index()); },
+      std::greater<>());
+  std::vector<kavo::Kinematics::FrameHandle> frames;
+  for (const util::IndexedValue& entry : order) {
+    const std::string& name = names[entry.index];
+    std::vector<math::Sphere> spheres = config.CollisionSpheres(name);
+    const math::Sphere bounding_sphere = math::ComputeBoundingSphere(spheres, math::SebbMethod::kSmallest);
+    collections_.push_back({name, std::move(spheres), bounding_sphere});
+    frames.push_back(kinematics_->frame(name));
+  }
+  sweep_ = kinematics_->frameSweep(frames);
+  for (const Collection& collection : collections_) {
+    clusters_.emplace_back(collection.spheres, collection.bounding_sphere);
+  }
+  lane_frames_.resize(collections_.size());
+  std::vector<int> indices;
+  for (const kavo::Kinematics::FrameHandle& frame : frames) {
+    indices.push_back(frame.index());
+  }
+  // A configuration takes its kinematics from a description of this library.
+  const auto& model = dynamic_cast<const KinematicsInternal&>(*kinematics_).model();
+  lane_sweep_ = std::make_unique<kinematics::internal::LaneSweep>(model.plan(indices));
+  q_.resize(config.NumJoints());
+
+  const auto find = [this](const std::string& name) {
+    return std::find_if(collections_.begin(), collections_.end(),
+                        [&](const auto& collection) { return collection.frame_name == name; });
+  };
+  for (const auto& [name_a, name_b] : config.CollisionPairs()) {
+    const auto a = find(name_a);
+    const auto b = find(name_b);
+    // A frame without spheres touches nothing.
+    if (a != collections_.end() && b != collections_.end()) {
+      pairs_.emplace_back(a - collections_.begin(), b - collections_.begin());
+    }
+  }
+}
+
+bool RobotCollision::Touches(const Eigen::VectorXd& q) {
+  // NaN passes every limit, and a robot without spheres never asks the world.
+  if (!internal::IsFinite(q)) {
+    return true;
+  }
+  if (collections_.empty()) {
+    return false;
+  }
+  const std::vector<math::RigidTransform>& frames = sweep_->compute(q);
+  for (std::size_t i = 0; i < collections_.size(); ++i) {
+    if (base_ ? CollectionTouches(collections_[i], *base_ * frames[i])
+              : CollectionTouches(collections_[i], frames[i])) {
+      return true;
+    }
+  }
+  return !pairs_.empty() && TouchesItself(frames);
+}
+
+bool RobotCollision::CollectionTouches(const Collection& collection, const math::RigidTransform& pose) const {
+  if (!world_view_.inCollision(pose * collection.bounding_sphere.center, collection.bounding_sphere.radius)) {
+    return false;
+  }
+  for (const math::Sphere& sphere : collection.spheres) {
+    if (world_view_.inCollision(pose * sphere.center, sphere.radius)) {
+      return true;
+    }
+  }
+  return false;
+}
+
+int RobotCollision::CountFree(const double* configurations, std::ptrdiff_t stride, int count) {
+  if (count == 0 || collections_.empty()) {
+    return count;
+  }
+  const auto& frames = lane_sweep_->compute(configurations, stride, static_cast<std::size_t>(count));
+  const std::size_t num_lanes = count <= 4 ? 4 : math::kNumLanes;
+  // Lanes below the lowest one that is known to touch.
+  std::uint32_t wanted = (1u << count) - 1u;
+  std::uint32_t unsure = 0;
+  const auto note = [&](const kavo::internal::BallCluster::Contacts& contacts) {
+    unsure |= contacts.unsure;
+    const std::uint32_t touching = contacts.touching & wanted;
+    if (touching != 0) {
+      wanted = (touching & (0u - touching)) - 1u;
+    }
+    return wanted != 0;
+  };
+  for (std::size_t i = 0; i < collections_.size(); ++i) {
+    const math::LaneTransforms* frame = frames[i];
+    if (base_) {
+      Carry(*base_, *frame, &lane_frames_[i]);
+      frame = &lane_frames_[i];
+    }
+    clusters_[i].place(*frame, num_lanes);
+    if (!note(kavo::internal::FindContacts(world_view_, clusters_[i], wanted))) {
+      return 0;
+    }
+  }
+  for (const auto& [a, b] : pairs_) {
+    if (!note(clusters_[a].contactsWith(clusters_[b], wanted))) {
+      return 0;
+    }
+  }
+  int num_free = 0;
+  for (; (wanted >> num_free) & 1u; ++num_free) {
+    if ((unsure >> num_free) & 1u) {
+      q_ = Eigen::Map<const Eigen::VectorXd>(configurations + num_free * stride, q_.size());
+      if (Touches(q_)) {
+        break;
+      }
+    }
+  }
+  return num_free;
+}
+
+bool RobotCollision::TouchesItself(const std::vector<math::RigidTransform>& frames) const {
+  for (const auto& [a, b] : pairs_) {
+    if (MayTouch(a, b, frames)) {
+      for (const math::Sphere& sphere_a : collections_[a].spheres) {
+        for (const math::Sphere& sphere_b : collections_[b].spheres) {
+          if (!(Gap(sphere_a, frames[a], sphere_b, frames[b]) > 0.0)) {
+            return true;
+          }
+        }
+      }
+    }
+  }
+  return false;
+}
+
+// False only where no spheres of the two frames touch: rounding errors are far below the tolerance.
+bool RobotCollision::MayTouch(std::size_t a, std::size_t b,
+                              const std::vector<math::RigidTransform>& frames) const {
+  const math::Sphere& sphere_a = collections_[a].bounding_sphere;
+  const math::Sphere& sphere_b = collections_[b].bounding_sphere;
+  double size = sphere_a.radius + sphere_b.radius;
+  for (int i = 0; i < 3; ++i) {
+    size += std::fabs(sphere_a.center[i]) + std::fabs(sphere_b.center[i]) +
+            std::fabs(frames[a].translation[i]) + std::fabs(frames[b].translation[i]);
+  }
+  return !(Gap(sphere_a, frames[a], sphere_b, frames[b]) > 1e-12 * size);
+}
+
+std::optional<ConfigurationFault::SelfContact> RobotCollision::DeepestSelfContact(const Eigen::VectorXd& q) {
+  std::optional<ConfigurationFault::SelfContact> deepest;
+  const std::vector<math::RigidTransform>& frames = sweep_->compute(q);
+  for (const auto& [a, b] : pairs_) {
+    for (std::size_t i = 0; i < collections_[a].spheres.size(); ++i) {
+      for (std::size_t k = 0; k < collections_[b].spheres.size(); ++k) {
+        const double depth =
+            -Gap(collections_[a].spheres[i], frames[a], collections_[b].spheres[k], frames[b]);
+        if (depth >= 0.0 && (!deepest || depth > deepest->depth)) {
+          deepest = {{collections_[a].frame_name, collections_[b].frame_name}, {i, k}, depth};
+        }
+      }
+    }
+  }
+  return deepest;
+}
+
+std::optional<ConfigurationFault::Contact> RobotCollision::DeepestContact(const Eigen::VectorXd& q) {
+  std::optional<ConfigurationFault::Contact> deepest;
+  const std::vector<math::RigidTransform>& frames = sweep_->compute(q);
+  for (std::size_t i = 0; i < collections_.size(); ++i) {
+    const math::RigidTransform pose = base_ ? *base_ * frames[i] : frames[i];
+    for (std::size_t k = 0; k < collections_[i].spheres.size(); ++k) {
+      const math::Sphere& sphere = collections_[i].spheres[k];
+      const Eigen::Vector3d center = pose * sphere.center;
+      if (!world_view_.inCollision(center, sphere.radius)) {
+        continue;
+      }
+      const std::optional<WorldView::Nearest> nearest = world_view_.nearestObstacle(center);
+      if (nearest && (!deepest || sphere.radius - nearest->distance > deepest->depth)) {
+        deepest = {collections_[i].frame_name,       k, center, sphere.radius, nearest->obstacle,
+                   sphere.radius - nearest->distance};
+      }
+    }
+  }
+  if (deepest) {
+    // A sphere that just touches may lie outside by a rounding error here.
+    deepest->depth = std::max(0.0, deepest->depth);
+  }
+  return deepest;
+}
+
+}  // namespace kavo::planning::internal

@@ -1,0 +1,83 @@
+#pragma once
+
+#include <Eigen/Core>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "kavo/kinematics/interface/kinematics.h"
+#include "kavo/kinematics/lane_sweep_internal.h"
+#include "kavo/math/lane_transforms_internal.h"
+#include "kavo/math/pose3.h"
+#include "kavo/math/rigid_transform.h"
+#include "kavo/math/sphere.h"
+#include "kavo/motion_planning/environment/configuration_fault.h"
+#include "kavo/motion_planning/environment/robot_environment_config.h"
+#include "kavo/world/ball_cluster_internal.h"
+#include "kavo/world/world_view.h"
+
+namespace kavo::planning::internal {
+
+//! The collision spheres of a robot against a world and against each other. Limits are not looked at.
+//!
+//! `Touches` decides one configuration exactly. `CountFree` asks about several at once: a filter in single
+//! precision settles nearly all of them, and what is too close for it goes to `Touches`, so that both give
+//! the same answers. Holds the scratch memory of its queries: one thread at a time.
+class RobotCollision {
+ public:
+  //! The most configurations for one call of `CountFree`.
+  static constexpr int kBatch = static_cast<int>(math::kNumLanes);
+
+  //! An unknown frame name among the collision spheres is a fatal error.
+  explicit RobotCollision(const RobotEnvironmentConfig& config);
+
+  void UpdateWorldView() { world_view_.update(); }
+  void SetBasePose(const Pose3& base_pose) { base_ = math::RigidTransform(base_pose); }
+
+  //! Whether a sphere touches an obstacle, or another sphere that it must not touch. A configuration that is
+  //! not finite counts as touching.
+  bool Touches(const Eigen::VectorXd& q);
+
+  //! How many configurations, from the first on, touch nothing before one does.
+  //! \param configurations The first coordinates of two are `stride` apart; all must be finite.
+  //! \param count At most `kBatch`.
+  int CountFree(const double* configurations, std::ptrdiff_t stride, int count);
+
+  //! The deepest contact with an obstacle, and of two spheres that must not touch; empty without any.
+  std::optional<ConfigurationFault::Contact> DeepestContact(const Eigen::VectorXd& q);
+  std::optional<ConfigurationFault::SelfContact> DeepestSelfContact(const Eigen::VectorXd& q);
+
+ private:
+  // The spheres of one frame, in the frame's coordinates.
+  struct Collection {
+    std::string frame_name;
+    std::vector<math::Sphere> spheres;
+    math::Sphere bounding_sphere;
+  };
+
+  bool CollectionTouches(const Collection& collection, const math::RigidTransform& pose) const;
+  bool TouchesItself(const std::vector<math::RigidTransform>& frames) const;
+  bool MayTouch(std::size_t a, std::size_t b, const std::vector<math::RigidTransform>& frames) const;
+
+  WorldView world_view_;
+  // Pose of the robot base in the world; empty for the identity, which changes no bit of a frame's pose.
+  std::optional<math::RigidTransform> base_;
+  // Shared with the configuration; `sweep_` must not outlive it.
+  std::shared_ptr<kavo::Kinematics> kinematics_;
+  // In the order of checking, one for each frame of the sweeps.
+  std::vector<Collection> collections_;
+  // Indices of collections that must not touch each other.
+  std::vector<std::pair<std::size_t, std::size_t>> pairs_;
+  std::unique_ptr<FrameSweep> sweep_;
+  // For several configurations at once.
+  std::unique_ptr<kinematics::internal::LaneSweep> lane_sweep_;
+  std::vector<kavo::internal::BallCluster> clusters_;
+  std::vector<math::LaneTransforms> lane_frames_;
+  Eigen::VectorXd q_;
+};
+
+}  // namespace kavo::planning::internal

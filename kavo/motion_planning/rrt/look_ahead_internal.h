@@ -1,0 +1,69 @@
+#pragma once
+
+#include <Eigen/Core>
+#include <algorithm>
+
+#include "kavo/motion_planning/environment/environment.h"
+
+namespace kavo::planning::internal {
+
+//! Says of the configurations of a walk, one after the other, whether they are valid, and asks the
+//! environment about several of them at once.
+//!
+//! The environment must outlive it.
+class LookAhead {
+ public:
+  explicit LookAhead(const Environment& environment)
+      : environment_(&environment), batch_(environment.CSpaceDimension(), environment.NumAtOnce()) {}
+
+  //! Begins another walk.
+  void Start() {
+    num_known_ = 0;
+    next_ = 0;
+    ends_invalid_ = false;
+    size_ = std::min<Eigen::Index>(kFirstBatch, batch_.cols());
+  }
+
+  //! Whether `q` is valid. To be called for each configuration of the walk until one is not.
+  //! \param advance `bool(Eigen::VectorXd&)`: takes a configuration on by one step of the walk, as the walk
+  //!     itself does. False when the walk ends there.
+  template <typename Advance>
+  bool IsValid(const Eigen::VectorXd& q, const Advance& advance) {
+    if (next_ == num_known_ && !ends_invalid_) {
+      Ask(q, advance);
+    }
+    return next_++ < num_known_;
+  }
+
+ private:
+  // A walk may end at once: the first look is shorter.
+  static constexpr Eigen::Index kFirstBatch = 4;
+
+  template <typename Advance>
+  void Ask(const Eigen::VectorXd& q, const Advance& advance) {
+    batch_.col(0) = q;
+    Eigen::Index count = 1;
+    if (size_ > 1) {
+      ahead_ = q;
+      while (count < size_ && advance(ahead_)) {
+        batch_.col(count++) = ahead_;
+      }
+    }
+    num_known_ = environment_->CountValid(batch_.leftCols(count));
+    ends_invalid_ = num_known_ < count;
+    next_ = 0;
+    size_ = batch_.cols();
+  }
+
+  const Environment* environment_;
+  // One configuration to a column.
+  Eigen::MatrixXd batch_;
+  Eigen::Index size_ = 1;
+  // Of the last batch: how many are valid, whether one follows that is not, and which comes next.
+  Eigen::Index num_known_ = 0;
+  bool ends_invalid_ = false;
+  Eigen::Index next_ = 0;
+  Eigen::VectorXd ahead_;
+};
+
+}  // namespace kavo::planning::internal

@@ -1,0 +1,248 @@
+#include "kavo/world/solid_lanes_internal.h"
+
+#include <cmath>
+
+// This file is compiled once for each set of wide vectors; the include below repeats it.
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "kavo/world/solid_lanes.cpp"
+#include <hwy/foreach_target.h>
+#include <hwy/highway.h>
+
+#include "kavo/world/ball_lanes-inl.h"
+
+HWY_BEFORE_NAMESPACE();
+namespace kavo::internal::HWY_NAMESPACE {
+namespace {
+
+// Squared distances from placed centres to one solid; zero inside. Of a ball and a capsule, from the centre
+// and the segment: their radius is part of the reach.
+template <LaneSolid::Kind kKind, class D>
+class Distance {
+ public:
+  using V = hn::Vec<D>;
+  using Kind = LaneSolid::Kind;
+
+  HWY_INLINE Distance(D d, const LaneSolid& solid) : d_(d), solid_(solid) {}
+
+  HWY_INLINE V Squared(const float* center) const {
+    V x = hn::Sub(hn::LoadU(d_, center), hn::Set(d_, solid_.center[0]));
+    V y = hn::Sub(hn::LoadU(d_, center + kNumLanes), hn::Set(d_, solid_.center[1]));
+    V z = hn::Sub(hn::LoadU(d_, center + 2 * kNumLanes), hn::Set(d_, solid_.center[2]));
+    if constexpr (kKind == Kind::kHalfSpace) {
+      const V depth = Along(2, x, y, z);
+      return hn::IfThenElse(hn::Gt(depth, hn::Zero(d_)), hn::Mul(depth, depth), hn::Zero(d_));
+    } else {
+      if constexpr (kKind == Kind::kBox || kKind == Kind::kCylinder || kKind == Kind::kCapsule) {
+        const V local_x = Along(0, x, y, z);
+        const V local_y = Along(1, x, y, z);
+        z = Along(2, x, y, z);
+        x = local_x;
+        y = local_y;
+      }
+      if constexpr (kKind == Kind::kBox || kKind == Kind::kAlignedBox) {
+        x = Beyond(x, solid_.half[0]);
+        y = Beyond(y, solid_.half[1]);
+      }
+      if constexpr (kKind != Kind::kBall) {
+        z = Beyond(z, solid_.half[2]);
+      }
+      V side = hn::Add(hn::Mul(x, x), hn::Mul(y, y));
+      if constexpr (kKind == Kind::kCylinder || kKind == Kind::kUprightCylinder) {
+        side = hn::Max(hn::Sub(hn::Sqrt(side), hn::Set(d_, solid_.radius)), hn::Zero(d_));
+        side = hn::Mul(side, side);
+      }
+      return hn::Add(side, hn::Mul(z, z));
+    }
+  }
+
+ private:
+  HWY_INLINE V Along(int row, V x, V y, V z) const {
+    return hn::Add(hn::Add(hn::Mul(x, hn::Set(d_, solid_.rotation[row][0])),
+                           hn::Mul(y, hn::Set(d_, solid_.rotation[row][1]))),
+                   hn::Mul(z, hn::Set(d_, solid_.rotation[row][2])));
+  }
+
+  HWY_INLINE V Beyond(V coordinate, float half) const {
+    return hn::Max(hn::Sub(hn::Abs(coordinate), hn::Set(d_, half)), hn::Zero(d_));
+  }
+
+  const D d_;
+  const LaneSolid& solid_;
+};
+
+// Adds the contacts of one solid. False when no lane is wanted any more.
+template <LaneSolid::Kind kKind, class D>
+HWY_INLINE bool TestSolid(D d, const LaneSolid& solid, BallCluster::Data& cluster, std::uint32_t* wanted,
+                          BallCluster::Contacts* contacts) {
+  constexpr bool kIsRound = kKind == LaneSolid::Kind::kBall || kKind == LaneSolid::Kind::kCapsule;
+  const Distance<kKind, D> distance(d, solid);
+  const float margin = static_cast<float>(cluster.margin) + solid.margin;
+  const float own = kIsRound ? solid.radius : 0.0f;
+
+  const Reach bound(static_cast<float>(cluster.radius) + own, margin);
+  std::uint32_t near = 0;
+  for (std::size_t lane = 0; lane < cluster.num_lanes; lane += hn::Lanes(d)) {
+    near |= Bits(d, hn::Le(distance.Squared(cluster.bound + lane), hn::Set(d, bound.unsure))) << lane;
+  }
+  if ((near & *wanted) == 0) {
+    return true;
+  }
+  PlaceBalls(d, cluster);
+  const float* ball = cluster.balls.data();
+  const float* placed = cluster.placed.data();
+  for (std::size_t i = 0; i < cluster.num_balls; ++i, ball += 4, placed += 3 * kNumLanes) {
+    const Reach reach(ball[3] + own, margin);
+    std::uint32_t touching = 0;
+    for (std::size_t lane = 0; lane < cluster.num_lanes; lane += hn::Lanes(d)) {
+      const auto squared = distance.Squared(placed + lane);
+      const auto unsure = hn::Le(squared, hn::Set(d, reach.unsure));
+      if (!hn::AllFalse(d, unsure)) {
+        contacts->unsure |= Bits(d, unsure) << lane;
+        touching |= Bits(d, hn::Le(squared, hn::Set(d, reach.touching))) << lane;
+      }
+    }
+    if (!Note(touching & *wanted, wanted, contacts)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+template <class D>
+HWY_INLINE bool TestAnySolid(D d, const LaneSolid& solid, BallCluster::Data& cluster, std::uint32_t* wanted,
+                             BallCluster::Contacts* contacts) {
+  using Kind = LaneSolid::Kind;
+  switch (solid.kind) {
+    case Kind::kBall:
+      return TestSolid<Kind::kBall>(d, solid, cluster, wanted, contacts);
+    case Kind::kBox:
+      return TestSolid<Kind::kBox>(d, solid, cluster, wanted, contacts);
+    case Kind::kAlignedBox:
+      return TestSolid<Kind::kAlignedBox>(d, solid, cluster, wanted, contacts);
+    case Kind::kCylinder:
+      return TestSolid<Kind::kCylinder>(d, solid, cluster, wanted, contacts);
+    case Kind::kUprightCylinder:
+      return TestSolid<Kind::kUprightCylinder>(d, solid, cluster, wanted, contacts);
+    case Kind::kCapsule:
+      return TestSolid<Kind::kCapsule>(d, solid, cluster, wanted, contacts);
+    case Kind::kHalfSpace:
+      return TestSolid<Kind::kHalfSpace>(d, solid, cluster, wanted, contacts);
+  }
+  return true;
+}
+
+template <class D>
+BallCluster::Contacts FindInLanes(D d, const SolidLanes& lanes, const BoundsGroup* groups,
+                                  BallCluster::Data& cluster, std::uint32_t wanted) {
+  BallCluster::Contacts contacts;
+  for (const LaneSolid& half_space : lanes.half_spaces) {
+    if (!TestSolid<LaneSolid::Kind::kHalfSpace>(d, half_space, cluster, &wanted, &contacts)) {
+      return contacts;
+    }
+  }
+  if (groups == nullptr) {
+    return contacts;
+  }
+
+  const hn::CappedTag<float, BoundsGroup::kSize> db;
+  const double reach = cluster.radius + cluster.margin;
+  const auto low_x = hn::Set(db, Rounded(cluster.low[0] - reach));
+  const auto low_y = hn::Set(db, Rounded(cluster.low[1] - reach));
+  const auto low_z = hn::Set(db, Rounded(cluster.low[2] - reach));
+  const auto high_x = hn::Set(db, Rounded(cluster.high[0] + reach));
+  const auto high_y = hn::Set(db, Rounded(cluster.high[1] + reach));
+  const auto high_z = hn::Set(db, Rounded(cluster.high[2] + reach));
+  // A group adds at most seven to what waits, and each level has an eighth of the obstacles of the one above.
+  std::uint32_t waiting[128];
+  std::size_t num_waiting = 1;
+  waiting[0] = 0;
+  while (num_waiting > 0) {
+    const BoundsGroup& group = groups[waiting[--num_waiting]];
+    std::uint32_t overlaps = 0;
+    for (std::size_t lane = 0; lane < BoundsGroup::kSize; lane += hn::Lanes(db)) {
+      const auto x = hn::And(hn::Le(low_x, hn::Load(db, group.high[0] + lane)),
+                             hn::Le(hn::Load(db, group.low[0] + lane), high_x));
+      const auto y = hn::And(hn::Le(low_y, hn::Load(db, group.high[1] + lane)),
+                             hn::Le(hn::Load(db, group.low[1] + lane), high_y));
+      const auto z = hn::And(hn::Le(low_z, hn::Load(db, group.high[2] + lane)),
+                             hn::Le(hn::Load(db, group.low[2] + lane), high_z));
+      overlaps |= Bits(db, hn::And(hn::And(x, y), z)) << lane;
+    }
+    for (; overlaps != 0; overlaps &= overlaps - 1) {
+      const std::uint32_t index =
+          group.first + static_cast<std::uint32_t>(hwy::Num0BitsBelowLS1Bit_Nonzero32(overlaps));
+      if (!group.leaf) {
+        waiting[num_waiting++] = index;
+      } else if (!TestAnySolid(d, lanes.solids[index], cluster, &wanted, &contacts)) {
+        return contacts;
+      }
+    }
+  }
+  return contacts;
+}
+
+BallCluster::Contacts Find(const SolidLanes& lanes, const BoundsGroup* groups, BallCluster::Data& cluster,
+                           std::uint32_t wanted) {
+  return cluster.num_lanes == 4
+             ? FindInLanes(hn::CappedTag<float, 4>(), lanes, groups, cluster, wanted)
+             : FindInLanes(hn::CappedTag<float, kNumLanes>(), lanes, groups, cluster, wanted);
+}
+
+}  // namespace
+}  // namespace kavo::internal::HWY_NAMESPACE
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+
+namespace kavo::internal {
+
+HWY_EXPORT(Find);
+
+LaneSolid::LaneSolid(const Solid& solid) : radius(static_cast<float>(solid.radius)) {
+  margin = static_cast<float>(BallCluster::kMargin * solid.magnitude);
+  // Which of the solid's axes lies along each of the world's, -1 where none does.
+  int along[3] = {-1, -1, -1};
+  for (int row = 0; row < 3; ++row) {
+    center[row] = static_cast<float>(solid.center[row]);
+    half[row] = static_cast<float>(solid.half[row]);
+    for (int axis = 0; axis < 3; ++axis) {
+      rotation[row][axis] = static_cast<float>(solid.rotation[row][axis]);
+      // The axis is off by 2e-7 at most, which the margin has room for.
+      if (std::fabs(solid.rotation[row][axis]) >= 1.0 - 1e-14) {
+        along[axis] = row;
+      }
+    }
+  }
+  switch (solid.kind) {
+    case Solid::Kind::kSphere:
+      kind = Kind::kBall;
+      break;
+    case Solid::Kind::kBox:
+      kind = Kind::kBox;
+      if (along[0] >= 0 && along[1] >= 0 && along[2] >= 0) {
+        kind = Kind::kAlignedBox;
+        for (int axis = 0; axis < 3; ++axis) {
+          half[axis] = static_cast<float>(solid.half[along[axis]]);
+        }
+      }
+      break;
+    case Solid::Kind::kCylinder:
+      kind = along[2] == 2 ? Kind::kUprightCylinder : Kind::kCylinder;
+      break;
+    case Solid::Kind::kCapsule:
+      kind = Kind::kCapsule;
+      break;
+    case Solid::Kind::kHalfSpace:
+      kind = Kind::kHalfSpace;
+      break;
+  }
+}
+
+BallCluster::Contacts FindLaneContacts(const SolidLanes& lanes, const BoundsGroup* groups,
+                                       BallCluster::Data& cluster, std::uint32_t wanted) {
+  return HWY_DYNAMIC_DISPATCH(Find)(lanes, groups, cluster, wanted);
+}
+
+}  // namespace kavo::internal
+
+#endif  // HWY_ONCE

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "kavo/world/ball_cluster_internal.h"
+#include "kavo/world/solid_internal.h"
+
+namespace kavo::internal {
+
+//! A solid in single precision, as the lanes of a ball cluster are tested against it.
+struct LaneSolid {
+  enum class Kind : std::uint8_t {
+    kBall,
+    kBox,
+    kAlignedBox,
+    kCylinder,
+    kUprightCylinder,
+    kCapsule,
+    kHalfSpace
+  };
+
+  LaneSolid() = default;
+  explicit LaneSolid(const Solid& solid);
+
+  Kind kind = Kind::kBall;
+  float center[3] = {0.0f, 0.0f, 0.0f};
+  //! Rows are the axes of the solid's frame in world coordinates.
+  float rotation[3][3] = {};
+  //! As in `Solid`, for an aligned box along the world's axes.
+  float half[3] = {0.0f, 0.0f, 0.0f};
+  float radius = 0.0f;
+  //! What rounding may cost on the solid's side.
+  float margin = 0.0f;
+};
+
+//! The solids of a snapshot as the lanes see them.
+struct SolidLanes {
+  //! Half-spaces, which no box encloses.
+  std::vector<LaneSolid> half_spaces;
+  //! In the order of the snapshot's solids.
+  std::vector<LaneSolid> solids;
+};
+
+//! Contacts of the solids with a cluster whose placement is plain.
+//! \param groups The snapshot's tree of bounds; null without bounded solids.
+BallCluster::Contacts FindLaneContacts(const SolidLanes& lanes, const BoundsGroup* groups,
+                                       BallCluster::Data& cluster, std::uint32_t wanted);
+
+}  // namespace kavo::internal

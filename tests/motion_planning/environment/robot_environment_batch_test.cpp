@@ -1,0 +1,207 @@
+#include <gtest/gtest.h>
+#include <hwy/targets.h>
+
+#include <cmath>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "kavo/motion_planning/environment/robot_environment.h"
+#include "kavo/world/world.h"
+#include "tests/kinematics/random_robot.h"
+#include "tests/motion_planning/scripted_environment.h"
+#include "tests/support/allocations.h"
+#include "tests/support/fatal.h"
+#include "tests/support/vectors.h"
+#include "tests/world/random_scene.h"
+
+namespace kavo::planning {
+namespace {
+
+using testing::kInf;
+using testing::kNaN;
+using testing::RandomVec;
+
+// What the interface's own way says, and the questions that it counts.
+std::pair<int, std::uint64_t> OneByOne(const RobotEnvironment& environment, const Eigen::MatrixXd& batch) {
+  const std::uint64_t before = environment.GetStatistics().num_validity_checks;
+  const int count = environment.Environment::CountValid(batch);
+  return {count, environment.GetStatistics().num_validity_checks - before};
+}
+
+std::pair<int, std::uint64_t> AllAtOnce(const RobotEnvironment& environment,
+                                        const Eigen::Ref<const Eigen::MatrixXd>& batch) {
+  const std::uint64_t before = environment.GetStatistics().num_validity_checks;
+  const int count = environment.CountValid(batch);
+  return {count, environment.GetStatistics().num_validity_checks - before};
+}
+
+// A random robot with spheres on most frames and some pairs that must not touch.
+std::unique_ptr<RobotDescription> WithSpheres(const testing::RandomRobot& robot, std::mt19937& engine) {
+  RobotDescriptionBuilder builder("base");
+  for (const Joint& joint : robot.joints()) {
+    builder.addJoint(joint);
+    for (auto left = engine() % 5; left > 0; --left) {
+      builder.addCollisionSphere(joint.child_frame, RandomVec(engine, 3, -0.1, 0.1),
+                                 0.01 + 0.1 * RandomVec(engine, 1, 0.0, 1.0)[0]);
+    }
+    if (engine() % 4 == 0) {
+      const auto& other = robot.joints()[engine() % robot.joints().size()];
+      if (other.child_frame != joint.child_frame) {
+        builder.addCollisionPair(joint.child_frame, other.child_frame);
+      }
+    }
+  }
+  return builder.build();
+}
+
+class BatchTest : public ::testing::TestWithParam<std::int64_t> {
+ protected:
+  void SetUp() override { hwy::SetSupportedTargetsForTest(GetParam()); }
+  void TearDown() override { hwy::SetSupportedTargetsForTest(0); }
+};
+
+TEST_P(BatchTest, SaysWhatAskingOneByOneSays) {
+  std::mt19937 engine(41);
+  int num_whole = 0;
+  int num_cut = 0;
+  for (int round = 0; round < 400; ++round) {
+    const testing::RandomRobot robot(engine, 1 + round % 14);
+    const auto description = WithSpheres(robot, engine);
+    World world;
+    // Now and then so far away, or so large, that single precision is no use.
+    const double size = round % 10 == 0 ? 1e7 : (round % 10 == 1 ? 1e150 : 1.0);
+    test::RandomScene scene(static_cast<std::uint32_t>(round));
+    for (int i = 0; i < (round % 7 == 0 ? 100 : round % 12); ++i) {
+      world.add(scene.bounded(i % 4, 0.3),
+                i % 5 == 0 ? Pose3::FromTranslation(scene.point(1.0)) : scene.pose(1.0));
+    }
+    if (round % 6 == 0) {
+      world.add(HalfSpaceObstacle{}, Pose3::FromTranslation({0.0, 0.0, -0.8}));
+    }
+    if (size != 1.0) {
+      world.add(BoxObstacle{{size, 0.1, size}}, Pose3::FromTranslation({0.0, 0.4, 0.25 * size}));
+    }
+    const auto n = static_cast<int>(description->numCSpaceCoords());
+    const auto environment =
+        CreateRobotEnvironment({description.get(), world.view(), Eigen::VectorXd::Ones(n), 10, 1, 2});
+    if (round % 3 == 0) {
+      const Eigen::VectorXd v = RandomVec(engine, 7, -1.0, 1.0);
+      environment->SetBasePose(Pose3(Eigen::Quaterniond(v[0], v[1], v[2], v[3]), v.tail<3>()));
+    }
+    for (const int count : {0, 1, 7, 8, 9, 30}) {
+      // Along a short segment, as planners ask, so that several in a row are free.
+      const Eigen::VectorXd begin = RandomVec(engine, n, -2.9, 2.9);
+      const Eigen::VectorXd step = RandomVec(engine, n, -0.02, 0.02);
+      Eigen::MatrixXd batch(n, count);
+      for (int k = 0; k < count; ++k) {
+        batch.col(k) = begin + k * step;
+      }
+      if (n > 0 && count > 1 && engine() % 8 == 0) {
+        const double specials[] = {kNaN, kInf, 3.0, std::nextafter(3.0, 4.0)};
+        batch(engine() % static_cast<unsigned>(n), engine() % static_cast<unsigned>(count)) =
+            specials[engine() % 4];
+      }
+      const auto expected = OneByOne(*environment, batch);
+      ASSERT_EQ(AllAtOnce(*environment, batch), expected) << "round " << round << ", " << count;
+      (expected.first == count ? num_whole : num_cut) += 1;
+    }
+  }
+  // The comparison is worth something only if both answers come up.
+  EXPECT_GT(num_whole, 600);
+  EXPECT_GT(num_cut, 600);
+}
+
+// A slider with one ball; obstacles are put where they just touch, or just do not.
+TEST_P(BatchTest, DecidesTouchingExactly) {
+  RobotDescriptionBuilder builder("base");
+  builder.addJoint({"slide", JointType::kPrismatic, "base", "cart", {}, {1.0, 0.0, 0.0}, {{-100.0, 100.0}}});
+  builder.addCollisionSphere("cart", {0.0, 0.0, 0.0}, 0.25);
+  builder.addFrame("post", "base", Pose3::FromTranslation({-3.0, 0.0, 0.0}));
+  builder.addCollisionSphere("post", {0.0, 0.0, 0.0}, 0.5).addCollisionPair("cart", "post");
+  const auto description = builder.build();
+  const struct {
+    ObstacleShape shape;
+    Pose3 pose;
+  } obstacles[] = {
+      {SphereObstacle{0.75}, Pose3::FromTranslation({2.0, 0.0, 0.0})},
+      {BoxObstacle{{1.5, 1.0, 1.0}}, Pose3::FromTranslation({2.0, 0.25, 0.0})},
+      // Takes x to y, y to z and z to x without rounding.
+      {BoxObstacle{{1.0, 1.0, 1.5}}, Pose3(Eigen::Quaterniond(0.5, 0.5, 0.5, 0.5), {2.0, 0.0, 0.25})},
+      {CylinderObstacle{0.75, 1.0}, Pose3::FromTranslation({2.0, 0.0, 0.25})},
+      {CylinderObstacle{0.5, 1.5}, Pose3(Eigen::Quaterniond(0.5, 0.5, 0.5, 0.5), {2.0, 0.25, 0.0})},
+      {CapsuleObstacle{0.5, 0.5}, Pose3(Eigen::Quaterniond(0.5, 0.5, 0.5, 0.5), {2.0, 0.0, 0.0})},
+      {CapsuleObstacle{0.75, 0.5}, Pose3::FromTranslation({2.0, 0.0, 0.125})},
+      // Its free side looks along -x.
+      {HalfSpaceObstacle{}, Pose3(Eigen::Quaterniond(0.5, -0.5, -0.5, 0.5), {1.25, 0.0, 0.0})},
+  };
+  for (const auto& obstacle : obstacles) {
+    SCOPED_TRACE(obstacle.shape.index());
+    World world;
+    world.add(obstacle.shape, obstacle.pose);
+    const auto environment =
+        CreateRobotEnvironment({description.get(), world.view(), Eigen::VectorXd::Ones(1), 10, 1, 2});
+    // From the post, where the robot touches itself at -2.25, to the obstacle.
+    const double contact = 1.0;
+    const double touching_itself = -2.25;
+    for (const auto& [q, is_valid] :
+         {std::pair(contact, false), std::pair(contact - 0x1p-50, true), std::pair(contact - 1e-9, true),
+          std::pair(contact - 1e-3, true), std::pair(touching_itself, false),
+          std::pair(touching_itself + 0x1p-48, true)}) {
+      EXPECT_EQ(environment->IsValidConfiguration(Eigen::VectorXd::Constant(1, q)), is_valid) << q;
+      for (const int count : {1, 5, 8}) {
+        Eigen::MatrixXd batch = Eigen::MatrixXd::Zero(1, count);
+        batch(0, count - 1) = q;
+        EXPECT_EQ(environment->CountValid(batch), is_valid ? count : count - 1) << q;
+      }
+    }
+  }
+}
+
+TEST_P(BatchTest, TakesAnyAngleAndManyConfigurations) {
+  World world;
+  world.add(SphereObstacle{0.1}, Pose3::FromTranslation({0.66, 0.45, 0.0}));
+  RobotDescriptionBuilder builder("base");
+  builder.addJoint({"turn", JointType::kRevolute, "base", "arm", {}, {0.0, 0.0, 1.0}, {{-2e6, 2e6}}});
+  builder.addCollisionSphere("arm", {0.6, 0.0, 0.0}, 0.1);
+  const auto description = builder.build();
+  const auto environment =
+      CreateRobotEnvironment({description.get(), world.view(), Eigen::VectorXd::Ones(1), 10, 1, 2});
+  // Rows of a larger matrix, so that columns are not next to each other.
+  Eigen::MatrixXd all(3, 1000);
+  for (int k = 0; k < 1000; ++k) {
+    all.col(k).setConstant(1e6 + 1e-3 * k);
+  }
+  const Eigen::Ref<const Eigen::MatrixXd> rows = all.middleRows(1, 1);
+  const int count = environment->CountValid(rows);
+  EXPECT_EQ(count, OneByOne(*environment, rows).first);
+  EXPECT_GT(count, 8);
+  EXPECT_LT(count, 1000);
+  if (testing::CountsAllocations()) {
+    const auto before = testing::NumAllocations();
+    environment->CountValid(rows);
+    EXPECT_EQ(testing::NumAllocations(), before);
+  }
+  testing::ExpectFatal([&] { environment->CountValid(all); },
+                       "static_cast<size_t>(configurations.rows()) == dimension_",
+                       "motion_planning/environment/robot_environment", 160,
+                       "Dimension of configurations [3] must match number of configuration space coordinates "
+                       "[1].");
+}
+
+INSTANTIATE_TEST_SUITE_P(Targets, BatchTest, ::testing::ValuesIn(hwy::SupportedAndGeneratedTargets()),
+                         [](const auto& target) { return std::string(hwy::TargetName(target.param)); });
+
+TEST(EnvironmentTest, AsksOneByOneUpToTheFirstInvalidConfiguration) {
+  testing::ScriptedEnvironment environment(1, {}, [](const Eigen::VectorXd& q) { return q[0] < 3.0; });
+  Eigen::MatrixXd batch(1, 6);
+  batch << 0.0, 1.0, 2.0, 3.0, 1.0, 5.0;
+  EXPECT_EQ(environment.CountValid(batch), 3);
+  ASSERT_EQ(environment.questions.size(), 4u);
+  EXPECT_EQ(environment.questions.back()[0], 3.0);
+  EXPECT_EQ(environment.CountValid(batch.leftCols(2)), 2);
+  EXPECT_EQ(environment.CountValid(batch.leftCols(0)), 0);
+}
+
+}  // namespace
+}  // namespace kavo::planning
