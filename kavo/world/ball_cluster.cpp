@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 
 // This file is compiled once for each set of wide vectors; the include below repeats it.
 #undef HWY_TARGET_INCLUDE
@@ -11,42 +10,16 @@
 #include <hwy/highway.h>
 
 #include "kavo/world/ball_lanes-inl.h"
+#include "kavo/world/solid_internal.h"
 
 HWY_BEFORE_NAMESPACE();
 namespace kavo::internal::HWY_NAMESPACE {
 namespace {
 
-constexpr double kLargestLength = BallCluster::kLargestLength;
-
-// Places the bounding ball of every lane and the box around them.
-void PlaceBound(BallCluster::Data& data) {
-  data.is_plain = true;
-  const hn::CappedTag<double, 4> d;
-  const hn::Rebind<float, decltype(d)> df;
-  const math::LaneTransforms& frame = *data.frame;
-  for (std::size_t axis = 0; axis < 3; ++axis) {
-    auto low = hn::Set(d, std::numeric_limits<double>::infinity());
-    auto high = hn::Set(d, -std::numeric_limits<double>::infinity());
-    for (std::size_t lane = 0; lane < data.num_lanes; lane += hn::Lanes(d)) {
-      auto center = hn::Add(hn::Mul(hn::Load(d, frame.at(axis, 0) + lane), hn::Set(d, data.center[0])),
-                            hn::Mul(hn::Load(d, frame.at(axis, 1) + lane), hn::Set(d, data.center[1])));
-      center = hn::Add(center, hn::Mul(hn::Load(d, frame.at(axis, 2) + lane), hn::Set(d, data.center[2])));
-      center = hn::Add(center, hn::Load(d, frame.at(axis, 3) + lane));
-      // Written so that NaN is not plain.
-      data.is_plain = data.is_plain && hn::AllTrue(d, hn::Le(hn::Abs(center), hn::Set(d, kLargestLength)));
-      low = hn::Min(low, center);
-      high = hn::Max(high, center);
-      hn::Store(hn::DemoteTo(df, center), df, data.bound + axis * kNumLanes + lane);
-    }
-    data.low[axis] = hn::GetLane(hn::MinOfLanes(d, low));
-    data.high[axis] = hn::GetLane(hn::MaxOfLanes(d, high));
-  }
-}
-
 template <class D>
 BallCluster::Contacts BallsTouch(D d, BallCluster::Data& a, BallCluster::Data& b, std::uint32_t wanted) {
   using V = hn::Vec<D>;
-  const auto margin = static_cast<float>(a.margin + b.margin);
+  const float margin = a.margin + b.margin;
   BallCluster::Contacts contacts;
   const auto distances = [&](const float* p, const float* q, std::size_t lane) {
     const V x = hn::Sub(hn::LoadU(d, p + lane), hn::LoadU(d, q + lane));
@@ -54,7 +27,7 @@ BallCluster::Contacts BallsTouch(D d, BallCluster::Data& a, BallCluster::Data& b
     const V z = hn::Sub(hn::LoadU(d, p + 2 * kNumLanes + lane), hn::LoadU(d, q + 2 * kNumLanes + lane));
     return hn::Add(hn::Add(hn::Mul(x, x), hn::Mul(y, y)), hn::Mul(z, z));
   };
-  const Reach bounds(static_cast<float>(a.radius + b.radius), margin);
+  const Reach bounds(a.radius + b.radius, margin);
   std::uint32_t near = 0;
   for (std::size_t lane = 0; lane < a.num_lanes; lane += hn::Lanes(d)) {
     near |= Bits(d, hn::Le(distances(a.bound, b.bound, lane), hn::Set(d, bounds.unsure))) << lane;
@@ -94,16 +67,15 @@ HWY_AFTER_NAMESPACE();
 
 namespace kavo::internal {
 
-HWY_EXPORT(PlaceBound);
 HWY_EXPORT(BallsTouchInLanes);
 
 BallCluster::BallCluster(const std::vector<math::Sphere>& balls, const math::Sphere& bounding_ball) {
   data_.num_balls = balls.size();
-  data_.radius = bounding_ball.radius;
-  data_.extent = bounding_ball.radius;
+  data_.radius = static_cast<float>(bounding_ball.radius);
+  double largest_extent = bounding_ball.radius;
   for (int axis = 0; axis < 3; ++axis) {
     data_.center[axis] = bounding_ball.center[axis];
-    data_.extent += std::fabs(bounding_ball.center[axis]);
+    largest_extent += std::fabs(bounding_ball.center[axis]);
   }
   for (const math::Sphere& ball : balls) {
     double extent = std::fabs(ball.radius);
@@ -112,22 +84,10 @@ BallCluster::BallCluster(const std::vector<math::Sphere>& balls, const math::Sph
       extent += std::fabs(ball.center[axis]);
     }
     data_.balls.push_back(static_cast<float>(ball.radius));
-    data_.extent = std::max(data_.extent, extent);
+    largest_extent = std::max(largest_extent, extent);
   }
+  data_.extent = Rounded(largest_extent);
   data_.placed.resize(3 * math::kNumLanes * balls.size());
-}
-
-void BallCluster::place(const math::LaneTransforms& frame, std::size_t num_lanes) {
-  data_.frame = &frame;
-  data_.num_lanes = num_lanes;
-  data_.has_balls = false;
-  HWY_DYNAMIC_DISPATCH(PlaceBound)(data_);
-  double length = data_.extent;
-  for (int axis = 0; axis < 3; ++axis) {
-    length += std::max(std::fabs(data_.low[axis]), std::fabs(data_.high[axis]));
-  }
-  data_.margin = kMargin * length;
-  data_.is_plain = data_.is_plain && length <= kLargestLength;
 }
 
 BallCluster::Contacts BallCluster::contactsWith(BallCluster& other, std::uint32_t wanted) {

@@ -27,9 +27,9 @@ class KAVO_EXPORT BallCluster {
  public:
   //! The share of lengths within which rounding may tip a decision. A placed centre has an error of at most
   //! 14 units of 2^-24 of its frame's and its own coordinates, a distance computed from it at most 64.
-  static constexpr double kMargin = 0x1p-16;
+  static constexpr float kMargin = 0x1p-16f;
   //! Lengths above this are not left to single precision: their squares must not overflow.
-  static constexpr double kLargestLength = 1.0e6;
+  static constexpr float kLargestLength = 1.0e6f;
 
   //! Which of the lanes touch and of which it is too close to tell. The two may overlap. Bits of lanes above
   //! the lowest one that touches are undefined.
@@ -42,15 +42,7 @@ class KAVO_EXPORT BallCluster {
   //! \param bounding_ball Encloses all of them, but for rounding.
   BallCluster(const std::vector<math::Sphere>& balls, const math::Sphere& bounding_ball);
 
-  //! Places the bounding ball. The balls themselves follow when something comes near.
-  //! \param frame Must stay until the last question about this placement.
-  //! \param num_lanes 4 or `math::kNumLanes`; lanes beyond are not looked at.
-  void place(const math::LaneTransforms& frame, std::size_t num_lanes);
-
-  //! Whether the last placement can be left to single precision.
-  bool isPlain() const { return data_.is_plain; }
-
-  //! Contacts with the balls of another cluster that was placed in as many lanes.
+  //! Contacts with the balls of another cluster where `FindContacts` has placed both.
   //! \param wanted The lanes of interest.
   Contacts contactsWith(BallCluster& other, std::uint32_t wanted);
 
@@ -60,9 +52,9 @@ class KAVO_EXPORT BallCluster {
     std::size_t num_lanes = 0;
     const math::LaneTransforms* frame = nullptr;
     double center[3] = {0.0, 0.0, 0.0};
-    double radius = 0.0;
+    float radius = 0.0f;
     // Sum of the lengths that bound every coordinate of a ball in its frame.
-    double extent = 0.0;
+    float extent = 0.0f;
     // Four numbers for each ball: centre and radius.
     std::vector<float> balls;
     // The placed centres: x, y, z in all lanes, ball by ball. Filled when `has_balls`.
@@ -70,10 +62,10 @@ class KAVO_EXPORT BallCluster {
     bool has_balls = false;
     // The placed centre of the bounding ball, and the box around all of its lanes.
     alignas(32) float bound[3 * math::kNumLanes] = {};
-    double low[3] = {0.0, 0.0, 0.0};
-    double high[3] = {0.0, 0.0, 0.0};
+    float low[3] = {0.0f, 0.0f, 0.0f};
+    float high[3] = {0.0f, 0.0f, 0.0f};
     // What rounding may cost in this placement, and whether single precision may be used at all.
-    double margin = 0.0;
+    float margin = 0.0f;
     bool is_plain = false;
   };
   Data& data() { return data_; }
@@ -82,9 +74,15 @@ class KAVO_EXPORT BallCluster {
   Data data_;
 };
 
-//! Contacts of what a view shows with a placed cluster.
-//! \param wanted The lanes of interest.
-KAVO_EXPORT BallCluster::Contacts FindContacts(const WorldView& view, BallCluster& cluster,
-                                               std::uint32_t wanted);
+//! Places clusters and finds their contacts with what a view shows, cluster by cluster until each wanted lane
+//! is known to touch or lies above one that does.
+//! \param frames Where the clusters are, in world coordinates; must stay while the clusters are asked about
+//!     this placement.
+//! \param num_lanes 4 or `math::kNumLanes`.
+//! \param wanted The lanes of interest. Where the answer is that all of them are unsure, clusters may be left
+//!     unplaced.
+KAVO_EXPORT BallCluster::Contacts FindContacts(const WorldView& view, std::vector<BallCluster>& clusters,
+                                               const math::LaneTransforms* const* frames,
+                                               std::size_t num_lanes, std::uint32_t wanted);
 
 }  // namespace kavo::internal

@@ -48,6 +48,40 @@ HWY_INLINE bool Note(std::uint32_t touching, std::uint32_t* wanted, BallCluster:
   return *wanted != 0;
 }
 
+// Places the bounding ball in every lane, and the box around all of them.
+HWY_INLINE void PlaceBound(const math::LaneTransforms& frame, std::size_t num_lanes,
+                           BallCluster::Data& data) {
+  const hn::CappedTag<double, 4> d;
+  const hn::Rebind<float, decltype(d)> df;
+  data.frame = &frame;
+  data.num_lanes = num_lanes;
+  data.has_balls = false;
+  float length = data.extent;
+  auto nothing = hn::Zero(df);
+  for (std::size_t axis = 0; axis < 3; ++axis) {
+    const double* const row = frame.entries + axis * math::LaneTransforms::kRow;
+    auto low = hn::Set(df, BallCluster::kLargestLength);
+    auto high = hn::Set(df, -BallCluster::kLargestLength);
+    for (std::size_t lane = 0; lane < num_lanes; lane += hn::Lanes(d)) {
+      auto sum = hn::Add(hn::Mul(hn::Load(d, row + lane), hn::Set(d, data.center[0])),
+                         hn::Mul(hn::Load(d, row + kNumLanes + lane), hn::Set(d, data.center[1])));
+      sum = hn::Add(sum, hn::Mul(hn::Load(d, row + 2 * kNumLanes + lane), hn::Set(d, data.center[2])));
+      const auto center = hn::DemoteTo(df, hn::Add(sum, hn::Load(d, row + 3 * kNumLanes + lane)));
+      low = hn::Min(low, center);
+      high = hn::Max(high, center);
+      nothing = hn::Add(nothing, hn::Mul(center, hn::Zero(df)));
+      hn::Store(center, df, data.bound + axis * kNumLanes + lane);
+    }
+    data.low[axis] = hn::GetLane(hn::MinOfLanes(df, low));
+    data.high[axis] = hn::GetLane(hn::MaxOfLanes(df, high));
+    const float reach = data.high[axis] > -data.low[axis] ? data.high[axis] : -data.low[axis];
+    length += reach;
+  }
+  data.margin = BallCluster::kMargin * length;
+  // Infinity and NaN, which a minimum may lose, leave a trace in the sum of nothing.
+  data.is_plain = length <= BallCluster::kLargestLength && hn::AllTrue(df, hn::Eq(nothing, hn::Zero(df)));
+}
+
 // Places the balls in all lanes, once for a placement.
 template <class D>
 HWY_INLINE void PlaceBalls(D d, BallCluster::Data& data) {

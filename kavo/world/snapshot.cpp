@@ -269,7 +269,7 @@ Snapshot::Snapshot(const std::vector<Item>& items)
     if (!(items[i].solid.magnitude <= kLargestPlainMagnitude)) {
       largest_magnitude_ = -1.0;
     }
-    has_plain_lanes_ = has_plain_lanes_ && items[i].solid.magnitude <= BallCluster::kLargestLength;
+    has_plain_lanes_ = has_plain_lanes_ && items[i].solid.magnitude <= double{BallCluster::kLargestLength};
     if (items[i].solid.kind == Solid::Kind::kHalfSpace) {
       lanes_.half_spaces.emplace_back(items[i].solid);
       half_spaces_.push_back(items[i].solid);
@@ -343,11 +343,14 @@ bool Snapshot::inCollision(const Eigen::Vector3d& center, double radius) const {
   return !groups_.empty() && touches_(groups_.data(), solids_.data(), point, radius);
 }
 
-BallCluster::Contacts Snapshot::contactsWith(BallCluster& cluster, std::uint32_t wanted) const {
-  if (!has_plain_lanes_ || !cluster.isPlain()) {
+BallCluster::Contacts Snapshot::findContacts(std::vector<BallCluster>& clusters,
+                                             const math::LaneTransforms* const* frames, std::size_t num_lanes,
+                                             std::uint32_t wanted) const {
+  if (!has_plain_lanes_) {
     return {0, wanted};
   }
-  return FindLaneContacts(lanes_, groups_.empty() ? nullptr : groups_.data(), cluster.data(), wanted);
+  return FindLaneContacts(lanes_, groups_.empty() ? nullptr : groups_.data(), clusters, frames, num_lanes,
+                          wanted);
 }
 
 bool Snapshot::inCollisionAtAnyScale(const double* center, double radius) const {

@@ -29,10 +29,10 @@ class Snapshot {
   //! As in `WorldView`.
   bool inCollision(const Eigen::Vector3d& center, double radius) const;
   std::optional<WorldView::Nearest> nearestObstacle(const Eigen::Vector3d& point) const;
-
-  //! Contacts of the obstacles with a placed cluster of balls.
-  //! \param wanted The lanes of interest.
-  BallCluster::Contacts contactsWith(BallCluster& cluster, std::uint32_t wanted) const;
+  //! As `FindContacts`.
+  BallCluster::Contacts findContacts(std::vector<BallCluster>& clusters,
+                                     const math::LaneTransforms* const* frames, std::size_t num_lanes,
+                                     std::uint32_t wanted) const;
 
  private:
   using TouchesFunction = bool (*)(const BoundsGroup* groups, const Solid* solids, const double* center,

@@ -76,10 +76,10 @@ HWY_INLINE bool TestSolid(D d, const LaneSolid& solid, BallCluster::Data& cluste
                           BallCluster::Contacts* contacts) {
   constexpr bool kIsRound = kKind == LaneSolid::Kind::kBall || kKind == LaneSolid::Kind::kCapsule;
   const Distance<kKind, D> distance(d, solid);
-  const float margin = static_cast<float>(cluster.margin) + solid.margin;
+  const float margin = cluster.margin + solid.margin;
   const float own = kIsRound ? solid.radius : 0.0f;
 
-  const Reach bound(static_cast<float>(cluster.radius) + own, margin);
+  const Reach bound(cluster.radius + own, margin);
   std::uint32_t near = 0;
   for (std::size_t lane = 0; lane < cluster.num_lanes; lane += hn::Lanes(d)) {
     near |= Bits(d, hn::Le(distance.Squared(cluster.bound + lane), hn::Set(d, bound.unsure))) << lane;
@@ -131,27 +131,41 @@ HWY_INLINE bool TestAnySolid(D d, const LaneSolid& solid, BallCluster::Data& clu
   return true;
 }
 
+// Whether a half-space comes near the box of a cluster.
+HWY_INLINE bool IsNear(const LaneSolid& half_space, const BallCluster::Data& cluster) {
+  float distance = 0.0f;
+  for (int axis = 0; axis < 3; ++axis) {
+    const float normal = half_space.rotation[2][axis];
+    const float nearest = normal > 0.0f ? cluster.low[axis] : cluster.high[axis];
+    distance += normal * (nearest - half_space.center[axis]);
+  }
+  return distance <= cluster.radius + cluster.margin + half_space.margin;
+}
+
+// Adds the contacts of one placed cluster. False when no lane is wanted any more.
 template <class D>
-BallCluster::Contacts FindInLanes(D d, const SolidLanes& lanes, const BoundsGroup* groups,
-                                  BallCluster::Data& cluster, std::uint32_t wanted) {
-  BallCluster::Contacts contacts;
+HWY_INLINE bool FindOfCluster(D d, const SolidLanes& lanes, const BoundsGroup* groups,
+                              BallCluster::Data& cluster, std::uint32_t* wanted,
+                              BallCluster::Contacts* contacts) {
   for (const LaneSolid& half_space : lanes.half_spaces) {
-    if (!TestSolid<LaneSolid::Kind::kHalfSpace>(d, half_space, cluster, &wanted, &contacts)) {
-      return contacts;
+    if (IsNear(half_space, cluster) &&
+        !TestSolid<LaneSolid::Kind::kHalfSpace>(d, half_space, cluster, wanted, contacts)) {
+      return false;
     }
   }
   if (groups == nullptr) {
-    return contacts;
+    return true;
   }
 
   const hn::CappedTag<float, BoundsGroup::kSize> db;
-  const double reach = cluster.radius + cluster.margin;
-  const auto low_x = hn::Set(db, Rounded(cluster.low[0] - reach));
-  const auto low_y = hn::Set(db, Rounded(cluster.low[1] - reach));
-  const auto low_z = hn::Set(db, Rounded(cluster.low[2] - reach));
-  const auto high_x = hn::Set(db, Rounded(cluster.high[0] + reach));
-  const auto high_y = hn::Set(db, Rounded(cluster.high[1] + reach));
-  const auto high_z = hn::Set(db, Rounded(cluster.high[2] + reach));
+  // The margin is far above the rounding of the bounds.
+  const float reach = cluster.radius + cluster.margin;
+  const auto low_x = hn::Set(db, cluster.low[0] - reach);
+  const auto low_y = hn::Set(db, cluster.low[1] - reach);
+  const auto low_z = hn::Set(db, cluster.low[2] - reach);
+  const auto high_x = hn::Set(db, cluster.high[0] + reach);
+  const auto high_y = hn::Set(db, cluster.high[1] + reach);
+  const auto high_z = hn::Set(db, cluster.high[2] + reach);
   // A group adds at most seven to what waits, and each level has an eighth of the obstacles of the one above.
   std::uint32_t waiting[128];
   std::size_t num_waiting = 1;
@@ -173,19 +187,38 @@ BallCluster::Contacts FindInLanes(D d, const SolidLanes& lanes, const BoundsGrou
           group.first + static_cast<std::uint32_t>(hwy::Num0BitsBelowLS1Bit_Nonzero32(overlaps));
       if (!group.leaf) {
         waiting[num_waiting++] = index;
-      } else if (!TestAnySolid(d, lanes.solids[index], cluster, &wanted, &contacts)) {
-        return contacts;
+      } else if (!TestAnySolid(d, lanes.solids[index], cluster, wanted, contacts)) {
+        return false;
       }
+    }
+  }
+  return true;
+}
+
+template <class D>
+HWY_INLINE BallCluster::Contacts FindInLanes(D d, const SolidLanes& lanes, const BoundsGroup* groups,
+                                             std::vector<BallCluster>& clusters,
+                                             const math::LaneTransforms* const* frames, std::size_t num_lanes,
+                                             std::uint32_t wanted) {
+  BallCluster::Contacts contacts;
+  for (std::size_t i = 0; i < clusters.size(); ++i) {
+    BallCluster::Data& cluster = clusters[i].data();
+    PlaceBound(*frames[i], num_lanes, cluster);
+    if (!cluster.is_plain) {
+      contacts.unsure |= wanted;
+    } else if (!FindOfCluster(d, lanes, groups, cluster, &wanted, &contacts)) {
+      break;
     }
   }
   return contacts;
 }
 
-BallCluster::Contacts Find(const SolidLanes& lanes, const BoundsGroup* groups, BallCluster::Data& cluster,
-                           std::uint32_t wanted) {
-  return cluster.num_lanes == 4
-             ? FindInLanes(hn::CappedTag<float, 4>(), lanes, groups, cluster, wanted)
-             : FindInLanes(hn::CappedTag<float, kNumLanes>(), lanes, groups, cluster, wanted);
+BallCluster::Contacts Find(const SolidLanes& lanes, const BoundsGroup* groups,
+                           std::vector<BallCluster>& clusters, const math::LaneTransforms* const* frames,
+                           std::size_t num_lanes, std::uint32_t wanted) {
+  return num_lanes == 4 ? FindInLanes(hn::CappedTag<float, 4>(), lanes, groups, clusters, frames, 4, wanted)
+                        : FindInLanes(hn::CappedTag<float, kNumLanes>(), lanes, groups, clusters, frames,
+                                      kNumLanes, wanted);
 }
 
 }  // namespace
@@ -199,7 +232,7 @@ namespace kavo::internal {
 HWY_EXPORT(Find);
 
 LaneSolid::LaneSolid(const Solid& solid) : radius(static_cast<float>(solid.radius)) {
-  margin = static_cast<float>(BallCluster::kMargin * solid.magnitude);
+  margin = Rounded(double{BallCluster::kMargin} * solid.magnitude);
   // Which of the solid's axes lies along each of the world's, -1 where none does.
   int along[3] = {-1, -1, -1};
   for (int row = 0; row < 3; ++row) {
@@ -239,8 +272,10 @@ LaneSolid::LaneSolid(const Solid& solid) : radius(static_cast<float>(solid.radiu
 }
 
 BallCluster::Contacts FindLaneContacts(const SolidLanes& lanes, const BoundsGroup* groups,
-                                       BallCluster::Data& cluster, std::uint32_t wanted) {
-  return HWY_DYNAMIC_DISPATCH(Find)(lanes, groups, cluster, wanted);
+                                       std::vector<BallCluster>& clusters,
+                                       const math::LaneTransforms* const* frames, std::size_t num_lanes,
+                                       std::uint32_t wanted) {
+  return HWY_DYNAMIC_DISPATCH(Find)(lanes, groups, clusters, frames, num_lanes, wanted);
 }
 
 }  // namespace kavo::internal

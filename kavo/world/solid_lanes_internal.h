@@ -43,9 +43,11 @@ struct SolidLanes {
   std::vector<LaneSolid> solids;
 };
 
-//! Contacts of the solids with a cluster whose placement is plain.
+//! As `FindContacts`, of solids none of which is larger or farther away than `BallCluster::kLargestLength`.
 //! \param groups The snapshot's tree of bounds; null without bounded solids.
 BallCluster::Contacts FindLaneContacts(const SolidLanes& lanes, const BoundsGroup* groups,
-                                       BallCluster::Data& cluster, std::uint32_t wanted);
+                                       std::vector<BallCluster>& clusters,
+                                       const math::LaneTransforms* const* frames, std::size_t num_lanes,
+                                       std::uint32_t wanted);
 
 }  // namespace kavo::internal

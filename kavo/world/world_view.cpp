@@ -25,8 +25,10 @@ struct ViewAccess {
   static const Snapshot& snapshot(const WorldView& view) { return *view.state_->snapshot; }
 };
 
-BallCluster::Contacts FindContacts(const WorldView& view, BallCluster& cluster, std::uint32_t wanted) {
-  return ViewAccess::snapshot(view).contactsWith(cluster, wanted);
+BallCluster::Contacts FindContacts(const WorldView& view, std::vector<BallCluster>& clusters,
+                                   const math::LaneTransforms* const* frames, std::size_t num_lanes,
+                                   std::uint32_t wanted) {
+  return ViewAccess::snapshot(view).findContacts(clusters, frames, num_lanes, wanted);
 }
 
 }  // namespace internal

@@ -65,6 +65,9 @@ RobotCollision::RobotCollision(const RobotEnvironmentConfig& config)
     clusters_.emplace_back(collection.spheres, collection.bounding_sphere);
   }
   lane_frames_.resize(collections_.size());
+  for (const math::LaneTransforms& frame : lane_frames_) {
+    carried_frames_.push_back(&frame);
+  }
   std::vector<int> indices;
   for (const kavo::Kinematics::FrameHandle& frame : frames) {
     indices.push_back(frame.index());
@@ -118,43 +121,41 @@ bool RobotCollision::CollectionTouches(const Collection& collection, const math:
   return false;
 }
 
-int RobotCollision::CountFree(const double* configurations, std::ptrdiff_t stride, int count) {
+int RobotCollision::CountFree(const double* coordinates, int count) {
   if (count == 0 || collections_.empty()) {
     return count;
   }
-  const auto& frames = lane_sweep_->compute(configurations, stride, static_cast<std::size_t>(count));
   const std::size_t num_lanes = count <= 4 ? 4 : math::kNumLanes;
+  const math::LaneTransforms* const* frames = lane_sweep_->compute(coordinates, num_lanes).data();
+  if (base_) {
+    for (std::size_t i = 0; i < collections_.size(); ++i) {
+      Carry(*base_, *frames[i], &lane_frames_[i]);
+    }
+    frames = carried_frames_.data();
+  }
   // Lanes below the lowest one that is known to touch.
   std::uint32_t wanted = (1u << count) - 1u;
-  std::uint32_t unsure = 0;
-  const auto note = [&](const kavo::internal::BallCluster::Contacts& contacts) {
-    unsure |= contacts.unsure;
-    const std::uint32_t touching = contacts.touching & wanted;
-    if (touching != 0) {
-      wanted = (touching & (0u - touching)) - 1u;
-    }
-    return wanted != 0;
+  const auto below = [](std::uint32_t touching, std::uint32_t lanes) {
+    return touching == 0 ? lanes : lanes & ((touching & (0u - touching)) - 1u);
   };
-  for (std::size_t i = 0; i < collections_.size(); ++i) {
-    const math::LaneTransforms* frame = frames[i];
-    if (base_) {
-      Carry(*base_, *frame, &lane_frames_[i]);
-      frame = &lane_frames_[i];
-    }
-    clusters_[i].place(*frame, num_lanes);
-    if (!note(kavo::internal::FindContacts(world_view_, clusters_[i], wanted))) {
-      return 0;
-    }
-  }
+  auto contacts = kavo::internal::FindContacts(world_view_, clusters_, frames, num_lanes, wanted);
+  std::uint32_t unsure = contacts.unsure;
+  wanted = below(contacts.touching & wanted, wanted);
   for (const auto& [a, b] : pairs_) {
-    if (!note(clusters_[a].contactsWith(clusters_[b], wanted))) {
-      return 0;
+    // What is unsure already is decided exactly anyway.
+    if ((wanted & ~unsure) == 0) {
+      break;
     }
+    contacts = clusters_[a].contactsWith(clusters_[b], wanted);
+    unsure |= contacts.unsure;
+    wanted = below(contacts.touching & wanted, wanted);
   }
   int num_free = 0;
   for (; (wanted >> num_free) & 1u; ++num_free) {
     if ((unsure >> num_free) & 1u) {
-      q_ = Eigen::Map<const Eigen::VectorXd>(configurations + num_free * stride, q_.size());
+      for (Eigen::Index i = 0; i < q_.size(); ++i) {
+        q_[i] = coordinates[i * kBatch + num_free];
+      }
       if (Touches(q_)) {
         break;
       }

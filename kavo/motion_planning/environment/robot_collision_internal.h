@@ -43,9 +43,10 @@ class RobotCollision {
   bool Touches(const Eigen::VectorXd& q);
 
   //! How many configurations, from the first on, touch nothing before one does.
-  //! \param configurations The first coordinates of two are `stride` apart; all must be finite.
+  //! \param coordinates Coordinate c of configuration i at [c * `kBatch` + i], finite up to `count` and set up
+  //!     to the next multiple of four.
   //! \param count At most `kBatch`.
-  int CountFree(const double* configurations, std::ptrdiff_t stride, int count);
+  int CountFree(const double* coordinates, int count);
 
   //! The deepest contact with an obstacle, and of two spheres that must not touch; empty without any.
   std::optional<ConfigurationFault::Contact> DeepestContact(const Eigen::VectorXd& q);
@@ -76,7 +77,9 @@ class RobotCollision {
   // For several configurations at once.
   std::unique_ptr<kinematics::internal::LaneSweep> lane_sweep_;
   std::vector<kavo::internal::BallCluster> clusters_;
+  // The placed frames carried along by the base, and pointers to them.
   std::vector<math::LaneTransforms> lane_frames_;
+  std::vector<const math::LaneTransforms*> carried_frames_;
   Eigen::VectorXd q_;
 };
 

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "kavo/motion_planning/environment/limit_lanes_internal.h"
 #include "kavo/motion_planning/environment/robot_collision_internal.h"
 #include "kavo/util/log_message.h"
 #include "kavo/util/random_generator.h"
@@ -24,7 +25,8 @@ class RobotEnvironmentImpl final : public RobotEnvironment {
         max_sampling_attempts_(static_cast<std::uint64_t>(std::int64_t{config.max_sampling_attempts})),
         kinematics_(config.Kinematics()),
         task_space_frame_(config.GetTaskSpaceFrame()),
-        collision_(config) {
+        collision_(config),
+        coordinates_(dimension_ * math::kNumLanes) {
     // The weights are open to change after the configuration has checked them.
     KAVO_CHECK(config.distance_weights.size() == config.NumJoints(),
                "motion_planning/environment/robot_environment", 40)
@@ -73,8 +75,8 @@ class RobotEnvironmentImpl final : public RobotEnvironment {
     const std::ptrdiff_t stride = configurations.outerStride();
     for (int first = 0; first < total; first += internal::RobotCollision::kBatch) {
       const int count = std::min(internal::RobotCollision::kBatch, total - first);
-      const double* const batch = configurations.data() + first * stride;
-      const int num_valid = collision_.CountFree(batch, stride, CountWithinLimits(batch, stride, count));
+      const int num_within = TakeIn(configurations.data() + first * stride, stride, count);
+      const int num_valid = collision_.CountFree(coordinates_.data(), num_within);
       // The questions that the one-by-one way would have asked.
       statistics_.num_validity_checks += static_cast<std::uint64_t>(std::min(num_valid + 1, count));
       if (num_valid < count) {
@@ -142,21 +144,26 @@ class RobotEnvironmentImpl final : public RobotEnvironment {
     return false;
   }
 
-  // Configurations before the first one that leaves the limits or is not finite.
-  int CountWithinLimits(const double* configurations, std::ptrdiff_t stride, int count) const {
-    const double* const min = limits_.Min().data();
-    const double* const max = limits_.Max().data();
-    for (int k = 0; k < count; ++k) {
-      const double* const q = configurations + k * stride;
-      bool is_within = true;
-      for (std::size_t i = 0; i < dimension_; ++i) {
-        is_within = is_within && !(min[i] > q[i]) && !(q[i] > max[i]) && std::isfinite(q[i]);
+  // Sorts a batch by coordinates. Configurations before the first one that leaves the limits or is not
+  // finite.
+  int TakeIn(const double* batch, std::ptrdiff_t stride, int count) const {
+    double* lanes = coordinates_.data();
+    for (std::size_t i = 0; i < dimension_; ++i, ++batch, lanes += math::kNumLanes) {
+      for (int k = 0; k < count; ++k) {
+        lanes[k] = batch[k * stride];
       }
-      if (!is_within) {
-        return k;
+      // The other lanes repeat the last one.
+      for (int k = count; k < internal::RobotCollision::kBatch; ++k) {
+        lanes[k] = lanes[count - 1];
       }
     }
-    return count;
+    const std::uint32_t outside =
+        internal::LanesOutside(coordinates_.data(), dimension_, limits_.Min().data(), limits_.Max().data());
+    int num_within = 0;
+    while (num_within < count && ((outside >> num_within) & 1u) == 0) {
+      ++num_within;
+    }
+    return num_within;
   }
 
   void RandomConfiguration(Eigen::VectorXd& q) const {
@@ -191,6 +198,8 @@ class RobotEnvironmentImpl final : public RobotEnvironment {
   kavo::Kinematics::FrameHandle task_space_frame_;
   // Owns the scratch memory of checks, which are const to a planner.
   mutable internal::RobotCollision collision_;
+  // Of a batch, sorted by coordinates.
+  mutable std::vector<double> coordinates_;
 };
 
 }  // namespace
