@@ -30,7 +30,14 @@ Request::PositionTarget ReadPositionTarget(const YamlValue& constraint) {
   return target;
 }
 
-Request::Goal ReadGoal(const YamlValue& constraints, bool* has_orientation) {
+// What a request asks for beyond what is considered.
+struct Ignored {
+  bool has_orientation = false;
+  // A frame other than the world.
+  std::string frame;
+};
+
+Request::Goal ReadGoal(const YamlValue& constraints, Ignored* ignored) {
   Request::Goal goal;
   for (const YamlValue& constraint : constraints.elements("joint_constraints")) {
     const YamlValue name = constraint.get("joint_name");
@@ -40,11 +47,16 @@ Request::Goal ReadGoal(const YamlValue& constraints, bool* has_orientation) {
   }
   for (const YamlValue& constraint : constraints.elements("position_constraints")) {
     goal.positions.push_back(ReadPositionTarget(constraint));
+    if (const std::string frame = ReadFrameName(constraint); frame != "world" && !frame.empty()) {
+      ignored->frame = frame;
+    }
   }
   if (goal.joints.empty() && goal.positions.empty()) {
     constraints.fail("a goal without them", "`joint_constraints` or `position_constraints`");
   }
-  *has_orientation = *has_orientation || !constraints.elements("orientation_constraints").empty();
+  if (!constraints.elements("orientation_constraints").empty()) {
+    ignored->has_orientation = true;
+  }
   return goal;
 }
 
@@ -67,12 +79,16 @@ Request ParseRequest(const std::string& text, const std::string& file) {
   if (!start && !goals) {
     root.fail("neither of them", "`start_state` or `goal_constraints`");
   }
-  bool has_orientation = false;
+  Ignored ignored;
   for (const YamlValue& constraints : root.elements("goal_constraints")) {
-    request.goals.push_back(ReadGoal(constraints, &has_orientation));
+    request.goals.push_back(ReadGoal(constraints, &ignored));
   }
-  if (has_orientation) {
+  if (ignored.has_orientation) {
     KAVO_LOG(LogLevel::kWarning) << file << ": Orientation constraints are not considered.";
+  }
+  if (!ignored.frame.empty()) {
+    KAVO_LOG(LogLevel::kWarning) << file << ": Frame " << Quoted(ignored.frame)
+                                 << " of a position constraint is taken for the world.";
   }
   return request;
 }

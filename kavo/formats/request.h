@@ -40,7 +40,8 @@ struct Request {
 
 //! Reads a motion-plan request in YAML: `group_name`, `start_state.joint_state`, and `goal_constraints[]`
 //! with `joint_constraints[]` or `position_constraints[]`. Tolerances are ignored, as is the choice of a
-//! planner; there is a warning for orientation constraints, which are not considered.
+//! planner. There is a warning for orientation constraints, which are not considered, and for positions in a
+//! frame other than "world", which is taken for the world.
 //!
 //! Throws `FileError` for a file that cannot be read or does not have this form, and for a position
 //! constraint with an offset from the origin of its link.

@@ -37,4 +37,11 @@ std::optional<Pose3> ReadBasePose(const YamlValue& robot_state) {
   return transforms.front().pose("translation", "rotation");
 }
 
+std::string ReadFrameName(const YamlValue& stamped) {
+  const std::optional<YamlValue> header = stamped.find("header");
+  const std::optional<YamlValue> frame = header ? header->find("frame_id") : std::nullopt;
+  const std::string name = frame ? frame->text() : "";
+  return name.empty() || name.front() != '/' ? name : name.substr(1);
+}
+
 }  // namespace kavo::formats

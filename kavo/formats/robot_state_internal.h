@@ -15,4 +15,7 @@ std::map<std::string, double> ReadJointState(const YamlValue& robot_state);
 //! The pose of the robot base in the world: the first of `multi_dof_joint_state: {transforms: [...]}`.
 std::optional<Pose3> ReadBasePose(const YamlValue& robot_state);
 
+//! The frame that something is given in, from its `header`, without a leading slash. Empty without.
+std::string ReadFrameName(const YamlValue& stamped);
+
 }  // namespace kavo::formats

@@ -17,14 +17,6 @@ namespace kavo::formats {
 
 namespace {
 
-// ROS names may have a leading slash.
-std::string FrameName(std::string name) {
-  if (!name.empty() && name.front() == '/') {
-    name.erase(0, 1);
-  }
-  return name;
-}
-
 class SceneYamlReader {
  public:
   explicit SceneYamlReader(const std::string& file) : file_(file) {}
@@ -44,8 +36,7 @@ class SceneYamlReader {
     }
     base_pose_ = scene.base_pose;
     for (const YamlValue& fixed : root.elements("fixed_frame_transforms")) {
-      frames_[FrameName(fixed.get("child_frame_id").text())] =
-          fixed.get("transform").pose("translation", "rotation");
+      frames_[fixed.get("child_frame_id").text()] = fixed.get("transform").pose("translation", "rotation");
     }
     // Without an entry of its own the world is where it is.
     frames_.emplace("world", Pose3());
@@ -100,9 +91,7 @@ class SceneYamlReader {
 
   // The frame in which an object is given.
   Pose3 framePose(const YamlValue& object) {
-    const std::optional<YamlValue> header = object.find("header");
-    const std::optional<YamlValue> frame = header ? header->find("frame_id") : std::nullopt;
-    const std::string name = frame ? FrameName(frame->text()) : "";
+    const std::string name = ReadFrameName(object);
     if (name.empty()) {
       return {};
     }

@@ -89,18 +89,6 @@ double YamlValue::number() const {
   return *number;
 }
 
-std::vector<double> YamlValue::numbers() const {
-  if (!node_.IsSequence()) {
-    fail("a sequence of numbers");
-  }
-  std::vector<double> numbers;
-  numbers.reserve(node_.size());
-  for (const YAML::Node& element : node_) {
-    numbers.push_back(YamlValue(element, file_).number());
-  }
-  return numbers;
-}
-
 template <std::size_t size>
 std::array<double, size> YamlValue::coordinates(const std::array<const char*, size>& names) const {
   std::array<double, size> coordinates{};

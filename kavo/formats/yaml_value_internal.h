@@ -37,8 +37,6 @@ class YamlValue {
   std::string text() const;
   //! A scalar that is a finite number.
   double number() const;
-  //! A sequence of finite numbers.
-  std::vector<double> numbers() const;
 
   //! [x, y, z] or {x: , y: , z: }.
   Eigen::Vector3d vector() const;

@@ -83,12 +83,21 @@ TEST(Request, FaultsAreNamedWithTheirLine) {
   }
 }
 
-TEST(Request, WarnsOfOrientationsOnce) {
+TEST(Request, WhatIsNotConsideredIsWarnedOfOnce) {
   const LogCapture log;
   const std::string goal =
-      "{joint_constraints: [{joint_name: a, position: 1}], orientation_constraints: [{}]}";
-  ParseRequest("goal_constraints: [" + goal + ", " + goal + "]", "r");
-  EXPECT_THAT(log.warnings(), ElementsAre("r: Orientation constraints are not considered."));
+      "{position_constraints: [{header: {frame_id: FRAME}, link_name: hand, constraint_region: "
+      "{primitive_poses: "
+      "[{}]}}], orientation_constraints: [{}]}";
+  const auto in_frame = [&goal](const std::string& frame) {
+    return std::string(goal).replace(goal.find("FRAME"), 5, frame);
+  };
+  ParseRequest("goal_constraints: [" + in_frame("/world") + ", " + in_frame("''") + "]", "r");
+  ParseRequest("goal_constraints: [" + in_frame("/base") + ", " + in_frame("base") + "]", "s");
+  EXPECT_THAT(log.warnings(),
+              ElementsAre("r: Orientation constraints are not considered.",
+                          "s: Orientation constraints are not considered.",
+                          "s: Frame \"base\" of a position constraint is taken for the world."));
 }
 
 TEST(Request, ConfigurationsAreInTheOrderOfTheRobot) {
