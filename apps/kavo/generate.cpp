@@ -62,7 +62,7 @@ std::string ManPage(const CLI::App& app) {
   for (const CLI::App* command : Subcommands(app)) {
     text += ".B kavo " + command->get_name() + "\n.RI [ options ]\n.br\n";
   }
-  text += ".SH DESCRIPTION\n" + Escaped(app.get_description()) + "\n.PP\n.nf\n" + Escaped(app.get_footer()) +
+  text += ".SH DESCRIPTION\n" + Escaped(app.get_description()) + ".\n.PP\n.nf\n" + Escaped(app.get_footer()) +
           "\n.fi\n" + ManOptions(app);
   for (const CLI::App* command : Subcommands(app)) {
     text += ".SH \"kavo " + command->get_name() + "\"\n" + Escaped(command->get_description()) + ".\n" +

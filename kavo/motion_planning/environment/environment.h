@@ -41,7 +41,8 @@ class KAVO_EXPORT Environment {
   int NumAtOnce() const { return num_at_once_; }
 
  protected:
-  explicit Environment(int num_at_once = 1) : num_at_once_(num_at_once) {}
+  //! \param num_at_once See `NumAtOnce`; less than 1 counts as 1.
+  explicit Environment(int num_at_once = 1) : num_at_once_(num_at_once < 1 ? 1 : num_at_once) {}
   Environment(const Environment&) = default;
   Environment& operator=(const Environment&) = default;
 
