@@ -269,7 +269,8 @@ Snapshot::Snapshot(const std::vector<Item>& items)
     if (!(items[i].solid.magnitude <= kLargestPlainMagnitude)) {
       largest_magnitude_ = -1.0;
     }
-    has_plain_lanes_ = has_plain_lanes_ && items[i].solid.magnitude <= double{BallCluster::kLargestLength};
+    has_plain_lanes_ =
+        has_plain_lanes_ && items[i].solid.magnitude <= static_cast<double>(BallCluster::kLargestLength);
     if (items[i].solid.kind == Solid::Kind::kHalfSpace) {
       lanes_.half_spaces.emplace_back(items[i].solid);
       half_spaces_.push_back(items[i].solid);

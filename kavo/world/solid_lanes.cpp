@@ -73,7 +73,7 @@ class Distance {
 // Adds the contacts of one solid. False when no lane is wanted any more.
 template <LaneSolid::Kind kKind, class D>
 HWY_NOINLINE bool TestSolid(D d, const LaneSolid& solid, BallCluster::Data& cluster, std::uint32_t* wanted,
-                          BallCluster::Contacts* contacts) {
+                            BallCluster::Contacts* contacts) {
   constexpr bool kIsRound = kKind == LaneSolid::Kind::kBall || kKind == LaneSolid::Kind::kCapsule;
   const Distance<kKind, D> distance(d, solid);
   const float margin = cluster.margin + solid.margin;
@@ -110,7 +110,7 @@ HWY_NOINLINE bool TestSolid(D d, const LaneSolid& solid, BallCluster::Data& clus
 
 template <class D>
 bool TestAnySolid(D d, const LaneSolid& solid, BallCluster::Data& cluster, std::uint32_t* wanted,
-                             BallCluster::Contacts* contacts) {
+                  BallCluster::Contacts* contacts) {
   using Kind = LaneSolid::Kind;
   switch (solid.kind) {
     case Kind::kBall:
@@ -144,9 +144,8 @@ HWY_INLINE bool IsNear(const LaneSolid& half_space, const BallCluster::Data& clu
 
 // Adds the contacts of one placed cluster. False when no lane is wanted any more.
 template <class D>
-bool FindOfCluster(D d, const SolidLanes& lanes, const BoundsGroup* groups,
-                              BallCluster::Data& cluster, std::uint32_t* wanted,
-                              BallCluster::Contacts* contacts) {
+bool FindOfCluster(D d, const SolidLanes& lanes, const BoundsGroup* groups, BallCluster::Data& cluster,
+                   std::uint32_t* wanted, BallCluster::Contacts* contacts) {
   for (const LaneSolid& half_space : lanes.half_spaces) {
     if (IsNear(half_space, cluster) &&
         !TestSolid<LaneSolid::Kind::kHalfSpace>(d, half_space, cluster, wanted, contacts)) {
@@ -232,7 +231,7 @@ namespace kavo::internal {
 HWY_EXPORT(Find);
 
 LaneSolid::LaneSolid(const Solid& solid) : radius(static_cast<float>(solid.radius)) {
-  margin = Rounded(double{BallCluster::kMargin} * solid.magnitude);
+  margin = Rounded(static_cast<double>(BallCluster::kMargin) * solid.magnitude);
   // Which of the solid's axes lies along each of the world's, -1 where none does.
   int along[3] = {-1, -1, -1};
   for (int row = 0; row < 3; ++row) {
