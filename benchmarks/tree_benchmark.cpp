@@ -1,5 +1,5 @@
 // Nearest-node queries of the linear-scan tree against the obvious way: following node pointers and calling
-// the metric. Answers are compared, and the memory of a stored node is printed.
+// the metric. Then time and memory of the scan and of the index as trees grow. Answers are compared.
 
 #include <benchmark/benchmark.h>
 #include <malloc.h>
@@ -13,6 +13,7 @@
 #include "benchmarks/ratio.h"
 #include "kavo/motion_planning/tree/basic_tree.h"
 #include "kavo/motion_planning/tree/distance_metrics.h"
+#include "kavo/motion_planning/tree/fast_tree.h"
 
 namespace {
 
@@ -28,14 +29,26 @@ Eigen::VectorXd RandomConfiguration(std::mt19937& engine) {
   return q;
 }
 
-std::unique_ptr<Tree> MakeTree(const DistanceMetric& metric, std::size_t num_nodes) {
+std::unique_ptr<Tree> Filled(std::unique_ptr<Tree> tree, std::size_t num_nodes) {
   std::mt19937 engine(1);
-  auto tree = CreateBasicTree(kDimension, metric, false);
   auto parent = tree->ClearAndSetRoot(Node(RandomConfiguration(engine)));
   while (tree->NumNodes() < num_nodes) {
     parent = tree->Insert(Node(RandomConfiguration(engine), parent));
   }
   return tree;
+}
+
+std::unique_ptr<Tree> MakeTree(const DistanceMetric& metric, std::size_t num_nodes) {
+  return Filled(CreateBasicTree(kDimension, metric, false), num_nodes);
+}
+
+// Configured as docs/trees.md advises.
+std::unique_ptr<Tree> MakeFastTree(std::size_t num_nodes) {
+  const RStarTreeConfig config(
+      kDimension, 64, 128, 0, 8, EntrySplitterType::kStar, SelectionMetric::kMinimumCentroidDistance,
+      SelectionMetric::kMinimumVolumeIncrease, SelectionMetric::kMinimumCentroidDistance,
+      SelectionMetric::kMinimumCentroidDistance);
+  return Filled(CreateFastTree(FastTreeConfig(config)), num_nodes);
 }
 
 ClosestNode ClosestByPointers(const Tree& tree, const DistanceMetric& metric, const Eigen::VectorXd& q) {
@@ -79,16 +92,48 @@ bool Compare(const std::string& name, const DistanceMetric& metric, std::size_t 
   return true;
 }
 
-void PrintMemory() {
-  constexpr std::size_t kNumNodes = 100000;
-  const auto in_use = [] {
-    const struct mallinfo2 info = mallinfo2();
-    return info.uordblks + info.hblkhd;
+std::size_t MemoryInUse() {
+  const struct mallinfo2 info = mallinfo2();
+  return info.uordblks + info.hblkhd;
+}
+
+// Both trees at one size: bytes for each node, all told, and the time of a query.
+bool PrintGrowth(std::size_t num_nodes) {
+  const std::size_t before = MemoryInUse();
+  const auto basic = MakeTree(L2Norm, num_nodes);
+  const std::size_t between = MemoryInUse();
+  const auto fast = MakeFastTree(num_nodes);
+  const std::size_t after = MemoryInUse();
+  std::mt19937 engine(2);
+  std::vector<Eigen::VectorXd> queries;
+  for (int i = 0; i < 256; ++i) {
+    queries.push_back(RandomConfiguration(engine));
+  }
+  for (const Eigen::VectorXd& q : queries) {
+    if (basic->GetClosest(q).distance != fast->GetClosest(q).distance) {
+      std::fprintf(stderr, "%zu nodes: the two trees differ\n", num_nodes);
+      return false;
+    }
+  }
+  const auto nanoseconds = [&queries](const Tree& tree) {
+    return kavo::benchmarks::BestSeconds([&] {
+             for (const Eigen::VectorXd& q : queries) {
+               benchmark::DoNotOptimize(tree.GetClosest(q));
+             }
+           }) /
+           static_cast<double>(queries.size()) * 1e9;
   };
-  const std::size_t before = in_use();
-  const auto tree = MakeTree(L2Norm, kNumNodes);
-  std::printf("memory: %.0f bytes for each of %zu seven-dimensional nodes, all told\n",
-              static_cast<double>(in_use() - before) / static_cast<double>(kNumNodes), kNumNodes);
+  const double basic_time = nanoseconds(*basic);
+  const double fast_time = nanoseconds(*fast);
+  const auto per_node = [num_nodes](std::size_t bytes) {
+    return static_cast<double>(bytes) / static_cast<double>(num_nodes);
+  };
+  std::printf(
+      "growth, %6zu nodes: BasicTree %9.0f ns, %4.0f bytes a node; FastTree %9.0f ns, %4.0f bytes; ratio "
+      "%5.2f\n",
+      num_nodes, basic_time, per_node(between - before), fast_time, per_node(after - between),
+      basic_time / fast_time);
+  return true;
 }
 
 void GetClosest(benchmark::State& state) {
@@ -115,7 +160,6 @@ int main(int argc, char** argv) {
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
     return 1;
   }
-  PrintMemory();
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();
   bool equal = true;
@@ -123,6 +167,7 @@ int main(int argc, char** argv) {
     equal &= Compare("Euclidean", L2Norm, num_nodes);
     equal &=
         Compare("weighted", WeightedSquaredL2Norm(Eigen::VectorXd::Constant(kDimension, 1.5)), num_nodes);
+    equal &= PrintGrowth(num_nodes);
   }
   return equal ? 0 : 1;
 }

@@ -1,0 +1,553 @@
+// Whole queries against the general planner that most users have today: OMPL's RRT-Connect, once with our
+// validity check (the planners alone), once with FCL's. Same robot, spheres, obstacles, start, goal and step,
+// all in one run, problem by problem in turns.
+//
+//   kavo_peers_benchmark                               the built-in arm at the shelf
+//   kavo_peers_benchmark --problems DIR --robot FILE   published problems, laid out as for `kavo bench`
+//
+// Before anything is timed the two validity checks are compared; the program fails where they differ.
+
+#include <benchmark/benchmark.h>
+#include <fcl/broadphase/broadphase_dynamic_AABB_tree.h>
+#include <fcl/broadphase/default_broadphase_callbacks.h>
+#include <fcl/narrowphase/collision.h>
+#include <fcl/narrowphase/collision_object.h>
+#include <ompl/base/SpaceInformation.h>
+#include <ompl/base/StateValidityChecker.h>
+#include <ompl/base/spaces/RealVectorStateSpace.h>
+#include <ompl/geometric/PathGeometric.h>
+#include <ompl/geometric/PathSimplifier.h>
+#include <ompl/geometric/planners/rrt/RRTConnect.h>
+#include <ompl/util/Console.h>
+#include <ompl/util/RandomNumbers.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cmath>
+#include <cstddef>
+#include <cstdio>
+#include <exception>
+#include <filesystem>
+#include <limits>
+#include <map>
+#include <memory>
+#include <optional>
+#include <random>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include "examples/shelf.h"
+#include "kavo/formats/request.h"
+#include "kavo/formats/robot_file.h"
+#include "kavo/formats/scene.h"
+#include "kavo/motion_planning/environment/robot_environment.h"
+#include "kavo/motion_planning/interface/motion_planner.h"
+#include "kavo/motion_planning/util/path_check.h"
+#include "kavo/util/log.h"
+#include "kavo/world/world.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+namespace ob = ompl::base;
+namespace og = ompl::geometric;
+using kavo::planning::CreateRobotEnvironment;
+using kavo::planning::RobotEnvironment;
+using kavo::planning::RobotEnvironmentConfig;
+using Path = std::vector<Eigen::VectorXd>;
+
+constexpr int kSeed = 1234;
+
+struct Options {
+  double step = 0.1;
+  std::string problems;
+  std::string robot;
+  std::string srdf;
+  std::string group;
+  std::size_t per_family = std::numeric_limits<std::size_t>::max();
+  double time_limit = 5.0;
+};
+
+struct Problem {
+  std::string family;
+  kavo::World world;
+  std::vector<kavo::ObstacleHandle> obstacles;
+  Eigen::VectorXd start;
+  Eigen::VectorXd goal;
+};
+
+RobotEnvironmentConfig Config(const kavo::RobotDescription& robot, const kavo::World& world) {
+  const auto dimension = static_cast<Eigen::Index>(robot.numCSpaceCoords());
+  return {&robot, world.view(), Eigen::VectorXd::Ones(dimension), 10000, 1, 1};
+}
+
+double Length(const Path& path) {
+  double length = 0.0;
+  for (std::size_t i = 1; i < path.size(); ++i) {
+    length += (path[i] - path[i - 1]).norm();
+  }
+  return length;
+}
+
+// The queries of the shelf: the demonstration's, then random valid configurations to random ones and to such
+// with the hand in the shelf, in turns.
+std::vector<Problem> ShelfProblems(const kavo::RobotDescription& robot) {
+  constexpr std::size_t kNumProblems = 50;
+  kavo::World world;
+  std::vector<kavo::ObstacleHandle> obstacles;
+  for (const kavo::examples::Board& board : kavo::examples::ShelfBoards()) {
+    obstacles.push_back(world.add(kavo::BoxObstacle{board.size}, kavo::Pose3::FromTranslation(board.center)));
+  }
+  obstacles.push_back(world.add(kavo::HalfSpaceObstacle{},
+                                kavo::Pose3::FromTranslation({0.0, 0.0, kavo::examples::kFloorHeight})));
+  const auto environment = CreateRobotEnvironment(Config(robot, world));
+  std::mt19937 engine(kSeed);
+  const auto near_shelf_goal = [&] {
+    Eigen::VectorXd q;
+    do {
+      q = kavo::examples::ShelfGoal();
+      for (double& entry : q) {
+        entry += (static_cast<double>(engine()) * 0x1p-32 - 0.5) * 0.4;
+      }
+    } while (!environment->IsValidConfiguration(q));
+    return q;
+  };
+  std::vector<Problem> problems{
+      {"shelf", world, obstacles, kavo::examples::ShelfStart(), kavo::examples::ShelfGoal()}};
+  while (problems.size() < kNumProblems) {
+    const Eigen::VectorXd start = *environment->SampleConfiguration();
+    const bool into_shelf = problems.size() % 2 == 0;
+    problems.push_back({into_shelf ? "into shelf" : "anywhere", world, obstacles, start,
+                        into_shelf ? near_shelf_goal() : *environment->SampleConfiguration()});
+  }
+  return problems;
+}
+
+std::vector<fs::path> Sorted(const fs::path& directory) {
+  std::vector<fs::path> entries(fs::directory_iterator(directory), {});
+  std::sort(entries.begin(), entries.end());
+  return entries;
+}
+
+// The first problems of each family, leaving out those whose start or goal is not valid.
+std::vector<Problem> ReadProblems(const Options& options, const kavo::RobotDescription& robot) {
+  std::vector<Problem> problems;
+  for (const fs::path& folder : Sorted(options.problems)) {
+    if (!fs::is_directory(folder)) {
+      continue;
+    }
+    std::size_t count = 0;
+    for (const fs::path& file : Sorted(folder)) {
+      const std::string stem = file.stem().string();
+      if (stem.rfind("scene", 0) != 0 || count == options.per_family) {
+        continue;
+      }
+      ++count;
+      const auto request =
+          kavo::formats::ReadRequest((folder / ("request" + stem.substr(5) + ".yaml")).string());
+      kavo::formats::Scene scene = kavo::formats::ReadScene(file.string());
+      scene.base_pose = request.base_pose.value_or(scene.base_pose);
+      if (request.goals.empty() || request.goals.front().joints.empty()) {
+        throw std::runtime_error(file.string() + ": the request has no goal in joint values");
+      }
+      Problem problem;
+      problem.family = folder.filename().string();
+      problem.obstacles = AddToWorld(scene, problem.world);
+      const Eigen::VectorXd at_rest = kavo::formats::ConfigurationFromJoints(
+          robot, scene.joint_state, robot.defaultCSpaceConfiguration());
+      problem.start = kavo::formats::ConfigurationFromJoints(robot, request.start, at_rest);
+      problem.goal =
+          kavo::formats::ConfigurationFromJoints(robot, request.goals.front().joints, problem.start);
+      const auto environment = CreateRobotEnvironment(Config(robot, problem.world));
+      if (environment->IsValidConfiguration(problem.start) &&
+          environment->IsValidConfiguration(problem.goal)) {
+        problems.push_back(std::move(problem));
+      } else {
+        std::printf("left out, start or goal not valid: %s\n", file.string().c_str());
+      }
+    }
+  }
+  return problems;
+}
+
+// The robot's spheres and the obstacles as FCL objects.
+//
+// The obstacles are in a dynamic AABB tree, which is set up before anything is timed. For a configuration our
+// sweep places the frames; each sphere, those of the last frames first, is moved and asks the tree, and the
+// first contact ends it. Contacts are counted, not computed. Half-spaces have no bounding box and are asked
+// directly. Limits are looked at first.
+class FclCheck {
+ public:
+  FclCheck(const kavo::RobotDescription& robot, const Problem& problem)
+      : config_(Config(robot, problem.world)) {
+    std::vector<std::pair<int, std::string>> names;
+    for (const std::string& name : config_.FrameNames()) {
+      names.emplace_back(config_.Kinematics()->frame(name).index(), name);
+    }
+    std::sort(names.rbegin(), names.rend());
+    std::vector<kavo::Kinematics::FrameHandle> handles;
+    for (const auto& [index, name] : names) {
+      for (const kavo::math::Sphere& sphere : config_.CollisionSpheres(name)) {
+        balls_.push_back(
+            {handles.size(), sphere.center,
+             std::make_unique<fcl::CollisionObjectd>(std::make_shared<fcl::Sphered>(sphere.radius))});
+      }
+      handles.emplace_back(index);
+    }
+    sweep_ = config_.Kinematics()->frameSweep(handles);
+    for (const kavo::ObstacleHandle handle : problem.obstacles) {
+      add(problem.world.shape(handle), problem.world.pose(handle));
+    }
+    manager_.setup();
+  }
+
+  bool operator()(const Eigen::VectorXd& q) {
+    const auto& limits = config_.JointLimits();
+    for (std::size_t i = 0; i < limits.size(); ++i) {
+      const double value = q[static_cast<Eigen::Index>(i)];
+      if (!(limits[i].min <= value && value <= limits[i].max)) {
+        return false;
+      }
+    }
+    const std::vector<kavo::math::RigidTransform>& frames = sweep_->compute(q);
+    for (Ball& ball : balls_) {
+      ball.object->setTranslation(frames[ball.frame] * ball.center);
+      ball.object->computeAABB();
+      if (touches(*ball.object)) {
+        return false;
+      }
+    }
+    return true;
+  }
+
+ private:
+  struct Ball {
+    std::size_t frame;
+    Eigen::Vector3d center;
+    std::unique_ptr<fcl::CollisionObjectd> object;
+  };
+
+  static std::shared_ptr<fcl::CollisionGeometryd> Geometry(const kavo::ObstacleShape& shape) {
+    if (const auto* sphere = std::get_if<kavo::SphereObstacle>(&shape)) {
+      return std::make_shared<fcl::Sphered>(sphere->radius);
+    }
+    if (const auto* box = std::get_if<kavo::BoxObstacle>(&shape)) {
+      return std::make_shared<fcl::Boxd>(box->size);
+    }
+    if (const auto* cylinder = std::get_if<kavo::CylinderObstacle>(&shape)) {
+      return std::make_shared<fcl::Cylinderd>(cylinder->radius, cylinder->height);
+    }
+    if (const auto* capsule = std::get_if<kavo::CapsuleObstacle>(&shape)) {
+      return std::make_shared<fcl::Capsuled>(capsule->radius, capsule->height);
+    }
+    return std::make_shared<fcl::Halfspaced>(Eigen::Vector3d::UnitZ(), 0.0);
+  }
+
+  void add(const kavo::ObstacleShape& shape, const kavo::Pose3& pose) {
+    fcl::Transform3d transform = fcl::Transform3d::Identity();
+    transform.linear() = pose.matrix();
+    transform.translation() = pose.translation();
+    obstacles_.push_back(std::make_unique<fcl::CollisionObjectd>(Geometry(shape), transform));
+    if (std::holds_alternative<kavo::HalfSpaceObstacle>(shape)) {
+      half_spaces_.push_back(obstacles_.back().get());
+    } else {
+      manager_.registerObject(obstacles_.back().get());
+    }
+  }
+
+  bool touches(fcl::CollisionObjectd& ball) const {
+    for (const fcl::CollisionObjectd* half_space : half_spaces_) {
+      fcl::CollisionResultd result;
+      if (fcl::collide(&ball, half_space, fcl::CollisionRequestd(), result) > 0) {
+        return true;
+      }
+    }
+    fcl::DefaultCollisionData<double> data;
+    manager_.collide(&ball, &data, fcl::DefaultCollisionFunction<double>);
+    return data.result.isCollision();
+  }
+
+  RobotEnvironmentConfig config_;
+  std::unique_ptr<kavo::FrameSweep> sweep_;
+  std::vector<Ball> balls_;
+  std::vector<std::unique_ptr<fcl::CollisionObjectd>> obstacles_;
+  std::vector<fcl::CollisionObjectd*> half_spaces_;
+  fcl::DynamicAABBTreeCollisionManagerd manager_;
+};
+
+// Any of the checks for OMPL. Configurations go to a vector that lives on, so that nothing is allocated.
+template <typename Check>
+class Checker : public ob::StateValidityChecker {
+ public:
+  Checker(const ob::SpaceInformationPtr& space, Check check, Eigen::Index dimension)
+      : ob::StateValidityChecker(space), check_(std::move(check)), q_(dimension) {}
+
+  bool isValid(const ob::State* state) const override {
+    const double* values = state->as<ob::RealVectorStateSpace::StateType>()->values;
+    q_ = Eigen::Map<const Eigen::VectorXd>(values, q_.size());
+    return check_(q_);
+  }
+
+ private:
+  mutable Check check_;
+  mutable Eigen::VectorXd q_;
+};
+
+struct Run {
+  bool is_found = false;
+  double plan_seconds = 0.0;
+  double simplify_seconds = 0.0;
+  double length = 0.0;
+  bool passes_check = false;
+
+  double Seconds() const { return plan_seconds + simplify_seconds; }
+};
+
+void Finish(const kavo::RobotDescription& robot, const Problem& problem, double step, const Path& path,
+            Run& run) {
+  run.is_found = !path.empty();
+  if (run.is_found) {
+    run.length = Length(path);
+    run.passes_check = kavo::planning::CheckPath(robot, problem.world.view(), path, step / 10.0).IsValid();
+  }
+}
+
+Run RunOurs(const std::shared_ptr<kavo::RobotDescription>& robot, const Problem& problem, double step) {
+  const auto planner = kavo::CreateMotionPlanner(robot, problem.world.view());
+  planner->setParam("step_size", step);
+  planner->setParam("seed", kSeed);
+  const auto results = planner->planToCSpaceTarget(problem.start, problem.goal, false);
+  const kavo::QueryReport report = planner->queryReport();
+  Run run;
+  run.plan_seconds = report.search_seconds;
+  run.simplify_seconds = report.shortening_seconds;
+  Finish(*robot, problem, step, results.path, run);
+  return run;
+}
+
+double SecondsSince(std::chrono::steady_clock::time_point begin) {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+}
+
+// Setting up is not timed, neither here nor above. The range of the planner is OMPL's own choice, a fifth of
+// the extent of the space. Paths are shortened by dropping vertices and then by random short cuts, with
+// OMPL's own limits. Its usual `simplifyMax` also rounds corners by splines, which ours does not and which
+// would take OMPL longer.
+template <typename Check>
+Run RunOmpl(const kavo::RobotDescription& robot, const Problem& problem, const Options& options,
+            Check check) {
+  const auto limits = kavo::ExtractJointLimits(&robot);
+  const auto dimension = static_cast<unsigned int>(limits.size());
+  const auto space = std::make_shared<ob::RealVectorStateSpace>(dimension);
+  ob::RealVectorBounds bounds(dimension);
+  for (unsigned int i = 0; i < dimension; ++i) {
+    bounds.setLow(i, limits[i].min);
+    bounds.setHigh(i, limits[i].max);
+  }
+  space->setBounds(bounds);
+  const auto information = std::make_shared<ob::SpaceInformation>(space);
+  information->setStateValidityChecker(
+      std::make_shared<Checker<Check>>(information, std::move(check), static_cast<Eigen::Index>(dimension)));
+  information->setStateValidityCheckingResolution(options.step / space->getMaximumExtent());
+  information->setup();
+
+  const auto definition = std::make_shared<ob::ProblemDefinition>(information);
+  ob::ScopedState<> start(space);
+  ob::ScopedState<> goal(space);
+  for (unsigned int i = 0; i < dimension; ++i) {
+    start[i] = problem.start[i];
+    goal[i] = problem.goal[i];
+  }
+  definition->setStartAndGoalStates(start, goal);
+  og::RRTConnect planner(information);
+  planner.setProblemDefinition(definition);
+  planner.setup();
+  og::PathSimplifier simplifier(information);
+
+  Run run;
+  auto begin = std::chrono::steady_clock::now();
+  const ob::PlannerStatus status = planner.solve(ob::timedPlannerTerminationCondition(options.time_limit));
+  run.plan_seconds = SecondsSince(begin);
+  Path path;
+  if (status == ob::PlannerStatus::EXACT_SOLUTION) {
+    auto& solution = *definition->getSolutionPath()->as<og::PathGeometric>();
+    begin = std::chrono::steady_clock::now();
+    simplifier.reduceVertices(solution);
+    simplifier.shortcutPath(solution);
+    run.simplify_seconds = SecondsSince(begin);
+    for (const ob::State* state : solution.getStates()) {
+      path.emplace_back(Eigen::Map<const Eigen::VectorXd>(
+          state->as<ob::RealVectorStateSpace::StateType>()->values, problem.start.size()));
+    }
+  }
+  Finish(robot, problem, options.step, path, run);
+  return run;
+}
+
+// Of one check alone, seconds, summed up over the problems.
+struct CheckTimes {
+  double ours = 0.0;
+  double fcl = 0.0;
+};
+
+template <typename Check>
+double SecondsOfCheck(const std::vector<Eigen::VectorXd>& configurations, const Check& check) {
+  const auto begin = std::chrono::steady_clock::now();
+  for (const Eigen::VectorXd& q : configurations) {
+    benchmark::DoNotOptimize(check(q));
+  }
+  return SecondsSince(begin) / static_cast<double>(configurations.size());
+}
+
+// Both checks on random configurations, half of them near the start. What is closer to touching than a tenth
+// of a millimetre is left to rounding.
+bool CompareChecks(const kavo::RobotDescription& robot, const Problem& problem, CheckTimes& times) {
+  constexpr int kNumConfigurations = 200;
+  constexpr double kRounding = 1e-4;
+  const auto ours = CreateRobotEnvironment(Config(robot, problem.world));
+  FclCheck fcl_check(robot, problem);
+  const auto limits = kavo::ExtractJointLimits(&robot);
+  std::mt19937 engine(kSeed);
+  std::vector<Eigen::VectorXd> configurations;
+  for (int i = 0; i < kNumConfigurations; ++i) {
+    Eigen::VectorXd q = problem.start;
+    for (Eigen::Index joint = 0; joint < q.size(); ++joint) {
+      const auto& limit = limits[static_cast<std::size_t>(joint)];
+      const double random = static_cast<double>(engine()) * 0x1p-32;
+      q[joint] = i % 2 == 0 ? limit.min + (limit.max - limit.min) * random : q[joint] + random - 0.5;
+    }
+    configurations.push_back(q);
+    if (ours->IsValidConfiguration(q) != fcl_check(q)) {
+      const auto check = kavo::planning::CheckPath(robot, problem.world.view(), {q}, 1.0);
+      if (!check.clearance || std::fabs(check.clearance->distance) > kRounding) {
+        std::fprintf(stderr, "%s: the checks differ\n", problem.family.c_str());
+        return false;
+      }
+    }
+  }
+  times.ours +=
+      SecondsOfCheck(configurations, [&](const Eigen::VectorXd& q) { return ours->IsValidConfiguration(q); });
+  times.fcl += SecondsOfCheck(configurations, [&](const Eigen::VectorXd& q) { return fcl_check(q); });
+  return true;
+}
+
+double Quantile(std::vector<double> values, double q) {
+  if (values.empty()) {
+    return std::nan("");
+  }
+  std::sort(values.begin(), values.end());
+  return values[static_cast<std::size_t>(q * static_cast<double>(values.size() - 1))];
+}
+
+constexpr std::size_t kNumPlanners = 3;
+using Runs = std::array<Run, kNumPlanners>;
+
+// Quantiles are over the problems that a planner solved, ratios over those that all three did.
+void Print(const std::string& title, const std::vector<Runs>& all) {
+  constexpr const char* kNames[kNumPlanners] = {"ours", "OMPL, our check", "OMPL, FCL"};
+  std::printf("\n%s, %zu problems\n", title.c_str(), all.size());
+  std::printf("  %-16s %6s %10s %10s %10s %10s %10s %10s %8s %6s\n", "", "solved", "plan 50%", "95%",
+              "simplify50", "95%", "both 50%", "95%", "length", "fail");
+  std::vector<double> common[kNumPlanners];
+  for (std::size_t k = 0; k < kNumPlanners; ++k) {
+    std::vector<double> plan;
+    std::vector<double> simplify;
+    std::vector<double> both;
+    std::vector<double> length;
+    std::size_t num_failing = 0;
+    for (const Runs& runs : all) {
+      const Run& run = runs[k];
+      if (run.is_found) {
+        plan.push_back(run.plan_seconds * 1e6);
+        simplify.push_back(run.simplify_seconds * 1e6);
+        both.push_back(run.Seconds() * 1e6);
+        length.push_back(run.length);
+        num_failing += run.passes_check ? 0 : 1;
+      }
+      if (std::all_of(runs.begin(), runs.end(), [](const Run& other) { return other.is_found; })) {
+        common[k].push_back(run.Seconds());
+      }
+    }
+    std::printf("  %-16s %6zu %10.0f %10.0f %10.0f %10.0f %10.0f %10.0f %8.2f %6zu\n", kNames[k], plan.size(),
+                Quantile(plan, 0.5), Quantile(plan, 0.95), Quantile(simplify, 0.5), Quantile(simplify, 0.95),
+                Quantile(both, 0.5), Quantile(both, 0.95), Quantile(length, 0.5), num_failing);
+  }
+  for (std::size_t k = 1; k < kNumPlanners; ++k) {
+    std::printf("  ratio of medians, both, %s: %.1f (%zu problems that all solve)\n", kNames[k],
+                Quantile(common[k], 0.5) / Quantile(common[0], 0.5), common[k].size());
+  }
+}
+
+int Main(const Options& options) {
+  std::shared_ptr<kavo::RobotDescription> robot;
+  if (options.problems.empty()) {
+    robot = kavo::LoadFrankaRobotDescription();
+  } else {
+    kavo::formats::RobotFileOptions file_options;
+    file_options.srdf_file = options.srdf;
+    file_options.group = options.group;
+    robot = kavo::formats::LoadRobot(options.robot, file_options).description;
+  }
+  const std::vector<Problem> problems =
+      options.problems.empty() ? ShelfProblems(*robot) : ReadProblems(options, *robot);
+  CheckTimes times;
+  if (!std::all_of(problems.begin(), problems.end(),
+                   [&](const Problem& problem) { return CompareChecks(*robot, problem, times); })) {
+    return 1;
+  }
+  const double to_nanoseconds = 1e9 / static_cast<double>(problems.size());
+  std::printf("one check of random configurations: ours %.0f ns, FCL %.0f ns, ratio %.1f\n",
+              times.ours * to_nanoseconds, times.fcl * to_nanoseconds, times.fcl / times.ours);
+  std::map<std::string, std::vector<Runs>> families;
+  std::vector<Runs> all;
+  for (const Problem& problem : problems) {
+    const auto environment = CreateRobotEnvironment(Config(*robot, problem.world));
+    const Runs runs = {
+        RunOurs(robot, problem, options.step),
+        RunOmpl(*robot, problem, options,
+                [&environment](const Eigen::VectorXd& q) { return environment->IsValidConfiguration(q); }),
+        RunOmpl(*robot, problem, options,
+                [check = std::make_shared<FclCheck>(*robot, problem)](const Eigen::VectorXd& q) {
+                  return (*check)(q);
+                })};
+    families[problem.family].push_back(runs);
+    all.push_back(runs);
+  }
+  std::printf("step %g, microseconds, OMPL's limit %g s, \"fail\": paths that fail the check at step / 10\n",
+              options.step, options.time_limit);
+  for (const auto& [family, runs] : families) {
+    Print(family, runs);
+  }
+  Print("all", all);
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  benchmark::Initialize(&argc, argv);
+  Options options;
+  CLI::App app("Whole queries of ours and of OMPL");
+  auto* const robot = app.add_option("--robot", options.robot, "URDF file");
+  app.add_option("--problems", options.problems, "Folder of families of problems")->needs(robot);
+  app.add_option("--srdf", options.srdf, "SRDF file");
+  app.add_option("--group", options.group, "SRDF group to plan for");
+  app.add_option("--per-family", options.per_family, "Only the first problems of each family");
+  app.add_option("--step", options.step, "Step in c-space")->check(CLI::PositiveNumber);
+  app.add_option("--time-limit", options.time_limit, "For one query of OMPL, seconds");
+  CLI11_PARSE(app, argc, argv);
+  ompl::msg::setLogLevel(ompl::msg::LOG_NONE);
+  ompl::RNG::setSeed(kSeed);
+  kavo::util::log_level_threshold = -1;
+  try {
+    return Main(options);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "%s\n", error.what());
+    return 1;
+  }
+}
