@@ -163,7 +163,7 @@ int main(int argc, char** argv) {
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();
   bool equal = true;
-  for (const std::size_t num_nodes : {100, 1000, 10000, 100000}) {
+  for (const std::size_t num_nodes : {100U, 1000U, 10000U, 100000U}) {
     equal &= Compare("Euclidean", L2Norm, num_nodes);
     equal &=
         Compare("weighted", WeightedSquaredL2Norm(Eigen::VectorXd::Constant(kDimension, 1.5)), num_nodes);
