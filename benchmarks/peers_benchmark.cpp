@@ -46,7 +46,8 @@
 #include "kavo/formats/robot_file.h"
 #include "kavo/formats/scene.h"
 #include "kavo/motion_planning/environment/robot_environment.h"
-#include "kavo/motion_planning/interface/motion_planner.h"
+#include "kavo/motion_planning/interface/motion_planner_config.h"
+#include "kavo/motion_planning/interface/motion_planner_internal.h"
 #include "kavo/motion_planning/util/path_check.h"
 #include "kavo/util/log.h"
 #include "kavo/world/world.h"
@@ -317,25 +318,29 @@ void Finish(const kavo::RobotDescription& robot, const Problem& problem, double 
   }
 }
 
-Run RunOurs(const std::shared_ptr<kavo::RobotDescription>& robot, const Problem& problem, double step) {
-  const auto planner = kavo::CreateMotionPlanner(robot, problem.world.view());
-  planner->setParam("step_size", step);
-  planner->setParam("seed", kSeed);
-  const auto results = planner->planToCSpaceTarget(problem.start, problem.goal, false);
-  const kavo::QueryReport report = planner->queryReport();
-  Run run;
-  run.plan_seconds = report.search_seconds;
-  run.simplify_seconds = report.shortening_seconds;
-  Finish(*robot, problem, step, results.path, run);
-  return run;
-}
-
 // Processor time of this thread, seconds. Queries of milliseconds lose more of a shared machine to others
-// than those of microseconds: by the clock on the wall, which times ours, the ratios would be too good.
+// than those of microseconds: by the clock on the wall the ratios would be too good.
 double ProcessorSeconds() {
   timespec time{};
   clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
   return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+}
+
+// The facade. Its report tells how the time divides between search and shortening.
+Run RunOurs(const std::shared_ptr<kavo::RobotDescription>& robot, const Problem& problem, double step) {
+  kavo::planning::MotionPlannerConfig config(robot);
+  config.step_size = step;
+  config.seed = kSeed;
+  kavo::planning::MotionPlannerInternal planner(config, robot, problem.world.view());
+  const double begin = ProcessorSeconds();
+  const auto results = planner.planToCSpaceTarget(problem.start, problem.goal, false);
+  const double seconds = ProcessorSeconds() - begin;
+  const kavo::QueryReport report = planner.queryReport();
+  Run run;
+  run.plan_seconds = seconds * report.search_seconds / (report.search_seconds + report.shortening_seconds);
+  run.simplify_seconds = seconds - run.plan_seconds;
+  Finish(*robot, problem, step, results.path, run);
+  return run;
 }
 
 // Setting up is not timed, neither here nor above. The range of the planner is OMPL's own choice, a fifth of
@@ -523,7 +528,7 @@ int Main(const Options& options) {
     all.push_back(runs);
   }
   std::printf(
-      "step %g, microseconds (OMPL: of processor time), OMPL's limit %g s, \"fail\": paths that fail the "
+      "step %g, microseconds of processor time, OMPL's limit %g s, \"fail\": paths that fail the "
       "check at step / 10\n",
       options.step, options.time_limit);
   for (const auto& [family, runs] : families) {
