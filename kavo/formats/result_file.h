@@ -14,29 +14,35 @@
 
 namespace kavo::formats {
 
+// Not inside of the record: clang does not take a nested class with default values for one that can be made
+// in place, in its `optional` and its `variant`.
+
+//! A position that a frame was to reach, relative to the robot base.
+struct FramePosition {
+  std::string frame;
+  Eigen::Vector3d position = Eigen::Vector3d::Zero();
+};
+
+//! How a path fared in a check apart from the planner's own.
+struct PathCheck {
+  bool passed = false;
+  //! Distance between the configurations that were looked at.
+  double step = 0.0;
+  std::uint64_t num_configurations = 0;
+  //! What is wrong at the first bad configuration; empty if the path passed.
+  std::string fault;
+  //! Smallest distance between the robot and an obstacle; none without obstacles.
+  std::optional<double> clearance;
+};
+
 //! A query and its answer, as they go into a file. Metres, radians and seconds.
 struct PlanRecord {
   //! A value of a setting; limits are pairs of lower and upper.
   using Setting = std::variant<bool, std::int64_t, double, std::string, std::vector<double>,
                                std::vector<std::array<double, 2>>>;
 
-  //! A position that a frame was to reach, relative to the robot base.
-  struct PositionTarget {
-    std::string frame;
-    Eigen::Vector3d position = Eigen::Vector3d::Zero();
-  };
-
-  //! How the path fared in a check apart from the planner's own.
-  struct Check {
-    bool passed = false;
-    //! Distance between the configurations that were looked at.
-    double step = 0.0;
-    std::uint64_t num_configurations = 0;
-    //! What is wrong at the first bad configuration; empty if the path passed.
-    std::string fault;
-    //! Smallest distance between the robot and an obstacle; none without obstacles.
-    std::optional<double> clearance;
-  };
+  using PositionTarget = FramePosition;
+  using Check = PathCheck;
 
   std::string robot;
   //! In the order of the c-space coordinates.
