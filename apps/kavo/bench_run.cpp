@@ -29,6 +29,9 @@ class Progress {
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;
   ~Progress() {
+    // Whoever comes after has seen what the threads did: they all had the lock, also as ThreadSanitizer sees
+    // it, to which the library of threads is a closed box.
+    const std::lock_guard lock(mutex_);
     if (is_shown_) {
       std::cerr << "\r\033[K";
     }
