@@ -45,15 +45,11 @@ void ReadFamily(const fs::path& directory, const std::string& family, const form
                 std::vector<Problem>& problems) {
   for (const fs::path& file : Entries(directory)) {
     if (const auto name = NameOfScene(file)) {
-      const fs::path request_file = directory / ("request" + *name + ".yaml");
-      const formats::Request request = formats::ReadRequest(request_file.string());
+      const std::string request_file = (directory / ("request" + *name + ".yaml")).string();
+      const formats::Request request = formats::ReadRequest(request_file);
       LoadedScene scene = ReadScenes({file.string()}, request.base_pose);
-      try {
-        Query query = QueriesOf(request, robot, scene).front();
-        problems.push_back({family, *name, std::move(scene), std::move(query)});
-      } catch (const UnusableInput& error) {
-        throw UnusableInput(request_file.string() + ": " + error.what());
-      }
+      Query query = QueriesOf(request, request_file, robot, scene).front();
+      problems.push_back({family, *name, std::move(scene), std::move(query)});
     }
   }
 }

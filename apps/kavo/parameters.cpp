@@ -14,6 +14,7 @@
 
 #include "apps/kavo/command.h"
 #include "apps/kavo/text.h"
+#include "kavo/util/fatal_error.h"
 #include "kavo/util/log.h"
 #include "kavo/world/world.h"
 
@@ -255,6 +256,8 @@ void PlannerSettings::Load(const std::shared_ptr<RobotDescription>& robot) {
     try {
       CreateMotionPlanner(file_, robot, World().view());
       config = MotionPlannerConfig(YAML::LoadFile(file_));
+    } catch (const util::FatalError& error) {
+      throw UnusableInput(file_ + ": " + error.message());
     } catch (const std::runtime_error& error) {
       throw UnusableInput(file_ + ": " + error.what());
     }

@@ -81,7 +81,8 @@ class Planning {
       request = formats::ReadRequest(options_.request_file);
     }
     scene_ = ReadScenes(options_.scene.Files(), request ? request->base_pose : std::nullopt);
-    queries_ = request ? QueriesOf(*request, robot_, scene_) : std::vector<Query>{QueryOfOptions()};
+    queries_ = request ? QueriesOf(*request, options_.request_file, robot_, scene_)
+                       : std::vector<Query>{QueryOfOptions()};
     settings_.SetDefault("task_space_frame_name", robot_.tip_frame);
     settings_.Load(robot_.description);
     check_step_ = options_.check_step.value_or(settings_.StepSize() / 10.0);
@@ -94,7 +95,7 @@ class Planning {
       if (attempt->IsGood()) {
         break;
       }
-      if (&query != &queries_.back()) {
+      if (&query != &queries_.back() && !options_.quiet) {
         std::cerr << "kavo: goal " << (&query - queries_.data()) + 1 << " of " << queries_.size() << ": "
                   << (attempt->results.path_found ? "the path fails the check"
                                                   : ToString(attempt->report.status))
@@ -134,9 +135,12 @@ class Planning {
           attempt.seed == std::numeric_limits<int>::max()) {
         return attempt;
       }
-      std::cerr << "kavo: seed " << attempt.seed << ": "
-                << (attempt.results.path_found ? "the path fails the check" : ToString(attempt.report.status))
-                << "; trying the next seed\n";
+      if (!options_.quiet) {
+        std::cerr << "kavo: seed " << attempt.seed << ": "
+                  << (attempt.results.path_found ? "the path fails the check"
+                                                 : ToString(attempt.report.status))
+                  << "; trying the next seed\n";
+      }
     }
   }
 

@@ -23,8 +23,8 @@ bool NamesAny(const std::map<std::string, double>& joints, const RobotDescriptio
 
 }  // namespace
 
-std::vector<Query> QueriesOf(const formats::Request& request, const formats::LoadedRobot& robot,
-                             const LoadedScene& scene) {
+std::vector<Query> QueriesOf(const formats::Request& request, const std::string& file,
+                             const formats::LoadedRobot& robot, const LoadedScene& scene) {
   const RobotDescription& description = *robot.description;
   const Eigen::VectorXd at_rest = formats::ConfigurationFromJoints(description, scene.joint_state,
                                                                    description.defaultCSpaceConfiguration());
@@ -32,22 +32,26 @@ std::vector<Query> QueriesOf(const formats::Request& request, const formats::Loa
   query.start = formats::ConfigurationFromJoints(description, request.start, at_rest);
   std::vector<Query> queries;
   for (const formats::Request::Goal& goal : request.goals) {
-    if (!goal.joints.empty()) {
-      if (!NamesAny(goal.joints, description)) {
-        throw UnusableInput("a goal of the request names none of the robot's joints (" +
-                            Join(JointNames(description), ",") + ")");
-      }
-      query.target = formats::ConfigurationFromJoints(description, goal.joints, query.start);
-      queries.push_back(query);
+    // All constraints of one goal hold together.
+    if (goal.positions.size() + (goal.joints.empty() ? 0 : 1) > 1) {
+      throw UnusableInput(file + ": found a goal of several positions, or of joint values and positions; " +
+                          "expected joint values or one position");
     }
-    for (const formats::Request::PositionTarget& target : goal.positions) {
+    if (goal.joints.empty()) {
+      const formats::Request::PositionTarget& target = goal.positions.front();
       query.target =
           formats::PlanRecord::PositionTarget{target.link, scene.base_pose.inverse() * target.position};
-      queries.push_back(query);
+    } else {
+      if (!NamesAny(goal.joints, description)) {
+        throw UnusableInput(file + ": found a goal that names none of the robot's joints, expected some of " +
+                            Join(JointNames(description), ","));
+      }
+      query.target = formats::ConfigurationFromJoints(description, goal.joints, query.start);
     }
+    queries.push_back(query);
   }
   if (queries.empty()) {
-    throw UnusableInput("the request has no goal");
+    throw UnusableInput(file + ": found no goal, expected at least one");
   }
   return queries;
 }

@@ -20,10 +20,12 @@ struct Query {
 };
 
 //! One query for each goal of the request. Joints that it does not name start where the scene says, else in
-//! the default configuration, and stay there. Throws `UnusableInput` without a goal and
-//! for one that names none of the robot's joints.
-std::vector<Query> QueriesOf(const formats::Request& request, const formats::LoadedRobot& robot,
-                             const LoadedScene& scene);
+//! the default configuration, and stay there. Throws `UnusableInput` without a goal, for one that names none
+//! of the robot's joints, and for one that is more than joint values or one position: a planner takes one of
+//! them.
+//! \param file Where the request is from, for errors.
+std::vector<Query> QueriesOf(const formats::Request& request, const std::string& file,
+                             const formats::LoadedRobot& robot, const LoadedScene& scene);
 
 //! Euclidean, in c-space.
 double Length(const std::vector<Eigen::VectorXd>& path);

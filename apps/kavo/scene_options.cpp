@@ -14,6 +14,7 @@ void SceneOptions::AddOptions(CLI::App& app) {
 
 LoadedScene ReadScenes(const std::vector<std::string>& files, const std::optional<Pose3>& base_pose) {
   LoadedScene loaded;
+  loaded.base_pose = base_pose.value_or(Pose3());
   for (const std::string& file : files) {
     formats::Scene scene = formats::ReadScene(file);
     scene.base_pose = base_pose.value_or(scene.base_pose);

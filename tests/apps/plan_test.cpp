@@ -126,9 +126,15 @@ TEST_F(PlanTest, SaysWhyThereIsNoPath) {
 
 TEST_F(PlanTest, RefusesWhatItCannotUse) {
   const std::string config = folder_.Write("planner.yaml", "seed: 5\n");
+  const std::string no_seed = folder_.Write("no_seed.yaml", "seed: 0\n");
   const std::string foreign = folder_.Write("foreign.yaml",
                                             "start_state: {}\ngoal_constraints: [{joint_constraints: "
                                             "[{joint_name: hip, position: 1}]}]\n");
+  const std::string both =
+      folder_.Write("both.yaml",
+                    "goal_constraints: [{joint_constraints: [{joint_name: elbow, position: 1}], "
+                    "position_constraints: [{link_name: gripper, constraint_region: "
+                    "{primitive_poses: [{position: [1, 1, 0]}]}}]}]\n");
   const struct {
     Arguments query;
     std::string error;
@@ -139,13 +145,17 @@ TEST_F(PlanTest, RefusesWhatItCannotUse) {
       {{"--start", "left", "--goal", "1,x"}, "--goal 1,x: expected 2 numbers"},
       {{"--start", "left", "--target", "1,2"}, "--target 1,2: expected X,Y,Z"},
       {{"--start", "left", "--target", "1,1,0", "--frame", "hand"}, "There is no frame \"hand\""},
-      {{"--request", foreign}, "names none of the robot's joints (shoulder,elbow)"},
+      {{"--request", foreign},
+       "foreign.yaml: found a goal that names none of the robot's joints, expected some of shoulder,elbow"},
+      {{"--request", both}, "both.yaml: found a goal of several positions, or of joint values and positions"},
+      {{"--request", folder_.Write("no_goal.yaml", "start_state: {}\n")}, "no_goal.yaml: found no goal"},
       {{"--request", folder_ / "none.yaml"}, "none.yaml: "},
       {{"--start", "left", "--goal", "right", "--set", "speed=1"}, "--set speed=1: expected NAME=VALUE"},
       {{"--start", "left", "--goal", "right", "--set", "seed=1.5"}, "--set seed=1.5: expected an integer"},
       {{"--start", "left", "--goal", "right", "--set", "seed=0"}, "'seed' [0] must be positive"},
       {{"--start", "left", "--goal", "right", "--set", "distance_metric_weights=1"}, "must have same number"},
       {{"--start", "left", "--goal", "right", "--config", config}, "planner.yaml: "},
+      {{"--start", "left", "--goal", "right", "--config", no_seed}, "no_seed.yaml: `seed` must be positive"},
       {{"--start", "left", "--goal", "right", "--check-step", "0"}, "0 is not a positive number"},
       {{"--start", "left", "--goal", "right", "--joint", "slide"}, "--joint slide: expected JOINT=VALUE"},
       {{"--start", "left", "--goal", "right", "--json", folder_ / "none/out.json"}, "out.json: "},
@@ -177,6 +187,10 @@ TEST_F(PlanTest, TriesSeedsUntilAPathPassesTheCheck) {
   EXPECT_EQ(good.status, 0);
   EXPECT_THAT(good.output, AllOf(HasSubstr("seed 1235"), HasSubstr("check: valid")));
   EXPECT_THAT(good.errors, HasSubstr("seed 1234: the path fails the check; trying the next seed"));
+  arguments.emplace_back("--quiet");
+  const Outcome quiet = RunKavo(arguments);
+  EXPECT_EQ(quiet.status, 0);
+  EXPECT_THAT(quiet.errors, IsEmpty());
   // The straight way jumps over the peg with every seed.
   const Outcome never =
       RunKavo(Plan({"--start", "0.75,0", "--goal", "-0.75,0", "--set", "step_size=0.5", "--verify", "2"}));
@@ -195,6 +209,28 @@ goal_constraints:
   EXPECT_EQ(plan.status, 0);
   EXPECT_EQ(plan.output, "shoulder,elbow\n1,0\n1.5,0.5\n");
   EXPECT_THAT(plan.errors, HasSubstr("goal 1 of 2: invalid target; trying the next"));
+}
+
+TEST_F(PlanTest, ABasePoseInTheRequestMovesTheSceneAndTheTarget) {
+  // The base is turned by a quarter, which takes the peg to 0, 1: to where the upper link ends at the start.
+  const std::string request = folder_.Write("position.yaml", R"(start_state:
+  joint_state: {name: [shoulder, elbow], position: [1.5, 0]}
+  multi_dof_joint_state:
+    transforms: [{translation: [3, 0, 0], rotation: [0, 0, 0.7071067811865476, 0.7071067811865476]}]
+goal_constraints:
+  - position_constraints: [{link_name: upper, constraint_region: {primitive_poses: [{position: [1, 2, 0]}]}}]
+)");
+  const Outcome plan = RunKavo(Plan({"--request", request, "--json", "-"}));
+  EXPECT_EQ(plan.status, 1);
+  EXPECT_THAT(plan.errors, AllOf(HasSubstr("the start is not valid"), HasSubstr("into 'peg'")));
+  const Outcome without_scene = RunKavo({"plan", "--robot", folder_ / "arm.urdf", "--request", request,
+                                         "--json", "-", "--set", "max_iterations=1"});
+  for (const Outcome& outcome : {plan, without_scene}) {
+    const auto target = nlohmann::json::parse(outcome.output)["target"];
+    EXPECT_EQ(target["frame"], "upper");
+    EXPECT_NEAR(target["position"][0].get<double>(), 2.0, 1e-12);
+    EXPECT_NEAR(target["position"][1].get<double>(), 2.0, 1e-12);
+  }
 }
 
 TEST(ExampleSceneTest, IsTheShelfOfTheExamples) {
