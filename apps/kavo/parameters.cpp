@@ -7,6 +7,7 @@
 #include <array>
 #include <cmath>
 #include <cstdint>
+#include <fstream>
 #include <limits>
 #include <optional>
 #include <stdexcept>
@@ -234,6 +235,26 @@ bool ApplySetting(MotionPlanner& planner, const Parameter& parameter, const Sett
   return planner.setParam(name, limits);
 }
 
+namespace {
+
+// What yaml-cpp refused, where it says where: its own text names neither the key nor what stands there.
+std::string Explain(const std::string& file, const YAML::Exception& error) {
+  if (error.mark.is_null()) {
+    return file + ": " + error.msg;
+  }
+  std::ifstream lines(file);
+  std::string line;
+  for (int i = 0; i <= error.mark.line; ++i) {
+    std::getline(lines, line);
+  }
+  return file + ":" + std::to_string(error.mark.line + 1) + ": found '" + line +
+         "', expected every setting of the planner here or below with a value of its type, as 'kavo info "
+         "--params' lists them (" +
+         error.msg + ")";
+}
+
+}  // namespace
+
 void PlannerSettings::AddOptions(CLI::App& app) {
   const std::string group = "Planner";
   app.add_option("--config", file_, "Settings of the planner from a YAML file")
@@ -258,8 +279,8 @@ void PlannerSettings::Load(const std::shared_ptr<RobotDescription>& robot) {
       config = MotionPlannerConfig(YAML::LoadFile(file_));
     } catch (const util::FatalError& error) {
       throw UnusableInput(file_ + ": " + error.message());
-    } catch (const std::runtime_error& error) {
-      throw UnusableInput(file_ + ": " + error.what());
+    } catch (const YAML::Exception& error) {
+      throw UnusableInput(Explain(file_, error));
     }
     defaults_.clear();
   }

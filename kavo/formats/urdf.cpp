@@ -229,6 +229,29 @@ std::vector<std::size_t> SortJoints(const XmlFile& xml, const Outline& outline, 
   return order;
 }
 
+// The shapes that urdfdom knows, with their numbers: it names no line where it refuses one.
+void CheckShape(const XmlFile& xml, const Element& collision) {
+  const Element* const geometry = collision.FirstChildElement("geometry");
+  const Element* const shape = geometry == nullptr ? nullptr : geometry->FirstChildElement();
+  const char* const expected = "a sphere, box, cylinder or mesh";
+  if (shape == nullptr) {
+    xml.fail(collision, "a collision element without a shape", expected);
+  }
+  const std::string kind = shape->Name();
+  if (kind == "sphere") {
+    xml.number(*shape, "radius");
+  } else if (kind == "box") {
+    xml.vector(*shape, "size");
+  } else if (kind == "cylinder") {
+    xml.number(*shape, "radius");
+    xml.number(*shape, "length");
+  } else if (kind == "mesh") {
+    xml.attribute(*shape, "filename");
+  } else {
+    xml.fail(*shape, "shape " + Quoted(shape->Name()), expected);
+  }
+}
+
 // What urdfdom is to look at: the elements that matter here, so that a file is not refused for a fault in
 // something else, such as a material, nor for limits of effort and velocity that are missing.
 std::string Extract(const XmlFile& xml, const Outline& outline) {
@@ -439,6 +462,11 @@ Urdf ParseUrdf(const std::string& text, const std::string& file) {
   const Outline outline = ReadOutline(xml);
   std::size_t root = kNone;
   const std::vector<std::size_t> order = SortJoints(xml, outline, &root);
+  for (const Element* link : outline.links) {
+    for (const Element* collision : XmlFile::children(*link, "collision")) {
+      CheckShape(xml, *collision);
+    }
+  }
   const urdf::ModelInterfaceSharedPtr model = ParseModel(Extract(xml, outline), file);
 
   // Of the sorted links by their place in the file.

@@ -548,6 +548,14 @@ TEST(RobotFile, FaultsOfTheUrdf) {
       {two + joint("", "fixed"), "found no joint that moves, expected at least one"},
       {collision("<geometry><sphere radius='-1'/></geometry>"),
        "2: found a collision solid with a size that is not positive, expected positive lengths"},
+      {collision("<geometry><cylinder radius='1'/></geometry>"),
+       "2: found <cylinder> without `length`, expected that attribute"},
+      {collision("<geometry><sphere radius='abc'/></geometry>"),
+       "2: found radius=\"abc\" in <sphere>, expected a finite number"},
+      {collision("<geometry><torus/></geometry>"),
+       "2: found shape \"torus\", expected a sphere, box, cylinder or mesh"},
+      {collision("<geometry/>"),
+       "2: found a collision element without a shape, expected a sphere, box, cylinder or mesh"},
       {collision("<origin xyz='a b c'/><geometry><sphere radius='1'/></geometry>"),
        "2: found xyz=\"a b c\" in <origin>, expected 3 finite numbers"},
   };
@@ -557,9 +565,8 @@ TEST(RobotFile, FaultsOfTheUrdf) {
   }
   // What urdfdom alone objects to is in the message, and nowhere else.
   ::testing::internal::CaptureStderr();
-  EXPECT_THAT(
-      Fault(collision("<geometry><cylinder radius='1'/></geometry>")),
-      HasSubstr("arm.urdf: found what urdfdom refuses (Cylinder shape must have both length and radius"));
+  EXPECT_THAT(Fault(collision("<geometry><mesh filename='a.stl' scale='1 2'/></geometry>")),
+              HasSubstr("arm.urdf: found what urdfdom refuses (Mesh scale"));
   EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
   EXPECT_THROW(LoadRobot("no/such.urdf"), FileError);
   EXPECT_THROW(ParseRobot({"arm.urdf", ""}, {}, {}), FileError);
