@@ -87,9 +87,8 @@ TEST(PlanBuiltinTest, GivesThePathOfTheLibrary) {
   const auto json = nlohmann::json::parse(plan.output);
   ASSERT_EQ(json["interpolated_path"].size(), results.interpolated_path.size());
   for (std::size_t i = 0; i < results.interpolated_path.size(); ++i) {
-    for (Eigen::Index k = 0; k < 3; ++k) {
-      EXPECT_EQ(json["interpolated_path"][i][k], results.interpolated_path[i][k]);
-    }
+    const Eigen::VectorXd& q = results.interpolated_path[i];
+    EXPECT_EQ(json["interpolated_path"][i], nlohmann::json({q[0], q[1], q[2]}));
   }
 }
 
