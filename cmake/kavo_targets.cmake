@@ -31,6 +31,8 @@ target_compile_options(
             -Wconversion
             -Wdouble-promotion
             -Wformat=2
+            # Under the sanitizers g++ takes parts of the standard library (std::regex, for one) for uninitialised.
+            $<$<AND:$<BOOL:${KAVO_SANITIZE}>,$<CXX_COMPILER_ID:GNU>>:-Wno-maybe-uninitialized>
             $<$<BOOL:${KAVO_WARNINGS_AS_ERRORS}>:-Werror>)
 
 # kavo_add_library(<room> SOURCES ... HEADERS ... [PUBLIC targets...] [PRIVATE targets...])
