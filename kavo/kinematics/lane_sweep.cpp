@@ -1,8 +1,7 @@
-#include <algorithm>
-#include <cstddef>
-
 #include "kavo/kinematics/lane_sweep_internal.h"
-#include "kavo/kinematics/sin_cos_internal.h"
+
+#include <algorithm>
+#include <cmath>
 
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "kavo/kinematics/lane_sweep.cpp"
@@ -20,160 +19,180 @@ using math::kNumLanes;
 
 constexpr std::size_t kRow = math::LaneTransforms::kRow;
 
+// To within 3 units of 2^-24 up to `LaneSweep::kLargestValue`.
+template <class D, class V = hn::Vec<D>>
+HWY_INLINE void SinCos(D d, V x, V& sin, V& cos) {
+  const hn::RebindToUnsigned<D> du;
+  // Adding 1.5 * 2^23 rounds to an integer, which then stands in the low bits.
+  const V rounder = hn::Set(d, 12582912.0f);
+  const V shifted = hn::Add(hn::Mul(x, hn::Set(d, 0.636619772f)), rounder);
+  const auto quadrant = hn::BitCast(du, shifted);
+  const V k = hn::Sub(shifted, rounder);
+  // Of pi/2 first so few digits that the product and the difference are exact, then the rest.
+  const V y = hn::Sub(hn::Sub(x, hn::Mul(k, hn::Set(d, 1.5703125f))), hn::Mul(k, hn::Set(d, 4.83826794e-4f)));
+
+  // Taylor's series: what is left out is below 2e-9 and 3e-8 up to pi/4.
+  const V z = hn::Mul(y, y);
+  V s = hn::Add(hn::Mul(z, hn::Set(d, 1.0f / 362880.0f)), hn::Set(d, -1.0f / 5040.0f));
+  s = hn::Add(hn::Mul(z, s), hn::Set(d, 1.0f / 120.0f));
+  s = hn::Add(hn::Mul(z, s), hn::Set(d, -1.0f / 6.0f));
+  s = hn::Add(y, hn::Mul(hn::Mul(y, z), s));
+  V c = hn::Add(hn::Mul(z, hn::Set(d, 1.0f / 40320.0f)), hn::Set(d, -1.0f / 720.0f));
+  c = hn::Add(hn::Mul(z, c), hn::Set(d, 1.0f / 24.0f));
+  c = hn::Add(hn::Mul(z, c), hn::Set(d, -0.5f));
+  c = hn::Add(hn::Mul(z, c), hn::Set(d, 1.0f));
+
+  // An odd quadrant swaps the two; bit 1 of the quadrant is the sign of the sine, that of quadrant + 1 the
+  // cosine's.
+  const auto one = hn::Set(du, 1);
+  const auto two = hn::Set(du, 2);
+  const auto odd = hn::MaskFromVec(hn::BitCast(d, hn::Sub(hn::Zero(du), hn::And(quadrant, one))));
+  const auto sin_sign = hn::ShiftLeft<30>(hn::And(quadrant, two));
+  const auto cos_sign = hn::ShiftLeft<30>(hn::And(hn::Add(quadrant, one), two));
+  sin = hn::Xor(hn::IfThenElse(odd, c, s), hn::BitCast(d, sin_sign));
+  cos = hn::Xor(hn::IfThenElse(odd, s, c), hn::BitCast(d, cos_sign));
+}
+
 // x * a + y * b + z * c.
-template <class D>
-HWY_INLINE hn::Vec<D> Combine(D d, hn::Vec<D> x, hn::Vec<D> y, hn::Vec<D> z, const double* column) {
+template <class D, class V = hn::Vec<D>>
+HWY_INLINE V Combine(D d, V x, V y, V z, const float* column) {
   return hn::Add(hn::Add(hn::Mul(x, hn::Set(d, column[0])), hn::Mul(y, hn::Set(d, column[1]))),
                  hn::Mul(z, hn::Set(d, column[2])));
 }
 
-// The last column of one row of base * offset: only the terms that are not zero are added.
-template <std::size_t kNumTerms, class D>
-HWY_INLINE void Translate(D d, const LaneOperation& operation, const double* base, double* out) {
-  auto origin = hn::Load(d, base + 3 * kNumLanes);
-  if constexpr (kNumTerms > 0) {
-    auto shift = hn::Mul(hn::Load(d, base + operation.term_from[0]), hn::Set(d, operation.term[0]));
-    for (std::size_t i = 1; i < kNumTerms; ++i) {
-      shift =
-          hn::Add(shift, hn::Mul(hn::Load(d, base + operation.term_from[i]), hn::Set(d, operation.term[i])));
-    }
-    origin = hn::Add(shift, origin);
+// The value of a joint in the lanes from `coordinate` on.
+template <class D>
+HWY_INLINE hn::Vec<D> Value(D d, const LaneStep& step, const double* coordinate) {
+  const hn::CappedTag<double, 4> dd;
+  const hn::Rebind<float, decltype(dd)> df;
+  HWY_ALIGN float values[kNumLanes];
+  for (std::size_t lane = 0; lane < hn::Lanes(d); lane += hn::Lanes(dd)) {
+    const auto value = hn::Add(hn::Mul(hn::LoadU(dd, coordinate + lane), hn::Set(dd, step.multiplier)),
+                               hn::Set(dd, step.summand));
+    hn::Store(hn::DemoteTo(df, value), df, values + lane);
   }
-  hn::Store(origin, d, out + 3 * kNumLanes);
+  return hn::Load(d, values);
 }
 
-// Columns are picked.
-template <std::size_t kNumTerms, bool kTurns, class D>
-HWY_NOINLINE void RunPicking(D d, const LaneOperation& operation_in, std::size_t num_lanes) {
+// The last column of one row of base * offset: only the terms that are not zero are added.
+template <std::size_t kNumTerms, class D>
+HWY_INLINE hn::Vec<D> Origin(D d, const LaneStep& step, const float* base) {
+  auto origin = hn::Load(d, base + 3 * kNumLanes);
+  for (std::size_t i = 0; i < kNumTerms; ++i) {
+    origin = hn::Add(origin, hn::Mul(hn::Load(d, base + step.term_from[i]), hn::Set(d, step.term[i])));
+  }
+  return origin;
+}
+
+template <std::size_t kNumTerms, bool kIsGeneral, bool kIsRevolute, class D>
+HWY_NOINLINE std::uint32_t RunStep(D d, const LaneStep& step, const double* coordinates,
+                                   std::size_t num_lanes) {
   using V = hn::Vec<D>;
-  // A copy, which the results cannot overlap.
-  const LaneOperation operation = operation_in;
-  // A sign changes no digit, so it may be given to the sine and the cosine instead of the axes.
-  const V sign_u = hn::Set(d, operation.sign[0]);
-  const V sign_v = hn::Set(d, operation.sign[1]);
-  const V sign_w = hn::Set(d, operation.sign[2]);
+  const float* const base_entries = step.base->entries;
+  float* const out_entries = step.out->entries;
+  const std::size_t to_u = step.to[0];
+  const std::size_t to_v = step.to[1];
+  const std::size_t to_w = step.to[2];
+  // A sign may be given to the sine and the cosine instead of the axes.
+  const V sign_u = hn::Set(d, step.sign[0]);
+  const V sign_v = hn::Set(d, step.sign[1]);
+  const V sign_w = hn::Set(d, step.sign[2]);
+  std::uint32_t too_large = 0;
   for (std::size_t lane = 0; lane < num_lanes; lane += hn::Lanes(d)) {
+    const V value = Value(d, step, coordinates + step.coordinate * kNumLanes + lane);
+    const auto in_range = hn::Le(hn::Abs(value), hn::Set(d, LaneSweep::kLargestValue));
+    if (HWY_UNLIKELY(!hn::AllTrue(d, in_range))) {
+      std::uint8_t bits[8] = {};
+      hn::StoreMaskBits(d, hn::Not(in_range), bits);
+      too_large |= static_cast<std::uint32_t>(bits[0]) << lane;
+    }
     V cos_u = sign_u;
     V cos_v = sign_v;
     V sin_u = sign_u;
     V sin_v = sign_v;
-    if constexpr (kTurns) {
-      const V sin = hn::Mul(hn::LoadU(d, operation.sine + lane), hn::Set(d, operation.turn_sign));
-      const V cos = hn::LoadU(d, operation.cosine + lane);
+    V slide_x = value;
+    V slide_y = value;
+    V slide_z = value;
+    if constexpr (kIsRevolute) {
+      V sin, cos;
+      SinCos(d, value, sin, cos);
+      sin = hn::Mul(sin, hn::Set(d, step.turn_sign));
       cos_u = hn::Mul(cos, sign_u);
       sin_u = hn::Mul(sin, sign_u);
       cos_v = hn::Mul(cos, sign_v);
       sin_v = hn::Mul(sin, sign_v);
-    }
-    const double* base = operation.base->entries + lane;
-    double* out = operation.out->entries + lane;
-    for (int row = 0; row < 3; ++row, base += kRow, out += kRow) {
-      const V u = hn::Load(d, base + operation.from[0]);
-      const V v = hn::Load(d, base + operation.from[1]);
-      const V w = hn::Load(d, base + operation.from[2]);
-      if constexpr (kTurns) {
-        hn::Store(hn::Add(hn::Mul(u, cos_u), hn::Mul(v, sin_v)), d, out + operation.to[0]);
-        hn::Store(hn::Sub(hn::Mul(v, cos_v), hn::Mul(u, sin_u)), d, out + operation.to[1]);
-      } else {
-        hn::Store(hn::Mul(u, sign_u), d, out + operation.to[0]);
-        hn::Store(hn::Mul(v, sign_v), d, out + operation.to[1]);
-      }
-      hn::Store(hn::Mul(w, sign_w), d, out + operation.to[2]);
-      Translate<kNumTerms>(d, operation, base, out);
-    }
-  }
-}
-
-// Any rotation.
-template <bool kTurns, class D>
-HWY_NOINLINE void RunGeneral(D d, const LaneOperation& operation_in, std::size_t num_lanes) {
-  using V = hn::Vec<D>;
-  const LaneOperation operation = operation_in;
-  for (std::size_t lane = 0; lane < num_lanes; lane += hn::Lanes(d)) {
-    V sin = hn::Zero(d);
-    V cos = hn::Zero(d);
-    if constexpr (kTurns) {
-      sin = hn::Mul(hn::LoadU(d, operation.sine + lane), hn::Set(d, operation.turn_sign));
-      cos = hn::LoadU(d, operation.cosine + lane);
-    }
-    const double* base = operation.base->entries + lane;
-    double* out = operation.out->entries + lane;
-    for (int row = 0; row < 3; ++row, base += kRow, out += kRow) {
-      const V x = hn::Load(d, base);
-      const V y = hn::Load(d, base + kNumLanes);
-      const V z = hn::Load(d, base + 2 * kNumLanes);
-      const V u = Combine(d, x, y, z, operation.rotation[0]);
-      const V v = Combine(d, x, y, z, operation.rotation[1]);
-      if constexpr (kTurns) {
-        hn::Store(hn::Add(hn::Mul(u, cos), hn::Mul(v, sin)), d, out + operation.to[0]);
-        hn::Store(hn::Sub(hn::Mul(v, cos), hn::Mul(u, sin)), d, out + operation.to[1]);
-      } else {
-        hn::Store(u, d, out + operation.to[0]);
-        hn::Store(v, d, out + operation.to[1]);
-      }
-      hn::Store(Combine(d, x, y, z, operation.rotation[2]), d, out + operation.to[2]);
-      Translate<3>(d, operation, base, out);
-    }
-  }
-}
-
-// Adds the slide of a joint.
-template <class D>
-HWY_NOINLINE void Slide(D d, const LaneOperation& operation, std::size_t num_lanes) {
-  using V = hn::Vec<D>;
-  for (std::size_t lane = 0; lane < num_lanes; lane += hn::Lanes(d)) {
-    const V value = hn::LoadU(d, operation.sine + lane);
-    const V x = hn::Mul(hn::Set(d, operation.slide[0]), value);
-    const V y = hn::Mul(hn::Set(d, operation.slide[1]), value);
-    const V z = hn::Mul(hn::Set(d, operation.slide[2]), value);
-    const double* base = operation.base->entries + lane;
-    double* out = operation.out->entries + lane + 3 * kNumLanes;
-    for (int row = 0; row < 3; ++row, base += kRow, out += kRow) {
-      const V shift =
-          hn::Add(hn::Add(hn::Mul(hn::Load(d, base), x), hn::Mul(hn::Load(d, base + kNumLanes), y)),
-                  hn::Mul(hn::Load(d, base + 2 * kNumLanes), z));
-      hn::Store(hn::Add(hn::Load(d, out), shift), d, out);
-    }
-  }
-}
-
-template <bool kTurns, class D>
-HWY_INLINE void RunOne(D d, const LaneOperation& operation, std::size_t num_lanes) {
-  if (operation.is_general) {
-    return RunGeneral<kTurns>(d, operation, num_lanes);
-  }
-  switch (operation.num_terms) {
-    case 0:
-      return RunPicking<0, kTurns>(d, operation, num_lanes);
-    case 1:
-      return RunPicking<1, kTurns>(d, operation, num_lanes);
-    case 2:
-      return RunPicking<2, kTurns>(d, operation, num_lanes);
-    default:
-      return RunPicking<3, kTurns>(d, operation, num_lanes);
-  }
-}
-
-template <class D>
-HWY_INLINE void RunAll(D d, const LaneOperation* operations, std::size_t count, std::size_t num_lanes) {
-  for (std::size_t i = 0; i < count; ++i) {
-    if (operations[i].motion == LaneOperation::Motion::kTurn) {
-      RunOne<true>(d, operations[i], num_lanes);
     } else {
-      RunOne<false>(d, operations[i], num_lanes);
-      if (operations[i].motion == LaneOperation::Motion::kSlide) {
-        Slide(d, operations[i], num_lanes);
-      }
+      slide_x = hn::Mul(value, hn::Set(d, step.slide[0]));
+      slide_y = hn::Mul(value, hn::Set(d, step.slide[1]));
+      slide_z = hn::Mul(value, hn::Set(d, step.slide[2]));
     }
+    const float* base = base_entries + lane;
+    float* out = out_entries + lane;
+    for (int row = 0; row < 3; ++row, base += kRow, out += kRow) {
+      V u, v, w;
+      if constexpr (kIsGeneral) {
+        const V x = hn::Load(d, base);
+        const V y = hn::Load(d, base + kNumLanes);
+        const V z = hn::Load(d, base + 2 * kNumLanes);
+        u = Combine(d, x, y, z, step.rotation[0]);
+        v = Combine(d, x, y, z, step.rotation[1]);
+        w = Combine(d, x, y, z, step.rotation[2]);
+      } else {
+        u = hn::Load(d, base + step.from[0]);
+        v = hn::Load(d, base + step.from[1]);
+        w = hn::Mul(hn::Load(d, base + step.from[2]), sign_w);
+      }
+      V origin = Origin<kNumTerms>(d, step, base);
+      if constexpr (kIsRevolute) {
+        hn::Store(hn::Add(hn::Mul(u, cos_u), hn::Mul(v, sin_v)), d, out + to_u);
+        hn::Store(hn::Sub(hn::Mul(v, cos_v), hn::Mul(u, sin_u)), d, out + to_v);
+      } else {
+        hn::Store(hn::Mul(u, sign_u), d, out + to_u);
+        hn::Store(hn::Mul(v, sign_v), d, out + to_v);
+        origin = hn::Add(origin, hn::Mul(hn::Load(d, base), slide_x));
+        origin = hn::Add(origin, hn::Mul(hn::Load(d, base + kNumLanes), slide_y));
+        origin = hn::Add(origin, hn::Mul(hn::Load(d, base + 2 * kNumLanes), slide_z));
+      }
+      hn::Store(w, d, out + to_w);
+      hn::Store(origin, d, out + 3 * kNumLanes);
+    }
+  }
+  return too_large;
+}
+
+template <bool kIsRevolute, class D>
+HWY_INLINE std::uint32_t RunStepOf(D d, const LaneStep& step, const double* coordinates,
+                                   std::size_t num_lanes) {
+  if (step.is_general) {
+    return RunStep<3, true, kIsRevolute>(d, step, coordinates, num_lanes);
+  }
+  switch (step.num_terms) {
+    case 0:
+      return RunStep<0, false, kIsRevolute>(d, step, coordinates, num_lanes);
+    case 1:
+      return RunStep<1, false, kIsRevolute>(d, step, coordinates, num_lanes);
+    case 2:
+      return RunStep<2, false, kIsRevolute>(d, step, coordinates, num_lanes);
+    default:
+      return RunStep<3, false, kIsRevolute>(d, step, coordinates, num_lanes);
   }
 }
 
-void Run(const LaneOperation* operations, std::size_t count, std::size_t num_lanes) {
-  if (num_lanes == 4) {
-    RunAll(hn::CappedTag<double, 4>(), operations, count, 4);
-  } else {
-    RunAll(hn::CappedTag<double, kNumLanes>(), operations, count, kNumLanes);
+template <class D>
+HWY_INLINE std::uint32_t RunSteps(D d, const LaneStep* steps, std::size_t count, const double* coordinates,
+                                  std::size_t num_lanes) {
+  std::uint32_t too_large = 0;
+  for (std::size_t i = 0; i < count; ++i) {
+    too_large |= steps[i].is_revolute ? RunStepOf<true>(d, steps[i], coordinates, num_lanes)
+                                      : RunStepOf<false>(d, steps[i], coordinates, num_lanes);
   }
+  return too_large;
+}
+
+std::uint32_t Run(const LaneStep* steps, std::size_t count, const double* coordinates,
+                  std::size_t num_lanes) {
+  return num_lanes == 4 ? RunSteps(hn::CappedTag<float, 4>(), steps, count, coordinates, 4)
+                        : RunSteps(hn::CappedTag<float, kNumLanes>(), steps, count, coordinates, kNumLanes);
 }
 
 }  // namespace
@@ -188,118 +207,109 @@ HWY_EXPORT(Run);
 
 namespace {
 
-void SetAllLanes(const math::RigidTransform& transform, math::LaneTransforms* lanes) {
-  for (std::size_t r = 0; r < 3; ++r) {
-    const auto row = static_cast<Eigen::Index>(r);
-    for (std::size_t c = 0; c < 3; ++c) {
-      std::fill_n(lanes->at(r, c), math::kNumLanes, transform.rotation(row, static_cast<Eigen::Index>(c)));
-    }
-    std::fill_n(lanes->at(r, 3), math::kNumLanes, transform.translation[row]);
-  }
-}
+// One unit in the last place of a number below 1.
+constexpr double kUnit = 0x1p-24;
 
-// \param columns Which columns of the offset's rotation are u, v and w.
-LaneOperation MakeOperation(const Kinematics::Offset& offset, const std::size_t (&columns)[3],
-                            const math::LaneTransforms* base, math::LaneTransforms* out) {
-  LaneOperation operation;
-  operation.is_general = offset.kind == Kinematics::RotationKind::kGeneral;
-  operation.base = base;
-  operation.out = out;
+// What a step may add to the error of a row of a rotation (its Euclidean length), in units: 8 for the
+// joint's value, which is rounded to single precision, and 5 for its sine and cosine; 4 for the turn by them;
+// 2 for the entries of the offset and 6 for the products with them. And some to spare.
+constexpr double kUnitsInStep = 32.0;
+// What else it costs to place a point: the products with its coordinates, and their sum.
+constexpr double kUnitsInPoint = 16.0;
+
+// Numbers beyond single precision become infinite, which a sum does not lose.
+float ToFloat(double value) { return static_cast<float>(std::min(std::max(value, -1e38), 1e38)); }
+
+double SumOfSizes(const Eigen::Vector3d& v) { return std::fabs(v[0]) + std::fabs(v[1]) + std::fabs(v[2]); }
+
+LaneStep MakeStep(const Kinematics::Step& step) {
+  const Kinematics::Offset& offset = step.origin;
+  LaneStep result;
+  result.is_revolute = step.motion == Kinematics::Motion::kRevolute;
+  result.is_general = offset.kind == Kinematics::RotationKind::kGeneral;
+  result.coordinate = static_cast<std::size_t>(step.coordinate);
+  if (step.ratio) {
+    result.multiplier = step.ratio->multiplier;
+    result.summand = step.ratio->offset;
+  }
+  result.turn_sign = static_cast<float>(step.sign);
+  const auto w = static_cast<std::size_t>(result.is_revolute ? step.axis : 2);
+  const std::size_t columns[3] = {w == 2 ? 0 : w + 1, w == 0 ? 2 : w - 1, w};
   for (std::size_t i = 0; i < 3; ++i) {
     const std::size_t column = columns[i];
-    operation.to[i] = column * math::kNumLanes;
-    operation.from[i] = static_cast<std::size_t>(offset.source[column]) * math::kNumLanes;
-    operation.sign[i] = offset.sign[column];
-    const auto axis = static_cast<Eigen::Index>(i);
+    result.to[i] = column * math::kNumLanes;
+    result.from[i] = static_cast<std::size_t>(offset.source[column]) * math::kNumLanes;
+    if (!result.is_general) {
+      result.sign[i] = static_cast<float>(offset.sign[column]);
+    }
     for (std::size_t row = 0; row < 3; ++row) {
-      operation.rotation[i][row] =
-          offset.transform.rotation(static_cast<Eigen::Index>(row), static_cast<Eigen::Index>(column));
+      result.rotation[i][row] = static_cast<float>(
+          offset.transform.rotation(static_cast<Eigen::Index>(row), static_cast<Eigen::Index>(column)));
     }
-    if (operation.is_general || offset.transform.translation[axis] != 0.0) {
-      operation.term_from[operation.num_terms] = i * math::kNumLanes;
-      operation.term[operation.num_terms] = offset.transform.translation[axis];
-      ++operation.num_terms;
+    const auto axis = static_cast<Eigen::Index>(i);
+    if (result.is_general || offset.transform.translation[axis] != 0.0) {
+      result.term_from[result.num_terms] = i * math::kNumLanes;
+      result.term[result.num_terms] = ToFloat(offset.transform.translation[axis]);
+      ++result.num_terms;
     }
+    result.slide[i] = ToFloat(step.slide[axis]);
   }
-  return operation;
-}
-
-// Whether a frame at this offset is where its slot is.
-bool Coincides(const Kinematics::Offset& offset) {
-  const Eigen::Vector3d& t = offset.transform.translation;
-  return offset.kind == Kinematics::RotationKind::kIdentity && t[0] == 0.0 && t[1] == 0.0 && t[2] == 0.0;
+  return result;
 }
 
 }  // namespace
 
-LaneSweep::LaneSweep(const Kinematics::Plan& plan)
-    : values_(plan.steps.size() * math::kNumLanes),
-      sines_(values_.size()),
-      cosines_(values_.size()),
-      slots_(plan.steps.size()),
-      attached_(plan.frames.size()) {
+LaneSweep::LaneSweep(const Kinematics::Plan& plan) : places_(plan.steps.size() + 1) {
   hwy::GetChosenTarget().Update(hwy::SupportedTargets());
   run_ = &HWY_DYNAMIC_DISPATCH(Run);
-
-  SetAllLanes(math::RigidTransform(), &base_);
   for (std::size_t i = 0; i < plan.steps.size(); ++i) {
-    const Kinematics::Step& step = plan.steps[i];
-    const bool is_revolute = step.motion == Kinematics::Motion::kRevolute;
-    inputs_.push_back({static_cast<std::size_t>(step.coordinate), is_revolute, step.ratio});
-    const auto w = static_cast<std::size_t>(is_revolute ? step.axis : 2);
-    LaneOperation operation =
-        MakeOperation(step.origin, {w == 2 ? 0 : w + 1, w == 0 ? 2 : w - 1, w},
-                      step.parent < 0 ? &base_ : &slots_[static_cast<std::size_t>(step.parent)], &slots_[i]);
-    operation.motion = is_revolute ? LaneOperation::Motion::kTurn : LaneOperation::Motion::kSlide;
-    operation.sine = sines_.data() + i * math::kNumLanes;
-    operation.cosine = cosines_.data() + i * math::kNumLanes;
-    operation.turn_sign = step.sign;
-    std::copy_n(step.slide.data(), 3, operation.slide);
-    operations_.push_back(operation);
+    steps_.push_back(MakeStep(plan.steps[i]));
+    steps_.back().base = &places_[static_cast<std::size_t>(plan.steps[i].parent + 1)];
+    steps_.back().out = &places_[i + 1];
   }
-  for (std::size_t i = 0; i < plan.frames.size(); ++i) {
-    const auto& [slot, offset] = plan.frames[i];
-    const math::LaneTransforms* place = &attached_[i];
-    if (slot < 0) {
-      // What does not move is placed once and for all.
-      SetAllLanes(offset.transform, &attached_[i]);
-    } else if (Coincides(offset)) {
-      place = &slots_[static_cast<std::size_t>(slot)];
-    } else {
-      operations_.push_back(
-          MakeOperation(offset, {0, 1, 2}, &slots_[static_cast<std::size_t>(slot)], &attached_[i]));
-    }
-    frames_.push_back(place);
+  for (const Kinematics::Attachment& frame : plan.frames) {
+    frames_.push_back({&places_[static_cast<std::size_t>(frame.slot + 1)], frame.offset.transform});
   }
+  setBase(math::RigidTransform());
 }
 
-const std::vector<const math::LaneTransforms*>& LaneSweep::compute(const double* coordinates,
-                                                                   std::size_t num_lanes) {
-  double* values = values_.data();
-  for (const Input& input : inputs_) {
-    const double* const q = coordinates + input.coordinate * math::kNumLanes;
-    std::copy_n(q, math::kNumLanes, values);
-    if (input.ratio) {
-      for (std::size_t lane = 0; lane < num_lanes; ++lane) {
-        values[lane] = input.ratio->multiplier * q[lane] + input.ratio->offset;
+void LaneSweep::setBase(const math::RigidTransform& base) {
+  math::LaneTransforms& place = places_.front();
+  for (std::size_t r = 0; r < 3; ++r) {
+    const auto row = static_cast<Eigen::Index>(r);
+    for (std::size_t c = 0; c < 3; ++c) {
+      std::fill_n(place.at(r, c), math::kNumLanes,
+                  static_cast<float>(base.rotation(row, static_cast<Eigen::Index>(c))));
+    }
+    std::fill_n(place.at(r, 3), math::kNumLanes, ToFloat(base.translation[row]));
+  }
+
+  // For each place the number of steps that lead to it, the base counted as one, and the sum of all lengths
+  // on the way: no point of the way is farther from the world's origin, and an error of a step's rotation
+  // moves what comes behind it by that share of its length at most.
+  struct Way {
+    double num_steps = 1.0;
+    double length = 0.0;
+  };
+  std::vector<Way> ways(places_.size());
+  ways[0].length = SumOfSizes(base.translation);
+  for (std::size_t i = 0; i <= steps_.size(); ++i) {
+    Way& way = ways[i];
+    if (i > 0) {
+      const LaneStep& step = steps_[i - 1];
+      way = ways[static_cast<std::size_t>(step.base - places_.data())];
+      way.num_steps += 1.0;
+      for (std::size_t k = 0; k < 3; ++k) {
+        way.length += std::fabs(double{step.term[k]});
+        if (!step.is_revolute) {
+          way.length += double{kLargestValue} * std::fabs(double{step.slide[k]});
+        }
       }
     }
-    values += math::kNumLanes;
+    const double error = (kUnitsInStep * way.num_steps + kUnitsInPoint) * kUnit;
+    places_[i].turn_error = ToFloat(error);
+    places_[i].shift_error = ToFloat(error * way.length);
   }
-  if (num_lanes == math::kNumLanes) {
-    SinCos(values_.data(), sines_.data(), cosines_.data(), values_.size());
-  } else {
-    for (std::size_t i = 0; i < values_.size(); i += math::kNumLanes) {
-      SinCos(values_.data() + i, sines_.data() + i, cosines_.data() + i, num_lanes);
-    }
-  }
-  for (std::size_t i = 0; i < inputs_.size(); ++i) {
-    if (!inputs_[i].is_revolute) {
-      std::copy_n(values_.data() + i * math::kNumLanes, num_lanes, sines_.data() + i * math::kNumLanes);
-    }
-  }
-  run_(operations_.data(), operations_.size(), num_lanes);
-  return frames_;
 }
 
 }  // namespace kavo::kinematics::internal

@@ -2,86 +2,91 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <optional>
 #include <vector>
 
 #include "kavo/kinematics/kinematics.h"
 #include "kavo/math/lane_transforms_internal.h"
+#include "kavo/math/rigid_transform.h"
 #include "kavo/util/export.h"
 
 namespace kavo::kinematics::internal {
 
-//! One step of a kinematic program, or one attached frame, as the lanes run it: out = base * offset, then the
-//! motion of the joint. Everything that does not change is worked out beforehand.
-struct LaneOperation {
-  enum class Motion : std::uint8_t { kNone, kTurn, kSlide };
-
-  Motion motion = Motion::kNone;
+//! One step of a kinematic program as the lanes run it: out = base * offset, then the motion of the joint.
+//! Everything that does not change is worked out beforehand.
+struct LaneStep {
+  bool is_revolute = true;
   //! A rotation that takes axes to axes only picks columns; any other is multiplied by `rotation`.
   bool is_general = false;
   //! Coordinates of the translation that are not zero.
   std::uint8_t num_terms = 0;
   const math::LaneTransforms* base = nullptr;
   math::LaneTransforms* out = nullptr;
-  //! For a joint that moves: sine (or the value, of a sliding one) and cosine in every lane.
-  const double* sine = nullptr;
-  const double* cosine = nullptr;
+  //! The joint's value is multiplier * coordinate + summand.
+  std::size_t coordinate = 0;
+  double multiplier = 1.0;
+  double summand = 0.0;
   //! Of the turned axes u and v and the axis w that stays (for no turn: x, y, z): which column it is, in
   //! entries of a row, which column of the base it comes from, and its sign.
   std::size_t to[3] = {};
   std::size_t from[3] = {};
-  double sign[3] = {1.0, 1.0, 1.0};
-  double turn_sign = 1.0;
+  float sign[3] = {1.0f, 1.0f, 1.0f};
+  float turn_sign = 1.0f;
   //! The columns of the base that the translation moves along, and how far.
   std::size_t term_from[3] = {};
-  double term[3] = {};
+  float term[3] = {};
   //! Columns u, v, w of the offset's rotation.
-  double rotation[3][3] = {};
+  float rotation[3][3] = {};
   //! Displacement per unit of a sliding joint, in the base.
-  double slide[3] = {};
+  float slide[3] = {};
 };
 
-//! Places a list of frames for several configurations at once, one to a lane of wide vectors.
+//! Places a list of frames for several configurations at once, one to a lane of wide vectors, in single
+//! precision: fast enough to rule most things out, with a bound on how wrong it may be. What has to be known
+//! better is asked of a `FrameSweep`.
 //!
-//! Runs the same program as a sweep over one configuration, operation by operation, so that every lane holds
-//! that sweep's numbers (a zero may have the other sign). Owns its scratch memory: one thread at a time.
+//! Owns its scratch memory: one thread at a time.
 class KAVO_EXPORT LaneSweep {
  public:
+  //! A frame of the plan: fixed to a part of the robot.
+  struct Frame {
+    //! Where the part is after a call of `compute`, in all lanes.
+    const math::LaneTransforms* part;
+    //! Pose of the frame in the part.
+    math::RigidTransform offset;
+  };
+
+  //! Values of joints up to this (radians or metres) are placed to within the stated errors.
+  static constexpr float kLargestValue = 8.0f;
+
   //! \param plan Of the wanted frames; see `Kinematics::plan`.
   explicit LaneSweep(const Kinematics::Plan& plan);
   LaneSweep(const LaneSweep&) = delete;
   LaneSweep& operator=(const LaneSweep&) = delete;
 
-  //! Places the frames relative to the robot base.
+  //! The frames in the order of the plan; they stay where they are in memory.
+  const std::vector<Frame>& frames() const { return frames_; }
+
+  //! Places the robot base; identity at first. Holds for later calls of `compute`.
+  void setBase(const math::RigidTransform& base);
+
+  //! Places the parts.
   //!
   //! \param coordinates Coordinate c of the configuration in lane i at [c * `math::kNumLanes` + i].
   //! \param num_lanes 4 or `math::kNumLanes`; lanes beyond are not placed.
-  //! \return The frames in the order of the plan, valid until the next call.
-  const std::vector<const math::LaneTransforms*>& compute(const double* coordinates, std::size_t num_lanes);
+  //! \return The lanes in which the placement means nothing, because a joint's value is too large or none.
+  std::uint32_t compute(const double* coordinates, std::size_t num_lanes) {
+    return run_(steps_.data(), steps_.size(), coordinates, num_lanes);
+  }
 
  private:
-  using RunFunction = void (*)(const LaneOperation* operations, std::size_t count, std::size_t num_lanes);
-
-  // What a joint does with its coordinate.
-  struct Input {
-    std::size_t coordinate;
-    bool is_revolute;
-    std::optional<Kinematics::Ratio> ratio;
-  };
+  using RunFunction = std::uint32_t (*)(const LaneStep* steps, std::size_t count, const double* coordinates,
+                                        std::size_t num_lanes);
 
   RunFunction run_;
-  std::vector<Input> inputs_;
-  std::vector<LaneOperation> operations_;
-  // For each step one entry in every lane.
-  std::vector<double> values_;
-  std::vector<double> sines_;
-  std::vector<double> cosines_;
-  // The identity, which the steps on the base start from.
-  math::LaneTransforms base_;
-  std::vector<math::LaneTransforms> slots_;
-  // The frames of the plan; a frame that coincides with a slot is not computed again.
-  std::vector<math::LaneTransforms> attached_;
-  std::vector<const math::LaneTransforms*> frames_;
+  std::vector<LaneStep> steps_;
+  // Where the base is, and after it one place for each step.
+  std::vector<math::LaneTransforms> places_;
+  std::vector<Frame> frames_;
 };
 
 }  // namespace kavo::kinematics::internal

@@ -17,10 +17,9 @@ namespace kavo::internal::HWY_NAMESPACE {
 namespace {
 
 template <class D>
-BallCluster::Contacts BallsTouch(D d, BallCluster::Data& a, BallCluster::Data& b, std::uint32_t wanted) {
+void BallsTouch(D d, BallCluster::Data& a, BallCluster::Data& b, BallCluster::Contacts& contacts) {
   using V = hn::Vec<D>;
   const float margin = a.margin + b.margin;
-  BallCluster::Contacts contacts;
   const auto distances = [&](const float* p, const float* q, std::size_t lane) {
     const V x = hn::Sub(hn::LoadU(d, p + lane), hn::LoadU(d, q + lane));
     const V y = hn::Sub(hn::LoadU(d, p + kNumLanes + lane), hn::LoadU(d, q + kNumLanes + lane));
@@ -32,8 +31,8 @@ BallCluster::Contacts BallsTouch(D d, BallCluster::Data& a, BallCluster::Data& b
   for (std::size_t lane = 0; lane < a.num_lanes; lane += hn::Lanes(d)) {
     near |= Bits(d, hn::Le(distances(a.bound, b.bound, lane), hn::Set(d, bounds.unsure))) << lane;
   }
-  if ((near & wanted) == 0) {
-    return contacts;
+  if ((near & contacts.wanted) == 0) {
+    return;
   }
   PlaceBalls(d, a);
   PlaceBalls(d, b);
@@ -46,17 +45,19 @@ BallCluster::Contacts BallsTouch(D d, BallCluster::Data& a, BallCluster::Data& b
         touching |= Bits(d, hn::Le(squared, hn::Set(d, reach.touching))) << lane;
         contacts.unsure |= Bits(d, hn::Le(squared, hn::Set(d, reach.unsure))) << lane;
       }
-      if (!Note(touching & wanted, &wanted, &contacts)) {
-        return contacts;
+      if (!contacts.note(touching)) {
+        return;
       }
     }
   }
-  return contacts;
 }
 
-BallCluster::Contacts BallsTouchInLanes(BallCluster::Data& a, BallCluster::Data& b, std::uint32_t wanted) {
-  return a.num_lanes == 4 ? BallsTouch(hn::CappedTag<float, 4>(), a, b, wanted)
-                          : BallsTouch(hn::CappedTag<float, kNumLanes>(), a, b, wanted);
+void BallsTouchInLanes(BallCluster::Data& a, BallCluster::Data& b, BallCluster::Contacts& contacts) {
+  if (a.num_lanes == 4) {
+    BallsTouch(hn::CappedTag<float, 4>(), a, b, contacts);
+  } else {
+    BallsTouch(hn::CappedTag<float, kNumLanes>(), a, b, contacts);
+  }
 }
 
 }  // namespace
@@ -69,32 +70,35 @@ namespace kavo::internal {
 
 HWY_EXPORT(BallsTouchInLanes);
 
-BallCluster::BallCluster(const std::vector<math::Sphere>& balls, const math::Sphere& bounding_ball) {
+BallCluster::BallCluster(const std::vector<math::Sphere>& balls, const math::Sphere& bounding_ball,
+                         const math::LaneTransforms& part) {
+  data_.part = &part;
   data_.num_balls = balls.size();
-  data_.radius = static_cast<float>(bounding_ball.radius);
+  data_.radius = Rounded(bounding_ball.radius);
   double largest_extent = bounding_ball.radius;
   for (int axis = 0; axis < 3; ++axis) {
-    data_.center[axis] = bounding_ball.center[axis];
+    data_.center[axis] = Rounded(bounding_ball.center[axis]);
     largest_extent += std::fabs(bounding_ball.center[axis]);
   }
   for (const math::Sphere& ball : balls) {
     double extent = std::fabs(ball.radius);
     for (int axis = 0; axis < 3; ++axis) {
-      data_.balls.push_back(static_cast<float>(ball.center[axis]));
+      data_.balls.push_back(Rounded(ball.center[axis]));
       extent += std::fabs(ball.center[axis]);
     }
-    data_.balls.push_back(static_cast<float>(ball.radius));
+    data_.balls.push_back(Rounded(ball.radius));
     largest_extent = std::max(largest_extent, extent);
   }
   data_.extent = Rounded(largest_extent);
   data_.placed.resize(3 * math::kNumLanes * balls.size());
 }
 
-BallCluster::Contacts BallCluster::contactsWith(BallCluster& other, std::uint32_t wanted) {
-  if (!data_.is_plain || !other.data_.is_plain) {
-    return {0, wanted};
+void BallCluster::addContactsWith(BallCluster& other, Contacts& contacts) {
+  if (data_.is_plain && other.data_.is_plain) {
+    HWY_DYNAMIC_DISPATCH(BallsTouchInLanes)(data_, other.data_, contacts);
+  } else {
+    contacts.unsure |= contacts.wanted;
   }
-  return HWY_DYNAMIC_DISPATCH(BallsTouchInLanes)(data_, other.data_, wanted);
 }
 
 }  // namespace kavo::internal

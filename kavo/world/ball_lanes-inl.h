@@ -39,47 +39,46 @@ HWY_INLINE std::uint32_t Bits(D d, hn::Mask<D> mask) {
   return bits[0];
 }
 
-// Takes over lanes that touch: only those below the lowest stay wanted. False when none is left.
-HWY_INLINE bool Note(std::uint32_t touching, std::uint32_t* wanted, BallCluster::Contacts* contacts) {
-  if (touching != 0) {
-    contacts->touching |= touching;
-    *wanted &= (touching & (0u - touching)) - 1u;
-  }
-  return *wanted != 0;
+// One coordinate of a point of a part.
+// \param row Of the part's transform.
+template <class D, class V = hn::Vec<D>>
+HWY_INLINE V Place(D d, const float* row, V x, V y, V z) {
+  V sum = hn::Add(hn::Mul(hn::Load(d, row), x), hn::Mul(hn::Load(d, row + kNumLanes), y));
+  sum = hn::Add(sum, hn::Mul(hn::Load(d, row + 2 * kNumLanes), z));
+  return hn::Add(sum, hn::Load(d, row + 3 * kNumLanes));
 }
 
 // Places the bounding ball in every lane, and the box around all of them.
-HWY_INLINE void PlaceBound(const math::LaneTransforms& frame, std::size_t num_lanes,
-                           BallCluster::Data& data) {
-  const hn::CappedTag<double, 4> d;
-  const hn::Rebind<float, decltype(d)> df;
-  data.frame = &frame;
+template <class D>
+HWY_INLINE void PlaceBound(D d, std::size_t num_lanes, BallCluster::Data& data) {
+  const math::LaneTransforms& part = *data.part;
   data.num_lanes = num_lanes;
   data.has_balls = false;
+  const auto x = hn::Set(d, data.center[0]);
+  const auto y = hn::Set(d, data.center[1]);
+  const auto z = hn::Set(d, data.center[2]);
   float length = data.extent;
-  auto nothing = hn::Zero(df);
+  auto nothing = hn::Zero(d);
   for (std::size_t axis = 0; axis < 3; ++axis) {
-    const double* const row = frame.entries + axis * math::LaneTransforms::kRow;
-    auto low = hn::Set(df, BallCluster::kLargestLength);
-    auto high = hn::Set(df, -BallCluster::kLargestLength);
+    const float* const row = part.entries + axis * math::LaneTransforms::kRow;
+    auto low = hn::Set(d, BallCluster::kLargestLength);
+    auto high = hn::Set(d, -BallCluster::kLargestLength);
     for (std::size_t lane = 0; lane < num_lanes; lane += hn::Lanes(d)) {
-      auto sum = hn::Add(hn::Mul(hn::Load(d, row + lane), hn::Set(d, data.center[0])),
-                         hn::Mul(hn::Load(d, row + kNumLanes + lane), hn::Set(d, data.center[1])));
-      sum = hn::Add(sum, hn::Mul(hn::Load(d, row + 2 * kNumLanes + lane), hn::Set(d, data.center[2])));
-      const auto center = hn::DemoteTo(df, hn::Add(sum, hn::Load(d, row + 3 * kNumLanes + lane)));
+      const auto center = Place(d, row + lane, x, y, z);
       low = hn::Min(low, center);
       high = hn::Max(high, center);
-      nothing = hn::Add(nothing, hn::Mul(center, hn::Zero(df)));
-      hn::Store(center, df, data.bound + axis * kNumLanes + lane);
+      nothing = hn::Add(nothing, hn::Mul(center, hn::Zero(d)));
+      hn::Store(center, d, data.bound + axis * kNumLanes + lane);
     }
-    data.low[axis] = hn::GetLane(hn::MinOfLanes(df, low));
-    data.high[axis] = hn::GetLane(hn::MaxOfLanes(df, high));
+    data.low[axis] = hn::GetLane(hn::MinOfLanes(d, low));
+    data.high[axis] = hn::GetLane(hn::MaxOfLanes(d, high));
     const float reach = data.high[axis] > -data.low[axis] ? data.high[axis] : -data.low[axis];
     length += reach;
   }
-  data.margin = BallCluster::kMargin * length;
+  data.margin = BallCluster::kMargin * length + part.shift_error + part.turn_error * data.extent;
   // Infinity and NaN, which a minimum may lose, leave a trace in the sum of nothing.
-  data.is_plain = length <= BallCluster::kLargestLength && hn::AllTrue(df, hn::Eq(nothing, hn::Zero(df)));
+  data.is_plain = length <= BallCluster::kLargestLength && data.margin <= BallCluster::kLargestLength &&
+                  hn::AllTrue(d, hn::Eq(nothing, hn::Zero(d)));
 }
 
 // Places the balls in all lanes, once for a placement.
@@ -89,27 +88,16 @@ HWY_NOINLINE void PlaceBalls(D d, BallCluster::Data& data) {
     return;
   }
   data.has_balls = true;
-  const hn::CappedTag<double, 4> dd;
-  const hn::Rebind<float, decltype(dd)> df;
-  HWY_ALIGN float frame[3 * math::LaneTransforms::kRow];
-  for (std::size_t entry = 0; entry < 3 * math::LaneTransforms::kRow; entry += kNumLanes) {
-    for (std::size_t lane = 0; lane < data.num_lanes; lane += hn::Lanes(dd)) {
-      hn::Store(hn::DemoteTo(df, hn::Load(dd, data.frame->entries + entry + lane)), df, frame + entry + lane);
-    }
-  }
   float* placed = data.placed.data();
   for (std::size_t i = 0; i < data.num_balls; ++i) {
     const float* const ball = &data.balls[4 * i];
     const auto x = hn::Set(d, ball[0]);
     const auto y = hn::Set(d, ball[1]);
     const auto z = hn::Set(d, ball[2]);
-    for (std::size_t row = 0; row < 3; ++row, placed += kNumLanes) {
-      const float* const entries = frame + row * math::LaneTransforms::kRow;
+    const float* row = data.part->entries;
+    for (int axis = 0; axis < 3; ++axis, row += math::LaneTransforms::kRow, placed += kNumLanes) {
       for (std::size_t lane = 0; lane < data.num_lanes; lane += hn::Lanes(d)) {
-        auto sum = hn::Add(hn::Mul(hn::Load(d, entries + lane), x),
-                           hn::Mul(hn::Load(d, entries + kNumLanes + lane), y));
-        sum = hn::Add(sum, hn::Mul(hn::Load(d, entries + 2 * kNumLanes + lane), z));
-        hn::StoreU(hn::Add(sum, hn::Load(d, entries + 3 * kNumLanes + lane)), d, placed + lane);
+        hn::StoreU(Place(d, row + lane, x, y, z), d, placed + lane);
       }
     }
   }

@@ -13,56 +13,28 @@
 #include <hwy/foreach_target.h>
 #include <hwy/highway.h>
 
+#include "kavo/world/bounds_walk-inl.h"
+
 HWY_BEFORE_NAMESPACE();
 namespace kavo::internal::HWY_NAMESPACE {
 namespace {
-
-namespace hn = hwy::HWY_NAMESPACE;
 
 // Distances are computed with a relative error of some units in the last place, 2^-53. A query box that is
 // larger by this share contains whatever the computed distance may call touching.
 constexpr double kDistanceError = 1.0 / (1ULL << 44);
 
 bool Touches(const BoundsGroup* groups, const Solid* solids, const double* center, double radius) {
-  const hn::CappedTag<float, BoundsGroup::kSize> d;
   const double reach = radius + radius * kDistanceError;
-  const double margin_x = reach + std::fabs(center[0]) * kDistanceError;
-  const double margin_y = reach + std::fabs(center[1]) * kDistanceError;
-  const double margin_z = reach + std::fabs(center[2]) * kDistanceError;
-  const auto low_x = hn::Set(d, Rounded(center[0] - margin_x));
-  const auto low_y = hn::Set(d, Rounded(center[1] - margin_y));
-  const auto low_z = hn::Set(d, Rounded(center[2] - margin_z));
-  const auto high_x = hn::Set(d, Rounded(center[0] + margin_x));
-  const auto high_y = hn::Set(d, Rounded(center[1] + margin_y));
-  const auto high_z = hn::Set(d, Rounded(center[2] + margin_z));
-
-  // A group adds at most seven to what waits, and each level has an eighth of the obstacles of the one above.
-  std::uint32_t waiting[128];
-  std::size_t num_waiting = 1;
-  waiting[0] = 0;
-  while (num_waiting > 0) {
-    const BoundsGroup& group = groups[waiting[--num_waiting]];
-    for (std::size_t lane = 0; lane < BoundsGroup::kSize; lane += hn::Lanes(d)) {
-      const auto x = hn::And(hn::Le(low_x, hn::Load(d, group.high[0] + lane)),
-                             hn::Le(hn::Load(d, group.low[0] + lane), high_x));
-      const auto y = hn::And(hn::Le(low_y, hn::Load(d, group.high[1] + lane)),
-                             hn::Le(hn::Load(d, group.low[1] + lane), high_y));
-      const auto z = hn::And(hn::Le(low_z, hn::Load(d, group.high[2] + lane)),
-                             hn::Le(hn::Load(d, group.low[2] + lane), high_z));
-      std::uint8_t bits[8] = {};
-      hn::StoreMaskBits(d, hn::And(hn::And(x, y), z), bits);
-      for (std::uint32_t overlaps = bits[0]; overlaps != 0; overlaps &= overlaps - 1) {
-        const std::uint32_t index = group.first + static_cast<std::uint32_t>(lane) +
-                                    static_cast<std::uint32_t>(hwy::Num0BitsBelowLS1Bit_Nonzero32(overlaps));
-        if (!group.leaf) {
-          waiting[num_waiting++] = index;
-        } else if (SignedDistance(solids[index], center) <= radius) {
-          return true;
-        }
-      }
-    }
+  float low[3];
+  float high[3];
+  for (int axis = 0; axis < 3; ++axis) {
+    const double margin = reach + std::fabs(center[axis]) * kDistanceError;
+    low[axis] = Rounded(center[axis] - margin);
+    high[axis] = Rounded(center[axis] + margin);
   }
-  return false;
+  return FindOverlapping(groups, low, high, [&](std::uint32_t index) {
+    return SignedDistance(solids[index], center) <= radius;
+  });
 }
 
 }  // namespace
@@ -344,14 +316,13 @@ bool Snapshot::inCollision(const Eigen::Vector3d& center, double radius) const {
   return !groups_.empty() && touches_(groups_.data(), solids_.data(), point, radius);
 }
 
-BallCluster::Contacts Snapshot::findContacts(std::vector<BallCluster>& clusters,
-                                             const math::LaneTransforms* const* frames, std::size_t num_lanes,
-                                             std::uint32_t wanted) const {
-  if (!has_plain_lanes_) {
-    return {0, wanted};
+void Snapshot::findContacts(std::vector<BallCluster>& clusters, std::size_t num_lanes,
+                            BallCluster::Contacts& contacts) const {
+  if (has_plain_lanes_) {
+    FindLaneContacts(lanes_, groups_.empty() ? nullptr : groups_.data(), clusters, num_lanes, contacts);
+  } else {
+    contacts.unsure |= contacts.wanted;
   }
-  return FindLaneContacts(lanes_, groups_.empty() ? nullptr : groups_.data(), clusters, frames, num_lanes,
-                          wanted);
 }
 
 bool Snapshot::inCollisionAtAnyScale(const double* center, double radius) const {

@@ -30,9 +30,8 @@ class Snapshot {
   bool inCollision(const Eigen::Vector3d& center, double radius) const;
   std::optional<WorldView::Nearest> nearestObstacle(const Eigen::Vector3d& point) const;
   //! As `FindContacts`.
-  BallCluster::Contacts findContacts(std::vector<BallCluster>& clusters,
-                                     const math::LaneTransforms* const* frames, std::size_t num_lanes,
-                                     std::uint32_t wanted) const;
+  void findContacts(std::vector<BallCluster>& clusters, std::size_t num_lanes,
+                    BallCluster::Contacts& contacts) const;
 
  private:
   using TouchesFunction = bool (*)(const BoundsGroup* groups, const Solid* solids, const double* center,

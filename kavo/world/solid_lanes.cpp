@@ -9,6 +9,7 @@
 #include <hwy/highway.h>
 
 #include "kavo/world/ball_lanes-inl.h"
+#include "kavo/world/bounds_walk-inl.h"
 
 HWY_BEFORE_NAMESPACE();
 namespace kavo::internal::HWY_NAMESPACE {
@@ -72,8 +73,8 @@ class Distance {
 
 // Adds the contacts of one solid. False when no lane is wanted any more.
 template <LaneSolid::Kind kKind, class D>
-HWY_NOINLINE bool TestSolid(D d, const LaneSolid& solid, BallCluster::Data& cluster, std::uint32_t* wanted,
-                            BallCluster::Contacts* contacts) {
+HWY_NOINLINE bool TestSolid(D d, const LaneSolid& solid, BallCluster::Data& cluster,
+                            BallCluster::Contacts& contacts) {
   constexpr bool kIsRound = kKind == LaneSolid::Kind::kBall || kKind == LaneSolid::Kind::kCapsule;
   const Distance<kKind, D> distance(d, solid);
   const float margin = cluster.margin + solid.margin;
@@ -84,7 +85,7 @@ HWY_NOINLINE bool TestSolid(D d, const LaneSolid& solid, BallCluster::Data& clus
   for (std::size_t lane = 0; lane < cluster.num_lanes; lane += hn::Lanes(d)) {
     near |= Bits(d, hn::Le(distance.Squared(cluster.bound + lane), hn::Set(d, bound.unsure))) << lane;
   }
-  if ((near & *wanted) == 0) {
+  if ((near & contacts.wanted) == 0) {
     return true;
   }
   PlaceBalls(d, cluster);
@@ -97,11 +98,11 @@ HWY_NOINLINE bool TestSolid(D d, const LaneSolid& solid, BallCluster::Data& clus
       const auto squared = distance.Squared(placed + lane);
       const auto unsure = hn::Le(squared, hn::Set(d, reach.unsure));
       if (!hn::AllFalse(d, unsure)) {
-        contacts->unsure |= Bits(d, unsure) << lane;
+        contacts.unsure |= Bits(d, unsure) << lane;
         touching |= Bits(d, hn::Le(squared, hn::Set(d, reach.touching))) << lane;
       }
     }
-    if (!Note(touching & *wanted, wanted, contacts)) {
+    if (!contacts.note(touching)) {
       return false;
     }
   }
@@ -109,24 +110,23 @@ HWY_NOINLINE bool TestSolid(D d, const LaneSolid& solid, BallCluster::Data& clus
 }
 
 template <class D>
-bool TestAnySolid(D d, const LaneSolid& solid, BallCluster::Data& cluster, std::uint32_t* wanted,
-                  BallCluster::Contacts* contacts) {
+bool TestAnySolid(D d, const LaneSolid& solid, BallCluster::Data& cluster, BallCluster::Contacts& contacts) {
   using Kind = LaneSolid::Kind;
   switch (solid.kind) {
     case Kind::kBall:
-      return TestSolid<Kind::kBall>(d, solid, cluster, wanted, contacts);
+      return TestSolid<Kind::kBall>(d, solid, cluster, contacts);
     case Kind::kBox:
-      return TestSolid<Kind::kBox>(d, solid, cluster, wanted, contacts);
+      return TestSolid<Kind::kBox>(d, solid, cluster, contacts);
     case Kind::kAlignedBox:
-      return TestSolid<Kind::kAlignedBox>(d, solid, cluster, wanted, contacts);
+      return TestSolid<Kind::kAlignedBox>(d, solid, cluster, contacts);
     case Kind::kCylinder:
-      return TestSolid<Kind::kCylinder>(d, solid, cluster, wanted, contacts);
+      return TestSolid<Kind::kCylinder>(d, solid, cluster, contacts);
     case Kind::kUprightCylinder:
-      return TestSolid<Kind::kUprightCylinder>(d, solid, cluster, wanted, contacts);
+      return TestSolid<Kind::kUprightCylinder>(d, solid, cluster, contacts);
     case Kind::kCapsule:
-      return TestSolid<Kind::kCapsule>(d, solid, cluster, wanted, contacts);
+      return TestSolid<Kind::kCapsule>(d, solid, cluster, contacts);
     case Kind::kHalfSpace:
-      return TestSolid<Kind::kHalfSpace>(d, solid, cluster, wanted, contacts);
+      return TestSolid<Kind::kHalfSpace>(d, solid, cluster, contacts);
   }
   return true;
 }
@@ -145,79 +145,47 @@ HWY_INLINE bool IsNear(const LaneSolid& half_space, const BallCluster::Data& clu
 // Adds the contacts of one placed cluster. False when no lane is wanted any more.
 template <class D>
 bool FindOfCluster(D d, const SolidLanes& lanes, const BoundsGroup* groups, BallCluster::Data& cluster,
-                   std::uint32_t* wanted, BallCluster::Contacts* contacts) {
+                   BallCluster::Contacts& contacts) {
   for (const LaneSolid& half_space : lanes.half_spaces) {
     if (IsNear(half_space, cluster) &&
-        !TestSolid<LaneSolid::Kind::kHalfSpace>(d, half_space, cluster, wanted, contacts)) {
+        !TestSolid<LaneSolid::Kind::kHalfSpace>(d, half_space, cluster, contacts)) {
       return false;
     }
   }
   if (groups == nullptr) {
     return true;
   }
-
-  const hn::CappedTag<float, BoundsGroup::kSize> db;
   // The margin is far above the rounding of the bounds.
   const float reach = cluster.radius + cluster.margin;
-  const auto low_x = hn::Set(db, cluster.low[0] - reach);
-  const auto low_y = hn::Set(db, cluster.low[1] - reach);
-  const auto low_z = hn::Set(db, cluster.low[2] - reach);
-  const auto high_x = hn::Set(db, cluster.high[0] + reach);
-  const auto high_y = hn::Set(db, cluster.high[1] + reach);
-  const auto high_z = hn::Set(db, cluster.high[2] + reach);
-  // A group adds at most seven to what waits, and each level has an eighth of the obstacles of the one above.
-  std::uint32_t waiting[128];
-  std::size_t num_waiting = 1;
-  waiting[0] = 0;
-  while (num_waiting > 0) {
-    const BoundsGroup& group = groups[waiting[--num_waiting]];
-    std::uint32_t overlaps = 0;
-    for (std::size_t lane = 0; lane < BoundsGroup::kSize; lane += hn::Lanes(db)) {
-      const auto x = hn::And(hn::Le(low_x, hn::Load(db, group.high[0] + lane)),
-                             hn::Le(hn::Load(db, group.low[0] + lane), high_x));
-      const auto y = hn::And(hn::Le(low_y, hn::Load(db, group.high[1] + lane)),
-                             hn::Le(hn::Load(db, group.low[1] + lane), high_y));
-      const auto z = hn::And(hn::Le(low_z, hn::Load(db, group.high[2] + lane)),
-                             hn::Le(hn::Load(db, group.low[2] + lane), high_z));
-      overlaps |= Bits(db, hn::And(hn::And(x, y), z)) << lane;
-    }
-    for (; overlaps != 0; overlaps &= overlaps - 1) {
-      const std::uint32_t index =
-          group.first + static_cast<std::uint32_t>(hwy::Num0BitsBelowLS1Bit_Nonzero32(overlaps));
-      if (!group.leaf) {
-        waiting[num_waiting++] = index;
-      } else if (!TestAnySolid(d, lanes.solids[index], cluster, wanted, contacts)) {
-        return false;
-      }
-    }
-  }
-  return true;
+  const float low[3] = {cluster.low[0] - reach, cluster.low[1] - reach, cluster.low[2] - reach};
+  const float high[3] = {cluster.high[0] + reach, cluster.high[1] + reach, cluster.high[2] + reach};
+  return !FindOverlapping(groups, low, high, [&](std::uint32_t index) {
+    return !TestAnySolid(d, lanes.solids[index], cluster, contacts);
+  });
 }
 
 template <class D>
-HWY_INLINE BallCluster::Contacts FindInLanes(D d, const SolidLanes& lanes, const BoundsGroup* groups,
-                                             std::vector<BallCluster>& clusters,
-                                             const math::LaneTransforms* const* frames, std::size_t num_lanes,
-                                             std::uint32_t wanted) {
-  BallCluster::Contacts contacts;
-  for (std::size_t i = 0; i < clusters.size(); ++i) {
-    BallCluster::Data& cluster = clusters[i].data();
-    PlaceBound(*frames[i], num_lanes, cluster);
+HWY_INLINE void FindInLanes(D d, const SolidLanes& lanes, const BoundsGroup* groups,
+                            std::vector<BallCluster>& clusters, std::size_t num_lanes,
+                            BallCluster::Contacts& contacts) {
+  for (BallCluster& ball_cluster : clusters) {
+    BallCluster::Data& cluster = ball_cluster.data();
+    PlaceBound(d, num_lanes, cluster);
     if (!cluster.is_plain) {
-      contacts.unsure |= wanted;
-    } else if (!FindOfCluster(d, lanes, groups, cluster, &wanted, &contacts)) {
-      break;
+      contacts.unsure |= contacts.wanted;
+    } else if (!FindOfCluster(d, lanes, groups, cluster, contacts)) {
+      return;
     }
   }
-  return contacts;
 }
 
-BallCluster::Contacts Find(const SolidLanes& lanes, const BoundsGroup* groups,
-                           std::vector<BallCluster>& clusters, const math::LaneTransforms* const* frames,
-                           std::size_t num_lanes, std::uint32_t wanted) {
-  return num_lanes == 4 ? FindInLanes(hn::CappedTag<float, 4>(), lanes, groups, clusters, frames, 4, wanted)
-                        : FindInLanes(hn::CappedTag<float, kNumLanes>(), lanes, groups, clusters, frames,
-                                      kNumLanes, wanted);
+void Find(const SolidLanes& lanes, const BoundsGroup* groups, std::vector<BallCluster>& clusters,
+          std::size_t num_lanes, BallCluster::Contacts& contacts) {
+  if (num_lanes == 4) {
+    FindInLanes(hn::CappedTag<float, 4>(), lanes, groups, clusters, 4, contacts);
+  } else {
+    FindInLanes(hn::CappedTag<float, kNumLanes>(), lanes, groups, clusters, kNumLanes, contacts);
+  }
 }
 
 }  // namespace
@@ -270,11 +238,9 @@ LaneSolid::LaneSolid(const Solid& solid) : radius(static_cast<float>(solid.radiu
   }
 }
 
-BallCluster::Contacts FindLaneContacts(const SolidLanes& lanes, const BoundsGroup* groups,
-                                       std::vector<BallCluster>& clusters,
-                                       const math::LaneTransforms* const* frames, std::size_t num_lanes,
-                                       std::uint32_t wanted) {
-  return HWY_DYNAMIC_DISPATCH(Find)(lanes, groups, clusters, frames, num_lanes, wanted);
+void FindLaneContacts(const SolidLanes& lanes, const BoundsGroup* groups, std::vector<BallCluster>& clusters,
+                      std::size_t num_lanes, BallCluster::Contacts& contacts) {
+  HWY_DYNAMIC_DISPATCH(Find)(lanes, groups, clusters, num_lanes, contacts);
 }
 
 }  // namespace kavo::internal

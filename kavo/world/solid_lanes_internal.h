@@ -45,9 +45,7 @@ struct SolidLanes {
 
 //! As `FindContacts`, of solids none of which is larger or farther away than `BallCluster::kLargestLength`.
 //! \param groups The snapshot's tree of bounds; null without bounded solids.
-BallCluster::Contacts FindLaneContacts(const SolidLanes& lanes, const BoundsGroup* groups,
-                                       std::vector<BallCluster>& clusters,
-                                       const math::LaneTransforms* const* frames, std::size_t num_lanes,
-                                       std::uint32_t wanted);
+void FindLaneContacts(const SolidLanes& lanes, const BoundsGroup* groups, std::vector<BallCluster>& clusters,
+                      std::size_t num_lanes, BallCluster::Contacts& contacts);
 
 }  // namespace kavo::internal

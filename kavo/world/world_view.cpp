@@ -25,10 +25,9 @@ struct ViewAccess {
   static const Snapshot& snapshot(const WorldView& view) { return *view.state_->snapshot; }
 };
 
-BallCluster::Contacts FindContacts(const WorldView& view, std::vector<BallCluster>& clusters,
-                                   const math::LaneTransforms* const* frames, std::size_t num_lanes,
-                                   std::uint32_t wanted) {
-  return ViewAccess::snapshot(view).findContacts(clusters, frames, num_lanes, wanted);
+void FindContacts(const WorldView& view, std::vector<BallCluster>& clusters, std::size_t num_lanes,
+                  BallCluster::Contacts& contacts) {
+  ViewAccess::snapshot(view).findContacts(clusters, num_lanes, contacts);
 }
 
 }  // namespace internal

@@ -24,24 +24,6 @@ double Gap(const math::Sphere& sphere_a, const math::RigidTransform& frame_a, co
   return std::sqrt(dx * dx + dy * dy + dz * dz) - (sphere_a.radius + sphere_b.radius);
 }
 
-// The placements, carried along by the robot base.
-void Carry(const math::RigidTransform& base, const math::LaneTransforms& frame,
-           math::LaneTransforms* carried) {
-  for (std::size_t column = 0; column < 4; ++column) {
-    const double* const x = frame.at(0, column);
-    const double* const y = frame.at(1, column);
-    const double* const z = frame.at(2, column);
-    for (std::size_t row = 0; row < 3; ++row) {
-      const auto r = static_cast<Eigen::Index>(row);
-      const double shift = column == 3 ? base.translation[r] : 0.0;
-      for (std::size_t lane = 0; lane < math::kNumLanes; ++lane) {
-        carried->at(row, column)[lane] = base.rotation(r, 0) * x[lane] + base.rotation(r, 1) * y[lane] +
-                                         base.rotation(r, 2) * z[lane] + shift;
-      }
-    }
-  }
-}
-
 }  // namespace
 
 // Frames with larger indices lie farther along the chain and are checked first: they collide most often.
@@ -61,13 +43,6 @@ RobotCollision::RobotCollision(const RobotEnvironmentConfig& config)
     frames.push_back(kinematics_->frame(name));
   }
   sweep_ = kinematics_->frameSweep(frames);
-  for (const Collection& collection : collections_) {
-    clusters_.emplace_back(collection.spheres, collection.bounding_sphere);
-  }
-  lane_frames_.resize(collections_.size());
-  for (const math::LaneTransforms& frame : lane_frames_) {
-    carried_frames_.push_back(&frame);
-  }
   std::vector<int> indices;
   for (const kavo::Kinematics::FrameHandle& frame : frames) {
     indices.push_back(frame.index());
@@ -75,6 +50,16 @@ RobotCollision::RobotCollision(const RobotEnvironmentConfig& config)
   // A configuration takes its kinematics from a description of this library.
   const auto& model = dynamic_cast<const KinematicsInternal&>(*kinematics_).model();
   lane_sweep_ = std::make_unique<kinematics::internal::LaneSweep>(model.plan(indices));
+  for (std::size_t i = 0; i < collections_.size(); ++i) {
+    const auto& [part, offset] = lane_sweep_->frames()[i];
+    std::vector<math::Sphere> spheres = collections_[i].spheres;
+    for (math::Sphere& sphere : spheres) {
+      sphere.center = offset * sphere.center;
+    }
+    math::Sphere bounding_sphere = collections_[i].bounding_sphere;
+    bounding_sphere.center = offset * bounding_sphere.center;
+    clusters_.emplace_back(spheres, bounding_sphere, *part);
+  }
   q_.resize(config.NumJoints());
 
   const auto find = [this](const std::string& name) {
@@ -121,47 +106,35 @@ bool RobotCollision::CollectionTouches(const Collection& collection, const math:
   return false;
 }
 
-int RobotCollision::CountFree(const double* coordinates, int count) {
-  if (count == 0 || collections_.empty()) {
-    return count;
+std::uint32_t RobotCollision::FindFree(const double* coordinates, std::uint32_t wanted,
+                                       bool only_below_first) {
+  if (wanted == 0 || collections_.empty()) {
+    return wanted;
   }
-  const std::size_t num_lanes = count <= 4 ? 4 : math::kNumLanes;
-  const math::LaneTransforms* const* frames = lane_sweep_->compute(coordinates, num_lanes).data();
-  if (base_) {
-    for (std::size_t i = 0; i < collections_.size(); ++i) {
-      Carry(*base_, *frames[i], &lane_frames_[i]);
-    }
-    frames = carried_frames_.data();
-  }
-  // Lanes below the lowest one that is known to touch.
-  std::uint32_t wanted = (1u << count) - 1u;
-  const auto below = [](std::uint32_t touching, std::uint32_t lanes) {
-    return touching == 0 ? lanes : lanes & ((touching & (0u - touching)) - 1u);
-  };
-  auto contacts = kavo::internal::FindContacts(world_view_, clusters_, frames, num_lanes, wanted);
-  std::uint32_t unsure = contacts.unsure;
-  wanted = below(contacts.touching & wanted, wanted);
+  const std::size_t num_lanes = wanted < 1u << 4 ? 4 : math::kNumLanes;
+  kavo::internal::BallCluster::Contacts contacts;
+  contacts.wanted = wanted;
+  contacts.only_below_first = only_below_first;
+  contacts.unsure = lane_sweep_->compute(coordinates, num_lanes);
+  kavo::internal::FindContacts(world_view_, clusters_, num_lanes, contacts);
   for (const auto& [a, b] : pairs_) {
     // What is unsure already is decided exactly anyway.
-    if ((wanted & ~unsure) == 0) {
+    if ((contacts.wanted & ~contacts.unsure) == 0) {
       break;
     }
-    contacts = clusters_[a].contactsWith(clusters_[b], wanted);
-    unsure |= contacts.unsure;
-    wanted = below(contacts.touching & wanted, wanted);
+    clusters_[a].addContactsWith(clusters_[b], contacts);
   }
-  int num_free = 0;
-  for (; (wanted >> num_free) & 1u; ++num_free) {
-    if ((unsure >> num_free) & 1u) {
-      for (Eigen::Index i = 0; i < q_.size(); ++i) {
-        q_[i] = coordinates[i * kBatch + num_free];
+  for (int i = 0; (contacts.wanted & contacts.unsure) >> i != 0; ++i) {
+    if ((((contacts.wanted & contacts.unsure) >> i) & 1u) != 0) {
+      for (Eigen::Index c = 0; c < q_.size(); ++c) {
+        q_[c] = coordinates[c * kBatch + i];
       }
       if (Touches(q_)) {
-        break;
+        contacts.note(1u << i);
       }
     }
   }
-  return num_free;
+  return contacts.wanted;
 }
 
 bool RobotCollision::TouchesItself(const std::vector<math::RigidTransform>& frames) const {

@@ -24,29 +24,34 @@ namespace kavo::planning::internal {
 
 //! The collision spheres of a robot against a world and against each other. Limits are not looked at.
 //!
-//! `Touches` decides one configuration exactly. `CountFree` asks about several at once: a filter in single
+//! `Touches` decides one configuration exactly. `FindFree` asks about several at once: a filter in single
 //! precision settles nearly all of them, and what is too close for it goes to `Touches`, so that both give
 //! the same answers. Holds the scratch memory of its queries: one thread at a time.
 class RobotCollision {
  public:
-  //! The most configurations for one call of `CountFree`.
+  //! The most configurations for one call of `FindFree`.
   static constexpr int kBatch = static_cast<int>(math::kNumLanes);
 
   //! An unknown frame name among the collision spheres is a fatal error.
   explicit RobotCollision(const RobotEnvironmentConfig& config);
 
   void UpdateWorldView() { world_view_.update(); }
-  void SetBasePose(const Pose3& base_pose) { base_ = math::RigidTransform(base_pose); }
+  void SetBasePose(const Pose3& base_pose) {
+    base_ = math::RigidTransform(base_pose);
+    lane_sweep_->setBase(*base_);
+  }
 
   //! Whether a sphere touches an obstacle, or another sphere that it must not touch. A configuration that is
   //! not finite counts as touching.
   bool Touches(const Eigen::VectorXd& q);
 
-  //! How many configurations, from the first on, touch nothing before one does.
-  //! \param coordinates Coordinate c of configuration i at [c * `kBatch` + i], finite up to `count` and set up
-  //!     to the next multiple of four.
-  //! \param count At most `kBatch`.
-  int CountFree(const double* coordinates, int count);
+  //! Which configurations touch nothing: bit i stands for configuration i.
+  //! \param coordinates Coordinate c of configuration i at [c * `kBatch` + i], finite for those that are
+  //!     asked about.
+  //! \param wanted The configurations to be asked about. The bits of others are zero.
+  //! \param only_below_first Whether those above the first that touches are of no interest: their bits are
+  //!     zero then.
+  std::uint32_t FindFree(const double* coordinates, std::uint32_t wanted, bool only_below_first);
 
   //! The deepest contact with an obstacle, and of two spheres that must not touch; empty without any.
   std::optional<ConfigurationFault::Contact> DeepestContact(const Eigen::VectorXd& q);
@@ -77,9 +82,6 @@ class RobotCollision {
   // For several configurations at once.
   std::unique_ptr<kinematics::internal::LaneSweep> lane_sweep_;
   std::vector<kavo::internal::BallCluster> clusters_;
-  // The placed frames carried along by the base, and pointers to them.
-  std::vector<math::LaneTransforms> lane_frames_;
-  std::vector<const math::LaneTransforms*> carried_frames_;
   Eigen::VectorXd q_;
 };
 
