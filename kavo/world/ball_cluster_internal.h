@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "kavo/math/lane_transforms_internal.h"
@@ -15,6 +16,8 @@ class WorldView;
 }  // namespace kavo
 
 namespace kavo::internal {
+
+class Snapshot;
 
 //! Balls that are rigidly attached to one part of a robot, and where they are in several placements of it at
 //! once, one to a lane of wide vectors.
@@ -86,6 +89,9 @@ class KAVO_EXPORT BallCluster {
  private:
   Data data_;
 };
+
+//! What the view shows at the moment: another one after an update that took over an edit.
+KAVO_EXPORT const std::shared_ptr<const Snapshot>& SnapshotOf(const WorldView& view);
 
 //! Places clusters and adds their contacts with what a view shows, cluster by cluster until no lane is wanted
 //! any more. Where all lanes are unsure from the start, clusters may be left unplaced.

@@ -22,12 +22,18 @@ std::optional<WorldView::Nearest> WorldView::nearestObstacle(const Eigen::Vector
 namespace internal {
 
 struct ViewAccess {
-  static const Snapshot& snapshot(const WorldView& view) { return *view.state_->snapshot; }
+  static const std::shared_ptr<const Snapshot>& snapshot(const WorldView& view) {
+    return view.state_->snapshot;
+  }
 };
+
+const std::shared_ptr<const Snapshot>& SnapshotOf(const WorldView& view) {
+  return ViewAccess::snapshot(view);
+}
 
 void FindContacts(const WorldView& view, std::vector<BallCluster>& clusters, std::size_t num_lanes,
                   BallCluster::Contacts& contacts) {
-  ViewAccess::snapshot(view).findContacts(clusters, num_lanes, contacts);
+  SnapshotOf(view)->findContacts(clusters, num_lanes, contacts);
 }
 
 }  // namespace internal

@@ -76,6 +76,21 @@ RobotCollision::RobotCollision(const RobotEnvironmentConfig& config)
   }
 }
 
+void RobotCollision::SetBasePose(const Pose3& base_pose) {
+  base_ = math::RigidTransform(base_pose);
+  lane_sweep_->setBase(*base_);
+  known_snapshot_.reset();
+}
+
+bool RobotCollision::HasSurroundingsChanged() {
+  // Kept, so that no later snapshot can be mistaken for it.
+  const bool is_same = known_snapshot_ == kavo::internal::SnapshotOf(world_view_);
+  if (!is_same) {
+    known_snapshot_ = kavo::internal::SnapshotOf(world_view_);
+  }
+  return !is_same;
+}
+
 bool RobotCollision::Touches(const Eigen::VectorXd& q) {
   // NaN passes every limit, and a robot without spheres never asks the world.
   if (!internal::IsFinite(q)) {

@@ -20,6 +20,12 @@
 #include "kavo/world/ball_cluster_internal.h"
 #include "kavo/world/world_view.h"
 
+namespace kavo::internal {
+
+class Snapshot;
+
+}  // namespace kavo::internal
+
 namespace kavo::planning::internal {
 
 //! The collision spheres of a robot against a world and against each other. Limits are not looked at.
@@ -36,10 +42,11 @@ class RobotCollision {
   explicit RobotCollision(const RobotEnvironmentConfig& config);
 
   void UpdateWorldView() { world_view_.update(); }
-  void SetBasePose(const Pose3& base_pose) {
-    base_ = math::RigidTransform(base_pose);
-    lane_sweep_->setBase(*base_);
-  }
+  void SetBasePose(const Pose3& base_pose);
+
+  //! Whether the world as the view shows it, or the base pose, is another one than at the last call. A view
+  //! may also be updated through its copies.
+  bool HasSurroundingsChanged();
 
   //! Whether a sphere touches an obstacle, or another sphere that it must not touch. A configuration that is
   //! not finite counts as touching.
@@ -70,6 +77,8 @@ class RobotCollision {
   bool MayTouch(std::size_t a, std::size_t b, const std::vector<math::RigidTransform>& frames) const;
 
   WorldView world_view_;
+  // At the last call of `HasSurroundingsChanged`; null to say that the base has moved since.
+  std::shared_ptr<const kavo::internal::Snapshot> known_snapshot_;
   // Pose of the robot base in the world; empty for the identity, which changes no bit of a frame's pose.
   std::optional<math::RigidTransform> base_;
   // Shared with the configuration; `sweep_` must not outlive it.

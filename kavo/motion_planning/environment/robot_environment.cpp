@@ -26,7 +26,8 @@ class RobotEnvironmentImpl final : public RobotEnvironment {
         kinematics_(config.Kinematics()),
         task_space_frame_(config.GetTaskSpaceFrame()),
         collision_(config),
-        coordinates_(dimension_ * math::kNumLanes) {
+        lanes_(limits_.Min(), limits_.Max()),
+        samples_(config.NumJoints(), internal::RobotCollision::kBatch) {
     // The weights are open to change after the configuration has checked them.
     KAVO_CHECK(config.distance_weights.size() == config.NumJoints(),
                "motion_planning/environment/robot_environment", 40)
@@ -75,12 +76,10 @@ class RobotEnvironmentImpl final : public RobotEnvironment {
     const std::ptrdiff_t stride = configurations.outerStride();
     for (int first = 0; first < total; first += internal::RobotCollision::kBatch) {
       const int count = std::min(internal::RobotCollision::kBatch, total - first);
-      const int num_within = TakeIn(configurations.data() + first * stride, stride, count);
-      const std::uint32_t is_free = collision_.FindFree(coordinates_.data(), (1u << num_within) - 1u, true);
-      int num_valid = 0;
-      while (((is_free >> num_valid) & 1u) != 0) {
-        ++num_valid;
-      }
+      const int num_within =
+          CountLowest(lanes_.TakeIn(configurations.data() + first * stride, stride, count));
+      const int num_valid =
+          CountLowest(collision_.FindFree(lanes_.coordinates(), (1u << num_within) - 1u, true));
       // The questions that the one-by-one way would have asked.
       statistics_.num_validity_checks += static_cast<std::uint64_t>(std::min(num_valid + 1, count));
       if (num_valid < count) {
@@ -91,12 +90,12 @@ class RobotEnvironmentImpl final : public RobotEnvironment {
   }
 
   std::optional<Eigen::VectorXd> SampleConfiguration() const override {
-    Eigen::VectorXd q(CSpaceDimension());
     for (std::uint64_t attempt = 0; attempt < max_sampling_attempts_; ++attempt) {
-      RandomConfiguration(q);
+      const int index = NextSample();
       ++statistics_.num_samples_drawn;
-      if (IsValidConfiguration(q)) {
-        return q;
+      ++statistics_.num_validity_checks;
+      if (((valid_samples_ >> index) & 1u) != 0) {
+        return samples_.col(index);
       }
       ++statistics_.num_samples_rejected;
     }
@@ -148,32 +147,33 @@ class RobotEnvironmentImpl final : public RobotEnvironment {
     return false;
   }
 
-  // Sorts a batch by coordinates. Configurations before the first one that leaves the limits or is not
-  // finite.
-  int TakeIn(const double* batch, std::ptrdiff_t stride, int count) const {
-    double* lanes = coordinates_.data();
-    for (std::size_t i = 0; i < dimension_; ++i, ++batch, lanes += math::kNumLanes) {
-      for (int k = 0; k < count; ++k) {
-        lanes[k] = batch[k * stride];
-      }
-      // The other lanes repeat the last one.
-      for (int k = count; k < internal::RobotCollision::kBatch; ++k) {
-        lanes[k] = lanes[count - 1];
-      }
+  // How many of the lowest bits are ones.
+  static int CountLowest(std::uint32_t bits) {
+    int count = 0;
+    while (((bits >> count) & 1u) != 0) {
+      ++count;
     }
-    const std::uint32_t outside =
-        internal::LanesOutside(coordinates_.data(), dimension_, limits_.Min().data(), limits_.Max().data());
-    int num_within = 0;
-    while (num_within < count && ((outside >> num_within) & 1u) == 0) {
-      ++num_within;
-    }
-    return num_within;
+    return count;
   }
 
-  void RandomConfiguration(Eigen::VectorXd& q) const {
-    for (std::size_t i = 0; i < c_space_samplers_.size(); ++i) {
-      q[static_cast<Eigen::Index>(i)] = c_space_samplers_[i].Sample();
+  // The place of the next random configuration among those that were drawn ahead. Whether they are valid is
+  // asked of all of them at once, and again when the world or the base has moved since.
+  int NextSample() const {
+    constexpr int kBatch = internal::RobotCollision::kBatch;
+    const bool is_used_up = num_used_samples_ == kBatch;
+    if (is_used_up) {
+      for (int k = 0; k < kBatch; ++k) {
+        for (std::size_t i = 0; i < c_space_samplers_.size(); ++i) {
+          samples_(static_cast<Eigen::Index>(i), k) = c_space_samplers_[i].Sample();
+        }
+      }
+      num_used_samples_ = 0;
     }
+    if (collision_.HasSurroundingsChanged() || is_used_up) {
+      valid_samples_ = collision_.FindFree(
+          lanes_.coordinates(), lanes_.TakeIn(samples_.data(), samples_.outerStride(), kBatch), false);
+    }
+    return num_used_samples_++;
   }
 
   void InitializeSamplers(const RobotEnvironmentConfig& config) {
@@ -202,8 +202,12 @@ class RobotEnvironmentImpl final : public RobotEnvironment {
   kavo::Kinematics::FrameHandle task_space_frame_;
   // Owns the scratch memory of checks, which are const to a planner.
   mutable internal::RobotCollision collision_;
-  // Of a batch, sorted by coordinates.
-  mutable std::vector<double> coordinates_;
+  mutable internal::LimitLanes lanes_;
+  // Random configurations that were drawn ahead, one to a column, how many of them have been used, and which
+  // are valid.
+  mutable Eigen::MatrixXd samples_;
+  mutable int num_used_samples_ = internal::RobotCollision::kBatch;
+  mutable std::uint32_t valid_samples_ = 0;
 };
 
 }  // namespace

@@ -107,19 +107,22 @@ class BasicRRT final : public RRT {
         (config_.use_approx_closest ? tree.GetApproxClosest(q_sample) : tree.GetClosest(q_sample)).node;
     const Eigen::VectorXd step = internal::StepToward(parent->Configuration(), q_sample, config_.edge_length);
     Eigen::VectorXd q_new = parent->Configuration() + step;
+    // A sample or a step beyond the finite numbers leads nowhere, whatever the environment says.
+    if (!internal::IsFinite(q_new)) {
+      return;
+    }
     const auto advance = [&](Eigen::VectorXd& q) {
       return !IsAtTarget(q) && !(tree.Distance(q, q_sample) < config_.edge_length) &&
              internal::Advance(step, q) && internal::IsFinite(q);
     };
     look_ahead_.Start();
-    // A sample or a step beyond the finite numbers leads nowhere, whatever the environment says.
-    while (!ShouldStop() && internal::IsFinite(q_new) && look_ahead_.IsValid(q_new, advance)) {
+    while (!ShouldStop() && look_ahead_.IsValid(q_new, advance)) {
       parent = tree.Adopt(Node(q_new, parent));
       if (IsAtTarget(q_new)) {
         problem_.target_node = tree.Adopt(Node(problem_.q_target, parent));
         return;
       }
-      if (tree.Distance(q_new, q_sample) < config_.edge_length || !internal::Advance(step, q_new)) {
+      if (!look_ahead_.Next(q_new, advance)) {
         return;
       }
     }

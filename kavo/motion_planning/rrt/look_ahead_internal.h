@@ -18,6 +18,7 @@ class LookAhead {
 
   //! Begins another walk.
   void Start() {
+    count_ = 0;
     num_known_ = 0;
     next_ = 0;
     ends_invalid_ = false;
@@ -35,6 +36,16 @@ class LookAhead {
     return next_++ < num_known_;
   }
 
+  //! Takes `q`, which was just found to be valid, on by one step. False when the walk ends there.
+  template <typename Advance>
+  bool Next(Eigen::VectorXd& q, const Advance& advance) {
+    if (next_ < count_) {
+      q = batch_.col(next_);
+      return true;
+    }
+    return !ends_ && advance(q);
+  }
+
  private:
   // A walk may end at once: the first look is shorter.
   static constexpr Eigen::Index kFirstBatch = 4;
@@ -42,15 +53,19 @@ class LookAhead {
   template <typename Advance>
   void Ask(const Eigen::VectorXd& q, const Advance& advance) {
     batch_.col(0) = q;
-    Eigen::Index count = 1;
+    count_ = 1;
+    ends_ = false;
     if (size_ > 1) {
       ahead_ = q;
-      while (count < size_ && advance(ahead_)) {
-        batch_.col(count++) = ahead_;
+      while (count_ < size_ && !ends_) {
+        ends_ = !advance(ahead_);
+        if (!ends_) {
+          batch_.col(count_++) = ahead_;
+        }
       }
     }
-    num_known_ = environment_->CountValid(batch_.leftCols(count));
-    ends_invalid_ = num_known_ < count;
+    num_known_ = environment_->CountValid(batch_.leftCols(count_));
+    ends_invalid_ = num_known_ < count_;
     next_ = 0;
     size_ = batch_.cols();
   }
@@ -59,7 +74,10 @@ class LookAhead {
   // One configuration to a column.
   Eigen::MatrixXd batch_;
   Eigen::Index size_ = 1;
-  // Of the last batch: how many are valid, whether one follows that is not, and which comes next.
+  // Of the last batch: how many there are, whether the walk ends behind them, how many are valid, whether one
+  // follows that is not, and which comes next.
+  Eigen::Index count_ = 0;
+  bool ends_ = false;
   Eigen::Index num_known_ = 0;
   bool ends_invalid_ = false;
   Eigen::Index next_ = 0;

@@ -185,17 +185,19 @@ class RRTConnect final : public RRT {
     std::shared_ptr<Node> parent = TreeA().GetClosest(q_goal).node;
     const Eigen::VectorXd step = internal::StepToward(parent->Configuration(), q_goal, config_.edge_length);
     Eigen::VectorXd q_new = parent->Configuration() + step;
-    const auto arrived = [&](const Eigen::VectorXd& q) {
-      return TreeA().Distance(q, q_goal) < config_.edge_length;
-    };
+    // A sample or a step beyond the finite numbers leads nowhere, whatever the environment says.
+    if (!internal::IsFinite(q_new)) {
+      return;
+    }
     // Whether the trees connect is not asked ahead: it costs more than the few configurations beyond.
+    const Tree& tree = TreeA();
     const auto advance = [&](Eigen::VectorXd& q) {
-      return !arrived(q) && internal::Advance(step, q) && internal::IsFinite(q);
+      return !(tree.Distance(q, q_goal) < config_.edge_length) && internal::Advance(step, q) &&
+             internal::IsFinite(q);
     };
     look_ahead_.Start();
     Separation separation(TreeB(), config_.edge_length);
-    // A sample or a step beyond the finite numbers leads nowhere, whatever the environment says.
-    while (!ShouldStop() && internal::IsFinite(q_new) && look_ahead_.IsValid(q_new, advance)) {
+    while (!ShouldStop() && look_ahead_.IsValid(q_new, advance)) {
       parent = TreeA().Adopt(Node(q_new, parent));
       problem_.last_configuration_a = q_new;
       if (separation.MayHaveClosed(q_new)) {
@@ -206,7 +208,7 @@ class RRTConnect final : public RRT {
           problem_.connection_b = closest.node;
         }
       }
-      if (IsConnected() || arrived(q_new) || !internal::Advance(step, q_new)) {
+      if (IsConnected() || !look_ahead_.Next(q_new, advance)) {
         return;
       }
     }
