@@ -313,7 +313,7 @@ void JtRRT::Extend(const Eigen::VectorXd& goal, ExtensionMode mode) {
   const auto advance = [&](Eigen::VectorXd& q) {
     courses.push_back(CourseFrom(mode, goal, q, last_dq));
     last_dq = courses.back().dq;
-    return courses.back().goes_on && internal::Advance(last_dq, q) && internal::IsFinite(q);
+    return courses.back().goes_on && internal::Advance(last_dq, q);
   };
   look_ahead_->Start();
   for (int i = 0; i < kMaxStepsOfExtension; ++i) {

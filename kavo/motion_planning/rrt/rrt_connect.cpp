@@ -192,8 +192,7 @@ class RRTConnect final : public RRT {
     // Whether the trees connect is not asked ahead: it costs more than the few configurations beyond.
     const Tree& tree = TreeA();
     const auto advance = [&](Eigen::VectorXd& q) {
-      return !(tree.Distance(q, q_goal) < config_.edge_length) && internal::Advance(step, q) &&
-             internal::IsFinite(q);
+      return !(tree.Distance(q, q_goal) < config_.edge_length) && internal::Advance(step, q);
     };
     look_ahead_.Start();
     Separation separation(TreeB(), config_.edge_length);

@@ -26,7 +26,8 @@ class BasicTree final : public Tree {
         metric_(metric),
         supports_node_id_(supports_node_id),
         scan_metric_(RecogniseMetric(metric_, dimension_)),
-        scan_(static_cast<std::size_t>(dimension_)) {}
+        scan_(scan_metric_.value_or(NearestScan::Metric::kL2),
+              static_cast<std::size_t>(std::max(dimension_, 0)), Weights()) {}
 
   int CSpaceDimension() const override { return dimension_; }
   std::uint64_t NumNodes() const override { return nodes_.size(); }
@@ -69,7 +70,7 @@ class BasicTree final : public Tree {
       }
     }
     if (scan_metric_ && scan_.Size() == nodes_.size()) {
-      const NearestScan::Result closest = scan_.Closest(*scan_metric_, q.data(), Weights());
+      const NearestScan::Result closest = scan_.Closest(q.data());
       return {nodes_[closest.index], closest.distance};
     }
     std::size_t closest = 0;

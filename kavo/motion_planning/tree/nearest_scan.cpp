@@ -7,99 +7,88 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <limits>
 #include <new>
-#include <utility>
 
 HWY_BEFORE_NAMESPACE();
 namespace kavo::planning::internal::HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
-// One part of a scan: goes on from `best` over the points of a chunk, of which the first has index
-// `first_index`. `kDimension` is the dimension if it is known when compiling (the query then stays in
-// registers), else zero.
-template <bool kWeighted, bool kRoot, std::size_t kDimension>
-void ScanChunk(const double* HWY_RESTRICT chunk, std::size_t num_points, std::size_t dynamic_dimension,
-               const double* HWY_RESTRICT query, const double* HWY_RESTRICT weights, std::size_t first_index,
-               NearestScan::Result& best) {
+constexpr std::size_t kBlock = NearestScan::kBlock;
+
+// `kDimension` is the dimension if it is known when compiling (the query then stays in registers), else zero.
+template <bool kWeighted, std::size_t kDimension>
+float MeasureOf(const float* HWY_RESTRICT blocks, std::size_t num_blocks, std::size_t dynamic_dimension,
+                const float* HWY_RESTRICT query, const float* HWY_RESTRICT weights, float least,
+                float* HWY_RESTRICT sums) {
+  const hn::CappedTag<float, kBlock> d;
   const std::size_t dimension = kDimension != 0 ? kDimension : dynamic_dimension;
-  const hn::CappedTag<double, NearestScan::kBlock / 2> d;
-  const std::size_t lanes = hn::Lanes(d);
-  HWY_ALIGN double sums[NearestScan::kBlock];
-  const double* HWY_RESTRICT coordinates = chunk;
-  // From the end of a block's first coordinate to the next block. Negative, and right, without coordinates.
-  const auto block_rest = (static_cast<std::ptrdiff_t>(dimension) - 1) * std::ptrdiff_t{NearestScan::kBlock};
-  for (std::size_t begin = 0; begin < num_points; begin += 2 * lanes) {
-    // Each lane sums the terms of its own point in coordinate order.
-    auto sum0 = hn::Zero(d);
-    auto sum1 = hn::Zero(d);
-    for (std::size_t i = 0; i < dimension; ++i) {
-      const auto q = hn::Set(d, query[i]);
-      const auto difference0 = hn::Sub(q, hn::Load(d, coordinates + i * NearestScan::kBlock));
-      const auto difference1 = hn::Sub(q, hn::Load(d, coordinates + i * NearestScan::kBlock + lanes));
-      auto term0 = hn::Mul(difference0, difference0);
-      auto term1 = hn::Mul(difference1, difference1);
-      if constexpr (kWeighted) {
-        const auto weight = hn::Set(d, weights[i]);
-        term0 = hn::Mul(weight, term0);
-        term1 = hn::Mul(weight, term1);
-      }
-      sum0 = hn::Add(sum0, term0);
-      sum1 = hn::Add(sum1, term1);
-    }
-    // On to the next places of the block, or to the next block.
-    coordinates += 2 * lanes;
-    if ((begin + 2 * lanes) % NearestScan::kBlock == 0) {
-      coordinates += block_rest;
-    }
-    const auto limit = hn::Set(d, best.sum);
-    if (HWY_LIKELY(hn::AllFalse(d, hn::Or(hn::Lt(sum0, limit), hn::Lt(sum1, limit))))) {
-      continue;
-    }
-    hn::Store(sum0, d, sums);
-    hn::Store(sum1, d, sums + lanes);
-    for (std::size_t lane = 0; lane < 2 * lanes; ++lane) {
-      if (sums[lane] < best.sum) {
-        // Different sums may have one root. The plain loop compares roots, so the earlier point keeps its
-        // place.
-        const double distance = kRoot ? std::sqrt(sums[lane]) : sums[lane];
-        if (best.distance > distance) {
-          best = {first_index + begin + lane, distance, sums[lane]};
+  auto least_in_lanes = hn::Set(d, least);
+  for (std::size_t block = 0; block < num_blocks; ++block, blocks += dimension * kBlock, sums += kBlock) {
+    for (std::size_t lane = 0; lane < kBlock; lane += hn::Lanes(d)) {
+      auto sum = hn::Zero(d);
+      for (std::size_t i = 0; i < dimension; ++i) {
+        const auto difference = hn::Sub(hn::Set(d, query[i]), hn::Load(d, blocks + i * kBlock + lane));
+        auto term = hn::Mul(difference, difference);
+        if constexpr (kWeighted) {
+          term = hn::Mul(hn::Set(d, weights[i]), term);
         }
+        sum = hn::Add(sum, term);
       }
+      hn::Store(sum, d, sums + lane);
+      // Never NaN.
+      least_in_lanes = hn::IfThenElse(hn::Lt(sum, least_in_lanes), sum, least_in_lanes);
     }
   }
+  return hn::GetLane(hn::MinOfLanes(d, least_in_lanes));
 }
 
-template <bool kWeighted, bool kRoot>
-void ScanOfDimension(const double* chunk, std::size_t num_points, std::size_t dimension, const double* query,
-                     const double* weights, std::size_t first_index, NearestScan::Result& best) {
+template <bool kWeighted>
+float MeasureOfDimension(const float* blocks, std::size_t num_blocks, std::size_t dimension,
+                         const float* query, const float* weights, float least, float* sums) {
   switch (dimension) {
     case 3:
-      return ScanChunk<kWeighted, kRoot, 3>(chunk, num_points, dimension, query, weights, first_index, best);
+      return MeasureOf<kWeighted, 3>(blocks, num_blocks, dimension, query, weights, least, sums);
     case 6:
-      return ScanChunk<kWeighted, kRoot, 6>(chunk, num_points, dimension, query, weights, first_index, best);
+      return MeasureOf<kWeighted, 6>(blocks, num_blocks, dimension, query, weights, least, sums);
     case 7:
-      return ScanChunk<kWeighted, kRoot, 7>(chunk, num_points, dimension, query, weights, first_index, best);
+      return MeasureOf<kWeighted, 7>(blocks, num_blocks, dimension, query, weights, least, sums);
     default:
-      return ScanChunk<kWeighted, kRoot, 0>(chunk, num_points, dimension, query, weights, first_index, best);
+      return MeasureOf<kWeighted, 0>(blocks, num_blocks, dimension, query, weights, least, sums);
   }
 }
 
-void ScanL2(const double* chunk, std::size_t num_points, std::size_t dimension, const double* query,
-            const double* weights, std::size_t first_index, NearestScan::Result& best) {
-  ScanOfDimension<false, true>(chunk, num_points, dimension, query, weights, first_index, best);
+// Writes the sums of all points of some blocks. The least of them and of `least`.
+// \param weights Null for one.
+float Measure(const float* blocks, std::size_t num_blocks, std::size_t dimension, const float* query,
+              const float* weights, float least, float* sums) {
+  return weights == nullptr
+             ? MeasureOfDimension<false>(blocks, num_blocks, dimension, query, weights, least, sums)
+             : MeasureOfDimension<true>(blocks, num_blocks, dimension, query, weights, least, sums);
 }
 
-void ScanSquaredL2(const double* chunk, std::size_t num_points, std::size_t dimension, const double* query,
-                   const double* weights, std::size_t first_index, NearestScan::Result& best) {
-  ScanOfDimension<false, false>(chunk, num_points, dimension, query, weights, first_index, best);
-}
-
-void ScanWeightedSquaredL2(const double* chunk, std::size_t num_points, std::size_t dimension,
-                           const double* query, const double* weights, std::size_t first_index,
-                           NearestScan::Result& best) {
-  ScanOfDimension<true, false>(chunk, num_points, dimension, query, weights, first_index, best);
+// The first block from `first` on with a sum of at most `limit`, and which of its sums are; `num_blocks` if
+// there is none.
+std::size_t FindNear(const float* HWY_RESTRICT sums, std::size_t first, std::size_t num_blocks, float limit,
+                     std::uint32_t* near) {
+  const hn::CappedTag<float, kBlock> d;
+  const auto limit_in_lanes = hn::Set(d, limit);
+  *near = 0;
+  for (std::size_t block = first; block < num_blocks; ++block) {
+    for (std::size_t lane = 0; lane < kBlock; lane += hn::Lanes(d)) {
+      const auto is_near = hn::Le(hn::Load(d, sums + block * kBlock + lane), limit_in_lanes);
+      if (HWY_UNLIKELY(!hn::AllFalse(d, is_near))) {
+        std::uint8_t bits[8] = {};
+        hn::StoreMaskBits(d, is_near, bits);
+        *near |= static_cast<std::uint32_t>(bits[0]) << lane;
+      }
+    }
+    if (HWY_UNLIKELY(*near != 0)) {
+      return block;
+    }
+  }
+  return num_blocks;
 }
 
 }  // namespace kavo::planning::internal::HWY_NAMESPACE
@@ -109,50 +98,148 @@ HWY_AFTER_NAMESPACE();
 
 namespace kavo::planning::internal {
 
-HWY_EXPORT(ScanL2);
-HWY_EXPORT(ScanSquaredL2);
-HWY_EXPORT(ScanWeightedSquaredL2);
+HWY_EXPORT(Measure);
+HWY_EXPORT(FindNear);
 
 namespace {
 
-constexpr std::size_t kChunk = NearestScan::kBlock * NearestScan::kBlocksPerChunk;
+constexpr std::size_t kBlock = NearestScan::kBlock;
+constexpr std::size_t kChunk = kBlock * NearestScan::kBlocksPerChunk;
+
+template <typename T>
+hwy::AlignedFreeUniquePtr<T[]> Allocate(std::size_t count) {
+  auto memory = hwy::AllocateAligned<T>(count);
+  if (!memory) {
+    throw std::bad_alloc();
+  }
+  return memory;
+}
+
+double SizeOf(const double* point, std::size_t dimension) {
+  double size = 0.0;
+  for (std::size_t i = 0; i < dimension; ++i) {
+    size = std::max(size, std::fabs(point[i]));
+  }
+  return size;
+}
 
 }  // namespace
 
+NearestScan::NearestScan(Metric metric, std::size_t dimension, const double* weights)
+    : metric_(metric), dimension_(dimension) {
+  for (std::size_t i = 0; i < dimension; ++i) {
+    const double weight = metric == Metric::kWeightedSquaredL2 ? weights[i] : 1.0;
+    // Of negative weights nothing can be said.
+    sum_of_weights_ += weight >= 0.0 ? weight : std::numeric_limits<double>::infinity();
+    weights_.push_back(weight);
+    scan_weights_.push_back(static_cast<float>(std::min(weight, 1e30)));
+  }
+}
+
+void NearestScan::Clear() {
+  size_ = 0;
+  largest_ = 0.0;
+}
+
 void NearestScan::Append(const double* point) {
   const std::size_t in_chunk = size_ % kChunk;
-  const std::size_t chunk = size_ / kChunk;
-  if (chunk == chunks_.size()) {
-    auto memory = hwy::AllocateAligned<double>(kChunk * std::max<std::size_t>(dimension_, 1));
-    if (!memory) {
-      throw std::bad_alloc();
+  const std::size_t place = in_chunk % kBlock;
+  if (size_ / kChunk == chunks_.size()) {
+    const std::size_t count = kChunk * std::max<std::size_t>(dimension_, 1);
+    chunks_.push_back({Allocate<float>(count), Allocate<double>(count)});
+    if (chunks_.size() > sums_in_chunks_) {
+      sums_in_chunks_ = 2 * chunks_.size();
+      sums_ = Allocate<float>(sums_in_chunks_ * kChunk);
     }
-    chunks_.push_back(std::move(memory));
   }
-  double* const block = chunks_[chunk].get() + in_chunk / kBlock * kBlock * dimension_;
-  if (in_chunk % kBlock == 0) {
-    std::fill_n(block, kBlock * dimension_, std::numeric_limits<double>::quiet_NaN());
+  const Chunk& chunk = chunks_[size_ / kChunk];
+  float* const block = chunk.blocks.get() + (in_chunk - place) * dimension_;
+  if (place == 0) {
+    std::fill_n(block, kBlock * dimension_, std::numeric_limits<float>::quiet_NaN());
   }
+  double* const exact = chunk.points.get() + in_chunk * dimension_;
   for (std::size_t i = 0; i < dimension_; ++i) {
-    block[i * kBlock + in_chunk % kBlock] = point[i];
+    exact[i] = point[i];
+    block[i * kBlock + place] = static_cast<float>(point[i]);
+    largest_ = std::max(largest_, std::fabs(point[i]));
   }
   ++size_;
 }
 
-NearestScan::Result NearestScan::Closest(Metric metric, const double* query, const double* weights) const {
+const double* NearestScan::Point(std::size_t index) const {
+  return chunks_[index / kChunk].points.get() + index % kChunk * dimension_;
+}
+
+double NearestScan::Sum(std::size_t index, const double* query) const {
+  const double* const point = Point(index);
   double sum = 0.0;
   for (std::size_t i = 0; i < dimension_; ++i) {
-    const double difference = chunks_[0][i * kBlock] - query[i];
+    const double difference = point[i] - query[i];
     const double term = difference * difference;
-    sum += metric == Metric::kWeightedSquaredL2 ? weights[i] * term : term;
+    sum += metric_ == Metric::kWeightedSquaredL2 ? weights_[i] * term : term;
   }
-  Result best{0, metric == Metric::kL2 ? std::sqrt(sum) : sum, sum};
-  const auto scan = metric == Metric::kL2          ? &HWY_DYNAMIC_DISPATCH(ScanL2)
-                    : metric == Metric::kSquaredL2 ? &HWY_DYNAMIC_DISPATCH(ScanSquaredL2)
-                                                   : &HWY_DYNAMIC_DISPATCH(ScanWeightedSquaredL2);
-  for (std::size_t begin = 0; begin < size_; begin += kChunk) {
-    scan(chunks_[begin / kChunk].get(), std::min(kChunk, size_ - begin), dimension_, query, weights, begin,
-         best);
+  return sum;
+}
+
+// Goes over to a point that is strictly nearer than the best one so far.
+void NearestScan::Consider(std::size_t index, const double* query, Result& best) const {
+  const double sum = Sum(index, query);
+  if (sum < best.sum) {
+    // Different sums may have one root. The plain loop compares roots, so the earlier point keeps its place.
+    const double distance = metric_ == Metric::kL2 ? std::sqrt(sum) : sum;
+    if (best.distance > distance) {
+      best = {index, distance, sum};
+    }
+  }
+}
+
+NearestScan::Result NearestScan::Closest(const double* query) const {
+  const double sum = Sum(0, query);
+  Result best{0, metric_ == Metric::kL2 ? std::sqrt(sum) : sum, sum};
+  const double largest = std::max(largest_, SizeOf(query, dimension_));
+  // What single precision cannot hold is measured point by point.
+  constexpr std::size_t kMostCoordinates = 64;
+  if (!(largest * largest * sum_of_weights_ <= 1e34) || !(sum_of_weights_ <= 1e30) ||
+      dimension_ > kMostCoordinates) {
+    for (std::size_t i = 0; i < size_; ++i) {
+      Consider(i, query, best);
+    }
+    return best;
+  }
+  float scan_query[kMostCoordinates];
+  for (std::size_t i = 0; i < dimension_; ++i) {
+    scan_query[i] = static_cast<float>(query[i]);
+  }
+  const float* const weights = metric_ == Metric::kWeightedSquaredL2 ? scan_weights_.data() : nullptr;
+  const std::size_t num_blocks = (size_ + kBlock - 1) / kBlock;
+  float least = std::numeric_limits<float>::max();
+  for (std::size_t first = 0; first < num_blocks; first += kBlocksPerChunk) {
+    least = HWY_DYNAMIC_DISPATCH(Measure)(chunks_[first / kBlocksPerChunk].blocks.get(),
+                                          std::min(kBlocksPerChunk, num_blocks - first), dimension_,
+                                          scan_query, weights, least, sums_.get() + first * kBlock);
+  }
+
+  // Each difference is off by less than 2^-22 of the largest coordinate, and each rounding of the sum costs
+  // 2^-24 of it. What is lost to numbers too small for single precision is less than the least of them. So
+  // there is a point with a true sum of at most the first bound, and none with a single-precision sum above
+  // the second is as near as that.
+  const double off = std::sqrt(sum_of_weights_) * 0x1p-22 * largest;
+  const double roundings = 1.0 + (static_cast<double>(dimension_) + 8.0) * 0x1p-22;
+  double bound = least;
+  for (int i = 0; i < 2; ++i) {
+    const double distance = std::sqrt(bound) + off;
+    bound = distance * distance * roundings + double{std::numeric_limits<float>::min()};
+  }
+  const auto limit = static_cast<float>(std::min(bound, double{std::numeric_limits<float>::max()}));
+  std::uint32_t near = 0;
+  const auto find_near = HWY_DYNAMIC_DISPATCH(FindNear);
+  for (std::size_t block = find_near(sums_.get(), 0, num_blocks, limit, &near); block < num_blocks;
+       block = find_near(sums_.get(), block + 1, num_blocks, limit, &near)) {
+    for (std::size_t place = 0; near >> place != 0; ++place) {
+      if (((near >> place) & 1u) != 0) {
+        Consider(block * kBlock + place, query, best);
+      }
+    }
   }
   return best;
 }
