@@ -99,8 +99,9 @@ HWY_NOINLINE std::uint32_t RunStep(D d, const LaneStep& step, const double* coor
   const V sign_w = hn::Set(d, step.sign[2]);
   std::uint32_t too_large = 0;
   for (std::size_t lane = 0; lane < num_lanes; lane += hn::Lanes(d)) {
-    const V value = Value(d, step, coordinates + step.coordinate * kNumLanes + lane);
-    const auto in_range = hn::Le(hn::Abs(value), hn::Set(d, LaneSweep::kLargestValue));
+    const V any_value = Value(d, step, coordinates + step.coordinate * kNumLanes + lane);
+    const auto in_range = hn::Le(hn::Abs(any_value), hn::Set(d, LaneSweep::kLargestValue));
+    const V value = hn::IfThenElseZero(in_range, any_value);
     if (HWY_UNLIKELY(!hn::AllTrue(d, in_range))) {
       std::uint8_t bits[8] = {};
       hn::StoreMaskBits(d, hn::Not(in_range), bits);
@@ -307,6 +308,8 @@ void LaneSweep::setBase(const math::RigidTransform& base) {
       }
     }
     const double error = (kUnitsInStep * way.num_steps + kUnitsInPoint) * kUnit;
+    // To spare, so that rounding takes nothing away.
+    places_[i].reach = ToFloat(2.0 * way.length);
     places_[i].turn_error = ToFloat(error);
     places_[i].shift_error = ToFloat(error * way.length);
   }

@@ -22,6 +22,8 @@ struct alignas(64) LaneTransforms {
   }
 
   float entries[3 * kRow];
+  //! No coordinate of the translation is larger in any lane.
+  float reach = 0.0f;
   //! A point of the frame is placed to within `shift_error` + `turn_error` * (|x| + |y| + |z|) of where it
   //! is (metres).
   float shift_error = 0.0f;

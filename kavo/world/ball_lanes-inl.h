@@ -54,31 +54,26 @@ HWY_INLINE void PlaceBound(D d, std::size_t num_lanes, BallCluster::Data& data) 
   const math::LaneTransforms& part = *data.part;
   data.num_lanes = num_lanes;
   data.has_balls = false;
+  const float length = part.reach + data.extent;
+  data.margin = BallCluster::kMargin * length + part.shift_error + part.turn_error * data.extent;
+  data.is_plain = length <= BallCluster::kLargestLength && data.margin <= BallCluster::kLargestLength;
   const auto x = hn::Set(d, data.center[0]);
   const auto y = hn::Set(d, data.center[1]);
   const auto z = hn::Set(d, data.center[2]);
-  float length = data.extent;
-  auto nothing = hn::Zero(d);
   for (std::size_t axis = 0; axis < 3; ++axis) {
     const float* const row = part.entries + axis * math::LaneTransforms::kRow;
-    auto low = hn::Set(d, BallCluster::kLargestLength);
-    auto high = hn::Set(d, -BallCluster::kLargestLength);
-    for (std::size_t lane = 0; lane < num_lanes; lane += hn::Lanes(d)) {
+    auto low = Place(d, row, x, y, z);
+    auto high = low;
+    hn::Store(low, d, data.bound + axis * kNumLanes);
+    for (std::size_t lane = hn::Lanes(d); lane < num_lanes; lane += hn::Lanes(d)) {
       const auto center = Place(d, row + lane, x, y, z);
       low = hn::Min(low, center);
       high = hn::Max(high, center);
-      nothing = hn::Add(nothing, hn::Mul(center, hn::Zero(d)));
       hn::Store(center, d, data.bound + axis * kNumLanes + lane);
     }
     data.low[axis] = hn::GetLane(hn::MinOfLanes(d, low));
     data.high[axis] = hn::GetLane(hn::MaxOfLanes(d, high));
-    const float reach = data.high[axis] > -data.low[axis] ? data.high[axis] : -data.low[axis];
-    length += reach;
   }
-  data.margin = BallCluster::kMargin * length + part.shift_error + part.turn_error * data.extent;
-  // Infinity and NaN, which a minimum may lose, leave a trace in the sum of nothing.
-  data.is_plain = length <= BallCluster::kLargestLength && data.margin <= BallCluster::kLargestLength &&
-                  hn::AllTrue(d, hn::Eq(nothing, hn::Zero(d)));
 }
 
 // Places the balls in all lanes, once for a placement.

@@ -2,7 +2,7 @@
 
 #include <Eigen/Core>
 #include <cmath>
-#include <cstdint>
+#include <limits>
 
 // Sums run over the coordinates in order: Eigen's own reductions group their terms by the vector width of the
 // target, and so differ in the last bit from machine to machine.
@@ -66,19 +66,16 @@ inline Eigen::VectorXd StepToward(const Eigen::VectorXd& from, const Eigen::Vect
 //! Adds `step` to `q`. False when a walk must end there: the step is too short to change any coordinate, so
 //! that it would never end, or leads beyond the finite numbers.
 inline bool Advance(const Eigen::VectorXd& step, Eigen::VectorXd& q) {
-  // As wide as the numbers, so that compilers take several at once.
-  std::uint64_t moved = 0;
-  std::uint64_t lost = 0;
   double* const coordinates = q.data();
   const double* const steps = step.data();
+  double change = 0.0;
   for (Eigen::Index i = 0; i < q.size(); ++i) {
     const double next = coordinates[i] + steps[i];
-    moved |= next != coordinates[i] ? 1u : 0u;
-    // Infinity and NaN less themselves are NaN.
-    lost |= next - next == 0.0 ? 0u : 1u;
+    change += std::fabs(next - coordinates[i]);
     coordinates[i] = next;
   }
-  return (moved & ~lost) != 0;
+  // Infinite or NaN if a coordinate is.
+  return change > 0.0 && change <= std::numeric_limits<double>::max();
 }
 
 }  // namespace kavo::planning::internal
