@@ -84,10 +84,10 @@ HWY_INLINE hn::Vec<D> Origin(D d, const LaneStep& step, const float* base) {
   return origin;
 }
 
-template <std::size_t kNumTerms, bool kIsGeneral, bool kIsRevolute, class D>
-HWY_NOINLINE std::uint32_t RunStep(D d, const LaneStep& step, const double* coordinates,
-                                   std::size_t num_lanes) {
-  using V = hn::Vec<D>;
+template <std::size_t kNumTerms, bool kIsGeneral, bool kIsRevolute, std::size_t kLanes>
+std::uint32_t RunStep(const LaneStep& step, const double* coordinates) {
+  const hn::CappedTag<float, kLanes> d;
+  using V = hn::Vec<decltype(d)>;
   const float* const base_entries = step.base->entries;
   float* const out_entries = step.out->entries;
   const std::size_t to_u = step.to[0];
@@ -98,7 +98,7 @@ HWY_NOINLINE std::uint32_t RunStep(D d, const LaneStep& step, const double* coor
   const V sign_v = hn::Set(d, step.sign[1]);
   const V sign_w = hn::Set(d, step.sign[2]);
   std::uint32_t too_large = 0;
-  for (std::size_t lane = 0; lane < num_lanes; lane += hn::Lanes(d)) {
+  for (std::size_t lane = 0; lane < kLanes; lane += hn::Lanes(d)) {
     const V any_value = Value(d, step, coordinates + step.coordinate * kNumLanes + lane);
     const auto in_range = hn::Le(hn::Abs(any_value), hn::Set(d, LaneSweep::kLargestValue));
     const V value = hn::IfThenElseZero(in_range, any_value);
@@ -161,39 +161,26 @@ HWY_NOINLINE std::uint32_t RunStep(D d, const LaneStep& step, const double* coor
   return too_large;
 }
 
-template <bool kIsRevolute, class D>
-HWY_INLINE std::uint32_t RunStepOf(D d, const LaneStep& step, const double* coordinates,
-                                   std::size_t num_lanes) {
+template <bool kIsRevolute, std::size_t kLanes>
+LaneStep::Run RunOf(const LaneStep& step) {
   if (step.is_general) {
-    return RunStep<3, true, kIsRevolute>(d, step, coordinates, num_lanes);
+    return &RunStep<3, true, kIsRevolute, kLanes>;
   }
   switch (step.num_terms) {
     case 0:
-      return RunStep<0, false, kIsRevolute>(d, step, coordinates, num_lanes);
+      return &RunStep<0, false, kIsRevolute, kLanes>;
     case 1:
-      return RunStep<1, false, kIsRevolute>(d, step, coordinates, num_lanes);
+      return &RunStep<1, false, kIsRevolute, kLanes>;
     case 2:
-      return RunStep<2, false, kIsRevolute>(d, step, coordinates, num_lanes);
+      return &RunStep<2, false, kIsRevolute, kLanes>;
     default:
-      return RunStep<3, false, kIsRevolute>(d, step, coordinates, num_lanes);
+      return &RunStep<3, false, kIsRevolute, kLanes>;
   }
 }
 
-template <class D>
-HWY_INLINE std::uint32_t RunSteps(D d, const LaneStep* steps, std::size_t count, const double* coordinates,
-                                  std::size_t num_lanes) {
-  std::uint32_t too_large = 0;
-  for (std::size_t i = 0; i < count; ++i) {
-    too_large |= steps[i].is_revolute ? RunStepOf<true>(d, steps[i], coordinates, num_lanes)
-                                      : RunStepOf<false>(d, steps[i], coordinates, num_lanes);
-  }
-  return too_large;
-}
-
-std::uint32_t Run(const LaneStep* steps, std::size_t count, const double* coordinates,
-                  std::size_t num_lanes) {
-  return num_lanes == 4 ? RunSteps(hn::CappedTag<float, 4>(), steps, count, coordinates, 4)
-                        : RunSteps(hn::CappedTag<float, kNumLanes>(), steps, count, coordinates, kNumLanes);
+void ChooseRun(LaneStep& step) {
+  step.run_four = step.is_revolute ? RunOf<true, 4>(step) : RunOf<false, 4>(step);
+  step.run_all = step.is_revolute ? RunOf<true, kNumLanes>(step) : RunOf<false, kNumLanes>(step);
 }
 
 }  // namespace
@@ -204,7 +191,7 @@ HWY_AFTER_NAMESPACE();
 
 namespace kavo::kinematics::internal {
 
-HWY_EXPORT(Run);
+HWY_EXPORT(ChooseRun);
 
 namespace {
 
@@ -262,11 +249,11 @@ LaneStep MakeStep(const Kinematics::Step& step) {
 
 LaneSweep::LaneSweep(const Kinematics::Plan& plan) : places_(plan.steps.size() + 1) {
   hwy::GetChosenTarget().Update(hwy::SupportedTargets());
-  run_ = &HWY_DYNAMIC_DISPATCH(Run);
   for (std::size_t i = 0; i < plan.steps.size(); ++i) {
     steps_.push_back(MakeStep(plan.steps[i]));
     steps_.back().base = &places_[static_cast<std::size_t>(plan.steps[i].parent + 1)];
     steps_.back().out = &places_[i + 1];
+    HWY_DYNAMIC_DISPATCH(ChooseRun)(steps_.back());
   }
   for (const Kinematics::Attachment& frame : plan.frames) {
     frames_.push_back({&places_[static_cast<std::size_t>(frame.slot + 1)], frame.offset.transform});

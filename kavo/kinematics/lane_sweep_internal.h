@@ -14,6 +14,12 @@ namespace kavo::kinematics::internal {
 //! One step of a kinematic program as the lanes run it: out = base * offset, then the motion of the joint.
 //! Everything that does not change is worked out beforehand.
 struct LaneStep {
+  //! Runs such a step; see `LaneSweep::compute`.
+  using Run = std::uint32_t (*)(const LaneStep& step, const double* coordinates);
+
+  //! For four lanes and for all.
+  Run run_four = nullptr;
+  Run run_all = nullptr;
   bool is_revolute = true;
   //! A rotation that takes axes to axes only picks columns; any other is multiplied by `rotation`.
   bool is_general = false;
@@ -75,14 +81,15 @@ class KAVO_EXPORT LaneSweep {
   //! \param num_lanes 4 or `math::kNumLanes`; lanes beyond are not placed.
   //! \return The lanes in which the placement means nothing, because a joint's value is too large or none.
   std::uint32_t compute(const double* coordinates, std::size_t num_lanes) {
-    return run_(steps_.data(), steps_.size(), coordinates, num_lanes);
+    const auto run = num_lanes == 4 ? &LaneStep::run_four : &LaneStep::run_all;
+    std::uint32_t too_large = 0;
+    for (const LaneStep& step : steps_) {
+      too_large |= (step.*run)(step, coordinates);
+    }
+    return too_large;
   }
 
  private:
-  using RunFunction = std::uint32_t (*)(const LaneStep* steps, std::size_t count, const double* coordinates,
-                                        std::size_t num_lanes);
-
-  RunFunction run_;
   std::vector<LaneStep> steps_;
   // Where the base is, and after it one place for each step.
   std::vector<math::LaneTransforms> places_;

@@ -38,20 +38,19 @@ class Separation {
       : tree_(tree), geometry_(tree.DistanceGeometry()), reach_(Length(reach)) {}
 
   // Whether the tree may be within reach of `q`, the next configuration of the walk.
-  bool MayHaveClosed(const Eigen::VectorXd& q) {
-    if (geometry_ == Tree::Geometry::kUnknown) {
+  // \param previous The one before, where the walk came from.
+  bool MayHaveClosed(const Eigen::VectorXd& previous, const Eigen::VectorXd& q) {
+    if (geometry_ == Tree::Geometry::kUnknown || !is_known_) {
       return true;
     }
-    if (q_.size() > 0) {
-      distance_ -= Length(tree_.Distance(q_, q)) + slack_;
-    }
-    q_ = q;
+    distance_ -= Length(tree_.Distance(previous, q)) + slack_;
     // So that NaN is no reason to skip the search.
     return !(distance_ > reach_);
   }
 
   // The distance of the tree from the last configuration.
   void Set(double distance) {
+    is_known_ = true;
     distance_ = Length(distance);
     // Far above what rounding may cost in one step.
     slack_ = 1e-12 * distance_;
@@ -65,7 +64,7 @@ class Separation {
   const Tree& tree_;
   Tree::Geometry geometry_;
   double reach_;
-  Eigen::VectorXd q_;
+  bool is_known_ = false;
   double distance_ = 0.0;
   double slack_ = 0.0;
 };
@@ -196,20 +195,24 @@ class RRTConnect final : public RRT {
     };
     look_ahead_.Start();
     Separation separation(TreeB(), config_.edge_length);
-    while (!ShouldStop() && look_ahead_.IsValid(q_new, advance)) {
-      parent = TreeA().Adopt(Node(q_new, parent));
-      problem_.last_configuration_a = q_new;
-      if (separation.MayHaveClosed(q_new)) {
+    bool goes_on = true;
+    bool is_extended = false;
+    while (goes_on && !ShouldStop() && look_ahead_.IsValid(q_new, advance)) {
+      std::shared_ptr<Node> node = TreeA().Adopt(Node(q_new, parent));
+      if (separation.MayHaveClosed(parent->Configuration(), q_new)) {
         const ClosestNode closest = TreeB().GetClosest(q_new);
         separation.Set(closest.distance);
         if (closest.distance <= config_.edge_length) {
-          problem_.connection_a = parent;
+          problem_.connection_a = node;
           problem_.connection_b = closest.node;
         }
       }
-      if (IsConnected() || !look_ahead_.Next(q_new, advance)) {
-        return;
-      }
+      parent = std::move(node);
+      is_extended = true;
+      goes_on = !IsConnected() && look_ahead_.Next(q_new, advance);
+    }
+    if (is_extended) {
+      problem_.last_configuration_a = parent->Configuration();
     }
   }
 

@@ -158,11 +158,14 @@ void NearestScan::Append(const double* point) {
     std::fill_n(block, kBlock * dimension_, std::numeric_limits<float>::quiet_NaN());
   }
   double* const exact = chunk.points.get() + in_chunk * dimension_;
-  for (std::size_t i = 0; i < dimension_; ++i) {
+  const std::size_t dimension = dimension_;
+  double largest = largest_;
+  for (std::size_t i = 0; i < dimension; ++i) {
     exact[i] = point[i];
     block[i * kBlock + place] = static_cast<float>(point[i]);
-    largest_ = std::max(largest_, std::fabs(point[i]));
+    largest = std::max(largest, std::fabs(point[i]));
   }
+  largest_ = largest;
   ++size_;
 }
 
