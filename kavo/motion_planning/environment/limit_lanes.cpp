@@ -15,11 +15,11 @@ namespace kavo::planning::internal::HWY_NAMESPACE {
 
 namespace hn = hwy::HWY_NAMESPACE;
 
-std::uint32_t WithinInLanes(const double* coordinates, std::size_t dimension, const double* min,
-                            const double* max) {
-  const hn::CappedTag<double, math::kNumLanes> d;
+std::uint32_t WithinInLanes(const double* coordinates, std::size_t dimension, std::size_t num_lanes,
+                            const double* min, const double* max) {
+  const hn::CappedTag<double, 4> d;
   std::uint32_t within = 0;
-  for (std::size_t lane = 0; lane < math::kNumLanes; lane += hn::Lanes(d)) {
+  for (std::size_t lane = 0; lane < num_lanes; lane += hn::Lanes(d)) {
     auto in = hn::Not(hn::FirstN(d, 0));
     for (std::size_t i = 0; i < dimension; ++i) {
       const auto q = hn::LoadU(d, coordinates + i * math::kNumLanes + lane);
@@ -52,21 +52,19 @@ LimitLanes::LimitLanes(const Eigen::VectorXd& min, const Eigen::VectorXd& max)
 }
 
 std::uint32_t LimitLanes::TakeIn(const double* batch, std::ptrdiff_t stride, int count) {
-  constexpr int kAll = static_cast<int>(math::kNumLanes);
-  double* lanes = coordinates_.data();
-  for (std::size_t i = 0; i < min_.size(); ++i, ++batch, lanes += kAll) {
-    if (count == kAll) {
-      for (int k = 0; k < kAll; ++k) {
-        lanes[k] = batch[k * stride];
-      }
-    } else {
-      for (int k = 0; k < count; ++k) {
-        lanes[k] = batch[k * stride];
-      }
-      std::fill(lanes + count, lanes + kAll, lanes[count - 1]);
+  const double* HWY_RESTRICT places[math::kNumLanes];
+  for (std::size_t k = 0; k < math::kNumLanes; ++k) {
+    places[k] = batch + std::min(static_cast<std::ptrdiff_t>(k), std::ptrdiff_t{count} - 1) * stride;
+  }
+  double* HWY_RESTRICT lanes = coordinates_.data();
+  const std::size_t dimension = min_.size();
+  for (std::size_t i = 0; i < dimension; ++i, lanes += math::kNumLanes) {
+    for (std::size_t k = 0; k < math::kNumLanes; ++k) {
+      lanes[k] = places[k][i];
     }
   }
-  return HWY_DYNAMIC_DISPATCH(WithinInLanes)(coordinates_.data(), min_.size(), min_.data(), max_.data()) &
+  return HWY_DYNAMIC_DISPATCH(WithinInLanes)(coordinates_.data(), dimension, count <= 4 ? 4 : math::kNumLanes,
+                                             min_.data(), max_.data()) &
          ((1u << count) - 1u);
 }
 
