@@ -65,13 +65,60 @@ template <class D>
 HWY_INLINE hn::Vec<D> Value(D d, const LaneStep& step, const double* coordinate) {
   const hn::CappedTag<double, 4> dd;
   const hn::Rebind<float, decltype(dd)> df;
-  HWY_ALIGN float values[kNumLanes];
-  for (std::size_t lane = 0; lane < hn::Lanes(d); lane += hn::Lanes(dd)) {
-    const auto value = hn::Add(hn::Mul(hn::LoadU(dd, coordinate + lane), hn::Set(dd, step.multiplier)),
-                               hn::Set(dd, step.summand));
-    hn::Store(hn::DemoteTo(df, value), df, values + lane);
+  const auto value = [&](std::size_t lane) {
+    return hn::DemoteTo(df, hn::Add(hn::Mul(hn::LoadU(dd, coordinate + lane), hn::Set(dd, step.multiplier)),
+                                    hn::Set(dd, step.summand)));
+  };
+#if HWY_TARGET != HWY_SCALAR && !HWY_HAVE_SCALABLE
+  if constexpr (hn::MaxLanes(D()) == hn::MaxLanes(decltype(dd)())) {
+    return value(0);
+  } else if constexpr (hn::MaxLanes(D()) == 2 * hn::MaxLanes(decltype(dd)())) {
+    return hn::Combine(d, value(hn::Lanes(dd)), value(0));
+  } else
+#endif
+  {
+    HWY_ALIGN float values[kNumLanes];
+    for (std::size_t lane = 0; lane < hn::Lanes(d); lane += hn::Lanes(dd)) {
+      hn::Store(value(lane), df, values + lane);
+    }
+    return hn::Load(d, values);
   }
-  return hn::Load(d, values);
+}
+
+// Works out the motions of all joints; see `LaneSweep::compute`. Apart from the steps: one sine takes long,
+// but many of them can be under way at a time.
+template <std::size_t kLanes>
+HWY_INLINE std::uint32_t MoveLanes(const LaneStep* steps, std::size_t count, const double* coordinates) {
+  const hn::CappedTag<float, kLanes> d;
+  using V = hn::Vec<decltype(d)>;
+  std::uint32_t too_large = 0;
+  for (const LaneStep* step = steps; step != steps + count; ++step) {
+    for (std::size_t lane = 0; lane < kLanes; lane += hn::Lanes(d)) {
+      const V any_value = Value(d, *step, coordinates + step->coordinate * kNumLanes + lane);
+      const auto in_range = hn::Le(hn::Abs(any_value), hn::Set(d, LaneSweep::kLargestValue));
+      const V value = hn::IfThenElseZero(in_range, any_value);
+      if (HWY_UNLIKELY(!hn::AllTrue(d, in_range))) {
+        std::uint8_t bits[8] = {};
+        hn::StoreMaskBits(d, hn::Not(in_range), bits);
+        too_large |= static_cast<std::uint32_t>(bits[0]) << lane;
+      }
+      if (step->is_revolute) {
+        V sin, cos;
+        SinCos(d, value, sin, cos);
+        hn::Store(hn::Mul(sin, hn::Set(d, step->turn_sign)), d, step->sine + lane);
+        hn::Store(cos, d, step->cosine + lane);
+      } else {
+        hn::Store(value, d, step->sine + lane);
+      }
+    }
+  }
+  return too_large;
+}
+
+std::uint32_t Move(const LaneStep* steps, std::size_t count, const double* coordinates,
+                   std::size_t num_lanes) {
+  return num_lanes == 4 ? MoveLanes<4>(steps, count, coordinates)
+                        : MoveLanes<kNumLanes>(steps, count, coordinates);
 }
 
 // The last column of one row of base * offset: only the terms that are not zero are added.
@@ -85,7 +132,7 @@ HWY_INLINE hn::Vec<D> Origin(D d, const LaneStep& step, const float* base) {
 }
 
 template <std::size_t kNumTerms, bool kIsGeneral, bool kIsRevolute, std::size_t kLanes>
-std::uint32_t RunStep(const LaneStep& step, const double* coordinates) {
+void RunStep(const LaneStep& step) {
   const hn::CappedTag<float, kLanes> d;
   using V = hn::Vec<decltype(d)>;
   const float* const base_entries = step.base->entries;
@@ -97,35 +144,25 @@ std::uint32_t RunStep(const LaneStep& step, const double* coordinates) {
   const V sign_u = hn::Set(d, step.sign[0]);
   const V sign_v = hn::Set(d, step.sign[1]);
   const V sign_w = hn::Set(d, step.sign[2]);
-  std::uint32_t too_large = 0;
   for (std::size_t lane = 0; lane < kLanes; lane += hn::Lanes(d)) {
-    const V any_value = Value(d, step, coordinates + step.coordinate * kNumLanes + lane);
-    const auto in_range = hn::Le(hn::Abs(any_value), hn::Set(d, LaneSweep::kLargestValue));
-    const V value = hn::IfThenElseZero(in_range, any_value);
-    if (HWY_UNLIKELY(!hn::AllTrue(d, in_range))) {
-      std::uint8_t bits[8] = {};
-      hn::StoreMaskBits(d, hn::Not(in_range), bits);
-      too_large |= static_cast<std::uint32_t>(bits[0]) << lane;
-    }
+    const V motion = hn::Load(d, step.sine + lane);
     V cos_u = sign_u;
     V cos_v = sign_v;
     V sin_u = sign_u;
     V sin_v = sign_v;
-    V slide_x = value;
-    V slide_y = value;
-    V slide_z = value;
+    V slide_x = motion;
+    V slide_y = motion;
+    V slide_z = motion;
     if constexpr (kIsRevolute) {
-      V sin, cos;
-      SinCos(d, value, sin, cos);
-      sin = hn::Mul(sin, hn::Set(d, step.turn_sign));
+      const V cos = hn::Load(d, step.cosine + lane);
       cos_u = hn::Mul(cos, sign_u);
-      sin_u = hn::Mul(sin, sign_u);
+      sin_u = hn::Mul(motion, sign_u);
       cos_v = hn::Mul(cos, sign_v);
-      sin_v = hn::Mul(sin, sign_v);
+      sin_v = hn::Mul(motion, sign_v);
     } else {
-      slide_x = hn::Mul(value, hn::Set(d, step.slide[0]));
-      slide_y = hn::Mul(value, hn::Set(d, step.slide[1]));
-      slide_z = hn::Mul(value, hn::Set(d, step.slide[2]));
+      slide_x = hn::Mul(motion, hn::Set(d, step.slide[0]));
+      slide_y = hn::Mul(motion, hn::Set(d, step.slide[1]));
+      slide_z = hn::Mul(motion, hn::Set(d, step.slide[2]));
     }
     const float* base = base_entries + lane;
     float* out = out_entries + lane;
@@ -158,7 +195,6 @@ std::uint32_t RunStep(const LaneStep& step, const double* coordinates) {
       hn::Store(origin, d, out + 3 * kNumLanes);
     }
   }
-  return too_large;
 }
 
 template <bool kIsRevolute, std::size_t kLanes>
@@ -192,6 +228,7 @@ HWY_AFTER_NAMESPACE();
 namespace kavo::kinematics::internal {
 
 HWY_EXPORT(ChooseRun);
+HWY_EXPORT(Move);
 
 namespace {
 
@@ -247,12 +284,16 @@ LaneStep MakeStep(const Kinematics::Step& step) {
 
 }  // namespace
 
-LaneSweep::LaneSweep(const Kinematics::Plan& plan) : places_(plan.steps.size() + 1) {
+LaneSweep::LaneSweep(const Kinematics::Plan& plan)
+    : motions_(plan.steps.size()), places_(plan.steps.size() + 1) {
   hwy::GetChosenTarget().Update(hwy::SupportedTargets());
+  move_ = &HWY_DYNAMIC_DISPATCH(Move);
   for (std::size_t i = 0; i < plan.steps.size(); ++i) {
     steps_.push_back(MakeStep(plan.steps[i]));
     steps_.back().base = &places_[static_cast<std::size_t>(plan.steps[i].parent + 1)];
     steps_.back().out = &places_[i + 1];
+    steps_.back().sine = motions_[i].sine;
+    steps_.back().cosine = motions_[i].cosine;
     HWY_DYNAMIC_DISPATCH(ChooseRun)(steps_.back());
   }
   for (const Kinematics::Attachment& frame : plan.frames) {

@@ -14,8 +14,8 @@ namespace kavo::kinematics::internal {
 //! One step of a kinematic program as the lanes run it: out = base * offset, then the motion of the joint.
 //! Everything that does not change is worked out beforehand.
 struct LaneStep {
-  //! Runs such a step; see `LaneSweep::compute`.
-  using Run = std::uint32_t (*)(const LaneStep& step, const double* coordinates);
+  //! Runs such a step where the motion of its joint is known.
+  using Run = void (*)(const LaneStep& step);
 
   //! For four lanes and for all.
   Run run_four = nullptr;
@@ -27,6 +27,9 @@ struct LaneStep {
   std::uint8_t num_terms = 0;
   const math::LaneTransforms* base = nullptr;
   math::LaneTransforms* out = nullptr;
+  //! Motion of the joint, in all lanes: sine (with `turn_sign`) and cosine, or the value of a sliding one.
+  float* sine = nullptr;
+  float* cosine = nullptr;
   //! The joint's value is multiplier * coordinate + summand.
   std::size_t coordinate = 0;
   double multiplier = 1.0;
@@ -81,16 +84,26 @@ class KAVO_EXPORT LaneSweep {
   //! \param num_lanes 4 or `math::kNumLanes`; lanes beyond are not placed.
   //! \return The lanes in which the placement means nothing, because a joint's value is too large or none.
   std::uint32_t compute(const double* coordinates, std::size_t num_lanes) {
+    const std::uint32_t too_large = move_(steps_.data(), steps_.size(), coordinates, num_lanes);
     const auto run = num_lanes == 4 ? &LaneStep::run_four : &LaneStep::run_all;
-    std::uint32_t too_large = 0;
     for (const LaneStep& step : steps_) {
-      too_large |= (step.*run)(step, coordinates);
+      (step.*run)(step);
     }
     return too_large;
   }
 
  private:
+  using MoveFunction = std::uint32_t (*)(const LaneStep* steps, std::size_t count, const double* coordinates,
+                                         std::size_t num_lanes);
+
+  MoveFunction move_;
   std::vector<LaneStep> steps_;
+  // What the joints of the steps do.
+  struct alignas(64) Motion {
+    float sine[math::kNumLanes];
+    float cosine[math::kNumLanes];
+  };
+  std::vector<Motion> motions_;
   // Where the base is, and after it one place for each step.
   std::vector<math::LaneTransforms> places_;
   std::vector<Frame> frames_;

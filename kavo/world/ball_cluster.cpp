@@ -21,9 +21,9 @@ void BallsTouch(D d, BallCluster::Data& a, BallCluster::Data& b, BallCluster::Co
   using V = hn::Vec<D>;
   const float margin = a.margin + b.margin;
   const auto distances = [&](const float* p, const float* q, std::size_t lane) {
-    const V x = hn::Sub(hn::LoadU(d, p + lane), hn::LoadU(d, q + lane));
-    const V y = hn::Sub(hn::LoadU(d, p + kNumLanes + lane), hn::LoadU(d, q + kNumLanes + lane));
-    const V z = hn::Sub(hn::LoadU(d, p + 2 * kNumLanes + lane), hn::LoadU(d, q + 2 * kNumLanes + lane));
+    const V x = hn::Sub(hn::Load(d, p + lane), hn::Load(d, q + lane));
+    const V y = hn::Sub(hn::Load(d, p + kNumLanes + lane), hn::Load(d, q + kNumLanes + lane));
+    const V z = hn::Sub(hn::Load(d, p + 2 * kNumLanes + lane), hn::Load(d, q + 2 * kNumLanes + lane));
     return hn::Add(hn::Add(hn::Mul(x, x), hn::Mul(y, y)), hn::Mul(z, z));
   };
   const Reach bounds(a.radius + b.radius, margin);
@@ -41,7 +41,7 @@ void BallsTouch(D d, BallCluster::Data& a, BallCluster::Data& b, BallCluster::Co
       const Reach reach(a.balls[4 * i + 3] + b.balls[4 * k + 3], margin);
       std::uint32_t touching = 0;
       for (std::size_t lane = 0; lane < a.num_lanes; lane += hn::Lanes(d)) {
-        const V squared = distances(&a.placed[3 * kNumLanes * i], &b.placed[3 * kNumLanes * k], lane);
+        const V squared = distances(a.placed[i].values, b.placed[k].values, lane);
         touching |= Bits(d, hn::Le(squared, hn::Set(d, reach.touching))) << lane;
         contacts.unsure |= Bits(d, hn::Le(squared, hn::Set(d, reach.unsure))) << lane;
       }
@@ -90,7 +90,7 @@ BallCluster::BallCluster(const std::vector<math::Sphere>& balls, const math::Sph
     largest_extent = std::max(largest_extent, extent);
   }
   data_.extent = Rounded(largest_extent);
-  data_.placed.resize(3 * math::kNumLanes * balls.size());
+  data_.placed.resize(balls.size());
 }
 
 void BallCluster::addContactsWith(BallCluster& other, Contacts& contacts) {

@@ -73,8 +73,11 @@ class KAVO_EXPORT BallCluster {
     float extent = 0.0f;
     // Four numbers for each ball: centre and radius.
     std::vector<float> balls;
-    // The placed centres: x, y, z in all lanes, ball by ball. Filled when `has_balls`.
-    std::vector<float> placed;
+    // The placed centre of each ball: x, y, z in all lanes. Filled when `has_balls`.
+    struct alignas(32) Center {
+      float values[3 * math::kNumLanes];
+    };
+    std::vector<Center> placed;
     bool has_balls = false;
     // The placed centre of the bounding ball, and the box around all of its lanes.
     alignas(32) float bound[3 * math::kNumLanes] = {};

@@ -83,8 +83,8 @@ HWY_NOINLINE void PlaceBalls(D d, BallCluster::Data& data) {
     return;
   }
   data.has_balls = true;
-  float* placed = data.placed.data();
   for (std::size_t i = 0; i < data.num_balls; ++i) {
+    float* placed = data.placed[i].values;
     const float* const ball = &data.balls[4 * i];
     const auto x = hn::Set(d, ball[0]);
     const auto y = hn::Set(d, ball[1]);
@@ -92,7 +92,7 @@ HWY_NOINLINE void PlaceBalls(D d, BallCluster::Data& data) {
     const float* row = data.part->entries;
     for (int axis = 0; axis < 3; ++axis, row += math::LaneTransforms::kRow, placed += kNumLanes) {
       for (std::size_t lane = 0; lane < data.num_lanes; lane += hn::Lanes(d)) {
-        hn::StoreU(Place(d, row + lane, x, y, z), d, placed + lane);
+        hn::Store(Place(d, row + lane, x, y, z), d, placed + lane);
       }
     }
   }

@@ -26,9 +26,9 @@ class Distance {
   HWY_INLINE Distance(D d, const LaneSolid& solid) : d_(d), solid_(solid) {}
 
   HWY_INLINE V Squared(const float* center) const {
-    V x = hn::Sub(hn::LoadU(d_, center), hn::Set(d_, solid_.center[0]));
-    V y = hn::Sub(hn::LoadU(d_, center + kNumLanes), hn::Set(d_, solid_.center[1]));
-    V z = hn::Sub(hn::LoadU(d_, center + 2 * kNumLanes), hn::Set(d_, solid_.center[2]));
+    V x = hn::Sub(hn::Load(d_, center), hn::Set(d_, solid_.center[0]));
+    V y = hn::Sub(hn::Load(d_, center + kNumLanes), hn::Set(d_, solid_.center[1]));
+    V z = hn::Sub(hn::Load(d_, center + 2 * kNumLanes), hn::Set(d_, solid_.center[2]));
     if constexpr (kKind == Kind::kHalfSpace) {
       const V depth = Along(2, x, y, z);
       return hn::IfThenElse(hn::Gt(depth, hn::Zero(d_)), hn::Mul(depth, depth), hn::Zero(d_));
@@ -90,8 +90,8 @@ HWY_NOINLINE bool TestSolid(D d, const LaneSolid& solid, BallCluster::Data& clus
   }
   PlaceBalls(d, cluster);
   const float* ball = cluster.balls.data();
-  const float* placed = cluster.placed.data();
-  for (std::size_t i = 0; i < cluster.num_balls; ++i, ball += 4, placed += 3 * kNumLanes) {
+  for (std::size_t i = 0; i < cluster.num_balls; ++i, ball += 4) {
+    const float* const placed = cluster.placed[i].values;
     const Reach reach(ball[3] + own, margin);
     std::uint32_t touching = 0;
     for (std::size_t lane = 0; lane < cluster.num_lanes; lane += hn::Lanes(d)) {
@@ -102,7 +102,7 @@ HWY_NOINLINE bool TestSolid(D d, const LaneSolid& solid, BallCluster::Data& clus
         touching |= Bits(d, hn::Le(squared, hn::Set(d, reach.touching))) << lane;
       }
     }
-    if (!contacts.note(touching)) {
+    if (touching != 0 && !contacts.note(touching)) {
       return false;
     }
   }

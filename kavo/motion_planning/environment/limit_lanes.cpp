@@ -1,7 +1,6 @@
 #include <algorithm>
 #include <limits>
 
-#include "kavo/math/lane_transforms_internal.h"
 #include "kavo/motion_planning/environment/limit_lanes_internal.h"
 
 // This file is compiled once for each set of wide vectors; the include below repeats it.
@@ -22,7 +21,7 @@ std::uint32_t WithinInLanes(const double* coordinates, std::size_t dimension, st
   for (std::size_t lane = 0; lane < num_lanes; lane += hn::Lanes(d)) {
     auto in = hn::Not(hn::FirstN(d, 0));
     for (std::size_t i = 0; i < dimension; ++i) {
-      const auto q = hn::LoadU(d, coordinates + i * math::kNumLanes + lane);
+      const auto q = hn::Load(d, coordinates + i * math::kNumLanes + lane);
       in = hn::And(in, hn::And(hn::Le(hn::Set(d, min[i]), q), hn::Le(q, hn::Set(d, max[i]))));
     }
     std::uint8_t bits[8] = {};
@@ -42,7 +41,7 @@ namespace kavo::planning::internal {
 HWY_EXPORT(WithinInLanes);
 
 LimitLanes::LimitLanes(const Eigen::VectorXd& min, const Eigen::VectorXd& max)
-    : coordinates_(static_cast<std::size_t>(min.size()) * math::kNumLanes) {
+    : coordinates_(static_cast<std::size_t>(std::max(min.size(), Eigen::Index{1}))) {
   // A limit that is no number is none, and no infinite value is within any.
   constexpr double kLargest = std::numeric_limits<double>::max();
   for (Eigen::Index i = 0; i < min.size(); ++i) {
@@ -56,14 +55,14 @@ std::uint32_t LimitLanes::TakeIn(const double* batch, std::ptrdiff_t stride, int
   for (std::size_t k = 0; k < math::kNumLanes; ++k) {
     places[k] = batch + std::min(static_cast<std::ptrdiff_t>(k), std::ptrdiff_t{count} - 1) * stride;
   }
-  double* HWY_RESTRICT lanes = coordinates_.data();
+  double* HWY_RESTRICT lanes = coordinates_.data()->values;
   const std::size_t dimension = min_.size();
-  for (std::size_t i = 0; i < dimension; ++i, lanes += math::kNumLanes) {
+  for (std::size_t i = 0; i < dimension; ++i) {
     for (std::size_t k = 0; k < math::kNumLanes; ++k) {
-      lanes[k] = places[k][i];
+      lanes[i * math::kNumLanes + k] = places[k][i];
     }
   }
-  return HWY_DYNAMIC_DISPATCH(WithinInLanes)(coordinates_.data(), dimension, count <= 4 ? 4 : math::kNumLanes,
+  return HWY_DYNAMIC_DISPATCH(WithinInLanes)(coordinates(), dimension, count <= 4 ? 4 : math::kNumLanes,
                                              min_.data(), max_.data()) &
          ((1u << count) - 1u);
 }

@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "kavo/math/lane_transforms_internal.h"
+
 namespace kavo::planning::internal {
 
 //! Configurations of a batch, one to a lane of wide vectors, against the limits of a robot.
@@ -20,10 +22,15 @@ class LimitLanes {
   std::uint32_t TakeIn(const double* batch, std::ptrdiff_t stride, int count);
 
   //! Coordinate c of configuration i at [c * `math::kNumLanes` + i].
-  const double* coordinates() const { return coordinates_.data(); }
+  const double* coordinates() const { return coordinates_.data()->values; }
 
  private:
-  std::vector<double> coordinates_;
+  struct alignas(64) Lanes {
+    double values[math::kNumLanes];
+  };
+
+  // By coordinate. Never empty.
+  std::vector<Lanes> coordinates_;
   std::vector<double> min_;
   std::vector<double> max_;
 };
