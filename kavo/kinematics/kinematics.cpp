@@ -175,28 +175,30 @@ int Kinematics::frame(const std::string& frame_name) const {
 
 namespace {
 
-internal::Columns RunStepAt(const Kinematics::Step& step, const internal::Columns* parent,
-                            const Eigen::VectorXd& q) {
+void RunStepAt(const Kinematics::Step& step, const internal::Columns* parent, const Eigen::VectorXd& q,
+               internal::Columns* slot) {
   double motion = step.value(q[step.coordinate]);
   double cos = 0.0;
   if (step.motion == Kinematics::Motion::kRevolute) {
     internal::SinCos(motion, &motion, &cos);
   }
-  return internal::RunStep(step, parent, motion, cos);
+  internal::RunStep(step, parent, motion, cos, slot);
 }
 
 }  // namespace
 
 RigidTransform Kinematics::transform(const Eigen::VectorXd& q, int frame) const {
   const auto f = static_cast<std::size_t>(frame);
-  internal::Columns slot;
+  // The one that carries, and the one that is carried, in turns.
+  internal::Columns slots[2];
   const internal::Columns* parent = nullptr;
   for (std::size_t i = chain_begin_[f]; i < chain_begin_[f + 1]; ++i) {
-    slot = RunStepAt(program_.steps[static_cast<std::size_t>(chain_slots_[i])], parent, q);
-    parent = &slot;
+    internal::Columns* const slot = parent == &slots[0] ? &slots[1] : &slots[0];
+    RunStepAt(program_.steps[static_cast<std::size_t>(chain_slots_[i])], parent, q, slot);
+    parent = slot;
   }
   RigidTransform result;
-  internal::PlaceFrame(program_.frames[f], parent, result);
+  internal::PlaceFrame(program_.frames[f], parent, &result);
   return result;
 }
 
@@ -211,11 +213,11 @@ Eigen::MatrixXd Kinematics::positionJacobian(const Eigen::VectorXd& q, int frame
   std::vector<internal::Columns> slots(length);
   const internal::Columns* last = nullptr;
   for (std::size_t i = 0; i < length; ++i) {
-    slots[i] = RunStepAt(program_.steps[static_cast<std::size_t>(chain_slots_[begin + i])], last, q);
+    RunStepAt(program_.steps[static_cast<std::size_t>(chain_slots_[begin + i])], last, q, &slots[i]);
     last = &slots[i];
   }
   RigidTransform placed;
-  internal::PlaceFrame(program_.frames[f], last, placed);
+  internal::PlaceFrame(program_.frames[f], last, &placed);
 
   Eigen::MatrixXd jacobian = Eigen::MatrixXd::Zero(3, static_cast<Eigen::Index>(num_coords_));
   for (std::size_t i = 0; i < length; ++i) {
@@ -227,9 +229,7 @@ Eigen::MatrixXd Kinematics::positionJacobian(const Eigen::VectorXd& q, int frame
     } else if (i == 0) {
       derivative = step.slide;
     } else {
-      double slide[4];
-      slots[i - 1].combine(step.slide[0], step.slide[1], step.slide[2], slide);
-      derivative = {slide[0], slide[1], slide[2]};
+      derivative = internal::SlideInBase(step, slots[i - 1]);
     }
     // Joints that follow one another add up.
     jacobian.col(step.coordinate) += step.ratio ? derivative * step.ratio->multiplier : derivative;

@@ -39,21 +39,11 @@ class ProgramSweep : public FrameSweep {
         }
       }
     }
-    for (std::size_t i = 0; i < num_steps; ++i) {
-      slots_[i] = kinematics::internal::RunStep(plan_.steps[i], slot(plan_.steps[i].parent), motions_[i],
-                                                cosines_[i]);
-    }
-    for (std::size_t i = 0; i < transforms_.size(); ++i) {
-      kinematics::internal::PlaceFrame(plan_.frames[i], slot(plan_.frames[i].slot), transforms_[i]);
-    }
+    kinematics::internal::RunPlan(plan_, motions_.data(), cosines_.data(), slots_.data(), transforms_.data());
     return transforms_;
   }
 
  private:
-  const kinematics::internal::Columns* slot(int index) const {
-    return index < 0 ? nullptr : slots_.data() + index;
-  }
-
   kinematics::Kinematics::Plan plan_;
   bool all_revolute_ = true;
   // One entry for each step.
