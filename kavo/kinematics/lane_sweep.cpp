@@ -286,7 +286,10 @@ LaneStep MakeStep(const Kinematics::Step& step) {
 
 LaneSweep::LaneSweep(const Kinematics::Plan& plan)
     : motions_(plan.steps.size()), places_(plan.steps.size() + 1) {
-  hwy::GetChosenTarget().Update(hwy::SupportedTargets());
+  // Asking the processor takes long.
+  if (!hwy::GetChosenTarget().IsInitialized()) {
+    hwy::GetChosenTarget().Update(hwy::SupportedTargets());
+  }
   move_ = &HWY_DYNAMIC_DISPATCH(Move);
   for (std::size_t i = 0; i < plan.steps.size(); ++i) {
     steps_.push_back(MakeStep(plan.steps[i]));

@@ -93,7 +93,9 @@ void Split(Iterator begin, Iterator end, std::size_t parts, std::vector<Iterator
 
 // The version of `Touches` for this machine, looked up once for a snapshot instead of once for a query.
 auto BestTouches() {
-  hwy::GetChosenTarget().Update(hwy::SupportedTargets());
+  if (!hwy::GetChosenTarget().IsInitialized()) {
+    hwy::GetChosenTarget().Update(hwy::SupportedTargets());
+  }
   return &HWY_DYNAMIC_DISPATCH(Touches);
 }
 

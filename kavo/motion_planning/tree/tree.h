@@ -39,25 +39,11 @@ class KAVO_EXPORT Tree {
   //! Stores a copy of `node`, whose parent the caller has set, and returns it.
   virtual std::shared_ptr<Node> Insert(const Node& node) = 0;
 
-  //! The same with a node that is not needed any more. Default: `Insert`.
-  virtual std::shared_ptr<Node> Adopt(Node&& node);
-
   //! The chain from `node` (first) to its root (last).
   virtual std::vector<std::shared_ptr<Node>> Backtrace(const std::shared_ptr<Node>& node) = 0;
 
   //! Distance under the tree's metric.
   virtual double Distance(const Eigen::VectorXd& q0, const Eigen::VectorXd& q1) const = 0;
-
-  //! What is known of the tree's distances, to those who can do without some queries for it.
-  enum class Geometry {
-    kUnknown,
-    //! No distance is longer than a detour.
-    kMetric,
-    //! The same of the square roots of the distances.
-    kSquaredMetric,
-  };
-  //! Default: unknown.
-  virtual Geometry DistanceGeometry() const;
 
   //! The stored node nearest to `q`. The tree must not be empty.
   virtual ClosestNode GetClosest(const Eigen::VectorXd& q) const = 0;
@@ -72,6 +58,20 @@ class KAVO_EXPORT Tree {
 
   //! Whether the tree looks nodes up by id. Default: no.
   virtual bool SupportsNodeId() const;
+
+  //! `Insert` of a node that is not needed any more. Default: `Insert`.
+  virtual std::shared_ptr<Node> Adopt(Node&& node);
+
+  //! What is known of the tree's distances, to those who can do without some queries for it.
+  enum class Geometry {
+    kUnknown,
+    //! No distance is longer than a detour.
+    kMetric,
+    //! The same of the square roots of the distances.
+    kSquaredMetric,
+  };
+  //! Default: unknown.
+  virtual Geometry DistanceGeometry() const;
 
  protected:
   Tree() = default;
