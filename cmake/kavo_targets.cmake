@@ -8,6 +8,10 @@ set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 find_program(KAVO_CCACHE ccache)
 if(PROJECT_IS_TOP_LEVEL AND KAVO_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
   set(CMAKE_CXX_COMPILER_LAUNCHER "${KAVO_CCACHE}")
+  if(KAVO_PRECOMPILE_HEADERS)
+    # It cannot see which macros a precompiled header defines; none of these depends on the source that uses it.
+    list(PREPEND CMAKE_CXX_COMPILER_LAUNCHER "${CMAKE_COMMAND}" -E env CCACHE_SLOPPINESS=pch_defines,time_macros)
+  endif()
 endif()
 
 if(KAVO_SANITIZE)
@@ -31,9 +35,59 @@ target_compile_options(
             -Wconversion
             -Wdouble-promotion
             -Wformat=2
-            # Under the sanitizers g++ takes parts of the standard library (std::regex, for one) for uninitialised.
-            $<$<AND:$<BOOL:${KAVO_SANITIZE}>,$<CXX_COMPILER_ID:GNU>>:-Wno-maybe-uninitialized>
             $<$<BOOL:${KAVO_WARNINGS_AS_ERRORS}>:-Werror>)
+if(KAVO_SANITIZE AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  # Under the sanitizers g++ takes parts of the standard library (std::regex, for one) for uninitialised.
+  target_compile_options(kavo_build_flags INTERFACE -Wno-maybe-uninitialized)
+endif()
+
+# The command and the tests spend their time in the libraries: to optimise their own code takes long and gains nothing.
+add_library(kavo_light_optimisation INTERFACE)
+target_compile_options(kavo_light_optimisation INTERFACE $<IF:$<CONFIG:Debug>,-O0,-O1>)
+
+# kavo_precompile_headers(<set> <target> [headers...])
+#
+# Most of the time of a build goes into reading the same headers. The first target of a set compiles what nearly all sources
+# include, and these headers; the others reuse it, and so have to be built with the same flags. A source still includes
+# all that it uses: without KAVO_PRECOMPILE_HEADERS nothing is given to it.
+function(kavo_precompile_headers set target)
+  if(NOT KAVO_PRECOMPILE_HEADERS)
+    return()
+  endif()
+  get_property(first GLOBAL PROPERTY kavo_precompiled_${set})
+  if(first)
+    target_precompile_headers(${target} REUSE_FROM ${first})
+    return()
+  endif()
+  set_property(GLOBAL PROPERTY kavo_precompiled_${set} ${target})
+  target_precompile_headers(
+    ${target}
+    PRIVATE
+    <algorithm>
+    <array>
+    <cmath>
+    <cstddef>
+    <cstdint>
+    <functional>
+    <iostream>
+    <limits>
+    <map>
+    <memory>
+    <optional>
+    <random>
+    <sstream>
+    <stdexcept>
+    <string>
+    <unordered_map>
+    <utility>
+    <variant>
+    <vector>
+    <Eigen/Core>
+    <Eigen/Geometry>
+    ${ARGN})
+  # Otherwise the compiler's cache sees another header in each build directory.
+  target_compile_options(${target} PRIVATE $<$<CXX_COMPILER_ID:Clang>:SHELL:-Xclang -fno-pch-timestamp>)
+endfunction()
 
 # kavo_add_library(<room> SOURCES ... HEADERS ... [PUBLIC targets...] [PRIVATE targets...])
 #
@@ -59,11 +113,14 @@ function(kavo_add_library room)
     PROPERTIES EXPORT_NAME ${room}
                VERSION ${PROJECT_VERSION}
                SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR}
+               # Nothing asks for it, and it would tell the precompiled headers of the libraries apart.
+               DEFINE_SYMBOL ""
                CXX_VISIBILITY_PRESET hidden
                VISIBILITY_INLINES_HIDDEN ON
                VERIFY_INTERFACE_HEADER_SETS ON
                # The libraries find each other wherever the prefix is moved to.
                INSTALL_RPATH "$ORIGIN")
+  kavo_precompile_headers(libraries ${target})
   install(
     TARGETS ${target}
     EXPORT kavo_targets

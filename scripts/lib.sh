@@ -40,5 +40,5 @@ build() {
   local preset="$1"
   shift
   echo "Building ($preset)"
-  quietly "$preset-build" cmake --build "build/$preset" --parallel "$cores" ${1:+--target "$@"}
+  quietly "$preset-build" cmake --build --preset "$preset" --parallel "$cores" ${1:+--target "$@"}
 }

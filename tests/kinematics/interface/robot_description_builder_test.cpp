@@ -126,19 +126,11 @@ TEST(RobotDescriptionBuilder, NamesTheCulprit) {
        "The joint that carries frame \"forearm\" has no name."},
       {revolute([](Joint& j) { j.child_frame = ""; }), "!joint.child_frame.empty()", 63,
        "Joint \"elbow\" carries a frame without name."},
-      {[](auto& b) { b.addFrame("", "base", Pose3::Identity()); }, "!joint.name.empty()", 61,
-       "The joint that carries frame \"\" has no name."},
       {revolute([&](Joint& j) {
          j.origin = Pose3::FromTranslation({0, inf, 0});
        }),
        "joint.origin.isFinite()", 65,
        "Joint \"elbow\" has an origin that is not finite (translation [0 inf 0], quaternion x y z w [0 0 0 "
-       "1])."},
-      {[&](auto& b) {
-         b.addFrame("eye", "base", Pose3::FromTranslation({nan, 0, 0}));
-       },
-       "joint.origin.isFinite()", 65,
-       "Joint \"eye\" has an origin that is not finite (translation [nan 0 0], quaternion x y z w [0 0 0 "
        "1])."},
       {revolute([&](Joint& j) {
          j.axis = {0, inf, 0};
@@ -161,10 +153,6 @@ TEST(RobotDescriptionBuilder, NamesTheCulprit) {
        "is_new", 119, "Frame \"eye\" is carried by two joints, \"eye\" and \"j\"."},
       {revolute([](Joint& j) { j.parent_frame = "arm"; }), "parent != carrier.end()", 127,
        "Joint \"elbow\" is attached to frame \"arm\", which no joint carries."},
-      {revolute([](Joint& j) { j.parent_frame = "forearm"; }), connected_condition, 176,
-       "Joint \"elbow\" belongs to a cycle or hangs on one: frame \"forearm\" is not connected to the base "
-       "frame "
-       "\"base\"."},
       {[](auto& b) {
          b.addFrame("eye", "base", Pose3::Identity());
          b.addJoint(MakeJoint("j1", JointType::kFixed, "b", "a"));
@@ -182,10 +170,6 @@ TEST(RobotDescriptionBuilder, NamesTheCulprit) {
        "joint.limits.has_value()", 40,
        "Joint \"elbow\" has no limits; a revolute or prismatic joint needs them."},
       {revolute([&](Joint& j) {
-         j.limits = JointLimits{-inf, 1.0};
-       }),
-       limits_condition, 43, "Joint \"elbow\" has limits [-inf, 1] that are not finite."},
-      {revolute([&](Joint& j) {
          j.type = JointType::kContinuous;
          j.limits = JointLimits{0.0, nan};
        }),
@@ -194,8 +178,6 @@ TEST(RobotDescriptionBuilder, NamesTheCulprit) {
          j.limits = JointLimits{1.5, 1.0};
        }),
        "limits.min <= limits.max", 46, "Joint \"elbow\" has the lower limit 1.5 above its upper limit 1."},
-      {revolute([](Joint& j) { j.default_value = 2.5; }), default_condition, 54,
-       "Joint \"elbow\" has the default value 2.5 outside its limits [-1, 2]."},
       {revolute([&](Joint& j) { j.default_value = nan; }), default_condition, 54,
        "Joint \"elbow\" has the default value nan outside its limits [-1, 2]."},
       {[](auto& b) {
@@ -208,11 +190,6 @@ TEST(RobotDescriptionBuilder, NamesTheCulprit) {
        },
        center_condition, 187,
        "A collision sphere of frame \"base\" has the center [0 0 nan], which is not finite."},
-      {[](auto& b) {
-         b.addCollisionSphere("base", {0, 0, 0}, 0.0);
-       },
-       radius_condition, 190,
-       "A collision sphere of frame \"base\" has the radius 0; it must be positive and finite."},
       {[&](auto& b) {
          b.addCollisionSphere("base", {0, 0, 0}, inf);
        },

@@ -7,10 +7,11 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <functional>
+#include <sstream>
 #include <string>
 
 #include "kavo/motion_planning/interface/motion_planner.h"
+#include "kavo/util/to_string.h"
 #include "kavo/world/world.h"
 #include "tests/support/fatal.h"
 #include "tests/support/log_capture.h"
@@ -49,79 +50,66 @@ std::string Replaced(const std::string& text, const std::string& replacement) {
 
 MotionPlannerConfig Parse(const std::string& document) { return MotionPlannerConfig(YAML::Load(document)); }
 
-TEST(MotionPlannerConfigTest, DefaultsOfARobot) {
-  const std::shared_ptr<RobotDescription> robot = LoadThreeLinkArmRobotDescription();
-  const MotionPlannerConfig config(robot);
-  EXPECT_EQ(config.seed, 1234);
-  EXPECT_EQ(config.step_size, 0.1);
-  EXPECT_EQ(config.max_iterations, 10000u);
-  EXPECT_EQ(config.max_sampling, 10000u);
-  EXPECT_EQ(config.distance_metric_weights, Vec({1.0, 1.0, 1.0}));
-  EXPECT_EQ(config.task_space_frame_name, "tool");
-  ASSERT_EQ(config.task_space_limits.size(), 3u);
-  EXPECT_EQ(config.task_space_limits[2].lower, -1.0);
-  EXPECT_EQ(config.task_space_limits[2].upper, 1.0);
-  EXPECT_EQ(config.c_space_exploration_fraction, 0.5);
-  EXPECT_EQ(config.x_target_zone_tolerance, Vec({0.01, 0.01, 0.01}));
-  EXPECT_EQ(config.x_target_final_tolerance, 1e-5);
-  EXPECT_EQ(config.task_space_exploitation_fraction, 0.4);
-  EXPECT_EQ(config.task_space_exploration_fraction, 0.1);
-  ASSERT_TRUE(config.tesk_tree_config.has_value());
-  EXPECT_EQ(config.tesk_tree_config->dimension, 3);
-  EXPECT_EQ(config.tesk_tree_config->max_num_nodes, 10000);
-  EXPECT_EQ(config.tesk_tree_config->max_buffer_size, 30);
-  EXPECT_EQ(config.tesk_tree_config->distance_metric_type, tesk::planning::DistanceMetricType::kL2Norm);
-  EXPECT_FALSE(config.tesk_tree_config->distance_metric_weights.has_value());
-  EXPECT_EQ(config.tesk_tree_config->num_nodes_cpu_gpu_crossover, 3000);
+// Every setting, one a line.
+std::string Text(const MotionPlannerConfig& config) {
+  std::ostringstream text;
+  text << "seed " << config.seed << "\nstep " << config.step_size << "\niterations " << config.max_iterations
+       << "\nsampling " << config.max_sampling << "\nweights " << config.distance_metric_weights.transpose()
+       << "\nframe " << config.task_space_frame_name << "\nlimits";
+  for (const MotionPlanner::Limit& limit : config.task_space_limits) {
+    text << " " << limit.lower << ":" << limit.upper;
+  }
+  text << "\nc-space exploration " << config.c_space_exploration_fraction << "\nzone "
+       << config.x_target_zone_tolerance.transpose() << "\nfinal " << config.x_target_final_tolerance
+       << "\nexploitation " << config.task_space_exploitation_fraction << "\nexploration "
+       << config.task_space_exploration_fraction << "\n";
+  if (const auto& tree = config.tesk_tree_config) {
+    text << "tree " << tree->dimension << " " << tree->max_num_nodes << " " << tree->max_buffer_size << " "
+         << tree->num_nodes_cpu_gpu_crossover << ", metric " << static_cast<int>(tree->distance_metric_type)
+         << ", weights "
+         << (tree->distance_metric_weights ? util::ToString(*tree->distance_metric_weights) : "none") << "\n";
+  }
+  return text.str();
 }
 
-TEST(MotionPlannerConfigTest, ExampleFileHoldsTheDefaults) {
-  const MotionPlannerConfig file(YAML::LoadFile(KAVO_EXAMPLES_DIR "/planner.yaml"));
-  const std::shared_ptr<RobotDescription> robot = LoadFrankaRobotDescription();
-  const MotionPlannerConfig defaults(robot);
-  EXPECT_EQ(file.seed, defaults.seed);
-  EXPECT_EQ(file.step_size, defaults.step_size);
-  EXPECT_EQ(file.max_iterations, defaults.max_iterations);
-  EXPECT_EQ(file.max_sampling, defaults.max_sampling);
-  EXPECT_EQ(file.distance_metric_weights, defaults.distance_metric_weights);
-  EXPECT_EQ(file.task_space_frame_name, defaults.task_space_frame_name);
-  for (std::size_t i = 0; i < 3; ++i) {
-    EXPECT_EQ(file.task_space_limits[i].lower, defaults.task_space_limits[i].lower);
-    EXPECT_EQ(file.task_space_limits[i].upper, defaults.task_space_limits[i].upper);
-  }
-  EXPECT_FALSE(file.tesk_tree_config.has_value());
-  EXPECT_EQ(file.c_space_exploration_fraction, defaults.c_space_exploration_fraction);
-  EXPECT_EQ(file.x_target_zone_tolerance, defaults.x_target_zone_tolerance);
-  EXPECT_EQ(file.x_target_final_tolerance, defaults.x_target_final_tolerance);
-  EXPECT_EQ(file.task_space_exploitation_fraction, defaults.task_space_exploitation_fraction);
-  EXPECT_EQ(file.task_space_exploration_fraction, defaults.task_space_exploration_fraction);
+TEST(MotionPlannerConfigTest, DefaultsOfARobotAndOfTheExampleFile) {
+  const std::shared_ptr<RobotDescription> robot = LoadThreeLinkArmRobotDescription();
+  EXPECT_EQ(Text(MotionPlannerConfig(robot)), R"(seed 1234
+step 0.1
+iterations 10000
+sampling 10000
+weights 1 1 1
+frame tool
+limits -1:1 -1:1 -1:1
+c-space exploration 0.5
+zone 0.01 0.01 0.01
+final 1e-05
+exploitation 0.4
+exploration 0.1
+tree 3 10000 30 3000, metric 0, weights none
+)");
+  const std::shared_ptr<RobotDescription> franka = LoadFrankaRobotDescription();
+  MotionPlannerConfig defaults(franka);
+  defaults.tesk_tree_config.reset();
+  EXPECT_EQ(Text(MotionPlannerConfig(YAML::LoadFile(KAVO_EXAMPLES_DIR "/planner.yaml"))), Text(defaults));
 }
 
 TEST(MotionPlannerConfigTest, ReadsEveryKey) {
-  const MotionPlannerConfig config = Parse(kGood);
-  EXPECT_EQ(config.seed, 7);
-  EXPECT_EQ(config.step_size, 0.2);
-  EXPECT_EQ(config.max_iterations, 500u);
-  EXPECT_EQ(config.max_sampling, 600u);
-  EXPECT_EQ(config.distance_metric_weights, Vec({1.0, 2.0, 3.5}));
-  EXPECT_EQ(config.task_space_frame_name, "tool");
-  EXPECT_EQ(config.task_space_limits[1].lower, 0.5);
-  EXPECT_EQ(config.task_space_limits[2].upper, 2.0);
-  ASSERT_TRUE(config.tesk_tree_config.has_value());
-  EXPECT_EQ(config.tesk_tree_config->dimension, 3);
-  EXPECT_EQ(config.tesk_tree_config->max_num_nodes, 50);
-  EXPECT_EQ(config.tesk_tree_config->max_buffer_size, 60);
-  EXPECT_EQ(config.tesk_tree_config->num_nodes_cpu_gpu_crossover, 40);
   // A buffer size switches the tree to the weighted metric.
-  EXPECT_EQ(config.tesk_tree_config->distance_metric_type,
-            tesk::planning::DistanceMetricType::kWeightedSquaredL2Norm);
-  EXPECT_EQ(config.tesk_tree_config->distance_metric_weights, Vec({1.0, 2.0, 3.5}));
-  EXPECT_EQ(config.c_space_exploration_fraction, 0.25);
-  EXPECT_EQ(config.x_target_zone_tolerance, Vec({0.1, 0.2, 0.3}));
-  EXPECT_EQ(config.x_target_final_tolerance, 0.001);
-  EXPECT_EQ(config.task_space_exploitation_fraction, 0.3);
-  EXPECT_EQ(config.task_space_exploration_fraction, 0.2);
-
+  EXPECT_EQ(Text(Parse(kGood)), R"(seed 7
+step 0.2
+iterations 500
+sampling 600
+weights   1   2 3.5
+frame tool
+limits -1:1 0.5:0.5 0:2
+c-space exploration 0.25
+zone 0.1 0.2 0.3
+final 0.001
+exploitation 0.3
+exploration 0.2
+tree 3 50 60 40, metric 2, weights [1 2 3.5]
+)");
   const std::string tree =
       "tesk_tree_params: {max_num_nodes: 50, max_buffer_size: 60, num_nodes_cpu_gpu_crossover: 40}";
   EXPECT_FALSE(Parse(Replaced(tree, "unknown_key: [1, {2: 3}]")).tesk_tree_config.has_value());

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cmath>
 #include <memory>
 #include <set>
 
@@ -19,7 +18,6 @@ using testing::ExpectFatal;
 using testing::kInf;
 using testing::kNaN;
 using testing::Path;
-using testing::RandomVec;
 using testing::ScriptedEnvironment;
 using testing::Vec;
 
@@ -103,28 +101,6 @@ TEST(DiscretizePathTest, HandWorkedPaths) {
   };
   for (const auto& c : cases) {
     EXPECT_EQ(DiscretizePath(OnALine(c.path), c.step_size), OnALine(c.expected));
-  }
-}
-
-TEST(DiscretizePathTest, KeepsWaypointsAndBoundsTheStep) {
-  std::mt19937 engine(11);
-  for (int i = 0; i < 200; ++i) {
-    Path path;
-    for (unsigned int k = 0; k < 2 + engine() % 5; ++k) {
-      path.push_back(RandomVec(engine, 3, -1.0, 1.0));
-    }
-    const double step_size = 0.05 + 0.3 * RandomVec(engine, 1, 0.0, 1.0)[0];
-    const Path dense = DiscretizePath(path, step_size);
-    EXPECT_EQ(dense.front(), path.front());
-    EXPECT_EQ(dense.back(), path.back());
-    auto from = dense.begin();
-    for (const Eigen::VectorXd& waypoint : path) {
-      from = std::find(from, dense.end(), waypoint);
-      ASSERT_NE(from, dense.end());
-    }
-    for (std::size_t k = 1; k < dense.size(); ++k) {
-      EXPECT_LE((dense[k] - dense[k - 1]).norm(), step_size * (1.0 + 1e-12));
-    }
   }
 }
 
@@ -243,30 +219,6 @@ TEST(ShortCircuitPathTest, SmallPathsAreLeftAlone) {
   const auto blocked = std::make_shared<ScriptedEnvironment>(1, Path{}, [](const auto&) { return false; });
   EXPECT_EQ(ShortCircuitPath(OnALine({0.0, 9.0}), blocked, 1.0, 20, 1), OnALine({0.0, 9.0}));
   EXPECT_TRUE(blocked->questions.empty());
-}
-
-TEST(ShortCircuitPathTest, ResultIsShorterAndStillValid) {
-  const auto plane = Plane([](const Eigen::VectorXd& q) { return q.norm() > 1.0; });
-  std::mt19937 engine(5);
-  for (int i = 0; i < 50; ++i) {
-    // A walk around the disc, too long to be cut short from its ends alone.
-    Path path;
-    for (int k = 0; k < 60; ++k) {
-      const double radius = 1.02 + 0.2 * RandomVec(engine, 1, 0.0, 1.0)[0];
-      path.push_back(Vec({radius * std::cos(0.3 * k), radius * std::sin(0.3 * k)}));
-    }
-    const Path shortened = ShortCircuitPath(path, plane, 0.01, 20, 42);
-    EXPECT_LT(shortened.size(), path.size());
-    EXPECT_EQ(shortened.front(), path.front());
-    EXPECT_EQ(shortened.back(), path.back());
-    for (std::size_t k = 1; k < shortened.size(); ++k) {
-      const Eigen::VectorXd& a = shortened[k - 1];
-      const Eigen::VectorXd& b = shortened[k];
-      const auto place = [&](const auto& q) { return std::find(path.begin(), path.end(), q); };
-      EXPECT_TRUE(place(b) - place(a) == 1 || IsValidPath(plane, 0.01, a, b) ||
-                  IsValidPath(plane, 0.01, b, a));
-    }
-  }
 }
 
 }  // namespace
