@@ -89,21 +89,23 @@ HWY_NOINLINE bool TestSolid(D d, const LaneSolid& solid, BallCluster::Data& clus
     return true;
   }
   PlaceBalls(d, cluster);
+  const auto own_reach = hn::Set(d, own + margin);
   const float* ball = cluster.balls.data();
   for (std::size_t i = 0; i < cluster.num_balls; ++i, ball += 4) {
     const float* const placed = cluster.placed[i].values;
-    const Reach reach(ball[3] + own, margin);
-    std::uint32_t touching = 0;
+    const auto reach = hn::Add(hn::Set(d, ball[3]), own_reach);
+    const auto squared_reach = hn::Mul(reach, reach);
     for (std::size_t lane = 0; lane < cluster.num_lanes; lane += hn::Lanes(d)) {
       const auto squared = distance.Squared(placed + lane);
-      const auto unsure = hn::Le(squared, hn::Set(d, reach.unsure));
-      if (!hn::AllFalse(d, unsure)) {
-        contacts.unsure |= Bits(d, unsure) << lane;
-        touching |= Bits(d, hn::Le(squared, hn::Set(d, reach.touching))) << lane;
+      if (HWY_LIKELY(hn::AllFalse(d, hn::Le(squared, squared_reach)))) {
+        continue;
       }
-    }
-    if (touching != 0 && !contacts.note(touching)) {
-      return false;
+      const Reach exact(ball[3] + own, margin);
+      contacts.unsure |= Bits(d, hn::Le(squared, hn::Set(d, exact.unsure))) << lane;
+      const std::uint32_t touching = Bits(d, hn::Le(squared, hn::Set(d, exact.touching))) << lane;
+      if (!contacts.note(touching)) {
+        return false;
+      }
     }
   }
   return true;
@@ -144,8 +146,8 @@ HWY_INLINE bool IsNear(const LaneSolid& half_space, const BallCluster::Data& clu
 
 // Adds the contacts of one placed cluster. False when no lane is wanted any more.
 template <class D>
-bool FindOfCluster(D d, const SolidLanes& lanes, const BoundsGroup* groups, BallCluster::Data& cluster,
-                   BallCluster::Contacts& contacts) {
+HWY_INLINE bool FindOfCluster(D d, const SolidLanes& lanes, const BoundsGroup* groups,
+                              BallCluster::Data& cluster, BallCluster::Contacts& contacts) {
   for (const LaneSolid& half_space : lanes.half_spaces) {
     if (IsNear(half_space, cluster) &&
         !TestSolid<LaneSolid::Kind::kHalfSpace>(d, half_space, cluster, contacts)) {

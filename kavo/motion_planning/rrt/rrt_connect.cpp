@@ -119,8 +119,8 @@ class RRTConnect final : public RRT {
         }
         problem_.start_tree_turn = !problem_.start_tree_turn;
         // A copy: the goal is where the other tree ends now.
-        const Eigen::VectorXd q_goal = problem_.last_configuration_b;
-        ExtendTreeA(q_goal);
+        q_goal_ = problem_.last_configuration_b;
+        ExtendTreeA(q_goal_);
       }
       SwapTrees();
       ++num_iterations_;
@@ -182,25 +182,26 @@ class RRTConnect final : public RRT {
 
   void ExtendTreeA(const Eigen::VectorXd& q_goal) {
     std::shared_ptr<Node> parent = TreeA().GetClosest(q_goal).node;
-    const Eigen::VectorXd step = internal::StepToward(parent->Configuration(), q_goal, config_.edge_length);
-    Eigen::VectorXd q_new = parent->Configuration() + step;
+    step_ = q_goal - parent->Configuration();
+    internal::SetLength(config_.edge_length, step_);
+    q_new_ = parent->Configuration() + step_;
     // A sample or a step beyond the finite numbers leads nowhere, whatever the environment says.
-    if (!internal::IsFinite(q_new)) {
+    if (!internal::IsFinite(q_new_)) {
       return;
     }
     // Whether the trees connect is not asked ahead: it costs more than the few configurations beyond.
     const Tree& tree = TreeA();
     const auto advance = [&](Eigen::VectorXd& q) {
-      return !(tree.Distance(q, q_goal) < config_.edge_length) && internal::Advance(step, q);
+      return !(tree.Distance(q, q_goal) < config_.edge_length) && internal::Advance(step_, q);
     };
     look_ahead_.Start();
     Separation separation(TreeB(), config_.edge_length);
     bool goes_on = true;
     bool is_extended = false;
-    while (goes_on && !ShouldStop() && look_ahead_.IsValid(q_new, advance)) {
-      std::shared_ptr<Node> node = TreeA().Adopt(Node(q_new, parent));
-      if (separation.MayHaveClosed(parent->Configuration(), q_new)) {
-        const ClosestNode closest = TreeB().GetClosest(q_new);
+    while (goes_on && !ShouldStop() && look_ahead_.IsValid(q_new_, advance)) {
+      std::shared_ptr<Node> node = TreeA().Adopt(Node(q_new_, parent));
+      if (separation.MayHaveClosed(parent->Configuration(), q_new_)) {
+        const ClosestNode closest = TreeB().GetClosest(q_new_);
         separation.Set(closest.distance);
         if (closest.distance <= config_.edge_length) {
           problem_.connection_a = node;
@@ -209,7 +210,7 @@ class RRTConnect final : public RRT {
       }
       parent = std::move(node);
       is_extended = true;
-      goes_on = !IsConnected() && look_ahead_.Next(q_new, advance);
+      goes_on = !IsConnected() && look_ahead_.Next(q_new_, advance);
     }
     if (is_extended) {
       problem_.last_configuration_a = parent->Configuration();
@@ -223,6 +224,10 @@ class RRTConnect final : public RRT {
   int dimension_;
   internal::LookAhead look_ahead_;
   ProblemState problem_;
+  // Of an extension; kept for their memory.
+  Eigen::VectorXd q_goal_;
+  Eigen::VectorXd step_;
+  Eigen::VectorXd q_new_;
 };
 
 }  // namespace
