@@ -238,7 +238,7 @@ bool ApplySetting(MotionPlanner& planner, const Parameter& parameter, const Sett
 namespace {
 
 // What yaml-cpp refused, where it says where: its own text names neither the key nor what stands there.
-std::string Explain(const std::string& file, const YAML::Exception& error) {
+std::string TellFault(const std::string& file, const YAML::Exception& error) {
   if (error.mark.is_null()) {
     return file + ": " + error.msg;
   }
@@ -280,7 +280,7 @@ void PlannerSettings::Load(const std::shared_ptr<RobotDescription>& robot) {
     } catch (const util::FatalError& error) {
       throw UnusableInput(file_ + ": " + error.message());
     } catch (const YAML::Exception& error) {
-      throw UnusableInput(Explain(file_, error));
+      throw UnusableInput(TellFault(file_, error));
     }
     defaults_.clear();
   }

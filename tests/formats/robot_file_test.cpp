@@ -280,7 +280,9 @@ constexpr char kGroups[] = R"(
 <end_effector name="gripper" parent_link="a" group="fingers" parent_group="by_link"/>
 <group_state name="home" group="arm"><joint name="j1" value="5"/><joint name="j2" value="0.5"/></group_state>
 <group_state name="default" group="arm"><joint name="j2" value="0.25"/><joint name="j1" value="-0.5"/></group_state>
-<group_state name="default" group="all"><joint name="j1" value="1"/><joint name="j2" value="1"/></group_state>
+<group_state name="default" group="all">
+  <joint name="j1" value="1"/><joint name="j2" value="1"/><joint name="left" value="1 1"/>
+</group_state>
 <group_state name="wide" group="all">
   <joint name="j1" value="1"/><joint name="j2" value="1"/><joint name="left" value="2"/>
   <joint name="float" value="0 0 0 0 0 0 1"/>
