@@ -267,13 +267,14 @@ bool CompareKinematics(const Case& subject) {
     for (std::size_t f = 0; f < frames.size(); ++f) {
       const auto& [part, offset] = lane_sweep.frames()[f];
       for (std::size_t row = 0; row < 3; ++row) {
-        double placed = double{part->at(row, 3)[i]};
+        double placed = static_cast<double>(part->at(row, 3)[i]);
         for (std::size_t column = 0; column < 3; ++column) {
-          placed += double{part->at(row, column)[i]} * offset.translation[static_cast<Eigen::Index>(column)];
+          placed += static_cast<double>(part->at(row, column)[i]) *
+                    offset.translation[static_cast<Eigen::Index>(column)];
         }
         const double error = std::fabs(placed - frames[f].translation[static_cast<Eigen::Index>(row)]);
-        if (!(error <=
-              double{part->shift_error} + double{part->turn_error} * offset.translation.norm() * 2)) {
+        if (!(error <= static_cast<double>(part->shift_error) +
+                           static_cast<double>(part->turn_error) * offset.translation.norm() * 2)) {
           std::fprintf(stderr, "kinematics: lanes and single sweep differ\n");
           return false;
         }

@@ -332,9 +332,9 @@ void LaneSweep::setBase(const math::RigidTransform& base) {
       way = ways[static_cast<std::size_t>(step.base - places_.data())];
       way.num_steps += 1.0;
       for (std::size_t k = 0; k < 3; ++k) {
-        way.length += std::fabs(double{step.term[k]});
+        way.length += std::fabs(static_cast<double>(step.term[k]));
         if (!step.is_revolute) {
-          way.length += double{kLargestValue} * std::fabs(double{step.slide[k]});
+          way.length += static_cast<double>(kLargestValue) * std::fabs(static_cast<double>(step.slide[k]));
         }
       }
     }

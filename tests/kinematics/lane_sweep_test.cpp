@@ -32,12 +32,14 @@ double WorstShare(const LaneSweep& sweep, std::size_t lane, const std::vector<ma
     const auto& [part, offset] = sweep.frames()[f];
     const Eigen::Vector3d point = RandomVec(engine, 3, -0.5, 0.5);
     const Eigen::Vector3d in_part = offset * point;
-    const double stated = double{part->shift_error} + double{part->turn_error} * in_part.cwiseAbs().sum();
+    const double stated = static_cast<double>(part->shift_error) +
+                          static_cast<double>(part->turn_error) * in_part.cwiseAbs().sum();
     const Eigen::Vector3d expected = exact[f] * point;
     for (std::size_t row = 0; row < 3; ++row) {
-      double placed = double{part->at(row, 3)[lane]};
+      double placed = static_cast<double>(part->at(row, 3)[lane]);
       for (std::size_t column = 0; column < 3; ++column) {
-        placed += double{part->at(row, column)[lane]} * in_part[static_cast<Eigen::Index>(column)];
+        placed +=
+            static_cast<double>(part->at(row, column)[lane]) * in_part[static_cast<Eigen::Index>(column)];
       }
       const double error = std::fabs(placed - expected[static_cast<Eigen::Index>(row)]);
       worst = std::max(worst, error / stated);

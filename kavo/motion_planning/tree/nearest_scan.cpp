@@ -228,12 +228,13 @@ NearestScan::Result NearestScan::Closest(const double* query) const {
   // the second is as near as that.
   const double off = std::sqrt(sum_of_weights_) * 0x1p-22 * largest;
   const double roundings = 1.0 + (static_cast<double>(dimension_) + 8.0) * 0x1p-22;
-  double bound = least;
+  double bound = static_cast<double>(least);
   for (int i = 0; i < 2; ++i) {
     const double distance = std::sqrt(bound) + off;
-    bound = distance * distance * roundings + double{std::numeric_limits<float>::min()};
+    bound = distance * distance * roundings + static_cast<double>(std::numeric_limits<float>::min());
   }
-  const auto limit = static_cast<float>(std::min(bound, double{std::numeric_limits<float>::max()}));
+  const auto limit =
+      static_cast<float>(std::min(bound, static_cast<double>(std::numeric_limits<float>::max())));
   std::uint32_t near = 0;
   const auto find_near = HWY_DYNAMIC_DISPATCH(FindNear);
   for (std::size_t block = find_near(sums_.get(), 0, num_blocks, limit, &near); block < num_blocks;
