@@ -37,13 +37,8 @@ configure() {
 
 # build <preset> [target...]
 build() {
-  local preset="$1" command
+  local preset="$1"
   shift
-  command=(quietly "$preset-build" cmake --build --preset "$preset" --parallel "$cores" ${1:+--target "$@"})
   echo "Building ($preset)"
-  "${command[@]}" && return
-  # With precompiled headers g++ 12 breaks down now and then, and not twice in one place.
-  grep --quiet 'internal compiler error' "$logs/$preset-build.log" || return 1
-  echo "Building ($preset) again"
-  "${command[@]}"
+  quietly "$preset-build" cmake --build --preset "$preset" --parallel "$cores" ${1:+--target "$@"}
 }
