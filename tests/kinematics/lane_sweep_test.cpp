@@ -72,13 +72,15 @@ TEST_P(LaneSweepTest, PlacesWithinTheStatedError) {
     const auto n = static_cast<int>(description->numCSpaceCoords());
     for (const std::size_t num_lanes : {std::size_t{4}, math::kNumLanes}) {
       // Joints that follow others turn by up to 1.5 times as much and a quarter.
-      const Eigen::MatrixXd configurations =
-          RandomVec(engine, n * static_cast<int>(math::kNumLanes), -5.1, 5.1)
-              .reshaped(static_cast<Eigen::Index>(math::kNumLanes), n);
-      EXPECT_EQ(lanes.compute(configurations.data(), num_lanes), 0u);
+      const Eigen::VectorXd coordinates = RandomVec(engine, n * static_cast<int>(math::kNumLanes), -5.1, 5.1);
+      EXPECT_EQ(lanes.compute(coordinates.data(), num_lanes), 0u);
       for (std::size_t lane = 0; lane < num_lanes; ++lane) {
-        std::vector<math::RigidTransform> exact =
-            sweep->compute(configurations.row(static_cast<Eigen::Index>(lane)).transpose());
+        Eigen::VectorXd q(n);
+        for (Eigen::Index c = 0; c < n; ++c) {
+          q[c] =
+              coordinates[c * static_cast<Eigen::Index>(math::kNumLanes) + static_cast<Eigen::Index>(lane)];
+        }
+        std::vector<math::RigidTransform> exact = sweep->compute(q);
         for (math::RigidTransform& frame : exact) {
           frame = base * frame;
         }
