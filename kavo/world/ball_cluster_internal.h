@@ -33,6 +33,8 @@ class KAVO_EXPORT BallCluster {
   static constexpr float kMargin = 0x1p-16f;
   //! Lengths above this are not left to single precision: their squares must not overflow.
   static constexpr float kLargestLength = 1.0e6f;
+  //! Lengths below this are not told from zero: their squares must not vanish.
+  static constexpr float kLeastLength = 1.0e-15f;
 
   //! What is found out about the lanes.
   struct Contacts {

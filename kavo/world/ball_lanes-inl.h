@@ -55,7 +55,8 @@ HWY_INLINE void PlaceBound(D d, std::size_t num_lanes, BallCluster::Data& data) 
   data.num_lanes = num_lanes;
   data.has_balls = false;
   const float length = part.reach + data.extent;
-  data.margin = BallCluster::kMargin * length + part.shift_error + part.turn_error * data.extent;
+  data.margin = BallCluster::kLeastLength + BallCluster::kMargin * length + part.shift_error +
+                part.turn_error * data.extent;
   data.is_plain = length <= BallCluster::kLargestLength && data.margin <= BallCluster::kLargestLength;
   const auto x = hn::Set(d, data.center[0]);
   const auto y = hn::Set(d, data.center[1]);

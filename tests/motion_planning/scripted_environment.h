@@ -24,8 +24,9 @@ class ScriptedEnvironment : public planning::Environment {
  public:
   using Validity = std::function<bool(const Eigen::VectorXd&)>;
 
-  ScriptedEnvironment(int dimension, Path samples, Validity is_valid = Free)
-      : limits_(Eigen::VectorXd::Constant(dimension, -1e9), Eigen::VectorXd::Constant(dimension, 1e9)),
+  ScriptedEnvironment(int dimension, Path samples, Validity is_valid = Free, int num_at_once = 1)
+      : Environment(num_at_once),
+        limits_(Eigen::VectorXd::Constant(dimension, -1e9), Eigen::VectorXd::Constant(dimension, 1e9)),
         samples_(std::move(samples)),
         is_valid_(std::move(is_valid)) {}
 

@@ -127,10 +127,12 @@ std::uint32_t RobotCollision::FindFree(const double* coordinates, std::uint32_t 
     return wanted;
   }
   const std::size_t num_lanes = wanted < 1u << 4 ? 4 : math::kNumLanes;
+  // Where a joint is beyond the lanes' range, its lane stands anywhere: what seems to touch there says
+  // nothing.
+  const std::uint32_t unplaced = wanted & lane_sweep_->compute(coordinates, num_lanes);
   kavo::internal::BallCluster::Contacts contacts;
-  contacts.wanted = wanted;
+  contacts.wanted = wanted & ~unplaced;
   contacts.only_below_first = only_below_first;
-  contacts.unsure = lane_sweep_->compute(coordinates, num_lanes);
   kavo::internal::FindContacts(world_view_, clusters_, num_lanes, contacts);
   for (const auto& [a, b] : pairs_) {
     // What is unsure already is decided exactly anyway.
@@ -139,6 +141,10 @@ std::uint32_t RobotCollision::FindFree(const double* coordinates, std::uint32_t 
     }
     clusters_[a].addContactsWith(clusters_[b], contacts);
   }
+  const std::uint32_t touching = wanted & ~unplaced & ~contacts.wanted;
+  contacts.wanted = wanted;
+  contacts.unsure |= unplaced;
+  contacts.note(touching);
   for (int i = 0; (contacts.wanted & contacts.unsure) >> i != 0; ++i) {
     if ((((contacts.wanted & contacts.unsure) >> i) & 1u) != 0) {
       for (Eigen::Index c = 0; c < q_.size(); ++c) {

@@ -200,10 +200,11 @@ NearestScan::Result NearestScan::Closest(const double* query) const {
   const double sum = Sum(0, query);
   Result best{0, metric_ == Metric::kL2 ? std::sqrt(sum) : sum, sum};
   const double largest = std::max(largest_, SizeOf(query, dimension_));
-  // What single precision cannot hold is measured point by point.
+  // What single precision cannot hold is measured point by point: neither a square nor a weighted sum may
+  // overflow, and weights must not all drown in what is too small.
   constexpr std::size_t kMostCoordinates = 64;
-  if (!(largest * largest * sum_of_weights_ <= 1e34) || !(sum_of_weights_ <= 1e30) ||
-      dimension_ > kMostCoordinates) {
+  if (!(largest * largest * std::max(sum_of_weights_, 1.0) <= 1e34) ||
+      !(sum_of_weights_ >= 1e-20 && sum_of_weights_ <= 1e30) || dimension_ > kMostCoordinates) {
     for (std::size_t i = 0; i < size_; ++i) {
       Consider(i, query, best);
     }
@@ -223,15 +224,16 @@ NearestScan::Result NearestScan::Closest(const double* query) const {
   }
 
   // Each difference is off by less than 2^-22 of the largest coordinate, and each rounding of the sum costs
-  // 2^-24 of it. What is lost to numbers too small for single precision is less than the least of them. So
-  // there is a point with a true sum of at most the first bound, and none with a single-precision sum above
-  // the second is as near as that.
+  // 2^-24 of it. What the squares lose to numbers too small for single precision, times their weights, is
+  // less than the least of them times the weights. So there is a point with a true sum of at most the first
+  // bound, and none with a single-precision sum above the second is as near as that.
   const double off = std::sqrt(sum_of_weights_) * 0x1p-22 * largest;
   const double roundings = 1.0 + (static_cast<double>(dimension_) + 8.0) * 0x1p-22;
+  const double lost = static_cast<double>(std::numeric_limits<float>::min()) * (1.0 + sum_of_weights_);
   double bound = static_cast<double>(least);
   for (int i = 0; i < 2; ++i) {
     const double distance = std::sqrt(bound) + off;
-    bound = distance * distance * roundings + static_cast<double>(std::numeric_limits<float>::min());
+    bound = distance * distance * roundings + lost;
   }
   const auto limit =
       static_cast<float>(std::min(bound, static_cast<double>(std::numeric_limits<float>::max())));

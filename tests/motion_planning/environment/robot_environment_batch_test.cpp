@@ -6,12 +6,16 @@
 #include <string>
 #include <vector>
 
+#include "kavo/kinematics/interface/kinematics_internal.h"
+#include "kavo/kinematics/interface/robot_description_internal.h"
 #include "kavo/motion_planning/environment/robot_environment.h"
+#include "kavo/util/random_generator.h"
 #include "kavo/world/world.h"
 #include "tests/kinematics/random_robot.h"
 #include "tests/motion_planning/scripted_environment.h"
 #include "tests/support/allocations.h"
 #include "tests/support/fatal.h"
+#include "tests/support/log_capture.h"
 #include "tests/support/vectors.h"
 #include "tests/world/random_scene.h"
 
@@ -158,9 +162,57 @@ TEST_P(BatchTest, DecidesTouchingExactly) {
   }
 }
 
+// Random robots next to the configuration at which they begin to touch an obstacle or themselves, so near
+// that single precision cannot tell: every lane must be what the exact check says.
+TEST_P(BatchTest, DecidesAsTheExactCheckWhereContactBegins) {
+  std::mt19937 engine(47);
+  int num_boundaries = 0;
+  for (int round = 0; round < 300; ++round) {
+    const testing::RandomRobot robot(engine, 2 + round % 8);
+    const auto description = WithSpheres(robot, engine);
+    World world;
+    test::RandomScene scene(static_cast<std::uint32_t>(round));
+    const int kind = round % 6;
+    if (kind < 4) {
+      world.add(scene.bounded(kind, 0.8),
+                round % 4 == 0 ? Pose3::FromTranslation(scene.point(0.6)) : scene.pose(0.6));
+    } else if (kind == 4) {
+      world.add(HalfSpaceObstacle{}, scene.pose(0.6));
+    } else if (round % 12 == 5) {
+      // A face among the spheres, of a box that is large or hardly turned.
+      const double size = round % 24 == 5 ? 1e5 : 0.4;
+      const Eigen::Quaterniond turn(Eigen::AngleAxisd(size > 1.0 ? 0.0 : 1e-3, Eigen::Vector3d::UnitZ()));
+      world.add(BoxObstacle{{size / 3.0, size, size}}, Pose3(turn, {size / 6.0 + 0.1, 0.0, 0.0}));
+    }
+    const auto n = static_cast<int>(description->numCSpaceCoords());
+    const auto environment =
+        CreateRobotEnvironment({description.get(), world.view(), Eigen::VectorXd::Ones(n), 10, 1, 2});
+    for (int attempt = 0; attempt < 60; ++attempt) {
+      Eigen::VectorXd free = RandomVec(engine, n, -2.9, 2.9);
+      Eigen::VectorXd touching = RandomVec(engine, n, -2.9, 2.9);
+      if (!environment->IsValidConfiguration(free) || environment->IsValidConfiguration(touching)) {
+        continue;
+      }
+      const Eigen::VectorXd along = (touching - free).normalized();
+      for (int i = 0; i < 60; ++i) {
+        const Eigen::VectorXd middle = 0.5 * (free + touching);
+        (environment->IsValidConfiguration(middle) ? free : touching) = middle;
+      }
+      for (const double distance : {-3e-7, -1e-7, -3e-8, -1e-8, 0.0, 1e-8, 3e-8, 1e-7, 3e-7}) {
+        const Eigen::MatrixXd batch = (free + distance * along).replicate(1, attempt % 2 == 0 ? 3 : 7);
+        ASSERT_EQ(environment->CountValid(batch), OneByOne(*environment, batch).first)
+            << "round " << round << ", " << distance;
+      }
+      ++num_boundaries;
+    }
+  }
+  EXPECT_GT(num_boundaries, 300);
+}
+
 TEST_P(BatchTest, TakesAnyAngleAndManyConfigurations) {
+  // Where the arm is at the angle 0, which no lane must be taken for.
   World world;
-  world.add(SphereObstacle{0.1}, Pose3::FromTranslation({0.66, 0.45, 0.0}));
+  world.add(SphereObstacle{0.1}, Pose3::FromTranslation({0.75, 0.0, 0.0}));
   RobotDescriptionBuilder builder("base");
   builder.addJoint({"turn", JointType::kRevolute, "base", "arm", {}, {0.0, 0.0, 1.0}, {{-2e6, 2e6}}});
   builder.addCollisionSphere("arm", {0.6, 0.0, 0.0}, 0.1);
@@ -177,6 +229,9 @@ TEST_P(BatchTest, TakesAnyAngleAndManyConfigurations) {
   EXPECT_EQ(count, OneByOne(*environment, rows).first);
   EXPECT_GT(count, 8);
   EXPECT_LT(count, 1000);
+  // From beyond what lanes reach to within, past no obstacle.
+  const Eigen::MatrixXd across = Eigen::RowVectorXd::LinSpaced(8, 9.0, 7.0);
+  EXPECT_EQ(environment->CountValid(across), 8);
   if (testing::CountsAllocations()) {
     const auto before = testing::NumAllocations();
     environment->CountValid(rows);
@@ -189,8 +244,110 @@ TEST_P(BatchTest, TakesAnyAngleAndManyConfigurations) {
                        "[1].");
 }
 
+TEST_P(BatchTest, TellsBallsApartWhoseSquaredDistanceVanishes) {
+  World world;
+  world.add(SphereObstacle{1e-26}, Pose3::FromTranslation({1.8e-26, 1.8e-26, 1.8e-26}));
+  RobotDescriptionBuilder builder("base");
+  builder.addJoint({"turn", JointType::kRevolute, "base", "arm", {}, {0.0, 0.0, 1.0}, {{-1.0, 1.0}}});
+  builder.addCollisionSphere("arm", {0.0, 0.0, 0.0}, 1e-26);
+  const auto description = builder.build();
+  const auto environment =
+      CreateRobotEnvironment({description.get(), world.view(), Eigen::VectorXd::Ones(1), 10, 1, 2});
+  EXPECT_EQ(environment->CountValid(Eigen::MatrixXd::Zero(1, 8)), 8);
+}
+
+// Samples are those of drawing one after the other and asking about each at once, whatever has happened to
+// the world and to the base since they were drawn ahead. A rail goes farther than lanes reach.
+TEST_P(BatchTest, SamplesAreJudgedByTheWorldOfTheirCall) {
+  const testing::LogCapture quiet;
+  std::mt19937 engine(43);
+  std::uint64_t num_accepted = 0;
+  std::uint64_t num_rejected = 0;
+  for (int round = 0; round < 60; ++round) {
+    RobotDescriptionBuilder builder("base");
+    builder.addJoint({"rail", JointType::kPrismatic, "base", "cart", {}, {1.0, 0.0, 0.0}, {{-12.0, 12.0}}});
+    builder.addJoint({"mast", JointType::kRevolute, "cart", "mast", {}, {0.0, 0.0, 1.0}, {{-3.0, 3.0}}});
+    builder.addCollisionSphere("mast", {1.0, 0.0, 0.0}, 0.5)
+        .addCollisionSphere("base", {0.0, 0.0, 0.0}, 0.25);
+    builder.addCollisionPair("base", "mast");
+    const auto description = builder.build();
+    World world;
+    WorldView view = world.view();
+    const int attempts = 1 + round % 12;
+    const RobotEnvironmentConfig config(description.get(), view, Eigen::VectorXd::Ones(2), attempts, round,
+                                        2);
+    const auto environment = CreateRobotEnvironment(config);
+    const auto judge = CreateRobotEnvironment(config);
+    util::RandomGenerator<double> rail(static_cast<std::uint32_t>(round));
+    util::RandomGenerator<double> mast(static_cast<std::uint32_t>(round) + 1);
+    rail.SetRange(-12.0, 12.0);
+    mast.SetRange(-3.0, 3.0);
+    std::vector<ObstacleHandle> obstacles;
+    for (int call = 0; call < 30; ++call) {
+      const Eigen::VectorXd v = RandomVec(engine, 3, -12.0, 12.0);
+      switch (engine() % 8) {
+        case 0:
+          obstacles.push_back(
+              world.add(BoxObstacle{{4.0, 1.0, 1.0}}, Pose3::FromTranslation({v[0], 0.1 * v[1], 0.0})));
+          // Not shown before an update, of which the environment learns from its copy of the view.
+          if (engine() % 2 == 0) {
+            view.update();
+          }
+          break;
+        case 1:
+          if (!obstacles.empty()) {
+            world.remove(obstacles.back());
+            obstacles.pop_back();
+          }
+          environment->UpdateWorldView();
+          break;
+        case 2:
+          for (const auto& moved : {environment, judge}) {
+            moved->SetBasePose(Pose3::FromTranslation({0.2 * v[0], 0.1 * v[1], 0.0}));
+          }
+          break;
+        case 3:
+          // A check between two calls takes the same lanes.
+          environment->CountValid(Eigen::MatrixXd::Zero(2, 3));
+          break;
+        default:
+          break;
+      }
+      std::optional<Eigen::VectorXd> expected;
+      for (int attempt = 0; attempt < attempts && !expected; ++attempt) {
+        const double x = rail.Sample();
+        const Eigen::VectorXd q = testing::Vec({x, mast.Sample()});
+        if (judge->IsValidConfiguration(q)) {
+          expected = q;
+        }
+        (expected ? num_accepted : num_rejected) += 1;
+      }
+      ASSERT_EQ(environment->SampleConfiguration(), expected) << "round " << round << ", " << call;
+    }
+  }
+  EXPECT_GT(num_accepted, 500u);
+  EXPECT_GT(num_rejected, 500u);
+}
+
 INSTANTIATE_TEST_SUITE_P(Targets, BatchTest, ::testing::ValuesIn(hwy::SupportedAndGeneratedTargets()),
                          [](const auto& target) { return std::string(hwy::TargetName(target.param)); });
+
+TEST(EnvironmentTest, BatchesOfARobotWithoutSpheresKnowEveryLimit) {
+  RobotDescriptionBuilder builder("base");
+  builder.addJoint({"a", JointType::kPrismatic, "base", "a", {}, {1.0, 0.0, 0.0}, {{-1.0, 1.0}}});
+  builder.addJoint({"b", JointType::kPrismatic, "a", "b", {}, {1.0, 0.0, 0.0}, {{-1.0, 1.0}}});
+  const auto model = dynamic_cast<KinematicsInternal&>(*builder.build()->kinematics()).model();
+  const RobotDescriptionInternal description(
+      {model, {"a", "b"}, {{-kInf, kInf}, {kNaN, kNaN}}, Eigen::VectorXd::Zero(2), {}, {}});
+  const auto environment =
+      CreateRobotEnvironment({&description, World().view(), Eigen::VectorXd::Ones(2), 10, 1, 2});
+  for (const double a : {0.0, 1e300, kInf, -kInf, kNaN}) {
+    for (const double b : {0.0, -1e300, kInf, kNaN}) {
+      const Eigen::MatrixXd batch = testing::Vec({a, b});
+      EXPECT_EQ(environment->CountValid(batch), OneByOne(*environment, batch).first) << a << " " << b;
+    }
+  }
+}
 
 TEST(EnvironmentTest, AsksOneByOneUpToTheFirstInvalidConfiguration) {
   testing::ScriptedEnvironment environment(1, {}, [](const Eigen::VectorXd& q) { return q[0] < 3.0; });

@@ -27,8 +27,9 @@ const Eigen::VectorXd kOrigin = Vec({0.0, 0.0, 0.0});
 // A planner in free space with its environment and its tree.
 struct Planner {
   Planner(double tolerance, double edge_length, unsigned long max_iterations, Path samples,
-          ScriptedEnvironment::Validity is_valid = testing::Free)
-      : environment(std::make_shared<ScriptedEnvironment>(3, std::move(samples), std::move(is_valid))),
+          ScriptedEnvironment::Validity is_valid = testing::Free, int num_at_once = 1)
+      : environment(
+            std::make_shared<ScriptedEnvironment>(3, std::move(samples), std::move(is_valid), num_at_once)),
         tree(CreateBasicTree(3, L2Norm, false)),
         rrt(CreateBasicRRT({Eigen::VectorXd::Constant(3, tolerance), edge_length, max_iterations, false},
                            environment, tree)) {}
@@ -141,7 +142,7 @@ TEST(BasicRRTTest, WalksThatLeadNowhereEnd) {
 
 // The planner spelled out over plain lists.
 std::optional<Path> ReferencePlan(const SmallWorld& world, double tolerance, ReferenceTree& tree) {
-  if (!world.IsFree(world.start) || !world.IsFree(world.goal)) {
+  if (!world.Ask(world.start) || !world.Ask(world.goal)) {
     return std::nullopt;
   }
   tree.Add(world.start, 0);
@@ -149,7 +150,7 @@ std::optional<Path> ReferencePlan(const SmallWorld& world, double tolerance, Ref
     std::size_t node = tree.Nearest(sample);
     Eigen::VectorXd q = tree.points[node];
     const Eigen::VectorXd step = ReferenceTree::Step(q, sample, world.step);
-    for (q += step; world.IsFree(q); q += step) {
+    for (q += step; world.Ask(q); q += step) {
       node = tree.Add(q, node);
       if (((q - world.goal).array().abs() <= tolerance).all() &&
           ReferenceTree::Distance(world.goal, q) <= world.step) {
@@ -170,11 +171,16 @@ TEST(BasicRRTTest, AgreesWithThePlannerSpelledOut) {
     const SmallWorld world(seed, 3);
     ReferenceTree tree;
     const std::optional<Path> expected = ReferencePlan(world, 0.15, tree);
-    Planner planner(0.15, world.step, 60, world.samples, [&](const auto& q) { return world.IsFree(q); });
+    const int num_at_once = static_cast<int>(seed % 2) * 8;
+    Planner planner(
+        0.15, world.step, 60, world.samples, [&](const auto& q) { return world.IsFree(q); }, num_at_once);
     ASSERT_EQ(planner.Plan(world.start, world.goal), expected) << "seed " << seed;
     ASSERT_EQ(planner.rrt->GetAllValidatedConfigurations(), tree.points) << "seed " << seed;
     if (expected) {
       ASSERT_EQ(planner.rrt->GetAllValidatedEdges().back(), std::pair(expected->end()[-2], world.goal));
+    }
+    if (num_at_once <= 1) {
+      ASSERT_EQ(planner.environment->questions, world.questions) << "seed " << seed;
     }
     num_found += expected.has_value() ? 1 : 0;
   }

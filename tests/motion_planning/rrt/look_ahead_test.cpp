@@ -1,6 +1,8 @@
+#include "kavo/motion_planning/rrt/look_ahead_internal.h"
+
 #include <gtest/gtest.h>
 
-#include <random>
+#include <algorithm>
 #include <utility>
 
 #include "kavo/motion_planning/environment/robot_environment.h"
@@ -9,6 +11,7 @@
 #include "kavo/motion_planning/tree/basic_tree.h"
 #include "kavo/motion_planning/util/smoothing.h"
 #include "kavo/world/world.h"
+#include "tests/motion_planning/scripted_environment.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/vectors.h"
 #include "tests/world/random_scene.h"
@@ -135,6 +138,40 @@ TEST(LookAheadTest, ChangesNoBitOfAnySearch) {
   for (const int found : num_found) {
     EXPECT_GT(found, 50);
     EXPECT_LT(found, 250);
+  }
+}
+
+// Where a walk along 0, 1, 2 and so on is ended by itself, by an obstacle, or by both.
+TEST(LookAheadTest, WalksLikeAPlainLoopWhateverItAsksAtOnce) {
+  for (const int num_at_once : {0, 1, 2, 4, 5, 8}) {
+    double obstacle = 0.0;
+    const testing::ScriptedEnvironment environment(
+        1, {}, [&](const Eigen::VectorXd& q) { return q[0] < obstacle; }, num_at_once);
+    // Kept from walk to walk, as planners keep it.
+    internal::LookAhead look_ahead(environment);
+    for (obstacle = 0.0; obstacle <= 20.0; ++obstacle) {
+      for (double last = 0.0; last <= 20.0; ++last) {
+        const auto advance = [last](Eigen::VectorXd& q) {
+          q[0] += 1.0;
+          return q[0] <= last;
+        };
+        environment.questions.clear();
+        Eigen::VectorXd q = testing::Vec({0.0});
+        double num_visited = 0.0;
+        look_ahead.Start();
+        while (look_ahead.IsValid(q, advance)) {
+          ASSERT_EQ(q[0], num_visited++);
+          if (!look_ahead.Next(q, advance)) {
+            break;
+          }
+        }
+        ASSERT_EQ(num_visited, std::min(obstacle, last + 1.0)) << num_at_once;
+        // Each is asked about once, in order, and none without need where one is asked about at a time.
+        const auto num_questions = static_cast<double>(environment.questions.size());
+        ASSERT_EQ(environment.questions.back()[0], num_questions - 1.0);
+        ASSERT_LE(num_questions, std::min(obstacle, last) + 1.0) << num_at_once;
+      }
+    }
   }
 }
 

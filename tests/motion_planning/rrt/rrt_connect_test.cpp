@@ -147,7 +147,7 @@ TEST(RRTConnectTest, WalksThatLeadNowhereEnd) {
 // The planner spelled out: two trees with fixed roles instead of two that are exchanged.
 struct Reference {
   std::optional<Path> Plan(const SmallWorld& world, double exploration_fraction, int max_iterations) {
-    if (!world.IsFree(world.start) || !world.IsFree(world.goal)) {
+    if (!world.Ask(world.start) || !world.Ask(world.goal)) {
       return std::nullopt;
     }
     trees[0].Add(world.start, 0);
@@ -174,7 +174,7 @@ struct Reference {
       std::size_t node = tree.Nearest(goal);
       Eigen::VectorXd q = tree.points[node];
       const Eigen::VectorXd step = ReferenceTree::Step(q, goal, world.step);
-      for (q += step; world.IsFree(q); q += step) {
+      for (q += step; world.Ask(q); q += step) {
         node = tree.Add(q, node);
         const std::size_t nearest = other.Nearest(q);
         if (ReferenceTree::Distance(other.points[nearest], q) <= world.step) {
@@ -206,11 +206,15 @@ TEST(RRTConnectTest, AgreesWithThePlannerSpelledOut) {
     const int max_iterations = 1 + static_cast<int>(seed % 23);
     Reference reference;
     const std::optional<Path> expected = reference.Plan(world, exploration_fraction, max_iterations);
-    const auto environment = world.MakeEnvironment();
+    const int num_at_once = static_cast<int>(seed % 2) * 8;
+    const auto environment = world.MakeEnvironment(num_at_once);
     Connect connect({world.step, static_cast<unsigned long>(max_iterations), exploration_fraction},
                     environment);
     ASSERT_EQ(connect.Plan(world.start, world.goal), expected) << "seed " << seed;
     ASSERT_EQ(environment->num_samples, reference.num_samples) << "seed " << seed;
+    if (num_at_once <= 1) {
+      ASSERT_EQ(environment->questions, world.questions) << "seed " << seed;
+    }
     // A success ends with the start tree in the first owner, a failure wherever the last exchange left it.
     const std::size_t first = expected ? 0 : reference.num_swaps % 2;
     Path inserted = reference.trees[first].points;
@@ -222,6 +226,43 @@ TEST(RRTConnectTest, AgreesWithThePlannerSpelledOut) {
   }
   EXPECT_GT(num_found, 100);
   EXPECT_GT(num_failed, 50);
+}
+
+// A tree that tells nothing of its distances is asked for the nearest node after each step. What another one
+// is spared, and what is looked ahead to, must change nothing, also where a search is stopped.
+TEST(RRTConnectTest, NearestNodesThatAreNotAskedForWouldNotHaveConnected) {
+  const LogCapture log;
+  std::mt19937 engine(5);
+  int num_found = 0;
+  for (unsigned int seed = 0; seed < 400; ++seed) {
+    const SmallWorld world(seed, 2 + static_cast<int>(seed % 3));
+    Eigen::VectorXd weights = testing::RandomVec(engine, world.dimension, 0.1, 3.0);
+    weights[0] = seed % 8 == 3 ? 0.0 : (seed % 8 == 7 ? -2.0 : weights[0]);
+    const DistanceMetric metrics[] = {L2Norm, SquaredL2Norm, SquaredL2Norm, WeightedSquaredL2Norm(weights)};
+    const DistanceMetric& metric = metrics[seed % 4];
+    const auto num_polls = seed % 5 == 0 ? engine() % 60 : 100000u;
+    Path nodes[2];
+    std::optional<Path> paths[2];
+    for (const bool is_plain : {false, true}) {
+      const auto make_tree = [&] {
+        const DistanceMetric opaque = [&](const auto& q0, const auto& q1) { return metric(q0, q1); };
+        return CreateBasicTree(static_cast<unsigned long>(world.dimension), is_plain ? opaque : metric,
+                               false);
+      };
+      std::unique_ptr<Tree> tree_a = make_tree();
+      std::unique_ptr<Tree> tree_b = make_tree();
+      const auto rrt = CreateRRTConnect({0.5 * world.step, 60, 0.5}, world.MakeEnvironment(is_plain ? 1 : 8),
+                                        tree_a, tree_b);
+      rrt->SetStopCondition([left = num_polls]() mutable { return left-- == 0; });
+      paths[is_plain ? 1 : 0] = testing::Plan(*rrt, world.start, world.goal);
+      nodes[is_plain ? 1 : 0] = rrt->GetAllValidatedConfigurations();
+    }
+    ASSERT_EQ(paths[0], paths[1]) << "seed " << seed;
+    ASSERT_EQ(nodes[0], nodes[1]) << "seed " << seed;
+    num_found += paths[0] ? 1 : 0;
+  }
+  EXPECT_GT(num_found, 100);
+  EXPECT_LT(num_found, 350);
 }
 
 TEST(RRTConnectTest, PathOfASmallQueryStaysTheSame) {

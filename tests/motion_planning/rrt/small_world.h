@@ -44,9 +44,16 @@ struct SmallWorld {
                         [&](const Eigen::VectorXd& center) { return (q - center).norm() <= 0.2; });
   }
 
-  std::shared_ptr<ScriptedEnvironment> MakeEnvironment() const {
+  //! The same for a planner that is spelled out, which leaves its questions behind.
+  bool Ask(const Eigen::VectorXd& q) const {
+    questions.push_back(q);
+    return IsFree(q);
+  }
+
+  std::shared_ptr<ScriptedEnvironment> MakeEnvironment(int num_at_once = 1) const {
     return std::make_shared<ScriptedEnvironment>(
-        dimension, samples, [world = *this](const Eigen::VectorXd& q) { return world.IsFree(q); });
+        dimension, samples, [world = *this](const Eigen::VectorXd& q) { return world.IsFree(q); },
+        num_at_once);
   }
 
   int dimension;
@@ -55,6 +62,7 @@ struct SmallWorld {
   Eigen::VectorXd start;
   Eigen::VectorXd goal;
   double step;
+  mutable Path questions;
 };
 
 //! A tree as two lists, with its operations spelled out.

@@ -89,6 +89,46 @@ TEST_P(BasicTreeTargetTest, ScanFindsWhatThePlainLoopFinds) {
   }
 }
 
+// Sizes of coordinates and weights, a power of ten each, at which squares or sums leave the range of single
+// precision, or the differences of the points drown in its rounding.
+TEST_P(BasicTreeTargetTest, ScanIsExactWhereSinglePrecisionFails) {
+  const struct {
+    double size;
+    double weight;
+    double offset;
+  } scales[] = {{1e18, 1.0, 0.0},    {1e-20, 1.0, 0.0},   {1e-25, 1.0, 0.0}, {1e23, 1e-20, 0.0},
+                {1e22, 1e-13, 0.0},  {1e-22, 1e26, 0.0},  {1e-20, 1e9, 0.0}, {1e10, 1e-45, 0.0},
+                {1.0, 1e31, 0.0},    {1.0, 1e-300, 0.0},  {1.0, 1.0, 1e6},   {1e-7, 1.0, 1.0},
+                {1e-9, 1e-10, 1e-3}, {1e10, 1e-10, 1e17}, {1.0, -1.0, 1e3},  {1e200, 1.0, 0.0}};
+  std::mt19937 engine(11);
+  for (const auto& [size, weight, offset] : scales) {
+    for (const int dimension : {2, 7, 64, 65}) {
+      const Eigen::VectorXd weights = weight * RandomVec(engine, dimension, 0.1, 3.0);
+      for (const DistanceMetric& metric :
+           {DistanceMetric(L2Norm), DistanceMetric(WeightedSquaredL2Norm(weights))}) {
+        const auto scanned = CreateBasicTree(static_cast<unsigned long>(dimension), metric, false);
+        const auto point = [&, s = size, o = offset] {
+          const Eigen::VectorXd v = s * RandomVec(engine, dimension, -1.0, 1.0);
+          return Eigen::VectorXd(v.array() + o);
+        };
+        for (int i = 0; i < 60; ++i) {
+          scanned->Insert(Node(point()));
+        }
+        for (int i = 0; i < 20; ++i) {
+          const Eigen::VectorXd q = point();
+          const auto& nodes = scanned->Nodes();
+          const auto nearest =
+              std::min_element(nodes.begin(), nodes.end(), [&](const auto& a, const auto& b) {
+                return metric(a->Configuration(), q) < metric(b->Configuration(), q);
+              });
+          ASSERT_EQ(scanned->GetClosest(q).node, *nearest)
+              << "size " << size << ", weight " << weight << ", dimension " << dimension;
+        }
+      }
+    }
+  }
+}
+
 INSTANTIATE_TEST_SUITE_P(Targets, BasicTreeTargetTest,
                          ::testing::ValuesIn(hwy::SupportedAndGeneratedTargets()),
                          [](const auto& target) { return std::string(hwy::TargetName(target.param)); });
@@ -198,6 +238,26 @@ TEST(BasicTreeTest, NearestNodeIsFoundWithoutAllocation) {
   const ClosestNode closest = tree->GetClosest(q);
   EXPECT_EQ(testing::NumAllocations(), before);
   EXPECT_EQ(closest.node, tree->Nodes()[150]);
+}
+
+TEST(BasicTreeTest, TellsWhereADetourIsNeverShorter) {
+  using Geometry = Tree::Geometry;
+  const auto weighted = [](const std::vector<double>& weights) {
+    return WeightedSquaredL2Norm(
+        Eigen::Map<const Eigen::VectorXd>(weights.data(), static_cast<Eigen::Index>(weights.size())));
+  };
+  const std::pair<DistanceMetric, Geometry> cases[] = {
+      {L2Norm, Geometry::kMetric},
+      {SquaredL2Norm, Geometry::kSquaredMetric},
+      {Opaque(L2Norm), Geometry::kUnknown},
+      {weighted({1.0, 0.0}), Geometry::kSquaredMetric},
+      {weighted({1.0, -1e-9}), Geometry::kUnknown},
+      {weighted({1.0, kNaN}), Geometry::kUnknown},
+      {weighted({1.0}), Geometry::kUnknown},
+  };
+  for (const auto& [metric, geometry] : cases) {
+    EXPECT_EQ(CreateBasicTree(2, metric, false)->DistanceGeometry(), geometry);
+  }
 }
 
 TEST(TeskTreeTest, FallsBackToABasicTreeWithANotice) {

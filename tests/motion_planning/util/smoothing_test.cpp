@@ -65,14 +65,17 @@ TEST(IsValidPathTest, AsksMiddleFirstAndStopsAtTheFirstInvalidPoint) {
       {7.5, 7.5, {4.0, 2.0, 6.0, 1.0, 3.0, 5.0, 7.0, 7.5}},
   };
   for (const auto& c : cases) {
-    const auto plane = Plane([&](const Eigen::VectorXd& q) { return q[0] != c.invalid; });
-    const bool is_valid = IsValidPath(plane, 1.0, Vec({0.0, 0.0}), Vec({c.end, 0.0}));
-    EXPECT_EQ(is_valid, c.asked.empty() || c.asked.back() != c.invalid) << c.end;
-    std::vector<double> asked;
-    for (const Eigen::VectorXd& q : plane->questions) {
-      asked.push_back(q[0]);
+    for (const int num_at_once : {1, 3, 8}) {
+      const auto plane = std::make_shared<ScriptedEnvironment>(
+          2, Path{}, [&](const Eigen::VectorXd& q) { return q[0] != c.invalid; }, num_at_once);
+      const bool is_valid = IsValidPath(plane, 1.0, Vec({0.0, 0.0}), Vec({c.end, 0.0}));
+      EXPECT_EQ(is_valid, c.asked.empty() || c.asked.back() != c.invalid) << c.end;
+      std::vector<double> asked;
+      for (const Eigen::VectorXd& q : plane->questions) {
+        asked.push_back(q[0]);
+      }
+      EXPECT_EQ(asked, c.asked);
     }
-    EXPECT_EQ(asked, c.asked);
   }
   // A segment that is not finite is not free.
   for (const double x : {kNaN, kInf, 1e200}) {
