@@ -113,7 +113,7 @@ class BasicRRT final : public RRT {
     }
     const auto advance = [&](Eigen::VectorXd& q) {
       return !IsAtTarget(q) && !(tree.Distance(q, q_sample) < config_.edge_length) &&
-             internal::Advance(step, q) && internal::IsFinite(q);
+             internal::Advance(step, q);
     };
     look_ahead_.Start();
     while (!ShouldStop() && look_ahead_.IsValid(q_new, advance)) {
