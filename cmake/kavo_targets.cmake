@@ -47,14 +47,15 @@ endif()
 add_library(kavo_light_optimisation INTERFACE)
 target_compile_options(kavo_light_optimisation INTERFACE $<IF:$<CONFIG:Debug>,-O0,-O1>)
 
+if(KAVO_PRECOMPILE_HEADERS AND NOT CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+  message(FATAL_ERROR "KAVO_PRECOMPILE_HEADERS needs clang: g++ 12 now and then writes headers that it falls over later")
+endif()
+
 # kavo_precompile_headers(<set> <target> [headers...])
 #
 # Most of the time of a build goes into reading the same headers. The first target of a set compiles what nearly all sources
 # include, and these headers; the others reuse it, and so have to be built with the same flags. A source still includes
 # all that it uses: without KAVO_PRECOMPILE_HEADERS nothing is given to it.
-if(KAVO_PRECOMPILE_HEADERS AND NOT CMAKE_CXX_COMPILER_ID MATCHES "Clang")
-  message(FATAL_ERROR "KAVO_PRECOMPILE_HEADERS needs clang: g++ 12 now and then writes headers that it falls over later")
-endif()
 function(kavo_precompile_headers set target)
   if(NOT KAVO_PRECOMPILE_HEADERS)
     return()
