@@ -4,6 +4,7 @@
 
 #include "kavo/formats/sphere_cover_internal.h"
 #include "kavo/kinematics/sin_cos_internal.h"
+#include "kavo/math/constants_internal.h"
 
 namespace kavo::formats {
 
@@ -11,7 +12,7 @@ namespace {
 
 using Spheres = std::vector<math::Sphere>;
 
-constexpr double kPi = 3.141592653589793;
+using math::kPi;
 
 // Makes up for rounding: radii grow by the one, and the tolerance shrinks by more than that costs.
 constexpr double kGrow = 1.0 + 1e-9;

@@ -15,6 +15,7 @@
 #include "kavo/formats/text_internal.h"
 #include "kavo/formats/urdf_internal.h"
 #include "kavo/formats/xml_internal.h"
+#include "kavo/math/constants_internal.h"
 
 namespace kavo::formats {
 
@@ -22,7 +23,7 @@ namespace {
 
 using Element = XmlFile::Element;
 
-constexpr double kPi = 3.141592653589793;
+using math::kPi;
 
 // The memory of a kinematic model grows with the square of the length of a chain.
 constexpr std::size_t kMaxJoints = 4096;

@@ -16,6 +16,7 @@
 #include "kavo/formats/file_error.h"
 #include "kavo/kinematics/interface/kinematics_internal.h"
 #include "kavo/kinematics/interface/robot_description_internal.h"
+#include "kavo/math/constants_internal.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/vectors.h"
 
@@ -30,7 +31,7 @@ using ::testing::Pair;
 using testing::RandomVec;
 using testing::Vec;
 
-constexpr double kPi = 3.141592653589793;
+using math::kPi;
 
 const RobotDescriptionInternal& Internal(const LoadedRobot& robot) {
   return dynamic_cast<const RobotDescriptionInternal&>(*robot.description);

@@ -13,6 +13,7 @@
 #include "kavo/kinematics/interface/robot_description_internal.h"
 #include "kavo/kinematics/kinematics.h"
 #include "kavo/kinematics/sin_cos_internal.h"
+#include "kavo/math/constants_internal.h"
 #include "kavo/util/log_message.h"
 #include "kavo/util/to_string.h"
 
@@ -21,7 +22,7 @@ namespace kavo {
 namespace {
 
 constexpr char kFile[] = "kinematics/interface/robot_description_builder";
-constexpr double kPi = 3.141592653589793;
+using math::kPi;
 
 kinematics::JointLimits CheckedLimits(const Joint& joint) {
   if (!joint.limits.has_value() && joint.type == JointType::kContinuous) {

@@ -5,12 +5,13 @@
 
 #include "kavo/kinematics/interface/robot_description.h"
 #include "kavo/kinematics/interface/robot_description_builder.h"
+#include "kavo/math/constants_internal.h"
 
 namespace kavo {
 
 namespace {
 
-constexpr double kPi = 3.141592653589793;
+using math::kPi;
 const double kHalfRoot = std::sqrt(0.5);
 
 // Denavit-Hartenberg parameters after Craig, as the maker publishes them: the frame of joint i lies in that

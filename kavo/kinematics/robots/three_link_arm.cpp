@@ -3,12 +3,13 @@
 
 #include "kavo/kinematics/interface/robot_description.h"
 #include "kavo/kinematics/interface/robot_description_builder.h"
+#include "kavo/math/constants_internal.h"
 
 namespace kavo {
 
 namespace {
 
-constexpr double kPi = 3.141592653589793;
+using math::kPi;
 constexpr double kLinkLengths[] = {1.0, 0.8, 0.6};
 constexpr double kSphereRadius = 0.06;
 constexpr double kSphereSpacing = 0.1;

@@ -6,7 +6,7 @@
 
 #include "kavo/kinematics/interface/kinematics_internal.h"
 #include "kavo/math/bounding_sphere.h"
-#include "kavo/motion_planning/util/vector_math_internal.h"
+#include "kavo/math/vector_math_internal.h"
 #include "kavo/util/sort.h"
 
 namespace kavo::planning::internal {
@@ -93,7 +93,7 @@ bool RobotCollision::HasSurroundingsChanged() {
 
 bool RobotCollision::Touches(const Eigen::VectorXd& q) {
   // NaN passes every limit, and a robot without spheres never asks the world.
-  if (!internal::IsFinite(q)) {
+  if (!math::IsFinite(q)) {
     return true;
   }
   if (collections_.empty()) {

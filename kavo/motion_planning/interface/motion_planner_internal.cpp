@@ -3,12 +3,12 @@
 #include <chrono>
 #include <utility>
 
+#include "kavo/math/vector_math_internal.h"
 #include "kavo/motion_planning/interface/param_value_internal.h"
 #include "kavo/motion_planning/rrt/rrt_connect.h"
 #include "kavo/motion_planning/tree/basic_tree.h"
 #include "kavo/motion_planning/tree/tesk_tree_util.h"
 #include "kavo/motion_planning/util/smoothing.h"
-#include "kavo/motion_planning/util/vector_math_internal.h"
 #include "kavo/util/log_message.h"
 
 namespace kavo::planning {
@@ -180,7 +180,7 @@ MotionPlanner::Results MotionPlannerInternal::generateResults(
   const std::vector<Eigen::VectorXd> raw = ConvertToConfigurations(*nodes);
   report_.num_raw_waypoints = raw.size();
   for (std::size_t i = 1; i < raw.size(); ++i) {
-    report_.raw_length += internal::Distance(raw[i - 1], raw[i]);
+    report_.raw_length += math::Distance(raw[i - 1], raw[i]);
   }
   const auto begin = std::chrono::steady_clock::now();
   std::optional<std::vector<Eigen::VectorXd>> path =

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
+#include "kavo/math/vector_math_internal.h"
 #include "kavo/motion_planning/rrt/look_ahead_internal.h"
 #include "kavo/motion_planning/rrt/rrt_util.h"
-#include "kavo/motion_planning/util/vector_math_internal.h"
 #include "kavo/util/log_message.h"
 
 namespace kavo::planning {
@@ -105,15 +105,14 @@ class BasicRRT final : public RRT {
     Tree& tree = GetTree();
     std::shared_ptr<Node> parent =
         (config_.use_approx_closest ? tree.GetApproxClosest(q_sample) : tree.GetClosest(q_sample)).node;
-    const Eigen::VectorXd step = internal::StepToward(parent->Configuration(), q_sample, config_.edge_length);
+    const Eigen::VectorXd step = math::StepToward(parent->Configuration(), q_sample, config_.edge_length);
     Eigen::VectorXd q_new = parent->Configuration() + step;
     // A sample or a step beyond the finite numbers leads nowhere, whatever the environment says.
-    if (!internal::IsFinite(q_new)) {
+    if (!math::IsFinite(q_new)) {
       return;
     }
     const auto advance = [&](Eigen::VectorXd& q) {
-      return !IsAtTarget(q) && !(tree.Distance(q, q_sample) < config_.edge_length) &&
-             internal::Advance(step, q);
+      return !IsAtTarget(q) && !(tree.Distance(q, q_sample) < config_.edge_length) && math::Advance(step, q);
     };
     look_ahead_.Start();
     while (!ShouldStop() && look_ahead_.IsValid(q_new, advance)) {

@@ -5,10 +5,10 @@
 #include <cstdint>
 #include <deque>
 
+#include "kavo/math/vector_math_internal.h"
 #include "kavo/motion_planning/rrt/look_ahead_internal.h"
 #include "kavo/motion_planning/rrt/rrt_util.h"
 #include "kavo/motion_planning/tree/node.h"
-#include "kavo/motion_planning/util/vector_math_internal.h"
 #include "kavo/util/log_message.h"
 #include "kavo/util/to_string.h"
 
@@ -34,7 +34,7 @@ double Dot(const Eigen::VectorXd& a, const Eigen::VectorXd& b) {
 }
 
 bool Opposes(const Eigen::VectorXd& step, const Eigen::VectorXd& previous_step) {
-  return Dot(internal::WithLength(step, 1.0), internal::WithLength(previous_step, 1.0)) < 0.0;
+  return Dot(math::WithLength(step, 1.0), math::WithLength(previous_step, 1.0)) < 0.0;
 }
 
 }  // namespace
@@ -126,7 +126,7 @@ std::optional<std::vector<std::shared_ptr<Node>>> JtRRT::TryToFindPath(const Eig
   CSpaceTree().ClearAndSetRoot(c_root);
   TaskSpaceTree().ClearAndSetRoot(x_root);
   candidates_.clear();
-  if (!internal::IsFinite(x_target_)) {
+  if (!math::IsFinite(x_target_)) {
     status_ = SearchStatus::kInvalidTarget;
     return std::nullopt;
   }
@@ -232,7 +232,7 @@ std::optional<JtRRT::Twins> JtRRT::SelectExtensionNodes(ExtensionMode mode, cons
 Eigen::VectorXd JtRRT::JacobianTransposeStep(const Eigen::VectorXd& q, const Eigen::VectorXd& x,
                                              const Eigen::VectorXd& goal) const {
   environment_->GetTaskSpacePositionJacobian(q, jacobian_);
-  const Eigen::VectorXd dx = internal::StepToward(x, goal, config_.edge_length);
+  const Eigen::VectorXd dx = math::StepToward(x, goal, config_.edge_length);
   Eigen::VectorXd dq(q_dimension_);
   for (Eigen::Index i = 0; i < q_dimension_; ++i) {
     dq[i] = jacobian_(0, i) * dx[0] + jacobian_(1, i) * dx[1] + jacobian_(2, i) * dx[2];
@@ -243,10 +243,10 @@ Eigen::VectorXd JtRRT::JacobianTransposeStep(const Eigen::VectorXd& q, const Eig
 Eigen::VectorXd JtRRT::CalculateQExtension(ExtensionMode mode, const Eigen::VectorXd& goal,
                                            const Eigen::VectorXd& q, const Eigen::VectorXd& x) const {
   if (mode == ExtensionMode::C_SPACE_EXPLORATION) {
-    return internal::StepToward(q, goal, config_.edge_length);
+    return math::StepToward(q, goal, config_.edge_length);
   }
   const Eigen::VectorXd dq = JacobianTransposeStep(q, x, goal);
-  return internal::Norm(dq) > kMinStep ? internal::WithLength(dq, config_.edge_length) : dq;
+  return math::Norm(dq) > kMinStep ? math::WithLength(dq, config_.edge_length) : dq;
 }
 
 JtRRT::Course JtRRT::CourseFrom(ExtensionMode mode, const Eigen::VectorXd& goal, const Eigen::VectorXd& q,
@@ -266,7 +266,7 @@ JtRRT::Course JtRRT::CourseFrom(ExtensionMode mode, const Eigen::VectorXd& goal,
   course.dq = previous_dq;
   if (!in_c_space) {
     course.dq = CalculateQExtension(mode, goal, q, course.x);
-    if (internal::Norm(course.dq) < kMinStep || Opposes(course.dq, previous_dq)) {
+    if (math::Norm(course.dq) < kMinStep || Opposes(course.dq, previous_dq)) {
       return course;
     }
   }
@@ -293,7 +293,7 @@ void JtRRT::Extend(const Eigen::VectorXd& goal, ExtensionMode mode) {
   }
   Eigen::VectorXd dq =
       CalculateQExtension(mode, goal, twins->c_node->Configuration(), twins->x_node->Configuration());
-  if (internal::Norm(dq) < kMinStep) {
+  if (math::Norm(dq) < kMinStep) {
     return;
   }
   const Eigen::VectorXd& min = environment_->CSpaceCoordLimits().Min();
@@ -313,11 +313,11 @@ void JtRRT::Extend(const Eigen::VectorXd& goal, ExtensionMode mode) {
   const auto advance = [&](Eigen::VectorXd& q) {
     courses.push_back(CourseFrom(mode, goal, q, last_dq));
     last_dq = courses.back().dq;
-    return courses.back().goes_on && internal::Advance(last_dq, q);
+    return courses.back().goes_on && math::Advance(last_dq, q);
   };
   look_ahead_->Start();
   for (int i = 0; i < kMaxStepsOfExtension; ++i) {
-    if (ShouldStop() || !internal::IsFinite(q_new) || !look_ahead_->IsValid(q_new, advance)) {
+    if (ShouldStop() || !math::IsFinite(q_new) || !look_ahead_->IsValid(q_new, advance)) {
       return;
     }
     Course course;
@@ -338,7 +338,7 @@ void JtRRT::Extend(const Eigen::VectorXd& goal, ExtensionMode mode) {
     }
     dq = course.dq;
     // Unlike the first, this step may leave the limits; the validity check then ends the walk.
-    if (!course.goes_on || !internal::Advance(dq, q_new)) {
+    if (!course.goes_on || !math::Advance(dq, q_new)) {
       return;
     }
   }
@@ -350,10 +350,10 @@ void JtRRT::ExtendToTarget() {
   const Eigen::VectorXd q_start = (*q_target_node_)->Configuration();
   const Eigen::VectorXd q_goal = GetCSpaceTarget(q_start);
   Twins parents{*q_target_node_, *TaskSpaceTree().TryGetNode(*(*q_target_node_)->TryGetId())};
-  const Eigen::VectorXd step = internal::StepToward(q_start, q_goal, config_.edge_length);
+  const Eigen::VectorXd step = math::StepToward(q_start, q_goal, config_.edge_length);
   // The refinement makes no more steps; where lengths overflow, their ratio says nothing.
-  const double num_steps = std::min(double{kRefinementBudget},
-                                    std::floor(internal::Distance(q_start, q_goal) / config_.edge_length));
+  const double num_steps =
+      std::min(double{kRefinementBudget}, std::floor(math::Distance(q_start, q_goal) / config_.edge_length));
   for (int k = 1; k <= num_steps; ++k) {
     const Eigen::VectorXd q = q_start + k * step;
     DualInsert(q, environment_->TaskSpacePosition(q), parents);
@@ -369,14 +369,14 @@ Eigen::VectorXd JtRRT::GetCSpaceTarget(const Eigen::VectorXd& q0) const {
   double scale = 1.0;
   Eigen::VectorXd previous_direction;
   for (int countdown = kRefinementBudget; countdown > 0; --countdown) {
-    if (!(internal::Distance(x, x_target_) > config_.x_target_final_tolerance)) {
+    if (!(math::Distance(x, x_target_) > config_.x_target_final_tolerance)) {
       return q;
     }
     const Eigen::VectorXd dq = JacobianTransposeStep(q, x, x_target_);
-    if (internal::Norm(dq) < kMinStep) {
+    if (math::Norm(dq) < kMinStep) {
       break;
     }
-    const Eigen::VectorXd direction = internal::WithLength(dq, 1.0);
+    const Eigen::VectorXd direction = math::WithLength(dq, 1.0);
     for (Eigen::Index i = 0; i < q.size(); ++i) {
       q[i] += direction[i] * config_.edge_length * scale;
     }
@@ -391,7 +391,7 @@ Eigen::VectorXd JtRRT::GetCSpaceTarget(const Eigen::VectorXd& q0) const {
                              << util::ToString(q)
                              << ". Task space position for returned c-space configuration is "
                              << util::ToString(x) << ". This task space position is "
-                             << internal::Distance(x, x_target_) << " away from task space target "
+                             << math::Distance(x, x_target_) << " away from task space target "
                              << "[" << x_target_.transpose() << "]"
                              << ".";
   return q;

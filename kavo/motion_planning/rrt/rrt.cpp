@@ -1,6 +1,6 @@
 #include "kavo/motion_planning/rrt/rrt.h"
 
-#include "kavo/motion_planning/util/vector_math_internal.h"
+#include "kavo/math/vector_math_internal.h"
 #include "kavo/util/log_message.h"
 
 namespace kavo::planning {
@@ -11,7 +11,7 @@ bool RRT::ValidateConfiguration(const Environment& environment, const Eigen::Vec
                                 SearchStatus if_invalid) {
   status_ = SearchStatus::kNone;
   num_iterations_ = 0;
-  if (environment.IsValidConfiguration(q) && internal::IsFinite(q)) {
+  if (environment.IsValidConfiguration(q) && math::IsFinite(q)) {
     return true;
   }
   status_ = if_invalid;

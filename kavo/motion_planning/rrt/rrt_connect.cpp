@@ -5,9 +5,9 @@
 #include <cstdint>
 #include <utility>
 
+#include "kavo/math/vector_math_internal.h"
 #include "kavo/motion_planning/rrt/look_ahead_internal.h"
 #include "kavo/motion_planning/rrt/rrt_util.h"
-#include "kavo/motion_planning/util/vector_math_internal.h"
 #include "kavo/util/clip_warning.h"
 #include "kavo/util/log_message.h"
 
@@ -183,16 +183,16 @@ class RRTConnect final : public RRT {
   void ExtendTreeA(const Eigen::VectorXd& q_goal) {
     std::shared_ptr<Node> parent = TreeA().GetClosest(q_goal).node;
     step_ = q_goal - parent->Configuration();
-    internal::SetLength(config_.edge_length, step_);
+    math::SetLength(config_.edge_length, step_);
     q_new_ = parent->Configuration() + step_;
     // A sample or a step beyond the finite numbers leads nowhere, whatever the environment says.
-    if (!internal::IsFinite(q_new_)) {
+    if (!math::IsFinite(q_new_)) {
       return;
     }
     // Whether the trees connect is not asked ahead: it costs more than the few configurations beyond.
     const Tree& tree = TreeA();
     const auto advance = [&](Eigen::VectorXd& q) {
-      return !(tree.Distance(q, q_goal) < config_.edge_length) && internal::Advance(step_, q);
+      return !(tree.Distance(q, q_goal) < config_.edge_length) && math::Advance(step_, q);
     };
     look_ahead_.Start();
     Separation separation(TreeB(), config_.edge_length);

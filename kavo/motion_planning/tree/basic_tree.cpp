@@ -7,9 +7,9 @@
 #include <utility>
 #include <vector>
 
+#include "kavo/math/vector_math_internal.h"
 #include "kavo/motion_planning/tree/nearest_scan_internal.h"
 #include "kavo/motion_planning/tree/node_arena_internal.h"
-#include "kavo/motion_planning/util/vector_math_internal.h"
 #include "kavo/util/log_message.h"
 
 namespace kavo::planning {
@@ -105,7 +105,7 @@ class BasicTree final : public Tree {
   double Distance(const Eigen::VectorXd& q0, const Eigen::VectorXd& q1) const override {
     if (scan_metric_ == NearestScan::Metric::kL2 && q0.size() == q1.size()) {
       // What the metric does, without the way through a function object.
-      return internal::Distance(q0, q1);
+      return math::Distance(q0, q1);
     }
     return metric_(q0, q1);
   }

@@ -3,7 +3,7 @@
 #include <cmath>
 #include <limits>
 
-#include "kavo/motion_planning/util/vector_math_internal.h"
+#include "kavo/math/vector_math_internal.h"
 #include "kavo/util/log_message.h"
 
 namespace kavo::planning {
@@ -17,7 +17,7 @@ double SquaredL2Norm(const Eigen::VectorXd& q0, const Eigen::VectorXd& q1) {
     LogFatalDimensionMismatchError(static_cast<int>(q0.size()), static_cast<int>(q1.size()));
     return std::numeric_limits<double>::quiet_NaN();
   }
-  return internal::SquaredDistance(q0, q1);
+  return math::SquaredDistance(q0, q1);
 }
 
 WeightedSquaredL2Norm::WeightedSquaredL2Norm(const Eigen::VectorXd& weights) : weights_(weights) {}

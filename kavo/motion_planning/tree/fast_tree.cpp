@@ -4,10 +4,10 @@
 #include <utility>
 #include <vector>
 
+#include "kavo/math/vector_math_internal.h"
 #include "kavo/motion_planning/spatial_data_structures/r_star_tree.h"
 #include "kavo/motion_planning/tree/distance_metrics.h"
 #include "kavo/motion_planning/tree/node_arena_internal.h"
-#include "kavo/motion_planning/util/vector_math_internal.h"
 #include "kavo/util/log_message.h"
 
 namespace kavo::planning {
@@ -79,7 +79,7 @@ class FastTree final : public Tree {
 
   // Boxes know no order of numbers that are none, and no volume of infinite extents.
   bool IsIndexable(const Eigen::VectorXd& q) const {
-    return q.size() == config_.dimension && internal::IsFinite(q);
+    return q.size() == config_.dimension && math::IsFinite(q);
   }
 
   ClosestNode Closest(const Eigen::VectorXd& q,

@@ -9,7 +9,7 @@
 #include "kavo/kinematics/interface/joint_limits.h"
 #include "kavo/kinematics/interface/robot_description_internal.h"
 #include "kavo/math/sphere.h"
-#include "kavo/motion_planning/util/vector_math_internal.h"
+#include "kavo/math/vector_math_internal.h"
 #include "kavo/util/log_message.h"
 
 namespace kavo::planning {
@@ -45,7 +45,7 @@ class Checker {
     ++result_.num_configurations;
     ConfigurationFault fault;
     CheckLimits(place, fault);
-    if (internal::IsFinite(place.configuration)) {
+    if (math::IsFinite(place.configuration)) {
       PlaceSpheres(place.configuration);
       CheckObstacles(place, fault);
       CheckPairs(place, fault);
@@ -162,7 +162,7 @@ PathCheck CheckPath(const RobotDescription& robot, const WorldView& world_view,
   Checker checker(robot, world_view);
   checker.Visit({0, 0.0, path.front()});
   for (std::size_t i = 0; i + 1 < path.size(); ++i) {
-    const double length = internal::Distance(path[i], path[i + 1]);
+    const double length = math::Distance(path[i], path[i + 1]);
     const double num_parts = std::isfinite(length) ? std::max(1.0, std::ceil(length / step_size)) : 1.0;
     KAVO_CHECK(num_parts <= std::numeric_limits<int>::max(), kFile, 163)
         << "A segment of length [" << length << "] has too many parts of [" << step_size

@@ -1,8 +1,8 @@
 #include <cmath>
 #include <limits>
 
+#include "kavo/math/vector_math_internal.h"
 #include "kavo/motion_planning/util/segment_check_internal.h"
-#include "kavo/motion_planning/util/vector_math_internal.h"
 #include "kavo/util/log_message.h"
 
 namespace kavo::planning::internal {
@@ -13,7 +13,7 @@ bool SegmentCheck::IsValid(const Eigen::VectorXd& q_start, const Eigen::VectorXd
   KAVO_CHECK(environment->CSpaceDimension() == q_start.size(), "motion_planning/util/smoothing", 27);
   KAVO_CHECK(q_start.size() == q_end.size(), "motion_planning/util/smoothing", 28);
   KAVO_CHECK(step_size > 0., "motion_planning/util/smoothing", 31);
-  const double length = Distance(q_start, q_end);
+  const double length = math::Distance(q_start, q_end);
   if (step_size > length) {
     return true;
   }
@@ -21,8 +21,8 @@ bool SegmentCheck::IsValid(const Eigen::VectorXd& q_start, const Eigen::VectorXd
     return false;
   }
   step_ = q_end - q_start;
-  SetLength(step_size, step_);
-  const double num_steps = std::floor(length / Norm(step_));
+  math::SetLength(step_size, step_);
+  const double num_steps = std::floor(length / math::Norm(step_));
   KAVO_CHECK(num_steps <= std::numeric_limits<int>::max(), "motion_planning/util/smoothing", 38)
       << "A segment of length [" << length << "] has too many steps of [" << step_size << "] to be checked.";
   order_.start(static_cast<int>(num_steps));

@@ -8,9 +8,8 @@
 #include <numeric>
 #include <unordered_map>
 
-#include "kavo/motion_planning/rrt/rrt_util.h"
+#include "kavo/math/vector_math_internal.h"
 #include "kavo/motion_planning/util/segment_check_internal.h"
-#include "kavo/motion_planning/util/vector_math_internal.h"
 #include "kavo/util/log_message.h"
 #include "kavo/util/random_generator.h"
 
@@ -58,15 +57,15 @@ std::vector<Eigen::VectorXd> DiscretizePath(const std::vector<Eigen::VectorXd>& 
   std::vector<Eigen::VectorXd> points;
   for (std::size_t i = 0; i + 1 < path.size(); ++i) {
     const Eigen::VectorXd& end = path[i + 1];
-    const Eigen::VectorXd step = internal::StepToward(path[i], end, step_size);
+    const Eigen::VectorXd step = math::StepToward(path[i], end, step_size);
     Eigen::VectorXd q = path[i];
     if (i > 0) {
       q += step;
     }
     bool moved = true;
-    while (moved && internal::Distance(q, end) > step_size) {
+    while (moved && math::Distance(q, end) > step_size) {
       points.push_back(q);
-      moved = internal::Advance(step, q);
+      moved = math::Advance(step, q);
     }
     points.push_back(q);
     points.push_back(end);
@@ -76,7 +75,10 @@ std::vector<Eigen::VectorXd> DiscretizePath(const std::vector<Eigen::VectorXd>& 
 
 std::vector<Eigen::VectorXd> ConvertToConfigurations(const std::vector<std::shared_ptr<Node>>& nodes) {
   std::vector<Eigen::VectorXd> path;
-  ExtractConfigurations(nodes, path);
+  path.reserve(nodes.size());
+  for (const std::shared_ptr<Node>& node : nodes) {
+    path.push_back(node->Configuration());
+  }
   return path;
 }
 

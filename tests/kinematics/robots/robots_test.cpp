@@ -10,6 +10,7 @@
 
 #include "kavo/kinematics/interface/robot_description.h"
 #include "kavo/kinematics/interface/robot_description_internal.h"
+#include "kavo/math/constants_internal.h"
 #include "tests/support/vectors.h"
 
 namespace kavo {
@@ -18,7 +19,7 @@ namespace {
 using ::testing::ElementsAre;
 using testing::Vec;
 
-constexpr double kPi = 3.141592653589793;
+using math::kPi;
 
 const RobotDescriptionInternal& Internal(const RobotDescription& description) {
   return dynamic_cast<const RobotDescriptionInternal&>(description);

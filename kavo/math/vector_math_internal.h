@@ -7,7 +7,7 @@
 // Sums run over the coordinates in order: Eigen's own reductions group their terms by the vector width of the
 // target, and so differ in the last bit from machine to machine.
 
-namespace kavo::planning::internal {
+namespace kavo::math {
 
 inline double SquaredDistance(const Eigen::VectorXd& a, const Eigen::VectorXd& b) {
   double sum = 0.0;
@@ -78,4 +78,4 @@ inline bool Advance(const Eigen::VectorXd& step, Eigen::VectorXd& q) {
   return change > 0.0 && change <= std::numeric_limits<double>::max();
 }
 
-}  // namespace kavo::planning::internal
+}  // namespace kavo::math

@@ -1,0 +1,7 @@
+#pragma once
+
+namespace kavo::math {
+
+inline constexpr double kPi = 3.141592653589793;
+
+}  // namespace kavo::math

@@ -1,0 +1,52 @@
+# Includes point one way: each room calls those before it, and inside motion_planning each folder those before it.
+#
+# Called with SOURCE_DIR, the root of the repository.
+cmake_minimum_required(VERSION 3.25)
+
+# What each may include beside itself; what is not listed may include nothing of the list.
+set(allowed_kavo/util "")
+set(allowed_kavo/math kavo/util)
+set(allowed_kavo/kinematics ${allowed_kavo/math} kavo/math)
+set(allowed_kavo/world ${allowed_kavo/math} kavo/math)
+set(below_planning ${allowed_kavo/math} kavo/math kavo/kinematics kavo/world)
+set(before ${below_planning})
+foreach(folder IN ITEMS spatial_data_structures tree environment util rrt interface)
+  set(allowed_kavo/motion_planning/${folder} ${before})
+  list(APPEND before kavo/motion_planning/${folder})
+endforeach()
+set(allowed_kavo/formats ${before})
+set(allowed_apps/kavo ${before} kavo/formats)
+
+# The room of a file, or of a path in an include: two parts of it, or three inside motion_planning.
+function(room_of path result)
+  string(REGEX MATCH "^kavo/motion_planning/[^/]+|^[^/]+/[^/]+" room "${path}")
+  set(${result} "${room}" PARENT_SCOPE)
+endfunction()
+
+file(GLOB_RECURSE files RELATIVE "${SOURCE_DIR}" "${SOURCE_DIR}/kavo/*.h" "${SOURCE_DIR}/kavo/*.cpp"
+     "${SOURCE_DIR}/apps/*.h" "${SOURCE_DIR}/apps/*.cpp")
+set(num_includes 0)
+set(wrong "")
+foreach(file IN LISTS files)
+  room_of("${file}" room)
+  if(NOT DEFINED allowed_${room})
+    string(APPEND wrong "${file}: its folder is not in the order of tests/house/check_includes.cmake\n")
+    continue()
+  endif()
+  file(STRINGS "${SOURCE_DIR}/${file}" includes REGEX "^ *#include \"")
+  foreach(include IN LISTS includes)
+    string(REGEX REPLACE "^ *#include \"([^\"]+)\".*" "\\1" path "${include}")
+    room_of("${path}" target)
+    math(EXPR num_includes "${num_includes} + 1")
+    if(NOT target STREQUAL room AND NOT target IN_LIST allowed_${room})
+      string(APPEND wrong "${file} includes ${path}\n")
+    endif()
+  endforeach()
+endforeach()
+if(num_includes EQUAL 0)
+  message(FATAL_ERROR "Found no includes below ${SOURCE_DIR}")
+endif()
+if(wrong)
+  message(FATAL_ERROR "Includes against the order of the rooms:\n${wrong}")
+endif()
+message(STATUS "${num_includes} includes point one way")
