@@ -9,9 +9,9 @@
 #include <vector>
 
 #include "kavo/motion_planning/spatial_data_structures/entry_splitter_basic.h"
-#include "kavo/motion_planning/spatial_data_structures/entry_splitter_star.h"
 #include "kavo/motion_planning/spatial_data_structures/r_star_tree_config.h"
 #include "kavo/util/sort.h"
+#include "tests/motion_planning/spatial_data_structures/boxes.h"
 
 namespace kavo::testing {
 
@@ -131,12 +131,11 @@ class ReferenceRStarTree {
   }
 
   std::shared_ptr<Node> Split(Node* node) {
-    const auto splitter =
+    const auto [first, second] =
         config.entry_splitter_type == planning::EntrySplitterType::kBasic
-            ? planning::CreateEntrySplitterBasic(config.dimension, config.min_entries_per_node)
-            : planning::CreateEntrySplitterStar(config.dimension, config.min_entries_per_node,
-                                                config.max_entries_per_node);
-    const auto [first, second] = splitter->SplitEntries(node->Boxes());
+            ? planning::EntrySplitterBasic(config.dimension, config.min_entries_per_node)
+                  .SplitEntries(node->Boxes())
+            : PlainStarSplit(node->Boxes(), config.min_entries_per_node);
     const std::vector<Entry> entries = std::exchange(node->entries, {});
     auto sibling = std::make_shared<Node>();
     sibling->level = node->level;
