@@ -18,6 +18,7 @@
 namespace {
 
 thread_local long num_allocations = 0;
+thread_local long num_before_failure = -1;
 
 }  // namespace
 
@@ -29,6 +30,9 @@ void* __libc_malloc(std::size_t size);
 
 void* malloc(std::size_t size) {
   ++num_allocations;
+  if (num_before_failure >= 0 && num_before_failure-- == 0) {
+    return nullptr;
+  }
   return __libc_malloc(size);
 }
 
@@ -41,5 +45,7 @@ namespace kavo::testing {
 bool CountsAllocations() { return KAVO_COUNTS_ALLOCATIONS != 0; }
 
 long NumAllocations() { return num_allocations; }
+
+void FailAllocation(long num_before) { num_before_failure = num_before; }
 
 }  // namespace kavo::testing

@@ -10,4 +10,8 @@ bool CountsAllocations();
 //! `CountsAllocations` is false.
 long NumAllocations();
 
+//! Has the current thread's `malloc` fail once, after `num_before` more calls that succeed; a negative number
+//! calls it off.
+void FailAllocation(long num_before);
+
 }  // namespace kavo::testing

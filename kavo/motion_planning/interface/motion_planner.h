@@ -18,6 +18,9 @@ namespace kavo {
 //!
 //! Configurations hold one value for each c-space coordinate of the robot: radians, or metres for a prismatic
 //! joint. Planners of equal settings and worlds give equal answers. One thread at a time.
+//!
+//! When memory runs out in the middle of a query (`std::bad_alloc`) the planner may be asked again; that
+//! query has no status, and its random choices so far are spent.
 class KAVO_EXPORT MotionPlanner {
  public:
   //! A closed interval.

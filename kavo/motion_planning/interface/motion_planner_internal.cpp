@@ -60,9 +60,12 @@ MotionPlanner::Results MotionPlannerInternal::planToTaskSpaceTarget(const Eigen:
 }
 
 void MotionPlannerInternal::setStopCondition(StopCondition stop_condition) {
+  // Copies may fail, moves may not.
+  StopCondition of_rrt_connect = stop_condition;
+  StopCondition of_jt_rrt = stop_condition;
   stop_condition_ = std::move(stop_condition);
-  rrt_connect_->SetStopCondition(stop_condition_);
-  jt_rrt_->SetStopCondition(stop_condition_);
+  rrt_connect_->SetStopCondition(std::move(of_rrt_connect));
+  jt_rrt_->SetStopCondition(std::move(of_jt_rrt));
 }
 
 void MotionPlannerInternal::validateMotionPlannerConfig() const {
@@ -154,14 +157,14 @@ MotionPlanner::Results MotionPlannerInternal::plan(RRT& planner, const Eigen::Ve
   report_.search_seconds = SecondsSince(begin);
   report_.num_iterations = planner.LastNumIterations();
   Results results = generateResults(nodes, generate_interpolated_path);
-  report_.status = nodes && !results.path_found ? SearchStatus::kStopped : planner.LastStatus();
+  const SearchStatus status = nodes && !results.path_found ? SearchStatus::kStopped : planner.LastStatus();
   const RobotEnvironment::Statistics after = robot_environment_->GetStatistics();
   report_.num_validity_checks = after.num_validity_checks - before.num_validity_checks;
   report_.num_samples_drawn = after.num_samples_drawn - before.num_samples_drawn;
   report_.num_samples_rejected = after.num_samples_rejected - before.num_samples_rejected;
 
-  const bool is_invalid_start = report_.status == SearchStatus::kInvalidStart;
-  const bool is_invalid_target = report_.status == SearchStatus::kInvalidTarget;
+  const bool is_invalid_start = status == SearchStatus::kInvalidStart;
+  const bool is_invalid_target = status == SearchStatus::kInvalidTarget;
   if (!is_invalid_start && !is_invalid_target) {
     for (const std::unique_ptr<Tree>* tree : trees) {
       report_.num_nodes.push_back((*tree)->NumNodes());
@@ -169,6 +172,8 @@ MotionPlanner::Results MotionPlannerInternal::plan(RRT& planner, const Eigen::Ve
   } else if (is_invalid_start || &planner == rrt_connect_.get()) {
     report_.fault = robot_environment_->FindFault(is_invalid_start ? q_initial : target);
   }
+  // Last: a query that an exception has ended has none.
+  report_.status = status;
   return results;
 }
 

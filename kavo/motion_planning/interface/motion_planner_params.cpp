@@ -255,8 +255,11 @@ bool MotionPlannerInternal::setRrtConnectExplorationFraction(double exploration_
     return false;
   }
   motion_planner_config_.c_space_exploration_fraction = exploration_fraction;
-  // Only this planner depends on it, and it holds no random state: nothing else has to start over.
+  // Only this planner depends on it, and it holds no random state: nothing else has to start over, unless
+  // memory runs out half way.
+  const bool needs_rebuild = std::exchange(needs_rebuild_, true);
   createRrtConnect();
+  needs_rebuild_ = needs_rebuild;
   return true;
 }
 

@@ -19,7 +19,8 @@ namespace kavo::planning {
 //!
 //! Planners share their environment and refer to trees that the caller owns: the `std::unique_ptr<Tree>`
 //! handed to a factory must stay where it is, and keep a tree, for as long as the planner lives. One thread
-//! at a time.
+//! at a time. A query that ends in an exception other than a fatal error, such as `std::bad_alloc`, leaves a
+//! planner that may be asked again.
 class KAVO_EXPORT RRT {
  public:
   virtual ~RRT();

@@ -53,7 +53,7 @@ class RStarTree {
 
   const Node& Root() const { return *root_; }
 
-  //! Drops all values.
+  //! Drops all values. Cannot fail.
   void Clear() {
     root_->Clear();
     root_->BecomeLeaf();
@@ -63,16 +63,23 @@ class RStarTree {
   void Insert(const kinematics::ConfigurationLimits& limits, const T& value) {
     Insert({limits.Min().data(), limits.Max().data()}, value);
   }
+  //! An exception, `std::bad_alloc` above all, leaves the tree empty: an insertion moves entries about, and
+  //! those on their way would be lost.
   void Insert(internal::BoxRef box, const T& value) {
-    reinserted_.assign(root_->Level(), false);
-    tight_ = true;
-    Node* node = root_.get();
-    while (!node->IsLeaf()) {
-      node = Descend(
-          *node, box,
-          node->Level() == 1 ? config_.leaf_parent_selection_metric : config_.internal_node_selection_metric);
+    try {
+      reinserted_.assign(root_->Level(), false);
+      tight_ = true;
+      Node* node = root_.get();
+      while (!node->IsLeaf()) {
+        node = Descend(*node, box,
+                       node->Level() == 1 ? config_.leaf_parent_selection_metric
+                                          : config_.internal_node_selection_metric);
+      }
+      InsertCore(*node, Entry{value, box, nullptr});
+    } catch (...) {
+      Clear();
+      throw;
     }
-    InsertCore(*node, Entry{value, box, nullptr});
   }
 
   //! The value nearest to a point; of several the first met. There must be a value.

@@ -46,20 +46,29 @@ class BasicTree final : public Tree {
   std::shared_ptr<Node> Insert(const Node& node) override { return Adopt(Node(node)); }
 
   std::shared_ptr<Node> Adopt(Node&& node_in) override {
-    nodes_.push_back(arena_.Make(std::move(node_in)));
-    const Node& node = *nodes_.back();
+    std::shared_ptr<Node> stored = arena_.Make(std::move(node_in));
+    const Node& node = *stored;
     if (node.Dimension() != dimension_) {
       LogFatalDimensionMismatchError(static_cast<int>(node.Dimension()));
     }
+    // All that may fail comes first: the node is stored everywhere or nowhere.
+    if (nodes_.size() == nodes_.capacity()) {
+      nodes_.reserve(2 * nodes_.size() + 1);
+    }
     // One node of the wrong length ends the contiguous copy: it then falls behind the list, and stays unused.
-    if (node.Dimension() == dimension_ && scan_.Size() + 1 == nodes_.size()) {
-      scan_.Append(node.Configuration().data());
+    const bool is_scanned = node.Dimension() == dimension_ && scan_.Size() == nodes_.size();
+    if (is_scanned) {
+      scan_.MakeRoom();
     }
     if (supports_node_id_) {
       KAVO_CHECK(node.TryGetId().has_value(), "motion_planning/tree/basic_tree", 40);
-      id_map_.emplace(*node.TryGetId(), nodes_.back());
+      id_map_.emplace(*node.TryGetId(), stored);
     }
-    return nodes_.back();
+    if (is_scanned) {
+      scan_.Append(node.Configuration().data());
+    }
+    nodes_.push_back(stored);
+    return stored;
   }
 
   ClosestNode GetClosest(const Eigen::VectorXd& q) const override {

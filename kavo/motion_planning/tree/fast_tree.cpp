@@ -1,5 +1,6 @@
 #include "kavo/motion_planning/tree/fast_tree.h"
 
+#include <cstddef>
 #include <limits>
 #include <utility>
 #include <vector>
@@ -29,6 +30,7 @@ class FastTree final : public Tree {
     // A copy, because the node may be one of those that are dropped.
     const Node root = node;
     index_->Clear();
+    num_indexed_ = 0;
     nodes_.clear();
     CheckIsRoot(root);
     return Insert(root);
@@ -40,13 +42,14 @@ class FastTree final : public Tree {
     if (node.Dimension() != config_.dimension) {
       LogFatalDimensionMismatchError(static_cast<int>(node.Dimension()));
     }
-    const auto stored = arena_.Make(std::move(node));
-    if (IsIndexable(stored->Configuration())) {
-      const double* const point = stored->Configuration().data();
-      index_->Insert({point, point}, stored);
+    nodes_.push_back(arena_.Make(std::move(node)));
+    try {
+      IndexNodes();
+    } catch (...) {
+      nodes_.pop_back();
+      throw;
     }
-    nodes_.push_back(stored);
-    return stored;
+    return nodes_.back();
   }
 
   std::vector<std::shared_ptr<Node>> Backtrace(const std::shared_ptr<Node>& node) override {
@@ -68,6 +71,24 @@ class FastTree final : public Tree {
   }
 
  private:
+  // Takes the nodes into the index that it does not hold: the last one or, where an insertion has failed
+  // since and left the index empty, all of them, in the order in which they came. That gives the same index
+  // again.
+  void IndexNodes() const {
+    for (; num_indexed_ < nodes_.size(); ++num_indexed_) {
+      const std::shared_ptr<Node>& node = nodes_[num_indexed_];
+      if (IsIndexable(node->Configuration())) {
+        const double* const point = node->Configuration().data();
+        try {
+          index_->Insert({point, point}, node);
+        } catch (...) {
+          num_indexed_ = 0;
+          throw;
+        }
+      }
+    }
+  }
+
   static void CheckIsRoot(const Node& node) {
     KAVO_CHECK(!node.Parent().has_value(), "motion_planning/tree/fast_tree", 30);
   }
@@ -87,6 +108,7 @@ class FastTree final : public Tree {
     if (q.size() != config_.dimension) {
       LogFatalDimensionMismatchError(static_cast<int>(q.size()));
     }
+    IndexNodes();
     const std::shared_ptr<Node>& node =
         IsIndexable(q) && index_->Root().NumEntries() > 0 ? ((*index_).*query)(q.data()) : nodes_.front();
     // The report of a mismatch was made above.
@@ -100,6 +122,8 @@ class FastTree final : public Tree {
   internal::NodeArena arena_;
   std::shared_ptr<Index> index_;
   std::vector<std::shared_ptr<Node>> nodes_;
+  // How many of the nodes, from the first on, the index has been given.
+  mutable std::size_t num_indexed_ = 0;
 };
 
 }  // namespace

@@ -141,17 +141,24 @@ void NearestScan::Clear() {
   largest_ = 0.0;
 }
 
+void NearestScan::MakeRoom() {
+  if (size_ / kChunk < chunks_.size()) {
+    return;
+  }
+  // Nothing is counted before it is there.
+  if (chunks_.size() == sums_in_chunks_) {
+    const std::size_t sums_in_chunks = 2 * (chunks_.size() + 1);
+    sums_ = Allocate<float>(sums_in_chunks * kChunk);
+    sums_in_chunks_ = sums_in_chunks;
+  }
+  const std::size_t count = kChunk * std::max<std::size_t>(dimension_, 1);
+  chunks_.push_back({Allocate<float>(count), Allocate<double>(count)});
+}
+
 void NearestScan::Append(const double* point) {
   const std::size_t in_chunk = size_ % kChunk;
   const std::size_t place = in_chunk % kBlock;
-  if (size_ / kChunk == chunks_.size()) {
-    const std::size_t count = kChunk * std::max<std::size_t>(dimension_, 1);
-    chunks_.push_back({Allocate<float>(count), Allocate<double>(count)});
-    if (chunks_.size() > sums_in_chunks_) {
-      sums_in_chunks_ = 2 * chunks_.size();
-      sums_ = Allocate<float>(sums_in_chunks_ * kChunk);
-    }
-  }
+  MakeRoom();
   const Chunk& chunk = chunks_[size_ / kChunk];
   float* const block = chunk.blocks.get() + (in_chunk - place) * dimension_;
   if (place == 0) {

@@ -30,6 +30,8 @@ class KAVO_EXPORT NearestScan {
 
   std::size_t Size() const { return size_; }
   void Clear();
+  //! Allocates what the next `Append` needs, which then cannot fail.
+  void MakeRoom();
   //! \param point `dimension` coordinates.
   void Append(const double* point);
 

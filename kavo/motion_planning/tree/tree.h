@@ -21,6 +21,9 @@ struct ClosestNode {
 //!
 //! Trees store copies of the nodes that they are handed. A tree belongs to one planner and one thread at a
 //! time.
+//!
+//! When memory runs out (`std::bad_alloc`) the trees of this library stay as they were before the call, and
+//! may go on being used; `ClearAndSetRoot` may leave them empty.
 class KAVO_EXPORT Tree {
  public:
   virtual ~Tree();
