@@ -126,6 +126,9 @@ function(kavo_add_library room)
                VERIFY_INTERFACE_HEADER_SETS ON
                # The libraries find each other wherever the prefix is moved to.
                INSTALL_RPATH "$ORIGIN")
+  if(KAVO_BUILD_TESTS OR KAVO_BUILD_BENCHMARKS)
+    target_compile_definitions(${target} PRIVATE KAVO_EXPORT_INTERNALS)
+  endif()
   kavo_precompile_headers(libraries ${target})
   install(
     TARGETS ${target}

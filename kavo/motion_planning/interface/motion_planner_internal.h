@@ -18,7 +18,7 @@
 namespace kavo::planning {
 
 //! The implementation of `MotionPlanner`: owns the settings and everything that is built from them.
-class KAVO_EXPORT MotionPlannerInternal final : public MotionPlanner {
+class KAVO_INTERNAL_EXPORT MotionPlannerInternal final : public MotionPlanner {
  public:
   //! No robot, a number of weights that is not the robot's number of coordinates, a frame that the robot does
   //! not have, or a wrong number of limits or zone tolerances is a fatal error.

@@ -77,7 +77,7 @@ class NodeBox {
 //! The measures give, bit for bit, what the operations of `BoundingBox` give for each box alone, on every
 //! instruction set. Their results are written for all boxes, in order; arrays of results must have room for
 //! `PaddedSize()` numbers.
-class KAVO_EXPORT BoxRows {
+class KAVO_INTERNAL_EXPORT BoxRows {
  public:
   explicit BoxRows(int dimension) : dimension_(dimension) {}
 

@@ -7,7 +7,7 @@
 namespace kavo::planning {
 
 //! Chooses the child of a node into which a new box goes. Immutable.
-class KAVO_EXPORT ChildNodeSelector {
+class KAVO_INTERNAL_EXPORT ChildNodeSelector {
  public:
   //! What each child of a node would cost, in order.
   using Cost = void (internal::BoxRows::*)(internal::BoxRef box, double* costs) const;

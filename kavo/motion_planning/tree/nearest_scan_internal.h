@@ -14,7 +14,7 @@ namespace kavo::planning::internal {
 //! The scan goes over all points in single precision. That rules out what is farther than the nearest point
 //! so far by more than rounding may cost, which is nearly everything; the rest is measured in double
 //! precision, so that the answer is that of a plain loop, bit for bit.
-class KAVO_EXPORT NearestScan {
+class KAVO_INTERNAL_EXPORT NearestScan {
  public:
   enum class Metric { kL2, kSquaredL2, kWeightedSquaredL2 };
 
