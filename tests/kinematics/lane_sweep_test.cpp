@@ -1,7 +1,6 @@
 #include "kavo/kinematics/lane_sweep_internal.h"
 
 #include <gtest/gtest.h>
-#include <hwy/targets.h>
 
 #include <algorithm>
 #include <cmath>
@@ -11,6 +10,7 @@
 
 #include "kavo/kinematics/interface/kinematics_internal.h"
 #include "tests/kinematics/random_robot.h"
+#include "tests/support/every_target.h"
 #include "tests/support/vectors.h"
 
 namespace kavo::kinematics::internal {
@@ -18,11 +18,7 @@ namespace {
 
 using testing::RandomVec;
 
-class LaneSweepTest : public ::testing::TestWithParam<std::int64_t> {
- protected:
-  void SetUp() override { hwy::SetSupportedTargetsForTest(GetParam()); }
-  void TearDown() override { hwy::SetSupportedTargetsForTest(0); }
-};
+using LaneSweepTest = testing::EveryTargetTest;
 
 // The largest error of a random point of each frame, as a share of what is stated.
 double WorstShare(const LaneSweep& sweep, std::size_t lane, const std::vector<math::RigidTransform>& exact,
@@ -106,8 +102,7 @@ TEST_P(LaneSweepTest, TellsWhereAJointIsBeyondItsRange) {
   EXPECT_EQ(lanes.compute(coordinates, 4), 0b1110u);
 }
 
-INSTANTIATE_TEST_SUITE_P(Targets, LaneSweepTest, ::testing::ValuesIn(hwy::SupportedAndGeneratedTargets()),
-                         [](const auto& target) { return std::string(hwy::TargetName(target.param)); });
+KAVO_INSTANTIATE_FOR_EVERY_TARGET(LaneSweepTest);
 
 }  // namespace
 }  // namespace kavo::kinematics::internal

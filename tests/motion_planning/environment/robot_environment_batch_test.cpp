@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <hwy/targets.h>
 
 #include <cmath>
 #include <random>
@@ -14,6 +13,7 @@
 #include "tests/kinematics/random_robot.h"
 #include "tests/motion_planning/scripted_environment.h"
 #include "tests/support/allocations.h"
+#include "tests/support/every_target.h"
 #include "tests/support/fatal.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/vectors.h"
@@ -59,11 +59,7 @@ std::unique_ptr<RobotDescription> WithSpheres(const testing::RandomRobot& robot,
   return builder.build();
 }
 
-class BatchTest : public ::testing::TestWithParam<std::int64_t> {
- protected:
-  void SetUp() override { hwy::SetSupportedTargetsForTest(GetParam()); }
-  void TearDown() override { hwy::SetSupportedTargetsForTest(0); }
-};
+using BatchTest = testing::EveryTargetTest;
 
 TEST_P(BatchTest, SaysWhatAskingOneByOneSays) {
   std::mt19937 engine(41);
@@ -329,8 +325,7 @@ TEST_P(BatchTest, SamplesAreJudgedByTheWorldOfTheirCall) {
   EXPECT_GT(num_rejected, 500u);
 }
 
-INSTANTIATE_TEST_SUITE_P(Targets, BatchTest, ::testing::ValuesIn(hwy::SupportedAndGeneratedTargets()),
-                         [](const auto& target) { return std::string(hwy::TargetName(target.param)); });
+KAVO_INSTANTIATE_FOR_EVERY_TARGET(BatchTest);
 
 TEST(EnvironmentTest, BatchesOfARobotWithoutSpheresKnowEveryLimit) {
   RobotDescriptionBuilder builder("base");

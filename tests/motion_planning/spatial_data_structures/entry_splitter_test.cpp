@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <hwy/targets.h>
 
 #include <limits>
 
@@ -7,6 +6,7 @@
 #include "kavo/motion_planning/spatial_data_structures/entry_splitter_basic.h"
 #include "kavo/motion_planning/spatial_data_structures/entry_splitter_star.h"
 #include "tests/motion_planning/spatial_data_structures/boxes.h"
+#include "tests/support/every_target.h"
 #include "tests/support/fatal.h"
 #include "tests/support/log_capture.h"
 
@@ -96,11 +96,7 @@ TEST(EntrySplitterStarTest, SplitsWorkedOutByHand) {
   EXPECT_EQ(splitter.SplitEntries(diagonal), (Groups{{0, 1}, {2, 3, 4}}));
 }
 
-class BoxRowsTest : public ::testing::TestWithParam<std::int64_t> {
- protected:
-  void SetUp() override { hwy::SetSupportedTargetsForTest(GetParam()); }
-  void TearDown() override { hwy::SetSupportedTargetsForTest(0); }
-};
+using BoxRowsTest = testing::EveryTargetTest;
 
 TEST_P(BoxRowsTest, AgreesWithBoxesAsObjects) {
   std::mt19937 engine(11);
@@ -155,8 +151,7 @@ TEST_P(BoxRowsTest, AgreesWithBoxesAsObjects) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Targets, BoxRowsTest, ::testing::ValuesIn(hwy::SupportedAndGeneratedTargets()),
-                         [](const auto& target) { return std::string(hwy::TargetName(target.param)); });
+KAVO_INSTANTIATE_FOR_EVERY_TARGET(BoxRowsTest);
 
 }  // namespace
 }  // namespace kavo::planning

@@ -1,7 +1,6 @@
 #include "kavo/motion_planning/spatial_data_structures/r_star_tree.h"
 
 #include <gtest/gtest.h>
-#include <hwy/targets.h>
 
 #include <random>
 #include <string>
@@ -9,6 +8,7 @@
 
 #include "tests/motion_planning/spatial_data_structures/boxes.h"
 #include "tests/motion_planning/spatial_data_structures/reference_r_star_tree.h"
+#include "tests/support/every_target.h"
 #include "tests/support/fatal.h"
 #include "tests/support/log_capture.h"
 
@@ -132,11 +132,7 @@ std::vector<int> Shape(const ReferenceRStarTree::Node& node) {
   return shape;
 }
 
-class RStarTreeTargetTest : public ::testing::TestWithParam<std::int64_t> {
- protected:
-  void SetUp() override { hwy::SetSupportedTargetsForTest(GetParam()); }
-  void TearDown() override { hwy::SetSupportedTargetsForTest(0); }
-};
+using RStarTreeTargetTest = testing::EveryTargetTest;
 
 TEST_P(RStarTreeTargetTest, TreeIsTheOneSpelledOutAndFindsTheNearest) {
   std::mt19937 engine(2);
@@ -169,9 +165,7 @@ TEST_P(RStarTreeTargetTest, TreeIsTheOneSpelledOutAndFindsTheNearest) {
   EXPECT_GT(num_root_splits_amid_reinsertion, 3);
 }
 
-INSTANTIATE_TEST_SUITE_P(Targets, RStarTreeTargetTest,
-                         ::testing::ValuesIn(hwy::SupportedAndGeneratedTargets()),
-                         [](const auto& target) { return std::string(hwy::TargetName(target.param)); });
+KAVO_INSTANTIATE_FOR_EVERY_TARGET(RStarTreeTargetTest);
 
 TEST(RStarTreeTest, LargeNodesAndManyPoints) {
   std::mt19937 engine(3);
@@ -186,24 +180,6 @@ TEST(RStarTreeTest, LargeNodesAndManyPoints) {
   }
   tree.Clear();
   EXPECT_EQ(tree.Root().NumEntries(), 0);
-}
-
-TEST(RStarTreeTest, FirstEntriesBySteps) {
-  const RStarTreeConfig config = Config(1, kVolume, EntrySplitterType::kStar, 3);
-  IntTree tree(config);
-  for (const int value : {3, 1, 4, 2}) {
-    tree.Insert(Ref(Vec({1.0 * value})), value);
-  }
-  EXPECT_EQ(Shape(tree.Root()), (std::vector<int>{0, 4, 3, 1, 4, 2}));
-  // The root is split at once, into the first two by coordinate and the others.
-  tree.Insert(Ref(Vec({5.0})), 5);
-  EXPECT_EQ(Shape(tree.Root()), (std::vector<int>{1, 2, 0, 2, 1, 2, 0, 3, 3, 4, 5}));
-  tree.Insert(Ref(Vec({6.0})), 6);
-  // The leaf of 3 to 7 overflows. 3 and 7 are farthest from its middle, then comes 4: these three go, 6 and 5
-  // stay. 3 grows the left leaf less, 7 the right one. 4 grows both by one, and goes to the left, which
-  // stands first.
-  tree.Insert(Ref(Vec({7.0})), 7);
-  EXPECT_EQ(Shape(tree.Root()), (std::vector<int>{1, 2, 0, 4, 1, 2, 3, 4, 0, 3, 6, 5, 7}));
 }
 
 TEST(RStarTreeTest, ExactQueryStopsAtAZeroDistance) {

@@ -1,7 +1,6 @@
 #include "kavo/motion_planning/tree/basic_tree.h"
 
 #include <gtest/gtest.h>
-#include <hwy/targets.h>
 
 #include <algorithm>
 #include <cmath>
@@ -9,6 +8,7 @@
 #include "kavo/motion_planning/tree/tesk_tree_util.h"
 #include "tests/motion_planning/scripted_environment.h"
 #include "tests/support/allocations.h"
+#include "tests/support/every_target.h"
 #include "tests/support/fatal.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/vectors.h"
@@ -58,11 +58,7 @@ Eigen::VectorXd NastyPoint(std::mt19937& engine, int dimension) {
   return q;
 }
 
-class BasicTreeTargetTest : public ::testing::TestWithParam<std::int64_t> {
- protected:
-  void SetUp() override { hwy::SetSupportedTargetsForTest(GetParam()); }
-  void TearDown() override { hwy::SetSupportedTargetsForTest(0); }
-};
+using BasicTreeTargetTest = testing::EveryTargetTest;
 
 TEST_P(BasicTreeTargetTest, ScanFindsWhatThePlainLoopFinds) {
   std::mt19937 engine(7);
@@ -129,9 +125,7 @@ TEST_P(BasicTreeTargetTest, ScanIsExactWhereSinglePrecisionFails) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Targets, BasicTreeTargetTest,
-                         ::testing::ValuesIn(hwy::SupportedAndGeneratedTargets()),
-                         [](const auto& target) { return std::string(hwy::TargetName(target.param)); });
+KAVO_INSTANTIATE_FOR_EVERY_TARGET(BasicTreeTargetTest);
 
 TEST(BasicTreeTest, EarlierNodeWinsATieAndAFirstOneAtNaNStays) {
   for (const DistanceMetric& metric : {DistanceMetric(L2Norm), Opaque(L2Norm)}) {
