@@ -17,3 +17,8 @@ install(
   DESTINATION "${kavo_package_dir}")
 install(FILES "${PROJECT_BINARY_DIR}/kavo-config.cmake" "${PROJECT_BINARY_DIR}/kavo-config-version.cmake"
         DESTINATION "${kavo_package_dir}")
+
+# What a reader looks for beside the libraries.
+install(FILES LICENSE README.md CHANGELOG.md DESTINATION "${CMAKE_INSTALL_DOCDIR}")
+install(DIRECTORY docs/ DESTINATION "${CMAKE_INSTALL_DOCDIR}/docs")
+install(DIRECTORY examples DESTINATION "${CMAKE_INSTALL_DOCDIR}")

@@ -95,6 +95,35 @@ function(kavo_precompile_headers set target)
   target_compile_options(${target} PRIVATE "SHELL:-Xclang -fno-pch-timestamp")
 endfunction()
 
+# kavo_write_pkg_config(<room> <public targets>)
+#
+# Writes and installs kavo_<room>.pc for projects that do not use CMake. It finds the prefix from where it lies.
+function(kavo_write_pkg_config room public)
+  list(TRANSFORM public REPLACE "^kavo::(.*)$" "kavo_\\1 = ${PROJECT_VERSION}")
+  list(TRANSFORM public REPLACE "^Eigen3::Eigen$" "eigen3 >= 3.4")
+  list(JOIN public ", " requires)
+  set(directory "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
+  file(RELATIVE_PATH to_prefix "/${directory}" "/")
+  string(REGEX REPLACE "/$" "" to_prefix "${to_prefix}")
+  file(
+    CONFIGURE
+    OUTPUT "${PROJECT_BINARY_DIR}/pkgconfig/kavo_${room}.pc"
+    CONTENT
+      "prefix=\${pcfiledir}/@to_prefix@
+includedir=\${prefix}/@CMAKE_INSTALL_INCLUDEDIR@
+libdir=\${prefix}/@CMAKE_INSTALL_LIBDIR@
+
+Name: kavo_@room@
+Description: @PROJECT_DESCRIPTION@ (@room@)
+Version: @PROJECT_VERSION@
+Requires: @requires@
+Cflags: -I\${includedir}
+Libs: -L\${libdir} -lkavo_@room@
+"
+    @ONLY)
+  install(FILES "${PROJECT_BINARY_DIR}/pkgconfig/kavo_${room}.pc" DESTINATION "${directory}")
+endfunction()
+
 # kavo_add_library(<room> SOURCES ... HEADERS ... [PUBLIC targets...] [PRIVATE targets...])
 #
 # Builds the shared library kavo_<room> with the alias kavo::<room>. HEADERS are the installed ones; each is checked to
@@ -130,6 +159,7 @@ function(kavo_add_library room)
     target_compile_definitions(${target} PRIVATE KAVO_EXPORT_INTERNALS)
   endif()
   kavo_precompile_headers(libraries ${target})
+  kavo_write_pkg_config(${room} "${arg_PUBLIC}")
   install(
     TARGETS ${target}
     EXPORT kavo_targets

@@ -14,6 +14,7 @@ foreach(folder IN ITEMS spatial_data_structures tree environment util rrt interf
   set(allowed_kavo/motion_planning/${folder} ${before})
   list(APPEND before kavo/motion_planning/${folder})
 endforeach()
+set(allowed_kavo/kavo.h ${before})
 set(allowed_kavo/formats ${before})
 set(allowed_apps/kavo ${before} kavo/formats)
 

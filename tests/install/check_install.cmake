@@ -53,6 +53,21 @@ foreach(header IN LISTS installed_headers)
 endforeach()
 file(WRITE "${WORK_DIR}/all_headers.cpp" "${source}")
 
+# Every library by pkg-config alone; that of the highest room brings all others.
+foreach(room IN LISTS rooms)
+  run("Version of kavo_${room}.pc" "${CMAKE_COMMAND}" -E env "PKG_CONFIG_PATH=${prefix}/${PKG_CONFIG_DIR}"
+      "${PKG_CONFIG}" --modversion "kavo_${room}")
+endforeach()
+execute_process(
+  COMMAND "${CMAKE_COMMAND}" -E env "PKG_CONFIG_PATH=${prefix}/${PKG_CONFIG_DIR}" "${PKG_CONFIG}" --cflags --libs
+          kavo_motion_planning
+  OUTPUT_VARIABLE package_flags
+  OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+separate_arguments(package_flags UNIX_COMMAND "${FLAGS} ${package_flags}")
+run("Program built by pkg-config" "${COMPILER}" -std=c++17 "${CONSUMER_DIR}/use_motion_planning.cpp" -o
+    "${WORK_DIR}/use_pkg_config" ${package_flags} "-Wl,-rpath,${prefix}/${LIB_DIR}")
+run("Program of kavo_motion_planning.pc" "${WORK_DIR}/use_pkg_config")
+
 run("Configuration of the consumer"
     "${CMAKE_COMMAND}"
     -S "${CONSUMER_DIR}"

@@ -1,11 +1,11 @@
 #include <iostream>
 #include <memory>
 
+#include "kavo/kavo.h"
 #include "kavo/motion_planning/environment/robot_environment.h"
 #include "kavo/motion_planning/rrt/rrt_connect.h"
 #include "kavo/motion_planning/tree/basic_tree.h"
 #include "kavo/motion_planning/tree/distance_metrics.h"
-#include "kavo/world/world.h"
 
 int main() {
   using namespace kavo::planning;
