@@ -355,8 +355,9 @@ Run RunOmpl(const kavo::RobotDescription& robot, const Problem& problem, const O
   const auto space = std::make_shared<ob::RealVectorStateSpace>(dimension);
   ob::RealVectorBounds bounds(dimension);
   for (unsigned int i = 0; i < dimension; ++i) {
-    bounds.setLow(i, limits[i].min);
-    bounds.setHigh(i, limits[i].max);
+    const auto [low, high] = limits[i].samplingRange();
+    bounds.setLow(i, low);
+    bounds.setHigh(i, high);
   }
   space->setBounds(bounds);
   const auto information = std::make_shared<ob::SpaceInformation>(space);
@@ -426,7 +427,7 @@ bool CompareChecks(const kavo::RobotDescription& robot, const Problem& problem, 
   for (int i = 0; i < kNumConfigurations; ++i) {
     Eigen::VectorXd q = problem.start;
     for (Eigen::Index joint = 0; joint < q.size(); ++joint) {
-      const auto& limit = limits[static_cast<std::size_t>(joint)];
+      const auto limit = limits[static_cast<std::size_t>(joint)].samplingRange();
       const double random = static_cast<double>(engine()) * 0x1p-32;
       q[joint] = i % 2 == 0 ? limit.min + (limit.max - limit.min) * random : q[joint] + random - 0.5;
     }

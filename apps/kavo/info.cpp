@@ -30,7 +30,9 @@ void PrintJoints(const RobotDescription& robot) {
   const Eigen::VectorXd default_configuration = robot.defaultCSpaceConfiguration();
   std::vector<std::vector<std::string>> rows = {{"joint", "lower", "upper", "default"}};
   for (std::size_t i = 0; i < limits.size(); ++i) {
-    rows.push_back({robot.cSpaceCoordName(i), Number(limits[i].min), Number(limits[i].max),
+    const bool is_unlimited = limits[i].isUnlimited();
+    rows.push_back({robot.cSpaceCoordName(i), is_unlimited ? "none" : Number(limits[i].min),
+                    is_unlimited ? "none" : Number(limits[i].max),
                     Number(default_configuration[static_cast<Eigen::Index>(i)])});
   }
   std::cout << Table(rows);

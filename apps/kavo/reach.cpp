@@ -28,7 +28,9 @@ Reach FindReach(const RobotDescription& robot, const std::string& frame) {
       reach.distance += step.origin.transform.translation.norm();
     }
     if (step.motion == kinematics::Kinematics::Motion::kPrismatic) {
-      const auto [lower, upper] = limits[static_cast<std::size_t>(step.coordinate)];
+      const bool stays = step.ratio && step.ratio->multiplier == 0.0;
+      const auto [lower, upper] =
+          stays ? kinematics::JointLimits{} : limits[static_cast<std::size_t>(step.coordinate)];
       reach.distance +=
           std::max(std::fabs(step.value(lower)), std::fabs(step.value(upper))) * step.slide.norm();
     }
@@ -42,7 +44,8 @@ double SampleReach(const RobotDescription& robot, const std::string& frame, cons
   const std::unique_ptr<Kinematics> kinematics = robot.kinematics();
   const auto handle = kinematics->frame(frame);
   std::vector<util::RandomGenerator<double>> generators;
-  for (const auto& [lower, upper] : ExtractJointLimits(&robot)) {
+  for (const kinematics::JointLimits& limits : ExtractJointLimits(&robot)) {
+    const auto [lower, upper] = limits.samplingRange();
     generators.emplace_back(static_cast<std::uint32_t>(generators.size()));
     generators.back().SetRange(lower, upper);
   }

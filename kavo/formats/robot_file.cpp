@@ -194,7 +194,9 @@ class Loader {
     // The builder numbers the coordinates in the order in which it gets them.
     for (std::size_t i = 0; i < joints_.coordinates.size(); ++i) {
       Joint joint = makeJoint(joints_.coordinates[i]);
-      joint.limits = urdf_.joints[joints_.coordinates[i]].limits;
+      if (joint.type != JointType::kContinuous) {
+        joint.limits = urdf_.joints[joints_.coordinates[i]].limits;
+      }
       if (default_configuration) {
         joint.default_value = (*default_configuration)[static_cast<Eigen::Index>(i)];
       }

@@ -79,9 +79,11 @@ struct FileText {
 
 //! Makes a robot from a URDF file and the files beside it.
 //!
-//! Revolute, continuous, prismatic and fixed joints. A continuous joint without limits (or with both at zero)
-//! gets [-pi, pi]. A joint that mimics another one follows it, also along a chain of such joints; its own
-//! limits are not enforced. If the joint at the end of that chain does not move, neither does the follower.
+//! Revolute, continuous, prismatic and fixed joints. A continuous joint turns as far as it likes: bounds that
+//! its `<limit>` states are ignored. A bound that the `<limit>` of another joint does not state is zero. A
+//! range of over a thousand turns or a kilometre is warned about: planning takes long in it. A joint that
+//! mimics another one follows it, also along a chain of such joints; its own limits are not enforced. If the
+//! joint at the end of that chain does not move, neither does the follower.
 //!
 //! Rotations come from roll, pitch and yaw by portable sines and cosines. An angle within 1e-10 of a multiple
 //! of pi/2 is one that was rounded when it was written, and is taken as that multiple exactly.

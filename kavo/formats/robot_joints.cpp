@@ -6,6 +6,8 @@
 #include "kavo/formats/file_error.h"
 #include "kavo/formats/robot_joints_internal.h"
 #include "kavo/formats/text_internal.h"
+#include "kavo/math/constants_internal.h"
+#include "kavo/util/log_message.h"
 
 namespace kavo::formats {
 
@@ -14,6 +16,10 @@ void NameList::add(const std::string& name) { text_ += (text_.empty() ? "" : ", 
 namespace {
 
 constexpr std::size_t kNone = RobotJoints::kNone;
+
+// Wider ranges of a joint are hardly meant: turns, and metres.
+constexpr double kMaxTurns = 1000.0;
+constexpr double kMaxSlide = 1000.0;
 
 class Chooser {
  public:
@@ -99,6 +105,16 @@ class Chooser {
   void addCoordinate(std::size_t joint) {
     joints_.coordinate_of[joint] = joints_.coordinates.size();
     joints_.coordinates.push_back(joint);
+    const Urdf::Joint& known = urdf_.joints[joint];
+    const double range = known.limits.max - known.limits.min;
+    const bool is_turning = known.type == JointType::kRevolute;
+    if (!known.limits.isUnlimited() && range > (is_turning ? kMaxTurns * math::kTwoPi : kMaxSlide)) {
+      KAVO_LOG(LogLevel::kWarning) << urdf_.file << ":" << known.line << ": joint " << Quoted(known.name)
+                                   << " ranges over " << NumberText(range)
+                                   << (is_turning ? " rad, more than a thousand turns"
+                                                  : " m, more than a kilometre")
+                                   << ": planning will take long, if it comes to an end at all.";
+    }
   }
 
   const Srdf::Group& findGroup(const std::string& name, const std::string& file, int line) const {
@@ -208,7 +224,7 @@ class Chooser {
              "a value for joint " + Quoted(name) + ", which is a coordinate of the c-space",
              "a joint outside it");
       }
-      if (!(known.limits.min <= value && value <= known.limits.max)) {
+      if (!(known.limits.min <= value && value <= known.limits.max && std::isfinite(value))) {
         fail(urdf_.file, known.line, "the value " + NumberText(value) + " for joint " + Quoted(name),
              "one in [" + NumberText(known.limits.min) + ", " + NumberText(known.limits.max) + "]");
       }

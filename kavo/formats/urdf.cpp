@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstddef>
 #include <exception>
+#include <limits>
 #include <map>
 #include <mutex>
 #include <utility>
@@ -15,15 +16,12 @@
 #include "kavo/formats/text_internal.h"
 #include "kavo/formats/urdf_internal.h"
 #include "kavo/formats/xml_internal.h"
-#include "kavo/math/constants_internal.h"
 
 namespace kavo::formats {
 
 namespace {
 
 using Element = XmlFile::Element;
-
-using math::kPi;
 
 // The memory of a kinematic model grows with the square of the length of a chain.
 constexpr std::size_t kMaxJoints = 4096;
@@ -74,18 +72,20 @@ std::size_t NamedLink(const XmlFile& xml, const Outline& outline, const Element&
 }
 
 void CheckLimits(const XmlFile& xml, const Element& joint, const std::string& type) {
-  const Element* const limit = joint.FirstChildElement("limit");
-  const bool has_lower = limit != nullptr && limit->Attribute("lower") != nullptr;
-  const bool has_upper = limit != nullptr && limit->Attribute("upper") != nullptr;
-  if (!has_lower && !has_upper) {
-    if (type != "continuous") {
-      xml.fail(joint, type + " " + JointText(joint) + " without limits", "<limit lower=... upper=...>");
-    }
+  // The bounds of a continuous joint mean nothing.
+  if (type == "continuous") {
     return;
   }
+  const Element* const limit = joint.FirstChildElement("limit");
+  if (limit == nullptr) {
+    xml.fail(joint, type + " " + JointText(joint) + " without limits", "<limit lower=... upper=...>");
+  }
   // One that is missing is zero.
-  const double lower = has_lower ? xml.number(*limit, "lower") : 0.0;
-  const double upper = has_upper ? xml.number(*limit, "upper") : 0.0;
+  const auto bound = [&](const char* name) {
+    return limit->Attribute(name) != nullptr ? xml.number(*limit, name) : 0.0;
+  };
+  const double lower = bound("lower");
+  const double upper = bound("upper");
   if (lower > upper) {
     xml.fail(*limit,
              "the lower limit " + NumberText(lower) + " above the upper limit " + NumberText(upper) + " in " +
@@ -281,9 +281,11 @@ std::string Extract(const XmlFile& xml, const Outline& outline) {
     copy(*link, {"collision"});
   }
   for (const Element* joint : outline.joints) {
-    Element* const limit =
-        copy(*joint, {"parent", "child", "axis", "limit", "mimic"})->FirstChildElement("limit");
-    if (limit != nullptr) {
+    Element* const copied = copy(*joint, {"parent", "child", "axis", "limit", "mimic"});
+    Element* const limit = copied->FirstChildElement("limit");
+    if (limit != nullptr && joint->Attribute("type", "continuous") != nullptr) {
+      copied->DeleteChild(limit);
+    } else if (limit != nullptr) {
       limit->SetAttribute("effort", 0);
       limit->SetAttribute("velocity", 0);
     }
@@ -419,10 +421,10 @@ Urdf::Joint ReadJoint(const XmlFile& xml, const Element& element, const urdf::Mo
       return joint;
   }
   joint.axis = {read->axis.x, read->axis.y, read->axis.z};
-  const bool has_limits = read->limits && (joint.type != JointType::kContinuous ||
-                                           read->limits->lower != 0.0 || read->limits->upper != 0.0);
-  joint.limits = has_limits ? kinematics::JointLimits{read->limits->lower, read->limits->upper}
-                            : kinematics::JointLimits{-kPi, kPi};
+  constexpr double kInfinity = std::numeric_limits<double>::infinity();
+  joint.limits = joint.type == JointType::kContinuous
+                     ? kinematics::JointLimits{-kInfinity, kInfinity}
+                     : kinematics::JointLimits{read->limits->lower, read->limits->upper};
   return joint;
 }
 

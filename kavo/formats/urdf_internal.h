@@ -51,7 +51,7 @@ struct Urdf {
     std::size_t parent = 0;
     Pose3 origin;
     Eigen::Vector3d axis = Eigen::Vector3d::UnitX();
-    //! Of every joint that is not fixed.
+    //! Of every joint that is not fixed; infinite for a continuous one.
     kinematics::JointLimits limits;
     //! Of a joint that is not fixed. Following joints from one to the next comes to an end.
     std::optional<Mimic> mimic;

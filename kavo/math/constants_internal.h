@@ -3,5 +3,6 @@
 namespace kavo::math {
 
 inline constexpr double kPi = 3.141592653589793;
+inline constexpr double kTwoPi = 2.0 * kPi;
 
 }  // namespace kavo::math

@@ -164,20 +164,41 @@ TEST(RobotFile, ValuesOfJointsOutsideTheCSpace) {
             Eigen::Vector3d(2.0, -0.25, 0.0));
 }
 
-TEST(RobotFile, LimitsOfContinuousJoints) {
-  const LoadedRobot robot = Parse(
-      Links("base a b c d") + JointText("none", "continuous", "base", "a") +
-      JointText("speed", "continuous", "a", "b", "<limit effort='1' velocity='1'/>") +
-      JointText("zero", "continuous", "b", "c", "<limit lower='0' upper='0'/>") +
-      JointText("given", "continuous", "c", "d", "<limit lower='-1' upper='0.5' effort='1' velocity='1'/>"));
-  const std::vector<kinematics::JointLimits> limits = ExtractJointLimits(robot.description.get());
-  for (std::size_t i = 0; i < 3; ++i) {
-    EXPECT_EQ(limits[i].min, -kPi);
-    EXPECT_EQ(limits[i].max, kPi);
+TEST(RobotFile, LimitsAsUrdfSays) {
+  const double inf = HUGE_VAL;
+  const struct {
+    std::string type;
+    std::string limit;
+    double lower;
+    double upper;
+    std::string warning;
+  } cases[] = {
+      {"continuous", "", -inf, inf, ""},
+      {"continuous", "<limit effort='1' velocity='1'/>", -inf, inf, ""},
+      {"continuous", "<limit lower='-1' upper='0.5'/>", -inf, inf, ""},
+      {"continuous", "<limit lower='2' upper='x'/>", -inf, inf, ""},
+      {"revolute", "<limit effort='1' velocity='1'/>", 0.0, 0.0, ""},
+      {"revolute", "<limit upper='3141'/>", 0.0, 3141.0, ""},
+      {"revolute", "<limit lower='-6284'/>", -6284.0, 0.0,
+       "arm.urdf:4: joint \"j\" ranges over 6284 rad, more than a thousand turns: planning will take long, "
+       "if "
+       "it comes to an end at all."},
+      {"prismatic", "<limit lower='-0.5'/>", -0.5, 0.0, ""},
+      {"prismatic", "<limit lower='-500' upper='500'/>", -500.0, 500.0, ""},
+      {"prismatic", "<limit upper='1000.5'/>", 0.0, 1000.5,
+       "arm.urdf:4: joint \"j\" ranges over 1000.5 m, more than a kilometre: planning will take long, if it "
+       "comes to an end at all."},
+  };
+  for (const auto& [type, limit, lower, upper, warning] : cases) {
+    SCOPED_TRACE(type + limit);
+    const LogCapture log;
+    const LoadedRobot robot = Parse(Links("base a", kSphere) + JointText("j", type, "base", "a", limit));
+    const kinematics::JointLimits limits = ExtractJointLimits(robot.description.get()).front();
+    EXPECT_EQ(limits.min, lower);
+    EXPECT_EQ(limits.max, upper);
+    EXPECT_EQ(log.warnings(),
+              warning.empty() ? std::vector<std::string>() : std::vector<std::string>{warning});
   }
-  EXPECT_EQ(limits[3].min, -1.0);
-  EXPECT_EQ(limits[3].max, 0.5);
-  EXPECT_EQ(robot.description->defaultCSpaceConfiguration(), Vec({0.0, 0.0, 0.0, -0.25}));
 }
 
 TEST(RobotFile, QuarterTurnsAreExact) {

@@ -7,13 +7,25 @@ namespace kavo {
 
 RobotDescription::~RobotDescription() = default;
 
-std::vector<kinematics::JointLimits> ExtractJointLimits(const RobotDescription* robot_description) {
+namespace {
+
+const RobotDescriptionInternal& Internal(const RobotDescription* robot_description) {
   KAVO_CHECK(robot_description != nullptr, "kinematics/interface/robot_description", 11)
       << "No robot description was given.";
   const auto* description = dynamic_cast<const RobotDescriptionInternal*>(robot_description);
   KAVO_CHECK(description != nullptr, "kinematics/interface/robot_description", 14)
       << "The robot description was not made by this library's RobotDescriptionBuilder or loaders.";
-  return description->jointLimits();
+  return *description;
+}
+
+}  // namespace
+
+std::vector<kinematics::JointLimits> ExtractJointLimits(const RobotDescription* robot_description) {
+  return Internal(robot_description).jointLimits();
+}
+
+std::vector<Eigen::Index> ExtractPeriodicCoordinates(const RobotDescription* robot_description) {
+  return Internal(robot_description).periodicCoordinates();
 }
 
 }  // namespace kavo

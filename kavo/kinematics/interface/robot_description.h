@@ -41,6 +41,11 @@ class KAVO_EXPORT RobotDescription {
 KAVO_EXPORT std::vector<kinematics::JointLimits> ExtractJointLimits(
     const RobotDescription* robot_description);
 
+//! The coordinates, ascending, in which a whole turn (2 pi) brings the robot back to where it was: those of
+//! continuous joints without limits that nothing follows, or only joints that turn a whole number of times as
+//! far. Descriptions as for `ExtractJointLimits`.
+KAVO_EXPORT std::vector<Eigen::Index> ExtractPeriodicCoordinates(const RobotDescription* robot_description);
+
 //! The Franka Emika arm with its hand: seven revolute joints, fingers open and fixed. Kinematic parameters
 //! and limits as published by the maker. The last frame, "tool", lies between the finger tips.
 KAVO_EXPORT std::unique_ptr<RobotDescription> LoadFrankaRobotDescription();

@@ -39,9 +39,11 @@ struct Joint {
   //! hand) or slides along it. Ignored for fixed joints.
   Eigen::Vector3d axis = Eigen::Vector3d::UnitZ();
   //! Closed range of the coordinate: radians, or metres for a prismatic joint. Needed for revolute and
-  //! prismatic joints; a continuous joint without limits gets [-pi, pi]. Ignored for fixed joints.
+  //! prismatic joints; a continuous joint without limits turns as far as it likes (see
+  //! `ExtractPeriodicCoordinates`). Ignored for fixed joints.
   std::optional<kinematics::JointLimits> limits = std::nullopt;
-  //! Value of the coordinate in the default configuration; the middle of the limits when absent.
+  //! Value of the coordinate in the default configuration; the middle of the limits when absent, zero
+  //! without limits.
   std::optional<double> default_value = std::nullopt;
   //! With one, the joint is no coordinate. Its limits and its default value are ignored.
   std::optional<Mimic> mimic = std::nullopt;

@@ -31,6 +31,8 @@ class KAVO_EXPORT RobotDescriptionInternal : public RobotDescription {
     std::unordered_map<std::string, std::vector<math::Sphere>> collision_spheres;
     //! Frames that must not touch each other, each pair once.
     std::vector<std::pair<std::string, std::string>> collision_pairs = {};
+    //! Ascending.
+    std::vector<Eigen::Index> periodic_coordinates = {};
   };
 
   explicit RobotDescriptionInternal(Data data);
@@ -49,6 +51,8 @@ class KAVO_EXPORT RobotDescriptionInternal : public RobotDescription {
   const std::vector<std::pair<std::string, std::string>>& collisionPairs() const {
     return data_.collision_pairs;
   }
+  //! See `ExtractPeriodicCoordinates`.
+  const std::vector<Eigen::Index>& periodicCoordinates() const { return data_.periodic_coordinates; }
   //! The limits of the joints, in coordinate order.
   const std::vector<kinematics::JointLimits>& jointLimits() const { return data_.joint_limits; }
 

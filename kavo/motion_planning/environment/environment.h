@@ -2,6 +2,8 @@
 
 #include <Eigen/Core>
 #include <optional>
+#include <utility>
+#include <vector>
 
 #include "kavo/kinematics/interface/configuration_limits.h"
 #include "kavo/motion_planning/tree/distance_metrics.h"
@@ -40,14 +42,24 @@ class KAVO_EXPORT Environment {
   //! known to be valid and used.
   int NumAtOnce() const { return num_at_once_; }
 
+  //! The coordinates, ascending, in which a whole turn (2 pi) changes nothing; none unless the environment
+  //! says so. Their limits are infinite, and the metric measures the short way round (see `PeriodicMetric`).
+  //! Planners then head for a goal the short way round and store configurations beside their parents: a path
+  //! goes straight from waypoint to waypoint, and may leave [-pi, pi].
+  const std::vector<Eigen::Index>& PeriodicCoordinates() const { return periodic_coordinates_; }
+
  protected:
   //! \param num_at_once See `NumAtOnce`; less than 1 counts as 1.
-  explicit Environment(int num_at_once = 1) : num_at_once_(num_at_once < 1 ? 1 : num_at_once) {}
+  //! \param periodic_coordinates See `PeriodicCoordinates`.
+  explicit Environment(int num_at_once = 1, std::vector<Eigen::Index> periodic_coordinates = {})
+      : num_at_once_(num_at_once < 1 ? 1 : num_at_once),
+        periodic_coordinates_(std::move(periodic_coordinates)) {}
   Environment(const Environment&) = default;
   Environment& operator=(const Environment&) = default;
 
  private:
   int num_at_once_;
+  std::vector<Eigen::Index> periodic_coordinates_;
 };
 
 }  // namespace kavo::planning

@@ -8,6 +8,7 @@
 
 #include "kavo/motion_planning/environment/limit_lanes_internal.h"
 #include "kavo/motion_planning/environment/robot_collision_internal.h"
+#include "kavo/motion_planning/tree/periodic_metric.h"
 #include "kavo/util/log_message.h"
 #include "kavo/util/random_generator.h"
 
@@ -18,9 +19,10 @@ namespace {
 class RobotEnvironmentImpl final : public RobotEnvironment {
  public:
   explicit RobotEnvironmentImpl(const RobotEnvironmentConfig& config)
-      : RobotEnvironment(internal::RobotCollision::kBatch),
+      : RobotEnvironment(internal::RobotCollision::kBatch, config.PeriodicCoordinates()),
         dimension_(static_cast<std::size_t>(config.NumJoints())),
-        distance_metric_(WeightedSquaredL2Norm(config.distance_weights)),
+        distance_metric_(
+            WithPeriods(WeightedSquaredL2Norm(config.distance_weights), config.PeriodicCoordinates())),
         limits_(config.JointLimits()),
         max_sampling_attempts_(static_cast<std::uint64_t>(std::int64_t{config.max_sampling_attempts})),
         kinematics_(config.Kinematics()),
@@ -178,10 +180,10 @@ class RobotEnvironmentImpl final : public RobotEnvironment {
 
   void InitializeSamplers(const RobotEnvironmentConfig& config) {
     for (std::size_t i = 0; i < limits_.Dimension(); ++i) {
-      const auto joint = static_cast<Eigen::Index>(i);
+      const kinematics::JointLimits range = config.JointLimits()[i].samplingRange();
       c_space_samplers_.emplace_back(static_cast<std::uint32_t>(config.c_space_seed) +
                                      static_cast<std::uint32_t>(i));
-      c_space_samplers_.back().SetRange(limits_.Min()[joint], limits_.Max()[joint]);
+      c_space_samplers_.back().SetRange(range.min, range.max);
     }
     if (const auto task_space_limits = config.TryGetTaskSpaceLimits()) {
       task_space_sampler_.emplace(static_cast<std::uint32_t>(config.task_space_seed));

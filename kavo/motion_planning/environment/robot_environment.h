@@ -16,7 +16,8 @@ namespace kavo::planning {
 //! A robot arm among obstacles. A configuration holds one value for each joint (radians, or metres for a
 //! prismatic one); it is valid when each joint is within its closed limits, no collision sphere of the robot
 //! touches an obstacle, and no two spheres touch whose frames are one of the robot's collision pairs. A
-//! configuration that is not finite is never valid.
+//! configuration that is not finite is never valid. A continuous joint without limits is within them
+//! everywhere; it is sampled from [-pi, pi].
 //!
 //! Not even the const operations of one environment may run on several threads at once: they share scratch
 //! memory and random generators.
@@ -59,7 +60,8 @@ class KAVO_EXPORT RobotEnvironment : public Environment {
   using Environment::Environment;
 };
 
-//! An environment under the weighted squared distance (see `WeightedSquaredL2Norm`).
+//! An environment under the weighted squared distance (see `WeightedSquaredL2Norm`), which goes the short way
+//! round in periodic coordinates.
 //!
 //! Limits whose minimum is above the maximum are warned about: no configuration is valid then, or, for
 //! task-space limits, samples come from [-1, 1]. An unknown frame name among the collision spheres is a fatal

@@ -33,6 +33,7 @@ RobotEnvironmentConfig::RobotEnvironmentConfig(const RobotDescription* robot_des
       kinematics_(Given(robot_description).kinematics()),
       num_joints_(static_cast<int>(kinematics_->numCSpaceCoords())),
       joint_limits_(ExtractJointLimits(robot_description)),
+      periodic_coordinates_(ExtractPeriodicCoordinates(robot_description)),
       task_space_frame_(kinematics_->frame(kinematics_->frameNames().back())) {
   ValidateInput();
   AddCollisionSpheres(robot_description);

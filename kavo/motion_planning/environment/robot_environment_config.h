@@ -46,6 +46,8 @@ class KAVO_EXPORT RobotEnvironmentConfig {
   //! Names of all frames of the kinematics.
   std::vector<std::string> GetFrameNames() const { return kinematics_->frameNames(); }
   const std::vector<kinematics::JointLimits>& JointLimits() const { return joint_limits_; }
+  //! The coordinates of the description in which a whole turn changes nothing.
+  const std::vector<Eigen::Index>& PeriodicCoordinates() const { return periodic_coordinates_; }
   //! The spheres of a frame in the frame's coordinates (metres), in the order added; empty for a frame
   //! without any.
   std::vector<math::Sphere> CollisionSpheres(const std::string& frame_name) const;
@@ -80,6 +82,7 @@ class KAVO_EXPORT RobotEnvironmentConfig {
   std::shared_ptr<kavo::Kinematics> kinematics_;
   int num_joints_;
   std::vector<kinematics::JointLimits> joint_limits_;
+  std::vector<Eigen::Index> periodic_coordinates_;
   std::optional<kinematics::ConfigurationLimits> task_space_limits_;
   std::vector<std::string> collision_frame_names_;
   std::map<std::string, std::vector<math::Sphere>> collision_spheres_;

@@ -115,7 +115,9 @@ void MotionPlannerInternal::createRobotEnvironment() {
 
 std::unique_ptr<Tree> MotionPlannerInternal::createCSpaceRrtTree() const {
   if (motion_planner_config_.tesk_tree_config) {
-    return CreateTeskTree(*motion_planner_config_.tesk_tree_config);
+    TeskTreeConfig config = *motion_planner_config_.tesk_tree_config;
+    config.periodic_coordinates = robot_environment_->PeriodicCoordinates();
+    return CreateTeskTree(config);
   }
   return CreateBasicTree(robot_description_->numCSpaceCoords(), robot_environment_->CSpaceDistanceMetric(),
                          false);

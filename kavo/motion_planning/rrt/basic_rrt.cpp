@@ -5,6 +5,7 @@
 #include "kavo/math/vector_math_internal.h"
 #include "kavo/motion_planning/rrt/look_ahead_internal.h"
 #include "kavo/motion_planning/rrt/rrt_util.h"
+#include "kavo/motion_planning/tree/periodic_metric.h"
 #include "kavo/util/log_message.h"
 
 namespace kavo::planning {
@@ -101,10 +102,11 @@ class BasicRRT final : public RRT {
         << dimension_ << "]";
   }
 
-  void Extend(const Eigen::VectorXd& q_sample) {
+  void Extend(Eigen::VectorXd q_sample) {
     Tree& tree = GetTree();
     std::shared_ptr<Node> parent =
         (config_.use_approx_closest ? tree.GetApproxClosest(q_sample) : tree.GetClosest(q_sample)).node;
+    MoveNear(parent->Configuration(), environment_->PeriodicCoordinates(), q_sample);
     const Eigen::VectorXd step = math::StepToward(parent->Configuration(), q_sample, config_.edge_length);
     Eigen::VectorXd q_new = parent->Configuration() + step;
     // A sample or a step beyond the finite numbers leads nowhere, whatever the environment says.
@@ -112,13 +114,13 @@ class BasicRRT final : public RRT {
       return;
     }
     const auto advance = [&](Eigen::VectorXd& q) {
-      return !IsAtTarget(q) && !(tree.Distance(q, q_sample) < config_.edge_length) && math::Advance(step, q);
+      return !TargetAt(q) && !(tree.Distance(q, q_sample) < config_.edge_length) && math::Advance(step, q);
     };
     look_ahead_.Start();
     while (!ShouldStop() && look_ahead_.IsValid(q_new, advance)) {
       parent = tree.Adopt(Node(q_new, parent));
-      if (IsAtTarget(q_new)) {
-        problem_.target_node = tree.Adopt(Node(problem_.q_target, parent));
+      if (const auto target = TargetAt(q_new)) {
+        problem_.target_node = tree.Adopt(Node(*target, parent));
         return;
       }
       if (!look_ahead_.Next(q_new, advance)) {
@@ -127,16 +129,25 @@ class BasicRRT final : public RRT {
     }
   }
 
-  bool IsAtTarget(const Eigen::VectorXd& q) const {
-    const Eigen::VectorXd& target = problem_.q_target;
+  // The target as it is beside `q`, when that has reached it.
+  std::optional<Eigen::VectorXd> TargetAt(const Eigen::VectorXd& q) const {
+    Eigen::VectorXd target = problem_.q_target;
+    MoveNear(q, environment_->PeriodicCoordinates(), target);
     const Eigen::VectorXd& tolerance = config_.q_target_tolerance;
     const Eigen::VectorXd position = q.head<3>();
     for (Eigen::Index i = 0; i < target.size(); ++i) {
       if (!(target[i] - tolerance[i] <= position[i] && position[i] <= tolerance[i] + target[i])) {
-        return false;
+        return std::nullopt;
       }
     }
-    return GetTree().Distance(target, position) <= config_.edge_length;
+    if (!(GetTree().Distance(target, position) <= config_.edge_length)) {
+      return std::nullopt;
+    }
+    // Turned, it is another number, which has to be valid itself.
+    if (target != problem_.q_target && !environment_->IsValidConfiguration(target)) {
+      return std::nullopt;
+    }
+    return target;
   }
 
   BasicRRTConfig config_;

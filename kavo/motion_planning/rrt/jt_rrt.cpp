@@ -9,6 +9,7 @@
 #include "kavo/motion_planning/rrt/look_ahead_internal.h"
 #include "kavo/motion_planning/rrt/rrt_util.h"
 #include "kavo/motion_planning/tree/node.h"
+#include "kavo/motion_planning/tree/periodic_metric.h"
 #include "kavo/util/log_message.h"
 #include "kavo/util/to_string.h"
 
@@ -285,11 +286,14 @@ unsigned int JtRRT::DualInsert(const Eigen::VectorXd& q, const Eigen::VectorXd& 
   return id;
 }
 
-void JtRRT::Extend(const Eigen::VectorXd& goal, ExtensionMode mode) {
+void JtRRT::Extend(Eigen::VectorXd goal, ExtensionMode mode) {
   ValidateGoalDimension(mode, goal);
   std::optional<Twins> twins = SelectExtensionNodes(mode, goal);
   if (!twins) {
     return;
+  }
+  if (mode == ExtensionMode::C_SPACE_EXPLORATION) {
+    MoveNear(twins->c_node->Configuration(), environment_->PeriodicCoordinates(), goal);
   }
   Eigen::VectorXd dq =
       CalculateQExtension(mode, goal, twins->c_node->Configuration(), twins->x_node->Configuration());

@@ -114,7 +114,7 @@ class KAVO_EXPORT JtRRT final : public RRT {
   Eigen::VectorXd JacobianTransposeStep(const Eigen::VectorXd& q, const Eigen::VectorXd& x,
                                         const Eigen::VectorXd& goal) const;
   unsigned int DualInsert(const Eigen::VectorXd& q, const Eigen::VectorXd& x, Twins& parents);
-  void Extend(const Eigen::VectorXd& goal, ExtensionMode mode);
+  void Extend(Eigen::VectorXd goal, ExtensionMode mode);
   void ExtendToTarget();
   Eigen::VectorXd GetCSpaceTarget(const Eigen::VectorXd& q0) const;
 

@@ -28,7 +28,9 @@ class KAVO_EXPORT RRT {
   virtual int CSpaceDimension() const = 0;
 
   //! A path from `q_initial` (first) to `q_target` (last) as a chain of tree nodes, or empty when none was
-  //! found. Each call starts over with new trees.
+  //! found. Each call starts over with new trees. Where the environment has periodic coordinates the path
+  //! ends at the target but for whole turns, and nodes that are the goal tree's but for such turns stand for
+  //! them; trees should measure distances the short way round (see `PeriodicMetric`).
   virtual std::optional<std::vector<std::shared_ptr<Node>>> TryToFindPath(
       const Eigen::VectorXd& q_initial, const Eigen::VectorXd& q_target) = 0;
 

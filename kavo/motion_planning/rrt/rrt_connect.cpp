@@ -8,6 +8,7 @@
 #include "kavo/math/vector_math_internal.h"
 #include "kavo/motion_planning/rrt/look_ahead_internal.h"
 #include "kavo/motion_planning/rrt/rrt_util.h"
+#include "kavo/motion_planning/tree/periodic_metric.h"
 #include "kavo/util/clip_warning.h"
 #include "kavo/util/log_message.h"
 
@@ -112,7 +113,7 @@ class RRTConnect final : public RRT {
           KAVO_LOG(LogLevel::kWarning) << "Unable to successfully sample configurations.";
           return std::nullopt;
         }
-        ExtendTreeA(*q_sample);
+        q_goal_ = *q_sample;
       } else {
         if (problem_.start_tree_turn != IsStartTreeA()) {
           SwapTrees();
@@ -120,8 +121,8 @@ class RRTConnect final : public RRT {
         problem_.start_tree_turn = !problem_.start_tree_turn;
         // A copy: the goal is where the other tree ends now.
         q_goal_ = problem_.last_configuration_b;
-        ExtendTreeA(q_goal_);
       }
+      ExtendTreeA();
       SwapTrees();
       ++num_iterations_;
     }
@@ -132,7 +133,8 @@ class RRTConnect final : public RRT {
     }
     std::vector<std::shared_ptr<Node>> path = TreeA().Backtrace(*problem_.connection_a);
     std::reverse(path.begin(), path.end());
-    const std::vector<std::shared_ptr<Node>> rest = TreeB().Backtrace(*problem_.connection_b);
+    const std::vector<std::shared_ptr<Node>> rest =
+        problem_.turned_branch.empty() ? TreeB().Backtrace(*problem_.connection_b) : problem_.turned_branch;
     path.insert(path.end(), rest.begin(), rest.end());
     return path;
   }
@@ -158,6 +160,8 @@ class RRTConnect final : public RRT {
     std::uint64_t num_swaps = 0;
     std::optional<std::shared_ptr<Node>> connection_a;
     std::optional<std::shared_ptr<Node>> connection_b;
+    // The goal tree's branch, connection first, where it has to be turned to go on from the start tree's.
+    std::vector<std::shared_ptr<Node>> turned_branch;
     Eigen::VectorXd last_configuration_a;
     Eigen::VectorXd last_configuration_b;
     std::int32_t num_steps = 0;
@@ -180,9 +184,36 @@ class RRTConnect final : public RRT {
     ++problem_.num_swaps;
   }
 
-  void ExtendTreeA(const Eigen::VectorXd& q_goal) {
-    std::shared_ptr<Node> parent = TreeA().GetClosest(q_goal).node;
-    step_ = q_goal - parent->Configuration();
+  // Whether the branches that end in two near nodes make a path. Where the trees stand whole turns apart, the
+  // goal tree's branch is turned; its configurations are other numbers then, and have to be valid themselves.
+  bool MakePath(const std::shared_ptr<Node>& node_a, const std::shared_ptr<Node>& node_b) {
+    problem_.turned_branch.clear();
+    const Eigen::VectorXd& q_start = (IsStartTreeA() ? node_a : node_b)->Configuration();
+    const std::shared_ptr<Node>& goal_node = IsStartTreeA() ? node_b : node_a;
+    Eigen::VectorXd turns = Eigen::VectorXd::Zero(dimension_);
+    for (const Eigen::Index i : environment_->PeriodicCoordinates()) {
+      turns[i] = WholeTurns(goal_node->Configuration()[i], q_start[i]);
+    }
+    if (turns.isZero(0.0)) {
+      return true;
+    }
+    std::vector<std::shared_ptr<Node>> branch = ChainToRoot(goal_node);
+    for (auto node = branch.rbegin(); node != branch.rend(); ++node) {
+      Eigen::VectorXd q = (*node)->Configuration() + turns;
+      if (!environment_->IsValidConfiguration(q)) {
+        return false;
+      }
+      *node = node == branch.rbegin() ? std::make_shared<Node>(q) : std::make_shared<Node>(q, *(node - 1));
+    }
+    problem_.turned_branch = std::move(branch);
+    return true;
+  }
+
+  // Towards `q_goal_`, the short way round.
+  void ExtendTreeA() {
+    std::shared_ptr<Node> parent = TreeA().GetClosest(q_goal_).node;
+    MoveNear(parent->Configuration(), environment_->PeriodicCoordinates(), q_goal_);
+    step_ = q_goal_ - parent->Configuration();
     math::SetLength(config_.edge_length, step_);
     q_new_ = parent->Configuration() + step_;
     // A sample or a step beyond the finite numbers leads nowhere, whatever the environment says.
@@ -192,7 +223,7 @@ class RRTConnect final : public RRT {
     // Whether the trees connect is not asked ahead: it costs more than the few configurations beyond.
     const Tree& tree = TreeA();
     const auto advance = [&](Eigen::VectorXd& q) {
-      return !(tree.Distance(q, q_goal) < config_.edge_length) && math::Advance(step_, q);
+      return !(tree.Distance(q, q_goal_) < config_.edge_length) && math::Advance(step_, q);
     };
     look_ahead_.Start();
     Separation separation(TreeB(), config_.edge_length);
@@ -203,7 +234,7 @@ class RRTConnect final : public RRT {
       if (separation.MayHaveClosed(parent->Configuration(), q_new_)) {
         const ClosestNode closest = TreeB().GetClosest(q_new_);
         separation.Set(closest.distance);
-        if (closest.distance <= config_.edge_length) {
+        if (closest.distance <= config_.edge_length && MakePath(node, closest.node)) {
           problem_.connection_a = node;
           problem_.connection_b = closest.node;
         }

@@ -1,6 +1,7 @@
 #include "kavo/motion_planning/tree/tesk_tree_util.h"
 
 #include "kavo/motion_planning/tree/basic_tree.h"
+#include "kavo/motion_planning/tree/periodic_metric.h"
 #include "kavo/util/log_message.h"
 
 namespace kavo::planning {
@@ -24,7 +25,8 @@ std::unique_ptr<Tree> CreateTeskTree(const TeskTreeConfig& config) {
   KAVO_LOG(LogLevel::kError) << "TESK not enabled in build. Creating 'BasicTree' instead of 'TeskTree'";
   const DistanceMetric metric =
       CreateDistanceMetric(config.distance_metric_type, config.distance_metric_weights);
-  return CreateBasicTree(static_cast<unsigned long>(config.dimension), metric, false);
+  return CreateBasicTree(static_cast<unsigned long>(config.dimension),
+                         WithPeriods(metric, config.periodic_coordinates), false);
 }
 
 }  // namespace kavo::planning

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <vector>
 
 #include "kavo/motion_planning/tree/distance_metrics.h"
 #include "kavo/motion_planning/tree/tree.h"
@@ -23,8 +24,8 @@ enum class DistanceMetricType : int {
 
 namespace planning {
 
-//! Configuration of the accelerator tree. Without that back-end only the dimension and the metric have an
-//! effect.
+//! Configuration of the accelerator tree. Without that back-end only the dimension, the metric and the
+//! periodic coordinates have an effect.
 struct TeskTreeConfig {
   //! Dimension of the configuration space.
   int dimension = 0;
@@ -37,6 +38,8 @@ struct TeskTreeConfig {
   std::optional<Eigen::VectorXd> distance_metric_weights;
   //! Number of nodes below which the accelerator tree would search on the CPU.
   std::int64_t num_nodes_cpu_gpu_crossover = 0;
+  //! Coordinates in which distances go the short way round; see `PeriodicMetric`.
+  std::vector<Eigen::Index> periodic_coordinates = {};
 };
 
 //! The metric of the given type. An unknown type is reported at level 0 and gives an empty function.

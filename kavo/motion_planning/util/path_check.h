@@ -42,7 +42,8 @@ struct PathCheck {
     std::string frames[2];
     PathPlace place;
   };
-  //! The distance of a coordinate to the nearer of its limits, negative beyond it.
+  //! The distance of a coordinate to the nearer of its limits, negative beyond it. Coordinates without limits
+  //! have none.
   struct LimitMargin {
     double distance;
     std::size_t coordinate;

@@ -10,7 +10,8 @@
 #include "kavo/motion_planning/util/stop_condition.h"
 #include "kavo/util/export.h"
 
-// A path is a list of configurations, start first; between two of them the robot moves straight in c-space.
+// A path is a list of configurations, start first; between two of them the robot moves straight in c-space,
+// also where a joint turns without limits: from 3.1 to -3.1 it goes nearly once around.
 
 namespace kavo::planning {
 

@@ -75,9 +75,45 @@ TEST(RobotDescriptionBuilder, LimitsAndDefaults) {
   EXPECT_EQ(robot->defaultCSpaceConfiguration(), Vec({0.0, 0.5, 2.0, 0.25}));
   const kinematics::ConfigurationLimits limits(ExtractJointLimits(robot.get()));
   EXPECT_EQ(limits.Dimension(), 4u);
-  EXPECT_EQ(limits.Min(), Vec({-std::acos(-1.0), -1.0, -1.0, 0.25}));
-  EXPECT_EQ(limits.Max(), Vec({std::acos(-1.0), 2.0, 2.0, 0.25}));
-  EXPECT_EQ(limits.Range(), Vec({2.0 * std::acos(-1.0), 3.0, 3.0, 0.0}));
+  EXPECT_EQ(limits.Min(), Vec({-HUGE_VAL, -1.0, -1.0, 0.25}));
+  EXPECT_EQ(limits.Max(), Vec({HUGE_VAL, 2.0, 2.0, 0.25}));
+  EXPECT_EQ(limits.Range(), Vec({HUGE_VAL, 3.0, 3.0, 0.0}));
+}
+
+TEST(RobotDescriptionBuilder, ATurnChangesNothingWhereAllThatFollowsTurnsWithIt) {
+  using Mimic = Joint::Mimic;
+  const struct {
+    JointType type;
+    bool has_limits;
+    std::vector<std::pair<JointType, double>> followers;
+    bool is_periodic;
+  } cases[] = {
+      {JointType::kContinuous, false, {}, true},
+      {JointType::kContinuous, true, {}, false},
+      {JointType::kRevolute, true, {}, false},
+      {JointType::kContinuous, false, {{JointType::kRevolute, -3.0}, {JointType::kContinuous, 0.0}}, true},
+      {JointType::kContinuous, false, {{JointType::kRevolute, 1.0}, {JointType::kRevolute, 0.5}}, false},
+      {JointType::kContinuous, false, {{JointType::kContinuous, 0.5}, {JointType::kRevolute, 1.0}}, false},
+      {JointType::kContinuous, false, {{JointType::kPrismatic, 1.0}}, false},
+      {JointType::kContinuous, false, {{JointType::kPrismatic, 0.0}}, true},
+  };
+  for (const auto& c : cases) {
+    RobotDescriptionBuilder builder("base");
+    builder.addJoint(MakeJoint("first", JointType::kPrismatic, "base", "a"));
+    Joint joint = MakeJoint("joint", c.type, "a", "0");
+    if (!c.has_limits) {
+      joint.limits.reset();
+    }
+    builder.addJoint(joint);
+    for (const auto& [type, multiplier] : c.followers) {
+      const std::string child = "at " + std::to_string(multiplier);
+      Joint follower = MakeJoint(child, type, "0", child);
+      follower.mimic = Mimic{"joint", multiplier, 0.1};
+      builder.addJoint(follower);
+    }
+    EXPECT_EQ(ExtractPeriodicCoordinates(builder.build().get()),
+              c.is_periodic ? std::vector<Eigen::Index>{1} : std::vector<Eigen::Index>{});
+  }
 }
 
 TEST(RobotDescriptionBuilder, KeepsSpheresByFrameInTheOrderOfTheirFirst) {
@@ -180,6 +216,12 @@ TEST(RobotDescriptionBuilder, NamesTheCulprit) {
        "limits.min <= limits.max", 46, "Joint \"elbow\" has the lower limit 1.5 above its upper limit 1."},
       {revolute([&](Joint& j) { j.default_value = nan; }), default_condition, 54,
        "Joint \"elbow\" has the default value nan outside its limits [-1, 2]."},
+      {revolute([&](Joint& j) {
+         j.type = JointType::kContinuous;
+         j.limits.reset();
+         j.default_value = inf;
+       }),
+       "std::isfinite(value)", 57, "Joint \"elbow\" has the default value inf, which is not finite."},
       {[](auto& b) {
          b.addCollisionSphere("arm", {0, 0, 0}, 1.0);
        },
@@ -201,7 +243,7 @@ TEST(RobotDescriptionBuilder, NamesTheCulprit) {
       {revolute([](Joint& j) {
          j.mimic = Joint::Mimic{"elbow", 1.0, 0.0};
        }),
-       "followed != data.coordinate_names.end()", 187,
+       "followed != data.coordinate_names.end()", 183,
        "Joint \"elbow\" follows joint \"elbow\", which is no coordinate."},
       {[](auto& b) { b.addCollisionPair("base", "arm"); }, "frame_indices.count(frame) != 0", 258,
        "A collision pair names frame \"arm\", which does not exist."},
