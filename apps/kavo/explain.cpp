@@ -53,6 +53,9 @@ std::string ExplainFailure(const QueryReport& report, const RobotDescription& ro
            (report.fault ? Explain(*report.fault, robot, world) : "the position is not finite") + "\n";
   }
   std::string text = std::string("no path: ") + ToString(report.status) + "\n";
+  if (report.status == SearchStatus::kNodesSpent) {
+    text += "  the trees hold as many nodes as the setting 'max_nodes' allows\n";
+  }
   text += "  " + std::to_string(report.num_iterations) + " extensions in " + Time(report.search_seconds);
   if (report.num_nodes.size() == 2) {
     text += "; " + std::to_string(report.num_nodes[0]) + " and " + std::to_string(report.num_nodes[1]) +

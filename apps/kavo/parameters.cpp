@@ -140,6 +140,9 @@ const std::vector<Parameter>& Parameters() {
        "Share of the extensions that pull towards the target position, in [0, 1]; not more than 1 together "
        "with the share above.",
        [](const Config& c) -> Setting { return c.task_space_exploitation_fraction; }},
+      {"max_nodes", Type::kInt,
+       "Nodes that the trees of one query may hold before it gives up; at least 1. It bounds the memory.",
+       [](const Config& c) { return Count(c.max_nodes); }},
   };
   return kParameters;
 }

@@ -39,7 +39,8 @@ class KAVO_EXPORT Environment {
 
   //! How many configurations `CountValid` checks in little more time than one. Planners look that many steps
   //! ahead; with 1, the default, an environment is asked about a configuration only when all before it are
-  //! known to be valid and used.
+  //! known to be valid and used. An environment of several at once must not change in the middle of a query,
+  //! unless it is a `RobotEnvironment`.
   int NumAtOnce() const { return num_at_once_; }
 
   //! The coordinates, ascending, in which a whole turn (2 pi) changes nothing; none unless the environment

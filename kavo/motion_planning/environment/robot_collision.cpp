@@ -79,16 +79,16 @@ RobotCollision::RobotCollision(const RobotEnvironmentConfig& config)
 void RobotCollision::SetBasePose(const Pose3& base_pose) {
   base_ = math::RigidTransform(base_pose);
   lane_sweep_->setBase(*base_);
-  known_snapshot_.reset();
+  ++revision_;
 }
 
-bool RobotCollision::HasSurroundingsChanged() {
-  // Kept, so that no later snapshot can be mistaken for it.
-  const bool is_same = known_snapshot_ == kavo::internal::SnapshotOf(world_view_);
-  if (!is_same) {
-    known_snapshot_ = kavo::internal::SnapshotOf(world_view_);
+std::uint64_t RobotCollision::Revision() {
+  const std::shared_ptr<const kavo::internal::Snapshot>& snapshot = kavo::internal::SnapshotOf(world_view_);
+  if (known_snapshot_ != snapshot) {
+    known_snapshot_ = snapshot;
+    ++revision_;
   }
-  return !is_same;
+  return revision_;
 }
 
 bool RobotCollision::Touches(const Eigen::VectorXd& q) {

@@ -44,9 +44,8 @@ class RobotCollision {
   void UpdateWorldView() { world_view_.update(); }
   void SetBasePose(const Pose3& base_pose);
 
-  //! Whether the world as the view shows it, or the base pose, is another one than at the last call. A view
-  //! may also be updated through its copies.
-  bool HasSurroundingsChanged();
+  //! As `RobotEnvironment::Revision`.
+  std::uint64_t Revision();
 
   //! Whether a sphere touches an obstacle, or another sphere that it must not touch. A configuration that is
   //! not finite counts as touching.
@@ -77,8 +76,9 @@ class RobotCollision {
   bool MayTouch(std::size_t a, std::size_t b, const std::vector<math::RigidTransform>& frames) const;
 
   WorldView world_view_;
-  // At the last call of `HasSurroundingsChanged`; null to say that the base has moved since.
+  // At the last call of `Revision`. Kept, so that no later snapshot can be mistaken for it.
   std::shared_ptr<const kavo::internal::Snapshot> known_snapshot_;
+  std::uint64_t revision_ = 0;
   // Pose of the robot base in the world; empty for the identity, which changes no bit of a frame's pose.
   std::optional<math::RigidTransform> base_;
   // Shared with the configuration; `sweep_` must not outlive it.

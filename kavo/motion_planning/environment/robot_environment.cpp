@@ -115,6 +115,7 @@ class RobotEnvironmentImpl final : public RobotEnvironment {
   }
 
   Statistics GetStatistics() const override { return statistics_; }
+  std::uint64_t Revision() const override { return collision_.Revision(); }
 
   std::optional<ConfigurationFault> FindFault(const Eigen::VectorXd& q) const override {
     if (IsValidConfiguration(q)) {
@@ -171,7 +172,8 @@ class RobotEnvironmentImpl final : public RobotEnvironment {
       }
       num_used_samples_ = 0;
     }
-    if (collision_.HasSurroundingsChanged() || is_used_up) {
+    if (const std::uint64_t revision = Revision(); is_used_up || revision != samples_revision_) {
+      samples_revision_ = revision;
       valid_samples_ = collision_.FindFree(
           lanes_.coordinates(), lanes_.TakeIn(samples_.data(), samples_.outerStride(), kBatch), false);
     }
@@ -210,6 +212,8 @@ class RobotEnvironmentImpl final : public RobotEnvironment {
   mutable Eigen::MatrixXd samples_;
   mutable int num_used_samples_ = internal::RobotCollision::kBatch;
   mutable std::uint32_t valid_samples_ = 0;
+  // Of the surroundings in which they are.
+  mutable std::uint64_t samples_revision_ = 0;
 };
 
 }  // namespace

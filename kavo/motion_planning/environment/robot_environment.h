@@ -56,6 +56,11 @@ class KAVO_EXPORT RobotEnvironment : public Environment {
   //! there.
   virtual std::optional<ConfigurationFault> FindFault(const Eigen::VectorXd& q) const = 0;
 
+  //! A number that is another one once the world as the environment sees it, or the base pose, has changed
+  //! since the last call: what was said of configurations may not hold any more. A view may also be updated
+  //! through its copies, and so in the middle of a query. The default is an environment that never changes.
+  virtual std::uint64_t Revision() const { return 0; }
+
  protected:
   using Environment::Environment;
 };

@@ -85,6 +85,7 @@ class KAVO_EXPORT MotionPlanner {
   //! | task_space_planning_params/x_target_final_tolerance | double, positive, metres | 1e-5 |
   //! | task_space_planning_params/task_space_exploration_fraction | double in [0, 1] | 0.1 |
   //! | task_space_planning_params/task_space_exploitation_fraction | double in [0, 1] | 0.4 |
+  //! | max_nodes | int, at least 1 | 2000000 |
   //!
   //! The two task-space fractions must not exceed 1 together. Weights and limits are taken over one by one:
   //! of a rejected vector the entries before the first bad one stay.

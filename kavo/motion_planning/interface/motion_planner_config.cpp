@@ -84,6 +84,12 @@ MotionPlannerConfig::MotionPlannerConfig(const YAML::Node& node) {
   x_target_final_tolerance = Read<double>(task_space, "x_target_final_tolerance");
   task_space_exploitation_fraction = Read<double>(task_space, "task_space_exploitation_fraction");
   task_space_exploration_fraction = Read<double>(task_space, "task_space_exploration_fraction");
+
+  if (node["max_nodes"].IsDefined()) {
+    max_nodes = Read<std::uint64_t>(node, "max_nodes");
+    KAVO_CHECK(max_nodes > 0, "motion_planning/interface/motion_planner", 152)
+        << "`max_nodes` must be positive.";
+  }
 }
 
 TeskTreeConfig DefaultTeskTreeConfig(int dimension) {

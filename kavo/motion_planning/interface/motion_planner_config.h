@@ -2,6 +2,7 @@
 
 #include <Eigen/Core>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -9,6 +10,7 @@
 
 #include "kavo/kinematics/interface/robot_description.h"
 #include "kavo/motion_planning/interface/motion_planner.h"
+#include "kavo/motion_planning/rrt/rrt.h"
 #include "kavo/motion_planning/tree/tesk_tree_util.h"
 #include "kavo/util/export.h"
 
@@ -23,10 +25,10 @@ struct KAVO_EXPORT MotionPlannerConfig {
   //! The defaults for a robot; a fatal error without one.
   explicit MotionPlannerConfig(const std::shared_ptr<RobotDescription>& robot_description);
 
-  //! From the root of a YAML document; see examples/planner.yaml for its keys. All but `tesk_tree_params` are
-  //! required. Throws yaml-cpp's `YAML::TypedBadConversion` for a key that is missing or does not convert,
-  //! `YAML::InvalidNode` for a key of a map that is missing; a seed, step size, weight or limit out of range
-  //! is a fatal error.
+  //! From the root of a YAML document; see examples/planner.yaml for its keys. All but `tesk_tree_params`
+  //! and `max_nodes` are required. Throws yaml-cpp's `YAML::TypedBadConversion` for a key that is missing or
+  //! does not convert, `YAML::InvalidNode` for a key of a map that is missing; a seed, step size, weight or
+  //! limit out of range is a fatal error.
   explicit MotionPlannerConfig(const YAML::Node& node);
 
   //! Seeds all random choices.
@@ -55,6 +57,8 @@ struct KAVO_EXPORT MotionPlannerConfig {
   double task_space_exploitation_fraction = 0.4;
   //! Share of task-space iterations towards random positions.
   double task_space_exploration_fraction = 0.1;
+  //! Nodes that the trees of one query may hold together.
+  std::uint64_t max_nodes = kDefaultMaxNodes;
 };
 
 //! The settings that a newly enabled accelerator tree has.

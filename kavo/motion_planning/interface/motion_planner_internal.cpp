@@ -127,8 +127,9 @@ void MotionPlannerInternal::createRrtConnect() {
   for (std::unique_ptr<Tree>& tree : rrt_connect_trees_) {
     tree = createCSpaceRrtTree();
   }
-  const RRTConnectConfig config(motion_planner_config_.step_size, motion_planner_config_.max_iterations,
-                                motion_planner_config_.c_space_exploration_fraction);
+  RRTConnectConfig config(motion_planner_config_.step_size, motion_planner_config_.max_iterations,
+                          motion_planner_config_.c_space_exploration_fraction);
+  config.max_nodes = motion_planner_config_.max_nodes;
   rrt_connect_ = CreateRRTConnect(config, robot_environment_, rrt_connect_trees_[0], rrt_connect_trees_[1]);
   rrt_connect_->SetStopCondition(stop_condition_);
 }
@@ -139,11 +140,12 @@ void MotionPlannerInternal::createJtRrt() {
   jt_rrt_task_space_tree_ = CreateBasicTree(3, L2Norm, true);
   const int seed = next_seed_;
   next_seed_ = static_cast<int>(static_cast<unsigned int>(seed) + 1u);
-  const JtRRTConfig config(motion_planner_config_.step_size, motion_planner_config_.x_target_zone_tolerance,
-                           motion_planner_config_.x_target_final_tolerance,
-                           motion_planner_config_.task_space_exploitation_fraction,
-                           motion_planner_config_.task_space_exploration_fraction,
-                           motion_planner_config_.max_iterations, false, seed);
+  JtRRTConfig config(motion_planner_config_.step_size, motion_planner_config_.x_target_zone_tolerance,
+                     motion_planner_config_.x_target_final_tolerance,
+                     motion_planner_config_.task_space_exploitation_fraction,
+                     motion_planner_config_.task_space_exploration_fraction,
+                     motion_planner_config_.max_iterations, false, seed);
+  config.max_nodes = motion_planner_config_.max_nodes;
   jt_rrt_ = CreateJtRRT(config, robot_environment_, jt_rrt_c_space_tree_, jt_rrt_task_space_tree_);
   jt_rrt_->SetStopCondition(stop_condition_);
 }

@@ -52,6 +52,7 @@ class KAVO_INTERNAL_EXPORT MotionPlannerInternal final : public MotionPlanner {
   bool setStepSize(double step_size);
   bool setMaxIterations(int max_iterations);
   bool setMaxSampling(int max_sampling);
+  bool setMaxNodes(int max_nodes);
   bool setDistanceMetricWeights(std::vector<double>::const_iterator weights, std::size_t count);
   bool setTaskSpaceFrameName(std::string task_space_frame_name);
   bool setTaskSpaceLimits(std::vector<Limit>::const_iterator limits, std::size_t count);

@@ -86,6 +86,10 @@ bool MotionPlannerInternal::setParam(const std::string& param_name, ParamValue v
     KAVO_CHECK(value.impl->data_type == ParamValue::Impl::DataType::FLOAT64, kFile, 232);
     return setJtRrtTaskSpaceExploitationFraction(std::get<double>(data));
   }
+  if (param_name == "max_nodes") {
+    KAVO_CHECK(value.impl->data_type == ParamValue::Impl::DataType::INTEGER, kFile, 235);
+    return setMaxNodes(std::get<int>(data));
+  }
   KAVO_LOG(LogLevel::kWarning) << "Invalid param: '" << param_name << "'";
   return false;
 }
@@ -132,6 +136,16 @@ bool MotionPlannerInternal::setMaxSampling(int max_sampling) {
     return false;
   }
   motion_planner_config_.max_sampling = static_cast<std::size_t>(max_sampling);
+  return accept();
+}
+
+bool MotionPlannerInternal::setMaxNodes(int max_nodes) {
+  if (max_nodes < 1) {
+    KAVO_LOG(LogLevel::kError) << "'max_nodes' [" << max_nodes << "] must be positive; "
+                               << "'max_nodes' will not be updated.";
+    return false;
+  }
+  motion_planner_config_.max_nodes = static_cast<std::uint64_t>(max_nodes);
   return accept();
 }
 

@@ -44,6 +44,7 @@ class BasicRRT final : public RRT {
 
   std::optional<std::vector<std::shared_ptr<Node>>> TryToFindPath(const Eigen::VectorXd& q_initial,
                                                                   const Eigen::VectorXd& q_target) override {
+    StartSearch();
     KAVO_CHECK(dimension_ >= 3, "motion_planning/rrt/basic_rrt", 60)
         << "BasicRRT plans for a point in 3-D, not in dimension [" << dimension_ << "].";
     KAVO_CHECK(q_initial.size() == dimension_, "motion_planning/rrt/basic_rrt", 62)
@@ -117,7 +118,8 @@ class BasicRRT final : public RRT {
       return !TargetAt(q) && !(tree.Distance(q, q_sample) < config_.edge_length) && math::Advance(step, q);
     };
     look_ahead_.Start();
-    while (!ShouldStop() && look_ahead_.IsValid(q_new, advance)) {
+    while (!ShouldStop() && look_ahead_.IsValid(q_new, advance) &&
+           MayGrow(tree.NumNodes(), config_.max_nodes)) {
       parent = tree.Adopt(Node(q_new, parent));
       if (const auto target = TargetAt(q_new)) {
         problem_.target_node = tree.Adopt(Node(*target, parent));

@@ -24,7 +24,7 @@ constexpr int kRefinementBudget = 1001;
 // Factor by which the refinement shortens its steps when it starts to swing.
 constexpr double kStepReduction = 1.4;
 // Towards a position a walk could circle for ever; no useful one comes near this many steps.
-constexpr int kMaxStepsOfExtension = 10000;
+constexpr int kMaxStepsToPosition = 10000;
 
 double Dot(const Eigen::VectorXd& a, const Eigen::VectorXd& b) {
   double sum = 0.0;
@@ -109,6 +109,7 @@ JtRRT::~JtRRT() = default;
 
 std::optional<std::vector<std::shared_ptr<Node>>> JtRRT::TryToFindPath(const Eigen::VectorXd& q_initial,
                                                                        const Eigen::VectorXd& x_target) {
+  StartSearch();
   ValidateJtRRTConfig(config_);
   if (!ValidateConfiguration(*environment_, q_initial, SearchStatus::kInvalidStart)) {
     return std::nullopt;
@@ -129,6 +130,7 @@ std::optional<std::vector<std::shared_ptr<Node>>> JtRRT::TryToFindPath(const Eig
   candidates_.clear();
   if (!math::IsFinite(x_target_)) {
     status_ = SearchStatus::kInvalidTarget;
+    KAVO_LOG(LogLevel::kWarning) << "Invalid target position, [" << x_target_.transpose() << "].";
     return std::nullopt;
   }
 
@@ -320,8 +322,10 @@ void JtRRT::Extend(Eigen::VectorXd goal, ExtensionMode mode) {
     return courses.back().goes_on && math::Advance(last_dq, q);
   };
   look_ahead_->Start();
-  for (int i = 0; i < kMaxStepsOfExtension; ++i) {
-    if (ShouldStop() || !math::IsFinite(q_new) || !look_ahead_->IsValid(q_new, advance)) {
+  for (int i = 0; mode == ExtensionMode::C_SPACE_EXPLORATION || i < kMaxStepsToPosition; ++i) {
+    // The next twins are two nodes.
+    if (ShouldStop() || !math::IsFinite(q_new) || !look_ahead_->IsValid(q_new, advance) ||
+        !MayGrow(CSpaceTree().NumNodes() + TaskSpaceTree().NumNodes() + 1, config_.max_nodes)) {
       return;
     }
     Course course;

@@ -2,6 +2,7 @@
 
 #include <Eigen/Core>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <utility>
@@ -43,6 +44,9 @@ struct KAVO_EXPORT JtRRTConfig {
   bool use_approx_closest;
   //! Seed of the choice between the kinds of extension and of the nodes to pull.
   int seed;
+  //! Nodes that the trees may hold together, not counting the refinement; the query ends with a warning where
+  //! more would be needed.
+  std::uint64_t max_nodes = kDefaultMaxNodes;
 };
 
 //! A fatal error unless all tolerances and the edge length are positive and both fractions and their sum lie
@@ -77,7 +81,7 @@ class KAVO_EXPORT JtRRT final : public RRT {
   //! A path from `q_initial` (first) to a configuration (last) whose task-space position is as close to
   //! `x_target` as the refinement got. Random choices go on from one call to the next.
   //! \param x_target Position relative to the robot base, metres; 3 entries (fatal error otherwise). One
-  //!     that is not finite gives no path.
+  //!     that is not finite is warned about and gives no path.
   std::optional<std::vector<std::shared_ptr<Node>>> TryToFindPath(const Eigen::VectorXd& q_initial,
                                                                   const Eigen::VectorXd& x_target) override;
 

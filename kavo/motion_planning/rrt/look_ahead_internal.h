@@ -3,25 +3,27 @@
 #include <Eigen/Core>
 #include <algorithm>
 
+#include "kavo/motion_planning/environment/change_watch_internal.h"
 #include "kavo/motion_planning/environment/environment.h"
 
 namespace kavo::planning::internal {
 
 //! Says of the configurations of a walk, one after the other, whether they are valid, and asks the
-//! environment about several of them at once.
+//! environment about several of them at once. Should the environment change on the way, it is asked again.
 //!
 //! The environment must outlive it.
 class LookAhead {
  public:
   explicit LookAhead(const Environment& environment)
-      : environment_(&environment), batch_(environment.CSpaceDimension(), environment.NumAtOnce()) {}
+      : environment_(&environment),
+        change_watch_(environment),
+        batch_(environment.CSpaceDimension(), environment.NumAtOnce()) {}
 
   //! Begins another walk.
   void Start() {
     count_ = 0;
-    num_known_ = 0;
+    num_valid_ = 0;
     next_ = 0;
-    ends_invalid_ = false;
     size_ = std::min<Eigen::Index>(kFirstBatch, batch_.cols());
   }
 
@@ -30,10 +32,13 @@ class LookAhead {
   //!     itself does. False when the walk ends there.
   template <typename Advance>
   bool IsValid(const Eigen::VectorXd& q, const Advance& advance) {
-    if (next_ == num_known_ && !ends_invalid_) {
-      Ask(q, advance);
+    if (next_ == count_) {
+      LookAt(q, advance);
+      Ask();
+    } else if (change_watch_.HasChanged()) {
+      Ask();
     }
-    return next_++ < num_known_;
+    return next_++ < num_valid_;
   }
 
   //! Takes `q`, which was just found to be valid, on by one step. False when the walk ends there.
@@ -51,7 +56,7 @@ class LookAhead {
   static constexpr Eigen::Index kFirstBatch = 4;
 
   template <typename Advance>
-  void Ask(const Eigen::VectorXd& q, const Advance& advance) {
+  void LookAt(const Eigen::VectorXd& q, const Advance& advance) {
     batch_.col(0) = q;
     count_ = 1;
     ends_ = false;
@@ -64,22 +69,26 @@ class LookAhead {
         }
       }
     }
-    num_known_ = environment_->CountValid(batch_.leftCols(count_));
-    ends_invalid_ = num_known_ < count_;
     next_ = 0;
     size_ = batch_.cols();
   }
 
+  // Asks about those that are still to come.
+  void Ask() {
+    change_watch_.HasChanged();
+    num_valid_ = next_ + environment_->CountValid(batch_.middleCols(next_, count_ - next_));
+  }
+
   const Environment* environment_;
+  ChangeWatch change_watch_;
   // One configuration to a column.
   Eigen::MatrixXd batch_;
   Eigen::Index size_ = 1;
-  // Of the last batch: how many there are, whether the walk ends behind them, how many are valid, whether one
-  // follows that is not, and which comes next.
+  // Of the last batch: how many there are, whether the walk ends behind them, how many are valid before one
+  // is not, and which comes next.
   Eigen::Index count_ = 0;
   bool ends_ = false;
-  Eigen::Index num_known_ = 0;
-  bool ends_invalid_ = false;
+  Eigen::Index num_valid_ = 0;
   Eigen::Index next_ = 0;
   Eigen::VectorXd ahead_;
 };

@@ -7,10 +7,13 @@ namespace kavo::planning {
 
 RRT::~RRT() = default;
 
-bool RRT::ValidateConfiguration(const Environment& environment, const Eigen::VectorXd& q,
-                                SearchStatus if_invalid) {
+void RRT::StartSearch() {
   status_ = SearchStatus::kNone;
   num_iterations_ = 0;
+}
+
+bool RRT::ValidateConfiguration(const Environment& environment, const Eigen::VectorXd& q,
+                                SearchStatus if_invalid) {
   if (environment.IsValidConfiguration(q) && math::IsFinite(q)) {
     return true;
   }
@@ -31,10 +34,20 @@ bool RRT::MayExtend(std::uint64_t max_iterations) {
 }
 
 bool RRT::ShouldStop() {
-  if (status_ != SearchStatus::kStopped && stop_condition_ && stop_condition_()) {
+  if (status_ == SearchStatus::kNone && stop_condition_ && stop_condition_()) {
     status_ = SearchStatus::kStopped;
   }
-  return status_ == SearchStatus::kStopped;
+  return status_ != SearchStatus::kNone;
+}
+
+bool RRT::MayGrow(std::uint64_t num_nodes, std::uint64_t max_nodes) {
+  if (num_nodes < max_nodes) {
+    return true;
+  }
+  status_ = SearchStatus::kNodesSpent;
+  KAVO_LOG(LogLevel::kWarning) << "The search has ended at its limit of [" << max_nodes
+                               << "] nodes, 'max_nodes'.";
+  return false;
 }
 
 }  // namespace kavo::planning

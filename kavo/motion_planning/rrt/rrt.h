@@ -15,6 +15,11 @@
 
 namespace kavo::planning {
 
+//! Nodes that the trees of one query may hold together unless a configuration says otherwise. Far above what
+//! a query needs: they take more than half a gigabyte. It ends walks over limits so wide that no memory would
+//! hold them.
+inline constexpr std::uint64_t kDefaultMaxNodes = 2000000;
+
 //! A planner that grows rapidly-exploring random trees (LaValle, 1998).
 //!
 //! Planners share their environment and refer to trees that the caller owns: the `std::unique_ptr<Tree>`
@@ -51,17 +56,22 @@ class KAVO_EXPORT RRT {
   std::uint64_t LastNumIterations() const { return num_iterations_; }
 
  protected:
-  //! Starts a search: no status, no iterations yet. False, with the status `if_invalid` and a warning, for a
-  //! configuration that the environment refuses or that is not finite: an environment may accept such a one,
-  //! but no walk from or to it would end.
+  //! To be called first in every search: no status, no iterations yet.
+  void StartSearch();
+
+  //! False, with the status `if_invalid` and a warning, for a configuration that the environment refuses or
+  //! that is not finite: an environment may accept such a one, but no walk from or to it would end.
   bool ValidateConfiguration(const Environment& environment, const Eigen::VectorXd& q,
                              SearchStatus if_invalid);
 
   //! Whether the search may make another extension; sets the status if not.
   bool MayExtend(std::uint64_t max_iterations);
 
-  //! Whether the stop condition holds or has held in this search; sets the status if so.
+  //! Whether the search has ended, also because the stop condition holds now; sets the status then.
   bool ShouldStop();
+
+  //! Whether another node may join the `num_nodes` of all trees; sets the status, with a warning, if not.
+  bool MayGrow(std::uint64_t num_nodes, std::uint64_t max_nodes);
 
   SearchStatus status_ = SearchStatus::kNone;
   std::uint64_t num_iterations_ = 0;

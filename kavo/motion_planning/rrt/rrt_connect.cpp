@@ -88,6 +88,7 @@ class RRTConnect final : public RRT {
 
   std::optional<std::vector<std::shared_ptr<Node>>> TryToFindPath(const Eigen::VectorXd& q_initial,
                                                                   const Eigen::VectorXd& q_target) override {
+    StartSearch();
     if (!ValidateConfiguration(*environment_, q_initial, SearchStatus::kInvalidStart) ||
         !ValidateConfiguration(*environment_, q_target, SearchStatus::kInvalidTarget)) {
       return std::nullopt;
@@ -229,7 +230,8 @@ class RRTConnect final : public RRT {
     Separation separation(TreeB(), config_.edge_length);
     bool goes_on = true;
     bool is_extended = false;
-    while (goes_on && !ShouldStop() && look_ahead_.IsValid(q_new_, advance)) {
+    while (goes_on && !ShouldStop() && look_ahead_.IsValid(q_new_, advance) &&
+           MayGrow(TreeA().NumNodes() + TreeB().NumNodes(), config_.max_nodes)) {
       std::shared_ptr<Node> node = TreeA().Adopt(Node(q_new_, parent));
       if (separation.MayHaveClosed(parent->Configuration(), q_new_)) {
         const ClosestNode closest = TreeB().GetClosest(q_new_);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 
 #include "kavo/motion_planning/environment/environment.h"
@@ -20,6 +21,8 @@ struct KAVO_EXPORT RRTConnectConfig {
   unsigned long max_iterations;
   //! Share of the extensions that go towards random configurations; the others go towards the other tree.
   double exploration_fraction;
+  //! Nodes that the trees may hold together; the query ends with a warning where more would be needed.
+  std::uint64_t max_nodes = kDefaultMaxNodes;
 };
 
 //! A planner with two trees, one from the start and one from the target (after Kuffner and LaValle,

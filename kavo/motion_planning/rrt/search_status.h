@@ -17,6 +17,8 @@ enum class SearchStatus {
   kIterationsSpent,
   //! The stop condition said so.
   kStopped,
+  //! The trees hold as many nodes as they may.
+  kNodesSpent,
 };
 
 //! "found", "invalid start", and so on.
@@ -36,6 +38,8 @@ inline const char* ToString(SearchStatus status) {
       return "iterations spent";
     case SearchStatus::kStopped:
       return "stopped";
+    case SearchStatus::kNodesSpent:
+      return "nodes spent";
   }
   return "unknown";
 }

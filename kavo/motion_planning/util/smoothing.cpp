@@ -9,6 +9,7 @@
 #include <unordered_map>
 
 #include "kavo/math/vector_math_internal.h"
+#include "kavo/motion_planning/environment/change_watch_internal.h"
 #include "kavo/motion_planning/util/segment_check_internal.h"
 #include "kavo/util/log_message.h"
 #include "kavo/util/random_generator.h"
@@ -105,8 +106,9 @@ std::optional<std::vector<Eigen::VectorXd>> TryToShortCircuitPath(
   std::vector<int> left(path.size());
   std::iota(left.begin(), left.end(), 0);
   internal::SegmentCheck segment_check(*environment, step_size);
-  // The world stays as it is meanwhile: what is known of a segment, start first, holds to the end.
+  // What is known of a segment, start first, holds as long as the world stays as it is.
   std::unordered_map<std::uint64_t, bool> known;
+  internal::ChangeWatch change_watch(*environment);
   const auto is_valid = [&](int from, int to) {
     const auto first = static_cast<std::size_t>(left[static_cast<std::size_t>(from)]);
     const auto last = static_cast<std::size_t>(left[static_cast<std::size_t>(to)]);
@@ -120,6 +122,9 @@ std::optional<std::vector<Eigen::VectorXd>> TryToShortCircuitPath(
   const auto shorten = [&](int index, bool forward) {
     if (stop_condition && stop_condition()) {
       return false;
+    }
+    if (change_watch.HasChanged()) {
+      known.clear();
     }
     const int last = static_cast<int>(left.size()) - 1;
     const int target = forward ? last : 0;

@@ -62,7 +62,7 @@ std::string Text(const MotionPlannerConfig& config) {
   text << "\nc-space exploration " << config.c_space_exploration_fraction << "\nzone "
        << config.x_target_zone_tolerance.transpose() << "\nfinal " << config.x_target_final_tolerance
        << "\nexploitation " << config.task_space_exploitation_fraction << "\nexploration "
-       << config.task_space_exploration_fraction << "\n";
+       << config.task_space_exploration_fraction << "\nnodes " << config.max_nodes << "\n";
   if (const auto& tree = config.tesk_tree_config) {
     text << "tree " << tree->dimension << " " << tree->max_num_nodes << " " << tree->max_buffer_size << " "
          << tree->num_nodes_cpu_gpu_crossover << ", metric " << static_cast<int>(tree->distance_metric_type)
@@ -86,6 +86,7 @@ zone 0.01 0.01 0.01
 final 1e-05
 exploitation 0.4
 exploration 0.1
+nodes 2000000
 tree 3 10000 30 3000, metric 0, weights none
 )");
   const std::shared_ptr<RobotDescription> franka = LoadFrankaRobotDescription();
@@ -108,6 +109,7 @@ zone 0.1 0.2 0.3
 final 0.001
 exploitation 0.3
 exploration 0.2
+nodes 2000000
 tree 3 50 60 40, metric 2, weights [1 2 3.5]
 )");
   const std::string tree =
@@ -115,6 +117,7 @@ tree 3 50 60 40, metric 2, weights [1 2 3.5]
   EXPECT_FALSE(Parse(Replaced(tree, "unknown_key: [1, {2: 3}]")).tesk_tree_config.has_value());
   EXPECT_EQ(Parse(Replaced("[1, 2, 3.5]", "[]")).distance_metric_weights.size(), 0);
   EXPECT_EQ(Parse(Replaced("seed: 7", "seed: 1")).seed, 1);
+  EXPECT_EQ(Parse(Replaced("seed: 7", "seed: 7\nmax_nodes: 9")).max_nodes, 9u);
   // Not judged here.
   EXPECT_EQ(
       Parse(Replaced("exploration_fraction: 0.25", "exploration_fraction: 7")).c_space_exploration_fraction,

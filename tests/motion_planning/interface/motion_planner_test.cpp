@@ -130,6 +130,7 @@ TEST_F(MotionPlannerTest, AcceptedParametersEqualAFreshPlannerWithThem) {
       {"step_size", 0.05, [](auto& c) { c.step_size = 0.05; }},
       {"max_iterations", 1, [](auto& c) { c.max_iterations = 1; }},
       {"max_sampling", 1, [](auto& c) { c.max_sampling = 1; }},
+      {"max_nodes", 3, [](auto& c) { c.max_nodes = 3; }},
       {"distance_metric_weights", weights,
        [](auto& c) {
          c.distance_metric_weights = Vec({1.0, 2.0, 3.0});
@@ -194,6 +195,7 @@ TEST_F(MotionPlannerTest, RejectedParametersChangeNothing) {
       {"step_size", nan, positive("step_size", "nan")},
       {"max_iterations", 0, positive("max_iterations", "0")},
       {"max_sampling", -1, positive("max_sampling", "-1")},
+      {"max_nodes", 0, positive("max_nodes", "0")},
       {"distance_metric_weights", two,
        "Number of 'distance_metric_weights' [2] must have same number of coordinates as 'RobotDescription' "
        "configuration space [3]. 'distance_metric_weights' will not be updated."},
@@ -279,6 +281,7 @@ TEST_F(MotionPlannerTest, WrongTypesAreFatal) {
       {"step_size", 1, "FLOAT64", 188},
       {"max_iterations", true, "INTEGER", 191},
       {"max_sampling", "1", "INTEGER", 194},
+      {"max_nodes", 1.0, "INTEGER", 235},
       {"distance_metric_weights", Eigen::Vector3d(1.0, 1.0, 1.0), "FLOAT64_VECTOR_ITER", 197},
       {"task_space_frame_name", 1, "STRING", 200},
       {"task_space_limits", doubles, "LIMIT_VECTOR_ITER", 203},

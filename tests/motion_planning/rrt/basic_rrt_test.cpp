@@ -116,6 +116,8 @@ TEST(BasicRRTTest, FailuresAreReported) {
   for (const auto& [start, goal] :
        {std::pair(Vec({0.0}), kOrigin), std::pair(four, kOrigin), std::pair(kOrigin, four)}) {
     EXPECT_THROW(planner.Plan(start, goal), util::FatalError);
+    // Not that of the query before.
+    EXPECT_EQ(planner.rrt->LastStatus(), SearchStatus::kNone);
   }
 }
 
@@ -138,6 +140,18 @@ TEST(BasicRRTTest, WalksThatLeadNowhereEnd) {
     EXPECT_FALSE(planner.Plan(Vec({1.0, 1.0, 1.0}), Vec({9.0, 9.0, 9.0})).has_value());
     EXPECT_LE(planner.tree->NumNodes(), 5u);
   }
+}
+
+TEST(BasicRRTTest, NodesAreLimited) {
+  const auto environment = std::make_shared<ScriptedEnvironment>(3, Path(9, Vec({1e9, 0.0, 0.0})));
+  auto tree = CreateBasicTree(3, L2Norm, false);
+  BasicRRTConfig config(Vec({1.0, 1.0, 1.0}), 1.0, 9, false);
+  config.max_nodes = 100;
+  const auto rrt = CreateBasicRRT(config, environment, tree);
+  const LogCapture quiet;
+  EXPECT_FALSE(rrt->TryToFindPath(kOrigin, Vec({-50.0, 0.0, 0.0})).has_value());
+  EXPECT_EQ(rrt->LastStatus(), SearchStatus::kNodesSpent);
+  EXPECT_EQ(tree->NumNodes(), 100u);
 }
 
 // The planner spelled out over plain lists.

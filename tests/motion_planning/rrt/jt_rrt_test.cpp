@@ -137,7 +137,9 @@ TEST(JtRRTTest, TreesAndEnvironmentMustFit) {
               "c_space_tree->SupportsNodeId()", kFile, 113, "");
   ExpectFatal([&] { create(planner.environment, planner.c_space_tree, no_ids); },
               "task_space_tree->SupportsNodeId()", kFile, 114, "");
+  ASSERT_FALSE(planner.Plan(kStart, Vec({1.0, 1.0, 0.0})).empty());
   ExpectFatal([&] { planner.Plan(kStart, Vec({1.0, 1.0})); }, "x_target.size() == 3", kFile, 123, "");
+  EXPECT_EQ(planner.rrt->LastStatus(), SearchStatus::kNone);
 }
 
 // The search written out plainly, on lists: the configurations that it inserts, and the indices of the path.
@@ -302,8 +304,14 @@ TEST(JtRRTTest, FailuresEndInBoundedTimeWithTheirReports) {
        SearchStatus::kInvalidStart,
        {"Invalid configuration, [-0.5  0.5]."}},
       {Vec({nan, 0.0}), {0.5, 0.5, 0.0}, SearchStatus::kInvalidStart, {"Invalid configuration, [nan   0]."}},
-      {Vec({0.0, 0.0}), {nan, 0.5, 0.0}, SearchStatus::kInvalidTarget, {}},
-      {Vec({0.0, 0.0}), {0.5, inf, 0.0}, SearchStatus::kInvalidTarget, {}},
+      {Vec({0.0, 0.0}),
+       {nan, 0.5, 0.0},
+       SearchStatus::kInvalidTarget,
+       {"Invalid target position, [nan 0.5   0]."}},
+      {Vec({0.0, 0.0}),
+       {0.5, inf, 0.0},
+       SearchStatus::kInvalidTarget,
+       {"Invalid target position, [0.5 inf   0]."}},
       // Out of reach, and inside the obstacle.
       {Vec({0.0, 0.0}), {0.5, 0.5, 0.5}, SearchStatus::kIterationsSpent, {}},
       {Vec({0.0, 0.0}), {1e9, 0.5, 0.0}, SearchStatus::kIterationsSpent, {}},
@@ -327,6 +335,25 @@ TEST(JtRRTTest, FailuresEndInBoundedTimeWithTheirReports) {
   const Planner idle(Config(0.1, 0.5, 1e-5, 0.4, 0.1, 0), Table(world));
   EXPECT_TRUE(idle.Plan(Vec({0.0, 0.0}), Vec({0.1, 0.0, 0.0})).empty());
   EXPECT_EQ(idle.c_space_tree->NumNodes(), 1u);
+}
+
+TEST(JtRRTTest, StraightWalksGoToTheirEndWithinTheLimitOfNodes) {
+  JtRRTConfig config = Config(2e-5, 0.01, 1e-5, 0.0, 0.0, 1);
+  const LogCapture quiet;
+  for (const std::uint64_t max_nodes : {std::uint64_t{24000}, std::uint64_t{10}, kDefaultMaxNodes}) {
+    config.max_nodes = max_nodes;
+    const Planner planner(config, Table(World()));
+    EXPECT_TRUE(planner.Plan(Vec({-0.9, -0.9}), Vec({0.9, 0.9, 0.9})).empty());
+    const bool is_limited = max_nodes < kDefaultMaxNodes;
+    EXPECT_EQ(planner.rrt->LastStatus(),
+              is_limited ? SearchStatus::kNodesSpent : SearchStatus::kIterationsSpent);
+    // Each configuration has its position.
+    if (is_limited) {
+      EXPECT_EQ(planner.c_space_tree->NumNodes(), max_nodes / 2);
+    } else {
+      EXPECT_GT(planner.c_space_tree->NumNodes(), 12000u);
+    }
+  }
 }
 
 TEST(JtRRTTest, TargetThatRefinementCannotReachIsReported) {

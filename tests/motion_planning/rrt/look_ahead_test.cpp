@@ -66,7 +66,8 @@ struct Outcome {
 };
 
 void Finish(RRT& planner, const std::shared_ptr<RobotEnvironment>& environment, const Eigen::VectorXd& start,
-            const Eigen::VectorXd& target, Outcome* outcome) {
+            const Eigen::VectorXd& target, const StopCondition& stop_condition, Outcome* outcome) {
+  planner.SetStopCondition(stop_condition);
   const auto nodes = planner.TryToFindPath(start, target);
   outcome->nodes = planner.GetAllValidatedConfigurations();
   outcome->found = nodes.has_value();
@@ -78,7 +79,8 @@ void Finish(RRT& planner, const std::shared_ptr<RobotEnvironment>& environment, 
 }
 
 Outcome Search(const std::shared_ptr<RobotEnvironment>& environment, bool to_position,
-               const Eigen::VectorXd& start, const Eigen::VectorXd& target) {
+               const Eigen::VectorXd& start, const Eigen::VectorXd& target,
+               const StopCondition& stop_condition) {
   Outcome outcome;
   std::unique_ptr<Tree> trees[] = {
       CreateBasicTree(7, environment->CSpaceDistanceMetric(), true),
@@ -87,34 +89,44 @@ Outcome Search(const std::shared_ptr<RobotEnvironment>& environment, bool to_pos
   if (to_position) {
     Finish(*CreateJtRRT({0.1, {0.05, 0.05, 0.05}, 1e-3, 0.4, 0.1, 60, false, 3}, environment, trees[0],
                         trees[1]),
-           environment, start, target, &outcome);
+           environment, start, target, stop_condition, &outcome);
   } else {
     trees[0] = CreateBasicTree(7, environment->CSpaceDistanceMetric(), false);
     Finish(*CreateRRTConnect({0.1, 60, 0.5}, environment, trees[0], trees[1]), environment, start, target,
-           &outcome);
+           stop_condition, &outcome);
   }
   return outcome;
 }
 
+// In every other pair of rounds an obstacle comes up in the middle of the search.
 TEST(LookAheadTest, ChangesNoBitOfAnySearch) {
   const testing::LogCapture quiet;
   const auto description = LoadFrankaRobotDescription();
   int num_found[2] = {0, 0};
   for (int round = 0; round < 500; ++round) {
-    test::RandomScene scene(static_cast<std::uint32_t>(round));
-    World world;
-    for (int i = 0; i < 6; ++i) {
-      world.add(scene.bounded(i % 4, 0.4), scene.pose(0.9));
-    }
     Eigen::VectorXd weights = Eigen::VectorXd::Ones(7);
     if (round % 4 == 3) {
       weights[2] = 3.0;
     }
-    RobotEnvironmentConfig config(description.get(), world.view(), weights, 1000, round + 1, round + 2);
-    config.SetTaskSpaceLimits({Eigen::Vector3d::Constant(-1.0), Eigen::Vector3d::Constant(1.0)});
     const bool to_position = round % 2 == 1;
     Outcome outcomes[2];
     for (const bool ahead : {false, true}) {
+      test::RandomScene scene(static_cast<std::uint32_t>(round));
+      World world;
+      for (int i = 0; i < 6; ++i) {
+        world.add(scene.bounded(i % 4, 0.4), scene.pose(0.9));
+      }
+      WorldView view = world.view();
+      RobotEnvironmentConfig config(description.get(), view, weights, 1000, round + 1, round + 2);
+      config.SetTaskSpaceLimits({Eigen::Vector3d::Constant(-1.0), Eigen::Vector3d::Constant(1.0)});
+      int num_left = round % 4 < 2 ? round % 50 : -1;
+      const StopCondition edit_once = [&] {
+        if (num_left-- == 0) {
+          world.add(scene.bounded(round % 4, 0.4), scene.pose(0.9));
+          view.update();
+        }
+        return false;
+      };
       std::shared_ptr<RobotEnvironment> environment = CreateRobotEnvironment(config);
       if (!ahead) {
         environment = std::make_shared<OneAtATime>(environment);
@@ -124,7 +136,7 @@ TEST(LookAheadTest, ChangesNoBitOfAnySearch) {
       if (start && goal) {
         const Eigen::VectorXd target =
             to_position ? Eigen::VectorXd(environment->TaskSpacePosition(*goal)) : *goal;
-        outcomes[ahead ? 1 : 0] = Search(environment, to_position, *start, target);
+        outcomes[ahead ? 1 : 0] = Search(environment, to_position, *start, target, edit_once);
       }
     }
     ASSERT_EQ(outcomes[0].found, outcomes[1].found) << round;

@@ -144,6 +144,22 @@ TEST(RRTConnectTest, WalksThatLeadNowhereEnd) {
   }
 }
 
+TEST(RRTConnectTest, NodesAreLimited) {
+  RRTConnectConfig config(1.0, 50, 0.5);
+  config.max_nodes = 100;
+  Connect connect(config, Line({}));
+  const LogCapture log;
+  EXPECT_FALSE(connect.Plan(Vec({0.0}), Vec({1e16})).has_value());
+  EXPECT_EQ(connect.rrt->LastStatus(), SearchStatus::kNodesSpent);
+  EXPECT_EQ(connect.rrt->LastNumIterations(), 1u);
+  EXPECT_EQ(connect.rrt->GetAllValidatedConfigurations().size(), 100u);
+  EXPECT_EQ(log.warnings(),
+            std::vector<std::string>{"The search has ended at its limit of [100] nodes, 'max_nodes'."});
+  // As many as are needed, roots included, are enough.
+  EXPECT_TRUE(connect.Plan(Vec({0.0}), Vec({99.0})).has_value());
+  EXPECT_FALSE(connect.Plan(Vec({0.0}), Vec({100.0})).has_value());
+}
+
 // The planner spelled out: two trees with fixed roles instead of two that are exchanged.
 struct Reference {
   std::optional<Path> Plan(const SmallWorld& world, double exploration_fraction, int max_iterations) {
