@@ -53,6 +53,11 @@ class KAVO_EXPORT RobotDescriptionInternal : public RobotDescription {
   }
   //! See `ExtractPeriodicCoordinates`.
   const std::vector<Eigen::Index>& periodicCoordinates() const { return data_.periodic_coordinates; }
+  //! The same robot with other pairs, which the caller has checked.
+  std::unique_ptr<RobotDescription> withCollisionPairs(
+      std::vector<std::pair<std::string, std::string>> pairs) const;
+  //! The kinematic model.
+  const kinematics::Kinematics& model() const { return data_.kinematics; }
   //! The limits of the joints, in coordinate order.
   const std::vector<kinematics::JointLimits>& jointLimits() const { return data_.joint_limits; }
 

@@ -1,0 +1,63 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "kavo/kinematics/interface/robot_description.h"
+#include "kavo/util/export.h"
+
+namespace kavo {
+
+//! How two frames of a robot that carry collision spheres get on with each other, over all configurations
+//! within its limits.
+struct FramePair {
+  enum class Kind {
+    //! No joint between them moves.
+    kRigid,
+    //! One moving joint is between them. Its spheres often overlap where they meet, by how they were made.
+    kAdjacent,
+    //! They touched in every random configuration.
+    kAlways,
+    //! They cannot touch: proven for every configuration.
+    kNever,
+    //! They touched in no random configuration; whether they can is not known.
+    kNotSeen,
+    //! They touch in some configuration.
+    kSometimes,
+  };
+
+  std::string frames[2];
+  Kind kind = Kind::kSometimes;
+  //! Random configurations looked at, and those in which the two touch.
+  std::uint64_t num_samples = 0;
+  std::uint64_t num_touching = 0;
+};
+
+struct FramePairOptions {
+  //! Random configurations, uniform within the limits; at least 1.
+  int num_samples = 10000;
+  std::uint32_t seed = 1;
+  //! Boxes of configurations that a proof may look at for each pair before it gives up; zero for no proofs.
+  int max_boxes = 20000;
+};
+
+//! All pairs of frames that carry spheres, in the order of the frames. Equal arguments give equal answers.
+//!
+//! Pairs that no sample showed in contact are proven by branch and bound over the joints between them: a box
+//! of joint values is free if the spheres at its middle are farther apart than they can move within it, and
+//! is halved otherwise. The movement of a sphere is bounded by the sum over the joints between of half the
+//! box's width times its distance from the joint's axis at the middle of the box.
+//! \param robot As this library's builder or loaders made it; fatal otherwise.
+KAVO_EXPORT std::vector<FramePair> ClassifyFramePairs(const RobotDescription& robot,
+                                                      const FramePairOptions& options = {});
+
+//! The same robot, with these pairs of frames that must not touch each other instead of its own. Descriptions
+//! as above; fatal for an unknown frame and for a pair of a frame with itself. A pair given twice, in either
+//! order, counts once.
+KAVO_EXPORT std::unique_ptr<RobotDescription> WithCollisionPairs(
+    const RobotDescription& robot, const std::vector<std::pair<std::string, std::string>>& pairs);
+
+}  // namespace kavo

@@ -1,0 +1,128 @@
+#include "kavo/kinematics/interface/frame_pairs.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <memory>
+#include <random>
+
+#include "kavo/kinematics/interface/robot_description_builder.h"
+#include "kavo/kinematics/interface/robot_description_internal.h"
+#include "tests/kinematics/random_robot.h"
+#include "tests/support/fatal.h"
+#include "tests/support/vectors.h"
+
+namespace kavo {
+namespace {
+
+using Kind = FramePair::Kind;
+using testing::RandomVec;
+
+// A robot of random joints with narrow limits, one sphere on its base and one on its last frame.
+std::unique_ptr<RobotDescription> MakeRobot(const testing::RandomRobot& made, const Eigen::Vector3d& center,
+                                            double radius) {
+  RobotDescriptionBuilder builder("base");
+  for (Joint joint : made.joints()) {
+    joint.limits = kinematics::JointLimits{-1.2, 0.9};
+    builder.addJoint(joint);
+  }
+  return builder.addCollisionSphere("base", {0.1, 0.2, 0.3}, radius)
+      .addCollisionSphere(made.joints().back().child_frame, center, radius)
+      .build();
+}
+
+// The smallest distance of the two centres, by random configurations and steps of one coordinate from the
+// best.
+double SmallestDistance(const testing::RandomRobot& made, const Eigen::Vector3d& center,
+                        std::mt19937& engine) {
+  const auto distance = [&](const Eigen::VectorXd& q) {
+    const int last = static_cast<int>(made.joints().size()) - 1;
+    return (made.place(q, last) * center - Eigen::Vector3d(0.1, 0.2, 0.3)).norm();
+  };
+  Eigen::VectorXd best = RandomVec(engine, made.num_coordinates(), -1.2, 0.9);
+  for (int i = 0; i < 300; ++i) {
+    const Eigen::VectorXd q = RandomVec(engine, made.num_coordinates(), -1.2, 0.9);
+    best = distance(q) < distance(best) ? q : best;
+  }
+  for (double step = 0.3; step > 1e-5; step *= 0.8) {
+    for (Eigen::Index k = 0; k < best.size(); ++k) {
+      for (const double change : {step, -step}) {
+        Eigen::VectorXd q = best;
+        q[k] = std::clamp(q[k] + change, -1.2, 0.9);
+        best = distance(q) < distance(best) ? q : best;
+      }
+    }
+  }
+  return distance(best);
+}
+
+TEST(FramePairs, NothingIsProvenThatTouchesSomewhere) {
+  std::mt19937 engine(5);
+  FramePairOptions options;
+  // So few that the search is left to the proof.
+  options.num_samples = 1;
+  options.max_boxes = 2000;
+  int num_proven = 0;
+  int num_found = 0;
+  for (int round = 0; round < 400; ++round) {
+    const testing::RandomRobot made(engine, 2 + round % 4);
+    const Eigen::Vector3d center = RandomVec(engine, 3, -0.3, 0.3);
+    const double distance = SmallestDistance(made, center, engine);
+    const Kind touching =
+        ClassifyFramePairs(*MakeRobot(made, center, 0.5 * distance + 1e-4), options).front().kind;
+    ASSERT_NE(touching, Kind::kNever) << "round " << round;
+    num_found += touching == Kind::kSometimes ? 1 : 0;
+    if (distance > 1e-3) {
+      const Kind apart = ClassifyFramePairs(*MakeRobot(made, center, 0.45 * distance), options).front().kind;
+      num_proven += apart == Kind::kNever ? 1 : 0;
+    }
+  }
+  EXPECT_GT(num_proven, 50);
+  EXPECT_GT(num_found, 20);
+}
+
+// Two turning joints, one metre apart; spheres of 0.1 m on the base and one metre beyond the second joint.
+TEST(FramePairs, ContactIsFoundWhereOnlyTheLimitsReachIt) {
+  for (const auto& [reach, kind] : {std::pair(1e-4, Kind::kNever), std::pair(-1e-9, Kind::kSometimes)}) {
+    // The gap of the centres is 2 sin(angle / 2) for an inner angle at the elbow of pi - |q|.
+    const double limit = std::acos(-1.0) - 2.0 * std::asin(0.5 * (0.2 + reach));
+    Joint shoulder{"shoulder", JointType::kRevolute, "base", "upper", {}, {0, 0, 1}, {{-1.0, 1.0}}};
+    Joint elbow{"elbow",   JointType::kRevolute, "upper", "lower", Pose3::FromTranslation({1, 0, 0}),
+                {0, 0, 1}, {{-limit, 0.1}}};
+    const auto robot = RobotDescriptionBuilder("base")
+                           .addJoint(shoulder)
+                           .addJoint(elbow)
+                           .addCollisionSphere("base", {0, 0, 0}, 0.1)
+                           .addCollisionSphere("upper", {0.5, 0, 0}, 0.1)
+                           .addCollisionSphere("lower", {1, 0, 0}, 0.1)
+                           .build();
+    FramePairOptions options;
+    options.num_samples = 10;
+    const std::vector<FramePair> pairs = ClassifyFramePairs(*robot, options);
+    ASSERT_EQ(pairs.size(), 3u);
+    EXPECT_EQ(pairs[0].kind, Kind::kAdjacent);
+    EXPECT_EQ(pairs[1].frames[1], "lower");
+    EXPECT_EQ(pairs[1].kind, kind) << reach;
+    EXPECT_EQ(pairs[1].num_touching, 0u);
+  }
+}
+
+TEST(FramePairs, TakeThePlaceOfARobotsOwn) {
+  const auto arm = LoadThreeLinkArmRobotDescription();
+  const auto with_pairs = WithCollisionPairs(*arm, {{"link3", "link1"}, {"link1", "link3"}});
+  using Pairs = std::vector<std::pair<std::string, std::string>>;
+  EXPECT_EQ(dynamic_cast<const RobotDescriptionInternal&>(*with_pairs).collisionPairs(),
+            (Pairs{{"link3", "link1"}}));
+  EXPECT_EQ(with_pairs->defaultCSpaceConfiguration(), arm->defaultCSpaceConfiguration());
+  const std::string file = "kinematics/interface/frame_pairs";
+  testing::ExpectFatal(
+      [&] {
+        WithCollisionPairs(*arm, {{"link1", "link1"}});
+      },
+      "frame_a != frame_b", file, 2, "Frame \"link1\" cannot collide with itself.");
+  EXPECT_THROW(WithCollisionPairs(*arm, {{"link1", "link9"}}), util::FatalError);
+}
+
+}  // namespace
+}  // namespace kavo
