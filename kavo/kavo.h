@@ -1,7 +1,7 @@
 #pragma once
 
-// All that a program needs to plan for an arm: describe it, put up its obstacles, plan, check the path. Robots and
-// scenes from files are in `kavo/formats`, the planners' parts for an environment of your own in
+// All that a program needs to plan for an arm: describe it, put up its obstacles, plan, check the path.
+// Robots and scenes from files are in `kavo/formats`, the planners' parts for an environment of your own in
 // `kavo/motion_planning`.
 
 #include "kavo/kinematics/interface/robot_description.h"

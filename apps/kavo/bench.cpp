@@ -12,6 +12,8 @@
 #include "apps/kavo/bench_report.h"
 #include "apps/kavo/bench_run.h"
 #include "apps/kavo/command.h"
+#include "apps/kavo/help.h"
+#include "apps/kavo/input_rules.h"
 #include "apps/kavo/parameters.h"
 #include "apps/kavo/robot_options.h"
 
@@ -21,7 +23,9 @@ namespace {
 
 struct BenchOptions {
   RobotOptions robot;
+  InputRules rules;
   PlannerSettings planner;
+  BenchBounds bounds;
   std::string directory;
   std::vector<std::string> families;
   int num_repeats = 1;
@@ -30,16 +34,17 @@ struct BenchOptions {
 };
 
 int Bench(const BenchOptions& options) {
-  const formats::LoadedRobot robot = options.robot.Load();
+  Situations situations(options.robot.Load(), options.rules);
+  const formats::LoadedRobot& robot = situations.Robot();
   PlannerSettings settings = options.planner;
   settings.SetDefault("task_space_frame_name", robot.tip_frame);
   settings.Load(robot.description);
   if (settings.Seed() > std::numeric_limits<int>::max() - options.num_repeats) {
     throw UnusableInput("the seed leaves no room for the repeats");
   }
-  const std::vector<Problem> problems = ReadProblems(options.directory, options.families, robot);
+  const std::vector<Problem> problems = ReadProblems(options.directory, options.families, situations);
   const std::vector<BenchRun> runs =
-      RunProblems(problems, robot, settings, options.num_repeats, options.num_jobs);
+      RunProblems(problems, settings, options.bounds, options.num_repeats, options.num_jobs);
   const std::string json = BenchJson(problems, runs, robot, settings);
   if (options.json_file == "-") {
     std::cout << json;
@@ -83,6 +88,17 @@ void AddBenchCommand(CLI::App& app, Run& run) {
       ->group("Problems")
       ->check(CLI::Range(1, 1024))
       ->capture_default_str();
+  options->rules.AddOptions(*bench);
+  bench
+      ->add_option("--time-limit", options->bounds.seconds,
+                   "Stop each problem after this time; goes before that of its request")
+      ->type_name("SECONDS")
+      ->group("Problems")
+      ->check(CheckPositive);
+  bench
+      ->add_flag("--request-effort", options->bounds.by_requests,
+                 "Let allowed_planning_time and num_planning_attempts of the requests count")
+      ->group("Problems");
   options->planner.AddOptions(*bench);
   bench
       ->add_option("--json", options->json_file,

@@ -9,7 +9,6 @@
 #include <utility>
 
 #include "apps/kavo/command.h"
-#include "apps/kavo/scene_options.h"
 #include "apps/kavo/text.h"
 #include "kavo/formats/request.h"
 
@@ -41,15 +40,16 @@ std::optional<std::string> NameOfScene(const fs::path& file) {
   return stem.substr(5);
 }
 
-void ReadFamily(const fs::path& directory, const std::string& family, const formats::LoadedRobot& robot,
+void ReadFamily(const fs::path& directory, const std::string& family, Situations& situations,
                 std::vector<Problem>& problems) {
   for (const fs::path& file : Entries(directory)) {
     if (const auto name = NameOfScene(file)) {
       const std::string request_file = (directory / ("request" + *name + ".yaml")).string();
       const formats::Request request = formats::ReadRequest(request_file);
-      LoadedScene scene = ReadScenes({file.string()}, request.base_pose);
-      Query query = QueriesOf(request, request_file, robot, scene).front();
-      problems.push_back({family, *name, std::move(scene), std::move(query)});
+      Situation situation = situations.Read({file.string()}, &request);
+      Query query = situations.QueriesOf(request, situation).front();
+      problems.push_back({family, *name, std::move(situation), std::move(query),
+                          request.allowed_planning_time, request.num_planning_attempts});
     }
   }
 }
@@ -61,7 +61,7 @@ bool HasScenes(const std::vector<fs::path>& entries) {
 }  // namespace
 
 std::vector<Problem> ReadProblems(const std::string& directory, const std::vector<std::string>& families,
-                                  const formats::LoadedRobot& robot) {
+                                  Situations& situations) {
   const std::vector<fs::path> entries = Entries(directory);
   std::vector<fs::path> folders;
   if (HasScenes(entries)) {
@@ -85,7 +85,7 @@ std::vector<Problem> ReadProblems(const std::string& directory, const std::vecto
   std::vector<Problem> problems;
   for (std::size_t i = 0; i < folders.size(); ++i) {
     if (families.empty() || std::find(families.begin(), families.end(), names[i]) != families.end()) {
-      ReadFamily(folders[i], names[i], robot, problems);
+      ReadFamily(folders[i], names[i], situations, problems);
     }
   }
   return problems;

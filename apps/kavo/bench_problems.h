@@ -1,11 +1,10 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
-#include "apps/kavo/queries.h"
-#include "kavo/formats/robot_file.h"
-#include "kavo/world/world.h"
+#include "apps/kavo/situation.h"
 
 namespace kavo::command {
 
@@ -14,15 +13,18 @@ struct Problem {
   std::string family;
   //! What stands between "scene" and ".yaml" in the name of its file.
   std::string name;
-  LoadedScene scene;
+  Situation situation;
   Query query;
+  //! What the request says about it.
+  std::optional<double> allowed_seconds;
+  int num_attempts = 1;
 };
 
 //! Reads the problems of a folder, in the order of their names: `<family>/scene<name>.yaml` with
 //! `request<name>.yaml` beside it, or a folder that is itself one family. Of several goals the first counts.
 //! \param families Those wanted; all if empty.
-//! Throws `UnusableInput` where there is none, and `formats::FileError`.
+//! Throws as `Situations` does, and `UnusableInput` where there is none.
 std::vector<Problem> ReadProblems(const std::string& directory, const std::vector<std::string>& families,
-                                  const formats::LoadedRobot& robot);
+                                  Situations& situations);
 
 }  // namespace kavo::command

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <numeric>
 #include <set>
@@ -67,7 +68,7 @@ std::vector<std::string> OutcomeRow(const std::string& family, const Runs& runs)
     problems.insert(run->problem);
   }
   const Runs valid = Those(runs, [](const BenchRun& run) { return run.HasValidEnds(); });
-  std::vector<std::string> row = {family,
+  std::vector<std::string> row = {Printable(family),
                                   Count(problems.size()),
                                   Count(runs.size()),
                                   Count(runs.size() - valid.size()),
@@ -93,13 +94,13 @@ std::vector<std::string> PathRow(const std::string& family, const Runs& runs) {
   const Runs found = Found(runs);
   if (found.empty()) {
     std::vector<std::string> row(8, "-");
-    row[0] = family;
+    row[0] = Printable(family);
     return row;
   }
   const auto nodes = [](const BenchRun& run) {
     return std::accumulate(run.report.num_nodes.begin(), run.report.num_nodes.end(), std::uint64_t{0});
   };
-  return {family,
+  return {Printable(family),
           Time(Median(found, [](const BenchRun& run) { return run.report.search_seconds; })),
           Time(Median(found, [](const BenchRun& run) { return run.report.shortening_seconds; })),
           Number(Median(found, [](const BenchRun& run) { return run.report.num_raw_waypoints; })),
@@ -130,12 +131,34 @@ std::string EdgeCounts(const Runs& runs) {
          Distance(Quantile(depths, 1.0)) + "\n";
 }
 
+// What the verdicts do not hold for, in lines.
+std::string ScopeText(const std::vector<Problem>& problems) {
+  std::map<std::string, std::size_t> counts;
+  std::string text;
+  for (const Problem& problem : problems) {
+    for (const std::string& name : problem.situation.scope.Ignored()) {
+      ++counts[name];
+    }
+  }
+  for (const auto& [name, count] : counts) {
+    text += "ignored in " + Count(count) + " of " + Count(problems.size()) + " problems: " + name + "\n";
+  }
+  if (!problems.empty() && !problems.front().situation.scope.uncovered_links.empty()) {
+    text += "for the covered links only (not " +
+            JoinQuoted(problems.front().situation.scope.uncovered_links) + ")\n";
+  }
+  return text.empty() ? text : "\n" + text;
+}
+
 Json ToJson(const BenchRun& run, const Problem& problem) {
   Json json = {{"family", problem.family},
                {"problem", problem.name},
                {"seed", run.seed},
                {"status", planning::ToString(run.report.status)},
                {"fault", run.fault},
+               {"ignored", problem.situation.scope.Ignored()},
+               {"uncovered_links", problem.situation.scope.uncovered_links},
+               {"held_joints", HeldJoints(*problem.situation.robot)},
                {"found", run.found},
                {"iterations", run.report.num_iterations},
                {"nodes", run.report.num_nodes},
@@ -183,7 +206,7 @@ std::string BenchTables(const std::vector<Problem>& problems, const std::vector<
     outcomes.push_back(OutcomeRow(family, of_family));
     paths.push_back(PathRow(family, of_family));
   }
-  return Table(outcomes) + "\n" + Table(paths) + EdgeCounts(all);
+  return Table(outcomes) + "\n" + Table(paths) + EdgeCounts(all) + ScopeText(problems);
 }
 
 std::string BenchJson(const std::vector<Problem>& problems, const std::vector<BenchRun>& runs,

@@ -12,6 +12,7 @@
 #include <utility>
 #include <variant>
 
+#include "apps/kavo/attempts.h"
 #include "apps/kavo/explain.h"
 #include "kavo/motion_planning/environment/robot_environment.h"
 #include "kavo/motion_planning/util/path_check.h"
@@ -81,30 +82,44 @@ void Check(const RobotDescription& robot, const WorldView& world_view, double st
   }
 }
 
-void RunOnce(const Problem& problem, const formats::LoadedRobot& robot, const PlannerSettings& settings,
+MotionPlanner::Results Ask(MotionPlanner& planner, const Query& query) {
+  if (const auto* target = std::get_if<formats::PlanRecord::PositionTarget>(&query.target)) {
+    planner.setParam("task_space_frame_name", target->frame);
+    return planner.planToTaskSpaceTarget(query.start, target->position, false);
+  }
+  return planner.planToCSpaceTarget(query.start, std::get<Eigen::VectorXd>(query.target), false);
+}
+
+void RunOnce(const Problem& problem, const PlannerSettings& settings, const BenchBounds& bounds,
              BenchRun& run) {
   // Every failure is in the result; a hundred warnings would not help. Threads come from a pool, so that the
   // threshold has to be put back.
   const int threshold = std::exchange(util::log_level_threshold, -1);
-  const World& world = problem.scene.world;
-  const auto planner = settings.MakePlanner(robot.description, world.view(), run.seed);
+  const World& world = problem.situation.world;
+  const std::shared_ptr<RobotDescription> robot = problem.situation.robot->description;
+  const Attempts attempts(bounds.seconds       ? bounds.seconds
+                          : bounds.by_requests ? problem.allowed_seconds
+                                               : std::nullopt,
+                          run.seed, bounds.by_requests ? problem.num_attempts : 1);
   MotionPlanner::Results results;
-  if (const auto* target = std::get_if<formats::PlanRecord::PositionTarget>(&problem.query.target)) {
-    planner->setParam("task_space_frame_name", target->frame);
-    results = planner->planToTaskSpaceTarget(problem.query.start, target->position, false);
-  } else {
-    results = planner->planToCSpaceTarget(problem.query.start,
-                                          std::get<Eigen::VectorXd>(problem.query.target), false);
+  for (int attempt = 0; attempts.MayTry(attempt); ++attempt) {
+    run.seed = attempts.Seed(attempt);
+    const auto planner = settings.MakePlanner(robot, world.view(), run.seed);
+    planner->setStopCondition(attempts.Stop());
+    results = Ask(*planner, problem.query);
+    run.report = planner->queryReport();
+    if (results.path_found || !run.HasValidEnds()) {
+      break;
+    }
   }
-  run.report = planner->queryReport();
   if (run.report.fault) {
-    run.fault = Explain(*run.report.fault, *robot.description, world);
+    run.fault = Explain(*run.report.fault, *robot, world);
   }
   run.found = results.path_found;
   if (run.found) {
     run.num_waypoints = results.path.size();
     run.length = Length(results.path);
-    Check(*robot.description, world.view(), settings.StepSize(), results.path, run);
+    Check(*robot, world.view(), settings.StepSize(), results.path, run);
   }
   util::log_level_threshold = threshold;
 }
@@ -123,8 +138,8 @@ const char* ToString(Edge edge) {
   return "unknown";
 }
 
-std::vector<BenchRun> RunProblems(const std::vector<Problem>& problems, const formats::LoadedRobot& robot,
-                                  const PlannerSettings& settings, int num_repeats, int num_jobs) {
+std::vector<BenchRun> RunProblems(const std::vector<Problem>& problems, const PlannerSettings& settings,
+                                  const BenchBounds& bounds, int num_repeats, int num_jobs) {
   const auto repeats = static_cast<std::size_t>(num_repeats);
   std::vector<BenchRun> runs(problems.size() * repeats);
   Progress progress(runs.size());
@@ -134,7 +149,7 @@ std::vector<BenchRun> RunProblems(const std::vector<Problem>& problems, const fo
     BenchRun& run = runs[i];
     run.problem = i / repeats;
     run.seed = settings.Seed() + static_cast<int>(i % repeats);
-    RunOnce(problems[run.problem], robot, settings, run);
+    RunOnce(problems[run.problem], settings, bounds, run);
     progress.Advance();
   });
   return runs;

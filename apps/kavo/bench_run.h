@@ -1,12 +1,12 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "apps/kavo/bench_problems.h"
 #include "apps/kavo/parameters.h"
-#include "kavo/formats/robot_file.h"
 #include "kavo/motion_planning/interface/query_report.h"
 
 namespace kavo::command {
@@ -48,10 +48,18 @@ struct BenchRun {
   double Seconds() const { return report.search_seconds + report.shortening_seconds; }
 };
 
+//! What bounds a run.
+struct BenchBounds {
+  //! Seconds for each problem; without them, as long as it takes.
+  std::optional<double> seconds;
+  //! Whether what the requests say of time (unless there are seconds above) and attempts counts.
+  bool by_requests = false;
+};
+
 //! Runs every problem `num_repeats` times, repeat k with the seed of the settings plus k, each with a planner
 //! of its own. The runs are in the order of problems, then repeats, whatever the number of jobs.
 //! \param num_jobs Number of threads.
-std::vector<BenchRun> RunProblems(const std::vector<Problem>& problems, const formats::LoadedRobot& robot,
-                                  const PlannerSettings& settings, int num_repeats, int num_jobs);
+std::vector<BenchRun> RunProblems(const std::vector<Problem>& problems, const PlannerSettings& settings,
+                                  const BenchBounds& bounds, int num_repeats, int num_jobs);
 
 }  // namespace kavo::command

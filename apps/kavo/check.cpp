@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <iostream>
-#include <iterator>
 #include <memory>
 #include <string>
 #include <vector>
@@ -12,9 +11,10 @@
 #include "apps/kavo/command.h"
 #include "apps/kavo/explain.h"
 #include "apps/kavo/help.h"
-#include "apps/kavo/queries.h"
+#include "apps/kavo/input_rules.h"
 #include "apps/kavo/robot_options.h"
 #include "apps/kavo/scene_options.h"
+#include "apps/kavo/situation.h"
 #include "apps/kavo/text.h"
 #include "kavo/formats/result_file.h"
 #include "kavo/motion_planning/util/path_check.h"
@@ -26,17 +26,10 @@ namespace {
 struct CheckOptions {
   RobotOptions robot;
   SceneOptions scene;
+  InputRules rules;
   std::string path_file;
   double step_size = 0.01;
 };
-
-formats::PathFile Read(const std::string& file) {
-  if (file != "-") {
-    return formats::ReadPath(file);
-  }
-  const std::string text(std::istreambuf_iterator<char>(std::cin), {});
-  return formats::ParsePath(text, "standard input");
-}
 
 // The configurations with their coordinates in the order of the robot's.
 std::vector<Eigen::VectorXd> ForRobot(const formats::PathFile& file, const RobotDescription& robot) {
@@ -66,13 +59,19 @@ std::vector<Eigen::VectorXd> ForRobot(const formats::PathFile& file, const Robot
 }
 
 int Check(const CheckOptions& options) {
-  const formats::LoadedRobot robot = options.robot.Load();
-  const LoadedScene scene = ReadScenes(options.scene.Files());
-  const std::vector<Eigen::VectorXd> path = ForRobot(Read(options.path_file), *robot.description);
+  const std::string file = options.path_file == "-" ? "/dev/stdin" : options.path_file;
+  Situations situations(options.robot.Load(), options.rules);
+  std::vector<Eigen::VectorXd> path = ForRobot(formats::ReadPath(file), *situations.Robot().description);
+  const Situation situation = situations.Read(options.scene.Files(), nullptr, path.front());
+  const RobotDescription& robot = *situation.robot->description;
+  for (Eigen::VectorXd& q : path) {
+    options.rules.PutOnLimits(robot, "a waypoint", q, situations.GetNotes());
+  }
   const planning::PathCheck check =
-      planning::CheckPath(*robot.description, scene.world.view(), path, options.step_size);
-  std::cout << path.size() << " waypoints, length " << Number(Length(path), 4) << ": "
-            << Explain(check, *robot.description, scene.world, path.size() - 1, options.step_size);
+      planning::CheckPath(robot, situation.world.view(), path, options.step_size);
+  std::cout << HeldJointsText(*situation.robot) << path.size() << " waypoints, length "
+            << Number(Length(path), 4) << ": "
+            << Explain(check, robot, situation.world, situation.scope, path.size() - 1, options.step_size);
   return check.IsValid() ? kDone : kNoPath;
 }
 
@@ -83,6 +82,7 @@ void AddCheckCommand(CLI::App& app, Run& run) {
   CLI::App* check = app.add_subcommand("check", "Check a path: limits, collisions, clearance");
   options->robot.AddOptions(*check);
   options->scene.AddOptions(*check);
+  options->rules.AddOptions(*check);
   check
       ->add_option(
           "-p,--path", options->path_file,
@@ -101,8 +101,10 @@ void AddCheckCommand(CLI::App& app, Run& run) {
   check->footer(
       "Looks at configurations along the path, no farther apart than the step, without anything that\n"
       "planned it: joint by joint against the limits, sphere by sphere against the obstacles. Between\n"
-      "two of them an edge may still be grazed: the finer the step, the less deep. The exit status is 0\n"
-      "for a valid path, 1 for one that is not, 2 for input that cannot be used.\n\n"
+      "two of them an edge may still be grazed: the finer the step, the less deep. Joints that the path\n"
+      "does not have stand where the scene's robot state puts them, and objects given in the frame of a\n"
+      "link stand where that is at the first waypoint. The exit status is 0 for a valid path, 1 for one\n"
+      "that is not, 2 for input that cannot be used.\n\n"
       "Examples:\n"
       "  kavo check --robot franka --scene scene.yaml --path path.csv\n"
       "  kavo plan ... --quiet | kavo check --robot franka --scene scene.yaml --path - --step 0.002");

@@ -16,6 +16,7 @@ enum ExitStatus : int {
   kNoPath = 1,
   //! A file, an option or a value that cannot be used.
   kUnusableInput = 2,
+  kOutOfMemory = 3,
 };
 
 //! Ends the program with `kUnusableInput` and its text.

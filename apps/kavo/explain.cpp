@@ -6,7 +6,7 @@ namespace kavo::command {
 
 namespace {
 
-std::string Quoted(const std::string& name) { return "'" + name + "'"; }
+std::string Quoted(const std::string& name) { return "'" + Printable(name) + "'"; }
 
 std::string Obstacle(const World& world, ObstacleHandle obstacle) {
   const std::string name = world.name(obstacle);
@@ -68,9 +68,9 @@ std::string ExplainFailure(const QueryReport& report, const RobotDescription& ro
 }
 
 std::string Explain(const planning::PathCheck& check, const RobotDescription& robot, const World& world,
-                    std::size_t num_segments, double step_size) {
+                    const Scope& scope, std::size_t num_segments, double step_size) {
   std::string text =
-      check.IsValid() ? "valid at all " : "NOT valid at " + std::to_string(check.num_bad) + " of ";
+      check.IsValid() ? scope.Valid() + " at all " : "NOT valid at " + std::to_string(check.num_bad) + " of ";
   text += std::to_string(check.num_configurations) + " configurations, " + Number(step_size) +
           " apart or nearer\n";
   if (check.first_bad) {

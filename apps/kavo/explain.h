@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <string>
 
+#include "apps/kavo/input_rules.h"
 #include "kavo/kinematics/interface/robot_description.h"
 #include "kavo/motion_planning/environment/configuration_fault.h"
 #include "kavo/motion_planning/interface/query_report.h"
@@ -19,9 +20,10 @@ std::string Explain(const planning::ConfigurationFault& fault, const RobotDescri
 std::string ExplainFailure(const QueryReport& report, const RobotDescription& robot, const World& world);
 
 //! What a check found, in lines.
+//! \param scope What the verdict does not hold for.
 //! \param num_segments Of the path.
 //! \param step_size That it was checked at.
 std::string Explain(const planning::PathCheck& check, const RobotDescription& robot, const World& world,
-                    std::size_t num_segments, double step_size);
+                    const Scope& scope, std::size_t num_segments, double step_size);
 
 }  // namespace kavo::command

@@ -31,7 +31,7 @@ void PrintJoints(const RobotDescription& robot) {
   std::vector<std::vector<std::string>> rows = {{"joint", "lower", "upper", "default"}};
   for (std::size_t i = 0; i < limits.size(); ++i) {
     const bool is_unlimited = limits[i].isUnlimited();
-    rows.push_back({robot.cSpaceCoordName(i), is_unlimited ? "none" : Number(limits[i].min),
+    rows.push_back({Printable(robot.cSpaceCoordName(i)), is_unlimited ? "none" : Number(limits[i].min),
                     is_unlimited ? "none" : Number(limits[i].max),
                     Number(default_configuration[static_cast<Eigen::Index>(i)])});
   }
@@ -46,20 +46,21 @@ void PrintFrames(const RobotDescription& robot) {
   for (const std::string& frame : kinematics->frameNames()) {
     const std::size_t count = description.collisionSpheres(frame).size();
     num_spheres += count;
-    rows.push_back({frame, count == 0 ? "-" : std::to_string(count)});
+    rows.push_back({Printable(frame), count == 0 ? "-" : std::to_string(count)});
   }
   std::cout << "\n" << Table(rows) << "collision spheres: " << num_spheres << "\n";
   const auto& pairs = description.collisionPairs();
   std::cout << "pairs of frames that must not touch each other: " << pairs.size() << "\n";
   for (const auto& [frame_a, frame_b] : pairs) {
-    std::cout << "  " << frame_a << " " << frame_b << "\n";
+    std::cout << "  " << Printable(frame_a) << " " << Printable(frame_b) << "\n";
   }
 }
 
 void PrintReach(const RobotDescription& robot, const std::string& frame) {
   const Reach reach = FindReach(robot, frame);
-  std::cout << "reach of frame '" << frame << "', from the first joint at " << Configuration(reach.center)
-            << ": no more than " << Number(reach.distance, 4) << " m; farthest of many random configurations "
+  std::cout << "reach of frame '" << Printable(frame) << "', from the first joint at "
+            << Configuration(reach.center) << ": no more than " << Number(reach.distance, 4)
+            << " m; farthest of many random configurations "
             << Number(SampleReach(robot, frame, reach.center), 4) << " m\n";
 }
 
@@ -72,23 +73,25 @@ void PrintParameters(const std::shared_ptr<RobotDescription>& robot) {
 }
 
 int Info(const InfoOptions& options) {
-  const formats::LoadedRobot robot = options.robot.Load();
+  const std::shared_ptr<const formats::LoadedRobot> made = options.robot.Load().Make({});
+  const formats::LoadedRobot& robot = *made;
   if (options.parameters) {
     PrintParameters(robot.description);
     return kDone;
   }
-  std::cout << "robot '" << robot.name << "'\n\n";
+  std::cout << "robot '" << Printable(robot.name) << "'\n\n";
   PrintJoints(*robot.description);
   PrintFrames(*robot.description);
   PrintReach(*robot.description, robot.tip_frame);
   for (const auto& [name, q] : robot.named_configurations) {
-    std::cout << "configuration '" << name << "': " << Configuration(q) << "\n";
+    std::cout << "configuration '" << Printable(name) << "': " << Configuration(q) << "\n";
   }
   for (const auto& end_effector : robot.end_effectors) {
-    std::cout << "end effector '" << end_effector.name << "' on link '" << end_effector.parent_link << "'\n";
+    std::cout << "end effector '" << Printable(end_effector.name) << "' on link '"
+              << Printable(end_effector.parent_link) << "'\n";
   }
   for (const auto& link : robot.uncovered_links) {
-    std::cout << "not covered by spheres: link '" << link.name << "' (" << link.kind << ")\n";
+    std::cout << "not covered by spheres: link '" << Printable(link.name) << "' (" << link.kind << ")\n";
   }
   return kDone;
 }

@@ -4,17 +4,20 @@
 #include <cstddef>
 #include <exception>
 #include <iostream>
+#include <new>
 #include <string>
 
 #include "apps/kavo/command.h"
 #include "apps/kavo/generate.h"
 #include "apps/kavo/help.h"
+#include "apps/kavo/text.h"
 #include "kavo/util/fatal_error.h"
 #include "kavo/util/log.h"
 
 namespace {
 
 using kavo::command::ExitStatus;
+using kavo::command::Printable;
 
 // Warnings go to standard error. A fatal record is left to whoever catches the exception, and the notice that
 // there are no accelerator trees is only for those who want to see everything.
@@ -22,13 +25,13 @@ void Report(const kavo::util::LogRecord& record) {
   const bool is_notice = record.message.rfind("TESK not enabled", 0) == 0;
   const bool is_verbose = kavo::util::log_level_threshold >= static_cast<int>(kavo::LogLevel::kInfo);
   if (!record.fatal && (is_verbose || !is_notice)) {
-    std::cerr << kavo::util::FormatLogRecord(record) + "\n";
+    std::cerr << Printable(kavo::util::FormatLogRecord(record), true) + "\n";
   }
 }
 
-int Fail(const std::string& message) {
-  std::cerr << "kavo: " << message << "\n";
-  return ExitStatus::kUnusableInput;
+int Fail(const std::string& message, int status = ExitStatus::kUnusableInput) {
+  std::cerr << "kavo: " << Printable(message, true) << "\n";
+  return status;
 }
 
 }  // namespace
@@ -49,7 +52,8 @@ int main(int argc, char** argv) {
   app.footer(
       "'kavo COMMAND --help' explains a command. Only answers go to standard output; warnings and\n"
       "progress go to standard error. Lengths are metres, angles radians. The exit status is 0 when the\n"
-      "work is done, 1 when there is no path or it fails the check, 2 for input that cannot be used.");
+      "work is done, 1 when there is no path or it fails the check, 2 for input that cannot be used, 3\n"
+      "when memory runs out.");
   std::string kind;
   app.add_option("--generate", kind)->group("")->check(CLI::IsMember({"man", "bash"}));
 
@@ -70,6 +74,8 @@ int main(int argc, char** argv) {
     return app.exit(error) == 0 ? ExitStatus::kDone : ExitStatus::kUnusableInput;
   } catch (const kavo::util::FatalError& error) {
     return Fail(error.message());
+  } catch (const std::bad_alloc&) {
+    return Fail("out of memory", ExitStatus::kOutOfMemory);
   } catch (const std::exception& error) {
     return Fail(error.what());
   }

@@ -1,8 +1,8 @@
 // kavo plan: one query, from a request file or from options.
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <iostream>
-#include <limits>
 #include <memory>
 #include <optional>
 #include <string>
@@ -10,14 +10,16 @@
 #include <variant>
 #include <vector>
 
+#include "apps/kavo/attempts.h"
 #include "apps/kavo/command.h"
 #include "apps/kavo/explain.h"
 #include "apps/kavo/help.h"
+#include "apps/kavo/input_rules.h"
 #include "apps/kavo/parameters.h"
-#include "apps/kavo/queries.h"
 #include "apps/kavo/reach.h"
 #include "apps/kavo/robot_options.h"
 #include "apps/kavo/scene_options.h"
+#include "apps/kavo/situation.h"
 #include "apps/kavo/text.h"
 #include "kavo/formats/request.h"
 #include "kavo/formats/result_file.h"
@@ -34,6 +36,7 @@ constexpr char kStandardOutput[] = "-";
 struct PlanOptions {
   RobotOptions robot;
   SceneOptions scene;
+  InputRules rules;
   PlannerSettings planner;
   std::string request_file;
   std::string start;
@@ -44,6 +47,7 @@ struct PlanOptions {
   std::string csv_file;
   std::optional<double> check_step;
   std::optional<int> num_more_seeds;
+  std::optional<double> time_limit;
   bool quiet = false;
   bool verbose = false;
 };
@@ -75,24 +79,39 @@ class Silence {
 class Planning {
  public:
   explicit Planning(const PlanOptions& options)
-      : options_(options), settings_(options.planner), robot_(options.robot.Load()) {
-    std::optional<formats::Request> request;
-    if (!options_.request_file.empty()) {
-      request = formats::ReadRequest(options_.request_file);
+      : options_(options),
+        settings_(options.planner),
+        situations_(options.robot.Load(), options.rules),
+        seconds_(options.time_limit) {
+    if (options_.request_file.empty()) {
+      const Query query = QueryOfOptions(situations_.Robot());
+      situation_ = situations_.Read(options_.scene.Files(), nullptr, query.start);
+      queries_ = {query};
+      queries_.front().start = situation_.start;
+      if (auto* goal = std::get_if<Eigen::VectorXd>(&queries_.front().target)) {
+        options_.rules.PutOnLimits(Robot(), "the goal", *goal, situations_.GetNotes());
+      }
+    } else {
+      const formats::Request request = formats::ReadRequest(options_.request_file);
+      situation_ = situations_.Read(options_.scene.Files(), &request);
+      queries_ = situations_.QueriesOf(request, situation_);
+      num_attempts_ = request.num_planning_attempts;
+      if (!seconds_) {
+        seconds_ = request.allowed_planning_time;
+      }
     }
-    scene_ = ReadScenes(options_.scene.Files(), request ? request->base_pose : std::nullopt);
-    queries_ = request ? QueriesOf(*request, options_.request_file, robot_, scene_)
-                       : std::vector<Query>{QueryOfOptions()};
-    settings_.SetDefault("task_space_frame_name", robot_.tip_frame);
-    settings_.Load(robot_.description);
+    settings_.SetDefault("task_space_frame_name", situation_.robot->tip_frame);
+    settings_.Load(situation_.robot->description);
     check_step_ = options_.check_step.value_or(settings_.StepSize() / 10.0);
   }
 
   int Run() {
     std::optional<Attempt> attempt;
+    const Attempts attempts(seconds_, settings_.Seed(),
+                            std::max(options_.num_more_seeds.value_or(0) + 1, num_attempts_));
     for (const Query& query : queries_) {
-      attempt = Try(query);
-      if (attempt->IsGood()) {
+      attempt = Try(query, attempts);
+      if (attempt->IsGood() || attempt->report.status == planning::SearchStatus::kStopped) {
         break;
       }
       if (&query != &queries_.back() && !options_.quiet) {
@@ -107,11 +126,11 @@ class Planning {
   }
 
  private:
-  Query QueryOfOptions() const {
+  Query QueryOfOptions(const formats::LoadedRobot& robot) const {
     Query query;
-    query.start = ParseConfiguration("--start", options_.start, robot_);
+    query.start = ParseConfiguration("--start", options_.start, robot);
     if (!options_.goal.empty()) {
-      query.target = ParseConfiguration("--goal", options_.goal, robot_);
+      query.target = ParseConfiguration("--goal", options_.goal, robot);
       return query;
     }
     const auto numbers = ParseNumbers(options_.target);
@@ -124,15 +143,15 @@ class Planning {
     return query;
   }
 
-  // With the first seed, or with the first of the allowed ones whose path passes the check.
-  Attempt Try(const Query& query) {
-    const int first_seed = settings_.Seed();
-    for (int more = 0;; ++more) {
-      Attempt attempt = TryOnce(query, first_seed + more);
+  // With the first seed, or with the first of the next ones: as many as the request says until there is a
+  // path, as many as the options say until one passes the check.
+  Attempt Try(const Query& query, const Attempts& attempts) {
+    for (int i = 0;; ++i) {
+      Attempt attempt = TryOnce(query, attempts.Seed(i), attempts.Stop());
       const bool is_hopeless = attempt.report.status == planning::SearchStatus::kInvalidStart ||
                                attempt.report.status == planning::SearchStatus::kInvalidTarget;
-      if (attempt.IsGood() || is_hopeless || more >= options_.num_more_seeds.value_or(0) ||
-          attempt.seed == std::numeric_limits<int>::max()) {
+      const bool is_enough = attempt.results.path_found && i >= options_.num_more_seeds.value_or(0);
+      if (attempt.IsGood() || is_hopeless || is_enough || !attempts.MayTry(i + 1)) {
         return attempt;
       }
       if (!options_.quiet) {
@@ -144,12 +163,13 @@ class Planning {
     }
   }
 
-  Attempt TryOnce(const Query& query, int seed) const {
+  Attempt TryOnce(const Query& query, int seed, const StopCondition& stop) const {
     const Silence silence(options_.verbose ? LogLevel::kInfo : LogLevel::kError);
     Attempt attempt;
     attempt.seed = seed;
     attempt.query = query;
-    const auto planner = settings_.MakePlanner(robot_.description, scene_.world.view(), seed);
+    const auto planner = settings_.MakePlanner(situation_.robot->description, situation_.world.view(), seed);
+    planner->setStopCondition(stop);
     if (auto* target = std::get_if<formats::PlanRecord::PositionTarget>(&attempt.query.target)) {
       if (!target->frame.empty()) {
         planner->setParam("task_space_frame_name", target->frame);
@@ -164,14 +184,14 @@ class Planning {
     attempt.report = planner->queryReport();
     if (attempt.results.path_found) {
       attempt.check =
-          planning::CheckPath(*robot_.description, scene_.world.view(), attempt.results.path, check_step_);
+          planning::CheckPath(Robot(), situation_.world.view(), attempt.results.path, check_step_);
     }
     return attempt;
   }
 
   void Write(const Attempt& attempt) const {
     const bool found = attempt.results.path_found;
-    const std::vector<std::string> joints = JointNames(*robot_.description);
+    const std::vector<std::string> joints = JointNames(Robot());
     if (options_.json_file == kStandardOutput) {
       std::cout << formats::ToJson(Record(attempt)) << "\n";
     } else if (!options_.json_file.empty()) {
@@ -194,15 +214,16 @@ class Planning {
   std::string Answer(const Attempt& attempt) const {
     const std::vector<Eigen::VectorXd>& path = attempt.results.path;
     const QueryReport& report = attempt.report;
-    std::string text =
-        "path found: " + std::to_string(path.size()) + " waypoints, length " + Number(Length(path), 4) +
-        " (before shortening " + std::to_string(report.num_raw_waypoints) + " waypoints, length " +
-        Number(report.raw_length, 4) + ")\n  " + Join(JointNames(*robot_.description), ",") + "\n";
+    std::string text = HeldJointsText(*situation_.robot) + "path found: " + std::to_string(path.size()) +
+                       " waypoints, length " + Number(Length(path), 4) + " (before shortening " +
+                       std::to_string(report.num_raw_waypoints) + " waypoints, length " +
+                       Number(report.raw_length, 4) + ")\n  " + Printable(Join(JointNames(Robot()), ",")) +
+                       "\n";
     for (const Eigen::VectorXd& q : path) {
       text += "  " + Configuration(q) + "\n";
     }
     if (const auto* target = std::get_if<formats::PlanRecord::PositionTarget>(&attempt.query.target)) {
-      text += "frame '" + target->frame + "' ends " +
+      text += "frame '" + Printable(target->frame) + "' ends " +
               Distance((Position(path.back(), target->frame) - target->position).norm()) +
               " from the target\n";
     }
@@ -211,8 +232,8 @@ class Planning {
             std::to_string(report.num_iterations) + " extensions, " + std::to_string(report.num_nodes[0]) +
             " and " + std::to_string(report.num_nodes[1]) + " nodes, " +
             std::to_string(report.num_validity_checks) + " configurations checked\n";
-    text +=
-        "check: " + Explain(*attempt.check, *robot_.description, scene_.world, path.size() - 1, check_step_);
+    text += "check: " + Explain(*attempt.check, Robot(), situation_.world, situation_.scope, path.size() - 1,
+                                check_step_);
     if (!attempt.IsGood() && !options_.num_more_seeds) {
       text += "Try --verify, which plans with other seeds until a path passes, or a smaller step_size.\n";
     }
@@ -220,13 +241,15 @@ class Planning {
   }
 
   std::string Failure(const Attempt& attempt) const {
-    std::string text = ExplainFailure(attempt.report, *robot_.description, scene_.world);
+    std::string text =
+        HeldJointsText(*situation_.robot) + ExplainFailure(attempt.report, Robot(), situation_.world);
     const auto* target = std::get_if<formats::PlanRecord::PositionTarget>(&attempt.query.target);
     if (target != nullptr && attempt.report.status == planning::SearchStatus::kIterationsSpent) {
-      const Reach reach = FindReach(*robot_.description, target->frame);
+      const Reach reach = FindReach(Robot(), target->frame);
       const double distance = (target->position - reach.center).norm();
-      text += "  the target is " + Number(distance, 4) + " m from the first joint; frame '" + target->frame +
-              "' gets no farther from there than " + Number(reach.distance, 4) + " m" +
+      text += "  the target is " + Number(distance, 4) + " m from the first joint; frame '" +
+              Printable(target->frame) + "' gets no farther from there than " + Number(reach.distance, 4) +
+              " m" +
               (distance > reach.distance
                    ? ": out of reach\n"
                    : "\nA zone of 0.03 around the target is found far sooner than the default: --set "
@@ -236,14 +259,15 @@ class Planning {
   }
 
   Eigen::Vector3d Position(const Eigen::VectorXd& q, const std::string& frame) const {
-    const auto kinematics = robot_.description->kinematics();
+    const auto kinematics = Robot().kinematics();
     return kinematics->position(q, kinematics->frame(frame));
   }
 
   formats::PlanRecord Record(const Attempt& attempt) const {
     formats::PlanRecord record;
-    record.robot = robot_.name;
-    record.joint_names = JointNames(*robot_.description);
+    record.robot = situation_.robot->name;
+    record.held_joints = HeldJoints(*situation_.robot);
+    record.joint_names = JointNames(Robot());
     record.start = attempt.query.start;
     record.target = attempt.query.target;
     record.settings = settings_.All();
@@ -254,9 +278,16 @@ class Planning {
     record.interpolated_path = attempt.results.interpolated_path;
     record.statistics = attempt.report;
     if (const auto& check = attempt.check) {
-      record.check = {check->IsValid(), check_step_, check->num_configurations, {}, {}};
+      record.check = {check->IsValid(),
+                      check->IsValid() ? situation_.scope.Valid() : "not valid",
+                      situation_.scope.Ignored(),
+                      situation_.scope.uncovered_links,
+                      check_step_,
+                      check->num_configurations,
+                      {},
+                      {}};
       if (check->first_bad) {
-        record.check->fault = Explain(check->first_bad->fault, *robot_.description, scene_.world);
+        record.check->fault = Explain(check->first_bad->fault, Robot(), situation_.world);
       }
       if (check->clearance) {
         record.check->clearance = check->clearance->distance;
@@ -265,10 +296,15 @@ class Planning {
     return record;
   }
 
+  const RobotDescription& Robot() const { return *situation_.robot->description; }
+
   const PlanOptions& options_;
   PlannerSettings settings_;
-  formats::LoadedRobot robot_;
-  LoadedScene scene_;
+  Situations situations_;
+  Situation situation_;
+  // For everything together.
+  std::optional<double> seconds_;
+  int num_attempts_ = 1;
   std::vector<Query> queries_;
   double check_step_ = 0.0;
 };
@@ -295,6 +331,7 @@ void AddPlanCommand(CLI::App& app, Run& run) {
   CLI::App* plan = app.add_subcommand("plan", "Plan one path and check it");
   options->robot.AddOptions(*plan);
   options->scene.AddOptions(*plan);
+  options->rules.AddOptions(*plan);
 
   const std::string group = "Query";
   CLI::Option* request =
@@ -325,6 +362,12 @@ void AddPlanCommand(CLI::App& app, Run& run) {
       ->group(group)
       ->needs(target);
 
+  plan->add_option("--time-limit", options->time_limit,
+                   "Stop planning after this time, all goals and seeds together; goes before the request's "
+                   "allowed_planning_time")
+      ->type_name("SECONDS")
+      ->group(group)
+      ->check(CheckPositive);
   options->planner.AddOptions(*plan);
   plan->add_option("--check-step", options->check_step,
                    "Distance of the configurations at which the path is checked apart from the planner; a "

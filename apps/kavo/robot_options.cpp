@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <cstddef>
 #include <memory>
+#include <utility>
 
 #include "apps/kavo/command.h"
 #include "apps/kavo/help.h"
@@ -42,8 +43,10 @@ void RobotOptions::AddOptions(CLI::App& app) {
       ->delimiter(',')
       ->group(group)
       ->excludes(joint_group);
-  app.add_option("--joint", joint_values_,
-                 "Where a joint that is not planned for stands, zero unless given; may be repeated")
+  app.add_option(
+         "--joint", joint_values_,
+         "Where a joint that is not planned for stands; unless given, where the request or the scene puts "
+         "it, else at zero; may be repeated")
       ->type_name("JOINT=VALUE")
       ->allow_extra_args(false)
       ->group(group);
@@ -60,14 +63,38 @@ void RobotOptions::AddOptions(CLI::App& app) {
       ->group(group);
 }
 
-formats::LoadedRobot RobotOptions::Load() const {
+RobotModel::RobotModel(formats::LoadedRobot robot) {
+  made_[{}] = std::make_shared<const formats::LoadedRobot>(std::move(robot));
+}
+
+RobotModel::RobotModel(formats::RobotFiles files) : files_(std::move(files)) {
+  made_[{}] = std::make_shared<const formats::LoadedRobot>(files_->make());
+}
+
+std::shared_ptr<const formats::LoadedRobot> RobotModel::Make(const std::map<std::string, double>& state) {
+  const auto& others = made_.at({})->other_joints;
+  std::map<std::string, double> held;
+  for (const auto& [name, value] : state) {
+    const auto other = others.find(name);
+    if (other != others.end() && other->second.kind == formats::LoadedRobot::OtherJoint::Kind::kHeld) {
+      held.emplace(name, value);
+    }
+  }
+  std::shared_ptr<const formats::LoadedRobot>& robot = made_[held];
+  if (!robot) {
+    robot = std::make_shared<const formats::LoadedRobot>(files_->make(held));
+  }
+  return robot;
+}
+
+RobotModel RobotOptions::Load() const {
   if (robot_ == "franka" || robot_ == "three_link") {
     if (!srdf_.empty() || !group_.empty() || !coordinates_.empty() || !spheres_.empty() ||
         !joint_values_.empty() || cover_ || self_collision_) {
       throw UnusableInput("the built-in robot '" + robot_ +
                           "' takes no further robot options; they go with a URDF file");
     }
-    return Builtin(robot_);
+    return RobotModel(Builtin(robot_));
   }
   formats::RobotFileOptions options;
   options.srdf_file = srdf_;
@@ -84,7 +111,25 @@ formats::LoadedRobot RobotOptions::Load() const {
     }
     options.joint_values[text.substr(0, sign)] = *value;
   }
-  return formats::LoadRobot(robot_, options);
+  return RobotModel(formats::RobotFiles::Read(robot_, options));
+}
+
+std::map<std::string, double> HeldJoints(const formats::LoadedRobot& robot) {
+  std::map<std::string, double> held;
+  for (const auto& [name, joint] : robot.other_joints) {
+    if (joint.kind == formats::LoadedRobot::OtherJoint::Kind::kHeld && joint.offset != joint.rest) {
+      held[name] = joint.offset;
+    }
+  }
+  return held;
+}
+
+std::string HeldJointsText(const formats::LoadedRobot& robot) {
+  std::vector<std::string> parts;
+  for (const auto& [name, value] : HeldJoints(robot)) {
+    parts.push_back("'" + Printable(name) + "' at " + Number(value));
+  }
+  return parts.empty() ? "" : "joints not planned for: " + Join(parts, ", ") + "\n";
 }
 
 std::vector<std::string> JointNames(const RobotDescription& robot) {

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <Eigen/Core>
+#include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -13,6 +15,22 @@ class App;
 
 namespace kavo::command {
 
+//! A robot whose joints that are not planned for stand wherever they are put.
+class RobotModel {
+ public:
+  //! A built-in one, all of whose joints are planned for.
+  explicit RobotModel(formats::LoadedRobot robot);
+  explicit RobotModel(formats::RobotFiles files);
+
+  //! As `formats::RobotFiles::make`. A robot that was made before is handed out again.
+  std::shared_ptr<const formats::LoadedRobot> Make(const std::map<std::string, double>& state);
+
+ private:
+  std::optional<formats::RobotFiles> files_;
+  // By the values of the joints that are not planned for.
+  std::map<std::map<std::string, double>, std::shared_ptr<const formats::LoadedRobot>> made_;
+};
+
 //! The options that say which robot is meant.
 class RobotOptions {
  public:
@@ -20,7 +38,7 @@ class RobotOptions {
   void AddOptions(CLI::App& app);
 
   //! The robot; throws `UnusableInput` or `formats::FileError`.
-  formats::LoadedRobot Load() const;
+  RobotModel Load() const;
 
  private:
   std::string robot_ = "franka";
@@ -32,6 +50,12 @@ class RobotOptions {
   std::optional<double> cover_;
   bool self_collision_ = false;
 };
+
+//! The joints that are not planned for and do not stand where they rest, and where they do.
+std::map<std::string, double> HeldJoints(const formats::LoadedRobot& robot);
+
+//! A line about them; empty without any.
+std::string HeldJointsText(const formats::LoadedRobot& robot);
 
 //! The names of the coordinates in order.
 std::vector<std::string> JointNames(const RobotDescription& robot);

@@ -43,6 +43,31 @@ std::string Join(const std::vector<std::string>& parts, const std::string& separ
   return text;
 }
 
+std::string Printable(const std::string& text, bool keeps_lines) {
+  std::string printable = text;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const auto byte = static_cast<unsigned char>(text[i]);
+    // The second range of control characters takes two bytes.
+    const bool starts_control = byte == 0xC2 && i + 1 < text.size() &&
+                                static_cast<unsigned char>(text[i + 1]) >= 0x80 &&
+                                static_cast<unsigned char>(text[i + 1]) < 0xA0;
+    if (starts_control) {
+      printable[i] = printable[i + 1] = '?';
+    } else if ((byte < 0x20 && !(keeps_lines && text[i] == '\n')) || byte == 0x7F) {
+      printable[i] = '?';
+    }
+  }
+  return printable;
+}
+
+std::string JoinQuoted(const std::vector<std::string>& names) {
+  std::string text;
+  for (const std::string& name : names) {
+    text += (text.empty() ? "'" : ", '") + Printable(name) + "'";
+  }
+  return text;
+}
+
 std::vector<std::string> Split(const std::string& text, char separator) {
   std::vector<std::string> parts(1);
   for (const char c : text) {

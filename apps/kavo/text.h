@@ -21,6 +21,13 @@ std::string Configuration(const Eigen::VectorXd& q);
 
 std::string Join(const std::vector<std::string>& parts, const std::string& separator);
 
+//! The text without what a terminal would take as a command: control characters become "?".
+//! \param keeps_lines Whether line ends stay.
+std::string Printable(const std::string& text, bool keeps_lines = false);
+
+//! "'a', 'b'", printable.
+std::string JoinQuoted(const std::vector<std::string>& names);
+
 //! The parts between the separators; one empty part for an empty text.
 std::vector<std::string> Split(const std::string& text, char separator);
 

@@ -1,5 +1,8 @@
 #include "kavo/formats/request.h"
 
+#include <algorithm>
+#include <array>
+#include <cmath>
 #include <cstddef>
 #include <stdexcept>
 #include <utility>
@@ -15,7 +18,12 @@ namespace {
 
 Request::PositionTarget ReadPositionTarget(const YamlValue& constraint) {
   Request::PositionTarget target;
-  target.link = constraint.get("link_name").text();
+  const YamlValue link = constraint.get("link_name");
+  target.link = link.text();
+  target.line = link.line();
+  if (const std::string frame = ReadFrameName(constraint); frame != "world") {
+    target.frame = frame;
+  }
   if (const std::optional<YamlValue> offset = constraint.find("target_point_offset");
       offset && !offset->vector().isZero(0.0)) {
     offset->fail("a `target_point_offset` of link " + Quoted(target.link),
@@ -30,14 +38,9 @@ Request::PositionTarget ReadPositionTarget(const YamlValue& constraint) {
   return target;
 }
 
-// What a request asks for beyond what is considered.
-struct Ignored {
-  bool has_orientation = false;
-  // A frame other than the world.
-  std::string frame;
-};
+using Kind = Unhonoured::Kind;
 
-Request::Goal ReadGoal(const YamlValue& constraints, Ignored* ignored) {
+Request::Goal ReadGoal(const YamlValue& constraints, std::vector<Unhonoured>& unhonoured) {
   Request::Goal goal;
   for (const YamlValue& constraint : constraints.elements("joint_constraints")) {
     const YamlValue name = constraint.get("joint_name");
@@ -47,26 +50,69 @@ Request::Goal ReadGoal(const YamlValue& constraints, Ignored* ignored) {
   }
   for (const YamlValue& constraint : constraints.elements("position_constraints")) {
     goal.positions.push_back(ReadPositionTarget(constraint));
-    if (const std::string frame = ReadFrameName(constraint); frame != "world" && !frame.empty()) {
-      ignored->frame = frame;
-    }
+  }
+  for (const YamlValue& constraint : constraints.elements("orientation_constraints")) {
+    unhonoured.push_back(
+        constraint.unhonoured(Kind::kOrientationConstraints, "an orientation constraint of a goal"));
+  }
+  for (const YamlValue& constraint : constraints.elements("visibility_constraints")) {
+    unhonoured.push_back(
+        constraint.unhonoured(Kind::kVisibilityConstraints, "a visibility constraint of a goal"));
   }
   if (goal.joints.empty() && goal.positions.empty()) {
     constraints.fail("a goal without them", "`joint_constraints` or `position_constraints`");
   }
-  if (!constraints.elements("orientation_constraints").empty()) {
-    ignored->has_orientation = true;
-  }
   return goal;
+}
+
+// Whether a message of constraints constrains anything.
+bool IsConstraining(const YamlValue& constraints) {
+  const std::array<const char*, 4> kinds = {"joint_constraints", "position_constraints",
+                                            "orientation_constraints", "visibility_constraints"};
+  return std::any_of(kinds.begin(), kinds.end(),
+                     [&](const char* kind) { return !constraints.elements(kind).empty(); });
+}
+
+void FindPathConstraints(const YamlValue& root, std::vector<Unhonoured>& unhonoured) {
+  if (const auto constraints = root.find("path_constraints"); constraints && IsConstraining(*constraints)) {
+    unhonoured.push_back(constraints->unhonoured(Kind::kPathConstraints, "constraints on the path"));
+  }
+  const std::optional<YamlValue> trajectory = root.find("trajectory_constraints");
+  for (const YamlValue& constraints :
+       trajectory ? trajectory->elements("constraints") : std::vector<YamlValue>()) {
+    if (IsConstraining(constraints)) {
+      unhonoured.push_back(
+          constraints.unhonoured(Kind::kTrajectoryConstraints, "constraints on the trajectory"));
+    }
+  }
+}
+
+void ReadEffort(const YamlValue& root, Request& request) {
+  // Zero stands for a value that was not set.
+  if (const std::optional<YamlValue> time = root.find("allowed_planning_time")) {
+    if (const double seconds = time->number(); seconds < 0.0) {
+      time->fail("seconds");
+    } else if (seconds > 0.0) {
+      request.allowed_planning_time = seconds;
+    }
+  }
+  if (const std::optional<YamlValue> attempts = root.find("num_planning_attempts")) {
+    const double number = attempts->number();
+    if (number != std::floor(number) || number < 0.0 || number > 1e6) {
+      attempts->fail("a number of attempts from 0 to 1000000");
+    }
+    request.num_planning_attempts = std::max(static_cast<int>(number), 1);
+  }
 }
 
 }  // namespace
 
-Request ReadRequest(const std::string& file) { return ParseRequest(ReadTextFile(file), file); }
+Request ReadRequest(const std::string& file) { return ParseRequest(ReadTextFile(file, kMaxYamlSize), file); }
 
 Request ParseRequest(const std::string& text, const std::string& file) {
   const YamlValue root(text, file);
   Request request;
+  request.file = file;
   if (const std::optional<YamlValue> group = root.find("group_name")) {
     request.group_name = group->text();
   }
@@ -74,22 +120,17 @@ Request ParseRequest(const std::string& text, const std::string& file) {
   if (start) {
     request.start = ReadJointState(*start);
     request.base_pose = ReadBasePose(*start);
+    FindAttachedObjects(*start, request.unhonoured);
   }
   const std::optional<YamlValue> goals = root.find("goal_constraints");
   if (!start && !goals) {
     root.fail("neither of them", "`start_state` or `goal_constraints`");
   }
-  Ignored ignored;
   for (const YamlValue& constraints : root.elements("goal_constraints")) {
-    request.goals.push_back(ReadGoal(constraints, &ignored));
+    request.goals.push_back(ReadGoal(constraints, request.unhonoured));
   }
-  if (ignored.has_orientation) {
-    KAVO_LOG(LogLevel::kWarning) << file << ": Orientation constraints are not considered.";
-  }
-  if (!ignored.frame.empty()) {
-    KAVO_LOG(LogLevel::kWarning) << file << ": Frame " << Quoted(ignored.frame)
-                                 << " of a position constraint is taken for the world.";
-  }
+  FindPathConstraints(root, request.unhonoured);
+  ReadEffort(root, request);
   return request;
 }
 

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "kavo/formats/unhonoured.h"
 #include "kavo/kinematics/interface/robot_description.h"
 #include "kavo/math/pose3.h"
 #include "kavo/util/export.h"
@@ -17,7 +18,11 @@ struct Request {
   //! A position that a link is to reach.
   struct PositionTarget {
     std::string link;
-    //! In the world: the centre of the first solid of the constraint's region.
+    //! The frame that the position is in; empty for the world.
+    std::string frame;
+    //! Line of the file.
+    int line = 0;
+    //! The centre of the first solid of the constraint's region.
     Eigen::Vector3d position = Eigen::Vector3d::Zero();
   };
 
@@ -36,12 +41,18 @@ struct Request {
   std::vector<Goal> goals;
   //! Pose of the robot base in the world, if the start state tells it.
   std::optional<Pose3> base_pose;
+  //! Seconds that a query may take.
+  std::optional<double> allowed_planning_time;
+  //! How often to try, at least 1.
+  int num_planning_attempts = 1;
+  std::string file;
+  std::vector<Unhonoured> unhonoured;
 };
 
 //! Reads a motion-plan request in YAML: `group_name`, `start_state.joint_state`, and `goal_constraints[]`
-//! with `joint_constraints[]` or `position_constraints[]`. Tolerances are ignored, as is the choice of a
-//! planner. There is a warning for orientation constraints, which are not considered, and for positions in a
-//! frame other than "world", which is taken for the world.
+//! with `joint_constraints[]` or `position_constraints[]`; `allowed_planning_time` (zero for none) and
+//! `num_planning_attempts`. Tolerances are ignored, as is the choice of a planner. Constraints on
+//! orientation, visibility, the path or the trajectory and attached objects are listed as not honoured.
 //!
 //! Throws `FileError` for a file that cannot be read or does not have this form, and for a position
 //! constraint with an offset from the origin of its link.

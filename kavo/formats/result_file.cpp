@@ -76,11 +76,10 @@ Json StatisticsToJson(const QueryReport& report) {
 }
 
 Json CheckToJson(const PlanRecord::Check& check) {
-  Json json = {{"passed", check.passed},
-               {"step", check.step},
-               {"num_configurations", check.num_configurations},
-               {"fault", check.fault},
-               {"clearance", nullptr}};
+  Json json = {{"passed", check.passed},   {"verdict", check.verdict},
+               {"ignored", check.ignored}, {"uncovered_links", check.uncovered_links},
+               {"step", check.step},       {"num_configurations", check.num_configurations},
+               {"fault", check.fault},     {"clearance", nullptr}};
   if (check.clearance) {
     json["clearance"] = *check.clearance;
   }
@@ -262,6 +261,7 @@ PathFile ParseJsonPath(const std::string& text, const std::string& file) {
 std::string ToJson(const PlanRecord& record) {
   Json json = {{"robot", record.robot},
                {"joint_names", record.joint_names},
+               {"held_joints", record.held_joints},
                {"start", ToArray(record.start)},
                {"target", std::visit([](const auto& target) { return TargetToJson(target); }, record.target)},
                {"settings", Json::object()},
@@ -306,7 +306,7 @@ void WriteCsv(const std::vector<std::string>& joint_names, const std::vector<Eig
   WriteTextFile(file, ToCsv(joint_names, configurations));
 }
 
-PathFile ReadPath(const std::string& file) { return ParsePath(ReadTextFile(file), file); }
+PathFile ReadPath(const std::string& file) { return ParsePath(ReadTextFile(file, kMaxPathSize), file); }
 
 PathFile ParsePath(const std::string& text, const std::string& file) {
   const std::size_t begin = text.find_first_not_of(" \t\r\n");

@@ -3,6 +3,7 @@
 #include <Eigen/Core>
 #include <array>
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
 #include <utility>
@@ -26,6 +27,11 @@ struct FramePosition {
 //! How a path fared in a check apart from the planner's own.
 struct PathCheck {
   bool passed = false;
+  //! For a reader: "valid" with what that is restricted to, or "not valid".
+  std::string verdict;
+  //! Kinds of what was asked for and ignored, and links that were not looked at.
+  std::vector<std::string> ignored;
+  std::vector<std::string> uncovered_links;
   //! Distance between the configurations that were looked at.
   double step = 0.0;
   std::uint64_t num_configurations = 0;
@@ -47,6 +53,8 @@ struct PlanRecord {
   std::string robot;
   //! In the order of the c-space coordinates.
   std::vector<std::string> joint_names;
+  //! Joints that are not planned for and do not stand where they rest.
+  std::map<std::string, double> held_joints;
   Eigen::VectorXd start;
   std::variant<Eigen::VectorXd, PositionTarget> target;
   //! By name, in the order in which they are to be written.
@@ -70,10 +78,10 @@ struct PathFile {
   std::vector<Eigen::VectorXd> configurations;
 };
 
-//! The record as JSON, indented by two spaces and with the keys in one order: robot, joint_names, start,
-//! target, settings, seed, found, status, path, interpolated_path, statistics, check. Numbers are written
-//! such that reading them gives the same bits; what is not finite, or not there, becomes null. The target is
-//! an array (a configuration) or {frame, position}.
+//! The record as JSON, indented by two spaces and with the keys in one order: robot, joint_names,
+//! held_joints, start, target, settings, seed, found, status, path, interpolated_path, statistics, check.
+//! Numbers are written such that reading them gives the same bits; what is not finite, or not there, becomes
+//! null. The target is an array (a configuration) or {frame, position}.
 KAVO_EXPORT std::string ToJson(const PlanRecord& record);
 
 //! Configurations as CSV: a line with the joint names, then one configuration a line. Numbers are as short as

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <memory>
 #include <set>
 #include <utility>
 
@@ -23,28 +24,52 @@ using Spheres = std::vector<math::Sphere>;
 
 constexpr std::size_t kNone = RobotJoints::kNone;
 
-// One call of `ParseRobot`: the files, and what becomes of each joint.
-class Loader {
+std::optional<FileText> ReadOptional(const std::string& file, std::size_t max_size) {
+  return file.empty() ? std::nullopt : std::optional(FileText{file, ReadTextFile(file, max_size)});
+}
+
+}  // namespace
+
+class RobotFiles::Impl {
  public:
-  Loader(const FileText& urdf, const std::optional<FileText>& srdf, const RobotFileOptions& options)
+  Impl(const FileText& urdf, const std::optional<FileText>& srdf, const std::optional<FileText>& spheres,
+       const RobotFileOptions& options)
       : options_(options), urdf_(ParseUrdf(urdf.text, urdf.file)) {
     if (srdf) {
       srdf_ = ParseSrdf(srdf->text, srdf->file);
     }
     joints_ = ChooseJoints(urdf_, srdf_, options_);
+    without_description_.name = urdf_.name;
+    if (srdf_) {
+      without_description_.end_effectors = srdf_->end_effectors;
+      without_description_.srdf = std::make_shared<const Srdf>(*srdf_);
+    }
+    without_description_.named_configurations = namedConfigurations();
+    if (srdf_) {
+      warnOfSrdf();
+    }
+    without_description_.tip_frame = tipFrame();
+    link_spheres_ = placeSpheres(spheres, without_description_.uncovered_links);
+    const std::vector<std::size_t> bodies = rigidBodies();
+    for (std::size_t link = 0; link < urdf_.links.size(); ++link) {
+      if (!link_spheres_[link].empty()) {
+        without_description_.bodies[urdf_.links[link].name] = bodies[link];
+      }
+    }
+    if (without_description_.uncovered_links.empty() &&
+        std::all_of(link_spheres_.begin(), link_spheres_.end(),
+                    [](const Spheres& of_link) { return of_link.empty(); })) {
+      KAVO_LOG(LogLevel::kWarning) << urdf_.file
+                                   << ": the robot has no collision geometry: nothing will be checked.";
+    }
   }
 
-  LoadedRobot load(const std::optional<FileText>& spheres) {
-    LoadedRobot robot;
-    robot.name = urdf_.name;
-    if (srdf_) {
-      robot.end_effectors = srdf_->end_effectors;
-    }
-    robot.named_configurations = namedConfigurations();
-    const std::vector<Spheres> link_spheres = placeSpheres(spheres, robot.uncovered_links);
-    robot.description = build(robot.named_configurations, link_spheres);
-    robot.tip_frame = tipFrame();
-    warn(robot.uncovered_links, link_spheres);
+  LoadedRobot make(const std::map<std::string, double>& state) const {
+    LoadedRobot robot = without_description_;
+    const std::vector<RobotJoints::Motion> motions =
+        PlaceJoints(urdf_, joints_, options_.joint_values, state);
+    robot.other_joints = otherJoints(motions);
+    robot.description = build(robot.named_configurations, motions);
     return robot;
   }
 
@@ -88,6 +113,43 @@ class Loader {
       }
     }
     return configurations;
+  }
+
+  // What in an SRDF does not fit the robot, though the rest can be used.
+  void warnOfSrdf() const {
+    if (srdf_->robot_name != urdf_.name) {
+      KAVO_LOG(LogLevel::kWarning) << srdf_->file << ": is for a robot " << Quoted(srdf_->robot_name)
+                                   << ", the URDF describes " << Quoted(urdf_.name) << ".";
+    }
+    std::set<std::string> unknown;
+    for (const Srdf::DisabledPair& pair : srdf_->disabled_pairs) {
+      for (const std::string& link : {pair.link1, pair.link2}) {
+        if (urdf_.link_indices.count(link) == 0 && unknown.insert(link).second) {
+          KAVO_LOG(LogLevel::kWarning) << srdf_->file << ":" << pair.line << ": collisions are disabled for "
+                                       << Quoted(link) << ", which is no link of the robot.";
+        }
+      }
+    }
+    for (const Srdf::GroupState& state : srdf_->group_states) {
+      for (const auto& [name, value] : state.joint_values) {
+        const auto joint = urdf_.joint_indices.find(name);
+        if (joint == urdf_.joint_indices.end()) {
+          if (srdf_->findVirtualJoint(name) == nullptr) {
+            KAVO_LOG(LogLevel::kWarning)
+                << srdf_->file << ":" << state.line << ": group state " << Quoted(state.name) << " names "
+                << Quoted(name) << ", which is no joint of the robot.";
+          }
+          continue;
+        }
+        const Urdf::Joint& known = urdf_.joints[joint->second];
+        if (known.type != JointType::kFixed && !(known.limits.min <= value && value <= known.limits.max)) {
+          KAVO_LOG(LogLevel::kWarning)
+              << srdf_->file << ":" << state.line << ": group state " << Quoted(state.name) << " puts "
+              << Quoted(name) << " at " << NumberText(value) << ", outside its limits "
+              << NumberText(known.limits.min) << " and " << NumberText(known.limits.max) << ".";
+        }
+      }
+    }
   }
 
   // The spheres of each link.
@@ -188,7 +250,7 @@ class Loader {
   }
 
   std::shared_ptr<RobotDescription> build(const std::map<std::string, Eigen::VectorXd>& configurations,
-                                          const std::vector<Spheres>& link_spheres) const {
+                                          const std::vector<RobotJoints::Motion>& motions) const {
     const std::optional<Eigen::VectorXd> default_configuration = chooseDefault(configurations);
     RobotDescriptionBuilder builder(urdf_.links[0].name);
     // The builder numbers the coordinates in the order in which it gets them.
@@ -207,7 +269,7 @@ class Loader {
         continue;
       }
       Joint joint = makeJoint(i);
-      const RobotJoints::Motion& motion = joints_.motions[i];
+      const RobotJoints::Motion& motion = motions[i];
       if (!joints_.doesMove(i)) {
         joint.held_value = motion.offset;
       } else {
@@ -217,12 +279,12 @@ class Loader {
       builder.addJoint(std::move(joint));
     }
     for (std::size_t i = 0; i < urdf_.links.size(); ++i) {
-      for (const math::Sphere& sphere : link_spheres[i]) {
+      for (const math::Sphere& sphere : link_spheres_[i]) {
         builder.addCollisionSphere(urdf_.links[i].name, sphere.center, sphere.radius);
       }
     }
     if (options_.self_collision) {
-      addPairs(link_spheres, builder);
+      addPairs(builder);
     }
     return builder.build();
   }
@@ -259,14 +321,21 @@ class Loader {
     return std::nullopt;
   }
 
-  void addPairs(const std::vector<Spheres>& link_spheres, RobotDescriptionBuilder& builder) const {
-    // Each rigid body by its first link, and the pairs of bodies that a moving joint connects.
+  // Of each link the rigid body, by its first link.
+  std::vector<std::size_t> rigidBodies() const {
     std::vector<std::size_t> bodies = {0};
+    for (std::size_t joint = 0; joint < urdf_.joints.size(); ++joint) {
+      bodies.push_back(joints_.doesMove(joint) ? joint + 1 : bodies[urdf_.joints[joint].parent]);
+    }
+    return bodies;
+  }
+
+  void addPairs(RobotDescriptionBuilder& builder) const {
+    const std::vector<std::size_t> bodies = rigidBodies();
+    // The pairs of bodies that a moving joint connects.
     std::set<std::pair<std::size_t, std::size_t>> neighbours;
     for (std::size_t joint = 0; joint < urdf_.joints.size(); ++joint) {
-      const std::size_t parent_body = bodies[urdf_.joints[joint].parent];
-      bodies.push_back(joints_.doesMove(joint) ? joint + 1 : parent_body);
-      neighbours.emplace(parent_body, bodies.back());
+      neighbours.emplace(bodies[urdf_.joints[joint].parent], bodies[joint + 1]);
     }
     std::set<std::pair<std::string, std::string>> disabled;
     if (srdf_) {
@@ -276,7 +345,7 @@ class Loader {
     }
     for (std::size_t a = 0; a < urdf_.links.size(); ++a) {
       for (std::size_t b = a + 1; b < urdf_.links.size(); ++b) {
-        if (link_spheres[a].empty() || link_spheres[b].empty() || bodies[a] == bodies[b]) {
+        if (link_spheres_[a].empty() || link_spheres_[b].empty() || bodies[a] == bodies[b]) {
           continue;
         }
         const bool is_disabled =
@@ -314,48 +383,86 @@ class Loader {
     return urdf_.links[tip].name;
   }
 
-  void warn(const std::vector<LoadedRobot::UncoveredLink>& uncovered,
-            const std::vector<Spheres>& link_spheres) const {
-    if (!uncovered.empty()) {
-      std::string names;
-      for (const LoadedRobot::UncoveredLink& link : uncovered) {
-        names += (names.empty() ? "" : ", ") + Quoted(link.name) + " (" + link.kind + ")";
+  std::map<std::string, LoadedRobot::OtherJoint> otherJoints(
+      const std::vector<RobotJoints::Motion>& motions) const {
+    using Other = LoadedRobot::OtherJoint;
+    std::map<std::string, Other> others;
+    if (srdf_) {
+      for (const Srdf::VirtualJoint& joint : srdf_->virtual_joints) {
+        others[joint.name].kind = Other::Kind::kVirtual;
       }
-      KAVO_LOG(LogLevel::kWarning) << urdf_.file << ": collision geometry of " << uncovered.size()
-                                   << (uncovered.size() == 1 ? " link" : " links")
-                                   << " is not covered by spheres and will not be checked: " << names << ".";
-    } else if (std::all_of(link_spheres.begin(), link_spheres.end(),
-                           [](const Spheres& spheres) { return spheres.empty(); })) {
-      KAVO_LOG(LogLevel::kWarning) << urdf_.file
-                                   << ": the robot has no collision geometry: nothing will be checked.";
     }
+    for (std::size_t i = 0; i < urdf_.joints.size(); ++i) {
+      const Urdf::Joint& joint = urdf_.joints[i];
+      if (joints_.coordinate_of[i] != kNone) {
+        continue;
+      }
+      Other& other = others[joint.name];
+      other = {};
+      if (joint.type == JointType::kFixed) {
+        continue;
+      }
+      other.kind = joint.mimic ? Other::Kind::kFollower : Other::Kind::kHeld;
+      if (motions[i].coordinate != kNone) {
+        other.coordinate = motions[i].coordinate;
+      }
+      other.multiplier = motions[i].multiplier;
+      other.offset = motions[i].offset;
+      other.rest = RestOf(joint);
+      other.limits = joint.limits;
+    }
+    return others;
   }
 
-  const RobotFileOptions& options_;
+  RobotFileOptions options_;
   Urdf urdf_;
   std::optional<Srdf> srdf_;
   RobotJoints joints_;
+  std::vector<Spheres> link_spheres_;
+  // Everything that is the same wherever the joints stand.
+  LoadedRobot without_description_;
 };
 
-std::optional<FileText> ReadOptional(const std::string& file) {
-  return file.empty() ? std::nullopt : std::optional(FileText{file, ReadTextFile(file)});
-}
-
-}  // namespace
-
-LoadedRobot ParseRobot(const FileText& urdf, const std::optional<FileText>& srdf,
+RobotFiles::RobotFiles(const FileText& urdf, const std::optional<FileText>& srdf,
                        const std::optional<FileText>& spheres, const RobotFileOptions& options) {
   const std::optional<double> cover_tolerance = options.cover_tolerance;
   KAVO_CHECK(!cover_tolerance || (std::isfinite(*cover_tolerance) && *cover_tolerance > 0.0),
              "formats/robot_file", 40)
       << "Collision geometry is to be covered to " << *cover_tolerance
       << " m; the tolerance must be positive and finite.";
-  return Loader(urdf, srdf, options).load(spheres);
+  impl_ = std::make_shared<const Impl>(urdf, srdf, spheres, options);
+}
+
+RobotFiles RobotFiles::Read(const std::string& urdf_file, const RobotFileOptions& options) {
+  return {{urdf_file, ReadTextFile(urdf_file, kMaxXmlSize)},
+          ReadOptional(options.srdf_file, kMaxXmlSize),
+          ReadOptional(options.spheres_file, kMaxYamlSize),
+          options};
+}
+
+LoadedRobot RobotFiles::make(const std::map<std::string, double>& state) const { return impl_->make(state); }
+
+LoadedRobot ParseRobot(const FileText& urdf, const std::optional<FileText>& srdf,
+                       const std::optional<FileText>& spheres, const RobotFileOptions& options) {
+  LoadedRobot robot = RobotFiles(urdf, srdf, spheres, options).make();
+  NameList names;
+  for (const LoadedRobot::UncoveredLink& link : robot.uncovered_links) {
+    names.add(link.name, " (" + link.kind + ")");
+  }
+  if (!names.isEmpty()) {
+    const std::size_t count = robot.uncovered_links.size();
+    KAVO_LOG(LogLevel::kWarning) << urdf.file << ": collision geometry of " << count
+                                 << (count == 1 ? " link" : " links")
+                                 << " is not covered by spheres and will not be checked: " << names.text()
+                                 << ".";
+  }
+  return robot;
 }
 
 LoadedRobot LoadRobot(const std::string& urdf_file, const RobotFileOptions& options) {
-  return ParseRobot({urdf_file, ReadTextFile(urdf_file)}, ReadOptional(options.srdf_file),
-                    ReadOptional(options.spheres_file), options);
+  return ParseRobot({urdf_file, ReadTextFile(urdf_file, kMaxXmlSize)},
+                    ReadOptional(options.srdf_file, kMaxXmlSize),
+                    ReadOptional(options.spheres_file, kMaxYamlSize), options);
 }
 
 }  // namespace kavo::formats

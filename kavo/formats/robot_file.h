@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "kavo/formats/srdf.h"
+#include "kavo/kinematics/interface/joint_limits.h"
 #include "kavo/kinematics/interface/robot_description.h"
 #include "kavo/util/export.h"
 
@@ -53,6 +54,33 @@ struct LoadedRobot {
     std::string kind;
   };
 
+  //! A joint that is no coordinate of the c-space.
+  struct OtherJoint {
+    enum class Kind {
+      //! It could move, but stays where it is.
+      kHeld,
+      //! It mimics another joint.
+      kFollower,
+      kFixed,
+      //! Between the world and the robot, from the SRDF.
+      kVirtual,
+    };
+
+    Kind kind = Kind::kFixed;
+    //! It is at `multiplier` times this coordinate plus `offset`; without a coordinate, at `offset`.
+    std::optional<std::size_t> coordinate;
+    double multiplier = 0.0;
+    double offset = 0.0;
+    //! Of one that is held: where it stands unless it is given a value.
+    double rest = 0.0;
+    kinematics::JointLimits limits{0.0, 0.0};
+
+    //! Radians or metres.
+    double value(const Eigen::VectorXd& q) const {
+      return coordinate ? multiplier * q[static_cast<Eigen::Index>(*coordinate)] + offset : offset;
+    }
+  };
+
   //! Frames have the names of the links; the base frame is the root link. The default configuration is the
   //! first of the named configurations "ready", "home" and "default" that exists and is within the limits;
   //! without one, the middle of the limits.
@@ -64,6 +92,12 @@ struct LoadedRobot {
   std::vector<Srdf::EndEffector> end_effectors;
   //! Links whose collision geometry is not wholly made of spheres, in kinematic order.
   std::vector<UncoveredLink> uncovered_links;
+  //! The joints of the URDF that are no coordinates, and the virtual joints of the SRDF, by name.
+  std::map<std::string, OtherJoint> other_joints;
+  //! Null without one.
+  std::shared_ptr<const Srdf> srdf;
+  //! The links with spheres, and of each the rigid body that it belongs to.
+  std::map<std::string, std::size_t> bodies;
   //! The frame that positions are most likely asked for: the tip of the chosen group's first chain (its
   //! own, or that of a group that belongs to it); else the link that carries the end effector of the chosen
   //! group; else the link that the most coordinates move, of these the one with the most joints before it, of
@@ -77,7 +111,8 @@ struct FileText {
   std::string text;
 };
 
-//! Makes a robot from a URDF file and the files beside it.
+//! The files of a robot, read and checked once. From them the robot is made as often as it is wanted, with
+//! the joints outside the c-space wherever they stand. Immutable; copies share what was read.
 //!
 //! Revolute, continuous, prismatic and fixed joints. A continuous joint turns as far as it likes: bounds that
 //! its `<limit>` states are ignored. A bound that the `<limit>` of another joint does not state is zero. A
@@ -91,11 +126,31 @@ struct FileText {
 //! The spheres of a link come from the file of spheres (YAML, `collision_spheres: {link: [{center: [x, y, z],
 //! radius: r}]}`, centres in the link's frame); else from the SRDF; else from the spheres, and if wanted the
 //! boxes and cylinders, of its collision geometry. Links that have other collision geometry and no spheres
-//! from the first two are listed in `uncovered_links`, and there is one warning. Visuals, inertias, materials
-//! and transmissions are not looked at.
-//!
-//! Throws `FileError` for a file that cannot be read, whatever is wrong in one, and a name in the options
-//! that they do not know, with the names they do know. Floating and planar joints are refused.
+//! from the first two are listed in `uncovered_links`. Visuals, inertias, materials and transmissions are not
+//! looked at.
+class KAVO_EXPORT RobotFiles {
+ public:
+  //! From the texts of files. Throws `FileError` for whatever is wrong in one, and for a name in the options
+  //! that they do not know, with the names they do know. Floating and planar joints are refused.
+  RobotFiles(const FileText& urdf, const std::optional<FileText>& srdf,
+             const std::optional<FileText>& spheres, const RobotFileOptions& options = {});
+
+  //! Throws `FileError` too for a file that cannot be read.
+  static RobotFiles Read(const std::string& urdf_file, const RobotFileOptions& options = {});
+
+  //! The robot.
+  //! \param state Joint values by name, such as those of a scene: joints outside the c-space that the options
+  //!     give no value stand there (also beyond their limits). Other names are passed over, and so is a value
+  //!     that is not finite.
+  LoadedRobot make(const std::map<std::string, double>& state = {}) const;
+
+ private:
+  class Impl;
+  std::shared_ptr<const Impl> impl_;
+};
+
+//! The robot of a URDF file and the files beside it, without any state. There is one warning for links that
+//! are not covered. Throws as `RobotFiles` does.
 KAVO_EXPORT LoadedRobot LoadRobot(const std::string& urdf_file, const RobotFileOptions& options = {});
 
 //! The same from the texts of files.

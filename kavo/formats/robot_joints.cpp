@@ -11,7 +11,9 @@
 
 namespace kavo::formats {
 
-void NameList::add(const std::string& name) { text_ += (text_.empty() ? "" : ", ") + Quoted(name); }
+void NameList::add(const std::string& name, const std::string& more) {
+  text_ += (text_.empty() ? "" : ", ") + Quoted(name) + more;
+}
 
 namespace {
 
@@ -21,6 +23,9 @@ constexpr std::size_t kNone = RobotJoints::kNone;
 constexpr double kMaxTurns = 1000.0;
 constexpr double kMaxSlide = 1000.0;
 
+// Whether a joint has a value of its own.
+bool CanMove(const Urdf::Joint& joint) { return joint.type != JointType::kFixed && !joint.mimic; }
+
 class Chooser {
  public:
   Chooser(const Urdf& urdf, const std::optional<Srdf>& srdf, const RobotFileOptions& options)
@@ -28,7 +33,8 @@ class Chooser {
 
   RobotJoints choose() {
     chooseCoordinates();
-    placeJoints();
+    checkValues();
+    joints_.motions = PlaceJoints(urdf_, joints_, options_.joint_values);
     return std::move(joints_);
   }
 
@@ -38,9 +44,7 @@ class Chooser {
     throw FileError(file, line, "found " + found + ", expected " + expected);
   }
 
-  bool canMove(std::size_t joint) const {
-    return urdf_.joints[joint].type != JointType::kFixed && !urdf_.joints[joint].mimic;
-  }
+  bool canMove(std::size_t joint) const { return CanMove(urdf_.joints[joint]); }
 
   std::string movableJoints() const {
     NameList names;
@@ -168,8 +172,7 @@ class Chooser {
       const auto joint = urdf_.joint_indices.find(name);
       if (joint != urdf_.joint_indices.end()) {
         is_chosen[joint->second] = true;
-      } else if (std::find(srdf_->virtual_joints.begin(), srdf_->virtual_joints.end(), name) ==
-                 srdf_->virtual_joints.end()) {
+      } else if (srdf_->findVirtualJoint(name) == nullptr) {
         fail(srdf_->file, group.line, "joint " + Quoted(name) + " in group " + Quoted(group.name),
              "a joint of the robot");
       }
@@ -207,15 +210,7 @@ class Chooser {
     }
   }
 
-  // The value of each joint that stays, and whom the others follow.
-  void placeJoints() {
-    std::vector<double> held(urdf_.joints.size(), 0.0);
-    for (std::size_t joint = 0; joint < urdf_.joints.size(); ++joint) {
-      if (canMove(joint)) {
-        const kinematics::JointLimits& limits = urdf_.joints[joint].limits;
-        held[joint] = std::clamp(0.0, limits.min, limits.max);
-      }
-    }
+  void checkValues() const {
     for (const auto& [name, value] : options_.joint_values) {
       const std::size_t joint = movableJoint(name);
       const Urdf::Joint& known = urdf_.joints[joint];
@@ -228,25 +223,6 @@ class Chooser {
         fail(urdf_.file, known.line, "the value " + NumberText(value) + " for joint " + Quoted(name),
              "one in [" + NumberText(known.limits.min) + ", " + NumberText(known.limits.max) + "]");
       }
-      held[joint] = value;
-    }
-    for (std::size_t joint = 0; joint < urdf_.joints.size(); ++joint) {
-      RobotJoints::Motion motion;
-      std::size_t at = joint;
-      for (; urdf_.joints[at].mimic; at = urdf_.joints[at].mimic->joint) {
-        motion.offset += motion.multiplier * urdf_.joints[at].mimic->offset;
-        motion.multiplier *= urdf_.joints[at].mimic->multiplier;
-      }
-      motion.coordinate = joints_.coordinate_of[at];
-      if (motion.coordinate == kNone) {
-        motion.offset += motion.multiplier * held[at];
-      }
-      if (!std::isfinite(motion.offset) || !std::isfinite(motion.multiplier)) {
-        fail(urdf_.file, urdf_.joints[joint].line,
-             "joint " + Quoted(urdf_.joints[joint].name) + " that mimics another one by numbers too large",
-             "a finite value");
-      }
-      joints_.motions.push_back(motion);
     }
   }
 
@@ -260,6 +236,47 @@ class Chooser {
 
 RobotJoints ChooseJoints(const Urdf& urdf, const std::optional<Srdf>& srdf, const RobotFileOptions& options) {
   return Chooser(urdf, srdf, options).choose();
+}
+
+double RestOf(const Urdf::Joint& joint) { return std::clamp(0.0, joint.limits.min, joint.limits.max); }
+
+std::vector<RobotJoints::Motion> PlaceJoints(const Urdf& urdf, const RobotJoints& joints,
+                                             const std::map<std::string, double>& options,
+                                             const std::map<std::string, double>& state) {
+  std::vector<double> held(urdf.joints.size(), 0.0);
+  for (std::size_t i = 0; i < urdf.joints.size(); ++i) {
+    const Urdf::Joint& joint = urdf.joints[i];
+    if (!CanMove(joint)) {
+      continue;
+    }
+    held[i] = RestOf(joint);
+    for (const auto* values : {&state, &options}) {
+      if (const auto value = values->find(joint.name);
+          value != values->end() && std::isfinite(value->second)) {
+        held[i] = value->second;
+      }
+    }
+  }
+  std::vector<RobotJoints::Motion> motions;
+  for (std::size_t joint = 0; joint < urdf.joints.size(); ++joint) {
+    RobotJoints::Motion motion;
+    std::size_t at = joint;
+    for (; urdf.joints[at].mimic; at = urdf.joints[at].mimic->joint) {
+      motion.offset += motion.multiplier * urdf.joints[at].mimic->offset;
+      motion.multiplier *= urdf.joints[at].mimic->multiplier;
+    }
+    motion.coordinate = joints.coordinate_of[at];
+    if (motion.coordinate == kNone) {
+      motion.offset += motion.multiplier * held[at];
+    }
+    if (!std::isfinite(motion.offset) || !std::isfinite(motion.multiplier)) {
+      throw FileError(urdf.file, urdf.joints[joint].line,
+                      "found joint " + Quoted(urdf.joints[joint].name) +
+                          " that mimics another one by numbers too large, expected a finite value");
+    }
+    motions.push_back(motion);
+  }
+  return motions;
 }
 
 }  // namespace kavo::formats

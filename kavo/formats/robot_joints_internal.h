@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -14,7 +15,8 @@ namespace kavo::formats {
 //! Names in quotes, separated by commas, for a message.
 class NameList {
  public:
-  void add(const std::string& name);
+  //! \param more What is to stand behind the quotes.
+  void add(const std::string& name, const std::string& more = {});
   bool isEmpty() const { return text_.empty(); }
   //! For the end of a sentence such as "expected one of ...".
   std::string text() const { return text_.empty() ? "nothing (there are none)" : text_; }
@@ -39,7 +41,7 @@ struct RobotJoints {
   std::vector<std::size_t> coordinates;
   //! For each joint the coordinate that it is, or `kNone`.
   std::vector<std::size_t> coordinate_of;
-  //! For each joint.
+  //! For each joint, without any state.
   std::vector<Motion> motions;
   //! Tip of the chosen group's first chain, or of the first one of the groups that belong to it; empty if
   //! there is none.
@@ -48,7 +50,17 @@ struct RobotJoints {
   bool doesMove(std::size_t joint) const { return motions[joint].coordinate != kNone; }
 };
 
-//! Chooses the c-space as the options say. Throws `FileError` for names that the files do not know.
+//! Chooses the c-space as the options say. Throws `FileError` for names that the files do
+//! not know, and for values of the options that a joint cannot take.
 RobotJoints ChooseJoints(const Urdf& urdf, const std::optional<Srdf>& srdf, const RobotFileOptions& options);
+
+//! Where a joint that is held stands unless something else is said.
+double RestOf(const Urdf::Joint& joint);
+
+//! How each joint moves, while those outside the c-space stand where the options put them, else where the
+//! state does, else at rest.
+std::vector<RobotJoints::Motion> PlaceJoints(const Urdf& urdf, const RobotJoints& joints,
+                                             const std::map<std::string, double>& options,
+                                             const std::map<std::string, double>& state = {});
 
 }  // namespace kavo::formats

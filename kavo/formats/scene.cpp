@@ -5,6 +5,7 @@
 #include <string_view>
 #include <utility>
 
+#include "kavo/formats/file_error.h"
 #include "kavo/formats/scene_internal.h"
 #include "kavo/formats/text_internal.h"
 #include "kavo/util/log_message.h"
@@ -29,16 +30,38 @@ bool IsSceneText(std::string_view text) {
 }  // namespace
 
 Scene ReadScene(const std::string& file) {
-  const std::string text = ReadTextFile(file);
+  const std::string text = ReadTextFile(file, kMaxSceneSize);
   return IsSceneText(text) ? ParseSceneText(text, file) : ParseSceneYaml(text, file);
 }
 
-std::vector<ObstacleHandle> AddToWorld(const Scene& scene, World& world) {
+std::vector<ObstacleHandle> AddToWorld(const Scene& scene, World& world, const FramePoses& frames) {
   const Pose3 base_from_world = scene.base_pose.inverse();
+  // All poses before the first obstacle: an object that cannot be placed leaves the world as it was.
+  std::vector<Pose3> poses;
+  for (const Scene::Object& object : scene.objects) {
+    Pose3 base_from_object = base_from_world;
+    if (!object.frame.empty()) {
+      const auto frame = frames.find(object.frame);
+      if (frame == frames.end()) {
+        throw FileError(scene.file, object.line,
+                        "found object " + Quoted(object.id) + " in frame " + Quoted(object.frame) +
+                            ", expected the world, a frame of this file or one of the robot");
+      }
+      base_from_object = frame->second;
+    }
+    for (const Scene::Part& part : object.parts) {
+      poses.push_back(base_from_object * part.pose);
+      if (!poses.back().isFinite()) {
+        throw FileError(scene.file, object.line,
+                        std::string("found a pose that is out of range, expected ") + kExpectedPlace);
+      }
+    }
+  }
   std::vector<ObstacleHandle> handles;
+  handles.reserve(poses.size());
   for (const Scene::Object& object : scene.objects) {
     for (const Scene::Part& part : object.parts) {
-      handles.push_back(world.add(part.shape, base_from_world * part.pose, object.id));
+      handles.push_back(world.add(part.shape, poses[handles.size()], object.id));
     }
   }
   return handles;

@@ -1,9 +1,13 @@
 #pragma once
 
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "kavo/formats/allowed_collisions.h"
+#include "kavo/formats/robot_file.h"
+#include "kavo/formats/unhonoured.h"
 #include "kavo/math/pose3.h"
 #include "kavo/util/export.h"
 #include "kavo/world/obstacle.h"
@@ -17,7 +21,7 @@ struct Scene {
   //! One solid of an object.
   struct Part {
     ObstacleShape shape;
-    //! In the world: the pose of the object and that of the solid in it are already composed.
+    //! In the frame of the object: the pose of the object and that of the solid in it are already composed.
     Pose3 pose;
   };
 
@@ -25,6 +29,10 @@ struct Scene {
   struct Object {
     std::string id;
     std::vector<Part> parts;
+    //! A frame that the file does not define, such as a link of the robot; empty for the world.
+    std::string frame;
+    //! Line of the file.
+    int line = 0;
   };
 
   std::string name;
@@ -34,17 +42,23 @@ struct Scene {
   std::map<std::string, double> joint_state;
   //! Pose of the robot base in the world.
   Pose3 base_pose;
+  //! Which contacts are allowed, if the file says so.
+  std::optional<AllowedCollisions> allowed_collisions;
+  std::string file;
+  std::vector<Unhonoured> unhonoured;
 };
+
+//! Poses of frames by name, relative to the robot base.
+using FramePoses = std::map<std::string, Pose3>;
 
 //! Reads a planning scene: the YAML form, or the text form that is exported to `.scene` files. The two are
 //! told apart by their content: in the text form the second line starts with a star or is a dot.
 //!
 //! Shapes are boxes, spheres, cylinders and planes. A plane a x + b y + c z + d = 0 stands for a solid
-//! half-space, the side on which a x + b y + c z + d <= 0: its normal points away from what is solid. Meshes,
-//! cones and other shapes are refused by the name of their object. Keys without a meaning for planning are
-//! ignored. There is a warning for a scene without any obstacle, for attached objects (they are not
-//! considered), and for objects in a frame that the file does not define (they are placed as if it were the
-//! world).
+//! half-space, the side on which a x + b y + c z + d <= 0: its normal points away from what is solid. Meshes
+//! and cones are left out and listed as not honoured, as are attached objects, an octomap with data, and
+//! padding or scale of links; other shapes are refused by the name of their object. Keys without a meaning
+//! for planning are ignored. There is a warning for a scene without any obstacle.
 //!
 //! Throws `FileError` for a file that cannot be read or does not have this form.
 KAVO_EXPORT Scene ReadScene(const std::string& file);
@@ -60,7 +74,16 @@ KAVO_EXPORT Scene ParseSceneYaml(const std::string& text, const std::string& fil
 KAVO_EXPORT Scene ParseSceneText(const std::string& text, const std::string& file);
 
 //! Adds all parts of all objects to the world, named by the id of their object, relative to the robot base.
+//! \param frames The frames that objects may be given in beside those of the file. Throws `FileError` for an
+//!     object in another frame, without adding any.
 //! \return The new obstacles, in the order of objects and parts.
-KAVO_EXPORT std::vector<ObstacleHandle> AddToWorld(const Scene& scene, World& world);
+KAVO_EXPORT std::vector<ObstacleHandle> AddToWorld(const Scene& scene, World& world,
+                                                   const FramePoses& frames = {});
+
+//! The first pair of links of the robot whose contact the scene's allowed collision matrix treats otherwise
+//! than the robot's SRDF does (without one: than the pairs that the robot's description looks at), or the
+//! first object of the scene that a link may touch. Only links with spheres count that are not of one rigid
+//! body.
+KAVO_EXPORT std::optional<Unhonoured> FindMatrixDifference(const Scene& scene, const LoadedRobot& robot);
 
 }  // namespace kavo::formats

@@ -36,6 +36,7 @@ class SceneTextReader {
   Scene read() {
     Scene scene;
     scene.name = std::string(readLine());
+    scene.file = file_;
     SceneBuilder builder(std::move(scene));
     while (nextLine("\"*\" and the id of an object, or \".\"") != ".") {
       if (line_.front() != '*' || Trimmed(line_.substr(1)).empty()) {
@@ -43,13 +44,16 @@ class SceneTextReader {
       }
       builder.add(readObject(std::string(Trimmed(line_.substr(1)))));
     }
-    return builder.finish(file_);
+    scene = builder.finish(file_);
+    scene.unhonoured = std::move(unhonoured_);
+    return scene;
   }
 
  private:
   Scene::Object readObject(std::string id) {
     Scene::Object object;
     object.id = std::move(id);
+    object.line = line_number_;
     // Only the newer form has the pose of the object between its id and its shapes.
     nextLine("the number of shapes, or the position of the object");
     const bool has_pose = Tokens(line_).size() != 1;
@@ -88,6 +92,14 @@ class SceneTextReader {
     } else if (const std::optional<std::size_t> num_sizes = NumSizes(name)) {
       nextLine("the sizes of the " + name);
       shape = readSizes(name, *num_sizes);
+    } else if (name == "mesh") {
+      unhonoured_.push_back(
+          {Unhonoured::Kind::kMeshes, "a mesh in object " + Quoted(object.id), file_, line});
+      skipMesh();
+    } else if (name == "cone") {
+      unhonoured_.push_back({Unhonoured::Kind::kCones, "a cone in object " + Quoted(object.id), file_, line});
+      nextLine("the radius and the length of a cone");
+      numbers<2>("the radius and the length of a cone");
     } else {
       fail("shape " + Quoted(name) + " in object " + Quoted(object.id), kExpectedShapes);
     }
@@ -96,9 +108,22 @@ class SceneTextReader {
       throw FileError(file_, line,
                       std::string("found a pose that is out of range, expected ") + kExpectedPlace);
     }
-    object.parts.push_back({*shape, pose});
+    if (shape) {
+      object.parts.push_back({*shape, pose});
+    }
     nextLine("a colour r g b a");
     numbers<4>("a colour r g b a");
+  }
+
+  // The numbers of vertices and triangles, and a line for each of them.
+  void skipMesh() {
+    const std::string expected = "the numbers of vertices and triangles of a mesh";
+    nextLine(expected);
+    const std::array<double, 2> counts = numbers<2>(expected);
+    for (double lines = counts[0] + counts[1]; lines > 0.0; --lines) {
+      nextLine("a vertex or a triangle of a mesh");
+      numbers<3>("a vertex or a triangle of a mesh");
+    }
   }
 
   ObstacleShape readSizes(const std::string& name, std::size_t num_sizes) const {
@@ -190,6 +215,7 @@ class SceneTextReader {
   // The current line without blanks at its ends.
   std::string_view line_;
   int line_number_ = 0;
+  std::vector<Unhonoured> unhonoured_;
 };
 
 }  // namespace

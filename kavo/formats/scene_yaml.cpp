@@ -6,16 +6,18 @@
 #include <utility>
 #include <vector>
 
+#include "kavo/formats/allowed_collisions_internal.h"
 #include "kavo/formats/robot_state_internal.h"
 #include "kavo/formats/scene.h"
 #include "kavo/formats/scene_internal.h"
 #include "kavo/formats/text_internal.h"
 #include "kavo/formats/yaml_value_internal.h"
-#include "kavo/util/log_message.h"
 
 namespace kavo::formats {
 
 namespace {
+
+using Kind = Unhonoured::Kind;
 
 class SceneYamlReader {
  public:
@@ -24,15 +26,19 @@ class SceneYamlReader {
   Scene read(const std::string& text) {
     const YamlValue root(text, file_);
     Scene scene;
+    scene.file = file_;
     if (const std::optional<YamlValue> name = root.find("name")) {
       scene.name = name->text();
     }
     if (const std::optional<YamlValue> state = root.find("robot_state")) {
       scene.joint_state = ReadJointState(*state);
       scene.base_pose = ReadBasePose(*state).value_or(Pose3());
-      if (!state->elements("attached_collision_objects").empty()) {
-        KAVO_LOG(LogLevel::kWarning) << file_ << ": Objects attached to the robot are not considered.";
-      }
+      FindAttachedObjects(*state, unhonoured_);
+    }
+    readMargins(root, "link_padding", Kind::kLinkPadding, 0.0);
+    readMargins(root, "link_scale", Kind::kLinkScale, 1.0);
+    if (const std::optional<YamlValue> matrix = root.find("allowed_collision_matrix")) {
+      scene.allowed_collisions = ReadAllowedCollisions(*matrix);
     }
     base_pose_ = scene.base_pose;
     for (const YamlValue& fixed : root.elements("fixed_frame_transforms")) {
@@ -46,7 +52,12 @@ class SceneYamlReader {
     for (const YamlValue& object : world.elements("collision_objects")) {
       builder.add(readObject(object));
     }
-    return builder.finish(file_);
+    if (const std::optional<YamlValue> octomap = world.find("octomap"); octomap && HasCells(*octomap)) {
+      unhonoured_.push_back(octomap->unhonoured(Kind::kOctomap, "an octomap"));
+    }
+    scene = builder.finish(file_);
+    scene.unhonoured = std::move(unhonoured_);
+    return scene;
   }
 
  private:
@@ -54,10 +65,11 @@ class SceneYamlReader {
     Scene::Object object;
     object.id = value.get("id").text();
     checkOperation(value, object.id);
-    if (const std::vector<YamlValue> meshes = value.elements("meshes"); !meshes.empty()) {
-      meshes.front().fail("a mesh in object " + Quoted(object.id), kExpectedShapes);
+    object.line = value.line();
+    for (const YamlValue& mesh : value.elements("meshes")) {
+      unhonoured_.push_back(mesh.unhonoured(Kind::kMeshes, "a mesh in object " + Quoted(object.id)));
     }
-    Pose3 object_pose = framePose(value);
+    Pose3 object_pose = framePose(value, object.frame);
     if (const std::optional<YamlValue> pose = value.find("pose")) {
       object_pose = object_pose * pose->pose("position", "orientation");
     }
@@ -65,8 +77,10 @@ class SceneYamlReader {
     const std::vector<YamlValue> primitives = value.elements("primitives");
     const std::vector<Pose3> poses = readPoses(value, "primitive", primitives.size());
     for (std::size_t i = 0; i < primitives.size(); ++i) {
-      object.parts.push_back({readPrimitive(primitives[i], object.id), object_pose * poses[i]});
-      checkPlace(primitives[i], object.parts.back().pose);
+      if (const std::optional<ObstacleShape> shape = readPrimitive(primitives[i], object.id)) {
+        object.parts.push_back({*shape, object_pose * poses[i]});
+        checkPlace(primitives[i], object.parts.back().pose);
+      }
     }
 
     const std::vector<YamlValue> planes = value.elements("planes");
@@ -89,23 +103,38 @@ class SceneYamlReader {
     }
   }
 
-  // The frame in which an object is given.
-  Pose3 framePose(const YamlValue& object) {
+  // The pose of the frame in which an object is given; a frame that the file does not define goes to `frame`.
+  Pose3 framePose(const YamlValue& object, std::string& frame) const {
     const std::string name = ReadFrameName(object);
     if (name.empty()) {
       return {};
     }
     const auto found = frames_.find(name);
-    if (found != frames_.end()) {
-      return found->second;
+    if (found == frames_.end()) {
+      frame = name;
+      return {};
     }
-    if (!warned_of_frame_) {
-      warned_of_frame_ = true;
-      KAVO_LOG(LogLevel::kWarning) << file_ << ": Frame " << Quoted(name)
-                                   << " is not defined in the file; what is given in it is placed as if it "
-                                      "were the world.";
+    return found->second;
+  }
+
+  // Padding or scale of links: what is not neutral is not honoured.
+  void readMargins(const YamlValue& root, const char* key, Kind kind, double neutral) {
+    for (const YamlValue& entry : root.elements(key)) {
+      const YamlValue margin = entry.get(kind == Kind::kLinkPadding ? "padding" : "scale");
+      if (margin.number() != neutral) {
+        unhonoured_.push_back(margin.unhonoured(kind, std::string(key) + " " + margin.text() + " of link " +
+                                                          Quoted(entry.get("link_name").text())));
+      }
     }
-    return {};
+  }
+
+  // An octomap stands under its own name once more, with a header.
+  static bool HasCells(const YamlValue& octomap) {
+    if (const std::optional<YamlValue> inner = octomap.find("octomap")) {
+      return HasCells(*inner);
+    }
+    const std::optional<YamlValue> data = octomap.find("data");
+    return data && (!data->isSequence() || !data->elements().empty());
   }
 
   // The poses of the `num` solids of one kind: the identity if there are none at all.
@@ -127,7 +156,8 @@ class SceneYamlReader {
     return poses;
   }
 
-  static ObstacleShape readPrimitive(const YamlValue& primitive, const std::string& id) {
+  // None for one that is left out.
+  std::optional<ObstacleShape> readPrimitive(const YamlValue& primitive, const std::string& id) {
     // By name, or by the number of the message.
     static const std::map<std::string, std::string> kNameOfType = {
         {"1", "box"}, {"2", "sphere"}, {"3", "cylinder"}, {"4", "cone"}};
@@ -135,7 +165,8 @@ class SceneYamlReader {
     const auto numbered = kNameOfType.find(type.text());
     const std::string name = numbered == kNameOfType.end() ? type.text() : numbered->second;
     if (name == "cone") {
-      type.fail("a cone in object " + Quoted(id), kExpectedShapes);
+      unhonoured_.push_back(type.unhonoured(Kind::kCones, "a cone in object " + Quoted(id)));
+      return std::nullopt;
     }
     const std::optional<std::size_t> num_sizes = NumSizes(name);
     if (!num_sizes) {
@@ -187,7 +218,7 @@ class SceneYamlReader {
   std::string file_;
   Pose3 base_pose_;
   std::map<std::string, Pose3> frames_;
-  bool warned_of_frame_ = false;
+  std::vector<Unhonoured> unhonoured_;
 };
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include "kavo/formats/srdf.h"
 
+#include <algorithm>
 #include <set>
 #include <utility>
 
@@ -64,6 +65,13 @@ std::vector<math::Sphere> ReadSpheres(const XmlFile& xml, const Element& element
 
 }  // namespace
 
+const Srdf::VirtualJoint* Srdf::findVirtualJoint(const std::string& joint_name) const {
+  const auto found =
+      std::find_if(virtual_joints.begin(), virtual_joints.end(),
+                   [&joint_name](const VirtualJoint& joint) { return joint.name == joint_name; });
+  return found == virtual_joints.end() ? nullptr : &*found;
+}
+
 Srdf ParseSrdf(const std::string& text, const std::string& file) {
   const XmlFile xml(text, file, "robot");
   const Element& robot = xml.root();
@@ -85,10 +93,13 @@ Srdf ParseSrdf(const std::string& text, const std::string& file) {
                                   xml.attribute(*element, "group"),
                                   XmlFile::attribute(*element, "parent_group", "")});
   }
-  srdf.virtual_joints = Names(xml, robot, "virtual_joint");
+  for (const Element* element : XmlFile::children(robot, "virtual_joint")) {
+    srdf.virtual_joints.push_back(
+        {xml.attribute(*element, "name"), XmlFile::attribute(*element, "parent_frame", "")});
+  }
   for (const Element* element : XmlFile::children(robot, "disable_collisions")) {
     srdf.disabled_pairs.push_back({xml.attribute(*element, "link1"), xml.attribute(*element, "link2"),
-                                   XmlFile::attribute(*element, "reason", "")});
+                                   XmlFile::attribute(*element, "reason", ""), element->GetLineNum()});
   }
   for (const Element* element : XmlFile::children(robot, "link_sphere_approximation")) {
     srdf.link_spheres[xml.attribute(*element, "link")] = ReadSpheres(xml, *element);
@@ -96,6 +107,6 @@ Srdf ParseSrdf(const std::string& text, const std::string& file) {
   return srdf;
 }
 
-Srdf ReadSrdf(const std::string& file) { return ParseSrdf(ReadTextFile(file), file); }
+Srdf ReadSrdf(const std::string& file) { return ParseSrdf(ReadTextFile(file, kMaxXmlSize), file); }
 
 }  // namespace kavo::formats

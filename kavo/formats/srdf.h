@@ -51,12 +51,21 @@ struct Srdf {
     std::string parent_group;
   };
 
+  //! A joint between the world and the robot, which the URDF does not have.
+  struct VirtualJoint {
+    std::string name;
+    //! The frame that it starts from; may be empty.
+    std::string parent_frame;
+  };
+
   //! Two links between which contact need not be looked for.
   struct DisabledPair {
     std::string link1;
     std::string link2;
     //! For a reader; may be empty.
     std::string reason;
+    //! Line of the file.
+    int line = 0;
   };
 
   //! Name of the file, for errors that show only beside the robot.
@@ -66,12 +75,14 @@ struct Srdf {
   std::vector<Group> groups;
   std::vector<GroupState> group_states;
   std::vector<EndEffector> end_effectors;
-  //! Joints between the world and the robot, which the URDF does not have.
-  std::vector<std::string> virtual_joints;
+  std::vector<VirtualJoint> virtual_joints;
   std::vector<DisabledPair> disabled_pairs;
   //! From `link_sphere_approximation`: centres in the link's frame, metres. Spheres of radius zero are left
   //! out, so that a link whose only sphere is one has an empty list: it is not to collide.
   std::map<std::string, std::vector<math::Sphere>> link_spheres;
+
+  //! Null if there is none of that name.
+  KAVO_EXPORT const VirtualJoint* findVirtualJoint(const std::string& joint_name) const;
 };
 
 //! Reads an SRDF file. Elements without a meaning here are ignored.

@@ -9,13 +9,17 @@
 
 namespace kavo::formats {
 
-std::string ReadTextFile(const std::string& file) {
+std::string ReadTextFile(const std::string& file, std::size_t max_size) {
   std::ifstream stream(file, std::ios::binary);
   std::string text;
   std::array<char, 1 << 16> block;
   // A directory can be opened, but not read.
   while (stream.read(block.data(), block.size()) || stream.gcount() > 0) {
     text.append(block.data(), static_cast<std::size_t>(stream.gcount()));
+    if (text.size() > max_size) {
+      throw FileError(file, 0,
+                      "found more than " + std::to_string(max_size >> 20) + " MiB, expected a smaller file");
+    }
   }
   if (!stream.eof() || stream.bad()) {
     throw FileError(file, 0, "cannot be read");

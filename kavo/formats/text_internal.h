@@ -1,15 +1,22 @@
 #pragma once
 
 #include <Eigen/Geometry>
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
 
 namespace kavo::formats {
 
-//! The bytes of a file, without a byte-order mark. Throws `FileError` if it cannot be read; a directory
-//! cannot.
-std::string ReadTextFile(const std::string& file);
+// The largest files, in bytes: what is made of them while they are read takes no more than about 1 GB.
+inline constexpr std::size_t kMaxSceneSize = std::size_t{256} << 20;
+inline constexpr std::size_t kMaxYamlSize = std::size_t{256} << 20;
+inline constexpr std::size_t kMaxXmlSize = std::size_t{16} << 20;
+inline constexpr std::size_t kMaxPathSize = std::size_t{32} << 20;
+
+//! The bytes of a file, without a byte-order mark. Throws `FileError` if it cannot be read (a directory
+//! cannot) and for one of more bytes than the maximum, without reading on: it may have no end.
+std::string ReadTextFile(const std::string& file, std::size_t max_size);
 
 //! Replaces a file. Throws `FileError` if it cannot be written to the end.
 void WriteTextFile(const std::string& file, const std::string& text);

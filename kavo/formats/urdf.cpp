@@ -9,6 +9,7 @@
 #include <limits>
 #include <map>
 #include <mutex>
+#include <new>
 #include <utility>
 
 #include "kavo/formats/file_error.h"
@@ -330,6 +331,8 @@ urdf::ModelInterfaceSharedPtr ParseModel(const std::string& text, const std::str
   std::string fault;
   try {
     model = urdf::parseURDF(text);
+  } catch (const std::bad_alloc&) {
+    throw;
   } catch (const std::exception& error) {
     fault = error.what();
   }

@@ -50,7 +50,7 @@ TEST_F(PlanTest, AnswersARequestAndWritesFiles) {
               AllOf(StartsWith("path found: "), HasSubstr("\n  shoulder,elbow\n  1,0\n"),
                     HasSubstr("\n  -1,0\n"), HasSubstr("seed 7"), HasSubstr("check: valid at all "),
                     HasSubstr("between frame 'lower' and 'peg'")));
-  EXPECT_THAT(plan.errors, AllOf(HasSubstr("\"gripper\" (box)"), Not(HasSubstr("TESK"))));
+  EXPECT_THAT(plan.errors, Not(HasSubstr("TESK")));
 
   const auto json = nlohmann::json::parse(ReadFile(folder_ / "out.json"));
   EXPECT_EQ(json["robot"], "two_link");
@@ -128,7 +128,7 @@ TEST_F(PlanTest, RefusesWhatItCannotUse) {
   const std::string no_seed = folder_.Write("no_seed.yaml", "seed: 0\n");
   const std::string foreign = folder_.Write("foreign.yaml",
                                             "start_state: {}\ngoal_constraints: [{joint_constraints: "
-                                            "[{joint_name: hip, position: 1}]}]\n");
+                                            "[{joint_name: slide, position: 0}]}]\n");
   const std::string both =
       folder_.Write("both.yaml",
                     "goal_constraints: [{joint_constraints: [{joint_name: elbow, position: 1}], "

@@ -12,7 +12,7 @@ inline constexpr char kArmUrdf[] = R"(<robot name="two_link">
   <link name="lower"><collision>
     <origin xyz="1 0 0"/><geometry><sphere radius="0.1"/></geometry>
   </collision></link>
-  <link name="gripper"><collision><geometry><box size="0.1 0.1 0.1"/></geometry></collision></link>
+  <link name="gripper"/>
   <joint name="shoulder" type="revolute">
     <parent link="post"/><child link="upper"/><axis xyz="0 0 1"/>
     <limit lower="-3" upper="3" effort="1" velocity="1"/>

@@ -27,6 +27,8 @@ TEST(Request, KeepsAllGoalsInOrder) {
   const Request request = ReadRequest(directory.write("request.yaml", R"(
 workspace_parameters: {max_corner: [1, 1, 1]}
 planner_id: any
+allowed_planning_time: 2.5
+num_planning_attempts: 3
 group_name: arm
 goal_constraints:
   - joint_constraints:
@@ -34,6 +36,7 @@ goal_constraints:
       - {position: -1, joint_name: b}
   - position_constraints:
       - link_name: hand
+        header: {frame_id: /base}
         target_point_offset: {x: 0, y: 0.0, z: -0.0}
         constraint_region:
           primitives: [{type: sphere, dimensions: [0.01]}]
@@ -43,6 +46,8 @@ start_state:
   multi_dof_joint_state: {transforms: [{translation: [0, 0, 4]}]}
 )"));
   EXPECT_EQ(request.group_name, "arm");
+  EXPECT_EQ(request.allowed_planning_time, 2.5);
+  EXPECT_EQ(request.num_planning_attempts, 3);
   EXPECT_THAT(request.start, ElementsAre(Pair("b", 1.0), Pair("finger", 2.0)));
   ASSERT_TRUE(request.base_pose);
   EXPECT_EQ(request.base_pose->translation(), Eigen::Vector3d(0, 0, 4));
@@ -52,11 +57,14 @@ start_state:
   EXPECT_TRUE(request.goals[1].joints.empty());
   ASSERT_EQ(request.goals[1].positions.size(), 1u);
   EXPECT_EQ(request.goals[1].positions[0].link, "hand");
+  EXPECT_EQ(request.goals[1].positions[0].frame, "base");
   EXPECT_EQ(request.goals[1].positions[0].position, Eigen::Vector3d(1, 2, 3));
 
   const Request only_start = ParseRequest("start_state: {}", "r");
   EXPECT_TRUE(only_start.goals.empty());
   EXPECT_FALSE(only_start.base_pose);
+  EXPECT_FALSE(only_start.allowed_planning_time);
+  EXPECT_EQ(only_start.num_planning_attempts, 1);
 }
 
 TEST(Request, FaultsAreNamedWithTheirLine) {
@@ -71,6 +79,9 @@ TEST(Request, FaultsAreNamedWithTheirLine) {
       {joints + "{joint_name: a, position: fast}", "r:3: found \"fast\", expected a finite number"},
       {joints + "{joint_name: a, position: 1}\n   - {joint_name: a, position: 1}",
        "r:4: found joint \"a\" again, expected one position for each joint"},
+      {"start_state: {}\nallowed_planning_time: -1", "r:2: found \"-1\", expected seconds"},
+      {"start_state: {}\nnum_planning_attempts: 1.5",
+       "r:2: found \"1.5\", expected a number of attempts from 0 to 1000000"},
       {position + "{link_name: hand}", "r:3: found nothing under `constraint_region`, expected a value"},
       {position + "{link_name: hand, constraint_region: {meshes: [{}]}}",
        "r:3: found no `primitive_poses`, expected the pose of the region for link \"hand\""},
@@ -83,21 +94,31 @@ TEST(Request, FaultsAreNamedWithTheirLine) {
   }
 }
 
-TEST(Request, WhatIsNotConsideredIsWarnedOfOnce) {
-  const LogCapture log;
-  const std::string goal =
-      "{position_constraints: [{header: {frame_id: FRAME}, link_name: hand, constraint_region: "
-      "{primitive_poses: "
-      "[{}]}}], orientation_constraints: [{}]}";
-  const auto in_frame = [&goal](const std::string& frame) {
-    return std::string(goal).replace(goal.find("FRAME"), 5, frame);
+TEST(Request, WhatIsNotHonouredIsListed) {
+  const std::string none = "joint_constraints: [], visibility_constraints: [], name: x";
+  const std::string goal = "goal_constraints: [{joint_constraints: [{joint_name: a, position: 1}], ";
+  const std::pair<std::string, const char*> cases[] = {
+      {"path_constraints: {" + none + "}\ntrajectory_constraints: {constraints: [{" + none + "}]}\n" + goal +
+           "orientation_constraints: []}]",
+       ""},
+      {"start_state: {}\npath_constraints: {position_constraints: [{}]}",
+       "path_constraints r:2: constraints on the path"},
+      {"start_state: {}\ntrajectory_constraints: {constraints: [{joint_constraints: [{}]}]}",
+       "trajectory_constraints r:2: constraints on the trajectory"},
+      {goal + "orientation_constraints: [{}]}]",
+       "orientation_constraints r:1: an orientation constraint of a goal"},
+      {goal + "visibility_constraints: [{}]}]",
+       "visibility_constraints r:1: a visibility constraint of a goal"},
+      {"start_state: {attached_collision_objects: [{}]}",
+       "attached_objects r:1: an object attached to the robot"},
   };
-  ParseRequest("goal_constraints: [" + in_frame("/world") + ", " + in_frame("''") + "]", "r");
-  ParseRequest("goal_constraints: [" + in_frame("/base") + ", " + in_frame("base") + "]", "s");
-  EXPECT_THAT(log.warnings(),
-              ElementsAre("r: Orientation constraints are not considered.",
-                          "s: Orientation constraints are not considered.",
-                          "s: Frame \"base\" of a position constraint is taken for the world."));
+  for (const auto& [text, expected] : cases) {
+    std::string found;
+    for (const Unhonoured& one : ParseRequest(text, "r").unhonoured) {
+      found += std::string(ToString(one.kind)) + " " + ToText(one);
+    }
+    EXPECT_EQ(found, expected) << text;
+  }
 }
 
 TEST(Request, ConfigurationsAreInTheOrderOfTheRobot) {

@@ -27,6 +27,7 @@ PlanRecord SmallRecord() {
   PlanRecord record;
   record.robot = "arm \"x\"";
   record.joint_names = {"a", "b"};
+  record.held_joints = {{"torso", 0.25}};
   record.start = Vec({0.1, -0.0});
   record.target = Vec({1, 1e-300});
   record.settings = {{"z", 0.5}, {"a", std::int64_t{7}}, {"on", true}, {"frame", "tool"}};
@@ -42,6 +43,9 @@ PlanRecord SmallRecord() {
   record.statistics.num_nodes = {4, 5};
   record.check.emplace();
   record.check->passed = true;
+  record.check->verdict = "valid with cones ignored";
+  record.check->ignored = {"cones"};
+  record.check->uncovered_links = {"hand"};
   record.check->step = 0.01;
   return record;
 }
@@ -51,6 +55,9 @@ TEST(ResultFile, JsonIsLaidOutForReaders) {
   EXPECT_EQ(ToJson(record), R"({
   "robot": "arm \"x\"",
   "joint_names": ["a","b"],
+  "held_joints": {
+    "torso": 0.25
+  },
   "start": [0.1,-0.0],
   "target": [1.0,1e-300],
   "settings": {
@@ -90,6 +97,9 @@ TEST(ResultFile, JsonIsLaidOutForReaders) {
   },
   "check": {
     "passed": true,
+    "verdict": "valid with cones ignored",
+    "ignored": ["cones"],
+    "uncovered_links": ["hand"],
     "step": 0.01,
     "num_configurations": 0,
     "fault": "",

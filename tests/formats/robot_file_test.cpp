@@ -345,15 +345,59 @@ TEST(RobotFile, NamedConfigurations) {
                           Pair("wide", Vec({1.0, 1.0}))));
   // "home" is outside the limits.
   EXPECT_EQ(arm.description->defaultCSpaceConfiguration(), Vec({-0.5, 0.25}));
-  EXPECT_THAT(log.warnings(), IsEmpty());
+  const std::string outside =
+      R"(arm.srdf:16: group state "home" puts "j1" at 5, outside its limits -1 and 2.)";
+  EXPECT_THAT(log.warnings(), ElementsAre(outside));
 
   options.group = "all";
   const LoadedRobot all = Parse(Arm(), options, kGroups);
   EXPECT_THAT(all.named_configurations, ElementsAre(Pair("wide", Vec({1.0, 1.0, 2.0}))));
   EXPECT_EQ(all.description->defaultCSpaceConfiguration(), Vec({0.5, 0.5, 0.5}));
   EXPECT_THAT(log.warnings(),
-              ElementsAre("arm.srdf:18: group state \"default\" has no value for \"left\" and is "
-                          "left out."));
+              ElementsAre(outside,
+                          "arm.srdf:18: group state \"default\" has no value for \"left\" and "
+                          "is left out.",
+                          outside));
+}
+
+TEST(RobotFile, WhatDoesNotFitInAnSrdfIsWarnedOf) {
+  const LogCapture log;
+  ParseRobot({"arm.urdf", "<robot name='arm'>" + Arm() + "</robot>"},
+             FileText{"leg.srdf",
+                      "<robot name='leg'><disable_collisions link1='a' link2='c'/>\n"
+                      "<disable_collisions link1='c' link2='b'/>\n"
+                      "<group_state name='up' group='x'><joint name='j3' value='0'/></group_state></robot>"},
+             std::nullopt);
+  EXPECT_THAT(log.warnings(),
+              ElementsAre(R"(leg.srdf: is for a robot "leg", the URDF describes "arm".)",
+                          R"(leg.srdf:1: collisions are disabled for "c", which is no link of the robot.)",
+                          R"(leg.srdf:3: group state "up" names "j3", which is no joint of the robot.)"));
+}
+
+TEST(RobotFile, IsMadeWithJointsWhereAStatePutsThem) {
+  RobotFileOptions options;
+  options.joints = {"slide"};
+  options.joint_values = {{"spin", 0.25}};
+  const RobotFiles files({"arm.urdf", "<robot name='arm'>" + Mechanism() + "</robot>"}, std::nullopt,
+                         std::nullopt, options);
+  // Beyond its limit, a value that goes behind that of the options, and names without a meaning.
+  const LoadedRobot robot = files.make({{"turn", 2.5}, {"spin", 9}, {"weld", 9}, {"slide", 9}, {"none", 9}});
+  RobotFileOptions placed = options;
+  placed.joint_values["turn"] = 1.5;
+  const Eigen::VectorXd q = Vec({0.5});
+  for (const char* frame : {"b", "c", "d", "e", "h"}) {
+    ExpectSame(Place(*files.make({{"turn", 1.5}}).description, q, frame),
+               Place(*Parse(Mechanism(), placed).description, q, frame));
+  }
+  const auto& joints = robot.other_joints;
+  using Kind = LoadedRobot::OtherJoint::Kind;
+  EXPECT_EQ(joints.size(), 6u);
+  EXPECT_EQ(joints.at("turn").kind, Kind::kHeld);
+  EXPECT_EQ(joints.at("turn").value(q), 2.5);
+  EXPECT_EQ(joints.at("spin").value(q), 0.25);
+  EXPECT_EQ(joints.at("weld").kind, Kind::kFixed);
+  EXPECT_EQ(joints.at("twist").kind, Kind::kFollower);
+  EXPECT_EQ(joints.at("twist").value(q), 5.1);
 }
 
 TEST(RobotFile, WhereSpheresComeFrom) {

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <memory>
 #include <random>
 #include <sstream>
 #include <string>
@@ -180,27 +181,93 @@ collision_objects:
   EXPECT_EQ(std::get<SphereObstacle>(scene.objects[0].parts.at(0).shape).radius, 3.0);
 }
 
-TEST(Scene, WhatIsNotConsideredIsWarnedOf) {
+TEST(Scene, WhatIsNotHonouredIsListed) {
   const std::string ball = "{type: sphere, dimensions: [1]}";
+  const std::string object = "world: {collision_objects: [{id: a, primitives: [" + ball + "]";
   const std::vector<std::pair<std::string, std::string>> cases = {
-      {"world: {octomap: {}}", "s: The scene has no obstacle."},
-      {"world: {collision_objects: [{id: a}]}", "s: The scene has no obstacle."},
-      {"{robot_state: {attached_collision_objects: [{}]}, world: {collision_objects: [{id: a, primitives: [" +
-           ball + "]}]}}",
-       "s: Objects attached to the robot are not considered."},
-      // Once for the file.
-      {"collision_objects: [{id: a, header: {frame_id: arm}, primitives: [" + ball +
-           "]}, {id: b, header: {frame_id: arm}, primitives: [" + ball + "]}]",
-       "s: Frame \"arm\" is not defined in the file; what is given in it is placed as if it were the world."},
+      // What says nothing is nothing.
+      {object + "}], octomap: {octomap: {id: x, data: []}}}\nlink_padding: [{link_name: l, padding: 0}]\n"
+                "link_scale: [{link_name: l, scale: 1.0}]\nallowed_collision_matrix: {entry_names: []}",
+       ""},
+      {object + ", header: {frame_id: arm}}]}", ""},
+      {object + "}], octomap: {octomap: {data: [1]}}}", "octomap s:1: an octomap"},
+      {object + ", meshes: [{}]}]}", "meshes s:1: a mesh in object \"a\""},
+      {"world: {collision_objects: [{id: a, primitives: [{type: 4, dimensions: [1, 1]}, " + ball + "]}]}",
+       "cones s:1: a cone in object \"a\""},
+      {object + "}]}\nlink_padding: [{link_name: l, padding: 0.1}]",
+       "link_padding s:2: link_padding 0.1 of link \"l\""},
+      {object + "}]}\nlink_scale: [{link_name: l, scale: 0}]", "link_scale s:2: link_scale 0 of link \"l\""},
+      {object + "}]}\nrobot_state: {attached_collision_objects: [{link_name: l, object: {id: cup}}]}",
+       "attached_objects s:2: an object \"cup\" attached to link \"l\""},
   };
-  for (const auto& [text, warning] : cases) {
-    const LogCapture log;
-    ParseSceneYaml(text, "s");
-    EXPECT_THAT(log.warnings(), ElementsAre(warning)) << text;
-  }
   const LogCapture log;
-  ParseSceneText("name\n.\n", "t");
+  for (const auto& [text, unhonoured] : cases) {
+    const Scene scene = ParseSceneYaml(text, "s");
+    EXPECT_EQ(scene.objects.at(0).parts.size(), 1u) << text;
+    std::string found;
+    for (const Unhonoured& one : scene.unhonoured) {
+      found += std::string(ToString(one.kind)) + " " + ToText(one);
+    }
+    EXPECT_EQ(found, unhonoured) << text;
+  }
+  const Scene text = ParseSceneText(
+      "n\n* o\n2\nmesh\n3 1\n0 0 0\n1 0 0\n0 1 0\n0 1 2\n0 0 0\n0 0 0 1\n0 0 0 0\n"
+      "cone\n1 2\n0 0 0\n0 0 0 1\n0 0 0 0\n.\n",
+      "t");
+  ASSERT_EQ(text.unhonoured.size(), 2u);
+  EXPECT_EQ(ToText(text.unhonoured[0]), "t:4: a mesh in object \"o\"");
+  EXPECT_EQ(ToText(text.unhonoured[1]), "t:13: a cone in object \"o\"");
   EXPECT_THAT(log.warnings(), ElementsAre("t: The scene has no obstacle."));
+}
+
+TEST(Scene, ObjectsInOtherFramesArePlacedWhereTheseAre) {
+  const Scene scene = ParseSceneYaml(
+      "{fixed_frame_transforms: [], collision_objects: [\n{id: a, header: {frame_id: /hand}, "
+      "pose: {position: [1, 0, 0]}, primitives: [{type: sphere, dimensions: [0.5]}]}]}",
+      "s");
+  World world;
+  EXPECT_EQ(FileErrorOf([&] { AddToWorld(scene, world); }),
+            "s:2: found object \"a\" in frame \"hand\", expected the world, a frame of this file or one of "
+            "the robot");
+  EXPECT_EQ(world.numObstacles(), 0u);
+  AddToWorld(scene, world, {{"hand", Pose3::FromTranslation({0, 3, 0})}});
+  EXPECT_NEAR(world.view().nearestObstacle({1, 3, 0})->distance, -0.5, 1e-12);
+}
+
+TEST(Scene, AMatrixThatDiffersFromTheSrdfIsFound) {
+  LoadedRobot robot;
+  robot.bodies = {{"a", 0}, {"b", 1}, {"c", 2}, {"rigid with c", 2}};
+  Srdf srdf;
+  srdf.disabled_pairs = {{"b", "a", "", 0}};
+  robot.srdf = std::make_shared<const Srdf>(srdf);
+  const auto difference = [&](const std::string& matrix) {
+    const Scene scene = ParseSceneYaml(
+        "{collision_objects: [{id: o, primitives: [{type: sphere, dimensions: [1]}]}],\n"
+        "allowed_collision_matrix: {" +
+            matrix + "}}",
+        "s");
+    const auto found = FindMatrixDifference(scene, robot);
+    return found ? ToText(*found) : "none";
+  };
+  const std::string other = " touch, other than by the robot's SRDF";
+  const std::string start = "s:2: an allowed collision matrix by which ";
+  const std::pair<const char*, std::string> cases[] = {
+      {"", "none"},
+      {"entry_names: [a, b, c], entry_values: [[0, 1, 0], [1, 0, 0], [0, 0, 1]]", "none"},
+      {"entry_names: [a, b], entry_values: [{enabled: [false, true]}, {enabled: [true, false]}]", "none"},
+      {"entry_names: [a, b], entry_values: [[0, 0], [0, 0]]",
+       start + "links \"a\" and \"b\" must not" + other},
+      {"entry_names: [a, b], entry_values: [[0, 1], [1, 0]], default_entry_names: [c], "
+       "default_entry_values: [true]",
+       start + "links \"a\" and \"c\" may" + other},
+      // Where both have a default, both have to allow it.
+      {"default_entry_names: [a, b, c, rigid with c, o], default_entry_values: [1, 1, 0, 0, 0]", "none"},
+      {"entry_names: [a, b, o], entry_values: [[0, 1, 0], [1, 0, 1], [0, 1, 0]]",
+       start + "link \"b\" and object \"o\" may touch"},
+  };
+  for (const auto& [matrix, expected] : cases) {
+    EXPECT_EQ(difference(matrix), expected) << matrix;
+  }
 }
 
 TEST(Scene, FaultsInYamlAreNamedWithTheirLine) {
@@ -210,15 +277,15 @@ TEST(Scene, FaultsInYamlAreNamedWithTheirLine) {
   const std::vector<std::pair<std::string, std::string>> cases = {
       {"", "s: found nothing, expected a map"},
       {"a: [1,\nb: }", "s:2: found what is no YAML: illegal flow end"},
+      {"a: 1\nb: {c: 1,\n c: 2}", "s:3: found key \"c\" again, expected each key once in a map"},
+      {"a: 1\n---\na: 2", "s:2: found a second document, expected one"},
+      {"a: &x [1, [*x]]", "s:1: found a value inside itself, expected one that ends"},
       {"[1, 2]", "s:1: found a sequence of 2 elements, expected a map"},
       {"\nworld: text", "s:2: found \"text\", expected a map"},
       {"world:\n collision_objects:\n  - {}", "s:3: found nothing under `id`, expected a value"},
       {object + "operation: remove",
        "s:4: found operation \"remove\" of object \"o\", expected \"add\" or 0"},
       {object + "operation: 1", "s:4: found operation \"1\" of object \"o\", expected \"add\" or 0"},
-      {object + "meshes: [{}]", "s:4: found a mesh in object \"o\"" + shapes},
-      {object + "primitives:\n   - {type: 4, dimensions: [1, 1]}",
-       "s:5: found a cone in object \"o\"" + shapes},
       {object + "primitives: [{type: prism}]", "s:4: found shape \"prism\" in object \"o\"" + shapes},
       {object + "primitives: [{type: box, dimensions: [1, 1]}]",
        "s:4: found a sequence of 2 elements, expected the dimensions [x, y, z] of a box"},
@@ -257,6 +324,10 @@ TEST(Scene, FaultsInYamlAreNamedWithTheirLine) {
        "s:4: found a sequence of 3 elements, expected the coefficients [a, b, c, d] of a plane"},
       {"robot_state:\n  joint_state: {name: [a], position: []}",
        "s:2: found 1 joint names and 0 positions, expected one position for each name"},
+      {"robot_state:\n  multi_dof_joint_state: {transforms: [{},\n {}]}",
+       "s:3: found a second transform of the robot state, expected one, of the robot base"},
+      {box + "meshes: [{}]\nallowed_collision_matrix:\n {entry_names: [a], entry_values: [[1, 0]]}",
+       "s:7: found 2 columns of `entry_values`, expected 1, one for each name"},
       {"robot_state:\n  joint_state: {name: [a, a], position: [1, 2]}",
        "s:2: found joint \"a\" again, expected one position for each joint"},
   };
@@ -283,10 +354,9 @@ TEST(Scene, FaultsInTextAreNamedWithTheirLine) {
       {"n\n* o\n99999999999999999999\n",
        "t:3: found \"99999999999999999999\", expected the number of shapes"},
       {"n\n* o\n9999999999999999999\n", "t:3: found the end of the file, expected a shape"},
-      {shape + "cone\n",
-       "t:4: found shape \"cone\" in object \"o\", expected a box, a sphere, a cylinder or a plane"},
-      {shape + "mesh\n",
-       "t:4: found shape \"mesh\" in object \"o\", expected a box, a sphere, a cylinder or a plane"},
+      {shape + "torus\n",
+       "t:4: found shape \"torus\" in object \"o\", expected a box, a sphere, a cylinder or a plane"},
+      {shape + "mesh\n1e99 0\n1 2\n", "t:6: found \"1 2\", expected a vertex or a triangle of a mesh"},
       {shape + "box\n1 1\n", "t:5: found \"1 1\", expected the sizes x y z of a box"},
       {shape + "cylinder\n1 -2\n",
        "t:5: found \"-2\", expected the radius and the length of a cylinder, positive"},

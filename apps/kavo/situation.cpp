@@ -1,0 +1,229 @@
+#include "apps/kavo/situation.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+
+#include "apps/kavo/command.h"
+#include "apps/kavo/text.h"
+#include "kavo/kinematics/interface/kinematics_internal.h"
+
+namespace kavo::command {
+
+namespace {
+
+using Other = formats::LoadedRobot::OtherJoint;
+
+std::optional<std::size_t> CoordinateOf(const RobotDescription& robot, const std::string& joint) {
+  for (std::size_t i = 0; i < robot.numCSpaceCoords(); ++i) {
+    if (robot.cSpaceCoordName(i) == joint) {
+      return i;
+    }
+  }
+  return std::nullopt;
+}
+
+std::string Quoted(const std::string& name) { return "'" + Printable(name) + "'"; }
+
+}  // namespace
+
+void Situations::CheckNames(const std::string& file, const JointValues& joints) {
+  const std::shared_ptr<const formats::LoadedRobot> robot = robot_.Make({});
+  for (const auto& [name, value] : joints) {
+    if (CoordinateOf(*robot->description, name)) {
+      continue;
+    }
+    const auto other = robot->other_joints.find(name);
+    if (other == robot->other_joints.end()) {
+      throw UnusableInput(file + ": found a value for joint " + Quoted(name) +
+                          ", which the robot does not have, expected joints of its URDF or SRDF");
+    }
+    if (other->second.kind == Other::Kind::kFixed || other->second.kind == Other::Kind::kVirtual) {
+      notes_.Say("values of joint " + Quoted(name) + ", which is " +
+                 (other->second.kind == Other::Kind::kFixed ? "fixed" : "virtual") + ", are passed over");
+    }
+  }
+}
+
+void Situations::CheckFollowers(const std::string& what, const JointValues& joints,
+                                const formats::LoadedRobot& robot, const Eigen::VectorXd& q) {
+  constexpr double kTolerance = 1e-4;
+  for (const auto& [name, value] : joints) {
+    const auto other = robot.other_joints.find(name);
+    if (other == robot.other_joints.end() || other->second.kind != Other::Kind::kFollower) {
+      continue;
+    }
+    if (const double followed = other->second.value(q); !(std::fabs(value - followed) <= kTolerance)) {
+      notes_.Say("joint " + Quoted(name) + " is at " + Number(value) + " by " + what +
+                 ", but mimics another one and stands at " + Number(followed));
+    }
+  }
+}
+
+void Situations::CheckState(const JointValues& state, const formats::LoadedRobot& robot,
+                            const Eigen::VectorXd& start) {
+  CheckFollowers("the state", state, robot, start);
+  for (const auto& [name, joint] : robot.other_joints) {
+    const double beyond = std::max(joint.limits.min - joint.offset, joint.offset - joint.limits.max);
+    if (joint.kind == Other::Kind::kHeld && beyond > rules_.LimitTolerance()) {
+      notes_.Say("joint " + Quoted(name) + ", which is not planned for, stands at " + Number(joint.offset) +
+                 ", outside its limits " + Number(joint.limits.min) + " and " + Number(joint.limits.max));
+    }
+  }
+}
+
+std::optional<Pose3> Situations::FindFrame(const std::string& frame, const std::string& what,
+                                           const Situation& situation) {
+  if (const auto& srdf = situation.robot->srdf) {
+    const auto starts_here = [&](const auto& joint) { return joint.parent_frame == frame; };
+    if (std::any_of(srdf->virtual_joints.begin(), srdf->virtual_joints.end(), starts_here)) {
+      return situation.base_pose.inverse();
+    }
+  }
+  const std::unique_ptr<Kinematics> kinematics = situation.robot->description->kinematics();
+  const std::vector<std::string> names = kinematics->frameNames();
+  if (std::find(names.begin(), names.end(), frame) == names.end()) {
+    return std::nullopt;
+  }
+  // All descriptions come with this kind of model.
+  const auto& model = dynamic_cast<const KinematicsInternal&>(*kinematics).model();
+  if (!model.plan({model.frame(frame)}).steps.empty()) {
+    notes_.Say(what + " is given in frame " + Quoted(frame) +
+               ", which moves with the joints that are planned for: it is placed where that is at the start");
+  }
+  return kinematics->pose(situation.start, kinematics->frame(frame));
+}
+
+void Situations::PlaceObjects(const std::vector<formats::Scene>& scenes, Situation& situation) {
+  using Kind = formats::Unhonoured::Kind;
+  std::vector<formats::Unhonoured> unhonoured;
+  for (const formats::Scene& scene : scenes) {
+    formats::FramePoses frames;
+    for (const formats::Scene::Object& object : scene.objects) {
+      if (object.frame.empty() || object.parts.empty() || frames.count(object.frame) != 0) {
+        continue;
+      }
+      const std::string what = "object " + Quoted(object.id);
+      if (const std::optional<Pose3> pose = FindFrame(object.frame, what, situation)) {
+        frames[object.frame] = *pose;
+      } else {
+        unhonoured.push_back({Kind::kUnknownFrames, what + " in an unknown frame " + Quoted(object.frame),
+                              scene.file, object.line});
+        frames[object.frame] = situation.base_pose.inverse();
+      }
+    }
+    unhonoured.insert(unhonoured.end(), scene.unhonoured.begin(), scene.unhonoured.end());
+    if (const auto difference = FindMatrixDifference(scene, *situation.robot)) {
+      unhonoured.push_back(*difference);
+    }
+    rules_.Admit(unhonoured, situation.scope);
+    AddToWorld(scene, situation.world, frames);
+  }
+}
+
+Situation Situations::Read(const std::vector<std::string>& scene_files, const formats::Request* request,
+                           const std::optional<Eigen::VectorXd>& start) {
+  Situation situation;
+  JointValues state;
+  if (request != nullptr) {
+    CheckNames(request->file, request->start);
+    state = request->start;
+    rules_.Admit(request->unhonoured, situation.scope);
+  }
+  std::vector<formats::Scene> scenes;
+  for (const std::string& file : scene_files) {
+    scenes.push_back(formats::ReadScene(file));
+    formats::Scene& scene = scenes.back();
+    CheckNames(file, scene.joint_state);
+    state.insert(scene.joint_state.begin(), scene.joint_state.end());
+    situation.base_pose = scene.base_pose;
+  }
+  if (request != nullptr && request->base_pose) {
+    situation.base_pose = *request->base_pose;
+    for (formats::Scene& scene : scenes) {
+      scene.base_pose = *request->base_pose;
+    }
+  }
+  situation.robot = robot_.Make(state);
+  const RobotDescription& description = *situation.robot->description;
+  situation.start =
+      start ? *start
+            : formats::ConfigurationFromJoints(description, state, description.defaultCSpaceConfiguration());
+  rules_.Admit(*situation.robot, situation.scope);
+  rules_.PutOnLimits(description, "the start", situation.start, notes_);
+  CheckState(state, *situation.robot, situation.start);
+  PlaceObjects(scenes, situation);
+  return situation;
+}
+
+Query Situations::QueryOf(const formats::Request& request, const formats::Request::Goal& goal,
+                          Situation& situation) {
+  const formats::LoadedRobot& robot = *situation.robot;
+  // All constraints of one goal hold together.
+  if (goal.positions.size() + (goal.joints.empty() ? 0 : 1) > 1) {
+    throw UnusableInput(request.file +
+                        ": found a goal of several positions, or of joint values and positions; " +
+                        "expected joint values or one position");
+  }
+  Query query;
+  query.start = situation.start;
+  if (goal.joints.empty()) {
+    const formats::Request::PositionTarget& target = goal.positions.front();
+    Pose3 base_from_frame = situation.base_pose.inverse();
+    if (!target.frame.empty()) {
+      const std::string what = "the position for link " + Quoted(target.link);
+      if (const std::optional<Pose3> pose = FindFrame(target.frame, what, situation)) {
+        base_from_frame = *pose;
+      } else {
+        rules_.Admit({{formats::Unhonoured::Kind::kUnknownFrames,
+                       what + " in an unknown frame " + Quoted(target.frame), request.file, target.line}},
+                     situation.scope);
+      }
+    }
+    query.target = formats::PlanRecord::PositionTarget{target.link, base_from_frame * target.position};
+    return query;
+  }
+  CheckNames(request.file, goal.joints);
+  bool names_any = false;
+  for (const auto& [name, value] : goal.joints) {
+    names_any = names_any || CoordinateOf(*robot.description, name);
+    const auto other = robot.other_joints.find(name);
+    if (other != robot.other_joints.end() && other->second.kind == Other::Kind::kHeld &&
+        !(std::fabs(value - other->second.offset) <= 1e-4)) {
+      throw UnusableInput(request.file + ": found a goal with joint " + Quoted(name) + " at " +
+                          Number(value) + ", which is not planned for and stands at " +
+                          Number(other->second.offset));
+    }
+  }
+  if (!names_any) {
+    throw UnusableInput(request.file +
+                        ": found a goal that names none of the robot's joints, expected some of " +
+                        Join(JointNames(*robot.description), ","));
+  }
+  Eigen::VectorXd target = formats::ConfigurationFromJoints(*robot.description, goal.joints, query.start);
+  rules_.PutOnLimits(*robot.description, "the goal", target, notes_);
+  CheckFollowers("the goal", goal.joints, robot, target);
+  query.target = target;
+  return query;
+}
+
+std::vector<Query> Situations::QueriesOf(const formats::Request& request, Situation& situation) {
+  std::vector<Query> queries;
+  for (const formats::Request::Goal& goal : request.goals) {
+    queries.push_back(QueryOf(request, goal, situation));
+  }
+  if (queries.empty()) {
+    throw UnusableInput(request.file + ": found no goal, expected at least one");
+  }
+  return queries;
+}
+
+double Length(const std::vector<Eigen::VectorXd>& path) {
+  double length = 0.0;
+  for (std::size_t i = 1; i < path.size(); ++i) {
+    length += (path[i] - path[i - 1]).norm();
+  }
+  return length;
+}
+
+}  // namespace kavo::command

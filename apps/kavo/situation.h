@@ -1,0 +1,82 @@
+#pragma once
+
+#include <Eigen/Core>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "apps/kavo/input_rules.h"
+#include "apps/kavo/robot_options.h"
+#include "kavo/formats/request.h"
+#include "kavo/formats/result_file.h"
+#include "kavo/formats/scene.h"
+#include "kavo/world/world.h"
+
+namespace kavo::command {
+
+//! The robot among its obstacles, as the files say.
+struct Situation {
+  //! With the joints that are not planned for where the request and the scenes put them.
+  std::shared_ptr<const formats::LoadedRobot> robot;
+  //! In the frame of the robot's base.
+  World world;
+  //! Pose of the robot base in the world of the files.
+  Pose3 base_pose;
+  Eigen::VectorXd start;
+  Scope scope;
+};
+
+//! What one planning run is asked.
+struct Query {
+  Eigen::VectorXd start;
+  //! A configuration, or a position relative to the robot's base; an empty frame is the planner's.
+  std::variant<Eigen::VectorXd, formats::PlanRecord::PositionTarget> target;
+};
+
+//! Brings the files about a robot together. Whatever they ask for that cannot be had ends in `UnusableInput`
+//! or `formats::FileError`, unless the rules let it pass.
+class Situations {
+ public:
+  Situations(RobotModel robot, const InputRules& rules) : robot_(std::move(robot)), rules_(rules) {}
+
+  //! The robot without any state.
+  const formats::LoadedRobot& Robot() { return *robot_.Make({}); }
+
+  //! \param request Null without one. Its state goes before that of the scenes, joint by joint, and its base
+  //!     pose before theirs.
+  //! \param start Goes before both. Without one, joints that neither names start in the default configuration.
+  Situation Read(const std::vector<std::string>& scene_files, const formats::Request* request,
+                 const std::optional<Eigen::VectorXd>& start = {});
+
+  //! One query for each goal of the request; joints that a goal does not name stay where they start. Throws
+  //! `UnusableInput` without a goal, for one that names none of the robot's joints, and for one that is more
+  //! than joint values or one position: a planner takes one of them.
+  std::vector<Query> QueriesOf(const formats::Request& request, Situation& situation);
+
+  const InputRules& Rules() const { return rules_; }
+  Notes& GetNotes() { return notes_; }
+
+ private:
+  using JointValues = std::map<std::string, double>;
+
+  void CheckNames(const std::string& file, const JointValues& joints);
+  void CheckState(const JointValues& state, const formats::LoadedRobot& robot, const Eigen::VectorXd& start);
+  void CheckFollowers(const std::string& what, const JointValues& joints, const formats::LoadedRobot& robot,
+                      const Eigen::VectorXd& q);
+  std::optional<Pose3> FindFrame(const std::string& frame, const std::string& what,
+                                 const Situation& situation);
+  void PlaceObjects(const std::vector<formats::Scene>& scenes, Situation& situation);
+  Query QueryOf(const formats::Request& request, const formats::Request::Goal& goal, Situation& situation);
+
+  RobotModel robot_;
+  const InputRules& rules_;
+  Notes notes_;
+};
+
+//! Euclidean, in c-space.
+double Length(const std::vector<Eigen::VectorXd>& path);
+
+}  // namespace kavo::command

@@ -1,0 +1,58 @@
+#include "kavo/formats/unhonoured.h"
+
+#include "kavo/formats/file_error.h"
+
+namespace kavo::formats {
+
+const std::vector<Unhonoured::Kind>& UnhonouredKinds() {
+  using Kind = Unhonoured::Kind;
+  static const std::vector<Kind> kinds = {Kind::kPathConstraints,
+                                          Kind::kVisibilityConstraints,
+                                          Kind::kTrajectoryConstraints,
+                                          Kind::kOrientationConstraints,
+                                          Kind::kOctomap,
+                                          Kind::kLinkPadding,
+                                          Kind::kLinkScale,
+                                          Kind::kAttachedObjects,
+                                          Kind::kMeshes,
+                                          Kind::kCones,
+                                          Kind::kAllowedCollisionMatrix,
+                                          Kind::kUnknownFrames};
+  return kinds;
+}
+
+const char* ToString(Unhonoured::Kind kind) {
+  switch (kind) {
+    case Unhonoured::Kind::kPathConstraints:
+      return "path_constraints";
+    case Unhonoured::Kind::kVisibilityConstraints:
+      return "visibility_constraints";
+    case Unhonoured::Kind::kTrajectoryConstraints:
+      return "trajectory_constraints";
+    case Unhonoured::Kind::kOrientationConstraints:
+      return "orientation_constraints";
+    case Unhonoured::Kind::kOctomap:
+      return "octomap";
+    case Unhonoured::Kind::kLinkPadding:
+      return "link_padding";
+    case Unhonoured::Kind::kLinkScale:
+      return "link_scale";
+    case Unhonoured::Kind::kAttachedObjects:
+      return "attached_objects";
+    case Unhonoured::Kind::kMeshes:
+      return "meshes";
+    case Unhonoured::Kind::kCones:
+      return "cones";
+    case Unhonoured::Kind::kAllowedCollisionMatrix:
+      return "allowed_collision_matrix";
+    case Unhonoured::Kind::kUnknownFrames:
+      return "unknown_frames";
+  }
+  return "unknown";
+}
+
+std::string ToText(const Unhonoured& unhonoured) {
+  return FileError(unhonoured.file, unhonoured.line, unhonoured.what).what();
+}
+
+}  // namespace kavo::formats

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "kavo/util/export.h"
+
+namespace kavo::formats {
+
+//! Something that a file asks for and that is not honoured, although it can change an answer. Readers list
+//! them; whether to go on without is for the caller to decide.
+struct KAVO_EXPORT Unhonoured {
+  enum class Kind {
+    kPathConstraints,
+    kVisibilityConstraints,
+    kTrajectoryConstraints,
+    kOrientationConstraints,
+    kOctomap,
+    kLinkPadding,
+    kLinkScale,
+    kAttachedObjects,
+    kMeshes,
+    kCones,
+    kAllowedCollisionMatrix,
+    kUnknownFrames,
+  };
+
+  Kind kind = Kind::kPathConstraints;
+  //! For a reader, such as `a mesh in object "shelf"`.
+  std::string what;
+  std::string file;
+  //! First line is 1.
+  int line = 0;
+};
+
+//! All kinds, in the order above.
+KAVO_EXPORT const std::vector<Unhonoured::Kind>& UnhonouredKinds();
+
+//! The name of a kind: "path_constraints" and so on.
+KAVO_EXPORT const char* ToString(Unhonoured::Kind kind);
+
+//! "file:line: what".
+KAVO_EXPORT std::string ToText(const Unhonoured& unhonoured);
+
+}  // namespace kavo::formats

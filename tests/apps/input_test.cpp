@@ -1,0 +1,261 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include "tests/apps/robots.h"
+#include "tests/apps/run_kavo.h"
+
+namespace kavo::testing {
+namespace {
+
+using ::testing::AllOf;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+using Arguments = std::vector<std::string>;
+
+std::string Replaced(std::string text, const std::string& from, const std::string& to) {
+  return text.replace(text.find(from), from.size(), to);
+}
+
+// What `kavo` makes of files that ask for more than a path of the planned joints.
+class InputTest : public ::testing::Test {
+ protected:
+  // A finger that mimics the slide, and a joint that is fixed.
+  static std::string Urdf() {
+    return Replaced(kArmUrdf, "</robot>",
+                    "<link name='finger'/><link name='mount'/>"
+                    "<joint name='grip' type='prismatic'><parent link='gripper'/><child link='finger'/>"
+                    "<limit lower='0' upper='1'/><mimic joint='slide' multiplier='2'/></joint>"
+                    "<joint name='weld' type='fixed'><parent link='post'/><child link='mount'/></joint>"
+                    "</robot>");
+  }
+  static std::string SrdfText() {
+    return Replaced(kArmSrdf, "</robot>",
+                    "<virtual_joint name='base' type='floating' parent_frame='odom' "
+                    "child_link='post'/></robot>");
+  }
+
+  Outcome Run(Arguments command, const Arguments& more, const std::string& scene,
+              const std::string& urdf = Urdf()) const {
+    const Arguments common = {"--robot", folder_.Write("arm.urdf", urdf),
+                              "--srdf",  folder_.Write("arm.srdf", SrdfText()),
+                              "--group", "arm",
+                              "--scene", folder_.Write("scene.yaml", scene)};
+    command.insert(command.end(), common.begin(), common.end());
+    command.insert(command.end(), more.begin(), more.end());
+    return RunKavo(command);
+  }
+  Outcome Plan(const std::string& request, const Arguments& more = {}, const std::string& scene = kPegScene,
+               const std::string& urdf = Urdf()) const {
+    return Run({"plan", "--request", folder_.Write("request.yaml", request)}, more, scene, urdf);
+  }
+
+  Folder folder_;
+};
+
+std::string SceneState(const std::string& names, const std::string& values) {
+  return std::string(kPegScene) + "robot_state: {joint_state: {name: [" + names + "], position: [" + values +
+         "]}}\n";
+}
+
+TEST_F(InputTest, JointsOutsideTheGroupStandWhereTheyArePut) {
+  const std::string at_03 = Replaced(kPegRequest, "[elbow, shoulder], position: [0, 1]",
+                                     "[elbow, shoulder, slide], position: [0, 1, 0.3]");
+  const std::string scene = SceneState("slide", "0.2");
+  const std::string typo = Replaced(kPegRequest, "joint_name: elbow", "joint_name: elbw");
+  const struct {
+    std::string request;
+    std::string scene;
+    Arguments more;
+    int status;
+    // In the answer or the warnings.
+    std::string text;
+  } cases[] = {
+      {kPegRequest, kPegScene, {}, 0, "path found"},
+      {kPegRequest, scene, {}, 0, "joints not planned for: 'slide' at 0.2\n"},
+      {at_03, scene, {}, 0, "joints not planned for: 'slide' at 0.3\n"},
+      {at_03, scene, {"--joint", "slide=0.1"}, 0, "joints not planned for: 'slide' at 0.1\n"},
+      {at_03, scene, {"--joint", "slide=0.1", "--json", "-"}, 0, "\"slide\": 0.1"},
+      {kPegRequest, SceneState("slide", "0.7"), {}, 0, "stands at 0.7, outside its limits 0 and 0.5"},
+      {kPegRequest,
+       SceneState("grip, slide", "0.3, 0.2"),
+       {},
+       0,
+       "joint 'grip' is at 0.3 by the state, but mimics another one and stands at 0.4"},
+      {kPegRequest,
+       SceneState("weld", "1"),
+       {},
+       0,
+       "values of joint 'weld', which is fixed, are passed over"},
+      {kPegRequest, SceneState("base", "1"), {}, 0, "joint 'base', which is virtual, are passed over"},
+      {kPegRequest, SceneState("slyde", "1"), {}, 2, "scene.yaml: found a value for joint 'slyde'"},
+      {typo, kPegScene, {}, 2, "request.yaml: found a value for joint 'elbw'"},
+      {Replaced(kPegRequest, "joint_name: elbow", "joint_name: slide"),
+       scene,
+       {},
+       2,
+       "found a goal with joint 'slide' at 0, which is not planned for and stands at 0.2"},
+      // A start or a goal by a hair beyond the limits, which are 3.
+      {Replaced(kPegRequest, "position: -1", "position: 3.00005"),
+       kPegScene,
+       {},
+       0,
+       "the goal is beyond the limit 3 of joint 'shoulder' by no more than 0.0001"},
+      {Replaced(kPegRequest, "position: -1", "position: 3.00005"),
+       kPegScene,
+       {"--limit-tolerance", "0"},
+       1,
+       "the goal is not valid"},
+      {Replaced(kPegRequest, "position: -1", "position: 3.001"), kPegScene, {}, 1, "the goal is not valid"},
+  };
+  for (const auto& c : cases) {
+    const Outcome plan = Plan(c.request, c.more, c.scene);
+    EXPECT_EQ(plan.status, c.status) << c.text << plan.errors;
+    EXPECT_THAT(plan.output + plan.errors, HasSubstr(c.text));
+  }
+  // The tip is where the slide puts it.
+  const Outcome check = Run({"check", "--path", folder_.Write("path.csv", "0,0\n")}, {},
+                            Replaced(scene, "[2, 0, 0]", "[2.6, 0, 0]"),
+                            Replaced(Urdf(), "<link name=\"gripper\"/>",
+                                     "<link name='gripper'><collision><geometry><sphere radius='0.2'/>"
+                                     "</geometry></collision></link>"));
+  EXPECT_EQ(check.status, 1);
+  EXPECT_THAT(check.output, AllOf(HasSubstr("joints not planned for: 'slide' at 0.2\n"),
+                                  HasSubstr("frame 'gripper' reaches 50 mm into 'peg'")));
+}
+
+TEST_F(InputTest, WhatIsNotHonouredIsRefusedUnlessIgnored) {
+  const std::string ball = "{type: sphere, dimensions: [0.1]}";
+  const std::string far = "primitive_poses: [{position: [9, 9, 9]}]";
+  const std::string objects = "world: {collision_objects: [{id: o, primitives: [" + ball + "], " + far;
+  const struct {
+    std::string kind;
+    std::string of_request;
+    std::string scene;
+  } cases[] = {
+      {"path_constraints", "path_constraints: {joint_constraints: [{}]}\n", objects + "}]}"},
+      {"octomap", "", objects + "}], octomap: {octomap: {data: [1, 2]}}}"},
+      {"meshes", "", objects + ", meshes: [{}]}]}"},
+      {"unknown_frames", "", objects + ", header: {frame_id: hall}}]}"},
+      {"allowed_collision_matrix", "",
+       objects + "}]}\nallowed_collision_matrix: {default_entry_names: [o], default_entry_values: [true]}"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.kind);
+    const std::string request = c.of_request + kPegRequest;
+    const Outcome refused = Plan(request, {}, c.scene);
+    EXPECT_EQ(refused.status, 2);
+    EXPECT_THAT(refused.errors, HasSubstr("to go on without: --ignore " + c.kind + "\n"));
+    const Outcome ignored = Plan(request, {"--ignore", c.kind, "--json", folder_ / "out.json"}, c.scene);
+    EXPECT_EQ(ignored.status, 0);
+    EXPECT_THAT(ignored.output, HasSubstr("check: valid with " + c.kind + " ignored at all "));
+    const auto check = nlohmann::json::parse(ReadFile(folder_ / "out.json"))["check"];
+    EXPECT_EQ(check["ignored"], nlohmann::json({c.kind}));
+    EXPECT_EQ(check["verdict"], "valid with " + c.kind + " ignored");
+  }
+  EXPECT_THAT(Plan(kPegRequest, {"--ignore", "mesh"}).errors, HasSubstr("--ignore"));
+
+  // The same for problems.
+  folder_.Write("problems/scene1.yaml", cases[1].scene);
+  folder_.Write("problems/request1.yaml", kPegRequest);
+  Arguments arguments = {
+      "bench",         "--robot",       folder_ / "arm.urdf", "--problems", folder_ / "problems",
+      "--coordinates", "shoulder,elbow"};
+  EXPECT_EQ(RunKavo(arguments).status, 2);
+  arguments.insert(arguments.end(), {"--ignore", "octomap"});
+  EXPECT_THAT(RunKavo(arguments).output, HasSubstr("ignored in 1 of 1 problems: octomap"));
+}
+
+TEST_F(InputTest, ALinkWithoutSpheresIsRefusedUnlessAllowed) {
+  const std::string urdf = Replaced(
+      Urdf(), "<link name=\"gripper\"/>",
+      "<link name='gripper'><collision><geometry><box size='0.1 0.1 0.1'/></geometry></collision></link>");
+  const Outcome refused = Plan(kPegRequest, {}, kPegScene, urdf);
+  EXPECT_EQ(refused.status, 2);
+  EXPECT_THAT(refused.errors,
+              HasSubstr("of 1 link is not covered by spheres: 'gripper' (box); give --cover"));
+  const Outcome allowed =
+      Plan(kPegRequest, {"--allow-uncovered", "--json", folder_ / "out.json"}, kPegScene, urdf);
+  EXPECT_EQ(allowed.status, 0);
+  EXPECT_THAT(allowed.output, HasSubstr("check: valid for the covered links only (not 'gripper') at all "));
+  EXPECT_EQ(nlohmann::json::parse(ReadFile(folder_ / "out.json"))["check"]["uncovered_links"],
+            nlohmann::json({"gripper"}));
+  EXPECT_THAT(Plan(kPegRequest, {"--cover", "0.05"}, kPegScene, urdf).output,
+              HasSubstr("check: valid at all "));
+}
+
+TEST_F(InputTest, ObjectsInTheFrameOfALinkAreThere) {
+  const auto scene = [](const std::string& frame, const std::string& place) {
+    return "collision_objects: [{id: cup, header: {frame_id: " + frame +
+           "}, primitives: [{type: sphere, dimensions: [0.25]}], primitive_poses: [{position: " + place +
+           "}]}]\nrobot_state: {multi_dof_joint_state: {transforms: [{translation: [0, 0, 1]}]}}";
+  };
+  const struct {
+    std::string frame;
+    std::string place;
+    bool moves;
+  } cases[] = {{"post", "[0, 2, 0]", false},
+               {"mount", "[0, 2, 0]", false},
+               {"upper", "[2, 0, 0]", true},
+               {"odom", "[0, 2, 1]", false},
+               {"world", "[0, 2, 1]", false}};
+  // The arm points along y at the first waypoint.
+  const std::string path = folder_.Write("path.csv", "1.5707963267948966,0\n1,0\n");
+  for (const auto& c : cases) {
+    const Outcome check = Run({"check", "--path", path}, {}, scene(c.frame, c.place));
+    EXPECT_EQ(check.status, 1);
+    EXPECT_THAT(check.output, HasSubstr("frame 'lower' reaches 350 mm into 'cup'")) << c.frame;
+    EXPECT_EQ(check.errors.find("'cup' is given in frame 'upper', which moves") != std::string::npos,
+              c.moves);
+  }
+  EXPECT_EQ(Run({"check", "--path", path}, {}, scene("hall", "[0, 2, 0]")).status, 2);
+}
+
+TEST_F(InputTest, TimeAndAttemptsAreBounded) {
+  const Arguments few = {"--set", "max_iterations=1"};
+  const std::string thrice = "num_planning_attempts: 3\n";
+  const std::string hurried = "allowed_planning_time: 1e-9\n";
+  EXPECT_THAT(Plan(kPegRequest, {"--time-limit", "1e-9"}).output, HasSubstr("no path: stopped"));
+  EXPECT_THAT(Plan(hurried + kPegRequest).output, HasSubstr("no path: stopped"));
+  EXPECT_EQ(Plan(hurried + kPegRequest, {"--time-limit", "60"}).status, 0);
+  EXPECT_THAT(Plan(thrice + kPegRequest, few).errors,
+              AllOf(HasSubstr("seed 1235: iterations spent"), Not(HasSubstr("seed 1236"))));
+
+  folder_.Write("problems/scene1.yaml", kPegScene);
+  folder_.Write("problems/request1.yaml", hurried + kPegRequest);
+  const auto status = [&](const Arguments& more) {
+    Arguments arguments = {"bench",
+                           "--robot",
+                           folder_ / "arm.urdf",
+                           "--problems",
+                           folder_ / "problems",
+                           "--coordinates",
+                           "shoulder,elbow",
+                           "--json",
+                           "-"};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    return nlohmann::json::parse(RunKavo(arguments).output)["runs"][0]["status"];
+  };
+  EXPECT_EQ(status({}), "found");
+  EXPECT_EQ(status({"--request-effort"}), "stopped");
+  EXPECT_EQ(status({"--request-effort", "--time-limit", "60"}), "found");
+  EXPECT_EQ(status({"--time-limit", "1e-9"}), "stopped");
+}
+
+TEST_F(InputTest, FilesWithoutEndAndControlCharacters) {
+  for (const char* option : {"--scene", "--spheres", "--srdf"}) {
+    const Outcome endless = RunKavo({"check", "--robot", folder_.Write("arm.urdf", Urdf()), option,
+                                     "/dev/zero", "--path", folder_.Write("path.csv", "0,0,0\n")});
+    EXPECT_EQ(endless.status, 2);
+    EXPECT_THAT(endless.errors, HasSubstr("/dev/zero: found more than ")) << option;
+  }
+  const Outcome check = Run({"check", "--path", folder_.Write("path.csv", "0,0\n")}, {},
+                            Replaced(kPegScene, "id: peg", "id: \"\\e[31mpeg\\x9b\""));
+  EXPECT_THAT(check.output, HasSubstr("into '?[31mpeg?"
+                                      "?'"));
+}
+
+}  // namespace
+}  // namespace kavo::testing
