@@ -33,5 +33,6 @@ void AddPlanCommand(CLI::App& app, Run& run);
 void AddCheckCommand(CLI::App& app, Run& run);
 void AddBenchCommand(CLI::App& app, Run& run);
 void AddInfoCommand(CLI::App& app, Run& run);
+void AddPairsCommand(CLI::App& app, Run& run);
 
 }  // namespace kavo::command

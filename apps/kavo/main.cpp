@@ -49,6 +49,7 @@ int main(int argc, char** argv) {
   kavo::command::AddCheckCommand(app, run);
   kavo::command::AddBenchCommand(app, run);
   kavo::command::AddInfoCommand(app, run);
+  kavo::command::AddPairsCommand(app, run);
   app.footer(
       "'kavo COMMAND --help' explains a command. Only answers go to standard output; warnings and\n"
       "progress go to standard error. Lengths are metres, angles radians. The exit status is 0 when the\n"

@@ -5,6 +5,7 @@
 #include <memory>
 #include <utility>
 
+#include "apps/kavo/builtin_robots.h"
 #include "apps/kavo/command.h"
 #include "apps/kavo/help.h"
 #include "apps/kavo/text.h"
@@ -14,14 +15,6 @@ namespace kavo::command {
 namespace {
 
 constexpr char kDefaultConfiguration[] = "default";
-
-formats::LoadedRobot Builtin(const std::string& name) {
-  formats::LoadedRobot robot;
-  robot.name = name;
-  robot.description = name == "franka" ? LoadFrankaRobotDescription() : LoadThreeLinkArmRobotDescription();
-  robot.tip_frame = robot.description->kinematics()->frameNames().back();
-  return robot;
-}
 
 }  // namespace
 
@@ -88,13 +81,13 @@ std::shared_ptr<const formats::LoadedRobot> RobotModel::Make(const std::map<std:
 }
 
 RobotModel RobotOptions::Load() const {
-  if (robot_ == "franka" || robot_ == "three_link") {
+  if (IsBuiltin(robot_)) {
     if (!srdf_.empty() || !group_.empty() || !coordinates_.empty() || !spheres_.empty() ||
         !joint_values_.empty() || cover_ || self_collision_) {
       throw UnusableInput("the built-in robot '" + robot_ +
                           "' takes no further robot options; they go with a URDF file");
     }
-    return RobotModel(Builtin(robot_));
+    return RobotModel(LoadBuiltin(robot_, false));
   }
   formats::RobotFileOptions options;
   options.srdf_file = srdf_;

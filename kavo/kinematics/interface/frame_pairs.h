@@ -41,7 +41,7 @@ struct FramePairOptions {
   int num_samples = 10000;
   std::uint32_t seed = 1;
   //! Boxes of configurations that a proof may look at for each pair before it gives up; zero for no proofs.
-  int max_boxes = 20000;
+  int max_boxes = 200000;
 };
 
 //! All pairs of frames that carry spheres, in the order of the frames. Equal arguments give equal answers.
