@@ -5,6 +5,7 @@
 #include <sstream>
 
 #include "apps/kavo/text.h"
+#include "kavo/util/parse_number.h"
 
 namespace kavo::command {
 
@@ -66,7 +67,7 @@ std::string ValueName(const CLI::Option& option) {
 }
 
 std::string CheckPositive(const std::string& text) {
-  return ParseNumber(text).value_or(0.0) > 0.0 ? "" : text + " is not a positive number";
+  return util::ParseNumber(text).value_or(0.0) > 0.0 ? "" : text + " is not a positive number";
 }
 
 std::shared_ptr<CLI::FormatterBase> MakeHelpFormatter() { return std::make_shared<HelpFormatter>(); }

@@ -66,7 +66,7 @@ void PrintReach(const RobotDescription& robot, const std::string& frame) {
 
 void PrintParameters(const std::shared_ptr<RobotDescription>& robot) {
   const planning::MotionPlannerConfig config(robot);
-  for (const Parameter& parameter : Parameters()) {
+  for (const Parameter& parameter : planning::Parameters()) {
     std::cout << parameter.name << "\n  " << TypeName(parameter.type)
               << "; default: " << ToText(parameter.value(config)) << "\n  " << parameter.meaning << "\n";
   }

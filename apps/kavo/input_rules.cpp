@@ -9,6 +9,7 @@
 #include "apps/kavo/text.h"
 #include "kavo/kinematics/interface/joint_limits.h"
 #include "kavo/util/log_message.h"
+#include "kavo/util/parse_number.h"
 
 namespace kavo::command {
 
@@ -78,7 +79,7 @@ void InputRules::AddOptions(CLI::App& app) {
       ->type_name("DISTANCE")
       ->group(group)
       ->check([](const std::string& text) {
-        const auto number = ParseNumber(text);
+        const auto number = util::ParseNumber(text);
         return number && *number >= 0.0 ? std::string() : text + " is not a number of at least 0";
       })
       ->capture_default_str();

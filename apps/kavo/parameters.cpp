@@ -15,32 +15,18 @@
 
 #include "apps/kavo/command.h"
 #include "apps/kavo/text.h"
-#include "kavo/util/fatal_error.h"
-#include "kavo/util/log.h"
-#include "kavo/world/world.h"
+#include "kavo/util/parse_number.h"
 
 namespace kavo::command {
 
 namespace {
 
-using planning::MotionPlannerConfig;
-
-// The settings of the accelerator tree, also while it is off.
-planning::TeskTreeConfig TeskTree(const MotionPlannerConfig& config) {
-  return config.tesk_tree_config.value_or(
-      planning::DefaultTeskTreeConfig(static_cast<int>(config.distance_metric_weights.size())));
-}
-
-std::vector<double> ToVector(const Eigen::VectorXd& vector) { return {vector.begin(), vector.end()}; }
-
-Setting Count(std::size_t count) { return static_cast<std::int64_t>(count); }
-
 std::optional<Setting> ParseLimits(const std::string& text) {
   std::vector<std::array<double, 2>> limits;
   for (const std::string& part : Split(text, ',')) {
     const std::vector<std::string> bounds = Split(part, ':');
-    const auto lower = ParseNumber(bounds.front());
-    const auto upper = ParseNumber(bounds.back());
+    const auto lower = util::ParseNumber(bounds.front());
+    const auto upper = util::ParseNumber(bounds.back());
     if (bounds.size() != 2 || !lower || !upper) {
       return std::nullopt;
     }
@@ -53,7 +39,7 @@ std::optional<Setting> Parse(Parameter::Type type, const std::string& text) {
   using Type = Parameter::Type;
   switch (type) {
     case Type::kInt: {
-      const auto value = ParseNumber(text);
+      const auto value = util::ParseNumber(text);
       if (!value || std::floor(*value) != *value ||
           std::fabs(*value) > static_cast<double>(std::numeric_limits<int>::max())) {
         return std::nullopt;
@@ -61,7 +47,7 @@ std::optional<Setting> Parse(Parameter::Type type, const std::string& text) {
       return static_cast<std::int64_t>(*value);
     }
     case Type::kDouble: {
-      const auto value = ParseNumber(text);
+      const auto value = util::ParseNumber(text);
       return value ? std::optional<Setting>(*value) : std::nullopt;
     }
     case Type::kVector3:
@@ -81,71 +67,6 @@ std::optional<Setting> Parse(Parameter::Type type, const std::string& text) {
 }
 
 }  // namespace
-
-const std::vector<Parameter>& Parameters() {
-  using Type = Parameter::Type;
-  using Config = MotionPlannerConfig;
-  static const std::vector<Parameter> kParameters = {
-      {"seed", Type::kInt, "Seeds all random choices; at least 1. Equal seeds give equal paths.",
-       [](const Config& c) -> Setting { return std::int64_t{c.seed}; }},
-      {"step_size", Type::kDouble,
-       "Length of a step in c-space, in growing a tree and in checking and resampling a path; radians, or "
-       "metres for prismatic joints. Smaller is safer and slower.",
-       [](const Config& c) -> Setting { return c.step_size; }},
-      {"max_iterations", Type::kInt, "Extensions that one query may make before it gives up; at least 1.",
-       [](const Config& c) { return Count(c.max_iterations); }},
-      {"max_sampling", Type::kInt, "Random configurations that are tried for one that is valid; at least 1.",
-       [](const Config& c) { return Count(c.max_sampling); }},
-      {"distance_metric_weights", Type::kVector,
-       "Weights of the squared distance between configurations, one for each coordinate, positive.",
-       [](const Config& c) -> Setting { return ToVector(c.distance_metric_weights); }},
-      {"task_space_frame_name", Type::kString, "The frame that is taken to a target position.",
-       [](const Config& c) -> Setting { return c.task_space_frame_name; }},
-      {"task_space_limits", Type::kLimits,
-       "The box of random positions when planning to a position: lower:upper for x, y and z, metres in the "
-       "robot's base frame.",
-       [](const Config& c) -> Setting {
-         std::vector<std::array<double, 2>> limits;
-         for (const MotionPlanner::Limit& limit : c.task_space_limits) {
-           limits.push_back({limit.lower, limit.upper});
-         }
-         return limits;
-       }},
-      {"enable_tesk_tree", Type::kBool,
-       "Asks for accelerator trees. This build has none and takes plain trees, which then measure the plain "
-       "distance instead of the weighted squared one.",
-       [](const Config& c) -> Setting { return c.tesk_tree_config.has_value(); }},
-      {"tesk_tree_params/max_num_nodes", Type::kInt, "Capacity of an accelerator tree; above the crossover.",
-       [](const Config& c) -> Setting { return std::int64_t{TeskTree(c).max_num_nodes}; }},
-      {"tesk_tree_params/max_buffer_size", Type::kInt, "Size of its staging buffer; at least 1.",
-       [](const Config& c) -> Setting { return std::int64_t{TeskTree(c).max_buffer_size}; }},
-      {"tesk_tree_params/num_nodes_cpu_gpu_crossover", Type::kInt,
-       "Number of nodes below which it would search on the CPU; at least 1, below max_num_nodes.",
-       [](const Config& c) -> Setting { return std::int64_t{TeskTree(c).num_nodes_cpu_gpu_crossover}; }},
-      {"c_space_planning_params/exploration_fraction", Type::kDouble,
-       "Share of the extensions towards random configurations when planning to a configuration, in [0, 1]; "
-       "the others head for the other tree.",
-       [](const Config& c) -> Setting { return c.c_space_exploration_fraction; }},
-      {"task_space_planning_params/x_target_zone_tolerance", Type::kVector3,
-       "Half-widths of the zone around a target position from which the refinement, which is not checked for "
-       "collisions, takes over: x, y, z, metres, positive. 0.03 is found far sooner than the default.",
-       [](const Config& c) -> Setting { return ToVector(c.x_target_zone_tolerance); }},
-      {"task_space_planning_params/x_target_final_tolerance", Type::kDouble,
-       "Distance to the target position at which the refinement ends, metres, positive.",
-       [](const Config& c) -> Setting { return c.x_target_final_tolerance; }},
-      {"task_space_planning_params/task_space_exploration_fraction", Type::kDouble,
-       "Share of the extensions towards random positions when planning to a position, in [0, 1].",
-       [](const Config& c) -> Setting { return c.task_space_exploration_fraction; }},
-      {"task_space_planning_params/task_space_exploitation_fraction", Type::kDouble,
-       "Share of the extensions that pull towards the target position, in [0, 1]; not more than 1 together "
-       "with the share above.",
-       [](const Config& c) -> Setting { return c.task_space_exploitation_fraction; }},
-      {"max_nodes", Type::kInt,
-       "Nodes that the trees of one query may hold before it gives up; at least 1. It bounds the memory.",
-       [](const Config& c) { return Count(c.max_nodes); }},
-  };
-  return kParameters;
-}
 
 std::string TypeName(Parameter::Type type) {
   using Type = Parameter::Type;
@@ -205,37 +126,10 @@ Setting ParseSetting(const Parameter& parameter, const std::string& text) {
   };
   const std::optional<Setting> setting = Parse(parameter.type, text);
   if (!setting) {
-    throw UnusableInput("--set " + parameter.name + "=" + text + ": expected " +
+    throw UnusableInput("--set " + std::string(parameter.name) + "=" + text + ": expected " +
                         kExamples.at(parameter.type));
   }
   return *setting;
-}
-
-bool ApplySetting(MotionPlanner& planner, const Parameter& parameter, const Setting& setting) {
-  const std::string& name = parameter.name;
-  if (const auto* text = std::get_if<std::string>(&setting)) {
-    return planner.setParam(name, *text);
-  }
-  if (const auto* flag = std::get_if<bool>(&setting)) {
-    return planner.setParam(name, *flag);
-  }
-  if (const auto* number = std::get_if<double>(&setting)) {
-    return planner.setParam(name, *number);
-  }
-  if (const auto* count = std::get_if<std::int64_t>(&setting)) {
-    return planner.setParam(name, static_cast<int>(*count));
-  }
-  if (const auto* numbers = std::get_if<std::vector<double>>(&setting)) {
-    if (parameter.type == Parameter::Type::kVector3) {
-      return planner.setParam(name, Eigen::Vector3d((*numbers)[0], (*numbers)[1], (*numbers)[2]));
-    }
-    return planner.setParam(name, *numbers);
-  }
-  std::vector<MotionPlanner::Limit> limits;
-  for (const auto& [lower, upper] : std::get<std::vector<std::array<double, 2>>>(setting)) {
-    limits.push_back({lower, upper});
-  }
-  return planner.setParam(name, limits);
 }
 
 namespace {
@@ -275,62 +169,53 @@ void PlannerSettings::SetDefault(const std::string& name, Setting setting) {
 }
 
 void PlannerSettings::Load(const std::shared_ptr<RobotDescription>& robot) {
-  MotionPlannerConfig config(robot);
+  config_.emplace(robot);
   if (!file_.empty()) {
     try {
-      CreateMotionPlanner(file_, robot, World().view());
-      config = MotionPlannerConfig(YAML::LoadFile(file_));
-    } catch (const util::FatalError& error) {
-      throw UnusableInput(file_ + ": " + error.message());
+      config_ = planning::MotionPlannerConfig::ReadUnchecked(file_);
     } catch (const YAML::Exception& error) {
       throw UnusableInput(TellFault(file_, error));
     }
+    if (const auto fault = planning::FindSettingFault(*config_, *robot)) {
+      throw UnusableInput(file_ + ": " + *fault);
+    }
     defaults_.clear();
   }
-  for (const Parameter& parameter : Parameters()) {
-    values_.insert_or_assign(parameter.name, parameter.value(config));
-    if (const auto found = defaults_.find(parameter.name); found != defaults_.end()) {
-      changes_.emplace_back(&parameter, found->second);
+  const auto set = [&](const std::string& name, const Setting& setting) {
+    if (const auto fault = planning::SetParameter(name, setting, *robot, *config_)) {
+      throw UnusableInput("--set " + name + "=" + ToText(setting) + ": " + *fault);
     }
+  };
+  for (const auto& [name, setting] : defaults_) {
+    set(name, setting);
   }
   for (const std::string& text : texts_) {
     const std::size_t sign = text.find('=');
     const std::string name = text.substr(0, sign);
-    const auto parameter = std::find_if(Parameters().begin(), Parameters().end(),
-                                        [&](const Parameter& p) { return p.name == name; });
-    if (sign == std::string::npos || parameter == Parameters().end()) {
+    const auto& parameters = planning::Parameters();
+    const auto parameter = std::find_if(parameters.begin(), parameters.end(),
+                                        [&](const Parameter& known) { return known.name == name; });
+    if (sign == std::string::npos || parameter == parameters.end()) {
       throw UnusableInput("--set " + text +
                           ": expected NAME=VALUE with a name that 'kavo info --params' lists");
     }
-    changes_.emplace_back(&*parameter, ParseSetting(*parameter, text.substr(sign + 1)));
-  }
-  // What the planner does not accept has to come up before any work is done.
-  MakePlanner(robot, World().view());
-  for (const auto& [parameter, setting] : changes_) {
-    values_[parameter->name] = setting;
+    set(name, ParseSetting(*parameter, text.substr(sign + 1)));
   }
 }
 
 std::unique_ptr<MotionPlanner> PlannerSettings::MakePlanner(const std::shared_ptr<RobotDescription>& robot,
                                                             const WorldView& world_view, int seed) const {
-  auto planner =
-      file_.empty() ? CreateMotionPlanner(robot, world_view) : CreateMotionPlanner(file_, robot, world_view);
-  for (const auto& [parameter, setting] : changes_) {
-    if (!ApplySetting(*planner, *parameter, setting)) {
-      throw UnusableInput("--set " + parameter->name + "=" + ToText(setting) +
-                          ": the planner does not accept this value");
-    }
-  }
+  planning::MotionPlannerConfig config = *config_;
   if (seed != 0) {
-    planner->setParam("seed", seed);
+    config.seed = seed;
   }
-  return planner;
+  return CreateMotionPlanner(config, robot, world_view);
 }
 
 std::vector<std::pair<std::string, Setting>> PlannerSettings::All() const {
   std::vector<std::pair<std::string, Setting>> settings;
-  for (const Parameter& parameter : Parameters()) {
-    settings.emplace_back(parameter.name, values_.at(parameter.name));
+  for (const Parameter& parameter : planning::Parameters()) {
+    settings.emplace_back(parameter.name, parameter.value(*config_));
   }
   return settings;
 }

@@ -1,17 +1,16 @@
 #pragma once
 
-#include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
-#include <variant>
 #include <vector>
 
-#include "kavo/formats/result_file.h"
 #include "kavo/kinematics/interface/robot_description.h"
 #include "kavo/motion_planning/interface/motion_planner.h"
 #include "kavo/motion_planning/interface/motion_planner_config.h"
+#include "kavo/motion_planning/interface/parameters.h"
 #include "kavo/world/world_view.h"
 
 namespace CLI {
@@ -20,22 +19,8 @@ class App;
 
 namespace kavo::command {
 
-using Setting = formats::PlanRecord::Setting;
-
-//! A parameter of the planner that can be set by name.
-struct Parameter {
-  enum class Type { kInt, kDouble, kVector3, kVector, kBool, kString, kLimits };
-
-  std::string name;
-  Type type;
-  //! What it does and what it accepts.
-  std::string meaning;
-  //! Its value among all settings.
-  Setting (*value)(const planning::MotionPlannerConfig&);
-};
-
-//! All of them, in the order of the reference of `MotionPlanner::setParam`.
-const std::vector<Parameter>& Parameters();
+using planning::Parameter;
+using Setting = planning::ParameterValue;
 
 //! "int", "vector of 3 doubles" and so on.
 std::string TypeName(Parameter::Type type);
@@ -45,10 +30,6 @@ std::string ToText(const Setting& setting);
 
 //! The value that a text stands for; throws `UnusableInput` if it is none of the parameter's type.
 Setting ParseSetting(const Parameter& parameter, const std::string& text);
-
-//! Sets a parameter; false, with a report, if the planner does not accept the value. The setting must be of
-//! the parameter's type.
-bool ApplySetting(MotionPlanner& planner, const Parameter& parameter, const Setting& setting);
 
 //! The settings that a command line asks for: of a file or the defaults, then one by one.
 class PlannerSettings {
@@ -67,19 +48,17 @@ class PlannerSettings {
   std::unique_ptr<MotionPlanner> MakePlanner(const std::shared_ptr<RobotDescription>& robot,
                                              const WorldView& world_view, int seed = 0) const;
 
-  //! All settings, in the order of `Parameters()`.
+  //! All settings, in the order of `planning::Parameters()`.
   std::vector<std::pair<std::string, Setting>> All() const;
-  double StepSize() const { return std::get<double>(values_.at("step_size")); }
-  int Seed() const { return static_cast<int>(std::get<std::int64_t>(values_.at("seed"))); }
-  std::string TaskSpaceFrame() const { return std::get<std::string>(values_.at("task_space_frame_name")); }
+  double StepSize() const { return config_->step_size; }
+  int Seed() const { return config_->seed; }
+  std::string TaskSpaceFrame() const { return config_->task_space_frame_name; }
 
  private:
   std::string file_;
   std::vector<std::string> texts_;
   std::map<std::string, Setting> defaults_;
-  // Those given one by one, in that order.
-  std::vector<std::pair<const Parameter*, Setting>> changes_;
-  std::map<std::string, Setting> values_;
+  std::optional<planning::MotionPlannerConfig> config_;
 };
 
 }  // namespace kavo::command

@@ -9,6 +9,7 @@
 #include "apps/kavo/command.h"
 #include "apps/kavo/help.h"
 #include "apps/kavo/text.h"
+#include "kavo/util/parse_number.h"
 
 namespace kavo::command {
 
@@ -98,7 +99,7 @@ RobotModel RobotOptions::Load() const {
   options.self_collision = self_collision_;
   for (const std::string& text : joint_values_) {
     const std::size_t sign = text.find('=');
-    const auto value = sign == std::string::npos ? std::nullopt : ParseNumber(text.substr(sign + 1));
+    const auto value = sign == std::string::npos ? std::nullopt : util::ParseNumber(text.substr(sign + 1));
     if (!value) {
       throw UnusableInput("--joint " + text + ": expected JOINT=VALUE with a number");
     }

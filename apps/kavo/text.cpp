@@ -1,11 +1,11 @@
 #include "apps/kavo/text.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <cstddef>
 #include <sstream>
-#include <system_error>
+
+#include "kavo/util/parse_number.h"
 
 namespace kavo::command {
 
@@ -80,21 +80,10 @@ std::vector<std::string> Split(const std::string& text, char separator) {
   return parts;
 }
 
-std::optional<double> ParseNumber(const std::string& text) {
-  const std::size_t begin = std::min(text.find_first_not_of(" \t"), text.size());
-  const std::size_t end = text.find_last_not_of(" \t") + 1;
-  double value = 0.0;
-  const auto [rest, error] = std::from_chars(text.data() + begin, text.data() + end, value);
-  if (error != std::errc() || rest != text.data() + end || !std::isfinite(value)) {
-    return std::nullopt;
-  }
-  return value;
-}
-
 std::optional<std::vector<double>> ParseNumbers(const std::string& text) {
   std::vector<double> values;
   for (const std::string& part : Split(text, ',')) {
-    const std::optional<double> value = ParseNumber(part);
+    const std::optional<double> value = util::ParseNumber(part);
     if (!value) {
       return std::nullopt;
     }

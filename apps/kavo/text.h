@@ -31,9 +31,6 @@ std::string JoinQuoted(const std::vector<std::string>& names);
 //! The parts between the separators; one empty part for an empty text.
 std::vector<std::string> Split(const std::string& text, char separator);
 
-//! A finite number that takes up the whole text; empty otherwise.
-std::optional<double> ParseNumber(const std::string& text);
-
 //! Finite numbers with commas between them; empty if one is not.
 std::optional<std::vector<double>> ParseNumbers(const std::string& text);
 

@@ -9,6 +9,7 @@
 #include "kavo/formats/file_error.h"
 #include "kavo/formats/text_internal.h"
 #include "kavo/util/log_message.h"
+#include "kavo/util/parse_number.h"
 
 namespace kavo::formats {
 
@@ -92,12 +93,12 @@ struct Field {
   bool is_quoted = false;
   int line = 0;
 
-  std::optional<double> number() const { return is_quoted ? std::nullopt : ParseNumber(text); }
+  std::optional<double> number() const { return is_quoted ? std::nullopt : util::ParseNumber(text); }
 };
 
 std::string CsvName(const std::string& name) {
   if (name.find_first_of(",\"\r\n") == std::string::npos && name == Trimmed(name) && !name.empty() &&
-      !ParseNumber(name)) {
+      !util::ParseNumber(name)) {
     return name;
   }
   std::string quoted = "\"";

@@ -10,6 +10,7 @@
 #include <variant>
 #include <vector>
 
+#include "kavo/motion_planning/interface/parameters.h"
 #include "kavo/motion_planning/interface/query_report.h"
 #include "kavo/util/export.h"
 
@@ -43,9 +44,7 @@ struct PathCheck {
 
 //! A query and its answer, as they go into a file. Metres, radians and seconds.
 struct PlanRecord {
-  //! A value of a setting; limits are pairs of lower and upper.
-  using Setting = std::variant<bool, std::int64_t, double, std::string, std::vector<double>,
-                               std::vector<std::array<double, 2>>>;
+  using Setting = planning::ParameterValue;
 
   using PositionTarget = FramePosition;
   using Check = PathCheck;

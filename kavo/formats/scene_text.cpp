@@ -11,6 +11,7 @@
 #include "kavo/formats/scene.h"
 #include "kavo/formats/scene_internal.h"
 #include "kavo/formats/text_internal.h"
+#include "kavo/util/parse_number.h"
 
 namespace kavo::formats {
 
@@ -136,7 +137,7 @@ class SceneTextReader {
     }
     std::array<double, 3> sizes{};
     for (std::size_t i = 0; i < num_sizes; ++i) {
-      const std::optional<double> size = ParseNumber(tokens[i]);
+      const std::optional<double> size = util::ParseNumber(tokens[i]);
       if (!size || *size <= 0.0) {
         fail(Quoted(tokens[i]), expected + ", positive");
       }
@@ -169,7 +170,7 @@ class SceneTextReader {
     }
     std::array<double, size> numbers{};
     for (std::size_t i = 0; i < size; ++i) {
-      const std::optional<double> number = ParseNumber(tokens[i]);
+      const std::optional<double> number = util::ParseNumber(tokens[i]);
       if (!number) {
         fail(expected);
       }

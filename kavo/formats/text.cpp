@@ -40,19 +40,6 @@ void WriteTextFile(const std::string& file, const std::string& text) {
   }
 }
 
-std::optional<double> ParseNumber(std::string_view text) {
-  if (text.size() > 1 && text[0] == '+' && text[1] != '-') {
-    text.remove_prefix(1);
-  }
-  double number = 0.0;
-  const char* const end = text.data() + text.size();
-  const auto [stop, fault] = std::from_chars(text.data(), end, number);
-  if (fault != std::errc() || stop != end || !std::isfinite(number)) {
-    return std::nullopt;
-  }
-  return number;
-}
-
 std::string_view Trimmed(std::string_view text) {
   constexpr std::string_view kBlank = " \t\r";
   const std::size_t begin = text.find_first_not_of(kBlank);

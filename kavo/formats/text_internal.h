@@ -21,9 +21,6 @@ std::string ReadTextFile(const std::string& file, std::size_t max_size);
 //! Replaces a file. Throws `FileError` if it cannot be written to the end.
 void WriteTextFile(const std::string& file, const std::string& text);
 
-//! The finite number that the whole text stands for, in the same way under every locale.
-std::optional<double> ParseNumber(std::string_view text);
-
 //! The text without spaces, tabs and carriage returns at its ends.
 std::string_view Trimmed(std::string_view text);
 

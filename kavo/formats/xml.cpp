@@ -7,6 +7,7 @@
 #include "kavo/formats/file_error.h"
 #include "kavo/formats/text_internal.h"
 #include "kavo/formats/xml_internal.h"
+#include "kavo/util/parse_number.h"
 
 namespace kavo::formats {
 
@@ -67,7 +68,7 @@ std::vector<double> XmlFile::numbers(const Element& element, const char* name, s
   std::vector<double> numbers;
   bool good = true;
   for (std::string word; words >> word;) {
-    const std::optional<double> number = ParseNumber(word);
+    const std::optional<double> number = util::ParseNumber(word);
     good = good && number.has_value();
     numbers.push_back(number.value_or(0.0));
   }

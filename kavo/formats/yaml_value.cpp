@@ -11,6 +11,7 @@
 #include "kavo/formats/file_error.h"
 #include "kavo/formats/text_internal.h"
 #include "kavo/formats/yaml_value_internal.h"
+#include "kavo/util/parse_number.h"
 
 namespace kavo::formats {
 
@@ -241,7 +242,7 @@ std::string YamlValue::text() const {
 
 double YamlValue::number() const {
   const std::optional<std::string_view> text = scalar();
-  const std::optional<double> number = text ? ParseNumber(*text) : std::nullopt;
+  const std::optional<double> number = text ? util::ParseNumber(*text) : std::nullopt;
   if (!number) {
     fail("a finite number");
   }

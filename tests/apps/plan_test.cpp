@@ -125,7 +125,14 @@ TEST_F(PlanTest, SaysWhyThereIsNoPath) {
 
 TEST_F(PlanTest, RefusesWhatItCannotUse) {
   const std::string config = folder_.Write("planner.yaml", "seed: 5\n");
-  const std::string no_seed = folder_.Write("no_seed.yaml", "seed: 0\n");
+  const std::string settings =
+      "step_size: 0.1\nmax_iterations: 9\nmax_sampling: 9\ndistance_metric_weights: [1, 1]\n"
+      "task_space_frame_name: gripper\ntask_space_limits: [[-1, 1], [-1, 1], [-1, 1]]\n"
+      "c_space_planning_params: {exploration_fraction: 0.5}\ntask_space_planning_params: "
+      "{x_target_zone_tolerance: [1, 1, 1], x_target_final_tolerance: 1, "
+      "task_space_exploitation_fraction: 0.6, task_space_exploration_fraction: 0.5}\n";
+  const std::string no_seed = folder_.Write("no_seed.yaml", "seed: 0\n" + settings);
+  const std::string shares = folder_.Write("shares.yaml", "seed: 1\n" + settings);
   const std::string foreign = folder_.Write("foreign.yaml",
                                             "start_state: {}\ngoal_constraints: [{joint_constraints: "
                                             "[{joint_name: slide, position: 0}]}]\n");
@@ -155,7 +162,12 @@ TEST_F(PlanTest, RefusesWhatItCannotUse) {
       {{"--start", "left", "--goal", "right", "--set", "distance_metric_weights=1"}, "must have same number"},
       {{"--start", "left", "--goal", "right", "--config", config},
        "planner.yaml:1: found 'seed: 5', expected every setting of the planner here or below"},
-      {{"--start", "left", "--goal", "right", "--config", no_seed}, "no_seed.yaml: `seed` must be positive"},
+      {{"--start", "left", "--goal", "right", "--config", no_seed},
+       "no_seed.yaml: 'seed' [0] must be positive\n"},
+      {{"--start", "left", "--goal", "right", "--config", shares},
+       "shares.yaml: The sum of 'task_space_exploration_fraction' [0.5] and "},
+      {{"--start", "left", "--goal", "right", "--set", "task_space_frame_name=hand"},
+       "--set task_space_frame_name=hand: there is no frame 'hand'; the robot has 'post', "},
       {{"--start", "left", "--goal", "right", "--check-step", "0"}, "0 is not a positive number"},
       {{"--start", "left", "--goal", "right", "--joint", "slide"}, "--joint slide: expected JOINT=VALUE"},
       {{"--start", "left", "--goal", "right", "--json", folder_ / "none/out.json"}, "out.json: "},

@@ -1,14 +1,11 @@
 #include "kavo/motion_planning/interface/motion_planner.h"
 
-#include <yaml-cpp/yaml.h>
-
-#include <filesystem>
-#include <system_error>
 #include <utility>
 
 #include "kavo/motion_planning/interface/motion_planner_config.h"
 #include "kavo/motion_planning/interface/motion_planner_internal.h"
 #include "kavo/motion_planning/interface/param_value_internal.h"
+#include "kavo/motion_planning/interface/yaml_conversions_internal.h"
 #include "kavo/util/log_message.h"
 
 namespace kavo {
@@ -42,19 +39,20 @@ MotionPlanner::ParamValue::ParamValue(const std::vector<Limit>& value)
 std::unique_ptr<MotionPlanner> CreateMotionPlanner(std::shared_ptr<RobotDescription> robot_description,
                                                    const WorldView& world_view) {
   const planning::MotionPlannerConfig config(robot_description);
+  return CreateMotionPlanner(config, std::move(robot_description), world_view);
+}
+
+std::unique_ptr<MotionPlanner> CreateMotionPlanner(const planning::MotionPlannerConfig& config,
+                                                   std::shared_ptr<RobotDescription> robot_description,
+                                                   const WorldView& world_view) {
   return std::make_unique<planning::MotionPlannerInternal>(config, std::move(robot_description), world_view);
 }
 
 std::unique_ptr<MotionPlanner> CreateMotionPlanner(const std::string& motion_planner_config_file,
                                                    std::shared_ptr<RobotDescription> robot_description,
                                                    const WorldView& world_view) {
-  // yaml-cpp opens a directory like a file, fails to read it, and loses its buffer.
-  std::error_code unused;
-  if (std::filesystem::is_directory(motion_planner_config_file, unused)) {
-    throw YAML::BadFile(motion_planner_config_file);
-  }
-  const planning::MotionPlannerConfig config(YAML::LoadFile(motion_planner_config_file));
-  return std::make_unique<planning::MotionPlannerInternal>(config, std::move(robot_description), world_view);
+  const planning::MotionPlannerConfig config(planning::internal::LoadYaml(motion_planner_config_file));
+  return CreateMotionPlanner(config, std::move(robot_description), world_view);
 }
 
 }  // namespace kavo

@@ -1,5 +1,8 @@
 #include "kavo/motion_planning/interface/motion_planner_config.h"
 
+#include <filesystem>
+#include <system_error>
+
 #include "kavo/motion_planning/interface/yaml_conversions_internal.h"
 #include "kavo/util/log_message.h"
 
@@ -39,12 +42,22 @@ MotionPlannerConfig::MotionPlannerConfig(const std::shared_ptr<RobotDescription>
       task_space_frame_name(robot_description->kinematics()->frameNames().back()),
       tesk_tree_config(DefaultTeskTreeConfig(static_cast<int>(robot_description->numCSpaceCoords()))) {}
 
-MotionPlannerConfig::MotionPlannerConfig(const YAML::Node& node) {
+MotionPlannerConfig::MotionPlannerConfig(const YAML::Node& node) : MotionPlannerConfig(node, true) {}
+
+MotionPlannerConfig MotionPlannerConfig::ReadUnchecked(const std::string& file) {
+  return MotionPlannerConfig(internal::LoadYaml(file), false);
+}
+
+MotionPlannerConfig::MotionPlannerConfig(const YAML::Node& node, bool checks_ranges) {
   seed = Read<int>(node, "seed");
-  KAVO_CHECK(seed > 0, "motion_planning/interface/motion_planner", 89) << "`seed` must be positive.";
+  if (checks_ranges) {
+    KAVO_CHECK(seed > 0, "motion_planning/interface/motion_planner", 89) << "`seed` must be positive.";
+  }
   step_size = Read<double>(node, "step_size");
-  KAVO_CHECK(step_size > 0.0, "motion_planning/interface/motion_planner", 93)
-      << "`step_size` must be positive.";
+  if (checks_ranges) {
+    KAVO_CHECK(step_size > 0.0, "motion_planning/interface/motion_planner", 93)
+        << "`step_size` must be positive.";
+  }
   max_iterations = Read<unsigned long>(node, "max_iterations");
   max_sampling = Read<unsigned long>(node, "max_sampling");
 
@@ -52,18 +65,22 @@ MotionPlannerConfig::MotionPlannerConfig(const YAML::Node& node) {
   distance_metric_weights.resize(static_cast<Eigen::Index>(weights.size()));
   Eigen::Index num_weights = 0;
   for (const double weight : weights) {
-    KAVO_CHECK(weight > 0.0, "motion_planning/interface/motion_planner", 107)
-        << "All `distance_metric_weights` must be positive";
+    if (checks_ranges) {
+      KAVO_CHECK(weight > 0.0, "motion_planning/interface/motion_planner", 107)
+          << "All `distance_metric_weights` must be positive";
+    }
     distance_metric_weights[num_weights++] = weight;
   }
 
   task_space_frame_name = ReadScalar(node, "task_space_frame_name");
   task_space_limits = Read<std::vector<MotionPlanner::Limit>>(node, "task_space_limits");
-  KAVO_CHECK(task_space_limits.size() == 3, "motion_planning/interface/motion_planner", 119)
-      << "Dimension of `task_space_limits` must be 3, withlimits corresponding to xyz axes.";
-  for (const MotionPlanner::Limit& limit : task_space_limits) {
-    KAVO_CHECK(limit.upper >= limit.lower, "motion_planning/interface/motion_planner", 122)
-        << "Upper limit [" << limit.upper << "] must be >= lower limit [" << limit.lower << "].";
+  if (checks_ranges) {
+    KAVO_CHECK(task_space_limits.size() == 3, "motion_planning/interface/motion_planner", 119)
+        << "Dimension of `task_space_limits` must be 3, withlimits corresponding to xyz axes.";
+    for (const MotionPlanner::Limit& limit : task_space_limits) {
+      KAVO_CHECK(limit.upper >= limit.lower, "motion_planning/interface/motion_planner", 122)
+          << "Upper limit [" << limit.upper << "] must be >= lower limit [" << limit.lower << "].";
+    }
   }
 
   if (const YAML::Node tree = node["tesk_tree_params"]; tree.IsDefined()) {
@@ -87,9 +104,19 @@ MotionPlannerConfig::MotionPlannerConfig(const YAML::Node& node) {
 
   if (node["max_nodes"].IsDefined()) {
     max_nodes = Read<std::uint64_t>(node, "max_nodes");
-    KAVO_CHECK(max_nodes > 0, "motion_planning/interface/motion_planner", 152)
-        << "`max_nodes` must be positive.";
+    if (checks_ranges) {
+      KAVO_CHECK(max_nodes > 0, "motion_planning/interface/motion_planner", 152)
+          << "`max_nodes` must be positive.";
+    }
   }
+}
+
+YAML::Node internal::LoadYaml(const std::string& file) {
+  std::error_code unused;
+  if (std::filesystem::is_directory(file, unused)) {
+    throw YAML::BadFile(file);
+  }
+  return YAML::LoadFile(file);
 }
 
 TeskTreeConfig DefaultTeskTreeConfig(int dimension) {

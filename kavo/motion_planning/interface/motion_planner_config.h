@@ -31,6 +31,11 @@ struct KAVO_EXPORT MotionPlannerConfig {
   //! limit out of range is a fatal error.
   explicit MotionPlannerConfig(const YAML::Node& node);
 
+  //! The settings of a YAML file as they stand, for those who ask `FindSettingFault` what is wrong with them
+  //! before they make a planner: nothing is out of range here. Exceptions of yaml-cpp as above, and
+  //! `YAML::BadFile` for a file that cannot be read.
+  static MotionPlannerConfig ReadUnchecked(const std::string& file);
+
   //! Seeds all random choices.
   int seed = 1234;
   //! Length of an extension step and of the steps in which paths are checked and resampled.
@@ -59,9 +64,22 @@ struct KAVO_EXPORT MotionPlannerConfig {
   double task_space_exploration_fraction = 0.1;
   //! Nodes that the trees of one query may hold together.
   std::uint64_t max_nodes = kDefaultMaxNodes;
+
+ private:
+  MotionPlannerConfig(const YAML::Node& node, bool checks_ranges);
 };
 
 //! The settings that a newly enabled accelerator tree has.
 KAVO_EXPORT TeskTreeConfig DefaultTeskTreeConfig(int dimension);
 
 }  // namespace kavo::planning
+
+namespace kavo {
+
+//! A planner with these settings. What `MotionPlanner` needs of them is a fatal error where it is missing;
+//! see `planning::FindSettingFault`.
+KAVO_EXPORT std::unique_ptr<MotionPlanner> CreateMotionPlanner(
+    const planning::MotionPlannerConfig& config, std::shared_ptr<RobotDescription> robot_description,
+    const WorldView& world_view);
+
+}  // namespace kavo

@@ -1,10 +1,13 @@
 #include "kavo/motion_planning/interface/motion_planner_internal.h"
 
 #include <chrono>
+#include <sstream>
 #include <utility>
+#include <variant>
 
 #include "kavo/math/vector_math_internal.h"
 #include "kavo/motion_planning/interface/param_value_internal.h"
+#include "kavo/motion_planning/interface/parameters_internal.h"
 #include "kavo/motion_planning/rrt/rrt_connect.h"
 #include "kavo/motion_planning/tree/basic_tree.h"
 #include "kavo/motion_planning/tree/tesk_tree_util.h"
@@ -15,11 +18,39 @@ namespace kavo::planning {
 
 namespace {
 
+constexpr char kFile[] = "motion_planning/interface/motion_planner";
 constexpr int kNumShortCuts = 20;
 constexpr unsigned int kShortCutSeed = 42948;
 
 double SecondsSince(std::chrono::steady_clock::time_point begin) {
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+}
+
+// In the order of `Parameter::Type` and of `ParamValue::Impl::DataType`, which is the same.
+constexpr const char* kDataTypes[] = {"INTEGER", "FLOAT64", "VECTOR3D",         "FLOAT64_VECTOR_ITER",
+                                      "BOOLEAN", "STRING",  "LIMIT_VECTOR_ITER"};
+
+ParameterValue ToParameterValue(const MotionPlanner::ParamValue::Impl& impl) {
+  struct Convert {
+    ParameterValue operator()(int value) const { return std::int64_t{value}; }
+    ParameterValue operator()(double value) const { return value; }
+    ParameterValue operator()(bool value) const { return value; }
+    ParameterValue operator()(const std::string& value) const { return value; }
+    ParameterValue operator()(const Eigen::Vector3d& value) const {
+      return std::vector<double>{value[0], value[1], value[2]};
+    }
+    ParameterValue operator()(const MotionPlanner::ParamValue::Impl::View<double>& view) const {
+      return std::vector<double>(view.first, view.first + static_cast<std::ptrdiff_t>(view.second));
+    }
+    ParameterValue operator()(const MotionPlanner::ParamValue::Impl::View<MotionPlanner::Limit>& view) const {
+      std::vector<std::array<double, 2>> limits;
+      for (auto limit = view.first; limits.size() < view.second; ++limit) {
+        limits.push_back({limit->lower, limit->upper});
+      }
+      return limits;
+    }
+  };
+  return std::visit(Convert(), impl.value);
 }
 
 }  // namespace
@@ -35,6 +66,37 @@ MotionPlannerInternal::MotionPlannerInternal(const MotionPlannerConfig& motion_p
   createRobotEnvironment();
   createRrtConnect();
   createJtRrt();
+}
+
+bool MotionPlannerInternal::setParam(const std::string& param_name, ParamValue value) {
+  KAVO_CHECK(value.impl != nullptr, kFile, 182);
+  const internal::ParameterRow* const row = internal::FindParameterRow(param_name);
+  if (row == nullptr) {
+    KAVO_LOG(LogLevel::kWarning) << "Invalid param: '" << param_name << "'";
+    return false;
+  }
+  const auto type = static_cast<std::size_t>(row->parameter.type);
+  if (static_cast<std::size_t>(value.impl->data_type) != type) {
+    const std::string condition =
+        std::string("value.impl->data_type == ParamValue::Impl::DataType::") + kDataTypes[type];
+    util::LogMessage(condition, kFile, row->line) & std::ostringstream();
+  }
+  const internal::Change change =
+      row->set(ToParameterValue(*value.impl), *robot_description_, motion_planner_config_);
+  switch (change.effect) {
+    case internal::Change::Effect::kRejected:
+      KAVO_LOG(LogLevel::kError) << change.report;
+      return false;
+    case internal::Change::Effect::kNone:
+      return true;
+    case internal::Change::Effect::kRrtConnect:
+      createRrtConnect();
+      return true;
+    case internal::Change::Effect::kAll:
+      needs_rebuild_ = true;
+      return true;
+  }
+  return false;
 }
 
 void MotionPlannerInternal::updateWorldView() { robot_environment_->UpdateWorldView(); }

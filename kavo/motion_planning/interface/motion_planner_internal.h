@@ -47,25 +47,6 @@ class KAVO_INTERNAL_EXPORT MotionPlannerInternal final : public MotionPlanner {
   Results generateResults(const std::optional<std::vector<std::shared_ptr<Node>>>& nodes,
                           bool generate_interpolated_path);
 
-  bool accept();
-  bool setSeed(int seed);
-  bool setStepSize(double step_size);
-  bool setMaxIterations(int max_iterations);
-  bool setMaxSampling(int max_sampling);
-  bool setMaxNodes(int max_nodes);
-  bool setDistanceMetricWeights(std::vector<double>::const_iterator weights, std::size_t count);
-  bool setTaskSpaceFrameName(std::string task_space_frame_name);
-  bool setTaskSpaceLimits(std::vector<Limit>::const_iterator limits, std::size_t count);
-  bool enableTeskTree(bool enable);
-  bool setTeskTreeMaxNumNodes(int max_num_nodes);
-  bool setTeskTreeMaxBufferSize(int max_buffer_size);
-  bool setTeskTreeNumNodesCpuGpuCrossover(int num_nodes_cpu_gpu_crossover);
-  bool setRrtConnectExplorationFraction(double exploration_fraction);
-  bool setJtRrtXTargetZoneTolerance(const Eigen::Vector3d& x_target_zone_tolerance);
-  bool setJtRrtXTargetFinalTolerance(double x_target_final_tolerance);
-  bool setJtRrtTaskSpaceExplorationFraction(double task_space_exploration_fraction);
-  bool setJtRrtTaskSpaceExploitationFraction(double task_space_exploitation_fraction);
-
   WorldView world_view_;
   std::shared_ptr<RobotDescription> robot_description_;
   MotionPlannerConfig motion_planner_config_;

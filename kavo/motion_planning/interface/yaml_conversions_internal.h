@@ -3,6 +3,7 @@
 #include <yaml-cpp/yaml.h>
 
 #include <Eigen/Core>
+#include <string>
 
 #include "kavo/motion_planning/interface/motion_planner.h"
 
@@ -36,3 +37,10 @@ struct convert<Eigen::Vector3d> {
 };
 
 }  // namespace YAML
+
+namespace kavo::planning::internal {
+
+//! The root of a file. yaml-cpp alone opens a directory like a file, fails to read it, and loses its buffer.
+YAML::Node LoadYaml(const std::string& file);
+
+}  // namespace kavo::planning::internal
