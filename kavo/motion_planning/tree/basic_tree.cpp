@@ -10,6 +10,7 @@
 #include "kavo/math/vector_math_internal.h"
 #include "kavo/motion_planning/tree/nearest_scan_internal.h"
 #include "kavo/motion_planning/tree/node_arena_internal.h"
+#include "kavo/motion_planning/tree/periodic_metric.h"
 #include "kavo/util/log_message.h"
 
 namespace kavo::planning {
@@ -24,10 +25,13 @@ class BasicTree final : public Tree {
   BasicTree(unsigned long dimension, const DistanceMetric& metric, bool supports_node_id)
       : dimension_(static_cast<int>(dimension)),
         metric_(metric),
+        periodic_metric_(metric_.target<PeriodicMetric>()),
         supports_node_id_(supports_node_id),
-        scan_metric_(RecogniseMetric(metric_, dimension_)),
+        scan_metric_(RecogniseMetric(PlainMetric(), dimension_)),
         scan_(scan_metric_.value_or(NearestScan::Metric::kL2),
-              static_cast<std::size_t>(std::max(dimension_, 0)), Weights()) {}
+              static_cast<std::size_t>(std::max(dimension_, 0)), Weights(),
+              periodic_metric_ != nullptr ? periodic_metric_->PeriodicCoordinates()
+                                          : std::vector<Eigen::Index>()) {}
 
   int CSpaceDimension() const override { return dimension_; }
   std::uint64_t NumNodes() const override { return nodes_.size(); }
@@ -99,7 +103,8 @@ class BasicTree final : public Tree {
   }
 
   Geometry DistanceGeometry() const override {
-    if (!scan_metric_) {
+    // Whole turns are rounded, and more so the larger the coordinates: a detour may be shorter by that.
+    if (!scan_metric_ || periodic_metric_ != nullptr) {
       return Geometry::kUnknown;
     }
     if (*scan_metric_ == NearestScan::Metric::kL2) {
@@ -112,7 +117,7 @@ class BasicTree final : public Tree {
   }
 
   double Distance(const Eigen::VectorXd& q0, const Eigen::VectorXd& q1) const override {
-    if (scan_metric_ == NearestScan::Metric::kL2 && q0.size() == q1.size()) {
+    if (scan_metric_ == NearestScan::Metric::kL2 && periodic_metric_ == nullptr && q0.size() == q1.size()) {
       // What the metric does, without the way through a function object.
       return math::Distance(q0, q1);
     }
@@ -152,8 +157,13 @@ class BasicTree final : public Tree {
     return std::nullopt;
   }
 
+  // Without regard to turns.
+  const DistanceMetric& PlainMetric() const {
+    return periodic_metric_ != nullptr ? periodic_metric_->Metric() : metric_;
+  }
+
   const double* Weights() const {
-    const auto* weighted = metric_.target<WeightedSquaredL2Norm>();
+    const auto* weighted = PlainMetric().target<WeightedSquaredL2Norm>();
     return weighted != nullptr ? weighted->Weights().data() : nullptr;
   }
 
@@ -168,6 +178,8 @@ class BasicTree final : public Tree {
 
   int dimension_;
   DistanceMetric metric_;
+  // `metric_` if it is one of these, else null.
+  const PeriodicMetric* periodic_metric_;
   internal::NodeArena arena_;
   std::vector<std::shared_ptr<Node>> nodes_;
   bool supports_node_id_;

@@ -11,6 +11,9 @@
 #include <limits>
 #include <new>
 
+#include "kavo/math/constants_internal.h"
+#include "kavo/motion_planning/tree/periodic_metric.h"
+
 HWY_BEFORE_NAMESPACE();
 namespace kavo::planning::internal::HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
@@ -18,10 +21,10 @@ namespace hn = hwy::HWY_NAMESPACE;
 constexpr std::size_t kBlock = NearestScan::kBlock;
 
 // `kDimension` is the dimension if it is known when compiling (the query then stays in registers), else zero.
-template <bool kWeighted, std::size_t kDimension>
+template <bool kWeighted, bool kPeriodic, std::size_t kDimension>
 float MeasureOf(const float* HWY_RESTRICT blocks, std::size_t num_blocks, std::size_t dynamic_dimension,
-                const float* HWY_RESTRICT query, const float* HWY_RESTRICT weights, float least,
-                float* HWY_RESTRICT sums) {
+                const float* HWY_RESTRICT query, const float* HWY_RESTRICT weights,
+                const float* HWY_RESTRICT periods, float least, float* HWY_RESTRICT sums) {
   const hn::CappedTag<float, kBlock> d;
   const std::size_t dimension = kDimension != 0 ? kDimension : dynamic_dimension;
   auto least_in_lanes = hn::Set(d, least);
@@ -29,7 +32,11 @@ float MeasureOf(const float* HWY_RESTRICT blocks, std::size_t num_blocks, std::s
     for (std::size_t lane = 0; lane < kBlock; lane += hn::Lanes(d)) {
       auto sum = hn::Zero(d);
       for (std::size_t i = 0; i < dimension; ++i) {
-        const auto difference = hn::Sub(hn::Set(d, query[i]), hn::Load(d, blocks + i * kBlock + lane));
+        auto difference = hn::Sub(hn::Set(d, query[i]), hn::Load(d, blocks + i * kBlock + lane));
+        if constexpr (kPeriodic) {
+          difference = hn::Abs(difference);
+          difference = hn::Min(difference, hn::Abs(hn::Sub(hn::Set(d, periods[i]), difference)));
+        }
         auto term = hn::Mul(difference, difference);
         if constexpr (kWeighted) {
           term = hn::Mul(hn::Set(d, weights[i]), term);
@@ -46,26 +53,34 @@ float MeasureOf(const float* HWY_RESTRICT blocks, std::size_t num_blocks, std::s
 
 template <bool kWeighted>
 float MeasureOfDimension(const float* blocks, std::size_t num_blocks, std::size_t dimension,
-                         const float* query, const float* weights, float least, float* sums) {
+                         const float* query, const float* weights, const float* periods, float least,
+                         float* sums) {
+  const auto measure = [&](auto function) {
+    return function(blocks, num_blocks, dimension, query, weights, periods, least, sums);
+  };
+  if (periods != nullptr) {
+    return measure(MeasureOf<kWeighted, true, 0>);
+  }
   switch (dimension) {
     case 3:
-      return MeasureOf<kWeighted, 3>(blocks, num_blocks, dimension, query, weights, least, sums);
+      return measure(MeasureOf<kWeighted, false, 3>);
     case 6:
-      return MeasureOf<kWeighted, 6>(blocks, num_blocks, dimension, query, weights, least, sums);
+      return measure(MeasureOf<kWeighted, false, 6>);
     case 7:
-      return MeasureOf<kWeighted, 7>(blocks, num_blocks, dimension, query, weights, least, sums);
+      return measure(MeasureOf<kWeighted, false, 7>);
     default:
-      return MeasureOf<kWeighted, 0>(blocks, num_blocks, dimension, query, weights, least, sums);
+      return measure(MeasureOf<kWeighted, false, 0>);
   }
 }
 
 // Writes the sums of all points of some blocks. The least of them and of `least`.
 // \param weights Null for one.
+// \param periods Null for none.
 float Measure(const float* blocks, std::size_t num_blocks, std::size_t dimension, const float* query,
-              const float* weights, float least, float* sums) {
+              const float* weights, const float* periods, float least, float* sums) {
   return weights == nullptr
-             ? MeasureOfDimension<false>(blocks, num_blocks, dimension, query, weights, least, sums)
-             : MeasureOfDimension<true>(blocks, num_blocks, dimension, query, weights, least, sums);
+             ? MeasureOfDimension<false>(blocks, num_blocks, dimension, query, weights, periods, least, sums)
+             : MeasureOfDimension<true>(blocks, num_blocks, dimension, query, weights, periods, least, sums);
 }
 
 // The first block from `first` on with a sum of at most `limit`, and which of its sums are; `num_blocks` if
@@ -125,8 +140,15 @@ double SizeOf(const double* point, std::size_t dimension) {
 
 }  // namespace
 
-NearestScan::NearestScan(Metric metric, std::size_t dimension, const double* weights)
+NearestScan::NearestScan(Metric metric, std::size_t dimension, const double* weights,
+                         const std::vector<Eigen::Index>& periodic_coordinates)
     : metric_(metric), dimension_(dimension) {
+  for (const Eigen::Index coordinate : periodic_coordinates) {
+    if (static_cast<std::size_t>(coordinate) < dimension) {
+      periods_.resize(dimension, std::numeric_limits<float>::infinity());
+      periods_[static_cast<std::size_t>(coordinate)] = static_cast<float>(math::kTwoPi);
+    }
+  }
   for (std::size_t i = 0; i < dimension; ++i) {
     const double weight = metric == Metric::kWeightedSquaredL2 ? weights[i] : 1.0;
     // Of negative weights nothing can be said.
@@ -169,7 +191,7 @@ void NearestScan::Append(const double* point) {
   double largest = largest_;
   for (std::size_t i = 0; i < dimension; ++i) {
     exact[i] = point[i];
-    block[i * kBlock + place] = static_cast<float>(point[i]);
+    block[i * kBlock + place] = ScanValue(i, point[i]);
     largest = std::max(largest, std::fabs(point[i]));
   }
   largest_ = largest;
@@ -180,11 +202,20 @@ const double* NearestScan::Point(std::size_t index) const {
   return chunks_[index / kChunk].points.get() + index % kChunk * dimension_;
 }
 
+float NearestScan::ScanValue(std::size_t coordinate, double value) const {
+  const bool is_periodic = !periods_.empty() && std::isfinite(periods_[coordinate]);
+  return static_cast<float>(is_periodic ? value + WholeTurns(value, 0.0) : value);
+}
+
 double NearestScan::Sum(std::size_t index, const double* query) const {
   const double* const point = Point(index);
   double sum = 0.0;
   for (std::size_t i = 0; i < dimension_; ++i) {
-    const double difference = point[i] - query[i];
+    double nearest = query[i];
+    if (!periods_.empty() && std::isfinite(periods_[i])) {
+      nearest += WholeTurns(nearest, point[i]);
+    }
+    const double difference = point[i] - nearest;
     const double term = difference * difference;
     sum += metric_ == Metric::kWeightedSquaredL2 ? weights_[i] * term : term;
   }
@@ -206,7 +237,9 @@ void NearestScan::Consider(std::size_t index, const double* query, Result& best)
 NearestScan::Result NearestScan::Closest(const double* query) const {
   const double sum = Sum(0, query);
   Result best{0, metric_ == Metric::kL2 ? std::sqrt(sum) : sum, sum};
-  const double largest = std::max(largest_, SizeOf(query, dimension_));
+  // Where values repeat the scan takes differences of half a turn at most from a whole one.
+  const double largest =
+      std::max({largest_, SizeOf(query, dimension_), periods_.empty() ? 0.0 : 2.0 * math::kTwoPi});
   // What single precision cannot hold is measured point by point: neither a square nor a weighted sum may
   // overflow, and weights must not all drown in what is too small.
   constexpr std::size_t kMostCoordinates = 64;
@@ -219,15 +252,16 @@ NearestScan::Result NearestScan::Closest(const double* query) const {
   }
   float scan_query[kMostCoordinates];
   for (std::size_t i = 0; i < dimension_; ++i) {
-    scan_query[i] = static_cast<float>(query[i]);
+    scan_query[i] = ScanValue(i, query[i]);
   }
   const float* const weights = metric_ == Metric::kWeightedSquaredL2 ? scan_weights_.data() : nullptr;
+  const float* const periods = periods_.empty() ? nullptr : periods_.data();
   const std::size_t num_blocks = (size_ + kBlock - 1) / kBlock;
   float least = std::numeric_limits<float>::max();
   for (std::size_t first = 0; first < num_blocks; first += kBlocksPerChunk) {
     least = HWY_DYNAMIC_DISPATCH(Measure)(chunks_[first / kBlocksPerChunk].blocks.get(),
                                           std::min(kBlocksPerChunk, num_blocks - first), dimension_,
-                                          scan_query, weights, least, sums_.get() + first * kBlock);
+                                          scan_query, weights, periods, least, sums_.get() + first * kBlock);
   }
 
   // Each difference is off by less than 2^-22 of the largest coordinate, and each rounding of the sum costs

@@ -2,6 +2,7 @@
 
 #include <hwy/aligned_allocator.h>
 
+#include <Eigen/Core>
 #include <cstddef>
 #include <vector>
 
@@ -26,7 +27,9 @@ class KAVO_INTERNAL_EXPORT NearestScan {
   };
 
   //! \param weights One weight for each coordinate; only read for the weighted metric.
-  NearestScan(Metric metric, std::size_t dimension, const double* weights);
+  //! \param periodic_coordinates Those in which distances go the short way round, as `PeriodicMetric` says.
+  NearestScan(Metric metric, std::size_t dimension, const double* weights,
+              const std::vector<Eigen::Index>& periodic_coordinates = {});
 
   std::size_t Size() const { return size_; }
   void Clear();
@@ -55,6 +58,8 @@ class KAVO_INTERNAL_EXPORT NearestScan {
   };
 
   const double* Point(std::size_t index) const;
+  // A value as the scan sees it: within half a turn of zero in a periodic coordinate.
+  float ScanValue(std::size_t coordinate, double value) const;
   double Sum(std::size_t index, const double* query) const;
   void Consider(std::size_t index, const double* query, Result& best) const;
 
@@ -64,6 +69,8 @@ class KAVO_INTERNAL_EXPORT NearestScan {
   // In single precision; all one without weights.
   std::vector<float> scan_weights_;
   double sum_of_weights_ = 0.0;
+  // By coordinate, infinite where values do not repeat; empty when none do.
+  std::vector<float> periods_;
   std::size_t size_ = 0;
   // The largest size of a coordinate of any point.
   double largest_ = 0.0;

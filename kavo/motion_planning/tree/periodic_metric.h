@@ -28,6 +28,9 @@ class KAVO_EXPORT PeriodicMetric {
 
   double operator()(const Eigen::VectorXd& q0, const Eigen::VectorXd& q1) const;
 
+  const DistanceMetric& Metric() const { return metric_; }
+  const std::vector<Eigen::Index>& PeriodicCoordinates() const { return periodic_coordinates_; }
+
  private:
   DistanceMetric metric_;
   std::vector<Eigen::Index> periodic_coordinates_;

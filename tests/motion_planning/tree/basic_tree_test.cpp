@@ -1,4 +1,5 @@
 #include "kavo/motion_planning/tree/basic_tree.h"
+#include "kavo/motion_planning/tree/periodic_metric.h"
 
 #include <gtest/gtest.h>
 
@@ -35,7 +36,8 @@ DistanceMetric Opaque(const DistanceMetric& metric) {
 }
 
 std::vector<DistanceMetric> BuiltInMetrics(std::mt19937& engine, int dimension) {
-  return {L2Norm, SquaredL2Norm, WeightedSquaredL2Norm(RandomVec(engine, dimension, 0.1, 3.0))};
+  const WeightedSquaredL2Norm weighted(RandomVec(engine, dimension, 0.1, 3.0));
+  return {L2Norm, SquaredL2Norm, weighted, PeriodicMetric(L2Norm, {0, 2}), PeriodicMetric(weighted, {1})};
 }
 
 bool SameBits(double a, double b) { return a == b || (std::isnan(a) && std::isnan(b)); }
@@ -43,7 +45,7 @@ bool SameBits(double a, double b) { return a == b || (std::isnan(a) && std::isna
 // Points that bring out ties and specials: a coarse lattice, points so near that different squares have one
 // root, and now and then a number that is none.
 Eigen::VectorXd NastyPoint(std::mt19937& engine, int dimension) {
-  Eigen::VectorXd q = RandomVec(engine, dimension, -2.0, 2.0);
+  Eigen::VectorXd q = RandomVec(engine, dimension, -5.0, 5.0);
   const unsigned kind = engine() % 8;
   if (kind < 3) {
     return q.array().round();
@@ -101,7 +103,8 @@ TEST_P(BasicTreeTargetTest, ScanIsExactWhereSinglePrecisionFails) {
     for (const int dimension : {2, 7, 64, 65}) {
       const Eigen::VectorXd weights = weight * RandomVec(engine, dimension, 0.1, 3.0);
       for (const DistanceMetric& metric :
-           {DistanceMetric(L2Norm), DistanceMetric(WeightedSquaredL2Norm(weights))}) {
+           {DistanceMetric(L2Norm), DistanceMetric(WeightedSquaredL2Norm(weights)),
+            DistanceMetric(PeriodicMetric(SquaredL2Norm, {0, 6}))}) {
         const auto scanned = CreateBasicTree(static_cast<unsigned long>(dimension), metric, false);
         const auto point = [&, s = size, o = offset] {
           const Eigen::VectorXd v = s * RandomVec(engine, dimension, -1.0, 1.0);
@@ -244,6 +247,7 @@ TEST(BasicTreeTest, TellsWhereADetourIsNeverShorter) {
       {L2Norm, Geometry::kMetric},
       {SquaredL2Norm, Geometry::kSquaredMetric},
       {Opaque(L2Norm), Geometry::kUnknown},
+      {PeriodicMetric(L2Norm, {0}), Geometry::kUnknown},
       {weighted({1.0, 0.0}), Geometry::kSquaredMetric},
       {weighted({1.0, -1e-9}), Geometry::kUnknown},
       {weighted({1.0, kNaN}), Geometry::kUnknown},
