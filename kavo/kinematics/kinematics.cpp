@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <sstream>
 #include <utility>
 
 #include "kavo/kinematics/sin_cos_internal.h"
@@ -163,7 +162,7 @@ Kinematics::Kinematics(const std::vector<Frame>& frames) {
 int Kinematics::frame(const std::string& frame_name) const {
   const auto found = frame_indices_.find(frame_name);
   if (found == frame_indices_.end()) {
-    std::ostringstream names;
+    util::TextStream names;
     for (const std::string& name : frame_names_) {
       names << (names.tellp() > 0 ? ", " : "") << '"' << name << '"';
     }

@@ -1,10 +1,15 @@
 #include "kavo/util/log_message.h"
 
+#include <locale>
 #include <utility>
 
 #include "kavo/util/log_internal.h"
 
 namespace kavo::util {
+
+TextStream::TextStream() { imbue(std::locale::classic()); }
+
+TextStream::~TextStream() = default;
 
 LogMessage::LogMessage(LogLevel level) { record_.level = level; }
 

@@ -35,6 +35,17 @@ class KAVO_EXPORT LogMessage {
 
 }  // namespace kavo::util
 
+namespace kavo::util {
+
+//! A stream for text, in the classic locale: numbers look the same whatever the global locale is.
+class KAVO_EXPORT TextStream : public std::ostringstream {
+ public:
+  TextStream();
+  ~TextStream() override;
+};
+
+}  // namespace kavo::util
+
 //! KAVO_LOG(level) << "text" << value;
 //! Emits a report if the current thread's threshold lets it through; nothing is evaluated otherwise.
 #define KAVO_LOG(level)                                         \
@@ -49,4 +60,4 @@ class KAVO_EXPORT LogMessage {
   (condition) ? void() : ::kavo::util::LogMessage(#condition, file, line) & KAVO_LOG_TEXT()
 
 // `flush` turns the temporary into an lvalue of the base class, on which every inserter works.
-#define KAVO_LOG_TEXT() ::std::ostringstream().flush()
+#define KAVO_LOG_TEXT() ::kavo::util::TextStream().flush()

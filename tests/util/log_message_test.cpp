@@ -2,9 +2,12 @@
 
 #include <gmock/gmock.h>
 
+#include <Eigen/Core>
 #include <fstream>
+#include <locale>
 #include <stdexcept>
 
+#include "kavo/util/to_string.h"
 #include "tests/support/fatal.h"
 #include "tests/support/log_capture.h"
 
@@ -65,6 +68,22 @@ TEST(LogMessage, BrokenPreconditionThrowsWhatWasLogged) {
   } catch (const std::logic_error& error) {
     EXPECT_STREQ(error.what(), "kavo: fatal: size 3, not 1.5 [size < 2 && size != 7] at room/file:42");
   }
+}
+
+// Points between the thousands and a decimal comma.
+struct OtherPunctuation : std::numpunct<char> {
+  char do_decimal_point() const override { return ','; }
+  char do_thousands_sep() const override { return '.'; }
+  std::string do_grouping() const override { return "\3"; }
+};
+
+TEST(LogMessage, TextDoesNotDependOnTheGlobalLocale) {
+  const std::locale former = std::locale::global(std::locale(std::locale(), new OtherPunctuation));
+  const kavo::testing::LogCapture log;
+  KAVO_LOG(LogLevel::kWarning) << 12345 << " " << 0.5 << " " << Eigen::Vector2d(1000.0, 0.25).transpose()
+                               << " " << ToString(Eigen::Vector2d(1000.0, 0.25));
+  std::locale::global(former);
+  EXPECT_THAT(log.warnings(), ElementsAre("12345 0.5 1000 0.25 [1000 0.25]"));
 }
 
 TEST(LogMessage, StreamWithoutStringBufferGivesAnEmptyText) {
