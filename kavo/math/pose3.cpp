@@ -1,5 +1,6 @@
 #include "kavo/math/pose3.h"
 
+#include <climits>
 #include <cmath>
 
 #include "kavo/math/rigid_transform.h"
@@ -11,11 +12,22 @@ namespace kavo {
 
 Pose3::Pose3(const Eigen::Quaterniond& rotation, const Eigen::Vector3d& translation)
     : translation_(translation) {
-  const double x = rotation.x();
-  const double y = rotation.y();
-  const double z = rotation.z();
-  const double w = rotation.w();
-  const double norm = std::sqrt(x * x + y * y + z * z + w * w);
+  double x = rotation.x();
+  double y = rotation.y();
+  double z = rotation.z();
+  double w = rotation.w();
+  const auto squared_norm = [&] { return x * x + y * y + z * z + w * w; };
+  // Where squares would overflow or vanish, lengths of about one by a power of two, which changes no digit.
+  if (!(squared_norm() > 1e-280 && squared_norm() < 1e280)) {
+    const int exponent =
+        std::ilogb(std::fmax(std::fmax(std::fabs(x), std::fabs(y)), std::fmax(std::fabs(z), std::fabs(w))));
+    if (exponent != FP_ILOGB0 && exponent != FP_ILOGBNAN && exponent != INT_MAX) {
+      for (double* const coefficient : {&x, &y, &z, &w}) {
+        *coefficient = std::ldexp(*coefficient, -exponent);
+      }
+    }
+  }
+  const double norm = std::sqrt(squared_norm());
   rotation_.x() = x / norm;
   rotation_.y() = y / norm;
   rotation_.z() = z / norm;

@@ -53,7 +53,17 @@ TEST(Pose3, ScalesQuaternionsAndShowsUnusableOnes) {
   EXPECT_LT((quarter_about_z * Eigen::Vector3d(1.0, 0.0, 0.0) - Eigen::Vector3d(1.0, 3.0, 3.0)).norm(),
             1e-15);
   EXPECT_EQ(Pose3::FromRotation(Eigen::Quaterniond(0.0, 0.0, 5.0, 0.0)).rotation().y(), 1.0);
-  EXPECT_FALSE(Pose3::FromRotation(Eigen::Quaterniond(0.0, 0.0, 0.0, 0.0)).isFinite());
+  // Also where squares overflow or vanish.
+  for (const double length : {1.7e308, 1e155, 1e-170, 1e-310}) {
+    const Eigen::Quaterniond rotation =
+        Pose3::FromRotation(Eigen::Quaterniond(0.6 * length, 0.0, -0.8 * length, 0.0)).rotation();
+    EXPECT_NEAR(rotation.w(), 0.6, 1e-12) << length;
+    EXPECT_NEAR(rotation.y(), -0.8, 1e-12) << length;
+  }
+  for (const double bad : {0.0, HUGE_VAL, std::nan("")}) {
+    EXPECT_FALSE(Pose3::FromRotation(Eigen::Quaterniond(bad, 0.0, 0.0, 0.0)).isFinite());
+    EXPECT_FALSE(Pose3::FromRotation(Eigen::Quaterniond(bad, 1e200 * bad, 0.0, 0.0)).isFinite());
+  }
   for (int i = 0; i < 3; ++i) {
     EXPECT_FALSE(Pose3::FromTranslation(Eigen::Vector3d::Unit(i) * HUGE_VAL).isFinite());
   }
