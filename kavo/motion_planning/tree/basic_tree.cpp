@@ -76,6 +76,8 @@ class BasicTree final : public Tree {
   }
 
   ClosestNode GetClosest(const Eigen::VectorXd& q) const override {
+    KAVO_CHECK(!nodes_.empty(), "motion_planning/tree/basic_tree", 60)
+        << "An empty tree has no closest node.";
     if (q.size() != dimension_) {
       LogFatalDimensionMismatchError(static_cast<int>(q.size()));
       if (scan_metric_) {

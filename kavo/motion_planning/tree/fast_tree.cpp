@@ -108,6 +108,7 @@ class FastTree final : public Tree {
     if (q.size() != config_.dimension) {
       LogFatalDimensionMismatchError(static_cast<int>(q.size()));
     }
+    KAVO_CHECK(!nodes_.empty(), "motion_planning/tree/fast_tree", 60) << "An empty tree has no closest node.";
     IndexNodes();
     const std::shared_ptr<Node>& node =
         IsIndexable(q) && index_->Root().NumEntries() > 0 ? ((*index_).*query)(q.data()) : nodes_.front();

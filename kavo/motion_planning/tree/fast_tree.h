@@ -21,8 +21,8 @@ struct FastTreeConfig {
 //! leaf of the index and answers with the nearest node there. Node ids are not supported.
 //!
 //! A node or query of the wrong length is reported at level 0. Such a node, and one whose configuration is
-//! not finite, is stored but never near to anything. Answers on a tree without nodes are undefined; a query
-//! that is not finite, or a tree that holds only nodes that are near to nothing, gives the first node.
+//! not finite, is stored but never near to anything. A query that is not finite, or a tree that holds only
+//! nodes that are near to nothing, gives the first node.
 KAVO_EXPORT std::unique_ptr<Tree> CreateFastTree(const FastTreeConfig& config);
 
 }  // namespace kavo::planning

@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "kavo/util/log_message.h"
+
 namespace kavo::planning {
 
 namespace {
@@ -16,10 +18,22 @@ Node::Node(const Eigen::VectorXd& configuration) : configuration_(configuration)
 Node::Node(const Eigen::VectorXd& configuration, const std::shared_ptr<Node>& parent)
     : configuration_(configuration), parent_(parent) {}
 
-Node::Node(const Node&) = default;
-Node::Node(Node&&) noexcept = default;
-Node& Node::operator=(const Node&) = default;
-Node& Node::operator=(Node&&) noexcept = default;
+// A copy is in no tree.
+Node::Node(const Node& other)
+    : configuration_(other.configuration_), parent_(other.parent_), id_(other.id_) {}
+Node::Node(Node&& other) noexcept
+    : configuration_(std::move(other.configuration_)), parent_(std::move(other.parent_)), id_(other.id_) {}
+
+Node& Node::operator=(const Node& other) { return *this = Node(other); }
+
+Node& Node::operator=(Node&& other) {
+  KAVO_CHECK(!is_in_tree_, "motion_planning/tree/node", 28)
+      << "A node in a tree cannot be assigned to: the tree would not notice.";
+  configuration_ = std::move(other.configuration_);
+  parent_ = std::move(other.parent_);
+  id_ = other.id_;
+  return *this;
+}
 
 // A node may be the last owner of its parent, which may be the last owner of its own, and so on over millions
 // of nodes. The outermost destructor releases them one after the other instead of each from within the one
@@ -43,6 +57,7 @@ Node::~Node() {
 }
 
 std::vector<std::shared_ptr<Node>> ChainToRoot(const std::shared_ptr<Node>& node) {
+  KAVO_CHECK(node != nullptr, "motion_planning/tree/node", 45) << "There is no node to start a chain from.";
   std::vector<std::shared_ptr<Node>> chain{node};
   while (const std::shared_ptr<Node> parent = chain.back()->Parent().value_or(nullptr)) {
     chain.push_back(parent);

@@ -9,6 +9,10 @@
 
 namespace kavo::planning {
 
+namespace internal {
+class NodeArena;
+}  // namespace internal
+
 //! A vertex of a tree of configurations: a configuration, the node it was reached from, and optionally a
 //! number.
 //!
@@ -23,8 +27,9 @@ class KAVO_EXPORT Node {
 
   Node(const Node&);
   Node(Node&&) noexcept;
-  Node& operator=(const Node&);
-  Node& operator=(Node&&) noexcept;
+  //! A fatal error, here and below, for a node in a tree of this library, which keeps its coordinates apart.
+  Node& operator=(const Node& other);
+  Node& operator=(Node&& other);
   ~Node();
 
   Eigen::Index Dimension() const { return configuration_.size(); }
@@ -38,12 +43,16 @@ class KAVO_EXPORT Node {
   std::optional<unsigned int> TryGetId() const { return id_; }
 
  private:
+  friend class internal::NodeArena;
+
   Eigen::VectorXd configuration_;
   std::optional<std::shared_ptr<Node>> parent_;
   std::optional<unsigned int> id_;
+  bool is_in_tree_ = false;
 };
 
-//! The chain from `node` (first) to its root (last). It ends before a parent that is set but null.
+//! The chain from `node` (first) to its root (last). It ends before a parent that is set but null. A fatal
+//! error without a node.
 KAVO_EXPORT std::vector<std::shared_ptr<Node>> ChainToRoot(const std::shared_ptr<Node>& node);
 
 }  // namespace kavo::planning

@@ -22,7 +22,9 @@ class NodeArena {
   ~NodeArena() { DropBlock(); }
 
   std::shared_ptr<Node> Make(Node&& node) {
-    return std::allocate_shared<Node>(Allocator<Node>{this}, std::move(node));
+    std::shared_ptr<Node> stored = std::allocate_shared<Node>(Allocator<Node>{this}, std::move(node));
+    stored->is_in_tree_ = true;
+    return stored;
   }
 
  private:

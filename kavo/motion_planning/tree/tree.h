@@ -42,13 +42,13 @@ class KAVO_EXPORT Tree {
   //! Stores a copy of `node`, whose parent the caller has set, and returns it.
   virtual std::shared_ptr<Node> Insert(const Node& node) = 0;
 
-  //! The chain from `node` (first) to its root (last).
+  //! The chain from `node` (first) to its root (last); a fatal error without a node.
   virtual std::vector<std::shared_ptr<Node>> Backtrace(const std::shared_ptr<Node>& node) = 0;
 
   //! Distance under the tree's metric.
   virtual double Distance(const Eigen::VectorXd& q0, const Eigen::VectorXd& q1) const = 0;
 
-  //! The stored node nearest to `q`. The tree must not be empty.
+  //! The stored node nearest to `q`. An empty tree is a fatal error for the trees of this library.
   virtual ClosestNode GetClosest(const Eigen::VectorXd& q) const = 0;
 
   //! A stored node near to `q`, found faster than the nearest one where a tree knows how. Default:

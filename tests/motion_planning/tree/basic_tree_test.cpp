@@ -189,6 +189,18 @@ TEST(BasicTreeTest, StartsOverWithARoot) {
   ExpectFatal([&] { tree->ClearAndSetRoot(Node(Vec({2.0}), root)); }, "!node.Parent().has_value()",
               "motion_planning/tree/basic_tree", 26, "");
   EXPECT_EQ(tree->NumNodes(), 0u);
+  ExpectFatal([&] { tree->GetClosest(Vec({2.0})); }, "!nodes_.empty()", "motion_planning/tree/basic_tree", 60,
+              "An empty tree has no closest node.");
+  const auto kept = tree->Insert(Node(Vec({4.0})));
+  ExpectFatal([&] { *kept = Node(Vec({5.0})); }, "!is_in_tree_", "motion_planning/tree/node", 28,
+              "A node in a tree cannot be assigned to: the tree would not notice.");
+  Node copy = *kept;
+  copy = Node(Vec({5.0}), kept);
+  EXPECT_EQ(copy.Configuration(), Vec({5.0}));
+  EXPECT_EQ(*copy.Parent(), kept);
+  EXPECT_EQ(kept->Configuration(), Vec({4.0}));
+  ExpectFatal([&] { tree->Backtrace(nullptr); }, "node != nullptr", "motion_planning/tree/node", 45,
+              "There is no node to start a chain from.");
 }
 
 TEST(BasicTreeTest, FirstNodeWithAnIdIsFound) {

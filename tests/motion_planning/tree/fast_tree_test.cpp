@@ -87,6 +87,8 @@ TEST(FastTreeTest, RootsAndChains) {
   testing::ExpectFatal([&] { tree->ClearAndSetRoot(child); }, "!node.Parent().has_value()",
                        "motion_planning/tree/fast_tree", 30, "");
   EXPECT_EQ(tree->NumNodes(), 0u);
+  EXPECT_THROW(tree->GetClosest(Vec({0.0, 0.0})), util::FatalError);
+  EXPECT_THROW(tree->GetApproxClosest(Vec({0.0, 0.0})), util::FatalError);
 }
 
 TEST(FastTreeTest, WrongLengthsAreReportedAndNeverNear) {
