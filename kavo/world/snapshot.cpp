@@ -99,6 +99,38 @@ auto BestTouches() {
   return &HWY_DYNAMIC_DISPATCH(Touches);
 }
 
+// Bounds are cut to what single precision holds; nearer than this they are whole.
+constexpr double kLargestBound = 1.0e37;
+
+// No solid in a lane is nearer to the point, as computed distances go: bounds are taken for wider than they
+// are by more than their own rounding and that of a distance. Minus infinity where the point may be inside.
+double LeastDistance(const BoundsGroup& group, std::size_t lane, const double* point) {
+  double squared_distance = 0.0;
+  double size = 0.0;
+  for (int axis = 0; axis < 3; ++axis) {
+    const auto low = static_cast<double>(group.low[axis][lane]);
+    const auto high = static_cast<double>(group.high[axis][lane]);
+    if (low > high) {
+      return std::numeric_limits<double>::infinity();
+    }
+    const double gap = std::max(std::max(low - point[axis], point[axis] - high), 0.0);
+    squared_distance += gap * gap;
+    size += std::fabs(point[axis]) + (point[axis] < low ? std::fabs(low) : std::fabs(high));
+  }
+  const double distance = std::sqrt(squared_distance) - 0x1p-22 * size;
+  return distance > 0.0 ? distance : -std::numeric_limits<double>::infinity();
+}
+
+// Goes over to a solid that is nearer, or as near and older.
+void Consider(const Solid& solid, ObstacleHandle handle, const double* point,
+              std::optional<WorldView::Nearest>& nearest) {
+  const double distance = SignedDistanceAtAnyScale(solid, point);
+  if (!nearest || distance < nearest->distance ||
+      (distance == nearest->distance && handle.id() < nearest->obstacle.id())) {
+    nearest = WorldView::Nearest{handle, distance};
+  }
+}
+
 bool IsFinite(const double* point) {
   return std::isfinite(point[0]) && std::isfinite(point[1]) && std::isfinite(point[2]);
 }
@@ -240,6 +272,9 @@ Snapshot::Snapshot(const std::vector<Item>& items)
   std::vector<Bounds> bounds;
   bounds.reserve(items.size());
   for (std::size_t i = 0; i < items.size(); ++i) {
+    if (items[i].name) {
+      names_.emplace_back(items[i].handle, items[i].name);
+    }
     if (!(items[i].solid.magnitude <= kLargestPlainMagnitude)) {
       largest_magnitude_ = -1.0;
     }
@@ -318,6 +353,12 @@ bool Snapshot::inCollision(const Eigen::Vector3d& center, double radius) const {
   return !groups_.empty() && touches_(groups_.data(), solids_.data(), point, radius);
 }
 
+std::string Snapshot::name(ObstacleHandle obstacle) const {
+  const auto found =
+      std::find_if(names_.begin(), names_.end(), [&](const auto& entry) { return entry.first == obstacle; });
+  return found != names_.end() ? *found->second : std::string();
+}
+
 void Snapshot::findContacts(std::vector<BallCluster>& clusters, std::size_t num_lanes,
                             BallCluster::Contacts& contacts) const {
   if (has_plain_lanes_) {
@@ -342,18 +383,49 @@ std::optional<WorldView::Nearest> Snapshot::nearestObstacle(const Eigen::Vector3
   if (!IsFinite(p)) {
     return nearest;
   }
-  const auto visit = [&](const std::vector<Solid>& solids, const std::vector<ObstacleHandle>& handles) {
-    for (std::size_t i = 0; i < solids.size(); ++i) {
-      const double distance = SignedDistanceAtAnyScale(solids[i], p);
-      if (!nearest || distance < nearest->distance ||
-          (distance == nearest->distance && handles[i].id() < nearest->obstacle.id())) {
-        nearest = WorldView::Nearest{handles[i], distance};
-      }
+  for (std::size_t i = 0; i < half_spaces_.size(); ++i) {
+    Consider(half_spaces_[i], half_space_handles_[i], p, nearest);
+  }
+  if (std::fabs(p[0]) + std::fabs(p[1]) + std::fabs(p[2]) <= std::min(largest_magnitude_, kLargestBound)) {
+    if (!groups_.empty()) {
+      findNearest(p, 0, nearest);
     }
-  };
-  visit(half_spaces_, half_space_handles_);
-  visit(solids_, handles_);
+  } else {
+    for (std::size_t i = 0; i < solids_.size(); ++i) {
+      Consider(solids_[i], handles_[i], p, nearest);
+    }
+  }
   return nearest;
+}
+
+// The nearest boxes of a group first, and only those that may hold a solid as near as the nearest so far.
+void Snapshot::findNearest(const double* point, std::size_t group,
+                           std::optional<WorldView::Nearest>& nearest) const {
+  const BoundsGroup& bounds = groups_[group];
+  struct Part {
+    double distance;
+    std::size_t index;
+  };
+  Part parts[BoundsGroup::kSize];
+  std::size_t num_parts = 0;
+  for (std::size_t lane = 0; lane < BoundsGroup::kSize; ++lane) {
+    const double distance = LeastDistance(bounds, lane, point);
+    // An empty lane is infinitely far.
+    if (distance < std::numeric_limits<double>::infinity()) {
+      std::size_t place = num_parts++;
+      for (; place > 0 && parts[place - 1].distance > distance; --place) {
+        parts[place] = parts[place - 1];
+      }
+      parts[place] = {distance, bounds.first + lane};
+    }
+  }
+  for (std::size_t i = 0; i < num_parts && !(nearest && parts[i].distance > nearest->distance); ++i) {
+    if (bounds.leaf) {
+      Consider(solids_[parts[i].index], handles_[parts[i].index], point, nearest);
+    } else {
+      findNearest(point, parts[i].index, nearest);
+    }
+  }
 }
 
 }  // namespace kavo::internal

@@ -3,7 +3,10 @@
 #include <Eigen/Core>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "kavo/math/pose3.h"
@@ -22,6 +25,8 @@ class Snapshot {
   struct Item {
     ObstacleHandle handle;
     Solid solid;
+    //! Null for an empty one.
+    std::shared_ptr<const std::string> name;
   };
 
   explicit Snapshot(const std::vector<Item>& items);
@@ -29,6 +34,7 @@ class Snapshot {
   //! As in `WorldView`.
   bool inCollision(const Eigen::Vector3d& center, double radius) const;
   std::optional<WorldView::Nearest> nearestObstacle(const Eigen::Vector3d& point) const;
+  std::string name(ObstacleHandle obstacle) const;
   //! As `FindContacts`.
   void findContacts(std::vector<BallCluster>& clusters, std::size_t num_lanes,
                     BallCluster::Contacts& contacts) const;
@@ -41,6 +47,7 @@ class Snapshot {
 
   void fill(std::size_t group, std::vector<Bounds>::iterator begin, std::vector<Bounds>::iterator end,
             const std::vector<Item>& items);
+  void findNearest(const double* point, std::size_t group, std::optional<WorldView::Nearest>& nearest) const;
   bool inCollisionAtAnyScale(const double* center, double radius) const;
 
   // A tree in one array, the root first; empty when no obstacle is bounded.
@@ -51,6 +58,8 @@ class Snapshot {
   // No box encloses a half-space: these are asked one by one.
   std::vector<Solid> half_spaces_;
   std::vector<ObstacleHandle> half_space_handles_;
+  // Of the obstacles that have one.
+  std::vector<std::pair<ObstacleHandle, std::shared_ptr<const std::string>>> names_;
   // The same solids for clusters of balls.
   SolidLanes lanes_;
   bool has_plain_lanes_ = true;

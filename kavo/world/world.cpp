@@ -2,7 +2,6 @@
 
 #include <atomic>
 #include <cmath>
-#include <sstream>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -70,6 +69,16 @@ std::size_t WorldState::size() const {
   return entries_.size();
 }
 
+std::vector<ObstacleHandle> WorldState::handles() const {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  std::vector<ObstacleHandle> handles;
+  handles.reserve(entries_.size());
+  for (const auto& [id, entry] : entries_) {
+    handles.emplace_back(id);
+  }
+  return handles;
+}
+
 std::shared_ptr<const Snapshot> WorldState::snapshot() {
   const std::lock_guard<std::mutex> lock(mutex_);
   if (!snapshot_) {
@@ -77,7 +86,7 @@ std::shared_ptr<const Snapshot> WorldState::snapshot() {
     items.reserve(entries_.size());
     for (const auto& [id, entry] : entries_) {
       if (entry.enabled) {
-        items.push_back({ObstacleHandle(id), Solid(entry.shape, entry.pose)});
+        items.push_back({ObstacleHandle(id), Solid(entry.shape, entry.pose), entry.name});
       }
     }
     snapshot_ = std::make_shared<const Snapshot>(items);
@@ -94,24 +103,24 @@ bool IsLength(double length) { return std::isfinite(length) && length > 0.0; }
 // The obstacle in words, with its sizes: what a reader needs to find it in a scene.
 struct Description {
   std::string operator()(const SphereObstacle& sphere) const {
-    std::ostringstream text;
+    util::TextStream text;
     text << "Sphere obstacle '" << name << "' of radius [" << sphere.radius << "]";
     return text.str();
   }
   std::string operator()(const BoxObstacle& box) const {
-    std::ostringstream text;
+    util::TextStream text;
     text << "Box obstacle '" << name << "' of size [" << box.size[0] << " " << box.size[1] << " "
          << box.size[2] << "]";
     return text.str();
   }
   std::string operator()(const CylinderObstacle& cylinder) const {
-    std::ostringstream text;
+    util::TextStream text;
     text << "Cylinder obstacle '" << name << "' of radius [" << cylinder.radius << "] and height ["
          << cylinder.height << "]";
     return text.str();
   }
   std::string operator()(const CapsuleObstacle& capsule) const {
-    std::ostringstream text;
+    util::TextStream text;
     text << "Capsule obstacle '" << name << "' of radius [" << capsule.radius << "] and height ["
          << capsule.height << "]";
     return text.str();
@@ -138,7 +147,7 @@ struct HasValidSize {
 std::string PoseText(const Pose3& pose) {
   const Eigen::Quaterniond rotation = pose.rotation();
   const Eigen::Vector3d& translation = pose.translation();
-  std::ostringstream text;
+  util::TextStream text;
   text << "translation [" << translation[0] << " " << translation[1] << " " << translation[2]
        << "], quaternion x y z w [" << rotation.x() << " " << rotation.y() << " " << rotation.z() << " "
        << rotation.w() << "]";
@@ -157,6 +166,10 @@ internal::WorldState::Entry Get(const internal::WorldState& state, ObstacleHandl
   return entry;
 }
 
+std::string Name(const internal::WorldState::Entry& entry) {
+  return entry.name ? *entry.name : std::string();
+}
+
 }  // namespace
 
 World::World() : state_(std::make_shared<internal::WorldState>()) {}
@@ -166,13 +179,14 @@ ObstacleHandle World::add(const ObstacleShape& shape, const Pose3& pose, std::st
       << std::visit(Description{name}, shape) << " must have positive and finite sizes.";
   KAVO_CHECK(pose.isFinite(), "world/world", 21)
       << std::visit(Description{name}, shape) << " cannot be placed at " << PoseText(pose) << ".";
-  return state_->add({shape, pose, std::move(name), true});
+  return state_->add(
+      {shape, pose, name.empty() ? nullptr : std::make_shared<const std::string>(std::move(name)), true});
 }
 
 void World::move(ObstacleHandle obstacle, const Pose3& pose) {
   const internal::WorldState::Entry entry = Get(*state_, obstacle);
   KAVO_CHECK(pose.isFinite(), "world/world", 30)
-      << std::visit(Description{entry.name}, entry.shape) << " cannot be moved to " << PoseText(pose) << ".";
+      << std::visit(Description{Name(entry)}, entry.shape) << " cannot be moved to " << PoseText(pose) << ".";
   const bool known = state_->move(obstacle, pose);
   KAVO_CHECK(known, "world/world", 31) << UnknownHandle(obstacle);
 }
@@ -198,7 +212,14 @@ ObstacleShape World::shape(ObstacleHandle obstacle) const { return Get(*state_, 
 
 Pose3 World::pose(ObstacleHandle obstacle) const { return Get(*state_, obstacle).pose; }
 
-std::string World::name(ObstacleHandle obstacle) const { return Get(*state_, obstacle).name; }
+std::string World::name(ObstacleHandle obstacle) const { return Name(Get(*state_, obstacle)); }
+
+bool World::contains(ObstacleHandle obstacle) const {
+  internal::WorldState::Entry unused;
+  return state_->get(obstacle, &unused);
+}
+
+std::vector<ObstacleHandle> World::obstacles() const { return state_->handles(); }
 
 std::size_t World::numObstacles() const { return state_->size(); }
 

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "kavo/math/pose3.h"
 #include "kavo/util/export.h"
@@ -40,6 +41,12 @@ class KAVO_EXPORT World {
   ObstacleShape shape(ObstacleHandle obstacle) const;
   Pose3 pose(ObstacleHandle obstacle) const;
   std::string name(ObstacleHandle obstacle) const;
+
+  //! Whether the obstacle is in this world, and was not removed.
+  bool contains(ObstacleHandle obstacle) const;
+
+  //! All obstacles in the order of adding, disabled ones included.
+  std::vector<ObstacleHandle> obstacles() const;
 
   //! Number of obstacles, disabled ones included.
   std::size_t numObstacles() const;

@@ -6,6 +6,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "kavo/math/pose3.h"
 #include "kavo/world/obstacle.h"
@@ -20,7 +21,8 @@ class WorldState {
   struct Entry {
     ObstacleShape shape;
     Pose3 pose;
-    std::string name;
+    //! Null for an empty one. Shared with the snapshots.
+    std::shared_ptr<const std::string> name;
     bool enabled = true;
   };
 
@@ -31,6 +33,8 @@ class WorldState {
   bool remove(ObstacleHandle obstacle);
   bool get(ObstacleHandle obstacle, Entry* entry) const;
   std::size_t size() const;
+  //! In the order of adding.
+  std::vector<ObstacleHandle> handles() const;
 
   //! The enabled obstacles as they are now. Built at the first call after an edit and shared until the next.
   std::shared_ptr<const Snapshot> snapshot();

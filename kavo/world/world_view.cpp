@@ -19,6 +19,8 @@ std::optional<WorldView::Nearest> WorldView::nearestObstacle(const Eigen::Vector
   return state_->snapshot->nearestObstacle(point);
 }
 
+std::string WorldView::name(ObstacleHandle obstacle) const { return state_->snapshot->name(obstacle); }
+
 namespace internal {
 
 struct ViewAccess {

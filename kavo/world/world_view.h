@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <string>
 
 #include "kavo/util/export.h"
 
@@ -56,6 +57,10 @@ class KAVO_EXPORT WorldView {
   //! The obstacle with the smallest signed distance to the point (world coordinates, metres), the one added
   //! first among equals; empty if there is none or the point is not finite.
   std::optional<Nearest> nearestObstacle(const Eigen::Vector3d& point) const;
+
+  //! The name of an obstacle that the view shows, also once it was removed from the world; empty for another.
+  //! Takes longer the more obstacles there are.
+  std::string name(ObstacleHandle obstacle) const;
 
  private:
   friend class World;

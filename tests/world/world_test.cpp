@@ -116,6 +116,7 @@ TEST(World, EditsShowInTheNextViewAndCopiesAreTheSameWorld) {
     SCOPED_TRACE(&step - steps);
     step.edit();
     view.update();
+    EXPECT_EQ(world.obstacles().size(), step.num_obstacles);
     EXPECT_EQ(view.inCollision({0.0, 0.0, 0.0}, 0.0), step.at_origin);
     EXPECT_EQ(view.inCollision({5.0, 0.0, 0.0}, 0.0), step.at_five);
     EXPECT_EQ(copy.view().inCollision({0.0, 0.0, 0.0}, 0.0), step.at_origin);

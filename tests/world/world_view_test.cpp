@@ -194,9 +194,9 @@ TEST(WorldView, NearestIsTheSmallestDistanceAndTheFirstAddedAmongEquals) {
   }
 }
 
-// `nearestObstacle` goes through all obstacles one by one, so it says what `inCollision` must decide with
+// The distances to the obstacles one by one say what `nearestObstacle` and `inCollision` must find with
 // bounds, tree and wide vectors: to the last bit, with every set of instructions.
-TEST(WorldView, ContactIsWhatTheDistanceSaysOnEveryTarget) {
+TEST(WorldView, NearestAndContactAreWhatTheDistancesSayOnEveryTarget) {
   const Eigen::Vector3d here(0.0, 0.0, 0.0);
   const struct {
     int num_obstacles;
@@ -231,22 +231,31 @@ TEST(WorldView, ContactIsWhatTheDistanceSaysOnEveryTarget) {
     for (const auto& scene : scenes) {
       SCOPED_TRACE(::testing::Message() << scene.num_obstacles << " obstacles, target " << target);
       World world;
+      std::vector<std::pair<ObstacleHandle, WorldView>> singles;
       for (int i = 0; i < scene.num_obstacles; ++i) {
         const Pose3 pose = random.pose(scene.reach);
-        if (scene.on_grid) {
-          world.add(BoxObstacle{{0.25, 0.5, 0.125}},
-                    Pose3::FromTranslation(scene.offset + random.gridPoint(scene.reach)));
-        } else {
-          world.add(random.bounded(i % 4, scene.size),
-                    Pose3(pose.rotation(), scene.offset + pose.translation()));
-        }
+        const ObstacleShape shape = scene.on_grid ? ObstacleShape(BoxObstacle{{0.25, 0.5, 0.125}})
+                                                  : random.bounded(i % 4, scene.size);
+        const Pose3 place = scene.on_grid
+                                ? Pose3::FromTranslation(scene.offset + random.gridPoint(scene.reach))
+                                : Pose3(pose.rotation(), scene.offset + pose.translation());
+        singles.emplace_back(world.add(shape, place), ViewOf(shape, place));
       }
       const WorldView view = world.view();
       for (int i = 0; i < 150; ++i) {
         const double reach = (i % 10 == 0 ? 10.0 : 1.2) * scene.reach;
         const Eigen::Vector3d center =
             scene.offset + (scene.on_grid ? random.gridPoint(reach) : random.point(reach));
-        const double distance = view.nearestObstacle(center)->distance;
+        WorldView::Nearest expected_nearest{ObstacleHandle(0), kInfinity};
+        for (const auto& [handle, alone] : singles) {
+          const double distance_alone = alone.nearestObstacle(center)->distance;
+          if (distance_alone < expected_nearest.distance || expected_nearest.obstacle.id() == 0) {
+            expected_nearest = {handle, distance_alone};
+          }
+        }
+        const double distance = expected_nearest.distance;
+        ASSERT_EQ(view.nearestObstacle(center)->distance, distance) << center.transpose();
+        ASSERT_EQ(view.nearestObstacle(center)->obstacle.id(), expected_nearest.obstacle.id());
         const double d = std::fabs(distance);
         for (const double radius :
              {0.0, random.uniform(0.0, scene.size), d, Below(d), std::nextafter(d, kInfinity)}) {
@@ -297,7 +306,7 @@ TEST(WorldView, CopiesUpdateTogetherAndOthersStayAsTheyAre) {
   WorldView view = world->view();
   WorldView copy = view;
   WorldView other = world->view();
-  const ObstacleHandle ball = world->add(SphereObstacle{0.5}, At(1.0, 2.0, 3.0));
+  const ObstacleHandle ball = world->add(SphereObstacle{0.5}, At(1.0, 2.0, 3.0), "ball");
   EXPECT_FALSE(view.inCollision(place, 0.0)) << "an edit alone changes no view";
   EXPECT_FALSE(view.nearestObstacle(place).has_value());
   copy.update();
@@ -307,6 +316,8 @@ TEST(WorldView, CopiesUpdateTogetherAndOthersStayAsTheyAre) {
   EXPECT_TRUE(other.inCollision(place, 0.0));
 
   world->remove(ball);
+  EXPECT_FALSE(world->contains(ball));
+  EXPECT_EQ(view.name(ball), "ball") << "nor does its name go";
   EXPECT_EQ(view.nearestObstacle(place)->obstacle.id(), ball.id());
   EXPECT_TRUE(view.inCollision(place, 0.0)) << "a removed obstacle stays in what was taken before";
   world.reset();
