@@ -113,7 +113,7 @@ void RunOnce(const Problem& problem, const PlannerSettings& settings, const Benc
     }
   }
   if (run.report.fault) {
-    run.fault = Explain(*run.report.fault, *robot, world);
+    run.fault = Explain(*run.report.fault, *robot);
   }
   run.found = results.path_found;
   if (run.found) {

@@ -71,7 +71,7 @@ int Check(const CheckOptions& options) {
       planning::CheckPath(robot, situation.world.view(), path, options.step_size);
   std::cout << HeldJointsText(*situation.robot) << path.size() << " waypoints, length "
             << Number(Length(path), 4) << ": "
-            << Explain(check, robot, situation.world, situation.scope, path.size() - 1, options.step_size);
+            << Explain(check, robot, situation.scope, path.size() - 1, options.step_size);
   return check.IsValid() ? kDone : kNoPath;
 }
 

@@ -8,8 +8,7 @@ namespace {
 
 std::string Quoted(const std::string& name) { return "'" + Printable(name) + "'"; }
 
-std::string Obstacle(const World& world, ObstacleHandle obstacle) {
-  const std::string name = world.name(obstacle);
+std::string Obstacle(const std::string& name) {
   return name.empty() ? "an obstacle without a name" : Quoted(name);
 }
 
@@ -24,8 +23,7 @@ std::string Where(const planning::PathPlace& place, std::size_t num_segments) {
 
 }  // namespace
 
-std::string Explain(const planning::ConfigurationFault& fault, const RobotDescription& robot,
-                    const World& world) {
+std::string Explain(const planning::ConfigurationFault& fault, const RobotDescription& robot) {
   if (fault.limit) {
     const auto& [coordinate, value, lower, upper] = *fault.limit;
     return "joint " + Quoted(robot.cSpaceCoordName(coordinate)) + " is at " + Number(value) +
@@ -34,7 +32,7 @@ std::string Explain(const planning::ConfigurationFault& fault, const RobotDescri
   if (fault.contact) {
     const planning::ConfigurationFault::Contact& contact = *fault.contact;
     return "frame " + Quoted(contact.frame) + " reaches " + Distance(contact.depth) + " into " +
-           Obstacle(world, contact.obstacle) + " (its sphere " + std::to_string(contact.sphere + 1) +
+           Obstacle(contact.obstacle_name) + " (its sphere " + std::to_string(contact.sphere + 1) +
            " of radius " + Number(contact.radius, 3) + " m at " + Configuration(contact.center) + ")";
   }
   if (fault.self_contact) {
@@ -42,15 +40,18 @@ std::string Explain(const planning::ConfigurationFault& fault, const RobotDescri
     return "the robot touches itself: frames " + Quoted(contact.frames[0]) + " and " +
            Quoted(contact.frames[1]) + " overlap by " + Distance(contact.depth);
   }
+  if (fault.unplaced_frame) {
+    return "frame " + Quoted(*fault.unplaced_frame) + " is placed where no number is finite";
+  }
   return "it is not valid";
 }
 
-std::string ExplainFailure(const QueryReport& report, const RobotDescription& robot, const World& world) {
+std::string ExplainFailure(const QueryReport& report, const RobotDescription& robot) {
   using planning::SearchStatus;
   const bool is_invalid_start = report.status == SearchStatus::kInvalidStart;
   if (is_invalid_start || report.status == SearchStatus::kInvalidTarget) {
     return std::string("no path: the ") + (is_invalid_start ? "start" : "goal") + " is not valid\n  " +
-           (report.fault ? Explain(*report.fault, robot, world) : "the position is not finite") + "\n";
+           (report.fault ? Explain(*report.fault, robot) : "the position is not finite") + "\n";
   }
   std::string text = std::string("no path: ") + ToString(report.status) + "\n";
   if (report.status == SearchStatus::kNodesSpent) {
@@ -67,7 +68,7 @@ std::string ExplainFailure(const QueryReport& report, const RobotDescription& ro
   return text;
 }
 
-std::string Explain(const planning::PathCheck& check, const RobotDescription& robot, const World& world,
+std::string Explain(const planning::PathCheck& check, const RobotDescription& robot,
                     const Scope& scope, std::size_t num_segments, double step_size) {
   std::string text =
       check.IsValid() ? scope.Valid() + " at all " : "NOT valid at " + std::to_string(check.num_bad) + " of ";
@@ -76,11 +77,11 @@ std::string Explain(const planning::PathCheck& check, const RobotDescription& ro
   if (check.first_bad) {
     text += "  first bad: " + Where(check.first_bad->place, num_segments) + ", " +
             Configuration(check.first_bad->place.configuration) + "\n    " +
-            Explain(check.first_bad->fault, robot, world) + "\n";
+            Explain(check.first_bad->fault, robot) + "\n";
   }
   if (check.clearance) {
     text += "  smallest clearance: " + Distance(check.clearance->distance) + " between frame " +
-            Quoted(check.clearance->frame) + " and " + Obstacle(world, check.clearance->obstacle) + ", " +
+            Quoted(check.clearance->frame) + " and " + Obstacle(check.clearance->obstacle_name) + ", " +
             Where(check.clearance->place, num_segments) + "\n";
   }
   if (check.self_clearance) {

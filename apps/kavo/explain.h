@@ -8,22 +8,20 @@
 #include "kavo/motion_planning/environment/configuration_fault.h"
 #include "kavo/motion_planning/interface/query_report.h"
 #include "kavo/motion_planning/util/path_check.h"
-#include "kavo/world/world.h"
 
 namespace kavo::command {
 
 //! What is wrong with a configuration, as a clause: "joint4 is at 0.2, beyond its limits -3.07 and -0.07".
-std::string Explain(const planning::ConfigurationFault& fault, const RobotDescription& robot,
-                    const World& world);
+std::string Explain(const planning::ConfigurationFault& fault, const RobotDescription& robot);
 
 //! Why a query found no path: how the search ended and, in further lines, what it did. Ends with a line end.
-std::string ExplainFailure(const QueryReport& report, const RobotDescription& robot, const World& world);
+std::string ExplainFailure(const QueryReport& report, const RobotDescription& robot);
 
 //! What a check found, in lines.
 //! \param scope What the verdict does not hold for.
 //! \param num_segments Of the path.
 //! \param step_size That it was checked at.
-std::string Explain(const planning::PathCheck& check, const RobotDescription& robot, const World& world,
+std::string Explain(const planning::PathCheck& check, const RobotDescription& robot,
                     const Scope& scope, std::size_t num_segments, double step_size);
 
 }  // namespace kavo::command

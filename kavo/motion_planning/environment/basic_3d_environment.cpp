@@ -81,6 +81,9 @@ class Basic3dEnvironmentImpl final : public Basic3dEnvironment {
 }  // namespace
 
 std::shared_ptr<Basic3dEnvironment> CreateBasic3dEnvironment(const Basic3dEnvironmentConfig& config) {
+  // The fields may have been edited since they were checked.
+  KAVO_CHECK(config.q_limits.Dimension() == 3, "motion_planning/environment/basic_3d_environment", 60)
+      << "Dimension of 'q_limits' [" << config.q_limits.Dimension() << "] must be 3.";
   return std::make_shared<Basic3dEnvironmentImpl>(config);
 }
 

@@ -34,7 +34,7 @@ struct KAVO_EXPORT Basic3dEnvironmentConfig {
 };
 
 //! A point environment under the Euclidean distance. Where some minimum of the limits is above its maximum a
-//! warning is issued, and no configuration is valid.
+//! warning is issued, and no configuration is valid. Limits of another dimension than 3 are a fatal error.
 KAVO_EXPORT std::shared_ptr<Basic3dEnvironment> CreateBasic3dEnvironment(
     const Basic3dEnvironmentConfig& config);
 

@@ -28,6 +28,8 @@ struct ConfigurationFault {
     Eigen::Vector3d center;
     double radius;
     ObstacleHandle obstacle;
+    //! Its name, also once it was removed from the world.
+    std::string obstacle_name;
     //! How far the sphere reaches into the obstacle; zero where it just touches. Metres.
     double depth;
   };
@@ -47,6 +49,8 @@ struct ConfigurationFault {
   std::optional<Contact> contact;
   //! Without a contact with an obstacle: the deepest one of the robot with itself.
   std::optional<SelfContact> self_contact;
+  //! Without any of these: a frame with a sphere whose place is not a finite number.
+  std::optional<std::string> unplaced_frame;
 };
 
 }  // namespace kavo::planning

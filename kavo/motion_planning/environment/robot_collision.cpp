@@ -7,6 +7,7 @@
 #include "kavo/kinematics/interface/kinematics_internal.h"
 #include "kavo/math/bounding_sphere.h"
 #include "kavo/math/vector_math_internal.h"
+#include "kavo/util/log_message.h"
 #include "kavo/util/sort.h"
 
 namespace kavo::planning::internal {
@@ -38,6 +39,13 @@ RobotCollision::RobotCollision(const RobotEnvironmentConfig& config)
   for (const util::IndexedValue& entry : order) {
     const std::string& name = names[entry.index];
     std::vector<math::Sphere> spheres = config.CollisionSpheres(name);
+    for (std::size_t i = 0; i < spheres.size(); ++i) {
+      const auto& [center, radius] = spheres[i];
+      KAVO_CHECK(center.allFinite() && std::isfinite(radius) && radius >= 0.0,
+                 "motion_planning/environment/robot_environment", 46)
+          << "Collision sphere " << i << " of frame '" << name << "', of radius [" << radius << "] at ["
+          << center.transpose() << "], must be finite, its radius not negative.";
+    }
     const math::Sphere bounding_sphere = math::ComputeBoundingSphere(spheres, math::SebbMethod::kSmallest);
     collections_.push_back({name, std::move(spheres), bounding_sphere});
     frames.push_back(kinematics_->frame(name));
@@ -216,7 +224,7 @@ std::optional<ConfigurationFault::Contact> RobotCollision::DeepestContact(const 
       }
       const std::optional<WorldView::Nearest> nearest = world_view_.nearestObstacle(center);
       if (nearest && (!deepest || sphere.radius - nearest->distance > deepest->depth)) {
-        deepest = {collections_[i].frame_name,       k, center, sphere.radius, nearest->obstacle,
+        deepest = {collections_[i].frame_name,       k, center, sphere.radius, nearest->obstacle, {},
                    sphere.radius - nearest->distance};
       }
     }
@@ -224,8 +232,22 @@ std::optional<ConfigurationFault::Contact> RobotCollision::DeepestContact(const 
   if (deepest) {
     // A sphere that just touches may lie outside by a rounding error here.
     deepest->depth = std::max(0.0, deepest->depth);
+    deepest->obstacle_name = world_view_.name(deepest->obstacle);
   }
   return deepest;
+}
+
+std::optional<std::string> RobotCollision::UnplacedFrame(const Eigen::VectorXd& q) {
+  const std::vector<math::RigidTransform>& frames = sweep_->compute(q);
+  for (std::size_t i = 0; i < collections_.size(); ++i) {
+    const math::RigidTransform pose = base_ ? *base_ * frames[i] : frames[i];
+    for (const math::Sphere& sphere : collections_[i].spheres) {
+      if (!(pose * sphere.center).allFinite()) {
+        return collections_[i].frame_name;
+      }
+    }
+  }
+  return std::nullopt;
 }
 
 }  // namespace kavo::planning::internal

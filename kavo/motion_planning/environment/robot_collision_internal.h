@@ -63,6 +63,9 @@ class RobotCollision {
   std::optional<ConfigurationFault::Contact> DeepestContact(const Eigen::VectorXd& q);
   std::optional<ConfigurationFault::SelfContact> DeepestSelfContact(const Eigen::VectorXd& q);
 
+  //! The name of a frame with a sphere that a configuration places nowhere finite; empty without any.
+  std::optional<std::string> UnplacedFrame(const Eigen::VectorXd& q);
+
  private:
   // The spheres of one frame, in the frame's coordinates.
   struct Collection {

@@ -43,7 +43,11 @@ class RobotEnvironmentImpl final : public RobotEnvironment {
   const DistanceMetric& CSpaceDistanceMetric() const override { return distance_metric_; }
   void UpdateWorldView() override { collision_.UpdateWorldView(); }
 
-  void SetBasePose(const Pose3& base_pose) override { collision_.SetBasePose(base_pose); }
+  void SetBasePose(const Pose3& base_pose) override {
+    KAVO_CHECK(base_pose.isFinite(), "motion_planning/environment/robot_environment", 76)
+        << "The base cannot be placed where it is not finite.";
+    collision_.SetBasePose(base_pose);
+  }
 
   Eigen::Vector3d TaskSpacePosition(const Eigen::VectorXd& q) const override {
     KAVO_CHECK(static_cast<int64_t>(dimension_) == q.size(), "motion_planning/environment/robot_environment",
@@ -133,6 +137,9 @@ class RobotEnvironmentImpl final : public RobotEnvironment {
       fault.contact = collision_.DeepestContact(q);
       if (!fault.contact) {
         fault.self_contact = collision_.DeepestSelfContact(q);
+      }
+      if (!fault.contact && !fault.self_contact) {
+        fault.unplaced_frame = collision_.UnplacedFrame(q);
       }
     }
     return fault;

@@ -38,7 +38,8 @@ class KAVO_EXPORT RobotEnvironment : public Environment {
   //! Takes the world as it is now.
   virtual void UpdateWorldView() = 0;
 
-  //! Places the robot base in the world; identity at first. Task-space positions do not depend on it.
+  //! Places the robot base in the world; identity at first. Task-space positions do not depend on it. A pose
+  //! that is not finite is a fatal error.
   virtual void SetBasePose(const Pose3& base_pose) = 0;
 
   //! What the environment has done since it was created.
@@ -69,8 +70,8 @@ class KAVO_EXPORT RobotEnvironment : public Environment {
 //! round in periodic coordinates.
 //!
 //! Limits whose minimum is above the maximum are warned about: no configuration is valid then, or, for
-//! task-space limits, samples come from [-1, 1]. An unknown frame name among the collision spheres is a fatal
-//! error.
+//! task-space limits, samples come from [-1, 1]. An unknown frame name among the collision spheres, a sphere
+//! that is not finite or has a negative radius, and another number of weights than joints are fatal errors.
 KAVO_EXPORT std::shared_ptr<RobotEnvironment> CreateRobotEnvironment(const RobotEnvironmentConfig& config);
 
 }  // namespace kavo::planning

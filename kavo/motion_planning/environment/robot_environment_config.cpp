@@ -82,14 +82,27 @@ void RobotEnvironmentConfig::ValidateInput() const {
 }
 
 void RobotEnvironmentConfig::AddCollisionSpheres(const RobotDescription* robot_description) {
-  // ExtractJointLimits has made sure of the type.
-  const auto& description = static_cast<const RobotDescriptionInternal&>(*robot_description);
+  const auto* const internal = dynamic_cast<const RobotDescriptionInternal*>(&Given(robot_description));
+  KAVO_CHECK(internal != nullptr, "motion_planning/environment/robot_environment_config", 115)
+      << "The robot description is not of this library's making.";
+  const RobotDescriptionInternal& description = *internal;
   for (const std::string& frame_name : description.collisionFrameNames()) {
     for (const math::Sphere& sphere : description.collisionSpheres(frame_name)) {
       AddCollisionSphere(frame_name, sphere);
     }
   }
-  collision_pairs_ = description.collisionPairs();
+  if (collision_pairs_.empty()) {
+    collision_pairs_ = description.collisionPairs();
+    return;
+  }
+  for (const std::pair<std::string, std::string>& pair : description.collisionPairs()) {
+    const auto& [a, b] = pair;
+    if (std::find(collision_pairs_.begin(), collision_pairs_.end(), pair) == collision_pairs_.end() &&
+        std::find(collision_pairs_.begin(), collision_pairs_.end(), std::pair(b, a)) ==
+            collision_pairs_.end()) {
+      collision_pairs_.push_back(pair);
+    }
+  }
 }
 
 RobotEnvironmentConfig BuildFrankaRobotEnvironmentConfig(const WorldView& world_view,

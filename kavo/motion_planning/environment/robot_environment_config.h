@@ -69,6 +69,14 @@ class KAVO_EXPORT RobotEnvironmentConfig {
   //! surfaces when an environment is created.
   void AddCollisionSphere(const std::string& frame_name, const math::Sphere& sphere);
 
+  //! Attaches all collision spheres of a description, and adds its collision pairs to those that are there.
+  //! \param robot_description As for the constructor.
+  void AddCollisionSpheres(const RobotDescription* robot_description);
+
+  //! A fatal error unless there are as many joint limits and distance weights as joints. Called when the
+  //! configuration is made; the weights may have been changed since.
+  void ValidateInput() const;
+
   WorldView world_view;
   int max_sampling_attempts;
   int c_space_seed;
@@ -76,9 +84,6 @@ class KAVO_EXPORT RobotEnvironmentConfig {
   Eigen::VectorXd distance_weights;
 
  private:
-  void ValidateInput() const;
-  void AddCollisionSpheres(const RobotDescription* robot_description);
-
   std::shared_ptr<kavo::Kinematics> kinematics_;
   int num_joints_;
   std::vector<kinematics::JointLimits> joint_limits_;

@@ -50,7 +50,7 @@ class Checker {
       CheckObstacles(place, fault);
       CheckPairs(place, fault);
     }
-    if (fault.limit || fault.contact || fault.self_contact) {
+    if (fault.limit || fault.contact || fault.self_contact || fault.unplaced_frame) {
       ++result_.num_bad;
       if (!result_.first_bad) {
         result_.first_bad = {place, std::move(fault)};
@@ -58,7 +58,17 @@ class Checker {
     }
   }
 
-  const PathCheck& result() const { return result_; }
+  // With the names of the obstacles, which are looked up only here.
+  PathCheck Result() {
+    if (result_.clearance) {
+      result_.clearance->obstacle_name = world_view_.name(result_.clearance->obstacle);
+    }
+    if (result_.first_bad && result_.first_bad->fault.contact) {
+      ConfigurationFault::Contact& contact = *result_.first_bad->fault.contact;
+      contact.obstacle_name = world_view_.name(contact.obstacle);
+    }
+    return result_;
+  }
 
  private:
   // The spheres of one frame.
@@ -103,16 +113,20 @@ class Checker {
     for (const Shape& shape : shapes_) {
       for (std::size_t k = 0; k < shape.spheres.size(); ++k) {
         const double radius = shape.spheres[k].radius;
+        if (!shape.centers[k].allFinite()) {
+          fault.unplaced_frame = shape.frame;
+          continue;
+        }
         const auto nearest = world_view_.nearestObstacle(shape.centers[k]);
         if (!nearest) {
           continue;
         }
         const double distance = nearest->distance - radius;
         if (!result_.clearance || distance < result_.clearance->distance) {
-          result_.clearance = {distance, shape.frame, nearest->obstacle, place};
+          result_.clearance = {distance, shape.frame, nearest->obstacle, {}, place};
         }
         if (distance <= 0.0 && !fault.limit && (!fault.contact || -distance > fault.contact->depth)) {
-          fault.contact = {shape.frame, k, shape.centers[k], radius, nearest->obstacle, -distance};
+          fault.contact = {shape.frame, k, shape.centers[k], radius, nearest->obstacle, {}, -distance};
         }
       }
     }
@@ -174,7 +188,7 @@ PathCheck CheckPath(const RobotDescription& robot, const WorldView& world_view,
     }
     checker.Visit({i, 1.0, path[i + 1]});
   }
-  return checker.result();
+  return checker.Result();
 }
 
 }  // namespace kavo::planning

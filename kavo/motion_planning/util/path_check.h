@@ -33,6 +33,8 @@ struct PathCheck {
     double distance;
     std::string frame;
     ObstacleHandle obstacle;
+    //! Its name, also once it was removed from the world.
+    std::string obstacle_name;
     PathPlace place;
   };
   //! The gap between two spheres of frames that must not touch each other, negative where they overlap.

@@ -47,6 +47,9 @@ TEST(Basic3dEnvironmentTest, LimitsAreInclusiveAndObstaclesCount) {
   ExpectFatal([&] { Basic3dEnvironmentConfig(world.view(), flat, 10, 1); }, "q_limits.Dimension() == 3",
               "motion_planning/environment/basic_3d_environment", 27,
               "Dimension of 'q_limits' [2 for 'Basic3dWorldConfig' must be 3.");
+  Basic3dEnvironmentConfig edited(world.view(), UnitBox(), 10, 1);
+  edited.q_limits = flat;
+  EXPECT_THROW(CreateBasic3dEnvironment(edited), util::FatalError);
 }
 
 TEST(Basic3dEnvironmentTest, SamplesAreValidAndRepeatWithTheSeed) {

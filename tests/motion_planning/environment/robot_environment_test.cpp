@@ -6,6 +6,7 @@
 #include "kavo/kinematics/interface/robot_description_builder.h"
 #include "kavo/kinematics/interface/robot_description_internal.h"
 #include "kavo/motion_planning/environment/robot_environment_config.h"
+#include "kavo/motion_planning/util/path_check.h"
 #include "kavo/util/random_generator.h"
 #include "kavo/world/world.h"
 #include "tests/motion_planning/scripted_environment.h"
@@ -167,6 +168,8 @@ TEST(RobotEnvironmentTest, BasePoseMovesSpheresButNotTaskSpace) {
   environment->SetBasePose(Pose3::FromTranslation({0.0, 5.0, 0.0}));
   EXPECT_FALSE(environment->IsValidConfiguration(q));
   EXPECT_EQ(environment->TaskSpacePosition(q), Eigen::Vector3d(2.0, 0.0, 0.0));
+  EXPECT_THROW(environment->SetBasePose(Pose3::FromTranslation({0.0, kNaN, 0.0})), util::FatalError);
+  EXPECT_FALSE(environment->IsValidConfiguration(q));
   world.disable(ball);
   environment->UpdateWorldView();
   EXPECT_TRUE(environment->IsValidConfiguration(q));
@@ -290,6 +293,31 @@ TEST(RobotEnvironmentTest, ConfigurationIsCheckedAgain) {
   const LogCapture log;
   EXPECT_THROW(CreateRobotEnvironment(config), util::FatalError);
   EXPECT_NE(log.records().back().message.find("gripper"), std::string::npos);
+
+  for (const math::Sphere& bad : {math::Sphere{{0.0, kNaN, 0.0}, 0.1}, math::Sphere{{0.0, 0.0, 0.0}, -1.0},
+                                  math::Sphere{{0.0, 0.0, 0.0}, kInf}}) {
+    auto with_bad_sphere = CartConfig(*Cart().build(), World());
+    with_bad_sphere.AddCollisionSphere("mast", bad);
+    EXPECT_THROW(CreateRobotEnvironment(with_bad_sphere), util::FatalError);
+    EXPECT_EQ(log.records().back().message.find("Collision sphere 0 of frame 'mast'"), 0u);
+  }
+}
+
+// A slide so long that a sphere on it is nowhere finite: neither limit nor contact is to blame.
+TEST(RobotEnvironmentTest, FaultIsNamedWhereSpheresAreNowhere) {
+  RobotDescriptionBuilder builder("base");
+  const Pose3 far = Pose3::FromTranslation({1.5e308, 0.0, 0.0});
+  builder.addJoint(
+      {"rail", JointType::kPrismatic, "base", "cart", far, {1.0, 0.0, 0.0}, {{0.0, 1e308}}, 0.0});
+  builder.addCollisionSphere("cart", {0.0, 0.0, 0.0}, 0.5);
+  const auto robot = builder.build();
+  const auto environment = CreateRobotEnvironment({robot.get(), World().view(), Vec({1.0}), 1, 1, 1});
+  const Eigen::VectorXd q = Vec({1e308});
+  ASSERT_FALSE(environment->IsValidConfiguration(q));
+  EXPECT_EQ(environment->FindFault(q)->unplaced_frame, "cart");
+  const PathCheck check = CheckPath(*robot, World().view(), {q}, 0.1);
+  ASSERT_FALSE(check.IsValid());
+  EXPECT_EQ(check.first_bad->fault.unplaced_frame, "cart");
 }
 
 TEST(RobotEnvironmentConfigTest, GathersWhatTheDescriptionHolds) {
@@ -306,6 +334,20 @@ TEST(RobotEnvironmentConfigTest, GathersWhatTheDescriptionHolds) {
   EXPECT_EQ(config.CollisionSpheres("mast")[1].radius, 0.3);
   EXPECT_TRUE(config.CollisionSpheres("tip").empty());
   EXPECT_EQ(config.GetTaskSpaceFrame().index(), config.Kinematics()->frame("tip").index());
+
+  // Another description adds its spheres, and its pairs to those that are there.
+  const auto pairs = [](std::vector<std::pair<std::string, std::string>> frames) {
+    auto builder = Cart().addCollisionSphere("tip", {0.0, 0.0, 0.0}, 0.4);
+    for (const auto& [a, b] : frames) {
+      builder.addCollisionPair(a, b);
+    }
+    return builder.build();
+  };
+  auto paired = CartConfig(*pairs({{"mast", "cart"}}), World());
+  paired.AddCollisionSpheres(pairs({{"cart", "mast"}, {"tip", "base"}}).get());
+  EXPECT_EQ(paired.CollisionSpheres("tip").size(), 2u);
+  EXPECT_EQ(paired.CollisionPairs(),
+            (std::vector<std::pair<std::string, std::string>>{{"mast", "cart"}, {"tip", "base"}}));
 
   // An unknown frame is taken as it is.
   config.AddCollisionSphere("nowhere", {{0.0, 0.0, 0.0}, -1.0});
