@@ -68,8 +68,8 @@ std::string ExplainFailure(const QueryReport& report, const RobotDescription& ro
   return text;
 }
 
-std::string Explain(const planning::PathCheck& check, const RobotDescription& robot,
-                    const Scope& scope, std::size_t num_segments, double step_size) {
+std::string Explain(const planning::PathCheck& check, const RobotDescription& robot, const Scope& scope,
+                    std::size_t num_segments, double step_size) {
   std::string text =
       check.IsValid() ? scope.Valid() + " at all " : "NOT valid at " + std::to_string(check.num_bad) + " of ";
   text += std::to_string(check.num_configurations) + " configurations, " + Number(step_size) +

@@ -21,7 +21,7 @@ std::string ExplainFailure(const QueryReport& report, const RobotDescription& ro
 //! \param scope What the verdict does not hold for.
 //! \param num_segments Of the path.
 //! \param step_size That it was checked at.
-std::string Explain(const planning::PathCheck& check, const RobotDescription& robot,
-                    const Scope& scope, std::size_t num_segments, double step_size);
+std::string Explain(const planning::PathCheck& check, const RobotDescription& robot, const Scope& scope,
+                    std::size_t num_segments, double step_size);
 
 }  // namespace kavo::command

@@ -232,8 +232,15 @@ class Planning {
             std::to_string(report.num_iterations) + " extensions, " + std::to_string(report.num_nodes[0]) +
             " and " + std::to_string(report.num_nodes[1]) + " nodes, " +
             std::to_string(report.num_validity_checks) + " configurations checked\n";
-    text += "check: " + Explain(*attempt.check, Robot(), situation_.world, situation_.scope, path.size() - 1,
-                                check_step_);
+    if (report.was_shortening_stopped) {
+      text += "shortening was stopped: the path is as short as it was by then\n";
+    }
+    if (report.first_invalid_interpolated) {
+      text += "interpolated path: NOT valid at its configuration " +
+              std::to_string(*report.first_invalid_interpolated + 1) + " of " +
+              std::to_string(attempt.results.interpolated_path.size()) + "\n";
+    }
+    text += "check: " + Explain(*attempt.check, Robot(), situation_.scope, path.size() - 1, check_step_);
     if (!attempt.IsGood() && !options_.num_more_seeds) {
       text += "Try --verify, which plans with other seeds until a path passes, or a smaller step_size.\n";
     }
@@ -241,8 +248,7 @@ class Planning {
   }
 
   std::string Failure(const Attempt& attempt) const {
-    std::string text =
-        HeldJointsText(*situation_.robot) + ExplainFailure(attempt.report, Robot(), situation_.world);
+    std::string text = HeldJointsText(*situation_.robot) + ExplainFailure(attempt.report, Robot());
     const auto* target = std::get_if<formats::PlanRecord::PositionTarget>(&attempt.query.target);
     if (target != nullptr && attempt.report.status == planning::SearchStatus::kIterationsSpent) {
       const Reach reach = FindReach(Robot(), target->frame);
@@ -287,7 +293,7 @@ class Planning {
                       {},
                       {}};
       if (check->first_bad) {
-        record.check->fault = Explain(check->first_bad->fault, Robot(), situation_.world);
+        record.check->fault = Explain(check->first_bad->fault, Robot());
       }
       if (check->clearance) {
         record.check->clearance = check->clearance->distance;

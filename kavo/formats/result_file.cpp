@@ -64,16 +64,22 @@ Json TargetToJson(const PlanRecord::PositionTarget& target) {
 }
 
 Json StatisticsToJson(const QueryReport& report) {
-  return {{"search", planning::ToString(report.status)},
-          {"num_iterations", report.num_iterations},
-          {"num_nodes", report.num_nodes},
-          {"num_validity_checks", report.num_validity_checks},
-          {"num_samples_drawn", report.num_samples_drawn},
-          {"num_samples_rejected", report.num_samples_rejected},
-          {"num_raw_waypoints", report.num_raw_waypoints},
-          {"raw_length", report.raw_length},
-          {"search_seconds", report.search_seconds},
-          {"shortening_seconds", report.shortening_seconds}};
+  Json json = {{"search", planning::ToString(report.status)},
+               {"num_iterations", report.num_iterations},
+               {"num_nodes", report.num_nodes},
+               {"num_validity_checks", report.num_validity_checks},
+               {"num_samples_drawn", report.num_samples_drawn},
+               {"num_samples_rejected", report.num_samples_rejected},
+               {"num_raw_waypoints", report.num_raw_waypoints},
+               {"raw_length", report.raw_length},
+               {"search_seconds", report.search_seconds},
+               {"shortening_seconds", report.shortening_seconds},
+               {"was_shortening_stopped", report.was_shortening_stopped},
+               {"first_invalid_interpolated", nullptr}};
+  if (report.first_invalid_interpolated) {
+    json["first_invalid_interpolated"] = *report.first_invalid_interpolated;
+  }
+  return json;
 }
 
 Json CheckToJson(const PlanRecord::Check& check) {

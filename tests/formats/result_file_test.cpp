@@ -93,7 +93,9 @@ TEST(ResultFile, JsonIsLaidOutForReaders) {
     "num_raw_waypoints": 0,
     "raw_length": 0.0,
     "search_seconds": 0.0,
-    "shortening_seconds": 0.0
+    "shortening_seconds": 0.0,
+    "was_shortening_stopped": false,
+    "first_invalid_interpolated": null
   },
   "check": {
     "passed": true,

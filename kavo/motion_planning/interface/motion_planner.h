@@ -58,6 +58,10 @@ class KAVO_EXPORT MotionPlanner {
     //! the target but for whole turns. Shortening keeps the turns that the path makes.
     std::vector<Eigen::VectorXd> path;
     //! `path` with points in between, no farther apart than the step size; empty unless asked for.
+    //!
+    //! The points stand one step apart from the start of each segment on. A short cut may have been checked
+    //! from its other end, at points that lie between these: that all points of `path` are valid does not
+    //! mean that all of these are. `QueryReport::first_invalid_interpolated` tells.
     std::vector<Eigen::VectorXd> interpolated_path;
   };
 
@@ -87,6 +91,9 @@ class KAVO_EXPORT MotionPlanner {
   //! | task_space_planning_params/task_space_exploitation_fraction | double in [0, 1] | 0.4 |
   //! | max_nodes | int, at least 1 | 2000000 |
   //!
+  //! Weights other than one have no effect on queries to a configuration while accelerator trees are enabled,
+  //! which measure the plain distance; a planner warns of that once.
+  //!
   //! The two task-space fractions must not exceed 1 together. Weights and limits are taken over one by one:
   //! of a rejected vector the entries before the first bad one stay.
   virtual bool setParam(const std::string& param_name, ParamValue value) = 0;
@@ -109,8 +116,9 @@ class KAVO_EXPORT MotionPlanner {
   //! What the last query did, and why it found no path if it found none.
   virtual QueryReport queryReport() const = 0;
 
-  //! Ends queries once the condition holds, without a path. It is asked before every extension, every
-  //! step of one, and every search for a short cut. One that never holds changes no answer; an empty one
+  //! Ends queries once the condition holds: without a path, or where one was found already, with the path as
+  //! short as it is by then. It is asked before every extension, every step of one, and every search for a
+  //! short cut. One that never holds changes no answer; an empty one
   //! lifts it. See `StopAfter`. It must not call the planner; an exception that it throws leaves the query.
   virtual void setStopCondition(StopCondition stop_condition) = 0;
 

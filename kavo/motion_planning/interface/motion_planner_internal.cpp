@@ -185,7 +185,21 @@ std::unique_ptr<Tree> MotionPlannerInternal::createCSpaceRrtTree() const {
                          false);
 }
 
+void MotionPlannerInternal::warnOfWeightsWithoutEffect() {
+  const std::optional<TeskTreeConfig>& tree = motion_planner_config_.tesk_tree_config;
+  const bool have_effect =
+      !tree || tree->distance_metric_type == tesk::planning::DistanceMetricType::kWeightedSquaredL2Norm ||
+      (motion_planner_config_.distance_metric_weights.array() == 1.0).all();
+  if (!have_effect && !has_warned_of_weights_) {
+    KAVO_LOG(LogLevel::kWarning) << "'distance_metric_weights' have no effect on queries to a configuration: "
+                                 << "accelerator trees measure the plain distance. They have one with "
+                                 << "'enable_tesk_tree' false.";
+    has_warned_of_weights_ = true;
+  }
+}
+
 void MotionPlannerInternal::createRrtConnect() {
+  warnOfWeightsWithoutEffect();
   for (std::unique_ptr<Tree>& tree : rrt_connect_trees_) {
     tree = createCSpaceRrtTree();
   }
@@ -223,11 +237,13 @@ MotionPlanner::Results MotionPlannerInternal::plan(RRT& planner, const Eigen::Ve
   report_.search_seconds = SecondsSince(begin);
   report_.num_iterations = planner.LastNumIterations();
   Results results = generateResults(nodes, generate_interpolated_path);
-  const SearchStatus status = nodes && !results.path_found ? SearchStatus::kStopped : planner.LastStatus();
+  const SearchStatus status = planner.LastStatus();
   const RobotEnvironment::Statistics after = robot_environment_->GetStatistics();
   report_.num_validity_checks = after.num_validity_checks - before.num_validity_checks;
   report_.num_samples_drawn = after.num_samples_drawn - before.num_samples_drawn;
   report_.num_samples_rejected = after.num_samples_rejected - before.num_samples_rejected;
+
+  report_.first_invalid_interpolated = findInvalid(results.interpolated_path);
 
   const bool is_invalid_start = status == SearchStatus::kInvalidStart;
   const bool is_invalid_target = status == SearchStatus::kInvalidTarget;
@@ -254,20 +270,35 @@ MotionPlanner::Results MotionPlannerInternal::generateResults(
     report_.raw_length += math::Distance(raw[i - 1], raw[i]);
   }
   const auto begin = std::chrono::steady_clock::now();
-  std::optional<std::vector<Eigen::VectorXd>> path =
-      TryToShortCircuitPath(raw, robot_environment_, motion_planner_config_.step_size, kNumShortCuts,
-                            kShortCutSeed, stop_condition_);
+  ShortenedPath shortened =
+      ShortCircuitPathUntil(stop_condition_, raw, robot_environment_, motion_planner_config_.step_size,
+                            kNumShortCuts, kShortCutSeed);
   report_.shortening_seconds = SecondsSince(begin);
-  if (!path) {
-    return {};
-  }
+  report_.was_shortening_stopped = shortened.was_stopped;
   Results results;
   results.path_found = true;
-  results.path = std::move(*path);
+  results.path = std::move(shortened.path);
   if (generate_interpolated_path) {
     results.interpolated_path = DiscretizePath(results.path, motion_planner_config_.step_size);
   }
   return results;
+}
+
+std::optional<std::size_t> MotionPlannerInternal::findInvalid(
+    const std::vector<Eigen::VectorXd>& configurations) const {
+  Eigen::MatrixXd batch(robot_environment_->CSpaceDimension(), robot_environment_->NumAtOnce());
+  for (std::size_t first = 0; first < configurations.size();) {
+    Eigen::Index count = 0;
+    for (; count < batch.cols() && first + static_cast<std::size_t>(count) < configurations.size(); ++count) {
+      batch.col(count) = configurations[first + static_cast<std::size_t>(count)];
+    }
+    const int num_valid = robot_environment_->CountValid(batch.leftCols(count));
+    first += static_cast<std::size_t>(num_valid);
+    if (num_valid < count) {
+      return first;
+    }
+  }
+  return std::nullopt;
 }
 
 }  // namespace kavo::planning

@@ -39,6 +39,7 @@ class KAVO_INTERNAL_EXPORT MotionPlannerInternal final : public MotionPlanner {
   void rebuild();
   void createRobotEnvironment();
   std::unique_ptr<Tree> createCSpaceRrtTree() const;
+  void warnOfWeightsWithoutEffect();
   void createRrtConnect();
   void createJtRrt();
 
@@ -46,6 +47,7 @@ class KAVO_INTERNAL_EXPORT MotionPlannerInternal final : public MotionPlanner {
                std::array<const std::unique_ptr<Tree>*, 2> trees, bool generate_interpolated_path);
   Results generateResults(const std::optional<std::vector<std::shared_ptr<Node>>>& nodes,
                           bool generate_interpolated_path);
+  std::optional<std::size_t> findInvalid(const std::vector<Eigen::VectorXd>& configurations) const;
 
   WorldView world_view_;
   std::shared_ptr<RobotDescription> robot_description_;
@@ -60,6 +62,7 @@ class KAVO_INTERNAL_EXPORT MotionPlannerInternal final : public MotionPlanner {
   std::unique_ptr<Tree> jt_rrt_task_space_tree_;
   std::shared_ptr<JtRRT> jt_rrt_;
   bool needs_rebuild_ = false;
+  bool has_warned_of_weights_ = false;
   StopCondition stop_condition_;
   QueryReport report_;
 };

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <vector>
@@ -30,6 +31,11 @@ struct QueryReport {
   double raw_length = 0.0;
   double search_seconds = 0.0;
   double shortening_seconds = 0.0;
+  //! Whether the stop condition ended the shortening of the path: it is as short as it was by then.
+  bool was_shortening_stopped = false;
+  //! The first configuration of `interpolated_path` that is not valid; empty if all are, or if none was asked
+  //! for. Finding out counts nowhere above.
+  std::optional<std::size_t> first_invalid_interpolated;
 };
 
 }  // namespace kavo

@@ -56,6 +56,7 @@ bool IsValidPath(const std::shared_ptr<Environment>& environment, double step_si
 
 std::vector<Eigen::VectorXd> DiscretizePath(const std::vector<Eigen::VectorXd>& path, double step_size) {
   std::vector<Eigen::VectorXd> points;
+  Eigen::VectorXd next;
   for (std::size_t i = 0; i + 1 < path.size(); ++i) {
     const Eigen::VectorXd& end = path[i + 1];
     const Eigen::VectorXd step = math::StepToward(path[i], end, step_size);
@@ -63,10 +64,16 @@ std::vector<Eigen::VectorXd> DiscretizePath(const std::vector<Eigen::VectorXd>& 
     if (i > 0) {
       q += step;
     }
-    bool moved = true;
-    while (moved && math::Distance(q, end) > step_size) {
+    double distance = math::Distance(q, end);
+    for (bool comes_nearer = true; comes_nearer && distance > step_size;) {
       points.push_back(q);
-      moved = math::Advance(step, q);
+      next = q + step;
+      const double next_distance = math::Distance(next, end);
+      comes_nearer = next_distance < distance;
+      if (comes_nearer) {
+        q.swap(next);
+        distance = next_distance;
+      }
     }
     points.push_back(q);
     points.push_back(end);
@@ -92,15 +99,16 @@ void RemoveConfigurations(std::vector<Eigen::VectorXd>& path, int first_index, i
 std::vector<Eigen::VectorXd> ShortCircuitPath(const std::vector<Eigen::VectorXd>& path,
                                               const std::shared_ptr<Environment>& environment,
                                               double step_size, int max_iterations, unsigned int seed) {
-  return *TryToShortCircuitPath(path, environment, step_size, max_iterations, seed, StopCondition());
+  return ShortCircuitPathUntil(StopCondition(), path, environment, step_size, max_iterations, seed).path;
 }
 
-std::optional<std::vector<Eigen::VectorXd>> TryToShortCircuitPath(
-    const std::vector<Eigen::VectorXd>& path, const std::shared_ptr<Environment>& environment,
-    double step_size, int max_iterations, unsigned int seed, const StopCondition& stop_condition) {
+ShortenedPath ShortCircuitPathUntil(const StopCondition& stop_condition,
+                                    const std::vector<Eigen::VectorXd>& path,
+                                    const std::shared_ptr<Environment>& environment, double step_size,
+                                    int max_iterations, unsigned int seed) {
   KAVO_CHECK(path.size() > 1, "motion_planning/util/smoothing", 134);
   if (path.size() == 2) {
-    return path;
+    return {path};
   }
   // Indices into `path` of the waypoints that are left.
   std::vector<int> left(path.size());
@@ -145,13 +153,11 @@ std::optional<std::vector<Eigen::VectorXd>> TryToShortCircuitPath(
     // The forward search removes later waypoints only: the index still names the same one after it.
     goes_on = shorten(index, true) && shorten(index, false);
   }
-  if (!goes_on) {
-    return std::nullopt;
-  }
-  std::vector<Eigen::VectorXd> shortened;
-  shortened.reserve(left.size());
+  ShortenedPath shortened;
+  shortened.was_stopped = !goes_on;
+  shortened.path.reserve(left.size());
   for (const int index : left) {
-    shortened.push_back(path[static_cast<std::size_t>(index)]);
+    shortened.path.push_back(path[static_cast<std::size_t>(index)]);
   }
   return shortened;
 }

@@ -26,7 +26,8 @@ KAVO_EXPORT bool IsValidPath(const std::shared_ptr<Environment>& environment, do
                              Eigen::VectorXd q_start, Eigen::VectorXd q_end);
 
 //! The path with points in between, at most `step_size` (Euclidean, positive; not checked) apart along each
-//! segment. All waypoints are kept. A step too short to move ends its segment there. On every segment but the
+//! segment. All waypoints are kept. A segment ends where a step would come no nearer to its end, too short to
+//! move or lost to rounding. On every segment but the
 //! first the points start one step after the waypoint, also when that is beyond the segment's end: such a
 //! point is still there, before the end. A path of fewer than two configurations gives an empty one.
 KAVO_EXPORT std::vector<Eigen::VectorXd> DiscretizePath(const std::vector<Eigen::VectorXd>& path,
@@ -51,10 +52,18 @@ KAVO_EXPORT std::vector<Eigen::VectorXd> ShortCircuitPath(const std::vector<Eige
                                                           double step_size, int max_iterations,
                                                           unsigned int seed);
 
-//! The same, ended early by a condition that is asked before every search for a short cut: empty if it held.
-KAVO_EXPORT std::optional<std::vector<Eigen::VectorXd>> TryToShortCircuitPath(
-    const std::vector<Eigen::VectorXd>& path, const std::shared_ptr<Environment>& environment,
-    double step_size, int max_iterations, unsigned int seed, const StopCondition& stop_condition);
+//! A path after `ShortCircuitPathUntil`.
+struct ShortenedPath {
+  std::vector<Eigen::VectorXd> path;
+  //! Whether the condition ended it: the path is as short as it was by then.
+  bool was_stopped = false;
+};
+
+//! The same, ended early by a condition that is asked before every search for a short cut.
+KAVO_EXPORT ShortenedPath ShortCircuitPathUntil(const StopCondition& stop_condition,
+                                                const std::vector<Eigen::VectorXd>& path,
+                                                const std::shared_ptr<Environment>& environment,
+                                                double step_size, int max_iterations, unsigned int seed);
 
 //! Index of the farthest waypoint that a binary search finds directly reachable from the one at
 //! `start_index`, towards the end of the path if `forward`, else towards its beginning. The neighbour counts

@@ -303,6 +303,7 @@ TEST_F(MotionPlannerTest, WrongTypesAreFatal) {
 }
 
 TEST_F(MotionPlannerTest, AcceleratorTreeIsSwitchedOnWithItsDefaults) {
+  bool has_warned = false;
   const auto planner = Make();
   EXPECT_TRUE(planner->setParam("tesk_tree_params/max_num_nodes", 5000));
   EXPECT_TRUE(planner->setParam("enable_tesk_tree", true));
@@ -317,6 +318,17 @@ TEST_F(MotionPlannerTest, AcceleratorTreeIsSwitchedOnWithItsDefaults) {
     EXPECT_EQ(log.messages(LogLevel::kError), std::vector<std::string>{"Cannot set '" + std::string(name) +
                                                                        "' without first enabling TESK tree"});
   }
+  // Weights have no effect on accelerator trees, which is said once.
+  const std::vector<double> weights = {1.0, 2.0, 3.0};
+  for (const bool is_enabled : {false, true, true}) {
+    log_.clear();
+    EXPECT_TRUE(planner->setParam("enable_tesk_tree", is_enabled));
+    EXPECT_TRUE(planner->setParam("distance_metric_weights", weights));
+    planner->planToCSpaceTarget(kStart, kGoal, false);
+    EXPECT_EQ(log_.warnings().size(), is_enabled && !has_warned ? 1u : 0u);
+    has_warned = is_enabled;
+  }
+  EXPECT_TRUE(planner->setParam("enable_tesk_tree", false));
   // Enabling anew starts from the defaults.
   EXPECT_TRUE(planner->setParam("enable_tesk_tree", true));
   EXPECT_TRUE(planner->setParam("tesk_tree_params/num_nodes_cpu_gpu_crossover", 5000));
@@ -400,7 +412,7 @@ TEST_F(MotionPlannerTest, ReportSaysWhatIsWrongWithAConfiguration) {
   EXPECT_EQ(report.status, SearchStatus::kInvalidStart);
   ASSERT_TRUE(report.fault && report.fault->contact);
   const auto& contact = *report.fault->contact;
-  EXPECT_EQ(world_.name(contact.obstacle), "ball");
+  EXPECT_EQ(contact.obstacle_name, "ball");
   EXPECT_NEAR(contact.depth, 0.3 + contact.radius - (contact.center - Eigen::Vector3d(1.7, 0.6, 0.0)).norm(),
               1e-12);
   // No other sphere of the robot reaches deeper.
@@ -436,30 +448,70 @@ TEST_F(MotionPlannerTest, ReportCountsTheSearch) {
   EXPECT_EQ(planner->queryReport().num_iterations, 1u);
 }
 
+TEST_F(MotionPlannerTest, ReportTellsWhereTheInterpolatedPathDoesNotHold) {
+  const planning::RobotEnvironmentConfig config(robot_.get(), world_.view(), Vec({1.0, 1.0, 1.0}), 1, 1, 1);
+  const auto environment = planning::CreateRobotEnvironment(config);
+  int num_invalid = 0;
+  const auto planner = Make();
+  for (int seed = 1; seed < 300; ++seed) {
+    // Whether it is asked for changes nothing else.
+    EXPECT_TRUE(planner->setParam("seed", seed));
+    const Path path = planner->planToCSpaceTarget(kStart, kGoal, false).path;
+    const QueryReport without = planner->queryReport();
+    EXPECT_FALSE(without.first_invalid_interpolated.has_value());
+    EXPECT_TRUE(planner->setParam("seed", seed));
+    const auto results = planner->planToCSpaceTarget(kStart, kGoal, true);
+    const QueryReport report = planner->queryReport();
+    ASSERT_EQ(results.path, path);
+    ASSERT_EQ(report.num_validity_checks, without.num_validity_checks);
+    std::optional<std::size_t> expected;
+    for (std::size_t i = 0; i < results.interpolated_path.size() && !expected; ++i) {
+      if (!environment->IsValidConfiguration(results.interpolated_path[i])) {
+        expected = i;
+      }
+    }
+    ASSERT_EQ(report.first_invalid_interpolated, expected) << seed;
+    num_invalid += expected ? 1 : 0;
+  }
+  EXPECT_GT(num_invalid, 0);
+}
+
 TEST_F(MotionPlannerTest, StopConditionEndsQueriesWherever) {
   const std::vector<Path> undisturbed = Answers(*Make());
   // Stop at the n-th question: searching, then shortening, then not any more.
   int num_stopped = 0;
-  bool found = false;
-  for (int n = 1; !found; ++n) {
+  int num_shortened = 0;
+  bool is_undisturbed = false;
+  for (int n = 1; !is_undisturbed; ++n) {
     ASSERT_LT(n, 10000);
     int num_questions = 0;
     const auto planner = Make();
     planner->setStopCondition([&] { return ++num_questions >= n; });
     const auto results = planner->planToCSpaceTarget(kStart, kGoal, true);
-    found = results.path_found;
-    EXPECT_EQ(planner->queryReport().status, found ? SearchStatus::kFound : SearchStatus::kStopped);
+    const bool found = results.path_found;
+    const QueryReport report = planner->queryReport();
+    EXPECT_EQ(report.status, found ? SearchStatus::kFound : SearchStatus::kStopped);
     EXPECT_EQ(results.interpolated_path.empty(), !found);
-    // Ready for the next query, as if nothing had been asked before.
-    if (!found) {
+    is_undisturbed = found && !report.was_shortening_stopped;
+    if (is_undisturbed) {
+      EXPECT_EQ(results.interpolated_path, undisturbed[0]);
+    } else {
       EXPECT_EQ(num_questions, n);
-      ++num_stopped;
+      ++(found ? num_shortened : num_stopped);
+      if (found) {
+        // As far as it is shorter; at the first question, not at all.
+        EXPECT_EQ(results.path.front(), kStart);
+        EXPECT_EQ(results.path.back(), kGoal);
+        EXPECT_EQ(results.path.size() == report.num_raw_waypoints, num_shortened == 1);
+      }
+      // Ready for the next query, as if nothing had been asked before.
       planner->setStopCondition(nullptr);
       EXPECT_TRUE(planner->setParam("seed", 1234));
       EXPECT_EQ(planner->planToCSpaceTarget(kStart, kGoal, true).interpolated_path, undisturbed[0]);
     }
   }
   EXPECT_GT(num_stopped, 3);
+  EXPECT_GT(num_shortened, 1);
 
   const auto planner = Make();
   planner->setStopCondition([] { return false; });

@@ -105,6 +105,11 @@ TEST(DiscretizePathTest, HandWorkedPaths) {
   for (const auto& c : cases) {
     EXPECT_EQ(DiscretizePath(OnALine(c.path), c.step_size), OnALine(c.expected));
   }
+  // One coordinate is too large for the step, which passes the end beside it.
+  const Path path = {Vec({1e16, 0.0}), Vec({1e16 + 2.0, 3.0})};
+  const Path points = DiscretizePath(path, 1.2);
+  EXPECT_EQ(points.back(), path.back());
+  EXPECT_LE(points.size(), 6u);
 }
 
 TEST(SmoothingTest, ConvertsAndRemoves) {
