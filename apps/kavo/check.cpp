@@ -61,8 +61,13 @@ std::vector<Eigen::VectorXd> ForRobot(const formats::PathFile& file, const Robot
 int Check(const CheckOptions& options) {
   const std::string file = options.path_file == "-" ? "/dev/stdin" : options.path_file;
   Situations situations(options.robot.Load(), options.rules);
-  std::vector<Eigen::VectorXd> path = ForRobot(formats::ReadPath(file), *situations.Robot().description);
-  const Situation situation = situations.Read(options.scene.Files(), nullptr, path.front());
+  const formats::PathFile path_file = formats::ReadPath(file);
+  std::vector<Eigen::VectorXd> path = ForRobot(path_file, *situations.Robot().description);
+  // A plan says where the joints stood that it does not move.
+  formats::Request stood;
+  stood.file = file;
+  stood.start = path_file.held_joints;
+  const Situation situation = situations.Read(options.scene.Files(), &stood, path.front());
   const RobotDescription& robot = *situation.robot->description;
   for (Eigen::VectorXd& q : path) {
     options.rules.PutOnLimits(robot, "a waypoint", q, situations.GetNotes());
@@ -102,9 +107,9 @@ void AddCheckCommand(CLI::App& app, Run& run) {
       "Looks at configurations along the path, no farther apart than the step, without anything that\n"
       "planned it: joint by joint against the limits, sphere by sphere against the obstacles. Between\n"
       "two of them an edge may still be grazed: the finer the step, the less deep. Joints that the path\n"
-      "does not have stand where the scene's robot state puts them, and objects given in the frame of a\n"
-      "link stand where that is at the first waypoint. The exit status is 0 for a valid path, 1 for one\n"
-      "that is not, 2 for input that cannot be used.\n\n"
+      "does not have stand where a plan's JSON says, else where the scene's robot state puts them, and\n"
+      "objects given in the frame of a link stand where that is at the first waypoint. The exit status is\n"
+      "0 for a valid path, 1 for one that is not, 2 for input that cannot be used.\n\n"
       "Examples:\n"
       "  kavo check --robot franka --scene scene.yaml --path path.csv\n"
       "  kavo plan ... --quiet | kavo check --robot franka --scene scene.yaml --path - --step 0.002");

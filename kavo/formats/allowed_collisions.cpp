@@ -38,6 +38,11 @@ std::optional<AllowedCollisions> ReadAllowedCollisions(const YamlValue& matrix) 
   }
   const std::vector<YamlValue> rows = matrix.elements("entry_values");
   const std::size_t size = allowed.entries.size();
+  // The matrix grows with the square, though an alias may give its rows in few bytes.
+  constexpr std::size_t kMaxEntries = 5000;
+  if (size > kMaxEntries) {
+    matrix.fail(std::to_string(size) + " entries", "at most " + std::to_string(kMaxEntries));
+  }
   const auto check = [&](std::size_t found, const char* what, std::size_t expected) {
     if (found != expected) {
       matrix.fail(std::to_string(found) + what, std::to_string(expected) + ", one for each name");

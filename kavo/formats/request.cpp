@@ -51,14 +51,13 @@ Request::Goal ReadGoal(const YamlValue& constraints, std::vector<Unhonoured>& un
   for (const YamlValue& constraint : constraints.elements("position_constraints")) {
     goal.positions.push_back(ReadPositionTarget(constraint));
   }
-  for (const YamlValue& constraint : constraints.elements("orientation_constraints")) {
-    unhonoured.push_back(
-        constraint.unhonoured(Kind::kOrientationConstraints, "an orientation constraint of a goal"));
-  }
-  for (const YamlValue& constraint : constraints.elements("visibility_constraints")) {
-    unhonoured.push_back(
-        constraint.unhonoured(Kind::kVisibilityConstraints, "a visibility constraint of a goal"));
-  }
+  const auto list = [&](const char* key, Kind kind, const char* what) {
+    if (const std::vector<YamlValue> found = constraints.elements(key); !found.empty()) {
+      unhonoured.push_back(found.front().unhonoured(kind, what));
+    }
+  };
+  list("orientation_constraints", Kind::kOrientationConstraints, "an orientation constraint of a goal");
+  list("visibility_constraints", Kind::kVisibilityConstraints, "a visibility constraint of a goal");
   if (goal.joints.empty() && goal.positions.empty()) {
     constraints.fail("a goal without them", "`joint_constraints` or `position_constraints`");
   }

@@ -249,6 +249,13 @@ PathFile ParseJsonPath(const std::string& text, const std::string& file) {
       q[static_cast<Eigen::Index>(j)] = values[j].get<double>();
     }
   }
+  const Json& held_joints = value_of("held_joints");
+  expect(held_joints.is_object() || held_joints.is_null(), held_joints.type_name(),
+         "an object as `held_joints`");
+  for (const auto& [name, value] : held_joints.items()) {
+    expect(value.is_number(), std::string(value.type_name()) + " in `held_joints`", "a number");
+    path.held_joints[name] = value.get<double>();
+  }
   const Json& names = value_of("joint_names");
   if (names.empty()) {
     return path;

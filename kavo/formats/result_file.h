@@ -75,6 +75,8 @@ struct PathFile {
   std::vector<std::string> joint_names;
   //! At least one, and all of one length.
   std::vector<Eigen::VectorXd> configurations;
+  //! Of JSON: where other joints stood.
+  std::map<std::string, double> held_joints;
 };
 
 //! The record as JSON, indented by two spaces and with the keys in one order: robot, joint_names,
@@ -94,9 +96,9 @@ KAVO_EXPORT void WriteJson(const PlanRecord& record, const std::string& file);
 KAVO_EXPORT void WriteCsv(const std::vector<std::string>& joint_names,
                           const std::vector<Eigen::VectorXd>& configurations, const std::string& file);
 
-//! Reads a path from JSON (an object with the key `path`, and perhaps `joint_names`) or from CSV (with or
-//! without a line of names). What starts with a brace is JSON. Throws `FileError` for a file that cannot be
-//! read, has neither form or holds no configuration.
+//! Reads a path from JSON (an object with the key `path`, and perhaps `joint_names` and `held_joints`) or
+//! from CSV (with or without a line of names). What starts with a brace is JSON. Throws `FileError` for a
+//! file that cannot be read, has neither form or holds no configuration.
 KAVO_EXPORT PathFile ReadPath(const std::string& file);
 
 //! The same from the text of a file, with a name for its errors.

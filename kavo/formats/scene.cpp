@@ -68,6 +68,11 @@ std::vector<ObstacleHandle> AddToWorld(const Scene& scene, World& world, const F
 }
 
 void SceneBuilder::add(Scene::Object object) {
+  num_solids_ += object.parts.size();
+  if (num_solids_ > kMaxObjects || scene_.objects.size() == kMaxObjects) {
+    throw FileError(scene_.file, object.line,
+                    "found more than " + std::to_string(kMaxObjects) + " objects or solids, expected fewer");
+  }
   const auto [found, is_new] = index_of_id_.emplace(object.id, scene_.objects.size());
   if (is_new) {
     scene_.objects.push_back(std::move(object));

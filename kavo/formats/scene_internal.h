@@ -19,14 +19,19 @@ class SceneBuilder {
   //! \param scene What is known before the objects: name, joints and base.
   explicit SceneBuilder(Scene scene) : scene_(std::move(scene)) {}
 
-  //! An object with an id that came before takes the place of the former one.
+  //! An object with an id that came before takes the place of the former one. Throws `FileError` at the
+  //! object that is one too many.
   void add(Scene::Object object);
 
   //! The scene, with a warning if it has no obstacle.
   Scene finish(const std::string& file);
 
  private:
+  // Objects, and their solids; an alias may repeat many of them in few bytes.
+  static constexpr std::size_t kMaxObjects = 1'000'000;
+
   Scene scene_;
+  std::size_t num_solids_ = 0;
   std::map<std::string, std::size_t> index_of_id_;
 };
 

@@ -66,8 +66,9 @@ class SceneYamlReader {
     object.id = value.get("id").text();
     checkOperation(value, object.id);
     object.line = value.line();
-    for (const YamlValue& mesh : value.elements("meshes")) {
-      unhonoured_.push_back(mesh.unhonoured(Kind::kMeshes, "a mesh in object " + Quoted(object.id)));
+    if (const std::vector<YamlValue> meshes = value.elements("meshes"); !meshes.empty()) {
+      unhonoured_.push_back(
+          meshes.front().unhonoured(Kind::kMeshes, "a mesh in object " + Quoted(object.id)));
     }
     Pose3 object_pose = framePose(value, object.frame);
     if (const std::optional<YamlValue> pose = value.find("pose")) {
@@ -128,12 +129,9 @@ class SceneYamlReader {
     }
   }
 
-  // An octomap stands under its own name once more, with a header.
+  // An octomap stands under its own name once more, beside a header.
   static bool HasCells(const YamlValue& octomap) {
-    if (const std::optional<YamlValue> inner = octomap.find("octomap")) {
-      return HasCells(*inner);
-    }
-    const std::optional<YamlValue> data = octomap.find("data");
+    const std::optional<YamlValue> data = octomap.find("octomap").value_or(octomap).find("data");
     return data && (!data->isSequence() || !data->elements().empty());
   }
 

@@ -29,78 +29,24 @@ class TextBuffer : public std::streambuf {
   }
 };
 
-// Writes down what the parser comes across.
-class TreeBuilder : public YAML::EventHandler {
+// Puts values into a tree as they come, children after their parent.
+class TreeBuilder {
  public:
-  explicit TreeBuilder(YamlTree& tree) : tree_(tree) {}
-
-  void OnDocumentStart(const YAML::Mark& mark) override {
-    if (!tree_.nodes.empty()) {
-      fail(Line(mark), "a second document", "one");
-    }
-  }
-  void OnDocumentEnd() override {}
-
-  void OnNull(const YAML::Mark& mark, YAML::anchor_t anchor) override { add(Kind::kNull, mark, anchor); }
-
-  void OnAlias(const YAML::Mark& mark, YAML::anchor_t anchor) override {
-    const std::uint32_t target = anchors_[anchor];
-    if (std::any_of(open_.begin(), open_.end(), [&](const Open& open) { return open.node == target; })) {
-      fail(Line(mark), "a value inside itself", "one that ends");
-    }
-    const Node of_target = tree_.nodes[target];
-    Node& alias = add(of_target.kind, mark, 0);
-    // The children are shared.
-    alias = of_target;
-    alias.next = YamlTree::kNone;
-  }
-
-  void OnScalar(const YAML::Mark& mark, const std::string&, YAML::anchor_t anchor,
-                const std::string& value) override {
-    Node& node = add(Kind::kScalar, mark, anchor);
-    node.first = static_cast<std::uint32_t>(tree_.text.size());
-    node.size = static_cast<std::uint32_t>(value.size());
-    tree_.text += value;
-  }
-
-  void OnSequenceStart(const YAML::Mark& mark, const std::string&, YAML::anchor_t anchor,
-                       YAML::EmitterStyle::value) override {
-    open(Kind::kSequence, mark, anchor);
-  }
-  void OnSequenceEnd() override { open_.pop_back(); }
-
-  void OnMapStart(const YAML::Mark& mark, const std::string&, YAML::anchor_t anchor,
-                  YAML::EmitterStyle::value) override {
-    open(Kind::kMap, mark, anchor);
-  }
-  void OnMapEnd() override {
-    checkKeys(tree_.nodes[open_.back().node]);
-    open_.pop_back();
-  }
-
- private:
   using Kind = YamlTree::Kind;
   using Node = YamlTree::Node;
 
-  // A sequence or a map whose end has not come, and the last of its children.
-  struct Open {
-    std::uint32_t node;
-    std::uint32_t last_child;
-  };
+  explicit TreeBuilder(YamlTree& tree) : tree_(tree) {}
 
-  Node& add(Kind kind, const YAML::Mark& mark, YAML::anchor_t anchor) {
+  //! \return The index of the new node.
+  std::uint32_t add(Kind kind, int line) {
     if (tree_.nodes.size() == YamlValue::kMaxValues) {
-      fail(Line(mark), "more than " + std::to_string(YamlValue::kMaxValues) + " values", "fewer");
+      fail(line, "more than " + std::to_string(YamlValue::kMaxValues) + " values", "fewer");
     }
     const auto index = static_cast<std::uint32_t>(tree_.nodes.size());
     Node node;
     node.kind = kind;
-    node.line = static_cast<std::uint32_t>(Line(mark));
+    node.line = static_cast<std::uint32_t>(line);
     tree_.nodes.push_back(node);
-    if (anchor != 0) {
-      anchors_.resize(std::max<std::size_t>(anchors_.size(), anchor + 1));
-      anchors_[anchor] = index;
-    }
     if (!open_.empty()) {
       Open& parent = open_.back();
       (parent.last_child == YamlTree::kNone ? tree_.nodes[parent.node].first
@@ -108,13 +54,55 @@ class TreeBuilder : public YAML::EventHandler {
       parent.last_child = index;
       ++tree_.nodes[parent.node].size;
     }
-    return tree_.nodes.back();
+    return index;
   }
 
-  void open(Kind kind, const YAML::Mark& mark, YAML::anchor_t anchor) {
-    add(kind, mark, anchor);
-    open_.push_back({static_cast<std::uint32_t>(tree_.nodes.size() - 1), YamlTree::kNone});
+  std::uint32_t addScalar(int line, std::string_view value) {
+    const std::uint32_t index = add(Kind::kScalar, line);
+    tree_.nodes[index].first = static_cast<std::uint32_t>(tree_.text.size());
+    tree_.nodes[index].size = static_cast<std::uint32_t>(value.size());
+    tree_.text += value;
+    return index;
   }
+
+  // What a node says, once more.
+  void addAlias(int line, std::uint32_t target) {
+    if (std::any_of(open_.begin(), open_.end(), [&](const Open& open) { return open.node == target; })) {
+      fail(line, "a value inside itself", "one that ends");
+    }
+    const std::uint32_t index = add(tree_.nodes[target].kind, line);
+    // The children are shared.
+    tree_.nodes[index] = tree_.nodes[target];
+    tree_.nodes[index].next = YamlTree::kNone;
+  }
+
+  std::uint32_t open(Kind kind, int line) {
+    const std::uint32_t index = add(kind, line);
+    open_.push_back({index, YamlTree::kNone});
+    return index;
+  }
+
+  void close() {
+    const Node& node = tree_.nodes[open_.back().node];
+    if (node.kind == Kind::kMap) {
+      checkKeys(node);
+    }
+    open_.pop_back();
+  }
+
+  // The collection that is open, if any.
+  const Node* current() const { return open_.empty() ? nullptr : &tree_.nodes[open_.back().node]; }
+
+  [[noreturn]] void fail(int line, const std::string& found, const std::string& expected) const {
+    throw FileError(tree_.file, line, "found " + found + ", expected " + expected);
+  }
+
+ private:
+  // A sequence or a map whose end has not come, and the last of its children.
+  struct Open {
+    std::uint32_t node;
+    std::uint32_t last_child;
+  };
 
   void checkKeys(const Node& map) {
     keys_.clear();
@@ -134,26 +122,218 @@ class TreeBuilder : public YAML::EventHandler {
     }
   }
 
-  [[noreturn]] void fail(int line, const std::string& found, const std::string& expected) const {
-    throw FileError(tree_.file, line, "found " + found + ", expected " + expected);
-  }
-
   YamlTree& tree_;
   std::vector<Open> open_;
-  // The node of each anchor, by its number.
-  std::vector<std::uint32_t> anchors_;
   std::vector<std::pair<std::string_view, std::uint32_t>> keys_;
 };
+
+// Writes down what the parser of YAML comes across.
+class YamlEvents : public YAML::EventHandler {
+ public:
+  explicit YamlEvents(YamlTree& tree) : builder_(tree) {}
+
+  void OnDocumentStart(const YAML::Mark& mark) override {
+    if (std::exchange(has_document_, true)) {
+      builder_.fail(Line(mark), "a second document", "one");
+    }
+  }
+  void OnDocumentEnd() override {}
+
+  void OnNull(const YAML::Mark& mark, YAML::anchor_t anchor) override {
+    keep(anchor, builder_.add(Kind::kNull, Line(mark)));
+  }
+  void OnAlias(const YAML::Mark& mark, YAML::anchor_t anchor) override {
+    builder_.addAlias(Line(mark), anchors_[anchor]);
+  }
+  void OnScalar(const YAML::Mark& mark, const std::string&, YAML::anchor_t anchor,
+                const std::string& value) override {
+    keep(anchor, builder_.addScalar(Line(mark), value));
+  }
+  void OnSequenceStart(const YAML::Mark& mark, const std::string&, YAML::anchor_t anchor,
+                       YAML::EmitterStyle::value) override {
+    keep(anchor, builder_.open(Kind::kSequence, Line(mark)));
+  }
+  void OnSequenceEnd() override { builder_.close(); }
+  void OnMapStart(const YAML::Mark& mark, const std::string&, YAML::anchor_t anchor,
+                  YAML::EmitterStyle::value) override {
+    keep(anchor, builder_.open(Kind::kMap, Line(mark)));
+  }
+  void OnMapEnd() override { builder_.close(); }
+
+ private:
+  using Kind = YamlTree::Kind;
+
+  void keep(YAML::anchor_t anchor, std::uint32_t node) {
+    if (anchor != 0) {
+      anchors_.resize(std::max<std::size_t>(anchors_.size(), anchor + 1));
+      anchors_[anchor] = node;
+    }
+  }
+
+  TreeBuilder builder_;
+  bool has_document_ = false;
+  // The node of each anchor, by its number.
+  std::vector<std::uint32_t> anchors_;
+};
+
+// Reads YAML that is JSON. The parser of YAML would keep all of it in memory, symbol by symbol, until the
+// last bracket: it might be the key of a map. What is not plain JSON is left to that parser, strings with
+// codes of characters among it.
+class JsonReader {
+ public:
+  JsonReader(std::string_view text, YamlTree& tree) : rest_(text), builder_(tree) {}
+
+  // Whether the text is JSON; if not, the tree is unfinished.
+  bool read() {
+    if (next() != '{' && next() != '[') {
+      return false;
+    }
+    do {
+      if (!readValue()) {
+        return false;
+      }
+      // The ends of what the value was the last one of, up to a comma.
+      while (builder_.current() != nullptr && next() == closing()) {
+        if (!isComplete()) {
+          return false;
+        }
+        builder_.close();
+        rest_.remove_prefix(1);
+      }
+      if (builder_.current() != nullptr && is_behind_value_ && !take(isComplete() ? ',' : ':')) {
+        return false;
+      }
+    } while (builder_.current() != nullptr);
+    next();
+    return rest_.empty();
+  }
+
+ private:
+  using Kind = YamlTree::Kind;
+
+  char closing() const { return builder_.current()->kind == Kind::kMap ? '}' : ']'; }
+  // Whether no key waits for its value.
+  bool isComplete() const {
+    return builder_.current()->kind != Kind::kMap || builder_.current()->size % 2 == 0;
+  }
+
+  // The first character that is not blank; zero at the end.
+  char next() {
+    while (!rest_.empty() && (rest_[0] == ' ' || rest_[0] == '\n' || rest_[0] == '\r' || rest_[0] == '\t')) {
+      line_ += rest_[0] == '\n' ? 1 : 0;
+      rest_.remove_prefix(1);
+    }
+    return rest_.empty() ? '\0' : rest_[0];
+  }
+
+  bool take(char c) {
+    if (next() != c) {
+      return false;
+    }
+    rest_.remove_prefix(1);
+    // Nothing may end behind a comma.
+    return next() != '}' && next() != ']';
+  }
+
+  // A scalar, or the begin of a collection.
+  bool readValue() {
+    const bool is_key =
+        builder_.current() != nullptr && builder_.current()->kind == Kind::kMap && isComplete();
+    const char first = next();
+    is_behind_value_ = true;
+    if (first == '"') {
+      return readString();
+    }
+    if (is_key) {
+      return false;
+    }
+    if (first == '{' || first == '[') {
+      builder_.open(first == '{' ? Kind::kMap : Kind::kSequence, line_);
+      rest_.remove_prefix(1);
+      // Its first value comes without a comma before it; an empty one is a value itself.
+      is_behind_value_ = next() == closing();
+      return true;
+    }
+    const std::string_view word = rest_.substr(0, rest_.find_first_of(" \t\r\n,:]}[{"));
+    rest_.remove_prefix(word.size());
+    if (word == "null") {
+      builder_.add(Kind::kNull, line_);
+      return true;
+    }
+    if (word != "true" && word != "false" && !util::ParseNumber(word)) {
+      return false;
+    }
+    builder_.addScalar(line_, word);
+    return true;
+  }
+
+  bool readString() {
+    const std::size_t end = rest_.find_first_of("\"\\\n", 1);
+    if (end == std::string_view::npos || rest_[end] != '"') {
+      return false;
+    }
+    builder_.addScalar(line_, rest_.substr(1, end - 1));
+    rest_.remove_prefix(end + 1);
+    return true;
+  }
+
+  std::string_view rest_;
+  TreeBuilder builder_;
+  int line_ = 1;
+  bool is_behind_value_ = true;
+};
+
+// Refuses a collection in brackets whose symbols the parser of YAML would take too much memory to keep.
+void CheckCollections(std::string_view text, const std::string& file) {
+  constexpr std::size_t kMaxSize = std::size_t{16} << 20;
+  if (text.size() <= kMaxSize) {
+    return;
+  }
+  // Where the outermost bracket that is open stands, and how many are.
+  std::size_t begin = 0;
+  std::size_t depth = 0;
+  // What a value begins behind, and the quote that is open.
+  char before = '\n';
+  char quote = '\0';
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const char c = text[i];
+    const bool begins_value =
+        before == '\n' || before == '-' || before == ':' || before == ',' || before == '[' || before == '{';
+    if (quote != '\0') {
+      i += c == '\\' && quote == '"' ? 1 : 0;
+      quote = c == quote ? '\0' : quote;
+    } else if ((c == '"' || c == '\'') && begins_value) {
+      quote = c;
+    } else if ((c == '[' || c == '{') && begins_value) {
+      begin = depth++ == 0 ? i : begin;
+    } else if ((c == ']' || c == '}') && depth > 0) {
+      --depth;
+    }
+    if (depth > 0 && i - begin > kMaxSize) {
+      const auto line = 1 + std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(begin), '\n');
+      throw FileError(file, static_cast<int>(line),
+                      "found a collection in brackets of more than " + std::to_string(kMaxSize >> 20) +
+                          " MiB, expected JSON or a smaller one");
+    }
+    before = c == ' ' || c == '\t' || c == '\r' || (c == '\n' && depth > 0) ? before : c;
+  }
+}
 
 YamlTree ReadTree(const std::string& text, const std::string& file) {
   YamlTree tree;
   tree.file = file;
-  TreeBuilder builder(tree);
+  if (JsonReader(text, tree).read()) {
+    return tree;
+  }
+  tree.nodes.clear();
+  tree.text.clear();
+  CheckCollections(text, file);
+  YamlEvents events(tree);
   TextBuffer buffer(text);
   std::istream stream(&buffer);
   try {
     YAML::Parser parser(stream);
-    while (parser.HandleNextDocument(builder)) {
+    while (parser.HandleNextDocument(events)) {
     }
   } catch (const YAML::Exception& error) {
     throw FileError(file, Line(error.mark), "found what is no YAML: " + error.msg);
@@ -234,8 +414,10 @@ std::vector<std::pair<std::string, YamlValue>> YamlValue::entries() const {
 
 std::string YamlValue::text() const {
   const std::optional<std::string_view> text = scalar();
-  if (!text) {
-    fail("a text");
+  // An alias may repeat a long one all over a file.
+  constexpr std::size_t kMaxLength = 4096;
+  if (!text || text->size() > kMaxLength) {
+    fail("a text of at most " + std::to_string(kMaxLength) + " bytes");
   }
   return std::string(*text);
 }

@@ -133,6 +133,7 @@ TEST(ResultFile, PathsComeBackAsTheyWere) {
   const std::string csv = directory.path() + "/path.csv";
   WriteJson(record, json);
   WriteCsv(record.joint_names, record.path, csv);
+  EXPECT_EQ(ReadPath(json).held_joints, record.held_joints);
   for (const std::string& file : {json, csv}) {
     const PathFile path = ReadPath(file);
     EXPECT_EQ(path.joint_names, record.joint_names) << file;
@@ -172,6 +173,9 @@ TEST(ResultFile, FaultsAreNamed) {
       {"{\"path\": [[1, null]]}", "p: found null in configuration 0 of `path`, expected a number"},
       {"{\"path\": [[1, 2]], \"joint_names\": [\"a\"]}",
        "p: found array of size 1 as `joint_names`, expected one name for each coordinate"},
+      {"{\"path\": [[1]], \"held_joints\": {\"a\": \"b\"}}",
+       "p: found string in `held_joints`, expected a number"},
+      {"{\"path\": [[1]], \"held_joints\": [1]}", "p: found array, expected an object as `held_joints`"},
       {"{\"path\": [[1]], \"joint_names\": [1]}", "p: found number in `joint_names`, expected a string"},
   };
   for (const auto& [text, message] : cases) {

@@ -277,6 +277,12 @@ TEST(Scene, FaultsInYamlAreNamedWithTheirLine) {
   const std::vector<std::pair<std::string, std::string>> cases = {
       {"", "s: found nothing, expected a map"},
       {"a: [1,\nb: }", "s:2: found what is no YAML: illegal flow end"},
+      {"{\"a\": [{}, [], null, \"x\", -1.5e3],\n \"world\": [true]}",
+       "s:2: found a sequence of 1 element, expected a map"},
+      {"{\"a\": 1,\n\"a\": 2}", "s:2: found key \"a\" again, expected each key once in a map"},
+      {"{\"a\": 1,\n\"world\": 2,}", "s:2: found \"2\", expected a map"},
+      {"{\"a\": [1 2],\n\"world\": [\"x\": y]}", "s:2: found a sequence of 1 element, expected a map"},
+      {"[[1], {}, 2] ]", "s:1: found what is no YAML: illegal flow end"},
       {"a: 1\nb: {c: 1,\n c: 2}", "s:3: found key \"c\" again, expected each key once in a map"},
       {"a: 1\n---\na: 2", "s:2: found a second document, expected one"},
       {"a: &x [1, [*x]]", "s:1: found a value inside itself, expected one that ends"},
