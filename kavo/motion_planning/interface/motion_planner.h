@@ -55,7 +55,7 @@ class KAVO_EXPORT MotionPlanner {
     //! Waypoints, start first: the path goes straight in c-space from one to the next. Empty when none was
     //! found. Where a whole turn of a joint changes nothing (see `ExtractPeriodicCoordinates`) the planner
     //! goes the short way round: the path then leaves [-pi, pi] rather than jump, and the last waypoint is
-    //! the target but for whole turns. Shortening keeps the turns that the path makes.
+    //! the target but for whole turns.
     std::vector<Eigen::VectorXd> path;
     //! `path` with points in between, no farther apart than the step size; empty unless asked for.
     //!

@@ -42,7 +42,9 @@ KAVO_EXPORT void RemoveConfigurations(std::vector<Eigen::VectorXd>& path, int fi
 
 //! Shortens a path by straight short cuts between waypoints, wherever `IsValidPath` allows one: first from
 //! both ends, then from random waypoints (after Geraerts and Overmars, "Creating high-quality paths for
-//! motion planning", 2007). The ends of the path stay; equal input and seed give equal output.
+//! motion planning", 2007). The ends of the path stay; equal input and seed give equal output. In periodic
+//! coordinates of the environment a short cut goes the short way round where that is valid, and all that
+//! follows is turned: the path then ends at its end but for whole turns.
 //! \param path At least two configurations; otherwise a fatal error.
 //! \param step_size As for `IsValidPath`.
 //! \param max_iterations Number of random waypoints to try.

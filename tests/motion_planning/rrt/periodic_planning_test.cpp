@@ -64,6 +64,14 @@ void ExpectSound(const RobotDescription& robot, const World& world, const Path& 
   }
 }
 
+double Length(const Path& path) {
+  double length = 0.0;
+  for (std::size_t i = 1; i < path.size(); ++i) {
+    length += (path[i] - path[i - 1]).norm();
+  }
+  return length;
+}
+
 TEST(PeriodicPlanning, MetricGoesTheShortWayRound) {
   const PeriodicMetric metric(L2Norm, {1});
   EXPECT_DOUBLE_EQ(metric(Vec({0, 3.1}), Vec({3, -3.1 - 4 * kPi})), std::hypot(3.0, 2 * kPi - 6.2));
@@ -108,6 +116,7 @@ TEST(PeriodicPlanning, BranchesMeetWithoutJumps) {
   world.add(SphereObstacle{0.15}, Pose3::FromTranslation({0.3, 0.7, 0.0}));
   const std::shared_ptr<RobotDescription> robot = Arm(2, JointType::kContinuous, 1.0);
   int num_turned = 0;
+  int num_unwound = 0;
   for (int seed = 1; seed <= 20; ++seed) {
     SCOPED_TRACE(seed);
     const auto environment = CreateRobotEnvironment(
@@ -123,7 +132,16 @@ TEST(PeriodicPlanning, BranchesMeetWithoutJumps) {
     const Eigen::VectorXd turns = (path->back() - goal) / (2 * kPi);
     EXPECT_LT((turns - turns.array().round().matrix()).norm(), 1e-12);
     num_turned += turns.norm() > 0.5 ? 1 : 0;
+
+    const Path shortened = ShortCircuitPath(*path, environment, 0.05, 20, 3);
+    ExpectSound(*robot, world, shortened, start, 10.0);
+    const Eigen::VectorXd moved = shortened.back() - goal;
+    EXPECT_LT((moved / (2 * kPi) - (moved / (2 * kPi)).array().round().matrix()).norm(), 1e-12);
+    EXPECT_LE(Length(shortened), Length(*path));
+    num_unwound += (shortened.back() - path->back()).norm() > 1.0 ? 1 : 0;
   }
+  // Some ways go right round a joint and need not.
+  EXPECT_GT(num_unwound, 0);
   EXPECT_GT(num_turned, 0);
   EXPECT_LT(num_turned, 20);
 }
