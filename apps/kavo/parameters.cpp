@@ -201,6 +201,8 @@ void PlannerSettings::Load(const std::shared_ptr<RobotDescription>& robot) {
     }
     set(name, ParseSetting(*parameter, text.substr(sign + 1)));
   }
+  // Said here once: what a planner says in a query is not shown.
+  planning::WarnOfIdleWeights(*config_);
 }
 
 std::unique_ptr<MotionPlanner> PlannerSettings::MakePlanner(const std::shared_ptr<RobotDescription>& robot,

@@ -119,6 +119,18 @@ YAML::Node internal::LoadYaml(const std::string& file) {
   return YAML::LoadFile(file);
 }
 
+bool WarnOfIdleWeights(const MotionPlannerConfig& config) {
+  const std::optional<TeskTreeConfig>& tree = config.tesk_tree_config;
+  if (!tree || tree->distance_metric_type == tesk::planning::DistanceMetricType::kWeightedSquaredL2Norm ||
+      (config.distance_metric_weights.array() == 1.0).all()) {
+    return false;
+  }
+  KAVO_LOG(LogLevel::kWarning) << "'distance_metric_weights' have no effect on queries to a configuration: "
+                               << "accelerator trees measure the plain distance. They have one with "
+                               << "'enable_tesk_tree' false.";
+  return true;
+}
+
 TeskTreeConfig DefaultTeskTreeConfig(int dimension) {
   TeskTreeConfig config;
   config.dimension = dimension;

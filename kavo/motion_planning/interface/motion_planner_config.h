@@ -69,6 +69,10 @@ struct KAVO_EXPORT MotionPlannerConfig {
   MotionPlannerConfig(const YAML::Node& node, bool checks_ranges);
 };
 
+//! Warns where weights other than one have no effect on queries to a configuration, because accelerator trees
+//! measure the plain distance. Whether it did.
+KAVO_EXPORT bool WarnOfIdleWeights(const MotionPlannerConfig& config);
+
 //! The settings that a newly enabled accelerator tree has.
 KAVO_EXPORT TeskTreeConfig DefaultTeskTreeConfig(int dimension);
 

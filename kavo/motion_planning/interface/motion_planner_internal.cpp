@@ -89,9 +89,13 @@ bool MotionPlannerInternal::setParam(const std::string& param_name, ParamValue v
       return false;
     case internal::Change::Effect::kNone:
       return true;
-    case internal::Change::Effect::kRrtConnect:
+    case internal::Change::Effect::kRrtConnect: {
+      // Should memory run out half way, the next query has to build everything.
+      const bool needs_rebuild = std::exchange(needs_rebuild_, true);
       createRrtConnect();
+      needs_rebuild_ = needs_rebuild;
       return true;
+    }
     case internal::Change::Effect::kAll:
       needs_rebuild_ = true;
       return true;
@@ -185,21 +189,8 @@ std::unique_ptr<Tree> MotionPlannerInternal::createCSpaceRrtTree() const {
                          false);
 }
 
-void MotionPlannerInternal::warnOfWeightsWithoutEffect() {
-  const std::optional<TeskTreeConfig>& tree = motion_planner_config_.tesk_tree_config;
-  const bool have_effect =
-      !tree || tree->distance_metric_type == tesk::planning::DistanceMetricType::kWeightedSquaredL2Norm ||
-      (motion_planner_config_.distance_metric_weights.array() == 1.0).all();
-  if (!have_effect && !has_warned_of_weights_) {
-    KAVO_LOG(LogLevel::kWarning) << "'distance_metric_weights' have no effect on queries to a configuration: "
-                                 << "accelerator trees measure the plain distance. They have one with "
-                                 << "'enable_tesk_tree' false.";
-    has_warned_of_weights_ = true;
-  }
-}
-
 void MotionPlannerInternal::createRrtConnect() {
-  warnOfWeightsWithoutEffect();
+  has_warned_of_weights_ = has_warned_of_weights_ || WarnOfIdleWeights(motion_planner_config_);
   for (std::unique_ptr<Tree>& tree : rrt_connect_trees_) {
     tree = createCSpaceRrtTree();
   }

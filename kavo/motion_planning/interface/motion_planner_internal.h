@@ -39,7 +39,6 @@ class KAVO_INTERNAL_EXPORT MotionPlannerInternal final : public MotionPlanner {
   void rebuild();
   void createRobotEnvironment();
   std::unique_ptr<Tree> createCSpaceRrtTree() const;
-  void warnOfWeightsWithoutEffect();
   void createRrtConnect();
   void createJtRrt();
 

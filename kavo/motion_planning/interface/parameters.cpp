@@ -2,10 +2,9 @@
 
 #include <algorithm>
 #include <limits>
-#include <locale>
-#include <sstream>
 
 #include "kavo/motion_planning/interface/parameters_internal.h"
+#include "kavo/util/log_message.h"
 
 namespace kavo::planning {
 
@@ -19,8 +18,7 @@ using Limits = std::vector<std::array<double, 2>>;
 
 template <typename... Parts>
 std::string Text(const Parts&... parts) {
-  std::ostringstream text;
-  text.imbue(std::locale::classic());
+  util::TextStream text;
   (text << ... << parts);
   return text.str();
 }

@@ -337,6 +337,19 @@ TEST(JtRRTTest, FailuresEndInBoundedTimeWithTheirReports) {
   EXPECT_EQ(idle.c_space_tree->NumNodes(), 1u);
 }
 
+TEST(JtRRTTest, BoundsOfTheTargetZoneBelongToIt) {
+  RobotDescriptionBuilder builder("base");
+  builder.addJoint({"x", JointType::kPrismatic, "base", "tool", {}, {1.0, 0.0, 0.0}, {{-1.0, 1.0}}, 0.0});
+  for (const double side : {1.0, -1.0}) {
+    // Steps of a quarter, straight along x: the first one ends on the bound, near enough to stay there.
+    const Planner planner(Config(0.25, 0.25, 0.3, 0.0, 0.0),
+                          {builder.build().get(), World().view(), Vec({1.0}), 100, 1, 2});
+    const auto path = planner.Plan(Vec({0.0}), Vec({0.5 * side, 0.0, 0.0}));
+    ASSERT_FALSE(path.empty());
+    EXPECT_EQ(path.back(), Vec({0.25 * side}));
+  }
+}
+
 TEST(JtRRTTest, StraightWalksGoToTheirEndWithinTheLimitOfNodes) {
   JtRRTConfig config = Config(2e-5, 0.01, 1e-5, 0.0, 0.0, 1);
   const LogCapture quiet;

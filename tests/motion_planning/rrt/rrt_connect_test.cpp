@@ -144,6 +144,15 @@ TEST(RRTConnectTest, WalksThatLeadNowhereEnd) {
   }
 }
 
+TEST(RRTConnectTest, WalksGoOnExactlyOneStepBeforeTheirGoal) {
+  for (const auto& [sample, last] : {std::pair(103.0, 103.0), std::pair(102.999, 102.0)}) {
+    // Start and goal cannot leave for each other; the goal's tree explores.
+    Connect connect({1.0, 2, 1.0}, Line({Vec({sample})}, [](double x) { return x < 0.5 || x > 99.5; }));
+    EXPECT_FALSE(connect.Plan(Vec({0.0}), Vec({100.0})).has_value());
+    EXPECT_EQ(connect.rrt->GetAllValidatedConfigurations().back(), Vec({last}));
+  }
+}
+
 TEST(RRTConnectTest, NodesAreLimited) {
   RRTConnectConfig config(1.0, 50, 0.5);
   config.max_nodes = 100;
