@@ -226,6 +226,8 @@ class Planning {
       text += "frame '" + Printable(target->frame) + "' ends " +
               Distance((Position(path.back(), target->frame) - target->position).norm()) +
               " from the target\n";
+    } else if ((path.back() - std::get<Eigen::VectorXd>(attempt.query.target)).norm() > 1.0) {
+      text += "the path ends at the goal but for whole turns of joints without limits\n";
     }
     text += "time: search " + Time(report.search_seconds) + ", shortening " +
             Time(report.shortening_seconds) + "; seed " + std::to_string(attempt.seed) + ", " +

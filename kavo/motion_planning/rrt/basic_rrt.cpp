@@ -146,7 +146,9 @@ class BasicRRT final : public RRT {
       return std::nullopt;
     }
     // Turned, it is another number, which has to be valid itself.
-    if (target != problem_.q_target && !environment_->IsValidConfiguration(target)) {
+    if (target != problem_.q_target &&
+        (!AreTurnsApart(problem_.q_target, target, environment_->PeriodicCoordinates()) ||
+         !environment_->IsValidConfiguration(target))) {
       return std::nullopt;
     }
     return target;

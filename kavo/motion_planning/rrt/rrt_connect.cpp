@@ -201,7 +201,8 @@ class RRTConnect final : public RRT {
     std::vector<std::shared_ptr<Node>> branch = ChainToRoot(goal_node);
     for (auto node = branch.rbegin(); node != branch.rend(); ++node) {
       Eigen::VectorXd q = (*node)->Configuration() + turns;
-      if (!environment_->IsValidConfiguration(q)) {
+      if (!AreTurnsApart((*node)->Configuration(), q, environment_->PeriodicCoordinates()) ||
+          !environment_->IsValidConfiguration(q)) {
         return false;
       }
       *node = node == branch.rbegin() ? std::make_shared<Node>(q) : std::make_shared<Node>(q, *(node - 1));

@@ -18,6 +18,13 @@ void MoveNear(const Eigen::VectorXd& reference, const std::vector<Eigen::Index>&
   }
 }
 
+bool AreTurnsApart(const Eigen::VectorXd& q0, const Eigen::VectorXd& q1,
+                   const std::vector<Eigen::Index>& periodic_coordinates) {
+  Eigen::VectorXd nearest = q1;
+  MoveNear(q0, periodic_coordinates, nearest);
+  return (nearest - q0).isZero(1e-9);
+}
+
 PeriodicMetric::PeriodicMetric(DistanceMetric metric, std::vector<Eigen::Index> periodic_coordinates)
     : metric_(std::move(metric)), periodic_coordinates_(std::move(periodic_coordinates)) {}
 

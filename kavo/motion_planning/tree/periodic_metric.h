@@ -18,6 +18,11 @@ KAVO_EXPORT double WholeTurns(double from, double to);
 KAVO_EXPORT void MoveNear(const Eigen::VectorXd& reference,
                           const std::vector<Eigen::Index>& periodic_coordinates, Eigen::VectorXd& q);
 
+//! Whether two configurations are one but for whole turns of periodic coordinates and 1e-9 of rounding.
+//! Beyond some millions of turns a number is too coarse for that.
+KAVO_EXPORT bool AreTurnsApart(const Eigen::VectorXd& q0, const Eigen::VectorXd& q1,
+                               const std::vector<Eigen::Index>& periodic_coordinates);
+
 //! A distance the short way round: that to the nearest of the configurations that are one by whole turns of
 //! periodic coordinates.
 class KAVO_EXPORT PeriodicMetric {

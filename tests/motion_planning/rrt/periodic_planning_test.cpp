@@ -105,6 +105,9 @@ TEST(PeriodicPlanning, PlansAcrossPi) {
       }
       // Nothing keeps the joint within a turn.
       EXPECT_TRUE(planner->planToCSpaceTarget(Vec({20.0}), Vec({20.3}), false).path_found);
+      // Here whole turns are lost in rounding: the end would not be the target.
+      planner->setParam("max_iterations", 10);
+      EXPECT_FALSE(planner->planToCSpaceTarget(Vec({1e17}), Vec({1.0}), false).path_found);
     }
   }
 }
