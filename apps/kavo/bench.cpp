@@ -1,10 +1,11 @@
 // kavo bench: the problems of a folder, and a table of how they went.
 
 #include <CLI/CLI.hpp>
-#include <fstream>
+#include <cstddef>
 #include <iostream>
 #include <limits>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -14,6 +15,7 @@
 #include "apps/kavo/command.h"
 #include "apps/kavo/help.h"
 #include "apps/kavo/input_rules.h"
+#include "apps/kavo/output_file.h"
 #include "apps/kavo/parameters.h"
 #include "apps/kavo/robot_options.h"
 
@@ -30,10 +32,11 @@ struct BenchOptions {
   std::vector<std::string> families;
   int num_repeats = 1;
   int num_jobs = 1;
-  std::string json_file;
+  std::optional<std::string> json_file;
 };
 
 int Bench(const BenchOptions& options) {
+  OutputFile json_file("--json", options.json_file, options.robot.Files());
   Situations situations(options.robot.Load(), options.rules);
   const formats::LoadedRobot& robot = situations.Robot();
   PlannerSettings settings = options.planner;
@@ -45,15 +48,15 @@ int Bench(const BenchOptions& options) {
   const std::vector<Problem> problems = ReadProblems(options.directory, options.families, situations);
   const std::vector<BenchRun> runs =
       RunProblems(problems, settings, options.bounds, options.num_repeats, options.num_jobs);
-  const std::string json = BenchJson(problems, runs, robot, settings);
-  if (options.json_file == "-") {
-    std::cout << json;
-    return kDone;
+  const std::size_t num_wanted = problems.size() * static_cast<std::size_t>(options.num_repeats);
+  if (json_file.IsStandardOutput()) {
+    std::cout << BenchJson(problems, runs, num_wanted, robot, settings);
+  } else {
+    std::cout << BenchTables(problems, runs, num_wanted) << std::flush;
   }
-  if (!options.json_file.empty() && !(std::ofstream(options.json_file) << json << std::flush)) {
-    throw UnusableInput(options.json_file + ": cannot be written");
+  if (json_file.IsFile()) {
+    json_file.Write(BenchJson(problems, runs, num_wanted, robot, settings));
   }
-  std::cout << BenchTables(problems, runs);
   return kDone;
 }
 
@@ -102,7 +105,7 @@ void AddBenchCommand(CLI::App& app, Run& run) {
   options->planner.AddOptions(*bench);
   bench
       ->add_option("--json", options->json_file,
-                   "Write every run as JSON; - is standard output, instead of the tables")
+                   "Write every run as JSON, with its path; - is standard output, instead of the tables")
       ->type_name("FILE")
       ->group("Output");
   bench->footer(

@@ -104,7 +104,7 @@ std::vector<std::string> PathRow(const std::string& family, const Runs& runs) {
           Time(Median(found, [](const BenchRun& run) { return run.report.search_seconds; })),
           Time(Median(found, [](const BenchRun& run) { return run.report.shortening_seconds; })),
           Number(Median(found, [](const BenchRun& run) { return run.report.num_raw_waypoints; })),
-          Number(Median(found, [](const BenchRun& run) { return run.num_waypoints; })),
+          Number(Median(found, [](const BenchRun& run) { return run.path.size(); })),
           Number(Median(found, [](const BenchRun& run) { return run.report.raw_length; }), 4),
           Number(Median(found, [](const BenchRun& run) { return run.length; }), 4),
           Number(Median(found, nodes))};
@@ -147,6 +147,9 @@ std::string ScopeText(const std::vector<Problem>& problems) {
     text += "for the covered links only (not " +
             JoinQuoted(problems.front().situation.scope.uncovered_links) + ")\n";
   }
+  if (!problems.empty()) {
+    text += "self-collision: " + problems.front().situation.scope.SelfCollision() + "\n";
+  }
   return text.empty() ? text : "\n" + text;
 }
 
@@ -158,6 +161,7 @@ Json ToJson(const BenchRun& run, const Problem& problem) {
                {"fault", run.fault},
                {"ignored", problem.situation.scope.Ignored()},
                {"uncovered_links", problem.situation.scope.uncovered_links},
+               {"self_collision_pairs", problem.situation.scope.num_self_collision_pairs},
                {"held_joints", HeldJoints(*problem.situation.robot)},
                {"found", run.found},
                {"iterations", run.report.num_iterations},
@@ -170,9 +174,13 @@ Json ToJson(const BenchRun& run, const Problem& problem) {
   if (run.found) {
     json.update({{"raw_waypoints", run.report.num_raw_waypoints},
                  {"raw_length", run.report.raw_length},
-                 {"waypoints", run.num_waypoints},
+                 {"waypoints", run.path.size()},
                  {"length", run.length},
-                 {"passes_check", run.passes_check}});
+                 {"passes_check", run.passes_check},
+                 {"path", Json::array()}});
+    for (const Eigen::VectorXd& q : run.path) {
+      json["path"].push_back(std::vector<double>(q.begin(), q.end()));
+    }
     if (!run.passes_check) {
       json.update({{"first_bad_edge", ToString(run.first_bad_edge)}, {"depth", run.depth}});
     }
@@ -182,7 +190,8 @@ Json ToJson(const BenchRun& run, const Problem& problem) {
 
 }  // namespace
 
-std::string BenchTables(const std::vector<Problem>& problems, const std::vector<BenchRun>& runs) {
+std::string BenchTables(const std::vector<Problem>& problems, const std::vector<BenchRun>& runs,
+                        std::size_t num_wanted) {
   // Families in the order of the problems.
   std::vector<std::pair<std::string, Runs>> families;
   Runs all;
@@ -206,12 +215,21 @@ std::string BenchTables(const std::vector<Problem>& problems, const std::vector<
     outcomes.push_back(OutcomeRow(family, of_family));
     paths.push_back(PathRow(family, of_family));
   }
-  return Table(outcomes) + "\n" + Table(paths) + EdgeCounts(all) + ScopeText(problems);
+  const std::string stopped = runs.size() == num_wanted
+                                  ? ""
+                                  : "STOPPED after " + Count(runs.size()) + " of " + Count(num_wanted) +
+                                        " runs; the tables are of these\n\n";
+  return stopped + Table(outcomes) + "\n" + Table(paths) + EdgeCounts(all) + ScopeText(problems);
 }
 
 std::string BenchJson(const std::vector<Problem>& problems, const std::vector<BenchRun>& runs,
-                      const formats::LoadedRobot& robot, const PlannerSettings& settings) {
-  Json json = {{"robot", robot.name}, {"settings", Json::object()}, {"runs", Json::array()}};
+                      std::size_t num_wanted, const formats::LoadedRobot& robot,
+                      const PlannerSettings& settings) {
+  Json json = {{"robot", robot.name},
+               {"joint_names", JointNames(*robot.description)},
+               {"settings", Json::object()},
+               {"stopped", runs.size() != num_wanted},
+               {"runs", Json::array()}};
   for (const auto& [name, setting] : settings.All()) {
     std::visit([&json, &name = name](const auto& value) { json["settings"][name] = value; }, setting);
   }

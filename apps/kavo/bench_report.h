@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -8,10 +9,13 @@
 namespace kavo::command {
 
 //! The tables for a reader: one row for each family and one for all of them.
-std::string BenchTables(const std::vector<Problem>& problems, const std::vector<BenchRun>& runs);
+//! \param num_wanted How many runs there were to be: of fewer it says that the work was stopped.
+std::string BenchTables(const std::vector<Problem>& problems, const std::vector<BenchRun>& runs,
+                        std::size_t num_wanted);
 
-//! Every run as JSON.
+//! Every run as JSON, with its path.
 std::string BenchJson(const std::vector<Problem>& problems, const std::vector<BenchRun>& runs,
-                      const formats::LoadedRobot& robot, const PlannerSettings& settings);
+                      std::size_t num_wanted, const formats::LoadedRobot& robot,
+                      const PlannerSettings& settings);
 
 }  // namespace kavo::command

@@ -2,18 +2,19 @@
 
 #include <tbb/global_control.h>
 #include <tbb/parallel_for.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <iostream>
+#include <atomic>
+#include <cstddef>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <utility>
 #include <variant>
 
 #include "apps/kavo/attempts.h"
 #include "apps/kavo/explain.h"
+#include "apps/kavo/interrupt.h"
+#include "apps/kavo/progress.h"
 #include "kavo/motion_planning/environment/robot_environment.h"
 #include "kavo/motion_planning/util/path_check.h"
 #include "kavo/motion_planning/util/smoothing.h"
@@ -22,39 +23,6 @@
 namespace kavo::command {
 
 namespace {
-
-// A bar on standard error, if that is a terminal.
-class Progress {
- public:
-  explicit Progress(std::size_t total) : total_(total), is_shown_(isatty(STDERR_FILENO) == 1) {}
-  Progress(const Progress&) = delete;
-  Progress& operator=(const Progress&) = delete;
-  ~Progress() {
-    // Whoever comes after has seen what the threads did: they all had the lock, also as ThreadSanitizer sees
-    // it, to which the library of threads is a closed box.
-    const std::lock_guard lock(mutex_);
-    if (is_shown_) {
-      std::cerr << "\r\033[K";
-    }
-  }
-
-  void Advance() {
-    constexpr std::size_t kWidth = 40;
-    const std::lock_guard lock(mutex_);
-    ++done_;
-    if (is_shown_) {
-      const std::size_t filled = done_ * kWidth / total_;
-      std::cerr << "\r[" << std::string(filled, '#') << std::string(kWidth - filled, ' ') << "] " << done_
-                << " of " << total_ << std::flush;
-    }
-  }
-
- private:
-  std::mutex mutex_;
-  std::size_t done_ = 0;
-  std::size_t total_;
-  bool is_shown_;
-};
 
 Edge Classify(const RobotDescription& robot, const WorldView& world_view, double step_size,
               const Eigen::VectorXd& from, const Eigen::VectorXd& to) {
@@ -117,10 +85,11 @@ void RunOnce(const Problem& problem, const PlannerSettings& settings, const Benc
   }
   run.found = results.path_found;
   if (run.found) {
-    run.num_waypoints = results.path.size();
+    run.path = results.path;
     run.length = Length(results.path);
     Check(*robot, world.view(), settings.StepSize(), results.path, run);
   }
+  run.is_done = Signal() == 0;
   util::log_level_threshold = threshold;
 }
 
@@ -142,16 +111,23 @@ std::vector<BenchRun> RunProblems(const std::vector<Problem>& problems, const Pl
                                   const BenchBounds& bounds, int num_repeats, int num_jobs) {
   const auto repeats = static_cast<std::size_t>(num_repeats);
   std::vector<BenchRun> runs(problems.size() * repeats);
-  Progress progress(runs.size());
+  const Stoppable stoppable;
+  Progress progress(false);
+  std::atomic<std::size_t> num_done{0};
   const tbb::global_control limit(tbb::global_control::max_allowed_parallelism,
                                   static_cast<std::size_t>(num_jobs));
   tbb::parallel_for(std::size_t{0}, runs.size(), [&](std::size_t i) {
+    if (Signal() != 0) {
+      return;
+    }
     BenchRun& run = runs[i];
     run.problem = i / repeats;
     run.seed = settings.Seed() + static_cast<int>(i % repeats);
     RunOnce(problems[run.problem], settings, bounds, run);
-    progress.Advance();
+    progress.ShowPart(++num_done, runs.size());
   });
+  runs.erase(std::remove_if(runs.begin(), runs.end(), [](const BenchRun& run) { return !run.is_done; }),
+             runs.end());
   return runs;
 }
 

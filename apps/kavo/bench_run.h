@@ -33,13 +33,16 @@ struct BenchRun {
   //! Why the start or goal is not valid, for a reader.
   std::string fault;
   bool found = false;
-  std::size_t num_waypoints = 0;
+  //! Empty if none was found.
+  std::vector<Eigen::VectorXd> path;
   double length = 0.0;
   //! Of a path: whether it is free at a tenth of the step, and if not, where it first is not, and how deep
   //! the robot gets into anything along the path (metres; zero where it is only beyond a limit).
   bool passes_check = false;
   Edge first_bad_edge = Edge::kShort;
   double depth = 0.0;
+  //! Not if a signal came before its end.
+  bool is_done = false;
 
   bool HasValidEnds() const {
     return report.status != planning::SearchStatus::kInvalidStart &&
@@ -57,7 +60,8 @@ struct BenchBounds {
 };
 
 //! Runs every problem `num_repeats` times, repeat k with the seed of the settings plus k, each with a planner
-//! of its own. The runs are in the order of problems, then repeats, whatever the number of jobs.
+//! of its own. The runs are in the order of problems, then repeats, whatever the number of jobs; those that
+//! ended before a signal came.
 //! \param num_jobs Number of threads.
 std::vector<BenchRun> RunProblems(const std::vector<Problem>& problems, const PlannerSettings& settings,
                                   const BenchBounds& bounds, int num_repeats, int num_jobs);

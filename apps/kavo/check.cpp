@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -12,6 +13,9 @@
 #include "apps/kavo/explain.h"
 #include "apps/kavo/help.h"
 #include "apps/kavo/input_rules.h"
+#include "apps/kavo/interrupt.h"
+#include "apps/kavo/path_checking.h"
+#include "apps/kavo/progress.h"
 #include "apps/kavo/robot_options.h"
 #include "apps/kavo/scene_options.h"
 #include "apps/kavo/situation.h"
@@ -28,6 +32,7 @@ struct CheckOptions {
   SceneOptions scene;
   InputRules rules;
   std::string path_file;
+  std::optional<std::size_t> run;
   double step_size = 0.01;
 };
 
@@ -61,7 +66,7 @@ std::vector<Eigen::VectorXd> ForRobot(const formats::PathFile& file, const Robot
 int Check(const CheckOptions& options) {
   const std::string file = options.path_file == "-" ? "/dev/stdin" : options.path_file;
   Situations situations(options.robot.Load(), options.rules);
-  const formats::PathFile path_file = formats::ReadPath(file);
+  const formats::PathFile path_file = formats::ReadPath(file, options.run);
   std::vector<Eigen::VectorXd> path = ForRobot(path_file, *situations.Robot().description);
   // A plan says where the joints stood that it does not move.
   formats::Request stood;
@@ -72,8 +77,9 @@ int Check(const CheckOptions& options) {
   for (Eigen::VectorXd& q : path) {
     options.rules.PutOnLimits(robot, "a waypoint", q, situations.GetNotes());
   }
-  const planning::PathCheck check =
-      planning::CheckPath(robot, situation.world.view(), path, options.step_size);
+  const Stoppable stoppable;
+  Progress progress(false);
+  const planning::PathCheck check = CheckAlong(path, situation, options.step_size, "--step", progress);
   std::cout << HeldJointsText(*situation.robot) << path.size() << " waypoints, length "
             << Number(Length(path), 4) << ": "
             << Explain(check, robot, situation.scope, path.size() - 1, options.step_size);
@@ -96,6 +102,11 @@ void AddCheckCommand(CLI::App& app, Run& run) {
       ->type_name("FILE")
       ->group("Check")
       ->required();
+  check
+      ->add_option("--run", options->run,
+                   "Of a file that 'kavo bench --json' wrote: the path of this run, counted from 0")
+      ->type_name("N")
+      ->group("Check");
   check
       ->add_option("--step", options->step_size,
                    "Distance in c-space of the configurations that are looked at")

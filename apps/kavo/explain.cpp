@@ -50,8 +50,13 @@ std::string ExplainFailure(const QueryReport& report, const RobotDescription& ro
   using planning::SearchStatus;
   const bool is_invalid_start = report.status == SearchStatus::kInvalidStart;
   if (is_invalid_start || report.status == SearchStatus::kInvalidTarget) {
+    const std::string advice = report.fault && report.fault->self_contact
+                                   ? "  if they may touch: disable their pair in the SRDF ('kavo pairs' "
+                                     "works out those that cannot touch "
+                                     "or always do), or give --no-self-collision\n"
+                                   : "";
     return std::string("no path: the ") + (is_invalid_start ? "start" : "goal") + " is not valid\n  " +
-           (report.fault ? Explain(*report.fault, robot) : "the position is not finite") + "\n";
+           (report.fault ? Explain(*report.fault, robot) : "the position is not finite") + "\n" + advice;
   }
   std::string text = std::string("no path: ") + ToString(report.status) + "\n";
   if (report.status == SearchStatus::kNodesSpent) {
@@ -70,10 +75,11 @@ std::string ExplainFailure(const QueryReport& report, const RobotDescription& ro
 
 std::string Explain(const planning::PathCheck& check, const RobotDescription& robot, const Scope& scope,
                     std::size_t num_segments, double step_size) {
-  std::string text =
-      check.IsValid() ? scope.Valid() + " at all " : "NOT valid at " + std::to_string(check.num_bad) + " of ";
+  std::string text = check.IsValid()   ? scope.Valid() + " at all "
+                     : check.first_bad ? "NOT valid at " + std::to_string(check.num_bad) + " of "
+                                       : "STOPPED before the end, nothing found in the first ";
   text += std::to_string(check.num_configurations) + " configurations, " + Number(step_size) +
-          " apart or nearer\n";
+          " apart or nearer\n  self-collision: " + scope.SelfCollision() + "\n";
   if (check.first_bad) {
     text += "  first bad: " + Where(check.first_bad->place, num_segments) + ", " +
             Configuration(check.first_bad->place.configuration) + "\n    " +

@@ -8,6 +8,7 @@
 #include "apps/kavo/command.h"
 #include "apps/kavo/text.h"
 #include "kavo/kinematics/interface/joint_limits.h"
+#include "kavo/kinematics/interface/robot_description_internal.h"
 #include "kavo/util/log_message.h"
 #include "kavo/util/parse_number.h"
 
@@ -44,6 +45,13 @@ std::string Scope::Valid() const {
     text += " with " + Join(Ignored(), ", ") + " ignored";
   }
   return text;
+}
+
+std::string Scope::SelfCollision() const {
+  return num_self_collision_pairs == 0
+             ? "not looked at"
+             : std::to_string(num_self_collision_pairs) +
+                   (num_self_collision_pairs == 1 ? " pair" : " pairs") + " of frames looked at";
 }
 
 void Notes::Say(const std::string& text) {
@@ -115,6 +123,8 @@ void InputRules::Admit(const std::vector<formats::Unhonoured>& unhonoured, Scope
 }
 
 void InputRules::Admit(const formats::LoadedRobot& robot, Scope& scope) const {
+  scope.num_self_collision_pairs =
+      dynamic_cast<const RobotDescriptionInternal&>(*robot.description).collisionPairs().size();
   if (robot.uncovered_links.empty()) {
     return;
   }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Eigen/Core>
+#include <cstddef>
 #include <set>
 #include <string>
 #include <vector>
@@ -20,6 +21,8 @@ struct Scope {
   std::set<formats::Unhonoured::Kind> ignored;
   //! Links with collision geometry that nothing stands for.
   std::vector<std::string> uncovered_links;
+  //! Pairs of frames of the robot that were looked at for contact with each other.
+  std::size_t num_self_collision_pairs = 0;
 
   //! The names of what was ignored.
   std::vector<std::string> Ignored() const;
@@ -27,6 +30,9 @@ struct Scope {
   //! What a path that passes is: "valid", "valid for the covered links only (not 'hand')", "valid with
   //! octomap ignored".
   std::string Valid() const;
+
+  //! "27 pairs of frames looked at", "not looked at".
+  std::string SelfCollision() const;
 };
 
 //! Things that a user should know, each said once, as warnings.
@@ -48,7 +54,7 @@ class InputRules {
   void Admit(const std::vector<formats::Unhonoured>& unhonoured, Scope& scope) const;
 
   //! Throws `UnusableInput` for a robot with links that are not covered, unless that is allowed; they then go
-  //! to the scope.
+  //! to the scope, as do its pairs of frames.
   void Admit(const formats::LoadedRobot& robot, Scope& scope) const;
 
   bool IsIgnored(formats::Unhonoured::Kind kind) const { return ignored_.count(kind) != 0; }

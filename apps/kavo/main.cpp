@@ -10,6 +10,7 @@
 #include "apps/kavo/command.h"
 #include "apps/kavo/generate.h"
 #include "apps/kavo/help.h"
+#include "apps/kavo/interrupt.h"
 #include "apps/kavo/text.h"
 #include "kavo/util/fatal_error.h"
 #include "kavo/util/log.h"
@@ -37,6 +38,7 @@ int Fail(const std::string& message, int status = ExitStatus::kUnusableInput) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  kavo::command::HandleSignals();
   CLI::App app(
       "Plans collision-free motions of robot arms: robots from URDF and SRDF, scenes and requests from "
       "planning-scene files",
@@ -70,7 +72,9 @@ int main(int argc, char** argv) {
     kavo::util::SetLogSink(Report);
     const int status = run();
     std::cout.flush();
-    return std::cout ? status : Fail("cannot write to standard output");
+    return !std::cout                     ? Fail("cannot write to standard output")
+           : kavo::command::Signal() != 0 ? kavo::command::SignalStatus()
+                                          : status;
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? ExitStatus::kDone : ExitStatus::kUnusableInput;
   } catch (const kavo::util::FatalError& error) {

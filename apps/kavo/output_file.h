@@ -28,6 +28,7 @@ class OutputFile {
 
   bool IsWanted() const { return file_.has_value(); }
   bool IsStandardOutput() const { return file_ == "-"; }
+  bool IsFile() const { return file_ && !IsStandardOutput(); }
 
   //! Writes the contents; not for standard output. What the file held before stays if that fails: throws
   //! `UnusableInput`.

@@ -163,7 +163,7 @@ int Pairs(const PairsOptions& options) {
     return kDone;
   }
   std::cout << Table(rows) << summary;
-  if (output.IsWanted()) {
+  if (output.IsFile()) {
     output.Write(SrdfText(options, robot, disabled));
   }
   return kDone;

@@ -37,6 +37,9 @@ class PlannerSettings {
   //! The options `--config` and `--set`. This object must outlive the parsing.
   void AddOptions(CLI::App& app);
 
+  //! The file; empty without one.
+  const std::string& File() const { return file_; }
+
   //! Sets a parameter unless the command line does.
   void SetDefault(const std::string& name, Setting setting);
 

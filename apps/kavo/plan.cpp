@@ -15,7 +15,11 @@
 #include "apps/kavo/explain.h"
 #include "apps/kavo/help.h"
 #include "apps/kavo/input_rules.h"
+#include "apps/kavo/interrupt.h"
+#include "apps/kavo/output_file.h"
 #include "apps/kavo/parameters.h"
+#include "apps/kavo/path_checking.h"
+#include "apps/kavo/progress.h"
 #include "apps/kavo/reach.h"
 #include "apps/kavo/robot_options.h"
 #include "apps/kavo/scene_options.h"
@@ -31,7 +35,8 @@ namespace kavo::command {
 
 namespace {
 
-constexpr char kStandardOutput[] = "-";
+// Below it an interpolated path would fill the memory.
+constexpr double kLeastStepInterpolated = 1e-4;
 
 struct PlanOptions {
   RobotOptions robot;
@@ -43,13 +48,23 @@ struct PlanOptions {
   std::string goal;
   std::string target;
   std::string frame;
-  std::string json_file;
-  std::string csv_file;
+  std::optional<std::string> json_file;
+  std::optional<std::string> csv_file;
   std::optional<double> check_step;
   std::optional<int> num_more_seeds;
   std::optional<double> time_limit;
+  bool is_unchecked = false;
   bool quiet = false;
   bool verbose = false;
+
+  // The files that are read.
+  std::vector<std::string> Inputs() const {
+    std::vector<std::string> inputs = robot.Files();
+    inputs.insert(inputs.end(), scene.Files().begin(), scene.Files().end());
+    inputs.push_back(request_file);
+    inputs.push_back(planner.File());
+    return inputs;
+  }
 };
 
 // One seed's try at one goal.
@@ -58,9 +73,10 @@ struct Attempt {
   Query query;
   MotionPlanner::Results results;
   QueryReport report;
+  // Empty without a path, and where none is wanted.
   std::optional<planning::PathCheck> check;
 
-  bool IsGood() const { return check && check->IsValid(); }
+  bool IsGood() const { return results.path_found && (!check || check->IsValid()); }
 };
 
 // Sets the threshold of the log while it lives: what the planner warns about, the answer explains.
@@ -80,6 +96,8 @@ class Planning {
  public:
   explicit Planning(const PlanOptions& options)
       : options_(options),
+        json_file_("--json", options.json_file, options.Inputs()),
+        csv_file_("--csv", options.csv_file, options.Inputs()),
         settings_(options.planner),
         situations_(options.robot.Load(), options.rules),
         seconds_(options.time_limit) {
@@ -106,12 +124,21 @@ class Planning {
   }
 
   int Run() {
+    const Attempt attempt = TryAll();
+    Print(attempt);
+    WriteFiles(attempt);
+    return attempt.IsGood() ? kDone : kNoPath;
+  }
+
+ private:
+  Attempt TryAll() {
+    const Stoppable stoppable;
     std::optional<Attempt> attempt;
     const Attempts attempts(seconds_, settings_.Seed(),
                             std::max(options_.num_more_seeds.value_or(0) + 1, num_attempts_));
     for (const Query& query : queries_) {
       attempt = Try(query, attempts);
-      if (attempt->IsGood() || attempt->report.status == planning::SearchStatus::kStopped) {
+      if (attempt->IsGood() || Signal() != 0 || attempt->report.status == planning::SearchStatus::kStopped) {
         break;
       }
       if (&query != &queries_.back() && !options_.quiet) {
@@ -121,11 +148,9 @@ class Planning {
                   << "; trying the next\n";
       }
     }
-    Write(*attempt);
-    return attempt->IsGood() ? kDone : kNoPath;
+    return *std::move(attempt);
   }
 
- private:
   Query QueryOfOptions(const formats::LoadedRobot& robot) const {
     Query query;
     query.start = ParseConfiguration("--start", options_.start, robot);
@@ -163,51 +188,74 @@ class Planning {
     }
   }
 
-  Attempt TryOnce(const Query& query, int seed, const StopCondition& stop) const {
+  Attempt TryOnce(const Query& query, int seed, const StopCondition& stop) {
     const Silence silence(options_.verbose ? LogLevel::kInfo : LogLevel::kError);
     Attempt attempt;
     attempt.seed = seed;
     attempt.query = query;
     const auto planner = settings_.MakePlanner(situation_.robot->description, situation_.world.view(), seed);
-    planner->setStopCondition(stop);
+    Progress progress(options_.quiet);
+    planner->setStopCondition([&] {
+      progress.ShowTime("planning");
+      return stop();
+    });
+    const bool interpolates = settings_.StepSize() >= kLeastStepInterpolated;
+    if (!interpolates && json_file_.IsWanted()) {
+      situations_.GetNotes().Say("the interpolated path is left out: step_size is below " +
+                                 Number(kLeastStepInterpolated));
+    }
     if (auto* target = std::get_if<formats::PlanRecord::PositionTarget>(&attempt.query.target)) {
       if (!target->frame.empty()) {
         planner->setParam("task_space_frame_name", target->frame);
       } else {
         target->frame = settings_.TaskSpaceFrame();
       }
-      attempt.results = planner->planToTaskSpaceTarget(query.start, target->position, true);
+      attempt.results = planner->planToTaskSpaceTarget(query.start, target->position, interpolates);
     } else {
       attempt.results =
-          planner->planToCSpaceTarget(query.start, std::get<Eigen::VectorXd>(query.target), true);
+          planner->planToCSpaceTarget(query.start, std::get<Eigen::VectorXd>(query.target), interpolates);
     }
     attempt.report = planner->queryReport();
-    if (attempt.results.path_found) {
-      attempt.check =
-          planning::CheckPath(Robot(), situation_.world.view(), attempt.results.path, check_step_);
+    if (attempt.results.path_found && !options_.is_unchecked) {
+      attempt.check = CheckAlong(attempt.results.path, situation_, check_step_, "--check-step", progress);
     }
     return attempt;
   }
 
-  void Write(const Attempt& attempt) const {
+  // To standard output, whatever becomes of the files.
+  void Print(const Attempt& attempt) const {
     const bool found = attempt.results.path_found;
-    const std::vector<std::string> joints = JointNames(Robot());
-    if (options_.json_file == kStandardOutput) {
-      std::cout << formats::ToJson(Record(attempt)) << "\n";
-    } else if (!options_.json_file.empty()) {
-      formats::WriteJson(Record(attempt), options_.json_file);
-    }
-    const bool csv_on_output = options_.csv_file == kStandardOutput || options_.quiet;
-    if (found && csv_on_output && options_.json_file != kStandardOutput) {
-      std::cout << formats::ToCsv(joints, attempt.results.path);
-    }
-    if (found && !options_.csv_file.empty() && options_.csv_file != kStandardOutput) {
-      formats::WriteCsv(joints, attempt.results.path, options_.csv_file);
-    }
-    if (!csv_on_output && options_.json_file != kStandardOutput) {
+    const bool is_csv = csv_file_.IsStandardOutput() || options_.quiet;
+    if (json_file_.IsStandardOutput()) {
+      std::cout << formats::ToJson(Record(attempt));
+    } else if (!is_csv) {
       std::cout << (found ? Answer(attempt) : Failure(attempt));
-    } else if (!attempt.IsGood() && !options_.quiet) {
+    } else if (found) {
+      std::cout << formats::ToCsv(JointNames(Robot()), attempt.results.path);
+    }
+    if ((is_csv || json_file_.IsStandardOutput()) && !attempt.IsGood() && !options_.quiet) {
       std::cerr << (found ? "kavo: the path fails the check\n" : Failure(attempt));
+    }
+    std::cout.flush();
+  }
+
+  void WriteFiles(const Attempt& attempt) {
+    std::string failures;
+    const auto write = [&](OutputFile& file, const std::string& text) {
+      try {
+        file.Write(text);
+      } catch (const UnusableInput& failure) {
+        failures += (failures.empty() ? "" : "; ") + std::string(failure.what());
+      }
+    };
+    if (json_file_.IsFile()) {
+      write(json_file_, formats::ToJson(Record(attempt)));
+    }
+    if (csv_file_.IsFile() && attempt.results.path_found) {
+      write(csv_file_, formats::ToCsv(JointNames(Robot()), attempt.results.path));
+    }
+    if (!failures.empty()) {
+      throw UnusableInput(failures);
     }
   }
 
@@ -242,7 +290,9 @@ class Planning {
               std::to_string(*report.first_invalid_interpolated + 1) + " of " +
               std::to_string(attempt.results.interpolated_path.size()) + "\n";
     }
-    text += "check: " + Explain(*attempt.check, Robot(), situation_.scope, path.size() - 1, check_step_);
+    text += attempt.check
+                ? "check: " + Explain(*attempt.check, Robot(), situation_.scope, path.size() - 1, check_step_)
+                : "check: none\n";
     if (!attempt.IsGood() && !options_.num_more_seeds) {
       text += "Try --verify, which plans with other seeds until a path passes, or a smaller step_size.\n";
     }
@@ -290,6 +340,7 @@ class Planning {
                       check->IsValid() ? situation_.scope.Valid() : "not valid",
                       situation_.scope.Ignored(),
                       situation_.scope.uncovered_links,
+                      situation_.scope.num_self_collision_pairs,
                       check_step_,
                       check->num_configurations,
                       {},
@@ -307,6 +358,9 @@ class Planning {
   const RobotDescription& Robot() const { return *situation_.robot->description; }
 
   const PlanOptions& options_;
+  // Opened before any work.
+  OutputFile json_file_;
+  OutputFile csv_file_;
   PlannerSettings settings_;
   Situations situations_;
   Situation situation_;
@@ -318,7 +372,7 @@ class Planning {
 };
 
 int Plan(const PlanOptions& options) {
-  if (options.json_file == kStandardOutput && options.csv_file == kStandardOutput) {
+  if (options.json_file == "-" && options.csv_file == "-") {
     throw UnusableInput("--json - and --csv - cannot both have the standard output");
   }
   if (options.request_file.empty() && (options.start.empty() || (options.goal + options.target).empty())) {
@@ -383,6 +437,9 @@ void AddPlanCommand(CLI::App& app, Run& run) {
       ->type_name("STEP")
       ->group("Check")
       ->check(CheckPositive);
+  CLI::Option* unchecked =
+      plan->add_flag("--no-check", options->is_unchecked, "Do not check the path apart from the planner")
+          ->group("Check");
   plan->add_option(
           "--verify", options->num_more_seeds,
           "Where no path is found or the path fails the check, plan again with the next seed, up to N "
@@ -391,7 +448,8 @@ void AddPlanCommand(CLI::App& app, Run& run) {
       ->group("Check")
       ->expected(0, 1)
       ->default_str("10")
-      ->check(CLI::Range(0, 1000000));
+      ->check(CLI::Range(0, 1000000))
+      ->excludes(unchecked);
   plan->add_option("--json", options->json_file,
                    "Write everything as JSON: query, settings, path, statistics, check; - is standard output")
       ->type_name("FILE")

@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <utility>
 
@@ -52,8 +53,12 @@ void RobotOptions::AddOptions(CLI::App& app) {
       ->type_name("METRES")
       ->check(CheckPositive)
       ->group(group);
-  app.add_flag("--self-collision", self_collision_,
-               "The robot must not touch itself either: all pairs of links but those that the SRDF disables")
+  app.add_flag_function(
+         "--self-collision,!--no-self-collision", [this](std::int64_t count) { self_collision_ = count > 0; },
+         "Whether the robot must not touch itself either: all pairs of links but those that the SRDF "
+         "disables. "
+         "On for the built-in robots and with an SRDF that disables pairs, unless said; 'kavo pairs' works "
+         "them out")
       ->group(group);
 }
 
@@ -81,14 +86,19 @@ std::shared_ptr<const formats::LoadedRobot> RobotModel::Make(const std::map<std:
   return robot;
 }
 
+std::vector<std::string> RobotOptions::Files() const {
+  return IsBuiltin(robot_) ? std::vector<std::string>() : std::vector{robot_, srdf_, spheres_};
+}
+
 RobotModel RobotOptions::Load() const {
   if (IsBuiltin(robot_)) {
     if (!srdf_.empty() || !group_.empty() || !coordinates_.empty() || !spheres_.empty() ||
-        !joint_values_.empty() || cover_ || self_collision_) {
-      throw UnusableInput("the built-in robot '" + robot_ +
-                          "' takes no further robot options; they go with a URDF file");
+        !joint_values_.empty() || cover_) {
+      throw UnusableInput(
+          "the built-in robot '" + robot_ +
+          "' takes no further robot options but --no-self-collision; they go with a URDF file");
     }
-    return RobotModel(LoadBuiltin(robot_, false));
+    return RobotModel(LoadBuiltin(robot_, self_collision_.value_or(true)));
   }
   formats::RobotFileOptions options;
   options.srdf_file = srdf_;
@@ -96,7 +106,8 @@ RobotModel RobotOptions::Load() const {
   options.joints = coordinates_;
   options.spheres_file = spheres_;
   options.cover_tolerance = cover_;
-  options.self_collision = self_collision_;
+  options.self_collision = self_collision_.value_or(false);
+  options.self_collision_if_listed = !self_collision_;
   for (const std::string& text : joint_values_) {
     const std::size_t sign = text.find('=');
     const auto value = sign == std::string::npos ? std::nullopt : util::ParseNumber(text.substr(sign + 1));

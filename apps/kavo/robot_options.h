@@ -37,6 +37,9 @@ class RobotOptions {
   //! This object must outlive the parsing.
   void AddOptions(CLI::App& app);
 
+  //! The files that are read.
+  std::vector<std::string> Files() const;
+
   //! The robot; throws `UnusableInput` or `formats::FileError`.
   RobotModel Load() const;
 
@@ -48,7 +51,8 @@ class RobotOptions {
   std::string spheres_;
   std::vector<std::string> joint_values_;
   std::optional<double> cover_;
-  bool self_collision_ = false;
+  // Unless said, as far as the pairs that need no looking at are known.
+  std::optional<bool> self_collision_;
 };
 
 //! The joints that are not planned for and do not stand where they rest, and where they do.

@@ -83,10 +83,15 @@ Json StatisticsToJson(const QueryReport& report) {
 }
 
 Json CheckToJson(const PlanRecord::Check& check) {
-  Json json = {{"passed", check.passed},   {"verdict", check.verdict},
-               {"ignored", check.ignored}, {"uncovered_links", check.uncovered_links},
-               {"step", check.step},       {"num_configurations", check.num_configurations},
-               {"fault", check.fault},     {"clearance", nullptr}};
+  Json json = {{"passed", check.passed},
+               {"verdict", check.verdict},
+               {"ignored", check.ignored},
+               {"uncovered_links", check.uncovered_links},
+               {"self_collision_pairs", check.num_self_collision_pairs},
+               {"step", check.step},
+               {"num_configurations", check.num_configurations},
+               {"fault", check.fault},
+               {"clearance", nullptr}};
   if (check.clearance) {
     json["clearance"] = *check.clearance;
   }
@@ -210,7 +215,8 @@ class CsvReader {
   int line_ = 1;
 };
 
-PathFile ParseJsonPath(const std::string& text, const std::string& file) {
+PathFile ParseJsonPath(const std::string& text, const std::string& file,
+                       const std::optional<std::size_t>& run) {
   Json root;
   try {
     root = Json::parse(text);
@@ -228,12 +234,19 @@ PathFile ParseJsonPath(const std::string& text, const std::string& file) {
   };
   // By reference: to copy what is nested deeply takes as deep a stack.
   const Json none;
-  const auto value_of = [&root, &none](const char* key) -> const Json& {
-    const auto found = root.find(key);
-    return found == root.end() ? none : *found;
+  const auto value_of = [&none](const Json& object, const char* key) -> const Json& {
+    const auto found = object.find(key);
+    return found == object.end() ? none : *found;
   };
+  const Json& runs = value_of(root, "runs");
+  if (run) {
+    expect(runs.is_array() && *run < runs.size() && runs[*run].is_object(),
+           std::to_string(runs.size()) + " `runs`", ("one with the number " + std::to_string(*run)).c_str());
+  } else {
+    expect(runs.is_null(), std::to_string(runs.size()) + " `runs`", "one path; say which run is meant");
+  }
   PathFile path;
-  const Json& configurations = value_of("path");
+  const Json& configurations = value_of(run ? runs[*run] : root, "path");
   expect(configurations.is_array() && !configurations.empty(), "no configuration under `path`",
          "at least one");
   const std::size_t num_coords = configurations[0].size();
@@ -249,14 +262,14 @@ PathFile ParseJsonPath(const std::string& text, const std::string& file) {
       q[static_cast<Eigen::Index>(j)] = values[j].get<double>();
     }
   }
-  const Json& held_joints = value_of("held_joints");
+  const Json& held_joints = value_of(run ? runs[*run] : root, "held_joints");
   expect(held_joints.is_object() || held_joints.is_null(), held_joints.type_name(),
          "an object as `held_joints`");
   for (const auto& [name, value] : held_joints.items()) {
     expect(value.is_number(), std::string(value.type_name()) + " in `held_joints`", "a number");
     path.held_joints[name] = value.get<double>();
   }
-  const Json& names = value_of("joint_names");
+  const Json& names = value_of(root, "joint_names");
   if (names.empty()) {
     return path;
   }
@@ -320,12 +333,14 @@ void WriteCsv(const std::vector<std::string>& joint_names, const std::vector<Eig
   WriteTextFile(file, ToCsv(joint_names, configurations));
 }
 
-PathFile ReadPath(const std::string& file) { return ParsePath(ReadTextFile(file, kMaxPathSize), file); }
+PathFile ReadPath(const std::string& file, const std::optional<std::size_t>& run) {
+  return ParsePath(ReadTextFile(file, kMaxPathSize), file, run);
+}
 
-PathFile ParsePath(const std::string& text, const std::string& file) {
+PathFile ParsePath(const std::string& text, const std::string& file, const std::optional<std::size_t>& run) {
   const std::size_t begin = text.find_first_not_of(" \t\r\n");
-  return begin != std::string::npos && text[begin] == '{' ? ParseJsonPath(text, file)
-                                                          : CsvReader(text, file).read();
+  return run || (begin != std::string::npos && text[begin] == '{') ? ParseJsonPath(text, file, run)
+                                                                   : CsvReader(text, file).read();
 }
 
 }  // namespace kavo::formats

@@ -2,6 +2,7 @@
 
 #include <Eigen/Core>
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -33,6 +34,8 @@ struct PathCheck {
   //! Kinds of what was asked for and ignored, and links that were not looked at.
   std::vector<std::string> ignored;
   std::vector<std::string> uncovered_links;
+  //! Pairs of frames of the robot that were looked at for contact with each other.
+  std::uint64_t num_self_collision_pairs = 0;
   //! Distance between the configurations that were looked at.
   double step = 0.0;
   std::uint64_t num_configurations = 0;
@@ -99,9 +102,12 @@ KAVO_EXPORT void WriteCsv(const std::vector<std::string>& joint_names,
 //! Reads a path from JSON (an object with the key `path`, and perhaps `joint_names` and `held_joints`) or
 //! from CSV (with or without a line of names). What starts with a brace is JSON. Throws `FileError` for a
 //! file that cannot be read, has neither form or holds no configuration.
-KAVO_EXPORT PathFile ReadPath(const std::string& file);
+//! \param run Of JSON with several paths (an object with the key `runs`, an array of such objects): which is
+//!     meant, counted from 0. It has to be given for them and for nothing else.
+KAVO_EXPORT PathFile ReadPath(const std::string& file, const std::optional<std::size_t>& run = {});
 
 //! The same from the text of a file, with a name for its errors.
-KAVO_EXPORT PathFile ParsePath(const std::string& text, const std::string& file);
+KAVO_EXPORT PathFile ParsePath(const std::string& text, const std::string& file,
+                               const std::optional<std::size_t>& run = {});
 
 }  // namespace kavo::formats

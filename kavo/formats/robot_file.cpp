@@ -283,7 +283,8 @@ class RobotFiles::Impl {
         builder.addCollisionSphere(urdf_.links[i].name, sphere.center, sphere.radius);
       }
     }
-    if (options_.self_collision) {
+    const bool lists_pairs = srdf_ && !srdf_->disabled_pairs.empty();
+    if (options_.self_collision || (options_.self_collision_if_listed && lists_pairs)) {
       addPairs(builder);
     }
     return builder.build();

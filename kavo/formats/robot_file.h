@@ -43,6 +43,8 @@ struct RobotFileOptions {
   //! and those that the SRDF disables. Without an SRDF, or with one that disables none, bodies joined by one
   //! moving joint count as disabled.
   bool self_collision = false;
+  //! The same, but only with an SRDF that disables a pair: somebody has worked them out.
+  bool self_collision_if_listed = false;
 };
 
 //! A robot from its files.

@@ -33,6 +33,7 @@ TEST_F(CheckTest, SaysWhatIsWrongAndHowNearItComes) {
   // 4 sin(0.25) m between the centres at 0.5, less 0.25 m and 0.1 m.
   EXPECT_EQ(valid.output,
             "2 waypoints, length 0.5: valid at all 3 configurations, 0.25 apart or nearer\n"
+            "  self-collision: not looked at\n"
             "  smallest clearance: 640 mm between frame 'lower' and 'peg', on segment 1 of 1 at 100 %\n"
             "  nearest to a limit: joint 'shoulder', 2 from it, on segment 1 of 1 at 0 %\n");
 

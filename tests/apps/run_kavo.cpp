@@ -22,9 +22,11 @@ std::string Quoted(const std::string& text) {
 
 }  // namespace
 
-Outcome RunKavo(const std::vector<std::string>& arguments, const std::string& input) {
+Outcome RunKavo(const std::vector<std::string>& arguments, const std::string& input,
+                const std::string& signal) {
   const Folder folder;
-  std::string line = Quoted(KAVO_COMMAND);
+  std::string line =
+      (signal.empty() ? "" : "timeout --preserve-status --signal " + signal + " 1 ") + Quoted(KAVO_COMMAND);
   for (const std::string& argument : arguments) {
     line += " " + Quoted(argument);
   }

@@ -15,7 +15,9 @@ struct Outcome {
 
 //! Runs the built command as a process of its own.
 //! \param input What it reads on standard input.
-Outcome RunKavo(const std::vector<std::string>& arguments, const std::string& input = {});
+//! \param signal With one ("INT"), it is sent after a second.
+Outcome RunKavo(const std::vector<std::string>& arguments, const std::string& input = {},
+                const std::string& signal = {});
 
 std::string ReadFile(const std::filesystem::path& file);
 

@@ -102,6 +102,7 @@ TEST(ResultFile, JsonIsLaidOutForReaders) {
     "verdict": "valid with cones ignored",
     "ignored": ["cones"],
     "uncovered_links": ["hand"],
+    "self_collision_pairs": 0,
     "step": 0.01,
     "num_configurations": 0,
     "fault": "",

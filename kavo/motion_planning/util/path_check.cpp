@@ -58,6 +58,8 @@ class Checker {
     }
   }
 
+  void Stop() { result_.was_stopped = true; }
+
   // With the names of the obstacles, which are looked up only here.
   PathCheck Result() {
     if (result_.clearance) {
@@ -164,7 +166,8 @@ class Checker {
 }  // namespace
 
 PathCheck CheckPath(const RobotDescription& robot, const WorldView& world_view,
-                    const std::vector<Eigen::VectorXd>& path, double step_size) {
+                    const std::vector<Eigen::VectorXd>& path, double step_size,
+                    const StopCondition& stop_condition) {
   KAVO_CHECK(!path.empty(), kFile, 150) << "There is no configuration to check.";
   KAVO_CHECK(step_size > 0.0, kFile, 151) << "The step [" << step_size << "] must be positive.";
   for (std::size_t i = 0; i < path.size(); ++i) {
@@ -175,18 +178,27 @@ PathCheck CheckPath(const RobotDescription& robot, const WorldView& world_view,
 
   Checker checker(robot, world_view);
   checker.Visit({0, 0.0, path.front()});
-  for (std::size_t i = 0; i + 1 < path.size(); ++i) {
+  const auto visit = [&](const PathPlace& place) {
+    if (stop_condition && stop_condition()) {
+      checker.Stop();
+      return false;
+    }
+    checker.Visit(place);
+    return true;
+  };
+  bool goes_on = true;
+  for (std::size_t i = 0; goes_on && i + 1 < path.size(); ++i) {
     const double length = math::Distance(path[i], path[i + 1]);
     const double num_parts = std::isfinite(length) ? std::max(1.0, std::ceil(length / step_size)) : 1.0;
     KAVO_CHECK(num_parts <= std::numeric_limits<int>::max(), kFile, 163)
         << "A segment of length [" << length << "] has too many parts of [" << step_size
         << "] to be checked.";
     const Eigen::VectorXd segment = path[i + 1] - path[i];
-    for (int k = 1; k < static_cast<int>(num_parts); ++k) {
+    for (int k = 1; goes_on && k < static_cast<int>(num_parts); ++k) {
       const double fraction = k / num_parts;
-      checker.Visit({i, fraction, path[i] + segment * fraction});
+      goes_on = visit({i, fraction, path[i] + segment * fraction});
     }
-    checker.Visit({i, 1.0, path[i + 1]});
+    goes_on = goes_on && visit({i, 1.0, path[i + 1]});
   }
   return checker.Result();
 }

@@ -8,6 +8,7 @@
 
 #include "kavo/kinematics/interface/robot_description.h"
 #include "kavo/motion_planning/environment/configuration_fault.h"
+#include "kavo/motion_planning/util/stop_condition.h"
 #include "kavo/util/export.h"
 #include "kavo/world/world_view.h"
 
@@ -63,7 +64,10 @@ struct PathCheck {
   std::optional<SelfClearance> self_clearance;
   std::optional<LimitMargin> limit_margin;
 
-  bool IsValid() const { return !first_bad; }
+  //! Whether the stop condition ended the check: nothing is known of what was not looked at.
+  bool was_stopped = false;
+
+  bool IsValid() const { return !first_bad && !was_stopped; }
 };
 
 //! Looks at a path anew, without anything that planned it: joint by joint against the limits, sphere by
@@ -79,7 +83,9 @@ struct PathCheck {
 //!     that is not finite is not valid.
 //! \param step_size Positive; otherwise, and for a segment of more parts than an int can count, a fatal
 //!     error.
+//! \param stop_condition Asked before each configuration but the first.
 KAVO_EXPORT PathCheck CheckPath(const RobotDescription& robot, const WorldView& world_view,
-                                const std::vector<Eigen::VectorXd>& path, double step_size);
+                                const std::vector<Eigen::VectorXd>& path, double step_size,
+                                const StopCondition& stop_condition = {});
 
 }  // namespace kavo::planning
