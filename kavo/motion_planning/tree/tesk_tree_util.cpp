@@ -25,6 +25,12 @@ std::unique_ptr<Tree> CreateTeskTree(const TeskTreeConfig& config) {
   KAVO_LOG(LogLevel::kError) << "TESK not enabled in build. Creating 'BasicTree' instead of 'TeskTree'";
   const DistanceMetric metric =
       CreateDistanceMetric(config.distance_metric_type, config.distance_metric_weights);
+  const bool is_weighted =
+      config.distance_metric_type == tesk::planning::DistanceMetricType::kWeightedSquaredL2Norm;
+  KAVO_CHECK(!is_weighted || config.distance_metric_weights->size() == config.dimension,
+             "motion_planning/tree/tesk_tree_util", 40)
+      << "A tree of dimension [" << config.dimension << "] cannot weigh with ["
+      << config.distance_metric_weights->size() << "] weights.";
   return CreateBasicTree(static_cast<unsigned long>(config.dimension),
                          WithPeriods(metric, config.periodic_coordinates), false);
 }

@@ -49,7 +49,8 @@ KAVO_EXPORT DistanceMetric CreateDistanceMetric(tesk::planning::DistanceMetricTy
                                                 const std::optional<Eigen::VectorXd>& weights);
 
 //! The tree that stands in for the accelerator tree: this library is built without that back-end, so the
-//! result is a `BasicTree` without node ids, and a report at level 1 says so.
+//! result is a `BasicTree` without node ids, and a report at level 1 says so. A weighted metric with another
+//! number of weights than the dimension is a fatal error.
 KAVO_EXPORT std::unique_ptr<Tree> CreateTeskTree(const TeskTreeConfig& config);
 
 }  // namespace planning

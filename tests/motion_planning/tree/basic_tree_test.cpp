@@ -282,6 +282,8 @@ TEST(TeskTreeTest, FallsBackToABasicTreeWithANotice) {
       std::vector<std::string>{"TESK not enabled in build. Creating 'BasicTree' instead of 'TeskTree'"});
   EXPECT_EQ(tree->CSpaceDimension(), 2);
   EXPECT_EQ(tree->Distance(Vec({0.0, 0.0}), Vec({3.0, 4.0})), 34.0);
+  config.distance_metric_weights = Vec({2.0});
+  EXPECT_THROW(CreateTeskTree(config), util::FatalError);
 }
 
 }  // namespace
