@@ -9,11 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "kavo/motion_planning/rrt/basic_rrt.h"
-#include "kavo/motion_planning/rrt/rrt_connect.h"
 #include "kavo/motion_planning/tree/basic_tree.h"
-#include "kavo/motion_planning/util/smoothing.h"
-#include "tests/motion_planning/rrt/small_world.h"
 #include "tests/support/fatal.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/vectors.h"
@@ -23,7 +19,6 @@ namespace {
 
 using testing::LogCapture;
 using testing::RandomVec;
-using testing::SmallWorld;
 using testing::Vec;
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
@@ -46,6 +41,7 @@ TEST(FastTreeTest, AgreesWithTheScan) {
     const auto basic = MakeBasic(dimension);
     EXPECT_EQ(fast->CSpaceDimension(), dimension);
     EXPECT_FALSE(fast->SupportsNodeId());
+    EXPECT_EQ(fast->DistanceGeometry(), basic->DistanceGeometry());
     for (int i = 0; i < 400; ++i) {
       const Node node(RandomVec(engine, dimension, -1.0, 1.0));
       const auto inserted = fast->Insert(node);
@@ -121,50 +117,6 @@ TEST(FastTreeTest, NumbersThatAreNoneAreNeverNear) {
   tree->Insert(Node(Vec({1.0, 0.0})));
   EXPECT_EQ(tree->GetClosest(Vec({0.0, 0.0})).distance, 1.0);
   EXPECT_EQ(tree->GetClosest(Vec({kNaN, 0.0})).node, tree->Nodes()[0]);
-}
-
-using Path = std::optional<std::vector<Eigen::VectorXd>>;
-
-Path ToPath(const std::optional<std::vector<std::shared_ptr<Node>>>& nodes) {
-  return nodes ? Path(ConvertToConfigurations(*nodes)) : std::nullopt;
-}
-
-Path PlanBasic(const SmallWorld& world, std::unique_ptr<Tree> tree, bool approximate) {
-  const BasicRRTConfig config(Eigen::VectorXd::Constant(3, 2.0 * world.step), world.step, 60, approximate);
-  return ToPath(
-      CreateBasicRRT(config, world.MakeEnvironment(), tree)->TryToFindPath(world.start, world.goal));
-}
-
-Path PlanConnect(const SmallWorld& world, std::unique_ptr<Tree> tree_a, std::unique_ptr<Tree> tree_b) {
-  return ToPath(CreateRRTConnect({world.step, 60, 0.5}, world.MakeEnvironment(), tree_a, tree_b)
-                    ->TryToFindPath(world.start, world.goal));
-}
-
-TEST(FastTreeTest, PlannersFindTheSamePaths) {
-  const LogCapture log;
-  int num_found = 0;
-  int num_found_approximately = 0;
-  for (unsigned int seed = 0; seed < 150; ++seed) {
-    const SmallWorld world(seed, 3);
-    const Path basic = PlanBasic(world, MakeBasic(3), false);
-    ASSERT_EQ(PlanBasic(world, MakeFast(3), false), basic) << seed;
-    const Path connect = PlanConnect(world, MakeBasic(3), MakeBasic(3));
-    ASSERT_EQ(PlanConnect(world, MakeFast(3), MakeFast(3)), connect) << seed;
-    num_found += (basic ? 1 : 0) + (connect ? 1 : 0);
-
-    const Path approximate = PlanBasic(world, MakeFast(3), true);
-    if (approximate) {
-      ++num_found_approximately;
-      ASSERT_EQ(approximate->front(), world.start);
-      ASSERT_EQ(approximate->back(), world.goal);
-      for (std::size_t i = 1; i < approximate->size(); ++i) {
-        ASSERT_TRUE(world.IsFree((*approximate)[i]));
-        ASSERT_LT(L2Norm((*approximate)[i - 1], (*approximate)[i]), world.step * (1.0 + 1e-9));
-      }
-    }
-  }
-  EXPECT_GT(num_found, 60);
-  EXPECT_GT(num_found_approximately, 10);
 }
 
 }  // namespace
