@@ -66,7 +66,8 @@ RobotModel::RobotModel(formats::LoadedRobot robot) {
   made_[{}] = std::make_shared<const formats::LoadedRobot>(std::move(robot));
 }
 
-RobotModel::RobotModel(formats::RobotFiles files) : files_(std::move(files)) {
+RobotModel::RobotModel(formats::RobotFiles files, std::string group)
+    : files_(std::move(files)), group_(std::move(group)) {
   made_[{}] = std::make_shared<const formats::LoadedRobot>(files_->make());
 }
 
@@ -116,7 +117,7 @@ RobotModel RobotOptions::Load() const {
     }
     options.joint_values[text.substr(0, sign)] = *value;
   }
-  return RobotModel(formats::RobotFiles::Read(robot_, options));
+  return RobotModel(formats::RobotFiles::Read(robot_, options), group_);
 }
 
 std::map<std::string, double> HeldJoints(const formats::LoadedRobot& robot) {

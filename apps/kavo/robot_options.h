@@ -20,13 +20,17 @@ class RobotModel {
  public:
   //! A built-in one, all of whose joints are planned for.
   explicit RobotModel(formats::LoadedRobot robot);
-  explicit RobotModel(formats::RobotFiles files);
+  //! \param group That is planned for; may be empty.
+  RobotModel(formats::RobotFiles files, std::string group);
+
+  const std::string& Group() const { return group_; }
 
   //! As `formats::RobotFiles::make`. A robot that was made before is handed out again.
   std::shared_ptr<const formats::LoadedRobot> Make(const std::map<std::string, double>& state);
 
  private:
   std::optional<formats::RobotFiles> files_;
+  std::string group_;
   // By the values of the joints that are not planned for.
   std::map<std::map<std::string, double>, std::shared_ptr<const formats::LoadedRobot>> made_;
 };

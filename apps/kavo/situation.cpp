@@ -23,6 +23,9 @@ std::optional<std::size_t> CoordinateOf(const RobotDescription& robot, const std
   return std::nullopt;
 }
 
+// Whether a joint that is not planned for stands where a file wants it, as far as files round.
+bool IsThere(double wanted, double value) { return std::fabs(wanted - value) <= 1e-4; }
+
 std::string Quoted(const std::string& name) { return "'" + Printable(name) + "'"; }
 
 }  // namespace
@@ -47,13 +50,12 @@ void Situations::CheckNames(const std::string& file, const JointValues& joints) 
 
 void Situations::CheckFollowers(const std::string& what, const JointValues& joints,
                                 const formats::LoadedRobot& robot, const Eigen::VectorXd& q) {
-  constexpr double kTolerance = 1e-4;
   for (const auto& [name, value] : joints) {
     const auto other = robot.other_joints.find(name);
     if (other == robot.other_joints.end() || other->second.kind != Other::Kind::kFollower) {
       continue;
     }
-    if (const double followed = other->second.value(q); !(std::fabs(value - followed) <= kTolerance)) {
+    if (const double followed = other->second.value(q); !IsThere(value, followed)) {
       notes_.Say("joint " + Quoted(name) + " is at " + Number(value) + " by " + what +
                  ", but mimics another one and stands at " + Number(followed));
     }
@@ -127,6 +129,11 @@ Situation Situations::Read(const std::vector<std::string>& scene_files, const fo
   JointValues state;
   if (request != nullptr) {
     CheckNames(request->file, request->start);
+    if (const std::string& group = robot_.Group();
+        !group.empty() && !request->group_name.empty() && request->group_name != group) {
+      notes_.Say("the request is for group " + Quoted(request->group_name) + ", planned is group " +
+                 Quoted(group));
+    }
     state = request->start;
     rules_.Admit(request->unhonoured, situation.scope);
   }
@@ -189,7 +196,7 @@ Query Situations::QueryOf(const formats::Request& request, const formats::Reques
     names_any = names_any || CoordinateOf(*robot.description, name);
     const auto other = robot.other_joints.find(name);
     if (other != robot.other_joints.end() && other->second.kind == Other::Kind::kHeld &&
-        !(std::fabs(value - other->second.offset) <= 1e-4)) {
+        !IsThere(value, other->second.offset)) {
       throw UnusableInput(request.file + ": found a goal with joint " + Quoted(name) + " at " +
                           Number(value) + ", which is not planned for and stands at " +
                           Number(other->second.offset));

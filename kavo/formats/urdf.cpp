@@ -325,22 +325,33 @@ class Console : public console_bridge::OutputHandler {
   std::string text_;
 };
 
-urdf::ModelInterfaceSharedPtr ParseModel(const std::string& text, const std::string& file) {
+// What urdfdom makes of the text, or its objection.
+urdf::ModelInterfaceSharedPtr TryModel(const std::string& text, std::string* fault) {
   Console console;
   urdf::ModelInterfaceSharedPtr model;
-  std::string fault;
+  fault->clear();
   try {
     model = urdf::parseURDF(text);
   } catch (const std::bad_alloc&) {
     throw;
   } catch (const std::exception& error) {
-    fault = error.what();
+    *fault = error.what();
   }
   // Some faults make it leave out a collision element and go on.
   if (!console.text().empty()) {
-    fault = console.text() + (fault.empty() ? "" : "; " + fault);
+    *fault = console.text() + (fault->empty() ? "" : "; " + *fault);
   }
-  if (!model || !fault.empty()) {
+  return fault->empty() ? model : nullptr;
+}
+
+urdf::ModelInterfaceSharedPtr ParseModel(const std::string& text, const std::string& file) {
+  std::string fault;
+  urdf::ModelInterfaceSharedPtr model = TryModel(text, &fault);
+  if (!model) {
+    // Where memory was short for a moment, its streams find fault with good numbers.
+    model = TryModel(text, &fault);
+  }
+  if (!model) {
     throw FileError(file, 0, "found what urdfdom refuses (" + fault + "), expected a robot");
   }
   return model;
