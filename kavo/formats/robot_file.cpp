@@ -184,8 +184,12 @@ class RobotFiles::Impl {
   }
 
   std::map<std::string, Spheres> readSpheres(const FileText& file) const {
+    YamlValue links(file.text, file.file);
+    for (const char* const key : {"robot_cfg", "kinematics", "collision_spheres"}) {
+      links = links.find(key).value_or(links);
+    }
     std::map<std::string, Spheres> given;
-    for (const auto& [link, list] : YamlValue(file.text, file.file).get("collision_spheres").entries()) {
+    for (const auto& [link, list] : links.entries()) {
       if (urdf_.link_indices.count(link) == 0) {
         list.fail("spheres of link " + Quoted(link), "a link of the robot");
       }

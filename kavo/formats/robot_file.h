@@ -125,11 +125,11 @@ struct FileText {
 //! Rotations come from roll, pitch and yaw by portable sines and cosines. An angle within 1e-10 of a multiple
 //! of pi/2 is one that was rounded when it was written, and is taken as that multiple exactly.
 //!
-//! The spheres of a link come from the file of spheres (YAML, `collision_spheres: {link: [{center: [x, y, z],
-//! radius: r}]}`, centres in the link's frame); else from the SRDF; else from the spheres, and if wanted the
-//! boxes and cylinders, of its collision geometry. Links that have other collision geometry and no spheres
-//! from the first two are listed in `uncovered_links`. Visuals, inertias, materials and transmissions are not
-//! looked at.
+//! The spheres of a link come from the file of spheres (YAML, `link: [{center: [x, y, z], radius: r}]`, by
+//! itself, under `collision_spheres`, or under that in `robot_cfg: {kinematics: ...}`; centres in the link's
+//! frame); else from the SRDF; else from the spheres, and if wanted the boxes and cylinders, of its collision
+//! geometry. Links that have other collision geometry and no spheres from the first two are listed in
+//! `uncovered_links`. Visuals, inertias, materials and transmissions are not looked at.
 class KAVO_EXPORT RobotFiles {
  public:
   //! From the texts of files. Throws `FileError` for whatever is wrong in one, and for a name in the options

@@ -417,7 +417,8 @@ TEST(RobotFile, WhereSpheresComeFrom) {
       "<link_sphere_approximation link='a'><sphere center='1 2 3' radius='0.25'/></link_sphere_approximation>"
       "<link_sphere_approximation link='b'><sphere center='4 5 6' radius='0.25'/></link_sphere_approximation>"
       "<link_sphere_approximation link='c'><sphere center='0 0 0' radius='0'/></link_sphere_approximation>";
-  const std::string spheres = "collision_spheres:\n  b:\n    - {center: [7, 8, 9], radius: 0.125}\n";
+  const std::string bare = "b: [{center: [7, 8, 9], radius: 0.125}]";
+  const std::string spheres = "collision_spheres: {" + bare + "}\nother: 1";
   RobotFileOptions options;
   const auto text = [](const LoadedRobot& robot) {
     std::ostringstream out;
@@ -437,10 +438,13 @@ TEST(RobotFile, WhereSpheresComeFrom) {
   EXPECT_THAT(log.warnings(),
               ElementsAre("arm.urdf: collision geometry of 2 links is not covered by spheres and will not be "
                           "checked: \"base\" (box), \"d\" (mesh)."));
-  // To this tolerance one sphere will do.
+  // To this tolerance one sphere will do. Files of spheres come in several forms.
   options.cover_tolerance = 0.5;
-  EXPECT_EQ(text(Parse(urdf, options, srdf, spheres)),
-            "base 0 0 1 0.5; base 0 0 0 0.866025; a 1 2 3 0.25; b 7 8 9 0.125; d 0 0 0 0.866025; d mesh; ");
+  for (const std::string& form :
+       {bare, "robot_cfg: {kinematics: {other: 1, collision_spheres: {" + bare + "}}}"}) {
+    EXPECT_EQ(text(Parse(urdf, options, srdf, form)),
+              "base 0 0 1 0.5; base 0 0 0 0.866025; a 1 2 3 0.25; b 7 8 9 0.125; d 0 0 0 0.866025; d mesh; ");
+  }
 }
 
 TEST(RobotFile, CoversHoldEveryPointAndStayWithinTheTolerance) {
@@ -736,7 +740,7 @@ TEST(RobotFile, FaultsOfTheOtherFiles) {
     EXPECT_EQ(Fault(Arm(), defaults, std::optional(text)), "arm.srdf:" + message);
   }
   const std::pair<std::string, std::string> of_the_spheres[] = {
-      {"spheres: 1", "1: found nothing under `collision_spheres`, expected a value"},
+      {"spheres: 1", "1: found spheres of link \"spheres\", expected a link of the robot"},
       {"collision_spheres:\n  c:\n    - {center: [0, 0, 0], radius: 1}",
        "3: found spheres of link \"c\", expected a link of the robot"},
       {"collision_spheres:\n  a:\n    - {center: [0, 0], radius: 1}",
