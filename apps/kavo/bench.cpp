@@ -113,9 +113,11 @@ void AddBenchCommand(CLI::App& app, Run& run) {
       "the making of the planner; the statistics are over all runs whose start and goal are valid, solved\n"
       "or not. The share of solved ones is of these runs as well. A bad path is one that was found but is\n"
       "not free at a tenth of step_size; below the tables stands which of its edges is at fault.\n\n"
-      "Examples:\n"
-      "  kavo bench --robot arm.urdf --srdf arm.srdf --group arm --problems problems\n"
-      "  kavo bench --robot arm.urdf --problems problems/shelf --repeat 10 --set step_size=0.05");
+      "Examples, with the files of the source tree:\n"
+      "  kavo bench --robot examples/own_robot/arm.urdf --srdf examples/own_robot/arm.srdf \\\n"
+      "             --group arm --problems examples/own_robot\n"
+      "  kavo bench --robot examples/own_robot/arm.urdf --srdf examples/own_robot/arm.srdf \\\n"
+      "             --group arm --problems examples/own_robot --repeat 10 --set step_size=0.05");
   bench->callback([options, &run] { run = [options] { return Bench(*options); }; });
 }
 

@@ -121,9 +121,12 @@ void AddCheckCommand(CLI::App& app, Run& run) {
       "does not have stand where a plan's JSON says, else where the scene's robot state puts them, and\n"
       "objects given in the frame of a link stand where that is at the first waypoint. The exit status is\n"
       "0 for a valid path, 1 for one that is not, 2 for input that cannot be used.\n\n"
-      "Examples:\n"
-      "  kavo check --robot franka --scene scene.yaml --path path.csv\n"
-      "  kavo plan ... --quiet | kavo check --robot franka --scene scene.yaml --path - --step 0.002");
+      "Examples, with the files of the source tree:\n"
+      "  kavo plan --robot franka --scene examples/scene.yaml --start default \\\n"
+      "            --goal 0,0.05,0,-1.815,0,3.436,0.7854 --csv path.csv\n"
+      "  kavo check --robot franka --scene examples/scene.yaml --path path.csv\n"
+      "  kavo plan --robot three_link --start -0.4,0.1,0.2 --goal 1.7,-0.2,-0.3 --quiet |\n"
+      "    kavo check --robot three_link --path - --step 0.002");
   check->callback([options, &run] { run = [options] { return Check(*options); }; });
 }
 

@@ -107,8 +107,8 @@ void AddInfoCommand(CLI::App& app, Run& run) {
   info->add_flag("--params", options->parameters,
                  "Show the run-time parameters that --set takes, with type, default and meaning");
   info->footer(
-      "Examples:\n"
-      "  kavo info --robot arm.urdf --srdf arm.srdf --group arm\n"
+      "Examples, with the files of the source tree:\n"
+      "  kavo info --robot examples/own_robot/arm.urdf --srdf examples/own_robot/arm.srdf --group arm\n"
       "  kavo info --params");
   info->callback([options, &run] { run = [options] { return Info(*options); }; });
 }

@@ -217,9 +217,10 @@ void AddPairsCommand(CLI::App& app, Run& run) {
       "All joints of the robot move within their limits. Disabled are links that do not move against each\n"
       "other, links joined by one moving joint, links that touched in every random configuration, and\n"
       "links that cannot touch in any configuration, which is proven by bounds and not by samples.\n\n"
-      "Examples:\n"
-      "  kavo pairs arm.urdf\n"
-      "  kavo pairs arm.urdf --srdf arm.srdf --spheres spheres.yaml -o arm_with_pairs.srdf");
+      "Examples, with the files of the source tree:\n"
+      "  kavo pairs examples/own_robot/arm.urdf --cover 0.03\n"
+      "  kavo pairs examples/own_robot/arm.urdf --srdf examples/own_robot/arm.srdf \\\n"
+      "             --spheres examples/own_robot/spheres.yaml -o arm_with_pairs.srdf");
   pairs->callback([options, &run] { run = [options] { return Pairs(*options); }; });
 }
 

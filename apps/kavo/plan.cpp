@@ -468,11 +468,14 @@ void AddPlanCommand(CLI::App& app, Run& run) {
       "Prints the waypoints, what the search cost, and what a check apart from the planner says; or\n"
       "why there is no path. The exit status is 0 for a path that passes the check, 1 without one, 2\n"
       "for input that cannot be used.\n\n"
-      "Examples:\n"
-      "  kavo plan --robot franka --scene scene.yaml --start default --goal 0.6,0.5,0,-2,0,2.5,0.8\n"
-      "  kavo plan --robot franka --scene scene.yaml --start default --target 0.5,0.2,0.4 --frame tool\n"
-      "  kavo plan --robot arm.urdf --srdf arm.srdf --group arm --scene scene.yaml \\\n"
-      "            --request request.yaml --verify --json result.json");
+      "Examples, with the files of the source tree:\n"
+      "  kavo plan --robot franka --scene examples/scene.yaml --start default \\\n"
+      "            --goal 0,0.05,0,-1.815,0,3.436,0.7854\n"
+      "  kavo plan --robot franka --scene examples/scene.yaml --start default \\\n"
+      "            --target 0.5,0.2,0.4 --frame tool\n"
+      "  kavo plan --robot examples/own_robot/arm.urdf --srdf examples/own_robot/arm.srdf --group arm \\\n"
+      "            --scene examples/own_robot/scene.yaml --request examples/own_robot/request.yaml \\\n"
+      "            --verify --json plan.json");
   plan->callback([options, &run] { run = [options] { return Plan(*options); }; });
 }
 

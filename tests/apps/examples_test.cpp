@@ -1,0 +1,46 @@
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <regex>
+#include <string>
+
+#include "tests/apps/run_kavo.h"
+
+namespace kavo::testing {
+namespace {
+
+// As a newcomer who types them, in this order, at the root of a source tree with an installed command.
+TEST(Examples, EveryLineOfHelpAndReadmeWorks) {
+  const std::filesystem::path root = KAVO_SOURCE_DIR;
+  const std::filesystem::path program = KAVO_COMMAND;
+  std::string lines;
+  for (const char* const command : {"plan", "check", "bench", "info", "pairs"}) {
+    const std::string help = RunKavo({command, "--help"}).output;
+    const std::size_t heading = help.find("Examples");
+    ASSERT_NE(heading, std::string::npos) << command;
+    lines += help.substr(help.find('\n', heading));
+  }
+  const std::string readme = ReadFile(root / "README.md");
+  const std::regex block("```sh\n((?:[^`]*\n)?build/release/apps/kavo/kavo[^`]*)```");
+  std::size_t num_blocks = 0;
+  for (std::sregex_iterator i(readme.begin(), readme.end(), block); i != std::sregex_iterator(); ++i) {
+    lines += i->str(1);
+    ++num_blocks;
+  }
+  EXPECT_GT(num_blocks, 1U);
+
+  const Folder folder;
+  const std::string script = folder.Write("lines", "set -ex\n" + lines);
+  std::filesystem::create_directories(folder / "build/release/apps");
+  std::filesystem::create_directory_symlink(program.parent_path(), folder / "build/release/apps/kavo");
+  std::filesystem::create_directory_symlink(root / "examples", folder / "examples");
+  const std::string run = "cd '" + folder / "." + "' && PATH='" + program.parent_path().string() +
+                          "':$PATH sh lines >output 2>errors";
+  EXPECT_EQ(std::system(run.c_str()), 0) << ReadFile(folder / "output") << ReadFile(folder / "errors");
+  // The SRDF of the example holds what the command makes of its spheres.
+  EXPECT_EQ(ReadFile(folder / "arm_with_pairs.srdf"), ReadFile(root / "examples/own_robot/arm.srdf"));
+}
+
+}  // namespace
+}  // namespace kavo::testing
