@@ -1,10 +1,13 @@
 #include "apps/kavo/builtin_robots.h"
 
 #include <memory>
+#include <string>
 #include <utility>
 #include <vector>
 
 #include "kavo/kinematics/interface/frame_pairs.h"
+#include "kavo/kinematics/interface/kinematics_internal.h"
+#include "kavo/kinematics/interface/robot_description_internal.h"
 
 namespace kavo::command {
 
@@ -42,7 +45,14 @@ formats::LoadedRobot LoadBuiltin(const std::string& name, bool self_collision) {
     robot.description = WithCollisionPairs(*robot.description,
                                            name == "franka" ? PairsOfFranka() : Pairs{{"link1", "link3"}});
   }
-  robot.tip_frame = robot.description->kinematics()->frameNames().back();
+  const std::unique_ptr<Kinematics> kinematics = robot.description->kinematics();
+  robot.tip_frame = kinematics->frameNames().back();
+  // Both are chains: what as many joints carry is one body.
+  const auto& model = dynamic_cast<const KinematicsInternal&>(*kinematics).model();
+  for (const std::string& frame :
+       dynamic_cast<const RobotDescriptionInternal&>(*robot.description).collisionFrameNames()) {
+    robot.bodies[frame] = model.plan({model.frame(frame)}).steps.size();
+  }
   return robot;
 }
 

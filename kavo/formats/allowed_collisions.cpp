@@ -118,7 +118,7 @@ std::optional<Unhonoured> FindMatrixDifference(const Scene& scene, const LoadedR
       if (a->second != b->second && may_touch != pairs.MayTouch(a->first, b->first)) {
         return difference("an allowed collision matrix by which links " + Quoted(a->first) + " and " +
                           Quoted(b->first) + (may_touch ? " may" : " must not") +
-                          " touch, other than by the robot's SRDF");
+                          " touch, other than by the robot's " + (robot.srdf ? "SRDF" : "own pairs"));
       }
     }
     for (const Scene::Object& object : scene.objects) {
