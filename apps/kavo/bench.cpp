@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "apps/kavo/bench_problems.h"
@@ -17,6 +18,7 @@
 #include "apps/kavo/input_rules.h"
 #include "apps/kavo/output_file.h"
 #include "apps/kavo/parameters.h"
+#include "apps/kavo/provenance.h"
 #include "apps/kavo/robot_options.h"
 
 namespace kavo::command {
@@ -36,7 +38,6 @@ struct BenchOptions {
 };
 
 int Bench(const BenchOptions& options) {
-  OutputFile json_file("--json", options.json_file, options.robot.Files());
   Situations situations(options.robot.Load(), options.rules);
   const formats::LoadedRobot& robot = situations.Robot();
   PlannerSettings settings = options.planner;
@@ -46,16 +47,24 @@ int Bench(const BenchOptions& options) {
     throw UnusableInput("the seed leaves no room for the repeats");
   }
   const std::vector<Problem> problems = ReadProblems(options.directory, options.families, situations);
+  std::vector<std::pair<std::string, std::string>> files = options.robot.Files();
+  files.emplace_back("config", options.planner.File());
+  std::vector<std::pair<std::string, std::string>> inputs = files;
+  for (const Problem& problem : problems) {
+    inputs.emplace_back("scene", problem.scene_file);
+    inputs.emplace_back("request", problem.request_file);
+  }
+  OutputFile json_file("--json", options.json_file, inputs);
   const std::vector<BenchRun> runs =
       RunProblems(problems, settings, options.bounds, options.num_repeats, options.num_jobs);
   const std::size_t num_wanted = problems.size() * static_cast<std::size_t>(options.num_repeats);
   if (json_file.IsStandardOutput()) {
-    std::cout << BenchJson(problems, runs, num_wanted, robot, settings);
+    std::cout << BenchJson(problems, runs, num_wanted, robot, settings, HashFiles(files));
   } else {
     std::cout << BenchTables(problems, runs, num_wanted) << std::flush;
   }
   if (json_file.IsFile()) {
-    json_file.Write(BenchJson(problems, runs, num_wanted, robot, settings));
+    json_file.Write(BenchJson(problems, runs, num_wanted, robot, settings, HashFiles(files)));
   }
   return kDone;
 }

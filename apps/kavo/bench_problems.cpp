@@ -48,7 +48,7 @@ void ReadFamily(const fs::path& directory, const std::string& family, Situations
       const formats::Request request = formats::ReadRequest(request_file);
       Situation situation = situations.Read({file.string()}, &request);
       Query query = situations.QueriesOf(request, situation).front();
-      problems.push_back({family, *name, std::move(situation), std::move(query),
+      problems.push_back({family, *name, file.string(), request_file, std::move(situation), std::move(query),
                           request.allowed_planning_time, request.num_planning_attempts});
     }
   }

@@ -13,6 +13,8 @@ struct Problem {
   std::string family;
   //! What stands between "scene" and ".yaml" in the name of its file.
   std::string name;
+  std::string scene_file;
+  std::string request_file;
   Situation situation;
   Query query;
   //! What the request says about it.

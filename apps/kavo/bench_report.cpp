@@ -11,6 +11,7 @@
 #include <set>
 #include <utility>
 
+#include "apps/kavo/provenance.h"
 #include "apps/kavo/text.h"
 
 namespace kavo::command {
@@ -156,6 +157,8 @@ std::string ScopeText(const std::vector<Problem>& problems) {
 Json ToJson(const BenchRun& run, const Problem& problem) {
   Json json = {{"family", problem.family},
                {"problem", problem.name},
+               {"scene", problem.scene_file},
+               {"request", problem.request_file},
                {"seed", run.seed},
                {"status", planning::ToString(run.report.status)},
                {"fault", run.fault},
@@ -224,14 +227,18 @@ std::string BenchTables(const std::vector<Problem>& problems, const std::vector<
 
 std::string BenchJson(const std::vector<Problem>& problems, const std::vector<BenchRun>& runs,
                       std::size_t num_wanted, const formats::LoadedRobot& robot,
-                      const PlannerSettings& settings) {
-  Json json = {{"robot", robot.name},
-               {"joint_names", JointNames(*robot.description)},
-               {"settings", Json::object()},
-               {"stopped", runs.size() != num_wanted},
+                      const PlannerSettings& settings, const std::vector<formats::InputFile>& files) {
+  Json json = {{"version", Version()},       {"files", Json::array()},
+               {"robot", robot.name},        {"joint_names", JointNames(*robot.description)},
+               {"settings", Json::object()}, {"stopped", runs.size() != num_wanted},
                {"runs", Json::array()}};
-  for (const auto& [name, setting] : settings.All()) {
+  for (const auto& [name, setting] : AllSettings(settings.Config())) {
     std::visit([&json, &name = name](const auto& value) { json["settings"][name] = value; }, setting);
+  }
+  for (const formats::InputFile& file : files) {
+    json["files"].push_back({{"role", file.role},
+                             {"name", file.name},
+                             {"sha256", file.sha256.empty() ? Json() : Json(file.sha256)}});
   }
   for (const BenchRun& run : runs) {
     json["runs"].push_back(ToJson(run, problems[run.problem]));

@@ -14,8 +14,9 @@ std::string BenchTables(const std::vector<Problem>& problems, const std::vector<
                         std::size_t num_wanted);
 
 //! Every run as JSON, with its path.
+//! \param files Those of the robot and the settings.
 std::string BenchJson(const std::vector<Problem>& problems, const std::vector<BenchRun>& runs,
                       std::size_t num_wanted, const formats::LoadedRobot& robot,
-                      const PlannerSettings& settings);
+                      const PlannerSettings& settings, const std::vector<formats::InputFile>& files);
 
 }  // namespace kavo::command

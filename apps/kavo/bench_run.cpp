@@ -72,7 +72,8 @@ void RunOnce(const Problem& problem, const PlannerSettings& settings, const Benc
   MotionPlanner::Results results;
   for (int attempt = 0; attempts.MayTry(attempt); ++attempt) {
     run.seed = attempts.Seed(attempt);
-    const auto planner = settings.MakePlanner(robot, world.view(), run.seed);
+    const auto planner =
+        CreateMotionPlanner(settings.With(run.seed, settings.StepSize()), robot, world.view());
     planner->setStopCondition(attempts.Stop());
     results = Ask(*planner, problem.query);
     run.report = planner->queryReport();
@@ -109,9 +110,9 @@ const char* ToString(Edge edge) {
 
 std::vector<BenchRun> RunProblems(const std::vector<Problem>& problems, const PlannerSettings& settings,
                                   const BenchBounds& bounds, int num_repeats, int num_jobs) {
+  const Stoppable stoppable;
   const auto repeats = static_cast<std::size_t>(num_repeats);
   std::vector<BenchRun> runs(problems.size() * repeats);
-  const Stoppable stoppable;
   Progress progress(false);
   std::atomic<std::size_t> num_done{0};
   const tbb::global_control limit(tbb::global_control::max_allowed_parallelism,

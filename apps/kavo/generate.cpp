@@ -19,17 +19,6 @@ std::vector<const CLI::Option*> Options(const CLI::App& app) {
   return app.get_options([](const CLI::Option* option) { return !option->get_group().empty(); });
 }
 
-std::vector<std::string> Names(const CLI::Option& option) {
-  std::vector<std::string> names;
-  for (const std::string& name : option.get_snames()) {
-    names.push_back("-" + name);
-  }
-  for (const std::string& name : option.get_lnames()) {
-    names.push_back("--" + name);
-  }
-  return names;
-}
-
 // Text for a manual page: a hyphen stays a hyphen, and no line begins a request.
 std::string Escaped(const std::string& text) {
   std::string escaped;
@@ -49,7 +38,7 @@ std::string ManOptions(const CLI::App& app) {
   for (const CLI::Option* option : Options(app)) {
     text += ".TP\n.B " + Escaped(Join(Names(*option), ", ")) +
             (ValueName(*option).empty() ? "" : " " + Escaped(ValueName(*option))) + "\n" +
-            Escaped(option->get_description()) + "\n";
+            Escaped(Description(*option)) + "\n";
   }
   return text;
 }
@@ -93,27 +82,33 @@ std::string BashCompletion(const CLI::App& app) {
       top.push_back(name);
     }
   }
+  // Words go into the array line by line: names of files may have blanks.
   return "# Completion of the command kavo for bash.\n"
          "_kavo() {\n"
-         "  local word=\"${COMP_WORDS[COMP_CWORD]}\" words=\"\"\n"
+         "  local word=\"${COMP_WORDS[COMP_CWORD]}\" before=\"${COMP_WORDS[COMP_CWORD-1]}\" words=\"\"\n"
          "  COMPREPLY=()\n"
          "  if ((COMP_CWORD == 1)); then\n"
-         "    COMPREPLY=($(compgen -W \"" +
+         "    mapfile -t COMPREPLY < <(compgen -W \"" +
          Join(top, " ") +
-         "\" -- \"$word\"))\n"
+         "\" -- \"$word\")\n"
          "    return\n"
          "  fi\n"
          "  case \"${COMP_WORDS[1]}\" in\n" +
          cases +
          "  esac\n"
          "  if [[ \"$word\" == -* ]]; then\n"
-         "    COMPREPLY=($(compgen -W \"$words\" -- \"$word\"))\n"
-         "  elif [[ \"${COMP_WORDS[COMP_CWORD-1]}\" == --robot || \"${COMP_WORDS[COMP_CWORD-1]}\" == -r ]]; "
-         "then\n"
-         "    COMPREPLY=($(compgen -W \"franka three_link\" -- \"$word\") $(compgen -f -- \"$word\"))\n"
-         "  else\n"
-         "    COMPREPLY=($(compgen -f -- \"$word\"))\n"
+         "    mapfile -t COMPREPLY < <(compgen -W \"$words\" -- \"$word\")\n"
+         "    return\n"
          "  fi\n"
+         "  if [[ \"$before\" == --robot || \"$before\" == -r ]]; then\n"
+         "    mapfile -t COMPREPLY < <(compgen -W \"franka three_link\" -- \"$word\")\n"
+         "  elif [[ \"$before\" == help ]]; then\n"
+         "    mapfile -t COMPREPLY < <(compgen -W \"" +
+         Join(names, " ") +
+         "\" -- \"$word\")\n"
+         "    return\n"
+         "  fi\n"
+         "  mapfile -t -O ${#COMPREPLY[@]} COMPREPLY < <(compgen -f -- \"$word\")\n"
          "}\n"
          "complete -o filenames -F _kavo kavo\n";
 }

@@ -1,6 +1,7 @@
 #include "apps/kavo/help.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstddef>
 #include <sstream>
 
@@ -39,14 +40,12 @@ class HelpFormatter : public CLI::Formatter {
     return value.empty() ? "" : " " + value;
   }
 
+  std::string make_option_name(const CLI::Option* option, bool is_positional) const override {
+    return is_positional ? option->get_name(true) : Join(Names(*option), ",");
+  }
+
   std::string make_option_desc(const CLI::Option* option) const override {
-    std::string text = option->get_description();
-    if (option->get_required()) {
-      text += " (required)";
-    } else if (!option->get_default_str().empty()) {
-      text += " (default: " + option->get_default_str() + ")";
-    }
-    return Wrapped(text, kWidth - kColumn);
+    return Wrapped(Description(*option), kWidth - kColumn);
   }
 
   std::string make_description(const CLI::App* app) const override {
@@ -64,6 +63,59 @@ std::string ValueName(const CLI::Option& option) {
   std::string name = option.get_type_name();
   name = name.substr(0, name.find(':'));
   return name.substr(0, name.find(" in ["));
+}
+
+std::string Description(const CLI::Option& option) {
+  std::string text = option.get_description();
+  if (option.get_required()) {
+    text += " (required)";
+  } else if (!option.get_default_str().empty()) {
+    text += " (default: " + option.get_default_str() + ")";
+  }
+  return text;
+}
+
+std::vector<std::string> Names(const CLI::Option& option) {
+  std::vector<std::string> names;
+  for (const std::string& name : option.get_snames()) {
+    names.push_back("-" + name);
+  }
+  for (const std::string& name : option.get_lnames()) {
+    names.push_back("--" + name);
+  }
+  return names;
+}
+
+std::string FindMisspelling(const CLI::App& app, int argc, const char* const* argv) {
+  if (argc < 2 || argv[1][0] == '-') {
+    return {};
+  }
+  std::vector<std::string> commands;
+  const CLI::App* command = nullptr;
+  for (const CLI::App* known : app.get_subcommands([](const CLI::App*) { return true; })) {
+    commands.push_back(known->get_name());
+    command = known->get_name() == argv[1] ? known : command;
+  }
+  if (command == nullptr) {
+    return "there is no command '" + Printable(argv[1]) + "'" + Suggestion(argv[1], commands);
+  }
+  std::vector<std::string> options;
+  for (const CLI::Option* option : command->get_options()) {
+    const std::vector<std::string> names = Names(*option);
+    options.insert(options.end(), names.begin(), names.end());
+  }
+  for (int i = 2; i < argc; ++i) {
+    const std::string word(argv[i]);
+    const std::string name = word.substr(0, word.find('='));
+    if (word == "--") {
+      break;
+    }
+    if (word.rfind("--", 0) == 0 && std::find(options.begin(), options.end(), name) == options.end()) {
+      return "'kavo " + command->get_name() + "' has no option '" + Printable(name) + "'" +
+             Suggestion(name, options);
+    }
+  }
+  return {};
 }
 
 std::string CheckPositive(const std::string& text) {

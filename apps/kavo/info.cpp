@@ -1,10 +1,14 @@
 // kavo info: what the robot is, and what can be set.
 
 #include <CLI/CLI.hpp>
+#include <Eigen/Geometry>
 #include <algorithm>
+#include <cmath>
 #include <cstddef>
 #include <iostream>
 #include <memory>
+#include <numeric>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -22,35 +26,90 @@ namespace {
 
 struct InfoOptions {
   RobotOptions robot;
+  std::string at;
   bool parameters = false;
 };
 
-void PrintJoints(const RobotDescription& robot) {
-  const auto limits = ExtractJointLimits(&robot);
+// Of each coordinate, by how its joint moves.
+std::vector<std::string> JointTypes(const RobotDescriptionInternal& robot) {
+  const auto& model = robot.model();
+  std::vector<int> frames(model.frameNames().size());
+  std::iota(frames.begin(), frames.end(), 0);
+  std::vector<std::string> types(robot.numCSpaceCoords());
+  for (const auto& step : model.plan(frames).steps) {
+    const auto coordinate = static_cast<std::size_t>(step.coordinate);
+    if (!step.ratio) {
+      types[coordinate] = step.motion == kinematics::Kinematics::Motion::kPrismatic ? "prismatic"
+                          : robot.jointLimits()[coordinate].isUnlimited()           ? "continuous"
+                                                                                    : "revolute";
+    }
+  }
+  return types;
+}
+
+void PrintJoints(const RobotDescriptionInternal& robot) {
+  const std::vector<kinematics::JointLimits>& limits = robot.jointLimits();
+  const std::vector<std::string> types = JointTypes(robot);
   const Eigen::VectorXd default_configuration = robot.defaultCSpaceConfiguration();
-  std::vector<std::vector<std::string>> rows = {{"joint", "lower", "upper", "default"}};
+  std::vector<std::vector<std::string>> rows = {{"joint", "type", "lower", "upper", "default"}};
   for (std::size_t i = 0; i < limits.size(); ++i) {
     const bool is_unlimited = limits[i].isUnlimited();
-    rows.push_back({Printable(robot.cSpaceCoordName(i)), is_unlimited ? "none" : Number(limits[i].min),
+    rows.push_back({Printable(robot.cSpaceCoordName(i)), types[i],
+                    is_unlimited ? "none" : Number(limits[i].min),
                     is_unlimited ? "none" : Number(limits[i].max),
                     Number(default_configuration[static_cast<Eigen::Index>(i)])});
   }
   std::cout << Table(rows);
 }
 
-void PrintFrames(const RobotDescription& robot) {
-  const auto& description = dynamic_cast<const RobotDescriptionInternal&>(robot);
-  std::vector<std::vector<std::string>> rows = {{"frame", "spheres"}};
-  std::size_t num_spheres = 0;
-  const auto kinematics = robot.kinematics();
-  for (const std::string& frame : kinematics->frameNames()) {
-    const std::size_t count = description.collisionSpheres(frame).size();
-    num_spheres += count;
-    rows.push_back({Printable(frame), count == 0 ? "-" : std::to_string(count)});
+// The spheres of a frame in its own coordinates: how many, and the radii of the smallest and the largest.
+std::vector<std::string> SphereCells(const std::vector<math::Sphere>& spheres) {
+  if (spheres.empty()) {
+    return {"-", "-", "-"};
   }
-  std::cout << "\n" << Table(rows) << "collision spheres: " << num_spheres << "\n";
-  const auto& pairs = description.collisionPairs();
-  std::cout << "pairs of frames that must not touch each other: " << pairs.size() << "\n";
+  const auto [smallest, largest] = std::minmax_element(
+      spheres.begin(), spheres.end(), [](const auto& a, const auto& b) { return a.radius < b.radius; });
+  return {std::to_string(spheres.size()), Number(smallest->radius, 3), Number(largest->radius, 3)};
+}
+
+void PrintFrames(const RobotDescriptionInternal& robot, const std::optional<Eigen::VectorXd>& at) {
+  std::vector<std::vector<std::string>> rows = {{"frame", "spheres", "radius from", "to"}};
+  if (at) {
+    rows[0].insert(rows[0].end(), {"x", "y", "z", "qx", "qy", "qz", "qw"});
+  }
+  std::size_t num_spheres = 0;
+  Eigen::AlignedBox3d bounds;
+  const auto kinematics = robot.kinematics();
+  const Eigen::VectorXd q = at.value_or(robot.defaultCSpaceConfiguration());
+  for (const std::string& frame : kinematics->frameNames()) {
+    const std::vector<math::Sphere> spheres = robot.collisionSpheres(frame);
+    const Pose3 pose = kinematics->pose(q, kinematics->frame(frame));
+    num_spheres += spheres.size();
+    for (const math::Sphere& sphere : spheres) {
+      const Eigen::Vector3d center = pose * sphere.center;
+      bounds.extend(center - Eigen::Vector3d::Constant(sphere.radius));
+      bounds.extend(center + Eigen::Vector3d::Constant(sphere.radius));
+    }
+    std::vector<std::string> row = {Printable(frame)};
+    const std::vector<std::string> cells = SphereCells(spheres);
+    row.insert(row.end(), cells.begin(), cells.end());
+    if (at) {
+      const Eigen::Quaterniond rotation = pose.rotation();
+      for (const double number : {pose.translation().x(), pose.translation().y(), pose.translation().z(),
+                                  rotation.x(), rotation.y(), rotation.z(), rotation.w()}) {
+        row.push_back(Number(std::fabs(number) < 1e-12 ? 0.0 : number, 5));
+      }
+    }
+    rows.push_back(row);
+  }
+  std::cout << "\n" << Table(rows) << "collision spheres: " << num_spheres;
+  if (num_spheres > 0) {
+    const Eigen::Vector3d size = bounds.sizes();
+    std::cout << ", together " << Number(size.x(), 4) << " x " << Number(size.y(), 4) << " x "
+              << Number(size.z(), 4) << " m at " << (at ? "that configuration" : "the default configuration");
+  }
+  const auto& pairs = robot.collisionPairs();
+  std::cout << "\npairs of frames that must not touch each other: " << pairs.size() << "\n";
   for (const auto& [frame_a, frame_b] : pairs) {
     std::cout << "  " << Printable(frame_a) << " " << Printable(frame_b) << "\n";
   }
@@ -80,8 +139,13 @@ int Info(const InfoOptions& options) {
     return kDone;
   }
   std::cout << "robot '" << Printable(robot.name) << "'\n\n";
-  PrintJoints(*robot.description);
-  PrintFrames(*robot.description);
+  std::optional<Eigen::VectorXd> at;
+  if (!options.at.empty()) {
+    at = ParseConfiguration("--at", options.at, robot);
+  }
+  const auto& description = dynamic_cast<const RobotDescriptionInternal&>(*robot.description);
+  PrintJoints(description);
+  PrintFrames(description, at);
   PrintReach(*robot.description, robot.tip_frame);
   for (const auto& [name, q] : robot.named_configurations) {
     std::cout << "configuration '" << Printable(name) << "': " << Configuration(q) << "\n";
@@ -104,11 +168,16 @@ void AddInfoCommand(CLI::App& app, Run& run) {
       app.add_subcommand("info", "Show a robot: joints, frames, spheres, reach; or all settings");
   options->robot.AddOptions(*info);
   info->get_option("--robot")->required(false)->default_str("franka");
+  info->add_option("--at", options->at,
+                   "Show where the frames are at this configuration, relative to the robot's base: metres, "
+                   "quaternions")
+      ->type_name("Q|NAME");
   info->add_flag("--params", options->parameters,
                  "Show the run-time parameters that --set takes, with type, default and meaning");
   info->footer(
       "Examples, with the files of the source tree:\n"
       "  kavo info --robot examples/own_robot/arm.urdf --srdf examples/own_robot/arm.srdf --group arm\n"
+      "  kavo info --robot franka --at default\n"
       "  kavo info --params");
   info->callback([options, &run] { run = [options] { return Info(*options); }; });
 }

@@ -11,6 +11,7 @@
 #include "apps/kavo/generate.h"
 #include "apps/kavo/help.h"
 #include "apps/kavo/interrupt.h"
+#include "apps/kavo/provenance.h"
 #include "apps/kavo/text.h"
 #include "kavo/util/fatal_error.h"
 #include "kavo/util/log.h"
@@ -43,7 +44,7 @@ int main(int argc, char** argv) {
       "Plans collision-free motions of robot arms: robots from URDF and SRDF, scenes and requests from "
       "planning-scene files",
       "kavo");
-  app.set_version_flag("--version", "kavo " KAVO_VERSION);
+  app.set_version_flag("--version", "kavo " + kavo::command::Version());
   app.require_subcommand(0, 1);
   app.formatter(kavo::command::MakeHelpFormatter());
   kavo::command::Run run;
@@ -52,15 +53,37 @@ int main(int argc, char** argv) {
   kavo::command::AddBenchCommand(app, run);
   kavo::command::AddInfoCommand(app, run);
   kavo::command::AddPairsCommand(app, run);
+  std::string explained;
+  std::string overview;
+  CLI::App* help = app.add_subcommand("help", "Explain a command, or the program");
+  help->add_option("command", explained, "The command")->type_name("COMMAND");
+  help->callback([&] {
+    const char* const words[] = {argv[0], explained.c_str()};
+    if (const std::string misspelling = kavo::command::FindMisspelling(app, 2, words);
+        !explained.empty() && !misspelling.empty()) {
+      throw kavo::command::UnusableInput(misspelling);
+    }
+    run = [&] {
+      std::cout << (explained.empty() ? overview : app.get_subcommand(explained)->help("kavo"));
+      return static_cast<int>(ExitStatus::kDone);
+    };
+  });
   app.footer(
       "'kavo COMMAND --help' explains a command. Only answers go to standard output; warnings and\n"
       "progress go to standard error. Lengths are metres, angles radians. The exit status is 0 when the\n"
       "work is done, 1 when there is no path or it fails the check, 2 for input that cannot be used, 3\n"
-      "when memory runs out.");
+      "when memory runs out, and 128 plus its number when a signal ends the work.");
   std::string kind;
   app.add_option("--generate", kind)->group("")->check(CLI::IsMember({"man", "bash"}));
 
+  // Once a command is chosen, the program's own help is that command's.
+  overview = app.help();
+
   try {
+    if (const std::string misspelling = kavo::command::FindMisspelling(app, argc, argv);
+        !misspelling.empty()) {
+      return Fail(misspelling);
+    }
     app.parse(argc, argv);
     if (!kind.empty()) {
       std::cout << (kind == "man" ? kavo::command::ManPage(app) : kavo::command::BashCompletion(app));

@@ -44,7 +44,7 @@ void WriteAll(int descriptor, const std::string& text) {
 }  // namespace
 
 OutputFile::OutputFile(std::string option, const std::optional<std::string>& file,
-                       const std::vector<std::string>& inputs)
+                       const std::vector<std::pair<std::string, std::string>>& inputs)
     : option_(std::move(option)), file_(file) {
   if (!file_ || IsStandardOutput()) {
     return;
@@ -60,7 +60,7 @@ OutputFile::OutputFile(std::string option, const std::optional<std::string>& fil
       throw UnusableInput(option_ + " " + *file_ + ": is a folder, expected a file");
     }
     if (fs::exists(status)) {
-      for (const std::string& input : inputs) {
+      for (const auto& [role, input] : inputs) {
         if (fs::exists(input) && fs::equivalent(input, target)) {
           throw UnusableInput(option_ + " " + *file_ + ": would be written over an input");
         }

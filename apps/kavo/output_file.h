@@ -3,6 +3,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "apps/kavo/interrupt.h"
@@ -18,10 +19,10 @@ class OutputFile {
   //! Nothing is written for an option that was not given.
   //! \param option Its name, for errors.
   //! \param file What it was given; "-" is standard output. An empty name is an error.
-  //! \param inputs Files that are read: a result is never written over one.
+  //! \param inputs Files that are read, by name behind what they are: a result is never written over one.
   //! Throws `UnusableInput`.
   OutputFile(std::string option, const std::optional<std::string>& file,
-             const std::vector<std::string>& inputs);
+             const std::vector<std::pair<std::string, std::string>>& inputs);
   OutputFile(const OutputFile&) = delete;
   OutputFile& operator=(const OutputFile&) = delete;
   ~OutputFile();

@@ -123,7 +123,8 @@ std::string SrdfText(const PairsOptions& options, const formats::LoadedRobot& ro
 }
 
 int Pairs(const PairsOptions& options) {
-  std::vector<std::string> inputs = {options.robot, options.spheres};
+  const std::vector<std::pair<std::string, std::string>> inputs = {{"robot", options.robot},
+                                                                   {"spheres", options.spheres}};
   // The SRDF that is read may be the one that is written.
   OutputFile output("--output", options.output, inputs);
   const formats::LoadedRobot robot = Load(options);

@@ -1,19 +1,16 @@
 #include "apps/kavo/parameters.h"
 
-#include <yaml-cpp/yaml.h>
-
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdint>
-#include <fstream>
 #include <limits>
 #include <optional>
-#include <stdexcept>
 #include <variant>
 
 #include "apps/kavo/command.h"
+#include "apps/kavo/planner_file.h"
 #include "apps/kavo/text.h"
 #include "kavo/util/parse_number.h"
 
@@ -132,29 +129,10 @@ Setting ParseSetting(const Parameter& parameter, const std::string& text) {
   return *setting;
 }
 
-namespace {
-
-// What yaml-cpp refused, where it says where: its own text names neither the key nor what stands there.
-std::string TellFault(const std::string& file, const YAML::Exception& error) {
-  if (error.mark.is_null()) {
-    return file + ": " + error.msg;
-  }
-  std::ifstream lines(file);
-  std::string line;
-  for (int i = 0; i <= error.mark.line; ++i) {
-    std::getline(lines, line);
-  }
-  return file + ":" + std::to_string(error.mark.line + 1) + ": found '" + line +
-         "', expected every setting of the planner here or below with a value of its type, as 'kavo info "
-         "--params' lists them (" +
-         error.msg + ")";
-}
-
-}  // namespace
-
 void PlannerSettings::AddOptions(CLI::App& app) {
   const std::string group = "Planner";
-  app.add_option("--config", file_, "Settings of the planner from a YAML file")
+  app.add_option("--config", file_,
+                 "Settings of the planner from a YAML file; those that it does not name keep their defaults")
       ->type_name("FILE")
       ->group(group);
   app.add_option("--set", texts_,
@@ -170,17 +148,6 @@ void PlannerSettings::SetDefault(const std::string& name, Setting setting) {
 
 void PlannerSettings::Load(const std::shared_ptr<RobotDescription>& robot) {
   config_.emplace(robot);
-  if (!file_.empty()) {
-    try {
-      config_ = planning::MotionPlannerConfig::ReadUnchecked(file_);
-    } catch (const YAML::Exception& error) {
-      throw UnusableInput(TellFault(file_, error));
-    }
-    if (const auto fault = planning::FindSettingFault(*config_, *robot)) {
-      throw UnusableInput(file_ + ": " + *fault);
-    }
-    defaults_.clear();
-  }
   const auto set = [&](const std::string& name, const Setting& setting) {
     if (const auto fault = planning::SetParameter(name, setting, *robot, *config_)) {
       throw UnusableInput("--set " + name + "=" + ToText(setting) + ": " + *fault);
@@ -189,6 +156,9 @@ void PlannerSettings::Load(const std::shared_ptr<RobotDescription>& robot) {
   for (const auto& [name, setting] : defaults_) {
     set(name, setting);
   }
+  if (!file_.empty()) {
+    config_ = ReadPlannerFile(file_, *robot, *config_);
+  }
   for (const std::string& text : texts_) {
     const std::size_t sign = text.find('=');
     const std::string name = text.substr(0, sign);
@@ -196,8 +166,13 @@ void PlannerSettings::Load(const std::shared_ptr<RobotDescription>& robot) {
     const auto parameter = std::find_if(parameters.begin(), parameters.end(),
                                         [&](const Parameter& known) { return known.name == name; });
     if (sign == std::string::npos || parameter == parameters.end()) {
+      std::vector<std::string> names;
+      for (const Parameter& known : parameters) {
+        names.emplace_back(known.name);
+      }
       throw UnusableInput("--set " + text +
-                          ": expected NAME=VALUE with a name that 'kavo info --params' lists");
+                          ": expected NAME=VALUE with a name that 'kavo info --params' lists" +
+                          Suggestion(name, names));
     }
     set(name, ParseSetting(*parameter, text.substr(sign + 1)));
   }
@@ -205,19 +180,17 @@ void PlannerSettings::Load(const std::shared_ptr<RobotDescription>& robot) {
   planning::WarnOfIdleWeights(*config_);
 }
 
-std::unique_ptr<MotionPlanner> PlannerSettings::MakePlanner(const std::shared_ptr<RobotDescription>& robot,
-                                                            const WorldView& world_view, int seed) const {
+planning::MotionPlannerConfig PlannerSettings::With(int seed, double step_size) const {
   planning::MotionPlannerConfig config = *config_;
-  if (seed != 0) {
-    config.seed = seed;
-  }
-  return CreateMotionPlanner(config, robot, world_view);
+  config.seed = seed;
+  config.step_size = step_size;
+  return config;
 }
 
-std::vector<std::pair<std::string, Setting>> PlannerSettings::All() const {
+std::vector<std::pair<std::string, Setting>> AllSettings(const planning::MotionPlannerConfig& config) {
   std::vector<std::pair<std::string, Setting>> settings;
   for (const Parameter& parameter : planning::Parameters()) {
-    settings.emplace_back(parameter.name, parameter.value(*config_));
+    settings.emplace_back(parameter.name, parameter.value(config));
   }
   return settings;
 }

@@ -31,6 +31,9 @@ std::string ToText(const Setting& setting);
 //! The value that a text stands for; throws `UnusableInput` if it is none of the parameter's type.
 Setting ParseSetting(const Parameter& parameter, const std::string& text);
 
+//! Every setting by name, in the order of `planning::Parameters()`.
+std::vector<std::pair<std::string, Setting>> AllSettings(const planning::MotionPlannerConfig& config);
+
 //! The settings that a command line asks for: of a file or the defaults, then one by one.
 class PlannerSettings {
  public:
@@ -47,12 +50,10 @@ class PlannerSettings {
   //! operations below.
   void Load(const std::shared_ptr<RobotDescription>& robot);
 
-  //! A new planner with these settings, of another seed if one is given (zero: none).
-  std::unique_ptr<MotionPlanner> MakePlanner(const std::shared_ptr<RobotDescription>& robot,
-                                             const WorldView& world_view, int seed = 0) const;
+  //! These settings with another seed and step size.
+  planning::MotionPlannerConfig With(int seed, double step_size) const;
 
-  //! All settings, in the order of `planning::Parameters()`.
-  std::vector<std::pair<std::string, Setting>> All() const;
+  const planning::MotionPlannerConfig& Config() const { return *config_; }
   double StepSize() const { return config_->step_size; }
   int Seed() const { return config_->seed; }
   std::string TaskSpaceFrame() const { return config_->task_space_frame_name; }

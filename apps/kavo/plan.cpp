@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cmath>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -20,6 +21,7 @@
 #include "apps/kavo/parameters.h"
 #include "apps/kavo/path_checking.h"
 #include "apps/kavo/progress.h"
+#include "apps/kavo/provenance.h"
 #include "apps/kavo/reach.h"
 #include "apps/kavo/robot_options.h"
 #include "apps/kavo/scene_options.h"
@@ -57,19 +59,21 @@ struct PlanOptions {
   bool quiet = false;
   bool verbose = false;
 
-  // The files that are read.
-  std::vector<std::string> Inputs() const {
-    std::vector<std::string> inputs = robot.Files();
-    inputs.insert(inputs.end(), scene.Files().begin(), scene.Files().end());
-    inputs.push_back(request_file);
-    inputs.push_back(planner.File());
+  // The files that are read: what each is, and its name.
+  std::vector<std::pair<std::string, std::string>> Inputs() const {
+    std::vector<std::pair<std::string, std::string>> inputs = robot.Files();
+    for (const std::string& file : scene.Files()) {
+      inputs.emplace_back("scene", file);
+    }
+    inputs.emplace_back("request", request_file);
+    inputs.emplace_back("config", planner.File());
     return inputs;
   }
 };
 
 // One seed's try at one goal.
 struct Attempt {
-  int seed = 0;
+  planning::MotionPlannerConfig config;
   Query query;
   MotionPlanner::Results results;
   QueryReport report;
@@ -172,7 +176,7 @@ class Planning {
   // path, as many as the options say until one passes the check.
   Attempt Try(const Query& query, const Attempts& attempts) {
     for (int i = 0;; ++i) {
-      Attempt attempt = TryOnce(query, attempts.Seed(i), attempts.Stop());
+      Attempt attempt = TryOnce(query, attempts.Seed(i), StepSizeOf(i), attempts.Stop());
       const bool is_hopeless = attempt.report.status == planning::SearchStatus::kInvalidStart ||
                                attempt.report.status == planning::SearchStatus::kInvalidTarget;
       const bool is_enough = attempt.results.path_found && i >= options_.num_more_seeds.value_or(0);
@@ -180,26 +184,33 @@ class Planning {
         return attempt;
       }
       if (!options_.quiet) {
-        std::cerr << "kavo: seed " << attempt.seed << ": "
+        std::cerr << "kavo: seed " << attempt.config.seed << ": "
                   << (attempt.results.path_found ? "the path fails the check"
                                                  : ToString(attempt.report.status))
-                  << "; trying the next seed\n";
+                  << "; trying the next seed"
+                  << (StepSizeOf(i + 1) < StepSizeOf(i) ? " and half the step_size" : "") << "\n";
       }
     }
   }
 
-  Attempt TryOnce(const Query& query, int seed, const StopCondition& stop) {
+  // A path that passes between the points of one check is found out by the next, finer one: every second try
+  // of those that the options ask for halves the step, down to a 64th.
+  double StepSizeOf(int i) const {
+    const int num_halvings = std::min((std::min(i, options_.num_more_seeds.value_or(0)) + 1) / 2, 6);
+    return std::ldexp(settings_.StepSize(), -num_halvings);
+  }
+
+  Attempt TryOnce(const Query& query, int seed, double step_size, const StopCondition& stop) {
     const Silence silence(options_.verbose ? LogLevel::kInfo : LogLevel::kError);
-    Attempt attempt;
-    attempt.seed = seed;
-    attempt.query = query;
-    const auto planner = settings_.MakePlanner(situation_.robot->description, situation_.world.view(), seed);
+    Attempt attempt{settings_.With(seed, step_size), query, {}, {}, {}};
+    const auto planner =
+        CreateMotionPlanner(attempt.config, situation_.robot->description, situation_.world.view());
     Progress progress(options_.quiet);
     planner->setStopCondition([&] {
       progress.ShowTime("planning");
       return stop();
     });
-    const bool interpolates = settings_.StepSize() >= kLeastStepInterpolated;
+    const bool interpolates = step_size >= kLeastStepInterpolated;
     if (!interpolates && json_file_.IsWanted()) {
       situations_.GetNotes().Say("the interpolated path is left out: step_size is below " +
                                  Number(kLeastStepInterpolated));
@@ -278,7 +289,7 @@ class Planning {
       text += "the path ends at the goal but for whole turns of joints without limits\n";
     }
     text += "time: search " + Time(report.search_seconds) + ", shortening " +
-            Time(report.shortening_seconds) + "; seed " + std::to_string(attempt.seed) + ", " +
+            Time(report.shortening_seconds) + "; seed " + std::to_string(attempt.config.seed) + ", " +
             std::to_string(report.num_iterations) + " extensions, " + std::to_string(report.num_nodes[0]) +
             " and " + std::to_string(report.num_nodes[1]) + " nodes, " +
             std::to_string(report.num_validity_checks) + " configurations checked\n";
@@ -294,7 +305,7 @@ class Planning {
                 ? "check: " + Explain(*attempt.check, Robot(), situation_.scope, path.size() - 1, check_step_)
                 : "check: none\n";
     if (!attempt.IsGood() && !options_.num_more_seeds) {
-      text += "Try --verify, which plans with other seeds until a path passes, or a smaller step_size.\n";
+      text += "Try --verify, which plans with other seeds and smaller steps until a path passes.\n";
     }
     return text;
   }
@@ -323,13 +334,15 @@ class Planning {
 
   formats::PlanRecord Record(const Attempt& attempt) const {
     formats::PlanRecord record;
+    record.version = Version();
+    record.files = HashFiles(options_.Inputs());
     record.robot = situation_.robot->name;
     record.held_joints = HeldJoints(*situation_.robot);
     record.joint_names = JointNames(Robot());
     record.start = attempt.query.start;
     record.target = attempt.query.target;
-    record.settings = settings_.All();
-    record.seed = attempt.seed;
+    record.settings = AllSettings(attempt.config);
+    record.seed = attempt.config.seed;
     record.found = attempt.results.path_found;
     record.status = ToString(attempt.report.status);
     record.path = attempt.results.path;
@@ -442,8 +455,8 @@ void AddPlanCommand(CLI::App& app, Run& run) {
           ->group("Check");
   plan->add_option(
           "--verify", options->num_more_seeds,
-          "Where no path is found or the path fails the check, plan again with the next seed, up to N "
-          "more times")
+          "Where no path is found or the path fails the check, plan again with the next seed, and every "
+          "second time with half the step_size, up to N more times")
       ->type_name("[N]")
       ->group("Check")
       ->expected(0, 1)

@@ -87,8 +87,11 @@ std::shared_ptr<const formats::LoadedRobot> RobotModel::Make(const std::map<std:
   return robot;
 }
 
-std::vector<std::string> RobotOptions::Files() const {
-  return IsBuiltin(robot_) ? std::vector<std::string>() : std::vector{robot_, srdf_, spheres_};
+std::vector<std::pair<std::string, std::string>> RobotOptions::Files() const {
+  if (IsBuiltin(robot_)) {
+    return {};
+  }
+  return {{"robot", robot_}, {"srdf", srdf_}, {"spheres", spheres_}};
 }
 
 RobotModel RobotOptions::Load() const {

@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "kavo/formats/robot_file.h"
@@ -41,8 +42,8 @@ class RobotOptions {
   //! This object must outlive the parsing.
   void AddOptions(CLI::App& app);
 
-  //! The files that are read.
-  std::vector<std::string> Files() const;
+  //! The files that are read: what each is, and its name.
+  std::vector<std::pair<std::string, std::string>> Files() const;
 
   //! The robot; throws `UnusableInput` or `formats::FileError`.
   RobotModel Load() const;

@@ -68,6 +68,41 @@ std::string JoinQuoted(const std::vector<std::string>& names) {
   return text;
 }
 
+namespace {
+
+// Letters to insert, drop or exchange, neighbours swapped included (Damerau, 1964).
+std::size_t NumChanges(const std::string& a, const std::string& b) {
+  std::vector<std::vector<std::size_t>> changes(a.size() + 1, std::vector<std::size_t>(b.size() + 1));
+  for (std::size_t i = 0; i <= a.size(); ++i) {
+    for (std::size_t k = 0; k <= b.size(); ++k) {
+      if (i == 0 || k == 0) {
+        changes[i][k] = i + k;
+        continue;
+      }
+      const std::size_t exchanged = changes[i - 1][k - 1] + (a[i - 1] == b[k - 1] ? 0 : 1);
+      changes[i][k] = std::min({changes[i - 1][k] + 1, changes[i][k - 1] + 1, exchanged});
+      if (i > 1 && k > 1 && a[i - 1] == b[k - 2] && a[i - 2] == b[k - 1]) {
+        changes[i][k] = std::min(changes[i][k], changes[i - 2][k - 2] + 1);
+      }
+    }
+  }
+  return changes[a.size()][b.size()];
+}
+
+}  // namespace
+
+std::string Suggestion(const std::string& word, const std::vector<std::string>& candidates) {
+  const std::string* nearest = nullptr;
+  std::size_t fewest = 1 + word.size() / 3;
+  for (const std::string& candidate : candidates) {
+    if (const std::size_t changes = NumChanges(word, candidate); changes <= fewest) {
+      nearest = changes < fewest || nearest == nullptr ? &candidate : nearest;
+      fewest = changes;
+    }
+  }
+  return nearest == nullptr ? "" : "; did you mean '" + *nearest + "'?";
+}
+
 std::vector<std::string> Split(const std::string& text, char separator) {
   std::vector<std::string> parts(1);
   for (const char c : text) {

@@ -28,6 +28,10 @@ std::string Printable(const std::string& text, bool keeps_lines = false);
 //! "'a', 'b'", printable.
 std::string JoinQuoted(const std::vector<std::string>& names);
 
+//! "; did you mean 'goal'?" with the candidate that takes the fewest changes of a letter, if they are few;
+//! else empty.
+std::string Suggestion(const std::string& word, const std::vector<std::string>& candidates);
+
 //! The parts between the separators; one empty part for an empty text.
 std::vector<std::string> Split(const std::string& text, char separator);
 

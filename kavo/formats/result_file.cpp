@@ -286,7 +286,15 @@ PathFile ParseJsonPath(const std::string& text, const std::string& file,
 }  // namespace
 
 std::string ToJson(const PlanRecord& record) {
-  Json json = {{"robot", record.robot},
+  Json files = Json::array();
+  for (const InputFile& file : record.files) {
+    files.push_back({{"role", file.role},
+                     {"name", file.name},
+                     {"sha256", file.sha256.empty() ? Json() : Json(file.sha256)}});
+  }
+  Json json = {{"version", record.version},
+               {"files", files},
+               {"robot", record.robot},
                {"joint_names", record.joint_names},
                {"held_joints", record.held_joints},
                {"start", ToArray(record.start)},

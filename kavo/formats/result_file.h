@@ -26,6 +26,15 @@ struct FramePosition {
   Eigen::Vector3d position = Eigen::Vector3d::Zero();
 };
 
+//! A file that a query came from.
+struct InputFile {
+  //! What it is to the query: "robot", "scene", "request" and so on.
+  std::string role;
+  std::string name;
+  //! Of its contents, in hexadecimal digits; empty where it is not known.
+  std::string sha256;
+};
+
 //! How a path fared in a check apart from the planner's own.
 struct PathCheck {
   bool passed = false;
@@ -52,6 +61,9 @@ struct PlanRecord {
   using PositionTarget = FramePosition;
   using Check = PathCheck;
 
+  //! Of the program that made it.
+  std::string version;
+  std::vector<InputFile> files;
   std::string robot;
   //! In the order of the c-space coordinates.
   std::vector<std::string> joint_names;
@@ -82,10 +94,10 @@ struct PathFile {
   std::map<std::string, double> held_joints;
 };
 
-//! The record as JSON, indented by two spaces and with the keys in one order: robot, joint_names,
-//! held_joints, start, target, settings, seed, found, status, path, interpolated_path, statistics, check.
-//! Numbers are written such that reading them gives the same bits; what is not finite, or not there, becomes
-//! null. The target is an array (a configuration) or {frame, position}.
+//! The record as JSON, indented by two spaces and with the keys in one order: version, files,
+//! robot, joint_names, held_joints, start, target, settings, seed, found, status, path, interpolated_path,
+//! statistics, check. Numbers are written such that reading them gives the same bits; what is not finite, or
+//! not there, becomes null. The target is an array (a configuration) or {frame, position}.
 KAVO_EXPORT std::string ToJson(const PlanRecord& record);
 
 //! Configurations as CSV: a line with the joint names, then one configuration a line. Numbers are as short as

@@ -22,13 +22,15 @@ using ::testing::IsEmpty;
 TEST(InfoTest, ShowsTheRobot) {
   const Folder folder;
   const Outcome info = RunKavo({"info", "--robot", folder.Write("arm.urdf", kArmUrdf), "--srdf",
-                                folder.Write("arm.srdf", kArmSrdf), "--self-collision"});
+                                folder.Write("arm.srdf", kArmSrdf), "--self-collision", "--at", "0,0,0.5"});
   EXPECT_EQ(info.status, 0);
   EXPECT_THAT(
       info.output,
-      AllOf(HasSubstr("robot 'two_link'"), HasSubstr("\nelbow        -3      3        0\n"),
-            HasSubstr("\nslide         0    0.5     0.25\n"), HasSubstr("\ngripper        -\n"),
-            HasSubstr("collision spheres: 3\n"), HasSubstr("must not touch each other: 1\n  post lower\n"),
+      AllOf(HasSubstr("robot 'two_link'"), HasSubstr("\nelbow      revolute     -3      3        0\n"),
+            HasSubstr("\nslide     prismatic      0    0.5     0.25\n"),
+            HasSubstr("\ngripper        -            -    -  2.5  0  0   0   0   0   1\n"),
+            HasSubstr("collision spheres: 3, together 2.2 x 0.2 x 0.2 m at that configuration\n"),
+            HasSubstr("must not touch each other: 1\n  post lower\n"),
             // 1 m to the elbow, 1 m to the slide, and 0.5 m of that.
             HasSubstr("frame 'gripper', from the first joint at 0,0,0: no more than 2.5 m; ")));
 }

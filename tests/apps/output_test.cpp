@@ -104,8 +104,8 @@ TEST_F(OutputTest, SignalsEndTheWorkAndWhatIsThereIsKept) {
        "INT", 130, "no path: stopped"},
       {With("check", {"--path", path, "--step", "1e-7"}), "TERM", 143,
        "STOPPED before the end, nothing found in the first "},
-      {With("bench", {"--problems", folder_ / "problems", "--repeat", "1000000", "--json", json}), "INT", 130,
-       " of 1000000 runs; the tables are of these"},
+      {With("bench", {"--problems", folder_ / "problems", "--repeat", "100000", "--json", json}), "INT", 130,
+       " of 100000 runs; the tables are of these"},
   };
   for (const auto& c : cases) {
     const Outcome stopped = RunKavo(c.arguments, {}, c.signal);

@@ -25,6 +25,8 @@ using ::testing::ElementsAre;
 
 PlanRecord SmallRecord() {
   PlanRecord record;
+  record.version = "1.2";
+  record.files = {{"robot", "arm.urdf", "ab"}};
   record.robot = "arm \"x\"";
   record.joint_names = {"a", "b"};
   record.held_joints = {{"torso", 0.25}};
@@ -53,6 +55,14 @@ PlanRecord SmallRecord() {
 TEST(ResultFile, JsonIsLaidOutForReaders) {
   PlanRecord record = SmallRecord();
   EXPECT_EQ(ToJson(record), R"({
+  "version": "1.2",
+  "files": [
+    {
+      "role": "robot",
+      "name": "arm.urdf",
+      "sha256": "ab"
+    }
+  ],
   "robot": "arm \"x\"",
   "joint_names": ["a","b"],
   "held_joints": {
