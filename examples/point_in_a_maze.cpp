@@ -2,12 +2,9 @@
 
 #include <cstdlib>
 #include <iostream>
-#include <memory>
 
 #include "kavo/motion_planning/environment/basic_3d_environment.h"
-#include "kavo/motion_planning/rrt/basic_rrt.h"
-#include "kavo/motion_planning/tree/basic_tree.h"
-#include "kavo/motion_planning/util/smoothing.h"
+#include "kavo/motion_planning/rrt/find_path.h"
 #include "kavo/world/world.h"
 
 int main() {
@@ -23,22 +20,17 @@ int main() {
                                                    Eigen::Vector3d(4.0, 1.0, 1.0));
   const auto environment = CreateBasic3dEnvironment({world.view(), room, 100, 1});
 
-  const double step = 0.1;
-  const Eigen::VectorXd start = Eigen::Vector3d(0.5, -0.5, 0.5);
-  const Eigen::VectorXd goal = Eigen::Vector3d(3.5, -0.5, 0.5);
-  std::unique_ptr<Tree> tree = CreateBasicTree(3, environment->CSpaceDistanceMetric(), false);
-  const auto planner =
-      CreateBasicRRT({Eigen::Vector3d::Constant(step), step, 10000, false}, environment, tree);
-  const auto nodes = planner->TryToFindPath(start, goal);
-  if (!nodes) {
-    std::cerr << "No path found.\n";
+  // Steps of 10 cm, 10 000 of them at most, half of them towards random points.
+  const RRTConnectConfig config(0.1, 10000, 0.5);
+  const FoundPath found =
+      FindPath(environment, config, Eigen::Vector3d(0.5, -0.5, 0.5), Eigen::Vector3d(3.5, -0.5, 0.5));
+  if (!found) {
+    std::cerr << "No path: " << ToString(found.status) << "\n";
     return EXIT_FAILURE;
   }
-
-  const auto path = ShortCircuitPath(ConvertToConfigurations(*nodes), environment, step, 20, 1);
-  std::cout << "Path through the maze: " << nodes->size() << " waypoints, " << path.size()
-            << " after shortening (" << tree->NumNodes() << " nodes in the tree).\n";
-  for (const Eigen::VectorXd& waypoint : path) {
+  std::cout << "Path through the maze: " << found.num_raw_waypoints << " waypoints, " << found.path.size()
+            << " after shortening (" << found.num_nodes << " nodes in the trees).\n";
+  for (const Eigen::VectorXd& waypoint : found.path) {
     std::cout << "  " << waypoint.transpose() << "\n";
   }
   return EXIT_SUCCESS;

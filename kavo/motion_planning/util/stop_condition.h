@@ -7,6 +7,7 @@
 namespace kavo {
 
 //! Asked over and over while a query runs; the query ends soon after it first says true. Empty: never.
+//! Queries ask copies of it: what it counts has to stand outside.
 using StopCondition = std::function<bool()>;
 
 //! A condition that holds once `seconds` have passed since this call. A number that is not positive, or NaN,

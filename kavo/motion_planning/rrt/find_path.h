@@ -1,0 +1,54 @@
+#pragma once
+
+#include <Eigen/Core>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "kavo/motion_planning/environment/environment.h"
+#include "kavo/motion_planning/rrt/rrt_connect.h"
+#include "kavo/motion_planning/rrt/search_status.h"
+#include "kavo/motion_planning/util/stop_condition.h"
+#include "kavo/util/export.h"
+
+namespace kavo::planning {
+
+//! What `FindPath` does beside searching.
+struct FindPathOptions {
+  //! Whether a path is shortened as `ShortCircuitPath` does it, in steps of one edge length.
+  bool shorten = true;
+  //! Random waypoints that shortening tries, and the seed of their choice.
+  int num_short_cuts = 20;
+  unsigned int short_cut_seed = 1;
+  //! Ends the search, or leaves the path as short as it is by then.
+  StopCondition stop_condition;
+};
+
+//! What `FindPath` found.
+struct FoundPath {
+  SearchStatus status = SearchStatus::kNone;
+  //! From the start to the target (in periodic coordinates of the environment: to the target but for whole
+  //! turns). Empty unless the status is `kFound`.
+  std::vector<Eigen::VectorXd> path;
+  //! Whether the stop condition ended the shortening.
+  bool was_shortening_stopped = false;
+  //! Waypoints before the path was shortened.
+  std::uint64_t num_raw_waypoints = 0;
+  //! Extensions that the search made, and nodes of both trees at its end.
+  std::uint64_t num_iterations = 0;
+  std::uint64_t num_nodes = 0;
+
+  explicit operator bool() const { return status == SearchStatus::kFound; }
+};
+
+//! A path in any environment, such as one of your own: `CreateRRTConnect` with plain trees under the
+//! environment's metric, and `ShortCircuitPath`. One query after the other goes on in the environment's
+//! random sequence.
+//! \param environment Fatal without one.
+//! \param q_start, q_target A length other than the environment's dimension is fatal; a configuration that is
+//!     not valid gives a status and a warning.
+KAVO_EXPORT FoundPath FindPath(const std::shared_ptr<Environment>& environment,
+                               const RRTConnectConfig& config, const Eigen::VectorXd& q_start,
+                               const Eigen::VectorXd& q_target, const FindPathOptions& options = {});
+
+}  // namespace kavo::planning

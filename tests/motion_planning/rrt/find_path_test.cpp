@@ -1,0 +1,53 @@
+#include "kavo/motion_planning/rrt/find_path.h"
+
+#include <gtest/gtest.h>
+
+#include "kavo/motion_planning/tree/basic_tree.h"
+#include "tests/motion_planning/rrt/small_world.h"
+#include "tests/support/log_capture.h"
+
+namespace kavo::planning {
+namespace {
+
+TEST(FindPath, IsThePlannerAndTheShortCutsPutTogetherByHand) {
+  const testing::LogCapture log;
+  int num_found = 0;
+  for (unsigned int seed = 0; seed < 100; ++seed) {
+    const testing::SmallWorld world(seed, 2);
+    const RRTConnectConfig config(world.step, 20, 0.5);
+    const auto environment = world.MakeEnvironment();
+    std::unique_ptr<Tree> trees[] = {CreateBasicTree(2, L2Norm, false), CreateBasicTree(2, L2Norm, false)};
+    const auto rrt = CreateRRTConnect(config, environment, trees[0], trees[1]);
+    testing::Path path = testing::Plan(*rrt, world.start, world.goal).value_or(testing::Path());
+
+    FindPathOptions options;
+    options.shorten = seed % 2 == 0;
+    const FoundPath found = FindPath(world.MakeEnvironment(), config, world.start, world.goal, options);
+    EXPECT_EQ(found.status, rrt->LastStatus());
+    EXPECT_EQ(found.num_iterations, rrt->LastNumIterations());
+    EXPECT_EQ(found.num_nodes, trees[0]->NumNodes() + trees[1]->NumNodes());
+    EXPECT_EQ(found.num_raw_waypoints, path.size());
+    if (options.shorten && path.size() > 2) {
+      ++num_found;
+      path = ShortCircuitPath(path, environment, world.step, 20, 1);
+      // A stop where the search asks last, and one where the short cuts ask first.
+      int num_asked = 0;
+      options.shorten = false;
+      options.stop_condition = [&] { return ++num_asked < 0; };
+      FindPath(world.MakeEnvironment(), config, world.start, world.goal, options);
+      for (const bool is_late : {false, true}) {
+        options.shorten = true;
+        int left = num_asked - (is_late ? 0 : 1);
+        options.stop_condition = [&] { return left-- <= 0; };
+        const FoundPath stopped = FindPath(world.MakeEnvironment(), config, world.start, world.goal, options);
+        EXPECT_EQ(stopped.status, is_late ? SearchStatus::kFound : SearchStatus::kStopped);
+        EXPECT_EQ(stopped.was_shortening_stopped, is_late);
+      }
+    }
+    EXPECT_EQ(found.path, path);
+  }
+  EXPECT_GT(num_found, 20);
+}
+
+}  // namespace
+}  // namespace kavo::planning
