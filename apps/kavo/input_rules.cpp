@@ -37,7 +37,7 @@ std::vector<std::string> Scope::Ignored() const {
 }
 
 std::string Scope::Valid() const {
-  std::string text = "valid";
+  std::string text = has_spheres ? "valid" : "valid for the limits only (the robot has no collision spheres)";
   if (!uncovered_links.empty()) {
     text += " for the covered links only (not " + JoinQuoted(uncovered_links) + ")";
   }
@@ -123,8 +123,9 @@ void InputRules::Admit(const std::vector<formats::Unhonoured>& unhonoured, Scope
 }
 
 void InputRules::Admit(const formats::LoadedRobot& robot, Scope& scope) const {
-  scope.num_self_collision_pairs =
-      dynamic_cast<const RobotDescriptionInternal&>(*robot.description).collisionPairs().size();
+  const auto& description = dynamic_cast<const RobotDescriptionInternal&>(*robot.description);
+  scope.has_spheres = !description.collisionFrameNames().empty();
+  scope.num_self_collision_pairs = description.collisionPairs().size();
   if (robot.uncovered_links.empty()) {
     return;
   }

@@ -21,6 +21,8 @@ struct Scope {
   std::set<formats::Unhonoured::Kind> ignored;
   //! Links with collision geometry that nothing stands for.
   std::vector<std::string> uncovered_links;
+  //! Whether the robot has spheres at all.
+  bool has_spheres = true;
   //! Pairs of frames of the robot that were looked at for contact with each other.
   std::size_t num_self_collision_pairs = 0;
 

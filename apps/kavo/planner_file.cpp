@@ -79,7 +79,12 @@ void RefuseUnknown(const YAML::Node& root, const std::string& file) {
   }
   std::vector<std::pair<std::string, int>> names;
   CollectNames(root, "", names);
+  std::set<std::string> seen;
   for (const auto& [name, line] : names) {
+    if (!seen.insert(name).second) {
+      throw UnusableInput(file + ":" + std::to_string(line) + ": found '" + name +
+                          "' again, expected each setting once");
+    }
     if (name == kHasTree || std::find(known.begin(), known.end(), name) == known.end()) {
       throw UnusableInput(file + ":" + std::to_string(line) + ": found '" + name +
                           "', which is no setting of a planner file" + Suggestion(name, known));
@@ -138,7 +143,11 @@ MotionPlannerConfig ReadPlannerFile(const std::string& file, const RobotDescript
     if (std::filesystem::is_directory(file, unused)) {
       throw YAML::BadFile(file);
     }
-    const YAML::Node root = YAML::LoadFile(file);
+    const std::vector<YAML::Node> documents = YAML::LoadAllFromFile(file);
+    if (documents.size() > 1) {
+      throw UnusableInput(file + ": found " + std::to_string(documents.size()) + " documents, expected one");
+    }
+    const YAML::Node root = documents.empty() ? YAML::Node() : documents.front();
     if (!root.IsMap()) {
       throw UnusableInput(file +
                           ": found no map, expected settings of the planner as 'kavo info --params' "

@@ -42,8 +42,8 @@ Srdf::GroupState ReadGroupState(const XmlFile& xml, const Element& element) {
   for (const Element* joint : XmlFile::children(element, "joint")) {
     const std::string name = xml.attribute(*joint, "name");
     const std::vector<double> values = xml.numbers(*joint, "value");
-    if (values.size() == 1) {
-      state.joint_values[name] = values[0];
+    if (values.size() == 1 && !state.joint_values.emplace(name, values[0]).second) {
+      xml.fail(*joint, "joint " + Quoted(name) + " again", "each joint of a group state once");
     }
   }
   return state;

@@ -166,6 +166,8 @@ TEST_F(PlanTest, RefusesWhatItCannotUse) {
       {{"--start", "left", "--goal", "right", "--config",
         folder_.Write("typo.yaml", "seed: 5\nstepsize: 1\n")},
        "typo.yaml:2: found 'stepsize', which is no setting of a planner file; did you mean 'step_size'?"},
+      {{"--start", "left", "--goal", "right", "--config", folder_.Write("two.yaml", "seed: 5\nseed: 6\n")},
+       "two.yaml:2: found 'seed' again, expected each setting once"},
       {{"--start", "left", "--goal", "right", "--config", folder_.Write("word.yaml", "seed: five\n")},
        "word.yaml:1: found 'seed: five', expected"},
       {{"--start", "left", "--goal", "right", "--config", no_seed},

@@ -26,7 +26,7 @@ Outcome RunKavo(const std::vector<std::string>& arguments, const std::string& in
                 const std::string& signal) {
   const Folder folder;
   std::string line =
-      (signal.empty() ? "" : "timeout --preserve-status --signal " + signal + " 1 ") + Quoted(KAVO_COMMAND);
+      (signal.empty() ? "" : "timeout --preserve-status --signal " + signal + " 2 ") + Quoted(KAVO_COMMAND);
   for (const std::string& argument : arguments) {
     line += " " + Quoted(argument);
   }

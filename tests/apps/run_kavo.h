@@ -15,7 +15,7 @@ struct Outcome {
 
 //! Runs the built command as a process of its own.
 //! \param input What it reads on standard input.
-//! \param signal With one ("INT"), it is sent after a second.
+//! \param signal With one ("INT"), it is sent after two seconds.
 Outcome RunKavo(const std::vector<std::string>& arguments, const std::string& input = {},
                 const std::string& signal = {});
 

@@ -36,7 +36,8 @@ class KAVO_EXPORT EntrySplitterStar : public EntrySplitter {
  private:
   int dimension_;
   int min_entries_per_node_;
-  int max_entries_per_node_;
+  // Only what it leaves of places to cut counts, below.
+  [[maybe_unused]] int max_entries_per_node_;
   int num_distributions_;
 };
 
