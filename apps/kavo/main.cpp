@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <exception>
 #include <iostream>
+#include <memory>
 #include <new>
 #include <string>
 
@@ -36,6 +37,24 @@ int Fail(const std::string& message, int status = ExitStatus::kUnusableInput) {
   return status;
 }
 
+// \param overview The program's own help: once a command is chosen, the program gives that command's.
+void AddHelpCommand(CLI::App& app, kavo::command::Run& run, const std::string& overview) {
+  const auto explained = std::make_shared<std::string>();
+  CLI::App* help = app.add_subcommand("help", "Explain a command, or the program");
+  help->add_option("command", *explained, "The command")->type_name("COMMAND");
+  help->callback([&app, &run, &overview, explained] {
+    const char* const words[] = {"kavo", explained->c_str()};
+    if (const std::string misspelling = kavo::command::FindMisspelling(app, 2, words);
+        !explained->empty() && !misspelling.empty()) {
+      throw kavo::command::UnusableInput(misspelling);
+    }
+    run = [&app, &overview, explained] {
+      std::cout << (explained->empty() ? overview : app.get_subcommand(*explained)->help("kavo"));
+      return static_cast<int>(ExitStatus::kDone);
+    };
+  });
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -53,21 +72,8 @@ int main(int argc, char** argv) {
   kavo::command::AddBenchCommand(app, run);
   kavo::command::AddInfoCommand(app, run);
   kavo::command::AddPairsCommand(app, run);
-  std::string explained;
   std::string overview;
-  CLI::App* help = app.add_subcommand("help", "Explain a command, or the program");
-  help->add_option("command", explained, "The command")->type_name("COMMAND");
-  help->callback([&] {
-    const char* const words[] = {argv[0], explained.c_str()};
-    if (const std::string misspelling = kavo::command::FindMisspelling(app, 2, words);
-        !explained.empty() && !misspelling.empty()) {
-      throw kavo::command::UnusableInput(misspelling);
-    }
-    run = [&] {
-      std::cout << (explained.empty() ? overview : app.get_subcommand(explained)->help("kavo"));
-      return static_cast<int>(ExitStatus::kDone);
-    };
-  });
+  AddHelpCommand(app, run, overview);
   app.footer(
       "'kavo COMMAND --help' explains a command. Only answers go to standard output; warnings and\n"
       "progress go to standard error. Lengths are metres, angles radians. The exit status is 0 when the\n"
@@ -76,7 +82,6 @@ int main(int argc, char** argv) {
   std::string kind;
   app.add_option("--generate", kind)->group("")->check(CLI::IsMember({"man", "bash"}));
 
-  // Once a command is chosen, the program's own help is that command's.
   overview = app.help();
 
   try {

@@ -399,62 +399,56 @@ int Plan(const PlanOptions& options) {
   return Planning(options).Run();
 }
 
-}  // namespace
-
-void AddPlanCommand(CLI::App& app, Run& run) {
-  const auto options = std::make_shared<PlanOptions>();
-  CLI::App* plan = app.add_subcommand("plan", "Plan one path and check it");
-  options->robot.AddOptions(*plan);
-  options->scene.AddOptions(*plan);
-  options->rules.AddOptions(*plan);
-
+void AddQueryOptions(CLI::App& plan, PlanOptions& options) {
   const std::string group = "Query";
   CLI::Option* request =
-      plan->add_option(
-              "--request", options->request_file,
+      plan.add_option(
+              "--request", options.request_file,
               "Motion-plan request (YAML). Its goals are tried in order until a path passes the check")
           ->type_name("FILE")
           ->group(group);
-  plan->add_option("--start", options->start,
-                   "Configuration to start from: numbers with commas between them, one for each joint, or a "
-                   "name ('default', or a named configuration of the SRDF)")
+  plan.add_option("--start", options.start,
+                  "Configuration to start from: numbers with commas between them, one for each joint, or a "
+                  "name ('default', or a named configuration of the SRDF)")
       ->type_name("Q|NAME")
       ->group(group)
       ->excludes(request);
-  CLI::Option* goal = plan->add_option("--goal", options->goal, "Configuration to go to, likewise")
+  CLI::Option* goal = plan.add_option("--goal", options.goal, "Configuration to go to, likewise")
                           ->type_name("Q|NAME")
                           ->group(group)
                           ->excludes(request);
   CLI::Option* target =
-      plan->add_option("--target", options->target,
-                       "Position to take a frame to, metres in the frame of the robot's base")
+      plan.add_option("--target", options.target,
+                      "Position to take a frame to, metres in the frame of the robot's base")
           ->type_name("X,Y,Z")
           ->group(group)
           ->excludes(request)
           ->excludes(goal);
-  plan->add_option("--frame", options->frame, "The frame to take there; the tip of the robot unless given")
+  plan.add_option("--frame", options.frame, "The frame to take there; the tip of the robot unless given")
       ->type_name("FRAME")
       ->group(group)
       ->needs(target);
 
-  plan->add_option("--time-limit", options->time_limit,
-                   "Stop planning after this time, all goals and seeds together; goes before the request's "
-                   "allowed_planning_time")
+  plan.add_option("--time-limit", options.time_limit,
+                  "Stop planning after this time, all goals and seeds together; goes before the request's "
+                  "allowed_planning_time")
       ->type_name("SECONDS")
       ->group(group)
       ->check(CheckPositive);
-  options->planner.AddOptions(*plan);
-  plan->add_option("--check-step", options->check_step,
-                   "Distance of the configurations at which the path is checked apart from the planner; a "
-                   "tenth of step_size unless given")
+}
+
+void AddCheckOptions(CLI::App& plan, PlanOptions& options) {
+  plan.add_option("--check-step", options.check_step,
+                  "Distance of the configurations at which the path is checked apart from the planner; a "
+                  "tenth of step_size unless given")
       ->type_name("STEP")
       ->group("Check")
       ->check(CheckPositive);
   CLI::Option* unchecked =
-      plan->add_flag("--no-check", options->is_unchecked, "Do not check the path apart from the planner")
+      plan.add_flag("--no-check", options.is_unchecked, "Do not check the path apart from the planner")
           ->group("Check");
-  plan->add_option(
-          "--verify", options->num_more_seeds,
+  plan.add_option(
+          "--verify", options.num_more_seeds,
           "Where no path is found or the path fails the check, plan again with the next seed, and every "
           "second time with half the step_size, up to N more times")
       ->type_name("[N]")
@@ -463,20 +457,37 @@ void AddPlanCommand(CLI::App& app, Run& run) {
       ->default_str("10")
       ->check(CLI::Range(0, 1000000))
       ->excludes(unchecked);
-  plan->add_option("--json", options->json_file,
-                   "Write everything as JSON: query, settings, path, statistics, check; - is standard output")
+}
+
+void AddOutputOptions(CLI::App& plan, PlanOptions& options) {
+  plan.add_option("--json", options.json_file,
+                  "Write everything as JSON: query, settings, path, statistics, check; - is standard output")
       ->type_name("FILE")
       ->group("Output");
-  plan->add_option("--csv", options->csv_file,
-                   "Write the waypoints as CSV, a line of joint names first; - is standard output")
+  plan.add_option("--csv", options.csv_file,
+                  "Write the waypoints as CSV, a line of joint names first; - is standard output")
       ->type_name("FILE")
       ->group("Output");
-  CLI::Option* quiet = plan->add_flag("-q,--quiet", options->quiet,
-                                      "Print the waypoints as CSV and nothing else, not even warnings")
+  CLI::Option* quiet = plan.add_flag("-q,--quiet", options.quiet,
+                                     "Print the waypoints as CSV and nothing else, not even warnings")
                            ->group("Output");
-  plan->add_flag("-v,--verbose", options->verbose, "Show notices of the library too")
+  plan.add_flag("-v,--verbose", options.verbose, "Show notices of the library too")
       ->excludes(quiet)
       ->group("Output");
+}
+
+}  // namespace
+
+void AddPlanCommand(CLI::App& app, Run& run) {
+  const auto options = std::make_shared<PlanOptions>();
+  CLI::App* plan = app.add_subcommand("plan", "Plan one path and check it");
+  options->robot.AddOptions(*plan);
+  options->scene.AddOptions(*plan);
+  options->rules.AddOptions(*plan);
+  AddQueryOptions(*plan, *options);
+  options->planner.AddOptions(*plan);
+  AddCheckOptions(*plan, *options);
+  AddOutputOptions(*plan, *options);
   plan->footer(
       "Prints the waypoints, what the search cost, and what a check apart from the planner says; or\n"
       "why there is no path. The exit status is 0 for a path that passes the check, 1 without one, 2\n"
