@@ -386,10 +386,12 @@ std::optional<WorldView::Nearest> Snapshot::nearestObstacle(const Eigen::Vector3
   for (std::size_t i = 0; i < half_spaces_.size(); ++i) {
     Consider(half_spaces_[i], half_space_handles_[i], p, nearest);
   }
-  if (std::fabs(p[0]) + std::fabs(p[1]) + std::fabs(p[2]) <= std::min(largest_magnitude_, kLargestBound)) {
-    if (!groups_.empty()) {
-      findNearest(p, 0, nearest);
-    }
+  // To measure a few solids takes less than to find out which of them to measure.
+  constexpr std::size_t kFewSolids = 16;
+  const bool is_bounded =
+      std::fabs(p[0]) + std::fabs(p[1]) + std::fabs(p[2]) <= std::min(largest_magnitude_, kLargestBound);
+  if (is_bounded && solids_.size() > kFewSolids) {
+    findNearest(p, 0, nearest);
   } else {
     for (std::size_t i = 0; i < solids_.size(); ++i) {
       Consider(solids_[i], handles_[i], p, nearest);
