@@ -77,9 +77,15 @@ int Check(const CheckOptions& options) {
   for (Eigen::VectorXd& q : path) {
     options.rules.PutOnLimits(robot, "a waypoint", q, situations.GetNotes());
   }
+  constexpr double kMostConfigurations = 1e8;
+  if (const double length = Length(path); length > kMostConfigurations * options.step_size) {
+    throw UnusableInput("--step " + Number(options.step_size) + ": a path of length " + Number(length, 4) +
+                        " would be looked at at more than " + Number(kMostConfigurations) +
+                        " configurations, expected a larger step");
+  }
   const Stoppable stoppable;
   Progress progress(false);
-  const planning::PathCheck check = CheckAlong(path, situation, options.step_size, "--step", progress);
+  const planning::PathCheck check = CheckAlong(path, situation, options.step_size, progress);
   std::cout << HeldJointsText(*situation.robot) << path.size() << " waypoints, length "
             << Number(Length(path), 4) << ": "
             << Explain(check, robot, situation.scope, path.size() - 1, options.step_size);

@@ -9,10 +9,8 @@
 
 namespace kavo::command {
 
-//! Checks a path apart from any planner, until a signal comes. Throws `UnusableInput` if that would be so
-//! many configurations that it would not end within hours.
-//! \param option That gave the step, for the error.
+//! Checks a path apart from any planner, until a signal comes.
 planning::PathCheck CheckAlong(const std::vector<Eigen::VectorXd>& path, const Situation& situation,
-                               double step_size, const char* option, Progress& progress);
+                               double step_size, Progress& progress);
 
 }  // namespace kavo::command

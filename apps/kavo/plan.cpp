@@ -32,11 +32,14 @@
 #include "kavo/motion_planning/interface/motion_planner.h"
 #include "kavo/motion_planning/util/path_check.h"
 #include "kavo/util/log.h"
+#include "kavo/util/parse_number.h"
 
 namespace kavo::command {
 
 namespace {
 
+// Below it the check of a path of some radians takes minutes.
+constexpr double kLeastCheckStep = 1e-6;
 // Below it an interpolated path would fill the memory.
 constexpr double kLeastStepInterpolated = 1e-4;
 
@@ -124,7 +127,7 @@ class Planning {
     }
     settings_.SetDefault("task_space_frame_name", situation_.robot->tip_frame);
     settings_.Load(situation_.robot->description);
-    check_step_ = options_.check_step.value_or(settings_.StepSize() / 10.0);
+    check_step_ = options_.check_step.value_or(std::max(settings_.StepSize() / 10.0, kLeastCheckStep));
   }
 
   int Run() {
@@ -228,7 +231,7 @@ class Planning {
     }
     attempt.report = planner->queryReport();
     if (attempt.results.path_found && !options_.is_unchecked) {
-      attempt.check = CheckAlong(attempt.results.path, situation_, check_step_, "--check-step", progress);
+      attempt.check = CheckAlong(attempt.results.path, situation_, check_step_, progress);
     }
     return attempt;
   }
@@ -440,10 +443,14 @@ void AddQueryOptions(CLI::App& plan, PlanOptions& options) {
 void AddCheckOptions(CLI::App& plan, PlanOptions& options) {
   plan.add_option("--check-step", options.check_step,
                   "Distance of the configurations at which the path is checked apart from the planner; a "
-                  "tenth of step_size unless given")
+                  "tenth of step_size unless given; at least 1e-06")
       ->type_name("STEP")
       ->group("Check")
-      ->check(CheckPositive);
+      ->check([](const std::string& text) {
+        return util::ParseNumber(text).value_or(0.0) >= kLeastCheckStep
+                   ? ""
+                   : text + " is not a number of at least " + Number(kLeastCheckStep);
+      });
   CLI::Option* unchecked =
       plan.add_flag("--no-check", options.is_unchecked, "Do not check the path apart from the planner")
           ->group("Check");

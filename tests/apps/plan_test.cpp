@@ -176,7 +176,7 @@ TEST_F(PlanTest, RefusesWhatItCannotUse) {
        "shares.yaml: The sum of 'task_space_exploration_fraction' [0.5] and "},
       {{"--start", "left", "--goal", "right", "--set", "task_space_frame_name=hand"},
        "--set task_space_frame_name=hand: there is no frame 'hand'; the robot has 'post', "},
-      {{"--start", "left", "--goal", "right", "--check-step", "0"}, "0 is not a positive number"},
+      {{"--start", "left", "--goal", "right", "--check-step", "0"}, "0 is not a number of at least 1e-06"},
       {{"--start", "left", "--goal", "right", "--joint", "slide"}, "--joint slide: expected JOINT=VALUE"},
       {{"--start", "left", "--goal", "right", "--json", "-", "--csv", "-"},
        "cannot both have the standard output"},
