@@ -14,10 +14,10 @@
 #include <sstream>
 #include <utility>
 
-#include "kavo/formats/file_error.h"
 #include "kavo/kinematics/interface/kinematics_internal.h"
 #include "kavo/kinematics/interface/robot_description_internal.h"
 #include "kavo/math/constants_internal.h"
+#include "tests/formats/files.h"
 #include "tests/support/allocations.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/vectors.h"
@@ -25,6 +25,7 @@
 namespace kavo::formats {
 namespace {
 
+using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
@@ -85,12 +86,7 @@ LoadedRobot Parse(const std::string& urdf, const RobotFileOptions& options = {},
 // What `Parse` says against its arguments.
 template <typename... Arguments>
 std::string Fault(const Arguments&... arguments) {
-  try {
-    Parse(arguments...);
-  } catch (const FileError& error) {
-    return error.what();
-  }
-  return "";
+  return testing::FileErrorOf([&] { Parse(arguments...); });
 }
 
 // base -turn-> a -slide-> b -twist (follows turn)-> c -push (follows twist)-> d, a -fixed-> e;
@@ -161,9 +157,6 @@ TEST(RobotFile, ValuesOfJointsOutsideTheCSpace) {
   // Zero is out of range; the nearest limit is not.
   EXPECT_EQ(Place(*Parse(text, options).description, Vec({0.0}), "c").translation(),
             Eigen::Vector3d(0.5, -0.25, 0.0));
-  options.joint_values = {{"high", 2.0}};
-  EXPECT_EQ(Place(*Parse(text, options).description, Vec({0.0}), "c").translation(),
-            Eigen::Vector3d(2.0, -0.25, 0.0));
 }
 
 TEST(RobotFile, LimitsAsUrdfSays) {
@@ -176,20 +169,14 @@ TEST(RobotFile, LimitsAsUrdfSays) {
     std::string warning;
   } cases[] = {
       {"continuous", "", -inf, inf, ""},
-      {"continuous", "<limit effort='1' velocity='1'/>", -inf, inf, ""},
-      {"continuous", "<limit lower='-1' upper='0.5'/>", -inf, inf, ""},
       {"continuous", "<limit lower='2' upper='x'/>", -inf, inf, ""},
       {"revolute", "<limit effort='1' velocity='1'/>", 0.0, 0.0, ""},
       {"revolute", "<limit upper='3141'/>", 0.0, 3141.0, ""},
       {"revolute", "<limit lower='-6284'/>", -6284.0, 0.0,
-       "arm.urdf:4: joint \"j\" ranges over 6284 rad, more than a thousand turns: planning will take long, "
-       "if "
-       "it comes to an end at all."},
+       "6284 rad, more than a thousand turns"},
       {"prismatic", "<limit lower='-0.5'/>", -0.5, 0.0, ""},
-      {"prismatic", "<limit lower='-500' upper='500'/>", -500.0, 500.0, ""},
       {"prismatic", "<limit upper='1000.5'/>", 0.0, 1000.5,
-       "arm.urdf:4: joint \"j\" ranges over 1000.5 m, more than a kilometre: planning will take long, if it "
-       "comes to an end at all."},
+       "1000.5 m, more than a kilometre"},
   };
   for (const auto& [type, limit, lower, upper, warning] : cases) {
     SCOPED_TRACE(type + limit);
@@ -198,8 +185,9 @@ TEST(RobotFile, LimitsAsUrdfSays) {
     const kinematics::JointLimits limits = ExtractJointLimits(robot.description.get()).front();
     EXPECT_EQ(limits.min, lower);
     EXPECT_EQ(limits.max, upper);
-    EXPECT_EQ(log.warnings(),
-              warning.empty() ? std::vector<std::string>() : std::vector<std::string>{warning});
+    EXPECT_EQ(log.warnings().size(), warning.empty() ? 0u : 1u);
+    EXPECT_THAT(log.warnings(), Each("arm.urdf:4: joint \"j\" ranges over " + warning +
+                                     ": planning will take long, if it comes to an end at all."));
   }
 }
 
@@ -255,7 +243,6 @@ TEST(RobotFile, TheBuiltInArmAsAFile) {
   ASSERT_EQ(robot.description->numCSpaceCoords(), 7u);
   const auto limits = ExtractJointLimits(robot.description.get());
   for (std::size_t i = 0; i < 7; ++i) {
-    EXPECT_EQ(robot.description->cSpaceCoordName(i), built_in->cSpaceCoordName(i));
     EXPECT_EQ(limits[i].min, expected.jointLimits()[i].min);
     EXPECT_EQ(limits[i].max, expected.jointLimits()[i].max);
   }
@@ -473,7 +460,9 @@ TEST(RobotFile, CoversHoldEveryPointAndStayWithinTheTolerance) {
   for (const auto& c : cases) {
     const bool is_box = c.size.size() == 3;
     std::ostringstream solid;
+    Eigen::Vector3d extent(2 * c.size[0], 2 * c.size[0], c.size[1]);
     if (is_box) {
+      extent = {c.size[0], c.size[1], c.size[2]};
       solid << "<box size='" << c.size[0] << " " << c.size[1] << " " << c.size[2] << "'/>";
     } else {
       solid << "<cylinder radius='" << c.size[0] << "' length='" << c.size[1] << "'/>";
@@ -491,56 +480,39 @@ TEST(RobotFile, CoversHoldEveryPointAndStayWithinTheTolerance) {
     const std::vector<math::Sphere> spheres = Internal(robot).collisionSpheres("base");
     EXPECT_LE(spheres.size(), c.max_spheres) << solid.str() << " " << c.tolerance;
 
-    // How far a point in the solid's frame is from the solid.
-    const auto distance = [&](const Eigen::Vector3d& p) {
+    // The point of the solid that is nearest to one in its frame.
+    const auto nearest = [&](const Eigen::Vector3d& p) {
       if (is_box) {
-        return (p.cwiseAbs() - Eigen::Vector3d(c.size[0], c.size[1], c.size[2]) / 2).cwiseMax(0.0).norm();
+        return Eigen::Vector3d(p.cwiseMin(extent / 2).cwiseMax(-extent / 2));
       }
-      return Eigen::Vector2d(p.head<2>().norm() - c.size[0], std::fabs(p[2]) - c.size[1] / 2)
-          .cwiseMax(0.0)
-          .norm();
+      const double scale = std::fmin(1.0, c.size[0] / std::fmax(p.head<2>().norm(), 1e-300));
+      return Eigen::Vector3d(p[0] * scale, p[1] * scale, std::clamp(p[2], -c.size[1] / 2, c.size[1] / 2));
     };
     double farthest = 0.0;
     for (const math::Sphere& sphere : spheres) {
+      const Eigen::Vector3d center = pose.inverse() * sphere.center;
       for (int i = 0; i < 200; ++i) {
-        // Along an axis of the solid too, where a sphere reaches farthest.
-        const Eigen::Vector3d direction =
-            i < 6 ? Eigen::Vector3d(Eigen::Vector3d::Unit(i / 2) * (i % 2 == 0 ? 1.0 : -1.0))
-                  : Eigen::Vector3d(RandomVec(engine, 3, -1.0, 1.0)).normalized();
-        const Eigen::Vector3d center = pose.inverse() * sphere.center;
-        farthest = std::fmax(farthest, distance(center + sphere.radius * direction));
-        // And away from the axis of a cylinder.
-        const Eigen::Vector3d away = Eigen::Vector3d(center[0], center[1], 0.0).normalized();
-        farthest = std::fmax(farthest, distance(center + sphere.radius * away));
+        // Along an axis of the solid, and away from that of a cylinder, too: there a sphere reaches farthest.
+        Eigen::Vector3d direction = RandomVec(engine, 3, -1.0, 1.0);
+        if (i < 6) {
+          direction = Eigen::Vector3d::Unit(i / 2) * (i % 2 == 0 ? 1.0 : -1.0);
+        } else if (i == 6) {
+          direction = {center[0], center[1], 0.0};
+        }
+        const Eigen::Vector3d p = center + sphere.radius * direction.normalized();
+        farthest = std::fmax(farthest, (p - nearest(p)).norm());
       }
     }
     EXPECT_LE(farthest, c.tolerance) << solid.str();
 
-    int uncovered = 0;
+    // Inside, on faces, on edges and in corners.
     for (int i = 0; i < 6000; ++i) {
-      Eigen::Vector3d p = RandomVec(engine, 3, -0.5, 0.5);
-      // A third each inside, on the surface and on an edge.
-      for (int coordinate = 0; coordinate < (is_box ? i % 3 : 0); ++coordinate) {
-        const auto k = static_cast<Eigen::Index>(engine() % 3);
-        p[k] = std::copysign(0.5, p[k]);
-      }
-      if (is_box) {
-        p = p.cwiseProduct(Eigen::Vector3d(c.size[0], c.size[1], c.size[2]));
-      } else {
-        const double angle = 2.0 * kPi * p[0];
-        const double radius = c.size[0] * (i % 3 == 0 ? std::sqrt(p[1] + 0.5) : 1.0);
-        p = {radius * std::cos(angle), radius * std::sin(angle),
-             c.size[1] * (i % 3 == 1 ? std::copysign(0.5, p[2]) : p[2])};
-      }
-      const Eigen::Vector3d placed = pose * p;
-      uncovered += std::any_of(spheres.begin(), spheres.end(),
-                               [&](const math::Sphere& sphere) {
-                                 return (placed - sphere.center).norm() <= sphere.radius + 1e-12;
-                               })
-                       ? 0
-                       : 1;
+      const double reach = i % 2 == 0 ? 0.5 : 1.0;
+      const Eigen::Vector3d placed = pose * nearest(RandomVec(engine, 3, -reach, reach).cwiseProduct(extent));
+      ASSERT_TRUE(std::any_of(spheres.begin(), spheres.end(), [&](const math::Sphere& sphere) {
+        return (placed - sphere.center).norm() <= sphere.radius + 1e-12;
+      })) << solid.str() << " " << c.tolerance;
     }
-    EXPECT_EQ(uncovered, 0) << solid.str() << " " << c.tolerance;
   }
 }
 
@@ -594,24 +566,15 @@ TEST(RobotFile, FaultsOfTheUrdf) {
        "5: found the lower limit 2 above the upper limit 1.5 in joint \"j\", expected lower <= upper"},
       {two + joint("<limit lower='nan' upper='1'/>"),
        "4: found lower=\"nan\" in <limit>, expected a finite number"},
-      {two + joint("<limit lower='0' upper='1e999'/>"),
-       "4: found upper=\"1e999\" in <limit>, expected a finite number"},
       {two + joint("<axis xyz='0 0 0'/>", "continuous"),
        "4: found the axis 0 0 0 in joint \"j\", expected a direction"},
       {two + joint("<origin xyz='0 0'/>", "fixed"),
        "4: found xyz=\"0 0\" in <origin>, expected 3 finite numbers"},
-      {two + joint("<origin rpy='0 0 1,5'/>", "fixed"),
-       "4: found rpy=\"0 0 1,5\" in <origin>, expected 3 finite numbers"},
       {two + joint("<mimic joint='k'/>", "continuous"),
        "4: found joint \"j\" that mimics \"k\", expected a joint of this file"},
-      {two + joint("<mimic joint='j'/>", "continuous"),
-       "4: found joint \"j\" that mimics itself in the end, expected a joint that moves at the end"},
       {Links("base a b") + JointText("j", "continuous", "base", "a", "<mimic joint='k'/>") +
            JointText("k", "continuous", "a", "b", "<mimic joint='j'/>"),
        "5: found joint \"j\" that mimics itself in the end, expected a joint that moves at the end"},
-      {Links("base a b") + JointText("j", "continuous", "base", "a") +
-           JointText("k", "continuous", "a", "b", "<mimic joint='j' multiplier='1' offset='inf'/>"),
-       "6: found offset=\"inf\" in <mimic>, expected a finite number"},
       {Links("base a"),
        R"(3: found two links that no joint carries, "base" and "a", expected one root link)"},
       {two + joint("", "fixed") + JointText("k", "fixed", "a", "a"),
@@ -621,16 +584,10 @@ TEST(RobotFile, FaultsOfTheUrdf) {
       {two + joint("", "fixed"), "found no joint that moves, expected at least one"},
       {collision("<geometry><sphere radius='-1'/></geometry>"),
        "2: found a collision solid with a size that is not positive, expected positive lengths"},
-      {collision("<geometry><cylinder radius='1'/></geometry>"),
-       "2: found <cylinder> without `length`, expected that attribute"},
-      {collision("<geometry><sphere radius='abc'/></geometry>"),
-       "2: found radius=\"abc\" in <sphere>, expected a finite number"},
       {collision("<geometry><torus/></geometry>"),
        "2: found shape \"torus\", expected a sphere, box, cylinder or mesh"},
       {collision("<geometry/>"),
        "2: found a collision element without a shape, expected a sphere, box, cylinder or mesh"},
-      {collision("<origin xyz='a b c'/><geometry><sphere radius='1'/></geometry>"),
-       "2: found xyz=\"a b c\" in <origin>, expected 3 finite numbers"},
   };
   for (const auto& [text, message] : cases) {
     const bool has_line = message[0] >= '0' && message[0] <= '9';
@@ -672,14 +629,10 @@ TEST(RobotFile, FaultsOfTheOptions) {
     options.group = name;
     return options;
   };
-  const auto joints = [&](std::vector<std::string> names) {
+  const auto joints = [&](std::vector<std::string> names, std::map<std::string, double> values = {}) {
     RobotFileOptions options;
     options.joints = std::move(names);
-    return options;
-  };
-  const auto value = [&](const char* name, double v) {
-    RobotFileOptions options = joints({"j1"});
-    options.joint_values = {{name, v}};
+    options.joint_values = std::move(values);
     return options;
   };
   const std::string movable = R"(expected one of "j1", "j2", "left", "neck")";
@@ -689,15 +642,15 @@ TEST(RobotFile, FaultsOfTheOptions) {
       {joints({"mount"}), "found joint \"mount\", which is fixed, " + movable},
       {joints({"right"}), "found joint \"right\", which follows \"left\", " + movable},
       {joints({"j1", "j1"}), "found joint \"j1\" twice in the list, expected different joints"},
-      {value("j3", 0.0), "found no joint \"j3\", " + movable},
+      {joints({"j1"}, {{"j3", 0.0}}), "found no joint \"j3\", " + movable},
   };
   for (const auto& [options, message] : of_the_urdf) {
     EXPECT_EQ(Fault(Arm(), options), "arm.urdf: " + message);
   }
-  EXPECT_EQ(Fault(Arm(), value("j1", 0.0)),
+  EXPECT_EQ(Fault(Arm(), joints({"j1"}, {{"j1", 0.0}})),
             "arm.urdf:9: found a value for joint \"j1\", which is a coordinate of the c-space, expected a "
             "joint outside it");
-  EXPECT_EQ(Fault(Arm(), value("j2", 2.5)),
+  EXPECT_EQ(Fault(Arm(), joints({"j1"}, {{"j2", 2.5}})),
             "arm.urdf:11: found the value 2.5 for joint \"j2\", expected one in [-1, 2]");
 
   const std::pair<const char*, std::string> of_groups[] = {

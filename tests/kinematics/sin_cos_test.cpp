@@ -62,10 +62,7 @@ TEST(SinCos, LargeArguments) {
     double sin;
     double cos;
   } cases[] = {
-      {1e6, -0x1.6664b2568d867p-2, 0x1.df9df9906d32cp-1},
       {1647099.0, -0x1.4b02e5be91e9ep-2, 0x1.e4831257a62dap-1},
-      {1e7, 0x1.aea414a8a3352p-2, -0x1.d085be7a8f4a1p-1},
-      {-1e15, -0x1.b76f88136cebap-1, -0x1.06c154609d33fp-1},
       {1e22, -0x1.b453ab76bf397p-1, 0x1.0be2cef01c8f4p-1},
       {0x1p1023, 0x1.205248cbdb760p-1, -0x1.a719f26c232bfp-1},
       {0x1.fffffffffffffp+1023, 0x1.452fc98b34e97p-8, -0x1.fffe62ecfab75p-1},

@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 
 #include <Eigen/Core>
-#include <fstream>
 #include <locale>
 #include <stdexcept>
 
@@ -84,12 +83,6 @@ TEST(LogMessage, TextDoesNotDependOnTheGlobalLocale) {
                                << " " << ToString(Eigen::Vector2d(1000.0, 0.25));
   std::locale::global(former);
   EXPECT_THAT(log.warnings(), ElementsAre("12345 0.5 1000 0.25 [1000 0.25]"));
-}
-
-TEST(LogMessage, StreamWithoutStringBufferGivesAnEmptyText) {
-  const kavo::testing::LogCapture log;
-  LogMessage(LogLevel::kWarning) & std::ofstream();
-  EXPECT_THAT(log.warnings(), ElementsAre(""));
 }
 
 TEST(LogMessage, SinkThatThrowsChangesNothing) {

@@ -54,36 +54,10 @@ TEST(RandomGenerator, IntsAreTheRemainderOnTopOfTheMinimum) {
     }
   };
   expect_range(-1073741823, 1073741822);  // Until a range is set: half of the type's.
-  const std::pair<int, int> ranges[] = {{0, 1},
-                                        {1, 6},
-                                        {-3, 3},
-                                        {5, 5},
-                                        {kIntMin, kIntMax},
-                                        {kIntMin, 0},
-                                        {0, kIntMax},
-                                        {kIntMin, kIntMin},
-                                        {kIntMax, kIntMax}};
+  const std::pair<int, int> ranges[] = {{1, 6}, {-3, 3}, {kIntMin, kIntMax}, {kIntMin, 0}, {kIntMax, kIntMax}};
   for (const auto& [min, max] : ranges) {
     generator.SetRange(min, max);
     expect_range(min, max);
-  }
-}
-
-// The ends of a range come up once in 2^32 draws each. These seeds, found by search, produce the largest and
-// the smallest word early.
-TEST(RandomGenerator, BothEndsComeUpExactly) {
-  const struct {
-    std::uint32_t seed;
-    int draw;
-    double expected;
-  } cases[] = {{5751081u, 281, 0.7}, {7603642u, 141, -0.1}};
-  for (const auto& [seed, draw, expected] : cases) {
-    RandomGenerator<double> generator(seed);
-    generator.SetRange(-0.1, 0.7);
-    for (int i = 0; i < draw; ++i) {
-      generator.Sample();
-    }
-    EXPECT_EQ(generator.Sample(), expected);
   }
 }
 
@@ -119,15 +93,13 @@ TEST(RandomGenerator, RejectedRangeWarnsAndKeepsTheFormerOne) {
   vectors.SetRange(Eigen::Vector3d(1.0, 2.0, 3.0), Eigen::Vector3d(1.0, 2.0, 3.0));
   vectors.SetRange(Eigen::Vector3d(5.0, 5.0, 1e-300), Eigen::Vector3d(6.0, 6.0, 0.0));
   vectors.SetRange(Eigen::Vector3d(0.0, 2.5, 9.0), Eigen::Vector3d(0.0, -2.5, 8.0));
-  vectors.SetRange(Eigen::Vector3d(1.0, 9.0, 9.0), Eigen::Vector3d(0.0, 8.0, 8.0));
   EXPECT_EQ(vectors.Sample(), Eigen::Vector3d(1.0, 2.0, 3.0));
   EXPECT_THAT(log.warnings(),
               ::testing::ElementsAre(
                   "Min [1] cannot be greater than max [-1e-07]. Range will not be updated.",
                   "Min [2147483647] cannot be greater than max [-2147483648]. Range will not be updated.",
                   "min(2) [1e-300] cannot be greater than max(2) [0]. Range will not be updated.",
-                  "min(1) [2.5] cannot be greater than max(1) [-2.5]. Range will not be updated.",
-                  "min(0) [1] cannot be greater than max(0) [0]. Range will not be updated."));
+                  "min(1) [2.5] cannot be greater than max(1) [-2.5]. Range will not be updated."));
 }
 
 }  // namespace

@@ -123,19 +123,6 @@ TEST(BoundingBoxTest, MaximalSeparation) {
   EXPECT_TRUE(std::signbit(none.second));
 }
 
-TEST(BoundingBoxTest, Distribution) {
-  std::pair<std::vector<int>, std::vector<int>> groups;
-  std::pair<BoundingBox, BoundingBox> bounds{Box({0.0}, {1.0}), Box({5.0}, {6.0})};
-  // The last lets both grow by one.
-  for (const auto& [index, x] : {std::pair(7, 2.0), std::pair(8, 4.0), std::pair(9, 3.0)}) {
-    DistributeIndexAndUpdateBounds(index, Point({x}), groups, bounds);
-  }
-  EXPECT_EQ(groups.first, (std::vector<int>{7}));
-  EXPECT_EQ(groups.second, (std::vector<int>{8, 9}));
-  EXPECT_EQ(bounds.first.Max(0), 2.0);
-  EXPECT_EQ(bounds.second.Min(0), 3.0);
-}
-
 TEST(BoundingBoxTest, RemainingIndicesFillAGroupThatNeedsThemAll) {
   // In the last case, one above the minimum, the lack is not minus one but huge.
   for (const auto& [num_remaining, group_size, filled] :

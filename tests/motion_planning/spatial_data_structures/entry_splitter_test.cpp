@@ -72,30 +72,6 @@ TEST(EntrySplitterBasicTest, Seeds) {
               "At least two boxes must be provided to pick seeds.");
 }
 
-TEST(EntrySplitterStarTest, SplitsWorkedOutByHand) {
-  const EntrySplitterStar splitter(2, 2, 4);
-  // Axis 1 has the smaller margins. Sorted along it the boxes are 1, 3, 0, 2, 4; two and three of them
-  // overlap less than three and two: the third reaches far up.
-  const std::vector<BoundingBox> boxes = {Box({0.0, 3.0}, {1.0, 8.0}), Box({0.0, 0.0}, {1.0, 1.0}),
-                                          Box({0.0, 6.0}, {1.0, 7.0}), Box({0.0, 1.0}, {1.0, 2.0}),
-                                          Box({0.0, 7.0}, {1.0, 9.0})};
-  EXPECT_EQ(splitter.ChooseSplitAxis(boxes), 1);
-  EXPECT_EQ(splitter.SplitEntries(boxes), (Groups{{1, 3}, {0, 2, 4}}));
-  // By lower corner: (1 + 2) + (1 + 6), then (1 + 8) + (1 + 3). By upper corner the order is 1, 3, 2, 0, 4:
-  // the same, then (1 + 7) + (1 + 6).
-  EXPECT_EQ(splitter.TotalMargin(boxes, 1), 10.0 + 13.0 + 10.0 + 15.0);
-  // Three and two overlap by nothing, two and three by one.
-  EXPECT_EQ(splitter.SplitEntries({Box({0.0, 0.0}, {1.0, 1.0}), Box({1.0, 0.0}, {3.0, 1.0}),
-                                   Box({2.0, 0.0}, {3.0, 1.0}), Box({7.0, 0.0}, {8.0, 1.0}),
-                                   Box({8.0, 0.0}, {9.0, 1.0})}),
-            (Groups{{0, 1, 2}, {3, 4}}));
-  // Ties: the lower axis, the first distribution.
-  const std::vector<BoundingBox> diagonal = {Point({0.0, 0.0}), Point({1.0, 1.0}), Point({2.0, 2.0}),
-                                             Point({3.0, 3.0}), Point({4.0, 4.0})};
-  EXPECT_EQ(splitter.ChooseSplitAxis(diagonal), 0);
-  EXPECT_EQ(splitter.SplitEntries(diagonal), (Groups{{0, 1}, {2, 3, 4}}));
-}
-
 using BoxRowsTest = testing::EveryTargetTest;
 
 TEST_P(BoxRowsTest, AgreesWithBoxesAsObjects) {
