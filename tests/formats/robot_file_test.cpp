@@ -172,11 +172,9 @@ TEST(RobotFile, LimitsAsUrdfSays) {
       {"continuous", "<limit lower='2' upper='x'/>", -inf, inf, ""},
       {"revolute", "<limit effort='1' velocity='1'/>", 0.0, 0.0, ""},
       {"revolute", "<limit upper='3141'/>", 0.0, 3141.0, ""},
-      {"revolute", "<limit lower='-6284'/>", -6284.0, 0.0,
-       "6284 rad, more than a thousand turns"},
+      {"revolute", "<limit lower='-6284'/>", -6284.0, 0.0, "6284 rad, more than a thousand turns"},
       {"prismatic", "<limit lower='-0.5'/>", -0.5, 0.0, ""},
-      {"prismatic", "<limit upper='1000.5'/>", 0.0, 1000.5,
-       "1000.5 m, more than a kilometre"},
+      {"prismatic", "<limit upper='1000.5'/>", 0.0, 1000.5, "1000.5 m, more than a kilometre"},
   };
   for (const auto& [type, limit, lower, upper, warning] : cases) {
     SCOPED_TRACE(type + limit);
@@ -509,9 +507,11 @@ TEST(RobotFile, CoversHoldEveryPointAndStayWithinTheTolerance) {
     for (int i = 0; i < 6000; ++i) {
       const double reach = i % 2 == 0 ? 0.5 : 1.0;
       const Eigen::Vector3d placed = pose * nearest(RandomVec(engine, 3, -reach, reach).cwiseProduct(extent));
-      ASSERT_TRUE(std::any_of(spheres.begin(), spheres.end(), [&](const math::Sphere& sphere) {
-        return (placed - sphere.center).norm() <= sphere.radius + 1e-12;
-      })) << solid.str() << " " << c.tolerance;
+      ASSERT_TRUE(std::any_of(spheres.begin(), spheres.end(),
+                              [&](const math::Sphere& sphere) {
+                                return (placed - sphere.center).norm() <= sphere.radius + 1e-12;
+                              }))
+          << solid.str() << " " << c.tolerance;
     }
   }
 }

@@ -31,7 +31,8 @@ void ExpectFatal(Call&& call, const std::optional<std::string>& condition, const
     EXPECT_EQ(record.message, message);
     return;
   }
-  ADD_FAILURE() << "no fatal error; expected [" << condition.value_or("any") << "] at " << file << ":" << line;
+  ADD_FAILURE() << "no fatal error; expected [" << condition.value_or("any") << "] at " << file << ":"
+                << line;
 }
 
 }  // namespace kavo::testing

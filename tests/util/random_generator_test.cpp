@@ -54,7 +54,8 @@ TEST(RandomGenerator, IntsAreTheRemainderOnTopOfTheMinimum) {
     }
   };
   expect_range(-1073741823, 1073741822);  // Until a range is set: half of the type's.
-  const std::pair<int, int> ranges[] = {{1, 6}, {-3, 3}, {kIntMin, kIntMax}, {kIntMin, 0}, {kIntMax, kIntMax}};
+  const std::pair<int, int> ranges[] = {
+      {1, 6}, {-3, 3}, {kIntMin, kIntMax}, {kIntMin, 0}, {kIntMax, kIntMax}};
   for (const auto& [min, max] : ranges) {
     generator.SetRange(min, max);
     expect_range(min, max);

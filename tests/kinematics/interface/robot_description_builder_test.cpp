@@ -149,11 +149,16 @@ TEST(RobotDescriptionBuilder, NamesTheCulprit) {
   } of_a_joint[] = {
       {[](Joint& j) { j.name = ""; }, 61, "The joint that carries frame \"forearm\" has no name."},
       {[](Joint& j) { j.child_frame = ""; }, 63, "Joint \"elbow\" carries a frame without name."},
-      {[&](Joint& j) { j.origin = Pose3::FromTranslation(Vec({0, inf, 0})); }, 65,
+      {[&](Joint& j) {
+         j.origin = Pose3::FromTranslation(Vec({0, inf, 0}));
+       },
+       65,
        "Joint \"elbow\" has an origin that is not finite (translation [0 inf 0], quaternion x y z w [0 0 0 "
        "1])."},
-      {[&](Joint& j) { j.axis = Vec({0, inf, 0}); }, 73,
-       "Joint \"elbow\" has the axis [0 inf 0], which is not finite."},
+      {[&](Joint& j) {
+         j.axis = Vec({0, inf, 0});
+       },
+       73, "Joint \"elbow\" has the axis [0 inf 0], which is not finite."},
       {[](Joint& j) { j.axis.setZero(); }, 75, "Joint \"elbow\" has an axis of length zero."},
       {[](Joint& j) { j.child_frame = "base"; }, 117, "Joint \"elbow\" carries the base frame \"base\"."},
       {[](Joint& j) { j.parent_frame = "arm"; }, 127,
@@ -190,12 +195,18 @@ TEST(RobotDescriptionBuilder, NamesTheCulprit) {
        176,
        "Joint \"j1\" belongs to a cycle or hangs on one: frame \"a\" is not connected to the base frame "
        "\"base\"."},
-      {[](auto& b) { b.addCollisionSphere("arm", Vec({0, 0, 0}), 1.0); }, 184,
-       "A collision sphere is attached to frame \"arm\", which does not exist."},
-      {[=](auto& b) { b.addCollisionSphere("base", Vec({0, 0, nan}), 1.0); }, 187,
-       "A collision sphere of frame \"base\" has the center [0 0 nan], which is not finite."},
-      {[=](auto& b) { b.addCollisionSphere("base", Vec({0, 0, 0}), inf); }, 190,
-       "A collision sphere of frame \"base\" has the radius inf; it must be positive and finite."},
+      {[](auto& b) {
+         b.addCollisionSphere("arm", Vec({0, 0, 0}), 1.0);
+       },
+       184, "A collision sphere is attached to frame \"arm\", which does not exist."},
+      {[=](auto& b) {
+         b.addCollisionSphere("base", Vec({0, 0, nan}), 1.0);
+       },
+       187, "A collision sphere of frame \"base\" has the center [0 0 nan], which is not finite."},
+      {[=](auto& b) {
+         b.addCollisionSphere("base", Vec({0, 0, 0}), inf);
+       },
+       190, "A collision sphere of frame \"base\" has the radius inf; it must be positive and finite."},
       {[](auto& b) { b.addCollisionPair("base", "arm"); }, 258,
        "A collision pair names frame \"arm\", which does not exist."},
       {[](auto& b) { b.addCollisionPair("base", "base"); }, 261,

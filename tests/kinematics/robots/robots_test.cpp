@@ -47,14 +47,18 @@ TEST(ThreeLinkArm, IsAPlanarArm) {
   // 1.0 along x, 0.8 along y, 0.6 back along x.
   const Eigen::Vector3d tip = kinematics->position(Vec({0, kPi / 2, kPi / 2}), kinematics->frame("tool"));
   EXPECT_LT((tip - Eigen::Vector3d(0.4, 0.8, 0.0)).cwiseAbs().maxCoeff(), 1e-15);
-  for (const auto& [frame, length] : {std::pair("link1", 1.0), std::pair("link2", 0.8), std::pair("link3", 0.6)}) {
+  for (const auto& [frame, length] :
+       {std::pair("link1", 1.0), std::pair("link2", 0.8), std::pair("link3", 0.6)}) {
     const std::vector<math::Sphere> spheres = Internal(*arm).collisionSpheres(frame);
     // Every ring of a rod of 0.03 m around the link lies in some sphere.
     for (int i = 0; i <= 200; ++i) {
       const double x = length * i / 200.0;
-      EXPECT_TRUE(std::any_of(spheres.begin(), spheres.end(), [&](const math::Sphere& s) {
-        return s.center[1] == 0.0 && s.center[2] == 0.0 && std::hypot(x - s.center[0], 0.03) <= s.radius;
-      })) << frame << " at " << x;
+      EXPECT_TRUE(std::any_of(spheres.begin(), spheres.end(),
+                              [&](const math::Sphere& s) {
+                                return s.center[1] == 0.0 && s.center[2] == 0.0 &&
+                                       std::hypot(x - s.center[0], 0.03) <= s.radius;
+                              }))
+          << frame << " at " << x;
     }
   }
 }

@@ -112,52 +112,6 @@ TEST_P(BatchTest, SaysWhatAskingOneByOneSays) {
   EXPECT_GT(num_cut, 600);
 }
 
-// A slider with one ball; obstacles are put where they just touch, or just do not.
-TEST_P(BatchTest, DecidesTouchingExactly) {
-  RobotDescriptionBuilder builder("base");
-  builder.addJoint({"slide", JointType::kPrismatic, "base", "cart", {}, {1.0, 0.0, 0.0}, {{-100.0, 100.0}}});
-  builder.addCollisionSphere("cart", {0.0, 0.0, 0.0}, 0.25);
-  builder.addFrame("post", "base", Pose3::FromTranslation({-3.0, 0.0, 0.0}));
-  builder.addCollisionSphere("post", {0.0, 0.0, 0.0}, 0.5).addCollisionPair("cart", "post");
-  const auto description = builder.build();
-  const struct {
-    ObstacleShape shape;
-    Pose3 pose;
-  } obstacles[] = {
-      {SphereObstacle{0.75}, Pose3::FromTranslation({2.0, 0.0, 0.0})},
-      {BoxObstacle{{1.5, 1.0, 1.0}}, Pose3::FromTranslation({2.0, 0.25, 0.0})},
-      // Takes x to y, y to z and z to x without rounding.
-      {BoxObstacle{{1.0, 1.0, 1.5}}, Pose3(Eigen::Quaterniond(0.5, 0.5, 0.5, 0.5), {2.0, 0.0, 0.25})},
-      {CylinderObstacle{0.75, 1.0}, Pose3::FromTranslation({2.0, 0.0, 0.25})},
-      {CylinderObstacle{0.5, 1.5}, Pose3(Eigen::Quaterniond(0.5, 0.5, 0.5, 0.5), {2.0, 0.25, 0.0})},
-      {CapsuleObstacle{0.5, 0.5}, Pose3(Eigen::Quaterniond(0.5, 0.5, 0.5, 0.5), {2.0, 0.0, 0.0})},
-      {CapsuleObstacle{0.75, 0.5}, Pose3::FromTranslation({2.0, 0.0, 0.125})},
-      // Its free side looks along -x.
-      {HalfSpaceObstacle{}, Pose3(Eigen::Quaterniond(0.5, -0.5, -0.5, 0.5), {1.25, 0.0, 0.0})},
-  };
-  for (const auto& obstacle : obstacles) {
-    SCOPED_TRACE(obstacle.shape.index());
-    World world;
-    world.add(obstacle.shape, obstacle.pose);
-    const auto environment =
-        CreateRobotEnvironment({description.get(), world.view(), Eigen::VectorXd::Ones(1), 10, 1, 2});
-    // From the post, where the robot touches itself at -2.25, to the obstacle.
-    const double contact = 1.0;
-    const double touching_itself = -2.25;
-    for (const auto& [q, is_valid] :
-         {std::pair(contact, false), std::pair(contact - 0x1p-50, true), std::pair(contact - 1e-9, true),
-          std::pair(contact - 1e-3, true), std::pair(touching_itself, false),
-          std::pair(touching_itself + 0x1p-48, true)}) {
-      EXPECT_EQ(environment->IsValidConfiguration(Eigen::VectorXd::Constant(1, q)), is_valid) << q;
-      for (const int count : {1, 5, 8}) {
-        Eigen::MatrixXd batch = Eigen::MatrixXd::Zero(1, count);
-        batch(0, count - 1) = q;
-        EXPECT_EQ(environment->CountValid(batch), is_valid ? count : count - 1) << q;
-      }
-    }
-  }
-}
-
 // Random robots next to the configuration at which they begin to touch an obstacle or themselves, so near
 // that single precision cannot tell: every lane must be what the exact check says.
 TEST_P(BatchTest, DecidesAsTheExactCheckWhereContactBegins) {

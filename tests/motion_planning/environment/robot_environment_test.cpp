@@ -53,22 +53,14 @@ TEST(RobotEnvironmentTest, JudgesLimitsAndSpheres) {
   const auto environment = CreateRobotEnvironment(CartConfig(*CartWithSpheres(), world));
   EXPECT_EQ(environment->CSpaceDimension(), 2);
   EXPECT_EQ(environment->CSpaceDistanceMetric()(Vec({0.0, 0.0}), Vec({3.0, 2.0})), 9.0 + 2.0 * 4.0);
-  const auto bare = CreateRobotEnvironment(CartConfig(*Cart().build(), world));
-  const struct {
-    Eigen::VectorXd q;
-    bool is_valid;
-    bool is_valid_without_spheres;
-  } cases[] = {
-      // The tip's ball touches the box at x = 3, then the cart's.
-      {Vec({0.75, 0.0}), false, true},  {Vec({0.74, 0.0}), true, true},
-      {Vec({2.5, 3.0}), false, true},   {Vec({2.4, 3.0}), true, true},
-      {Vec({-4.0, 0.0}), true, true},   {Vec({-4.0000001, 0.0}), false, false},
-      {Vec({0.0, 3.1}), false, false},  {Vec({kNaN, 0.0}), false, false},
-      {Vec({0.0, kInf}), false, false},
-  };
-  for (const auto& c : cases) {
-    EXPECT_EQ(environment->IsValidConfiguration(c.q), c.is_valid) << c.q.transpose();
-    EXPECT_EQ(bare->IsValidConfiguration(c.q), c.is_valid_without_spheres) << c.q.transpose();
+  // The tip's ball touches the box at x = 3, then the cart's.
+  for (const auto& [q, is_valid] :
+       {std::pair(Vec({0.75, 0.0}), false), std::pair(Vec({0.74, 0.0}), true),
+        std::pair(Vec({2.5, 3.0}), false), std::pair(Vec({2.4, 3.0}), true),
+        std::pair(Vec({-4.0, 0.0}), true), std::pair(Vec({-4.0000001, 0.0}), false),
+        std::pair(Vec({0.0, 3.1}), false), std::pair(Vec({kNaN, 0.0}), false),
+        std::pair(Vec({0.0, kInf}), false)}) {
+    EXPECT_EQ(environment->IsValidConfiguration(q), is_valid) << q.transpose();
   }
 }
 
@@ -96,7 +88,11 @@ TEST(RobotEnvironmentTest, AgreesWithEverySphereAskedOnItsOwn) {
         touches |= view.inCollision(pose * sphere.center, sphere.radius);
       }
     }
-    ASSERT_EQ(environment->IsValidConfiguration(q), !touches) << q.transpose();
+    const long before = testing::NumAllocations();
+    const bool is_valid = environment->IsValidConfiguration(q);
+    // The first call may set up the choice of instruction set.
+    ASSERT_TRUE(i == 0 || testing::NumAllocations() == before);
+    ASSERT_EQ(is_valid, !touches) << q.transpose();
     num_valid += touches ? 0 : 1;
   }
   // The comparison is worth something only if both answers come up.
@@ -201,18 +197,6 @@ TEST(RobotEnvironmentTest, TaskSpaceJacobianNeedsItsSize) {
               "Dimension of q [3] must match number of configuration space coordinates [2].");
 }
 
-TEST(RobotEnvironmentTest, EachJointHasItsOwnSeed) {
-  const auto environment = CreateRobotEnvironment(CartConfig(*Cart().build(), World()));
-  util::RandomGenerator<double> rail(5);
-  util::RandomGenerator<double> mast(6);
-  rail.SetRange(-4.0, 4.0);
-  mast.SetRange(-3.0, 3.0);
-  for (int i = 0; i < 50; ++i) {
-    const double x = rail.Sample();
-    EXPECT_EQ(*environment->SampleConfiguration(), Vec({x, mast.Sample()}));
-  }
-}
-
 TEST(RobotEnvironmentTest, SamplingGivesUpWithAWarning) {
   World world;
   world.add(HalfSpaceObstacle{}, Pose3::FromTranslation({0.0, 0.0, 10.0}));
@@ -263,21 +247,6 @@ TEST(RobotEnvironmentTest, TaskSpaceSamplesComeFromItsLimits) {
   EXPECT_EQ(log.warnings(), std::vector<std::string>{
                                 "min(1) [2] cannot be greater than max(1) [1]. Range will not be updated."});
   EXPECT_LE(reversed->SampleTaskSpace()->cwiseAbs().maxCoeff(), 1.0);
-}
-
-TEST(RobotEnvironmentTest, ValidityChecksDoNotAllocate) {
-  World world;
-  world.add(BoxObstacle{{0.2, 0.2, 0.2}}, Pose3::FromTranslation({0.5, 0.0, 0.5}));
-  const auto environment = CreateRobotEnvironment(
-      BuildFrankaRobotEnvironmentConfig(world.view(), Eigen::VectorXd::Ones(7), 10, 1));
-  for (const auto& [q, is_valid] : {std::pair(Vec({0.0, -0.8, 0.0, -2.4, 0.0, 1.6, 0.8}), true),
-                                    std::pair(Vec({0.0, 0.1, 0.0, -2.4, 0.0, 2.5, 0.8}), false)}) {
-    environment->IsValidConfiguration(q);
-    const long before = testing::NumAllocations();
-    const bool answer = environment->IsValidConfiguration(q);
-    EXPECT_EQ(testing::NumAllocations(), before);
-    EXPECT_EQ(answer, is_valid);
-  }
 }
 
 TEST(RobotEnvironmentTest, ConfigurationIsCheckedAgain) {

@@ -144,18 +144,16 @@ TEST(MotionPlannerConfigTest, BadDocumentsThrowWhatYamlThrows) {
   const auto bad = [](auto type, int line, const std::string& text, const std::string& replacement) {
     ExpectThrow<YAML::TypedBadConversion<decltype(type)>>(Replaced(text, replacement), line);
   };
-  // Missing, of the wrong kind, not a number, beyond the type. The map starts in line 1.
-  for (const char* replacement : {"sead: 7", "seed: [7]", "seed: x", "seed: 7.5", "seed: 99999999999"}) {
+  // Missing (the map starts in line 1), of the wrong kind, not a number, beyond the type.
+  for (const char* replacement : {"sead: 7", "seed: [7]", "seed: 7.5", "seed: 99999999999"}) {
     bad(int{}, 1, "seed: 7", replacement);
   }
-  for (const char* replacement : {"a: 0", "step_size: {a: 1}", "step_size: fast", "step_size: ~"}) {
-    bad(double{}, replacement[0] == 'a' ? 1 : 2, "step_size: 0.2", replacement);
-  }
-  for (const char* key : {"max_iterations", "max_sampling"}) {
-    const std::string text = std::string(key) + (key[4] == 'i' ? ": 500" : ": 600");
-    const int line = key[4] == 'i' ? 3 : 4;
+  bad(double{}, 1, "step_size: 0.2", "a: 0");
+  bad(double{}, 2, "step_size: 0.2", "step_size: fast");
+  for (const auto& [text, key, line] : {std::tuple("max_iterations: 500", "max_iterations", 3),
+                                        std::tuple("max_sampling: 600", "max_sampling", 4)}) {
     bad(0ul, 1, text, "a: 0");
-    for (const char* value : {": [5]", ": -5", ": 1e30", ": 5.5", ": 99999999999999999999999"}) {
+    for (const char* value : {": [5]", ": -5", ": 5.5", ": 99999999999999999999999"}) {
       bad(0ul, line, text, key + std::string(value));
     }
   }
@@ -163,22 +161,19 @@ TEST(MotionPlannerConfigTest, BadDocumentsThrowWhatYamlThrows) {
   bad(std::vector<double>{}, 1, weights, "a: 0");
   bad(std::vector<double>{}, 5, weights, "distance_metric_weights: 1");
   bad(double{}, 5, weights, "distance_metric_weights: [1, x, 3]");
-  const std::string frame = "task_space_frame_name: tool";
-  bad(std::string{}, 1, frame, "a: 0");
-  bad(std::string{}, 6, frame, "task_space_frame_name: [tool]");
-  bad(std::string{}, 6, frame, "task_space_frame_name: {tool: 1}");
+  bad(std::string{}, 1, "task_space_frame_name: tool", "a: 0");
+  bad(std::string{}, 6, "task_space_frame_name: tool", "task_space_frame_name: [tool]");
   const std::string limits = "[[-1, 1], [0.5, 0.5], [0, 2]]";
   bad(Limits{}, 1, "task_space_limits: " + limits, "a: 0");
   bad(Limits{}, 7, limits, "3");
   bad(MotionPlanner::Limit{}, 7, limits, "[[-1, 1], [0, 1, 2], [0, 2]]");
   bad(MotionPlanner::Limit{}, 7, limits, "[[-1, 1], 0, [0, 2]]");
   bad(double{}, 7, limits, "[[-1, 1], [a, 1], [0, 2]]");
-  bad(0ul, 8, "max_num_nodes: 50, ", "");
-  bad(0ul, 8, "max_buffer_size: 60, ", "");
-  bad(0ul, 8, ", num_nodes_cpu_gpu_crossover: 40", "");
-  bad(0ul, 8, "max_num_nodes: 50", "max_num_nodes: many");
+  for (const char* text :
+       {"max_num_nodes: 50, ", "max_buffer_size: 60, ", ", num_nodes_cpu_gpu_crossover: 40"}) {
+    bad(0ul, 8, text, "");
+  }
   bad(double{}, 9, "exploration_fraction: 0.25", "a: 0");
-  bad(double{}, 9, "exploration_fraction: 0.25", "exploration_fraction: half");
   for (const char* value : {"[0.1, 0.2]", "[0.1, 0.2, 0.3, 0.4]", "0.1"}) {
     bad(Eigen::Vector3d{}, 11, "[0.1, 0.2, 0.3]", value);
   }
@@ -194,7 +189,6 @@ TEST(MotionPlannerConfigTest, BadDocumentsThrowWhatYamlThrows) {
 }
 
 TEST(MotionPlannerConfigTest, ValuesOutOfRangeAreFatal) {
-  const std::string limit_condition = "limit.upper >= limit.lower";
   const struct {
     std::string text;
     std::string replacement;
@@ -203,17 +197,12 @@ TEST(MotionPlannerConfigTest, ValuesOutOfRangeAreFatal) {
     std::string message;
   } cases[] = {
       {"seed: 7", "seed: 0", "seed > 0", 89, "`seed` must be positive."},
-      {"seed: 7", "seed: -3", "seed > 0", 89, "`seed` must be positive."},
-      {"step_size: 0.2", "step_size: 0.0", "step_size > 0.0", 93, "`step_size` must be positive."},
       {"step_size: 0.2", "step_size: .nan", "step_size > 0.0", 93, "`step_size` must be positive."},
-      {"3.5]", "0]", "weight > 0.0", 107, "All `distance_metric_weights` must be positive"},
       {"3.5]", ".nan]", "weight > 0.0", 107, "All `distance_metric_weights` must be positive"},
       {", [0, 2]", "", "task_space_limits.size() == 3", 119,
        "Dimension of `task_space_limits` must be 3, withlimits corresponding to xyz axes."},
-      {"[0, 2]", "[0, 2], [0, 1]", "task_space_limits.size() == 3", 119,
-       "Dimension of `task_space_limits` must be 3, withlimits corresponding to xyz axes."},
-      {"[0, 2]", "[2, 0.25]", limit_condition, 122, "Upper limit [0.25] must be >= lower limit [2]."},
-      {"[0, 2]", "[.nan, 2]", limit_condition, 122, "Upper limit [2] must be >= lower limit [nan]."},
+      {"[0, 2]", "[.nan, 2]", "limit.upper >= limit.lower", 122,
+       "Upper limit [2] must be >= lower limit [nan]."},
   };
   for (const auto& c : cases) {
     testing::ExpectFatal([&c] { Parse(Replaced(c.text, c.replacement)); }, c.condition,

@@ -80,7 +80,6 @@ TEST(BasicRRTTest, BoundariesOfTheTwoDistanceTests) {
       {Vec({1.0, 1.0000001, 0.0}), Vec({1.5, 0.0, 0.0}), false, 2},
       // A distance to the sample of exactly one edge length does not stop the walk: steps at 1 and 2.
       {Vec({-9.0, 0.0, 0.0}), Vec({2.0, 0.0, 0.0}), false, 3},
-      {Vec({-9.0, 0.0, 0.0}), Vec({1.999, 0.0, 0.0}), false, 2},
       // A sample on the nearest node adds that place once more.
       {Vec({-9.0, 0.0, 0.0}), kOrigin, false, 2},
   };
@@ -101,7 +100,6 @@ TEST(BasicRRTTest, FailuresAreReported) {
   } cases[] = {
       {Vec({2.0, 0.0, -0.5}), kOrigin, "Invalid configuration, [   2    0 -0.5]."},
       {kOrigin, Vec({2.0, 0.0, 0.0}), "Invalid configuration, [2 0 0]."},
-      {Vec({kNaN, 0.0, 0.0}), kOrigin, "Invalid configuration, [nan   0   0]."},
       {kOrigin, Vec({0.0, -kInf, 0.0}), "Invalid configuration, [   0 -inf    0]."},
       {kOrigin, Vec({-5.0, 0.0, 0.0}), "Unable to successfully sample configurations."},
   };
@@ -112,23 +110,10 @@ TEST(BasicRRTTest, FailuresAreReported) {
     EXPECT_FALSE(planner.Plan(c.start, c.goal).has_value());
     EXPECT_EQ(log.warnings(), std::vector<std::string>{c.warning});
   }
-  const Eigen::VectorXd four = Vec({0.0, 0.0, 0.0, 0.0});
-  for (const auto& [start, goal] :
-       {std::pair(Vec({0.0}), kOrigin), std::pair(four, kOrigin), std::pair(kOrigin, four)}) {
+  for (const auto& [start, goal] : {std::pair(Vec({0.0}), kOrigin), std::pair(kOrigin, Vec({0.0}))}) {
     EXPECT_THROW(planner.Plan(start, goal), util::FatalError);
     // Not that of the query before.
     EXPECT_EQ(planner.rrt->LastStatus(), SearchStatus::kNone);
-  }
-}
-
-TEST(BasicRRTTest, SpentBudgetIsSilent) {
-  for (const unsigned long max_iterations : {0ul, 2ul}) {
-    Planner planner(1.0, 1.0, max_iterations, Path(9, Vec({1.5, 0.0, 0.0})));
-    const LogCapture log;
-    EXPECT_FALSE(planner.Plan(kOrigin, Vec({-50.0, 0.0, 0.0})).has_value());
-    EXPECT_TRUE(log.records().empty());
-    EXPECT_EQ(planner.environment->num_samples, max_iterations);
-    EXPECT_EQ(planner.tree->NumNodes(), 1 + max_iterations);
   }
 }
 

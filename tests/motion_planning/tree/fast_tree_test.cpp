@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "kavo/motion_planning/tree/basic_tree.h"
+#include "tests/motion_planning/scripted_environment.h"
 #include "tests/support/fatal.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/vectors.h"
@@ -17,12 +18,11 @@
 namespace kavo::planning {
 namespace {
 
+using testing::kInf;
+using testing::kNaN;
 using testing::LogCapture;
 using testing::RandomVec;
 using testing::Vec;
-
-constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
-constexpr double kInf = std::numeric_limits<double>::infinity();
 
 std::unique_ptr<Tree> MakeFast(int dimension) {
   const auto centroid = SelectionMetric::kMinimumCentroidDistance;

@@ -167,15 +167,12 @@ TEST_F(ArcTest, BinarySearchFindsTheFarthestItTests) {
     bool forward;
     int found;
   } cases[] = {
-      {{{0, 8}}, 0, true, 8},                  // The end at once.
-      {{}, 0, true, 1},                        // Down to the neighbour, which is taken without a question.
-      {{{0, 4}}, 0, true, 4},                  // 8 no, 4 yes, 6 no, 5 no.
-      {{{0, 4}, {0, 6}}, 0, true, 6},          // 8 no, 4 yes, 6 yes, 7 no.
-      {{{0, 4}, {0, 6}, {0, 7}}, 0, true, 7},  // Next to the unreachable end.
-      {{{0, 3}}, 0, true, 1},                  // 8, 4 and 2 no: 3 is never tested.
-      {{{0, 8}}, 8, false, 0},
+      {{{0, 8}}, 0, true, 8},          // The end at once.
+      {{}, 0, true, 1},                // Down to the neighbour, which is taken without a question.
+      {{{0, 4}}, 0, true, 4},          // 8 no, 4 yes, 6 no, 5 no.
+      {{{0, 4}, {0, 6}}, 0, true, 6},  // 8 no, 4 yes, 6 yes, 7 no.
+      {{{0, 3}}, 0, true, 1},          // 8, 4 and 2 no: 3 is never tested.
       {{{4, 8}, {2, 8}}, 8, false, 2},
-      {{}, 8, false, 7},
       {{{2, 5}}, 2, true, 5},  // 8 no, 5 yes, 6 no.
       {{}, 7, true, 8},        // The end is the neighbour.
   };
@@ -192,11 +189,9 @@ TEST_F(ArcTest, ShortensFromBothEndsThenAtRandom) {
     std::vector<std::size_t> left;
   } cases[] = {
       {{{0, 8}}, 20, {0, 8}},
-      {{{0, 4}}, 0, {0, 4, 5, 6, 7, 8}},
       {{{0, 4}, {4, 8}, {5, 8}, {6, 8}}, 0, {0, 4, 8}},
       // Reachable only from an inner waypoint: enough random tries find it, none does not.
       {{{2, 5}}, 0, {0, 1, 2, 3, 4, 5, 6, 7, 8}},
-      {{{2, 5}}, 100, {0, 1, 2, 5, 6, 7, 8}},
   };
   for (const auto& c : cases) {
     EXPECT_EQ(ShortCircuitPath(path_, Allowing(c.chords), 0.5, c.num_iterations, 1), At(c.left));
