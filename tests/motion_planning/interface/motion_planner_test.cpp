@@ -123,6 +123,63 @@ TEST_F(MotionPlannerTest, EqualSettingsGiveEqualAnswers) {
   EXPECT_EQ(Answers(*planner), Answers(*same));
 }
 
+TEST_F(MotionPlannerTest, AcceptedParametersEqualAFreshPlannerWithThemAndWrongTypesAreFatal) {
+  const std::vector<double> weights = {1.0, 2.0, 3.0};
+  const Limits limits = {{-0.5, 0.5}, {0.25, 1.0}, {-1.0, -1.0}};
+  const Eigen::Vector3d zone(0.2, 0.2, 0.2);
+  const std::string tree = "tesk_tree_params/";
+  const std::string jt = "task_space_planning_params/";
+  const struct {
+    std::string name;
+    ParamValue value;
+    std::function<void(MotionPlannerConfig&)> edit;
+    std::string type;
+    int line;
+  } cases[] = {
+      {"seed", 1, [](auto& c) { c.seed = 1; }, "INTEGER", 185},
+      {"step_size", 0.05, [](auto& c) { c.step_size = 0.05; }, "FLOAT64", 188},
+      {"max_iterations", 1, [](auto& c) { c.max_iterations = 1; }, "INTEGER", 191},
+      {"max_sampling", 1, [](auto& c) { c.max_sampling = 1; }, "INTEGER", 194},
+      {"max_nodes", 3, [](auto& c) { c.max_nodes = 3; }, "INTEGER", 235},
+      {"distance_metric_weights", weights,
+       [](auto& c) { c.distance_metric_weights = Eigen::Vector3d(1, 2, 3); }, "FLOAT64_VECTOR_ITER", 197},
+      {"task_space_frame_name", "link3", [](auto& c) { c.task_space_frame_name = "link3"; }, "STRING", 200},
+      {"task_space_limits", limits, [&](auto& c) { c.task_space_limits = limits; }, "LIMIT_VECTOR_ITER", 203},
+      {"enable_tesk_tree", false, [](auto& c) { c.tesk_tree_config.reset(); }, "BOOLEAN", 206},
+      {tree + "max_num_nodes", 3001, [](auto& c) { c.tesk_tree_config->max_num_nodes = 3001; }, "INTEGER",
+       209},
+      {tree + "max_buffer_size", 1, [](auto& c) { c.tesk_tree_config->max_buffer_size = 1; }, "INTEGER", 212},
+      {tree + "num_nodes_cpu_gpu_crossover", 9999,
+       [](auto& c) { c.tesk_tree_config->num_nodes_cpu_gpu_crossover = 9999; }, "INTEGER", 215},
+      {"c_space_planning_params/exploration_fraction", 1.0,
+       [](auto& c) { c.c_space_exploration_fraction = 1.0; }, "FLOAT64", 218},
+      {jt + "x_target_zone_tolerance", zone, [&](auto& c) { c.x_target_zone_tolerance = zone; }, "VECTOR3D",
+       221},
+      {jt + "x_target_final_tolerance", 1e-3, [](auto& c) { c.x_target_final_tolerance = 1e-3; }, "FLOAT64",
+       224},
+      {jt + "task_space_exploration_fraction", 0.6, [](auto& c) { c.task_space_exploration_fraction = 0.6; },
+       "FLOAT64", 228},
+      {jt + "task_space_exploitation_fraction", 0.9,
+       [](auto& c) { c.task_space_exploitation_fraction = 0.9; }, "FLOAT64", 232},
+  };
+  EXPECT_EQ(std::size(cases), planning::Parameters().size());
+  const std::vector<Path> defaults = Answers(*Make(), 1);
+  for (const auto& c : cases) {
+    const auto tuned = Make();
+    EXPECT_TRUE(tuned->setParam(c.name, c.value)) << c.name;
+    const std::vector<Path> answers = Answers(*tuned, 1);
+    EXPECT_EQ(answers, Answers(*Make(c.edit), 1)) << c.name;
+    // The accelerator tree has no back-end, and its metric need not show.
+    if (c.name.find("tesk_tree") == std::string::npos) {
+      EXPECT_NE(answers, defaults) << c.name;
+    }
+    const ParamValue wrong = c.type == "INTEGER" ? ParamValue(1.0) : ParamValue(1);
+    ExpectFatal([&] { tuned->setParam(c.name, wrong); },
+                "value.impl->data_type == ParamValue::Impl::DataType::" + c.type,
+                "motion_planning/interface/motion_planner", c.line, "");
+  }
+}
+
 TEST_F(MotionPlannerTest, RejectedParametersChangeNothing) {
   const double nan = std::numeric_limits<double>::quiet_NaN();
   const std::vector<double> two = {1.0, 1.0};
@@ -160,8 +217,7 @@ TEST_F(MotionPlannerTest, RejectedParametersChangeNothing) {
       {"tesk_tree_params/max_num_nodes", 0, positive("max_num_nodes", "0")},
       {"tesk_tree_params/max_num_nodes", 3000,
        "'max_num_nodes' [3000] must be greater than 'num_nodes_cpu_gpu_crossover' [3000]; 'max_num_nodes' "
-       "will not be "
-       "updated."},
+       "will not be updated."},
       {"tesk_tree_params/max_buffer_size", 0, positive("max_buffer_size", "0")},
       {"tesk_tree_params/num_nodes_cpu_gpu_crossover", 0, positive("num_nodes_cpu_gpu_crossover", "0")},
       {"tesk_tree_params/num_nodes_cpu_gpu_crossover", 10000,
@@ -218,39 +274,6 @@ TEST_F(MotionPlannerTest, VectorsAreTakenOverUpToTheFirstBadEntry) {
               c.distance_metric_weights = Vec({2.0, 1.0, 1.0});
               c.task_space_limits[0] = {-0.5, 0.5};
             })));
-}
-
-TEST_F(MotionPlannerTest, WrongTypesAreFatal) {
-  const std::vector<double> doubles = {1.0, 1.0, 1.0};
-  const struct {
-    std::string name;
-    ParamValue value;
-    std::string type;
-    int line;
-  } cases[] = {
-      {"seed", 1.0, "INTEGER", 185},
-      {"step_size", 1, "FLOAT64", 188},
-      {"max_iterations", true, "INTEGER", 191},
-      {"max_sampling", "1", "INTEGER", 194},
-      {"max_nodes", 1.0, "INTEGER", 235},
-      {"distance_metric_weights", Eigen::Vector3d(1.0, 1.0, 1.0), "FLOAT64_VECTOR_ITER", 197},
-      {"task_space_frame_name", 1, "STRING", 200},
-      {"task_space_limits", doubles, "LIMIT_VECTOR_ITER", 203},
-      {"enable_tesk_tree", 1, "BOOLEAN", 206},
-      {"tesk_tree_params/max_num_nodes", 1.0, "INTEGER", 209},
-      {"tesk_tree_params/max_buffer_size", 1.0, "INTEGER", 212},
-      {"tesk_tree_params/num_nodes_cpu_gpu_crossover", 1.0, "INTEGER", 215},
-      {"c_space_planning_params/exploration_fraction", 1, "FLOAT64", 218},
-      {"task_space_planning_params/x_target_zone_tolerance", doubles, "VECTOR3D", 221},
-      {"task_space_planning_params/x_target_final_tolerance", 1, "FLOAT64", 224},
-      {"task_space_planning_params/task_space_exploration_fraction", 1, "FLOAT64", 228},
-      {"task_space_planning_params/task_space_exploitation_fraction", 1, "FLOAT64", 232},
-  };
-  for (const auto& c : cases) {
-    ExpectFatal([&] { Make()->setParam(c.name, c.value); },
-                "value.impl->data_type == ParamValue::Impl::DataType::" + c.type,
-                "motion_planning/interface/motion_planner", c.line, "");
-  }
 }
 
 TEST_F(MotionPlannerTest, AcceleratorTreeIsSwitchedOnWithItsDefaults) {
