@@ -5,6 +5,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <stdexcept>
 #include <string>
 
@@ -21,6 +22,12 @@ std::string FileErrorOf(Call&& call) {
     return error.what();
   }
   return "no error";
+}
+
+//! What is in a file.
+inline std::string ReadText(const std::string& file) {
+  std::ifstream stream(file, std::ios::binary);
+  return {std::istreambuf_iterator<char>(stream), {}};
 }
 
 //! An empty directory for the files of one test, which is gone after it.

@@ -31,46 +31,6 @@ WorldView ViewOf(const ObstacleShape& shape, const Pose3& pose) {
   return world.view();
 }
 
-TEST(WorldView, ContactIsExactForEveryKind) {
-  // The quaternion (1 1 1 1) / 2 takes x to y, y to z and z to x without rounding.
-  const Pose3 turned(Eigen::Quaterniond(0.5, 0.5, 0.5, 0.5), {10.0, 20.0, 30.0});
-  const BoxObstacle box{{2.0, 4.0, 6.0}};
-  const CylinderObstacle cylinder{1.0, 4.0};
-  const CapsuleObstacle capsule{1.0, 4.0};
-  const struct {
-    ObstacleShape shape;
-    Pose3 pose;
-    Eigen::Vector3d point;
-    double distance;
-  } cases[] = {
-      {SphereObstacle{1.0}, At(1.0, 0.0, 0.0), {4.0, 4.0, 0.0}, 4.0},
-      {SphereObstacle{2.0}, At(1.0, 1.0, 1.0), {1.0, 1.0, 1.0}, -2.0},
-      {box, Pose3(), {-3.0, 5.0, -9.0}, 7.0},
-      {box, Pose3(), {1.0, 2.0, 1.0}, 0.0},
-      {box, Pose3(), {0.75, 1.0, 0.0}, -0.25},
-      {box, Pose3(), {0.0, 1.0, 2.5}, -0.5},
-      // In its frame the point lies at (dy, dz, dx).
-      {box, turned, {10.0, 24.0, 30.0}, 3.0},
-      {cylinder, Pose3(), {0.0, 4.0, 6.0}, 5.0},
-      {cylinder, Pose3(), {0.75, 0.0, 0.0}, -0.25},
-      {cylinder, Pose3(), {0.0, 0.0, 1.5}, -0.5},
-      {cylinder, turned, {10.0, 23.0, 34.0}, 4.0},
-      {capsule, Pose3(), {0.0, -3.0, -6.0}, 4.0},
-      {capsule, Pose3(), {0.0, 0.25, 1.0}, -0.75},
-      {CapsuleObstacle{1.0, 0.0}, turned, {12.0, 23.0, 36.0}, 6.0},
-      {HalfSpaceObstacle{}, At(0.0, 0.0, 2.0), {7.0, 8.0, 5.0}, 3.0},
-      {HalfSpaceObstacle{}, At(0.0, 0.0, 2.0), {7.0, 8.0, -5.0}, -7.0},
-      {HalfSpaceObstacle{}, turned, {10.5, -9.0, 70.0}, 0.5},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(&c - cases);
-    const WorldView view = ViewOf(c.shape, c.pose);
-    EXPECT_EQ(view.nearestObstacle(c.point)->distance, c.distance);
-    EXPECT_TRUE(view.inCollision(c.point, std::max(c.distance, 0.0)));
-    EXPECT_FALSE(view.inCollision(c.point, Below(std::max(c.distance, 0.0))));
-  }
-}
-
 TEST(WorldView, WhatCannotBePlacedIsNotFreeAndANegativeRadiusTouchesNothing) {
   const struct {
     Eigen::Vector3d center;
@@ -147,7 +107,11 @@ TEST(WorldView, DistancesMatchTheSupportFunctionAtRandomPoses) {
     EXPECT_LE(distance, largest + 1e-3) << "kind " << shape.index();
 
     const double above = (pose.rotation() * Eigen::Vector3d::UnitZ()).dot(point - pose.translation());
-    EXPECT_NEAR(ViewOf(HalfSpaceObstacle{}, pose).nearestObstacle(point)->distance, above, 1e-12);
+    const WorldView ground = ViewOf(HalfSpaceObstacle{}, pose);
+    const double height = ground.nearestObstacle(point)->distance;
+    EXPECT_NEAR(height, above, 1e-12);
+    EXPECT_TRUE(ground.inCollision(point, std::max(height, 0.0)));
+    EXPECT_FALSE(ground.inCollision(point, Below(std::max(height, 0.0))));
   }
 }
 

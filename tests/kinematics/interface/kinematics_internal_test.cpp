@@ -105,33 +105,6 @@ TEST(KinematicsInternal, SweepGivesTheBitsOfSingleFramesAndAllocatesNothing) {
   }
 }
 
-TEST(KinematicsInternal, QuarterTurnsAreExact) {
-  const double r = std::sqrt(0.5);
-  Joint joint;
-  joint.name = "turn";
-  joint.type = JointType::kRevolute;
-  joint.parent_frame = "base";
-  joint.child_frame = "turned";
-  joint.origin = Pose3(Eigen::Quaterniond(r, r, 0.0, 0.0), {0.0, 0.0, 1.0});
-  joint.axis = {0.0, -2.0, 0.0};
-  joint.limits = kinematics::JointLimits{-1.0, 1.0};
-  const std::unique_ptr<Kinematics> kinematics =
-      RobotDescriptionBuilder("base")
-          .addJoint(joint)
-          .addFrame("tip", "turned", Pose3(Eigen::Quaterniond(r, 0.0, 0.0, -r), {0.0, 0.5, 0.0}))
-          .build()
-          ->kinematics();
-  // Rot_x(90 deg) takes y to z and z to -y; then Rot_z(-90 deg).
-  const math::RigidTransform tip =
-      ModelOf(*kinematics).transform(Vec({0.0}), kinematics->frame("tip").index());
-  EXPECT_EQ(tip.rotation, (Eigen::Matrix3d{{0, 1, 0}, {0, 0, -1}, {-1, 0, 0}}));
-  EXPECT_EQ(tip.translation, Eigen::Vector3d(0.0, 0.0, 1.5));
-  // The tip lies on the axis, which points down: the joint leaves it where it is and turns it the other way
-  // round.
-  EXPECT_EQ(kinematics->position(Vec({0.7}), kinematics->frame("tip")), Eigen::Vector3d(0.0, 0.0, 1.5));
-  EXPECT_EQ(kinematics->positionJacobian(Vec({0.7}), kinematics->frame("tip")), Eigen::MatrixXd::Zero(3, 1));
-}
-
 TEST(KinematicsInternal, OutlivesItsDescriptionAndSweepsOutliveTheModel) {
   std::mt19937 engine(29);
   const RandomRobot robot(engine, 8);

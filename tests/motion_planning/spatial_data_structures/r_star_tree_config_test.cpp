@@ -28,44 +28,31 @@ TEST(RStarTreeConfigTest, ValuesAtTheEdgeAreAccepted) {
 }
 
 TEST(RStarTreeConfigTest, BrokenRulesAreReportedInOrder) {
-  struct Case {
+  const struct {
     std::vector<int> values;
-    std::string condition;
     int line;
     std::string warning;
+  } cases[] = {
+      {{0, 1, 1, 9, 9}, 37, "Number of spatial dimensions [0] must be positive."},
+      {{1, 1, 1, 9, 9}, 38, "Minimum number of entries per node [1] must be >= 2."},
+      {{1, 2, 3, 9, 9},
+       39,
+       "Maximum number of entries per node [3] must be >= 2 * 'min_entries_per_node', where "
+       "'min_entries_per_node' is 2"},
+      {{1, 2, 4, 4, 9},
+       42,
+       "Number of entries to prune [4] must be <= (1 + 'max_entries_per_node' - "
+       "'min_entries_per_node'), where 'max_entries_per_node' is 4 and 'min_entries_per_node' is 2"},
+      {{1, 2, 4, 3, 5},
+       44,
+       "Maximum number of cost evaluations for selection [5] must be <= 'max_entries_per_node' [4]."},
   };
-  for (const Case& c : {
-           Case{{0, 1, 1, 9, 9},
-                "ValidateDimension(dimension)",
-                37,
-                "Number of spatial dimensions [0] must be positive."},
-           Case{{1, 1, 1, 9, 9},
-                "ValidateMinEntriesPerNode(min_entries_per_node)",
-                38,
-                "Minimum number of entries per node [1] must be >= 2."},
-           Case{{1, 2, 3, 9, 9},
-                "ValidateMaxEntriesPerNode(min_entries_per_node, max_entries_per_node)",
-                39,
-                "Maximum number of entries per node [3] must be >= 2 * 'min_entries_per_node', where "
-                "'min_entries_per_node' is 2"},
-           Case{{1, 2, 4, 4, 9},
-                "ValidateNumEntriesToPrune(num_entries_to_prune, min_entries_per_node, max_entries_per_node)",
-                42,
-                "Number of entries to prune [4] must be <= (1 + 'max_entries_per_node' - "
-                "'min_entries_per_node'), where 'max_entries_per_node' is 4 and 'min_entries_per_node' is 2"},
-           Case{
-               {1, 2, 4, 3, 5},
-               "ValidateMaxApproxCostEvalsForSelection(max_approx_cost_evals_for_selection, "
-               "max_entries_per_node)",
-               44,
-               "Maximum number of cost evaluations for selection [5] must be <= 'max_entries_per_node' [4]."},
-       }) {
+  for (const auto& c : cases) {
     const testing::LogCapture log;
-    testing::ExpectFatal([&] { Make(c.values[0], c.values[1], c.values[2], c.values[3], c.values[4]); },
-                         c.condition, "motion_planning/spatial_data_structures/r_star_tree_config", c.line,
-                         "");
+    const auto make = [&] { Make(c.values[0], c.values[1], c.values[2], c.values[3], c.values[4]); };
+    testing::ExpectFatal(make, {}, "motion_planning/spatial_data_structures/r_star_tree_config", c.line, "");
     // Once more for the warnings, which the capture above has taken.
-    EXPECT_THROW(Make(c.values[0], c.values[1], c.values[2], c.values[3], c.values[4]), util::FatalError);
+    EXPECT_THROW(make(), util::FatalError);
     EXPECT_EQ(log.warnings(), std::vector{c.warning});
   }
 }

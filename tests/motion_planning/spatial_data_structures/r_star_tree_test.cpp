@@ -167,21 +167,6 @@ TEST_P(RStarTreeTargetTest, TreeIsTheOneSpelledOutAndFindsTheNearest) {
 
 KAVO_INSTANTIATE_FOR_EVERY_TARGET(RStarTreeTargetTest);
 
-TEST(RStarTreeTest, LargeNodesAndManyPoints) {
-  std::mt19937 engine(3);
-  IntTree tree(Config(7, kCentroid, EntrySplitterType::kStar, 0, 90, 180));
-  std::vector<BoundingBox> boxes;
-  for (const Eigen::VectorXd& q : MakePoints(engine, 0, 7, 3000)) {
-    tree.Insert(Ref(q), static_cast<int>(boxes.size()));
-    boxes.push_back(Box(q, q));
-  }
-  for (int i = 0; i < 50; ++i) {
-    ASSERT_NO_FATAL_FAILURE(CheckNearest(tree, boxes, RandomVec(engine, 7, -1.5, 1.5)));
-  }
-  tree.Clear();
-  EXPECT_EQ(tree.Root().NumEntries(), 0);
-}
-
 TEST(RStarTreeTest, ExactQueryStopsAtAZeroDistance) {
   std::mt19937 engine(5);
   const Points points = MakePoints(engine, 0, 2, 500);
@@ -197,32 +182,6 @@ TEST(RStarTreeTest, ExactQueryStopsAtAZeroDistance) {
   tree.RecursiveNearestNeighbor(points[3].data(), tree.Root(), nearest);
   EXPECT_EQ(nearest.leaf->Value(nearest.position), 3);
   EXPECT_LT(nearest.num_examined, 60);
-}
-
-TEST(ChildNodeSelectorTest, Ties) {
-  const auto rows_of = [](const std::vector<BoundingBox>& boxes) {
-    internal::BoxRows rows(boxes[0].Dimension());
-    for (const BoundingBox& box : boxes) {
-      rows.Append({box.Min().data(), box.Max().data()}, 9);
-    }
-    return rows;
-  };
-  const ChildNodeSelector selector(2);
-  const internal::BoxRows row = rows_of({Box({0.0}, {1.0}), Box({3.0}, {4.0}), Box({3.0}, {4.0})});
-  for (const auto& [metric, q, chosen] :
-       {std::tuple(kVolume, 2.0, 0), std::tuple(kVolume, 3.5, 1), std::tuple(kCentroid, 2.0, 0),
-        std::tuple(kCentroid, 3.4, 1), std::tuple(kOverlap, 2.0, 0)}) {
-    EXPECT_EQ(selector.SelectChildNode(row, Ref(Vec({q})), metric), chosen) << q;
-  }
-  // Equal growth of overlap, none: the smaller growth in volume decides.
-  EXPECT_EQ(selector.SelectChildNode(rows_of({Box({0.0, 0.0}, {1.0, 2.0}), Box({3.0, 0.0}, {4.0, 1.0})}),
-                                     Ref(Vec({2.0, 0.5})), kOverlap),
-            1);
-  EXPECT_EQ(ChildNodeSelector(0).SelectChildNode(row, Ref(Vec({2.0})), kOverlap), ChildNodeSelector::kNone);
-  const LogCapture log;
-  EXPECT_EQ(selector.SelectChildNode(row, Ref(Vec({2.0})), static_cast<SelectionMetric>(3)),
-            ChildNodeSelector::kNone);
-  EXPECT_EQ(log.messages(LogLevel::kCritical), std::vector<std::string>{"Undefined metric."});
 }
 
 TEST(RStarTreeTest, UnknownKindsAreReported) {

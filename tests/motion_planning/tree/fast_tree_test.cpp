@@ -73,9 +73,6 @@ TEST(FastTreeTest, RootsAndChains) {
     EXPECT_EQ(tree->Backtrace(grandchild), (std::vector<std::shared_ptr<Node>>{grandchild, child, root}));
     EXPECT_EQ(tree->Backtrace(root).size(), 1u);
     EXPECT_EQ(tree->Backtrace(std::make_shared<Node>(Vec({1.0, 0.0}), nullptr)).size(), 1u);
-    for (int k = 0; k < 40; ++k) {
-      tree->Insert(Node(Vec({std::cos(k), std::sin(k)}), root));
-    }
   }
   // The new root may be one of the nodes that are dropped.
   EXPECT_EQ(tree->ClearAndSetRoot(*tree->Nodes().front())->Configuration(), Vec({3.0, 4.0}));
