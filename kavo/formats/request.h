@@ -56,6 +56,17 @@ struct Request {
 //!
 //! Throws `FileError` for a file that cannot be read or does not have this form, and for a position
 //! constraint with an offset from the origin of its link.
+//!
+//! @code
+//! const auto request = kavo::formats::ReadRequest("examples/own_robot/request.yaml");
+//! kavo::formats::RobotFileOptions options;
+//! options.srdf_file = "examples/own_robot/arm.srdf";
+//! options.group = request.group_name;
+//! const auto robot = kavo::formats::LoadRobot("examples/own_robot/arm.urdf", options);
+//! const Eigen::VectorXd goal =
+//!     kavo::formats::ConfigurationFromJoints(*robot.description, request.goals.front().joints);
+//! assert(goal[0] == 0.7);
+//! @endcode
 KAVO_EXPORT Request ReadRequest(const std::string& file);
 
 //! The same from the text of a file, with a name for its errors.

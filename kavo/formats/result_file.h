@@ -119,6 +119,13 @@ KAVO_EXPORT void WriteCsv(const std::vector<std::string>& joint_names,
 KAVO_EXPORT PathFile ReadPath(const std::string& file, const std::optional<std::size_t>& run = {});
 
 //! The same from the text of a file, with a name for its errors.
+//!
+//! @code
+//! const std::vector<Eigen::VectorXd> path = {Eigen::Vector2d(0.0, 0.1), Eigen::Vector2d(1.0, 0.2)};
+//! const std::string text = kavo::formats::ToCsv({"shoulder", "elbow"}, path);
+//! const kavo::formats::PathFile read = kavo::formats::ParsePath(text, "path.csv");
+//! assert(read.joint_names[1] == "elbow" && read.configurations == path);
+//! @endcode
 KAVO_EXPORT PathFile ParsePath(const std::string& text, const std::string& file,
                                const std::optional<std::size_t>& run = {});
 

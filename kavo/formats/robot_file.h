@@ -130,6 +130,17 @@ struct FileText {
 //! frame); else from the SRDF; else from the spheres, and if wanted the boxes and cylinders, of its collision
 //! geometry. Links that have other collision geometry and no spheres from the first two are listed in
 //! `uncovered_links`. Visuals, inertias, materials and transmissions are not looked at.
+//!
+//! @code
+//! kavo::formats::RobotFileOptions options;
+//! options.srdf_file = "examples/own_robot/arm.srdf";
+//! options.group = "arm";
+//! options.self_collision_if_listed = true;
+//! const auto files = kavo::formats::RobotFiles::Read("examples/own_robot/arm.urdf", options);
+//! const kavo::formats::LoadedRobot robot = files.make({{"gripper", 0.02}});
+//! assert(robot.description->numCSpaceCoords() == 5 && robot.tip_frame == "tool");
+//! assert(robot.named_configurations.count("home") == 1);
+//! @endcode
 class KAVO_EXPORT RobotFiles {
  public:
   //! From the texts of files. Throws `FileError` for whatever is wrong in one, and for a name in the options

@@ -61,6 +61,13 @@ using FramePoses = std::map<std::string, Pose3>;
 //! for planning are ignored. There is a warning for a scene without any obstacle.
 //!
 //! Throws `FileError` for a file that cannot be read or does not have this form.
+//!
+//! @code
+//! const kavo::formats::Scene scene = kavo::formats::ReadScene("examples/own_robot/scene.yaml");
+//! assert(scene.unhonoured.empty());
+//! kavo::World world;
+//! assert(kavo::formats::AddToWorld(scene, world).size() == 3);
+//! @endcode
 KAVO_EXPORT Scene ReadScene(const std::string& file);
 
 //! The planning-scene YAML: `world: {collision_objects: [...]}`, or `collision_objects` at the root, with

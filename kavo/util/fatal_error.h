@@ -11,6 +11,17 @@ namespace kavo::util {
 //!
 //! It is meant for the outermost boundary of a program. The object whose operation threw is only good for
 //! destruction; other objects are untouched. `what()` is the line that the default sink prints.
+//!
+//! @code
+//! bool was_thrown = false;
+//! try {
+//!   kavo::World().add(kavo::SphereObstacle{-1.0}, kavo::Pose3());
+//! } catch (const kavo::util::FatalError& error) {
+//!   was_thrown = true;
+//!   std::cerr << error.file() << ":" << error.line() << ": " << error.message() << "\n";
+//! }
+//! assert(was_thrown);
+//! @endcode
 class KAVO_EXPORT FatalError : public std::logic_error {
  public:
   FatalError(std::string condition, std::string file, int line, std::string message);

@@ -27,6 +27,7 @@ extern KAVO_EXPORT thread_local int log_level_threshold;
 
 //! One report of the library.
 struct LogRecord {
+  //! How grave it is.
   LogLevel level = LogLevel::kInfo;
   //! True when a `FatalError` follows the record. The next three fields are set only then.
   bool fatal = false;
@@ -34,7 +35,9 @@ struct LogRecord {
   std::string condition;
   //! Source file, without extension and relative to the library's root.
   std::string file;
+  //! Line that the report is known by.
   int line = 0;
+  //! For a reader; may be empty, and may have several lines.
   std::string message;
 };
 
@@ -46,6 +49,16 @@ using LogSink = std::function<void(const LogRecord&)>;
 //! default, which writes one line to standard error. A sink's exceptions are swallowed: logging never changes
 //! what the library does. Safe to call from any thread; a record already on its way may still reach the old
 //! sink.
+//!
+//! @code
+//! std::vector<std::string> lines;
+//! const kavo::util::LogSink former = kavo::util::SetLogSink([&lines](const kavo::util::LogRecord& record) {
+//!   lines.push_back(kavo::util::FormatLogRecord(record));
+//! });
+//! KAVO_LOG(kavo::LogLevel::kWarning) << "half of " << 3;
+//! assert(lines.front() == "kavo: warning: half of 3");
+//! kavo::util::SetLogSink(former);
+//! @endcode
 KAVO_EXPORT LogSink SetLogSink(LogSink sink);
 
 //! The line that the default sink writes, without line end: "kavo: warning: <message>", or for a fatal record

@@ -10,28 +10,36 @@ namespace kavo::util {
 
 namespace internal {
 
-//! True when min[i] <= max[i] for i = 0, 1, 2. Otherwise warns about the first i that fails, and is false.
+//! False, with a warning about the first such i, when min[i] > max[i] for an i of 0, 1, 2.
 KAVO_EXPORT bool ValidateRangeImpl(const Eigen::Vector3d& min, const Eigen::Vector3d& max);
 
 }  // namespace internal
 
-//! True when [min, max] is a range in every coordinate (equal bounds are). Otherwise warns about the first
-//! coordinate that is not, and is false.
+//! False, with a warning about the first such coordinate, when a minimum is above its maximum. Equal bounds
+//! are a range, and so, for this test, are bounds of NaN.
 inline bool ValidateRange(const Eigen::Vector3d& min, const Eigen::Vector3d& max) {
   return internal::ValidateRangeImpl(min, max);
 }
 
-//! Uniform random values of a closed range, the same on every platform for the same seed.
+//! Random values of a closed range, the same on every platform for the same seed.
 //!
 //! The engine is the 32-bit Mersenne Twister MT19937 (Matsumoto and Nishimura, 1998). A double is u * max +
-//! (1 - u) * min with u = x / 4294967295.0 and x one 32-bit draw, so both ends can come up, and a range of
-//! one value yields exactly that; a 3-vector takes one draw per coordinate, x first; an int is min + x mod
-//! (max - min + 1).
+//! (1 - u) * min with u = x / 4294967295.0 and x one 32-bit draw: one of 2^32 evenly spaced values, both ends
+//! included, and exactly the one value of a range that has no other. A 3-vector takes one draw per
+//! coordinate, x first. An int is min + x mod (max - min + 1): ranges whose size does not divide 2^32 favour
+//! their lower values by one draw in 2^32 each.
 //!
 //! The range starts as [-1, 1] in every coordinate; for int as half of the type's range, [-1073741823,
 //! 1073741822]. Not safe for use by several threads at once.
 //!
 //! \tparam T double, Eigen::Vector3d or int.
+//!
+//! @code
+//! kavo::util::RandomGenerator<double> generator(/*seed=*/7);
+//! generator.SetRange(0.0, 10.0);
+//! const double value = generator.Sample();
+//! assert(0.0 <= value && value <= 10.0);
+//! @endcode
 template <typename T>
 class KAVO_EXPORT RandomGenerator {
  public:
@@ -40,7 +48,8 @@ class KAVO_EXPORT RandomGenerator {
   //! The next value. Advances the engine by one draw per coordinate.
   T Sample();
 
-  //! Replaces the range. If some min is above its max, warns and keeps the range that was in force.
+  //! Replaces the range. If some min is above its max, warns and keeps the range that was in force. Bounds
+  //! that are not finite are taken, and give values that are not.
   void SetRange(const T& min, const T& max);
 
  private:

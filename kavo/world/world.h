@@ -16,6 +16,17 @@ namespace kavo {
 //!
 //! A world may be edited from any thread, also while other threads plan: planners look at a `WorldView`,
 //! which holds a snapshot that no edit touches. Copies of a `World` are handles of the same world.
+//!
+//! @code
+//! kavo::World world;
+//! const kavo::ObstacleHandle table =
+//!     world.add(kavo::BoxObstacle{{1.0, 0.6, 0.04}}, kavo::Pose3::FromTranslation({0.5, 0.0, 0.4}),
+//!     "table");
+//! world.add(kavo::HalfSpaceObstacle{}, kavo::Pose3(), "floor");
+//! const kavo::WorldView view = world.view();
+//! world.move(table, kavo::Pose3::FromTranslation({0.5, 0.0, 0.6}));
+//! assert(view.inCollision({0.5, 0.0, 0.4}, 0.0));  // until the view is updated
+//! @endcode
 class KAVO_EXPORT World {
  public:
   //! An empty world.
@@ -23,6 +34,7 @@ class KAVO_EXPORT World {
 
   //! Adds an obstacle, enabled. A size that is not positive and finite (a capsule may have height zero) or a
   //! pose that is not finite is a fatal error that names the value; the world is unchanged then.
+  //! \param pose Maps the obstacle's frame (see obstacle.h) to the world.
   //! \param name For reports; need not be unique.
   ObstacleHandle add(const ObstacleShape& shape, const Pose3& pose, std::string name = {});
 
@@ -30,16 +42,19 @@ class KAVO_EXPORT World {
   //! world, and for a pose that is not finite.
   void move(ObstacleHandle obstacle, const Pose3& pose);
 
-  //! A disabled obstacle stays in the world but touches nothing.
+  //! A disabled obstacle stays in the world but touches nothing. Either is allowed at any time.
   void enable(ObstacleHandle obstacle);
   void disable(ObstacleHandle obstacle);
   bool isEnabled(ObstacleHandle obstacle) const;
 
+  //! Takes the obstacle out for good. Views keep it until they are updated.
   void remove(ObstacleHandle obstacle);
 
-  //! What was added.
+  //! The shape that was added.
   ObstacleShape shape(ObstacleHandle obstacle) const;
+  //! Where it stands now: maps the obstacle's frame to the world.
   Pose3 pose(ObstacleHandle obstacle) const;
+  //! The name that was given; may be empty.
   std::string name(ObstacleHandle obstacle) const;
 
   //! Whether the obstacle is in this world, and was not removed.

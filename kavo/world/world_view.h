@@ -21,6 +21,7 @@ class ObstacleHandle {
  public:
   explicit ObstacleHandle(std::uint64_t id) : id_(id) {}
 
+  //! A number of its own for each obstacle of one world.
   std::uint64_t id() const { return id_; }
 
   friend bool operator==(ObstacleHandle a, ObstacleHandle b) { return a.id_ == b.id_; }
@@ -35,6 +36,18 @@ class ObstacleHandle {
 //! A cheap handle: copies share one snapshot, so an update of one copy updates them all. Views made
 //! separately by `World::view()` are independent; use one for each planning thread. A view and its copies
 //! belong to one thread at a time; the world behind them may be edited by any.
+//!
+//! @code
+//! kavo::World world;
+//! world.add(kavo::SphereObstacle{0.2}, kavo::Pose3::FromTranslation({1.0, 0.0, 0.0}), "ball");
+//! kavo::WorldView view = world.view();
+//! assert(view.inCollision({0.7, 0.0, 0.0}, 0.15));
+//! const auto nearest = view.nearestObstacle({0.0, 0.0, 0.0});
+//! assert(view.name(nearest->obstacle) == "ball" && nearest->distance == 0.8);
+//! world.remove(nearest->obstacle);
+//! view.update();
+//! assert(!view.nearestObstacle({0.0, 0.0, 0.0}));
+//! @endcode
 class KAVO_EXPORT WorldView {
  public:
   //! The obstacle nearest to a point.

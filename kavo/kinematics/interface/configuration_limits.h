@@ -22,6 +22,7 @@ class KAVO_EXPORT ConfigurationLimits {
 
   //! Number of coordinates.
   std::size_t Dimension() const { return dimension_; }
+  //! The lower and the upper bounds, in the units of the coordinates.
   const Eigen::VectorXd& Min() const { return min_; }
   const Eigen::VectorXd& Max() const { return max_; }
   //! Max() - Min().

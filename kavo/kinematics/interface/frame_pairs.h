@@ -29,6 +29,7 @@ struct FramePair {
     kSometimes,
   };
 
+  //! The two, in the order of the robot's frames.
   std::string frames[2];
   Kind kind = Kind::kSometimes;
   //! Random configurations looked at, and those in which the two touch.
@@ -36,9 +37,11 @@ struct FramePair {
   std::uint64_t num_touching = 0;
 };
 
+//! How thoroughly `ClassifyFramePairs` looks.
 struct FramePairOptions {
-  //! Random configurations, uniform within the limits; at least 1.
+  //! Random configurations, uniform within the limits; fewer than 1 are a fatal error.
   int num_samples = 10000;
+  //! Coordinate i is drawn with `seed` + i.
   std::uint32_t seed = 1;
   //! Boxes of configurations that a proof may look at for each pair before it gives up; zero for no proofs.
   int max_boxes = 200000;
@@ -51,6 +54,17 @@ struct FramePairOptions {
 //! is halved otherwise. The movement of a sphere is bounded by the sum over the joints between of half the
 //! box's width times its distance from the joint's axis at the middle of the box.
 //! \param robot As this library's builder or loaders made it; fatal otherwise.
+//!
+//! @code
+//! const auto robot = kavo::LoadThreeLinkArmRobotDescription();
+//! std::vector<std::pair<std::string, std::string>> pairs;
+//! for (const kavo::FramePair& pair : kavo::ClassifyFramePairs(*robot)) {
+//!   if (pair.kind == kavo::FramePair::Kind::kSometimes || pair.kind == kavo::FramePair::Kind::kNotSeen) {
+//!     pairs.emplace_back(pair.frames[0], pair.frames[1]);
+//!   }
+//! }
+//! const std::shared_ptr<kavo::RobotDescription> with_pairs = kavo::WithCollisionPairs(*robot, pairs);
+//! @endcode
 KAVO_EXPORT std::vector<FramePair> ClassifyFramePairs(const RobotDescription& robot,
                                                       const FramePairOptions& options = {});
 

@@ -12,6 +12,18 @@ namespace kavo {
 //!
 //! A sweep owns the scratch memory of its queries, so that a query allocates nothing; each thread needs a
 //! sweep of its own. Made by `Kinematics::frameSweep`.
+//!
+//! @code
+//! const auto robot = kavo::LoadThreeLinkArmRobotDescription();
+//! const auto kinematics = robot->kinematics();
+//! std::vector<kavo::Kinematics::FrameHandle> frames;
+//! for (const std::string& name : kinematics->frameNames()) {
+//!   frames.push_back(kinematics->frame(name));
+//! }
+//! const auto sweep = kinematics->frameSweep(frames);
+//! const auto& poses = sweep->compute(robot->defaultCSpaceConfiguration());
+//! assert(poses.size() == frames.size());
+//! @endcode
 class KAVO_EXPORT FrameSweep {
  public:
   virtual ~FrameSweep();

@@ -10,6 +10,7 @@ struct KAVO_EXPORT JointLimits {
   double min = 0.0;
   double max = 0.0;
 
+  //! Whether the bounds are minus and plus infinity.
   bool isUnlimited() const;
 
   //! Where random values come from: [-pi, pi] for a joint without limits.

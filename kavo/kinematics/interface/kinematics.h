@@ -16,7 +16,18 @@ namespace kavo {
 //!
 //! Poses and positions are relative to the robot base, in metres; coordinates are radians (revolute,
 //! continuous joints) or metres (prismatic joints). A model is immutable: any number of threads may ask it at
-//! once.
+//! once. In the models of this library a configuration of another length than `numCSpaceCoords()`, and a
+//! handle of a frame that the model does not have, are fatal errors.
+//!
+//! @code
+//! const auto robot = kavo::LoadFrankaRobotDescription();
+//! const auto kinematics = robot->kinematics();
+//! const auto tool = kinematics->frame("tool");
+//! const Eigen::VectorXd q = robot->defaultCSpaceConfiguration();
+//! const Eigen::Vector3d position = kinematics->position(q, tool);
+//! assert(position == kinematics->pose(q, tool).translation());
+//! assert(kinematics->positionJacobian(q, tool).cols() == 7);
+//! @endcode
 class KAVO_EXPORT Kinematics {
  public:
   //! Names one frame of one model. Cheap to copy.
@@ -29,6 +40,7 @@ class KAVO_EXPORT Kinematics {
 
     explicit FrameHandle(int index) : impl_(std::make_shared<const Impl>(Impl{index})) {}
 
+    //! See `Impl::index`.
     int index() const { return impl_->index; }
 
    private:
@@ -46,13 +58,14 @@ class KAVO_EXPORT Kinematics {
   //! The handle of a frame. An unknown name is a fatal error whose message lists the names there are.
   virtual FrameHandle frame(const std::string& frame_name) const = 0;
 
-  //! Pose of the frame relative to the robot base.
+  //! Pose of the frame relative to the robot base: maps coordinates in the frame to the base.
   virtual Pose3 pose(const Eigen::VectorXd& cspace_config, const FrameHandle& frame) const = 0;
 
   //! Position of the frame's origin relative to the robot base.
   virtual Eigen::Vector3d position(const Eigen::VectorXd& cspace_config, const FrameHandle& frame) const = 0;
 
-  //! Derivative of `position` with respect to the coordinates, 3 x n.
+  //! Derivative of `position` with respect to the coordinates, 3 x n: metres per radian, or per metre for a
+  //! prismatic joint.
   virtual Eigen::MatrixXd positionJacobian(const Eigen::VectorXd& cspace_config,
                                            const FrameHandle& frame) const = 0;
 

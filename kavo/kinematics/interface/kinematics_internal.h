@@ -23,6 +23,7 @@ class KAVO_EXPORT KinematicsInternal : public Kinematics {
                                    const FrameHandle& frame) const override;
   std::unique_ptr<FrameSweep> frameSweep(const std::vector<FrameHandle>& frames) const override;
 
+  //! The model value.
   const kinematics::Kinematics& model() const { return model_; }
 
  private:

@@ -14,6 +14,16 @@ namespace kavo {
 
 //! What a planner needs to know about a robot. Made by `RobotDescriptionBuilder` or one of the built-in
 //! loaders below. Immutable.
+//!
+//! @code
+//! const std::shared_ptr<kavo::RobotDescription> robot = kavo::LoadFrankaRobotDescription();
+//! const std::vector<kavo::kinematics::JointLimits> limits = kavo::ExtractJointLimits(robot.get());
+//! const Eigen::VectorXd q = robot->defaultCSpaceConfiguration();
+//! for (std::size_t i = 0; i < robot->numCSpaceCoords(); ++i) {
+//!   const double value = q[static_cast<Eigen::Index>(i)];
+//!   assert(limits[i].min <= value && value <= limits[i].max);
+//! }
+//! @endcode
 class KAVO_EXPORT RobotDescription {
  public:
   virtual ~RobotDescription();
@@ -24,7 +34,8 @@ class KAVO_EXPORT RobotDescription {
   //! Name of a coordinate. An index at or above `numCSpaceCoords()` is a fatal error.
   virtual std::string cSpaceCoordName(std::size_t coord_index) const = 0;
 
-  //! A configuration to start from, one entry for each coordinate.
+  //! A configuration to start from, one entry for each coordinate, within the limits; radians, or metres for
+  //! a prismatic joint. It may touch obstacles.
   virtual Eigen::VectorXd defaultCSpaceConfiguration() const = 0;
 
   //! A new kinematic model of this robot, which may outlive the description.

@@ -15,11 +15,13 @@
 
 namespace kavo {
 
+//! How a joint moves: not at all, about its axis, about it without end, along it.
 enum class JointType { kFixed, kRevolute, kContinuous, kPrismatic };
 
 //! A joint and the frame that it moves.
 struct Joint {
-  //! How a joint follows another one: its value is `multiplier` times the other's plus `offset`.
+  //! How a joint follows another one: its value is `multiplier` times the other's plus `offset` (radians, or
+  //! metres for a prismatic joint).
   struct Mimic {
     //! Name of the joint that it follows, which must be a coordinate.
     std::string joint;
@@ -27,6 +29,7 @@ struct Joint {
     double offset = 0.0;
   };
 
+  //! Name of the joint, and of the coordinate that it is.
   std::string name;
   JointType type = JointType::kFixed;
   //! Frame that the joint is attached to.
@@ -61,16 +64,34 @@ struct Joint {
 //! maximum, a default value outside the limits, a joint that follows one that is no coordinate, a sphere on
 //! an unknown frame or with a radius that is not positive, a collision pair with an unknown frame or of a
 //! frame with itself.
+//!
+//! @code
+//! kavo::Joint shoulder;
+//! shoulder.name = "shoulder";
+//! shoulder.type = kavo::JointType::kRevolute;
+//! shoulder.parent_frame = "base";
+//! shoulder.child_frame = "arm";
+//! shoulder.limits = kavo::kinematics::JointLimits{-2.0, 2.0};
+//! const std::shared_ptr<kavo::RobotDescription> robot =
+//!     kavo::RobotDescriptionBuilder("base")
+//!         .addJoint(shoulder)
+//!         .addFrame("tool", "arm", kavo::Pose3::FromTranslation({0.5, 0.0, 0.0}))
+//!         .addCollisionSphere("tool", Eigen::Vector3d::Zero(), 0.05)
+//!         .build();
+//! assert(robot->cSpaceCoordName(0) == "shoulder");
+//! @endcode
 class KAVO_EXPORT RobotDescriptionBuilder {
  public:
   //! \param base_frame Name of the frame that everything is attached to.
   explicit RobotDescriptionBuilder(std::string base_frame);
 
+  //! Nothing is checked here or below: `build` does so.
   RobotDescriptionBuilder& addJoint(Joint joint);
   //! A frame rigidly attached to another one: a fixed joint of the same name as the frame.
   RobotDescriptionBuilder& addFrame(const std::string& name, const std::string& parent_frame,
                                     const Pose3& pose);
-  //! \param center In the frame's coordinates.
+  //! Attaches a collision sphere to a frame: contact of it with an obstacle is a collision.
+  //! \param center In the frame's coordinates, metres, as is the radius.
   RobotDescriptionBuilder& addCollisionSphere(const std::string& frame_name, const Eigen::Vector3d& center,
                                               double radius);
 

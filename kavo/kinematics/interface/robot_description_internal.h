@@ -20,6 +20,7 @@ namespace kavo {
 //! checked it.
 class KAVO_EXPORT RobotDescriptionInternal : public RobotDescription {
  public:
+  //! All that a robot is, in coordinate order where it is about coordinates.
   struct Data {
     kinematics::Kinematics kinematics;
     std::vector<std::string> coordinate_names;

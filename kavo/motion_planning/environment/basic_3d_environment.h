@@ -18,6 +18,7 @@ class KAVO_EXPORT Basic3dEnvironment : public Environment {
   virtual void UpdateWorldView() = 0;
 };
 
+//! What a `Basic3dEnvironment` is made from. Its fields are the parameters of its constructor.
 struct KAVO_EXPORT Basic3dEnvironmentConfig {
   //! \param world_view_in The obstacles.
   //! \param q_limits_in The box that the point may occupy, bounds included; of dimension 3, otherwise a fatal
@@ -35,6 +36,15 @@ struct KAVO_EXPORT Basic3dEnvironmentConfig {
 
 //! A point environment under the Euclidean distance. Where some minimum of the limits is above its maximum a
 //! warning is issued, and no configuration is valid. Limits of another dimension than 3 are a fatal error.
+//!
+//! @code
+//! kavo::World world;
+//! world.add(kavo::BoxObstacle{{0.1, 1.5, 1.0}}, kavo::Pose3::FromTranslation({1.0, -0.25, 0.5}), "wall");
+//! const kavo::kinematics::ConfigurationLimits room(Eigen::Vector3d(0.0, -1.0, 0.0),
+//!                                                  Eigen::Vector3d(2.0, 1.0, 1.0));
+//! const auto environment = kavo::planning::CreateBasic3dEnvironment({world.view(), room, 100, 1});
+//! assert(!environment->IsValidConfiguration(Eigen::Vector3d(1.0, 0.0, 0.5)));
+//! @endcode
 KAVO_EXPORT std::shared_ptr<Basic3dEnvironment> CreateBasic3dEnvironment(
     const Basic3dEnvironmentConfig& config);
 

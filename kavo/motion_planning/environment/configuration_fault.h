@@ -11,7 +11,8 @@ namespace kavo::planning {
 
 //! Why a configuration of a robot is not valid.
 struct ConfigurationFault {
-  //! A coordinate beyond its closed range, or one that is not finite.
+  //! A coordinate beyond its closed range, or one that is not finite: its index, its value and the range.
+  //! Radians, or metres for a prismatic joint.
   struct Limit {
     std::size_t coordinate;
     double value;
@@ -21,12 +22,14 @@ struct ConfigurationFault {
 
   //! A collision sphere of the robot that touches an obstacle.
   struct Contact {
+    //! The frame that carries the sphere.
     std::string frame;
     //! Index among the spheres of the frame.
     std::size_t sphere;
     //! Centre in the world, and radius. Metres.
     Eigen::Vector3d center;
     double radius;
+    //! The obstacle that it reaches deepest into.
     ObstacleHandle obstacle;
     //! Its name, also once it was removed from the world.
     std::string obstacle_name;
@@ -36,6 +39,7 @@ struct ConfigurationFault {
 
   //! Two collision spheres of the robot that touch each other, of frames that must not.
   struct SelfContact {
+    //! The frames that carry the spheres.
     std::string frames[2];
     //! Index among the spheres of each frame.
     std::size_t spheres[2];

@@ -12,6 +12,35 @@
 namespace kavo::planning {
 
 //! What a planner knows of the space that it plans in. One environment serves one thread at a time.
+//!
+//! @code
+//! // A point in a square with a hole.
+//! class Square : public kavo::planning::Environment {
+//!  public:
+//!   int CSpaceDimension() const override { return 2; }
+//!   const kavo::kinematics::ConfigurationLimits& CSpaceCoordLimits() const override { return limits_; }
+//!   const kavo::planning::DistanceMetric& CSpaceDistanceMetric() const override { return metric_; }
+//!   bool IsValidConfiguration(const Eigen::VectorXd& q) const override {
+//!     return (q.array().abs() <= 1.0).all() && q.norm() > 0.5;
+//!   }
+//!   std::optional<Eigen::VectorXd> SampleConfiguration() const override {
+//!     Eigen::VectorXd q = Eigen::Vector2d::Zero();
+//!     while (!IsValidConfiguration(q)) {
+//!       q << sampler_.Sample(), sampler_.Sample();
+//!     }
+//!     return q;
+//!   }
+//!
+//!  private:
+//!   kavo::kinematics::ConfigurationLimits limits_{Eigen::Vector2d(-1.0, -1.0), Eigen::Vector2d(1.0, 1.0)};
+//!   kavo::planning::DistanceMetric metric_ = kavo::planning::L2Norm;
+//!   mutable kavo::util::RandomGenerator<double> sampler_{1};
+//! };
+//!
+//! const auto found = kavo::planning::FindPath(std::make_shared<Square>(), {0.1, 1000, 0.5},
+//!                                             Eigen::Vector2d(-0.8, 0.0), Eigen::Vector2d(0.8, 0.0));
+//! assert(found && found.path.size() > 2);
+//! @endcode
 class KAVO_EXPORT Environment {
  public:
   virtual ~Environment();
@@ -19,12 +48,14 @@ class KAVO_EXPORT Environment {
   //! Number of c-space coordinates.
   virtual int CSpaceDimension() const = 0;
 
+  //! The closed range of each coordinate, in its unit.
   virtual const kinematics::ConfigurationLimits& CSpaceCoordLimits() const = 0;
 
+  //! The distance by which planners look for the nearest configuration.
   virtual const DistanceMetric& CSpaceDistanceMetric() const = 0;
 
   //! Whether `q` lies within the limits and touches nothing. A length other than `CSpaceDimension()` is a
-  //! fatal error.
+  //! fatal error in the environments of this library.
   virtual bool IsValidConfiguration(const Eigen::VectorXd& q) const = 0;
 
   //! A random valid configuration; empty, with a warning, if none was found. Each call goes on in one random

@@ -21,10 +21,22 @@ namespace kavo::planning {
 //!
 //! Not even the const operations of one environment may run on several threads at once: they share scratch
 //! memory and random generators.
+//!
+//! @code
+//! kavo::World world;
+//! world.add(kavo::SphereObstacle{0.3}, kavo::Pose3::FromTranslation({1.7, 0.6, 0.0}), "ball");
+//! const kavo::planning::RobotEnvironmentConfig config =
+//! kavo::planning::BuildThreeLinkRobotEnvironmentConfig(
+//!     world.view(), {1.0, 1.0, 1.0}, /*max_sampling_attempts=*/100, /*c_space_seed=*/1);
+//! const auto environment = kavo::planning::CreateRobotEnvironment(config);
+//! assert(environment->IsValidConfiguration(Eigen::Vector3d(-0.4, 0.1, 0.2)));
+//! const auto fault = environment->FindFault(Eigen::Vector3d(0.5, 0.0, -0.3));
+//! assert(fault && fault->contact->obstacle_name == "ball");
+//! @endcode
 class KAVO_EXPORT RobotEnvironment : public Environment {
  public:
   //! Position of the task-space frame relative to the robot base (metres), wherever the base stands in the
-  //! world.
+  //! world. A wrong length of `q` is a fatal error, here and below.
   virtual Eigen::Vector3d TaskSpacePosition(const Eigen::VectorXd& q) const = 0;
 
   //! Derivative of `TaskSpacePosition`.
@@ -53,8 +65,7 @@ class KAVO_EXPORT RobotEnvironment : public Environment {
   };
   virtual Statistics GetStatistics() const = 0;
 
-  //! Why `q` is not valid; empty if it is. Slower than the check itself. A wrong length is a fatal error as
-  //! there.
+  //! Why `q` is not valid; empty if it is. Slower than the check itself.
   virtual std::optional<ConfigurationFault> FindFault(const Eigen::VectorXd& q) const = 0;
 
   //! A number that is another one once the world as the environment sees it, or the base pose, has changed

@@ -45,6 +45,7 @@ class KAVO_EXPORT RobotEnvironmentConfig {
   const std::vector<std::string>& FrameNames() const { return collision_frame_names_; }
   //! Names of all frames of the kinematics.
   std::vector<std::string> GetFrameNames() const { return kinematics_->frameNames(); }
+  //! In coordinate order, radians or metres.
   const std::vector<kinematics::JointLimits>& JointLimits() const { return joint_limits_; }
   //! The coordinates of the description in which a whole turn changes nothing.
   const std::vector<Eigen::Index>& PeriodicCoordinates() const { return periodic_coordinates_; }
@@ -77,6 +78,7 @@ class KAVO_EXPORT RobotEnvironmentConfig {
   //! configuration is made; the weights may have been changed since.
   void ValidateInput() const;
 
+  //! As the parameters of the constructor; may be changed until an environment is made.
   WorldView world_view;
   int max_sampling_attempts;
   int c_space_seed;

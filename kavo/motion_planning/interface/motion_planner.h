@@ -21,6 +21,22 @@ namespace kavo {
 //!
 //! When memory runs out in the middle of a query (`std::bad_alloc`) the planner may be asked again; that
 //! query has no status, and its random choices so far are spent.
+//!
+//! @code
+//! const std::shared_ptr<kavo::RobotDescription> robot = kavo::LoadFrankaRobotDescription();
+//! kavo::World world;
+//! world.add(kavo::HalfSpaceObstacle{}, kavo::Pose3::FromTranslation({0.0, 0.0, -0.1}), "floor");
+//! const auto planner = kavo::CreateMotionPlanner(robot, world.view());
+//! planner->setParam("step_size", 0.05);
+//! planner->setStopCondition(kavo::StopAfter(10.0));
+//!
+//! const Eigen::VectorXd start = robot->defaultCSpaceConfiguration();
+//! Eigen::VectorXd target = start;
+//! target[0] += 1.5;
+//! const kavo::MotionPlanner::Results results = planner->planToCSpaceTarget(start, target, true);
+//! assert(results.path_found && results.path.back() == target);
+//! std::cout << planner->queryReport().num_validity_checks << " configurations checked\n";
+//! @endcode
 class KAVO_EXPORT MotionPlanner {
  public:
   //! A closed interval.

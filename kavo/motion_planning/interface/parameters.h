@@ -35,6 +35,14 @@ KAVO_EXPORT const std::vector<Parameter>& Parameters();
 //! Changes a setting by the rules of `MotionPlanner::setParam`, without a planner and without a report.
 //! \return What is wrong: an unknown name or frame, a value of another type or out of range. Empty when the
 //!     value was taken over.
+//!
+//! @code
+//! const std::shared_ptr<kavo::RobotDescription> robot = kavo::LoadFrankaRobotDescription();
+//! kavo::planning::MotionPlannerConfig config(robot);
+//! assert(!kavo::planning::SetParameter("step_size", 0.05, *robot, config));
+//! assert(kavo::planning::SetParameter("step_size", -1.0, *robot, config));
+//! assert(!kavo::planning::FindSettingFault(config, *robot) && config.step_size == 0.05);
+//! @endcode
 KAVO_EXPORT std::optional<std::string> SetParameter(const std::string& name, const ParameterValue& value,
                                                     const RobotDescription& robot,
                                                     MotionPlannerConfig& config);

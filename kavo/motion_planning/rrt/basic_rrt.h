@@ -11,6 +11,7 @@
 
 namespace kavo::planning {
 
+//! Settings of `CreateBasicRRT`.
 struct KAVO_EXPORT BasicRRTConfig {
   //! A fatal error unless every tolerance and the edge length are positive.
   BasicRRTConfig(const Eigen::VectorXd& q_target_tolerance_in, double edge_length_in,

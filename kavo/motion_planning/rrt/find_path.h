@@ -47,6 +47,20 @@ struct FoundPath {
 //! \param environment Fatal without one.
 //! \param q_start, q_target A length other than the environment's dimension is fatal; a configuration that is
 //!     not valid gives a status and a warning.
+//!
+//! @code
+//! kavo::World world;
+//! world.add(kavo::BoxObstacle{{0.1, 1.5, 1.0}}, kavo::Pose3::FromTranslation({1.0, -0.25, 0.5}), "wall");
+//! const kavo::kinematics::ConfigurationLimits room(Eigen::Vector3d(0.0, -1.0, 0.0),
+//!                                                  Eigen::Vector3d(2.0, 1.0, 1.0));
+//! const auto environment = kavo::planning::CreateBasic3dEnvironment({world.view(), room, 100, 1});
+//!
+//! const kavo::planning::RRTConnectConfig config(/*edge_length=*/0.1, /*max_iterations=*/10000,
+//!                                               /*exploration_fraction=*/0.5);
+//! const kavo::planning::FoundPath found = kavo::planning::FindPath(
+//!     environment, config, Eigen::Vector3d(0.5, 0.0, 0.5), Eigen::Vector3d(1.5, 0.0, 0.5));
+//! assert(found && found.path.back() == Eigen::Vector3d(1.5, 0.0, 0.5));
+//! @endcode
 KAVO_EXPORT FoundPath FindPath(const std::shared_ptr<Environment>& environment,
                                const RRTConnectConfig& config, const Eigen::VectorXd& q_start,
                                const Eigen::VectorXd& q_target, const FindPathOptions& options = {});

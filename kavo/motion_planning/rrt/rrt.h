@@ -30,6 +30,7 @@ class KAVO_EXPORT RRT {
  public:
   virtual ~RRT();
 
+  //! Number of coordinates of the configurations that it plans for.
   virtual int CSpaceDimension() const = 0;
 
   //! A path from `q_initial` (first) to `q_target` (last) as a chain of tree nodes, or empty when none was

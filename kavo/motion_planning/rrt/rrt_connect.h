@@ -10,6 +10,7 @@
 
 namespace kavo::planning {
 
+//! Settings of `CreateRRTConnect`.
 struct KAVO_EXPORT RRTConnectConfig {
   //! An edge length that is not positive is a fatal error; an exploration fraction outside of [0, 1] is
   //! clipped with a warning (NaN is warned about and kept).
@@ -40,6 +41,23 @@ struct KAVO_EXPORT RRTConnectConfig {
 //! \param tree_a, tree_b Owners of the trees to grow; see `RRT`. Their dimensions must be the environment's
 //!   (fatal error otherwise). Planning swaps the trees between the two owners; after a success the first owns
 //!   the tree of the start.
+//!
+//! @code
+//! kavo::World world;
+//! world.add(kavo::BoxObstacle{{0.1, 1.5, 1.0}}, kavo::Pose3::FromTranslation({1.0, -0.25, 0.5}), "wall");
+//! const kavo::kinematics::ConfigurationLimits room(Eigen::Vector3d(0.0, -1.0, 0.0),
+//!                                                  Eigen::Vector3d(2.0, 1.0, 1.0));
+//! const auto environment = kavo::planning::CreateBasic3dEnvironment({world.view(), room, 100, 1});
+//!
+//! using kavo::planning::CreateBasicTree;
+//! std::unique_ptr<kavo::planning::Tree> trees[] = {
+//!     CreateBasicTree(3, environment->CSpaceDistanceMetric(), false),
+//!     CreateBasicTree(3, environment->CSpaceDistanceMetric(), false)};
+//! const auto planner = kavo::planning::CreateRRTConnect({0.1, 10000, 0.5}, environment, trees[0], trees[1]);
+//! const auto nodes =
+//!     planner->TryToFindPath(Eigen::Vector3d(0.5, 0.0, 0.5), Eigen::Vector3d(1.5, 0.0, 0.5));
+//! assert(nodes && nodes->front()->Configuration()[0] == 0.5);
+//! @endcode
 KAVO_EXPORT std::shared_ptr<RRT> CreateRRTConnect(const RRTConnectConfig& config,
                                                   const std::shared_ptr<Environment>& environment,
                                                   std::unique_ptr<Tree>& tree_a,

@@ -26,6 +26,7 @@ class KAVO_EXPORT WeightedSquaredL2Norm {
   //! The lengths of `q0`, `q1` and the weights must be equal; this is not checked.
   double operator()(const Eigen::VectorXd& q0, const Eigen::VectorXd& q1) const;
 
+  //! As they were given.
   const Eigen::VectorXd& Weights() const { return weights_; }
 
  private:

@@ -31,8 +31,10 @@ class KAVO_EXPORT PeriodicMetric {
   //!     coordinate come nearer to each other, as for all metrics of this library.
   PeriodicMetric(DistanceMetric metric, std::vector<Eigen::Index> periodic_coordinates);
 
+  //! Lengths as the metric asks for.
   double operator()(const Eigen::VectorXd& q0, const Eigen::VectorXd& q1) const;
 
+  //! The two as they were given.
   const DistanceMetric& Metric() const { return metric_; }
   const std::vector<Eigen::Index>& PeriodicCoordinates() const { return periodic_coordinates_; }
 

@@ -14,6 +14,7 @@ namespace kavo {
 
 namespace tesk::planning {
 
+//! The metrics that an accelerator tree knows; see distance_metrics.h.
 enum class DistanceMetricType : int {
   kL2Norm = 0,
   kSquaredL2Norm = 1,
@@ -33,6 +34,7 @@ struct TeskTreeConfig {
   std::int64_t max_num_nodes = 0;
   //! Size of the accelerator's staging buffer.
   std::int64_t max_buffer_size = 0;
+  //! How it measures distances.
   tesk::planning::DistanceMetricType distance_metric_type = tesk::planning::DistanceMetricType::kL2Norm;
   //! Weights of the weighted metric.
   std::optional<Eigen::VectorXd> distance_metric_weights;

@@ -31,12 +31,14 @@ class KAVO_EXPORT Tree {
   //! Dimension of the configurations that the tree holds.
   virtual int CSpaceDimension() const = 0;
 
+  //! Number of stored nodes.
   virtual std::uint64_t NumNodes() const = 0;
 
   //! All nodes, in the order of their insertion.
   virtual const std::vector<std::shared_ptr<Node>>& Nodes() const = 0;
 
-  //! Drops all nodes and stores a copy of `node`, which must not have a parent. Returns the stored root.
+  //! Drops all nodes and stores a copy of `node`, which must not have a parent (fatal error otherwise).
+  //! Returns the stored root.
   virtual std::shared_ptr<Node> ClearAndSetRoot(const Node& node) = 0;
 
   //! Stores a copy of `node`, whose parent the caller has set, and returns it.

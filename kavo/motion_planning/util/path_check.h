@@ -84,6 +84,15 @@ struct PathCheck {
 //! \param step_size Positive; otherwise, and for a segment of more parts than an int can count, a fatal
 //!     error.
 //! \param stop_condition Asked before each configuration but the first.
+//!
+//! @code
+//! kavo::World world;
+//! world.add(kavo::SphereObstacle{0.3}, kavo::Pose3::FromTranslation({1.7, 0.6, 0.0}), "ball");
+//! const auto robot = kavo::LoadThreeLinkArmRobotDescription();
+//! const std::vector<Eigen::VectorXd> path = {Eigen::Vector3d(-0.4, 0.1, 0.2), Eigen::Vector3d(1.7, -0.2,
+//! -0.3)}; const kavo::planning::PathCheck check = kavo::planning::CheckPath(*robot, world.view(), path,
+//! 0.01); assert(!check.IsValid() && check.first_bad->fault.contact->obstacle_name == "ball");
+//! @endcode
 KAVO_EXPORT PathCheck CheckPath(const RobotDescription& robot, const WorldView& world_view,
                                 const std::vector<Eigen::VectorXd>& path, double step_size,
                                 const StopCondition& stop_condition = {});

@@ -49,6 +49,19 @@ KAVO_EXPORT void RemoveConfigurations(std::vector<Eigen::VectorXd>& path, int fi
 //! \param step_size As for `IsValidPath`.
 //! \param max_iterations Number of random waypoints to try.
 //! \param seed Seed of the choice of waypoints.
+//!
+//! @code
+//! kavo::World world;
+//! world.add(kavo::BoxObstacle{{0.1, 1.5, 1.0}}, kavo::Pose3::FromTranslation({1.0, -0.25, 0.5}), "wall");
+//! const kavo::kinematics::ConfigurationLimits room(Eigen::Vector3d(0.0, -1.0, 0.0),
+//!                                                  Eigen::Vector3d(2.0, 1.0, 1.0));
+//! const auto environment = kavo::planning::CreateBasic3dEnvironment({world.view(), room, 100, 1});
+//!
+//! const std::vector<Eigen::VectorXd> path = {Eigen::Vector3d(0.2, 0.0, 0.5), Eigen::Vector3d(0.2, 0.8, 0.5),
+//!                                            Eigen::Vector3d(0.6, 0.8, 0.5), Eigen::Vector3d(1.8, 0.8,
+//!                                            0.5)};
+//! assert(kavo::planning::ShortCircuitPath(path, environment, 0.01, 20, 1).size() == 3);
+//! @endcode
 KAVO_EXPORT std::vector<Eigen::VectorXd> ShortCircuitPath(const std::vector<Eigen::VectorXd>& path,
                                                           const std::shared_ptr<Environment>& environment,
                                                           double step_size, int max_iterations,
