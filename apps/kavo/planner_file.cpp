@@ -3,12 +3,13 @@
 #include <yaml-cpp/yaml.h>
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
-#include <filesystem>
 #include <fstream>
 #include <optional>
 #include <set>
-#include <system_error>
+#include <sstream>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -32,11 +33,11 @@ constexpr char kTree[] = "tesk_tree_params";
 constexpr char kMaxNodes[] = "max_nodes";
 
 // What yaml-cpp refused, where it says where: its own text names neither the key nor what stands there.
-std::string TellFault(const std::string& file, const YAML::Exception& error) {
+std::string TellFault(const std::string& file, const std::string& text, const YAML::Exception& error) {
   if (error.mark.is_null()) {
     return file + ": " + error.msg;
   }
-  std::ifstream lines(file);
+  std::istringstream lines(text);
   std::string line;
   for (int i = 0; i <= error.mark.line; ++i) {
     std::getline(lines, line);
@@ -134,16 +135,30 @@ MotionPlannerConfig ReadSome(const YAML::Node& root, const std::string& file, co
   return config;
 }
 
+// Read once, as a pipe can be, and no farther than a file of settings goes: it may have no end.
+std::string ReadText(const std::string& file) {
+  constexpr std::size_t kMaxSize = std::size_t{1} << 20;
+  std::ifstream stream(file, std::ios::binary);
+  std::string text(kMaxSize + 1, '\0');
+  stream.read(text.data(), static_cast<std::streamsize>(text.size()));
+  text.resize(static_cast<std::size_t>(stream.gcount()));
+  if (text.size() > kMaxSize) {
+    throw UnusableInput(file + ": found more than 1 MiB, expected a smaller file");
+  }
+  // A directory can be opened, but not read.
+  if (!stream.eof() || stream.bad()) {
+    throw UnusableInput(file + ": cannot be read");
+  }
+  return text;
+}
+
 }  // namespace
 
 MotionPlannerConfig ReadPlannerFile(const std::string& file, const RobotDescription& robot,
                                     const MotionPlannerConfig& defaults) {
+  const std::string text = ReadText(file);
   try {
-    std::error_code unused;
-    if (std::filesystem::is_directory(file, unused)) {
-      throw YAML::BadFile(file);
-    }
-    const std::vector<YAML::Node> documents = YAML::LoadAllFromFile(file);
+    const std::vector<YAML::Node> documents = YAML::LoadAll(text);
     if (documents.size() > 1) {
       throw UnusableInput(file + ": found " + std::to_string(documents.size()) + " documents, expected one");
     }
@@ -168,13 +183,13 @@ MotionPlannerConfig ReadPlannerFile(const std::string& file, const RobotDescript
                                    << ": not named, and so at their defaults: " << Join(missing, ", ");
       return ReadSome(root, file, robot, defaults);
     }
-    MotionPlannerConfig config = MotionPlannerConfig::ReadUnchecked(file);
+    MotionPlannerConfig config = MotionPlannerConfig::ReadUnchecked(root);
     if (const auto fault = planning::FindSettingFault(config, robot)) {
       throw UnusableInput(file + ": " + *fault);
     }
     return config;
   } catch (const YAML::Exception& error) {
-    throw UnusableInput(TellFault(file, error));
+    throw UnusableInput(TellFault(file, text, error));
   }
 }
 

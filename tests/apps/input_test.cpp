@@ -256,6 +256,10 @@ TEST_F(InputTest, FilesWithoutEndAndControlCharacters) {
     EXPECT_EQ(endless.status, 2);
     EXPECT_THAT(endless.errors, HasSubstr("/dev/zero: found more than ")) << option;
   }
+  EXPECT_THAT(RunKavo({"plan", "--robot", "three_link", "--start", "default", "--goal", "default", "--config",
+                       "/dev/zero"})
+                  .errors,
+              HasSubstr("/dev/zero: found more than "));
   const Outcome check = Run({"check", "--path", folder_.Write("path.csv", "0,0\n")}, {},
                             Replaced(kPegScene, "id: peg", "id: \"\\e[31mpeg\\x9b\""));
   EXPECT_THAT(check.output, HasSubstr("into '?[31mpeg?"

@@ -44,8 +44,8 @@ MotionPlannerConfig::MotionPlannerConfig(const std::shared_ptr<RobotDescription>
 
 MotionPlannerConfig::MotionPlannerConfig(const YAML::Node& node) : MotionPlannerConfig(node, true) {}
 
-MotionPlannerConfig MotionPlannerConfig::ReadUnchecked(const std::string& file) {
-  return MotionPlannerConfig(internal::LoadYaml(file), false);
+MotionPlannerConfig MotionPlannerConfig::ReadUnchecked(const YAML::Node& node) {
+  return MotionPlannerConfig(node, false);
 }
 
 MotionPlannerConfig::MotionPlannerConfig(const YAML::Node& node, bool checks_ranges) {

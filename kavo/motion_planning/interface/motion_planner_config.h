@@ -31,10 +31,9 @@ struct KAVO_EXPORT MotionPlannerConfig {
   //! limit out of range is a fatal error.
   explicit MotionPlannerConfig(const YAML::Node& node);
 
-  //! The settings of a YAML file as they stand, for those who ask `FindSettingFault` what is wrong with them
-  //! before they make a planner: nothing is out of range here. Exceptions of yaml-cpp as above, and
-  //! `YAML::BadFile` for a file that cannot be read.
-  static MotionPlannerConfig ReadUnchecked(const std::string& file);
+  //! The settings of such a document as they stand, for those who ask `FindSettingFault` what is wrong with
+  //! them before they make a planner: nothing is out of range here. Exceptions of yaml-cpp as above.
+  static MotionPlannerConfig ReadUnchecked(const YAML::Node& node);
 
   //! Seeds all random choices.
   int seed = 1234;
