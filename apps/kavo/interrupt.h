@@ -8,7 +8,8 @@ namespace kavo::command {
 // while work is under way that can be stopped they ask it to stop, and a second one ends the program at once.
 // Either way temporary files go.
 
-//! To be called once, before anything else of this header.
+//! To be called once, before anything else of this header. A reader that goes away is no signal but a failure
+//! to write, and so is a standard output that is closed.
 void HandleSignals();
 
 //! The number of the signal that has come; zero until then. Any thread may ask.

@@ -93,6 +93,11 @@ OutputFile::~OutputFile() {
   }
 }
 
+bool OutputFile::IsSameAs(const OutputFile& other) const {
+  return temporary_ && other.temporary_ &&
+         fs::weakly_canonical(target_) == fs::weakly_canonical(other.target_);
+}
+
 void OutputFile::Write(const std::string& text) {
   try {
     if (!temporary_) {

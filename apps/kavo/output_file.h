@@ -30,6 +30,8 @@ class OutputFile {
   bool IsWanted() const { return file_.has_value(); }
   bool IsStandardOutput() const { return file_ == "-"; }
   bool IsFile() const { return file_ && !IsStandardOutput(); }
+  //! Whether both would replace the same file.
+  bool IsSameAs(const OutputFile& other) const;
 
   //! Writes the contents; not for standard output. What the file held before stays if that fails: throws
   //! `UnusableInput`.

@@ -108,6 +108,9 @@ class Planning {
         settings_(options.planner),
         situations_(options.robot.Load(), options.rules),
         seconds_(options.time_limit) {
+    if (json_file_.IsSameAs(csv_file_)) {
+      throw UnusableInput("--json and --csv cannot both be written to " + *options.csv_file);
+    }
     if (options_.request_file.empty()) {
       const Query query = QueryOfOptions(situations_.Robot());
       situation_ = situations_.Read(options_.scene.Files(), nullptr, query.start);
@@ -307,7 +310,7 @@ class Planning {
     text += attempt.check
                 ? "check: " + Explain(*attempt.check, Robot(), situation_.scope, path.size() - 1, check_step_)
                 : "check: none\n";
-    if (!attempt.IsGood() && !options_.num_more_seeds) {
+    if (attempt.check && attempt.check->first_bad && !options_.num_more_seeds) {
       text += "Try --verify, which plans with other seeds and smaller steps until a path passes.\n";
     }
     return text;

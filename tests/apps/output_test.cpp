@@ -83,6 +83,9 @@ TEST_F(OutputTest, FilesAreReplacedAsAWholeOrNotAtAll) {
     const bool is_found_out_late = c.file == "/dev/full";
     EXPECT_EQ(plan.output.find("path found") == 0, c.status == 0 || is_found_out_late) << c.file;
   }
+  EXPECT_THAT(
+      RunKavo(With("plan", {"--start", "1,0", "--goal", "0.5,0", "--csv", old, "--json", link})).errors,
+      HasSubstr("--json and --csv cannot both be written to "));
   EXPECT_TRUE(fs::is_symlink(link));
   EXPECT_EQ(fs::status(old).permissions(),
             fs::perms::owner_read | fs::perms::owner_write | fs::perms::others_exec);
