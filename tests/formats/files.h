@@ -1,15 +1,11 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <stdexcept>
 #include <string>
 
 #include "kavo/formats/file_error.h"
+#include "tests/support/files.h"
 
 namespace kavo::testing {
 
@@ -24,35 +20,22 @@ std::string FileErrorOf(Call&& call) {
   return "no error";
 }
 
-//! What is in a file.
-inline std::string ReadText(const std::string& file) {
-  std::ifstream stream(file, std::ios::binary);
-  return {std::istreambuf_iterator<char>(stream), {}};
+//! Expects of each document of a table, tests/formats/data/faults/<table>.txt, the error that it stands
+//! below.
+//! \param parse `void(const std::string& document)`
+template <typename Parse>
+void ExpectFaults(const std::string& table, const Parse& parse) {
+  const std::string mark = "\n### ";
+  const std::string text = ReadFile(KAVO_SOURCE_DIR "/tests/formats/data/faults/" + table + ".txt") + mark;
+  std::size_t begin = text.find(mark) + mark.size();
+  ASSERT_LT(begin, text.size());
+  while (begin < text.size()) {
+    const std::size_t line_end = text.find('\n', begin);
+    const std::size_t end = text.find(mark, line_end + 1);
+    const std::string document = text.substr(line_end + 1, end - line_end - 1);
+    EXPECT_EQ(FileErrorOf([&] { parse(document); }), text.substr(begin, line_end - begin)) << document;
+    begin = end + mark.size();
+  }
 }
-
-//! An empty directory for the files of one test, which is gone after it.
-class TemporaryDirectory {
- public:
-  TemporaryDirectory() : path_(::testing::TempDir() + "kavo_XXXXXX") {
-    if (mkdtemp(path_.data()) == nullptr) {
-      throw std::runtime_error("no temporary directory at " + path_);
-    }
-  }
-  TemporaryDirectory(const TemporaryDirectory&) = delete;
-  TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
-  ~TemporaryDirectory() { std::filesystem::remove_all(path_); }
-
-  const std::string& path() const { return path_; }
-
-  //! Writes a file; returns its path.
-  std::string write(const std::string& name, const std::string& text) const {
-    const std::string file = path_ + "/" + name;
-    std::ofstream(file, std::ios::binary) << text;
-    return file;
-  }
-
- private:
-  std::string path_;
-};
 
 }  // namespace kavo::testing

@@ -16,15 +16,14 @@
 namespace kavo::formats {
 namespace {
 
-using ::kavo::testing::FileErrorOf;
 using ::kavo::testing::LogCapture;
 using ::kavo::testing::Vec;
 using ::testing::ElementsAre;
 using ::testing::Pair;
 
 TEST(Request, KeepsAllGoalsInOrder) {
-  const testing::TemporaryDirectory directory;
-  const Request request = ReadRequest(directory.write("request.yaml", R"(
+  const testing::Folder directory;
+  const Request request = ReadRequest(directory.Write("request.yaml", R"(
 workspace_parameters: {max_corner: [1, 1, 1]}
 planner_id: any
 allowed_planning_time: 2.5
@@ -68,27 +67,7 @@ start_state:
 }
 
 TEST(Request, FaultsAreNamedWithTheirLine) {
-  const std::string joints = "goal_constraints:\n - joint_constraints:\n   - ";
-  const std::string position = "goal_constraints:\n - position_constraints:\n   - ";
-  const std::vector<std::pair<std::string, std::string>> cases = {
-      {"group_name: arm", "r:1: found neither of them, expected `start_state` or `goal_constraints`"},
-      {"goal_constraints:\n - name: a",
-       "r:2: found a goal without them, expected `joint_constraints` or `position_constraints`"},
-      {joints + "{joint_name: a, position: 1}\n   - {joint_name: a, position: 1}",
-       "r:4: found joint \"a\" again, expected one position for each joint"},
-      {"start_state: {}\nallowed_planning_time: -1", "r:2: found \"-1\", expected seconds"},
-      {"start_state: {}\nnum_planning_attempts: 1.5",
-       "r:2: found \"1.5\", expected a number of attempts from 0 to 1000000"},
-      {position + "{link_name: hand}", "r:3: found nothing under `constraint_region`, expected a value"},
-      {position + "{link_name: hand, constraint_region: {meshes: [{}]}}",
-       "r:3: found no `primitive_poses`, expected the pose of the region for link \"hand\""},
-      {position + "{link_name: hand, target_point_offset: [0, 0, 1e-9]}",
-       "r:3: found a `target_point_offset` of link \"hand\", expected none: the target is for the link's "
-       "origin"},
-  };
-  for (const auto& [text, message] : cases) {
-    EXPECT_EQ(FileErrorOf([&text = text] { ParseRequest(text, "r"); }), message) << text;
-  }
+  testing::ExpectFaults("request", [](const std::string& text) { ParseRequest(text, "r"); });
 }
 
 TEST(Request, WhatIsNotHonouredIsListed) {

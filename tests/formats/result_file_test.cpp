@@ -19,7 +19,7 @@ namespace kavo::formats {
 namespace {
 
 using ::kavo::testing::FileErrorOf;
-using ::kavo::testing::TemporaryDirectory;
+using ::kavo::testing::Folder;
 using ::kavo::testing::Vec;
 using ::testing::ElementsAre;
 
@@ -54,7 +54,7 @@ PlanRecord SmallRecord() {
 
 TEST(ResultFile, JsonIsLaidOutForReaders) {
   PlanRecord record = SmallRecord();
-  EXPECT_EQ(ToJson(record), testing::ReadText(KAVO_SOURCE_DIR "/tests/formats/data/plan.json"));
+  EXPECT_EQ(ToJson(record), testing::ReadFile(KAVO_SOURCE_DIR "/tests/formats/data/plan.json"));
   record.target = PlanRecord::PositionTarget{"tool", {1, 2, std::numeric_limits<double>::infinity()}};
   record.path.clear();
   record.check.reset();
@@ -67,7 +67,7 @@ TEST(ResultFile, JsonIsLaidOutForReaders) {
 
 // Bit for bit, by way of the disk.
 TEST(ResultFile, PathsComeBackAsTheyWere) {
-  const TemporaryDirectory directory;
+  const Folder directory;
   std::mt19937 engine(3);
   PlanRecord record = SmallRecord();
   record.joint_names = {"plain", "with, comma", "with \"quotes\"", "1.5", "two\nlines", " padded", ""};
@@ -99,34 +99,10 @@ TEST(ResultFile, CsvMayComeFromElsewhere) {
 }
 
 TEST(ResultFile, FaultsAreNamed) {
-  const std::vector<std::pair<std::string, std::string>> cases = {
-      {"", "p: found no configuration, expected at least one"},
-      {"a,b\n1,2\n\n3\n", "p:4: found 1 values, expected 2 as in the first line"},
-      {"1,2\n3,", "p:2: found \"\", expected a finite number"},
-      {"\"a\nb\",c\n1,x", "p:3: found \"x\", expected a finite number"},
-      {"1\n2,\"3", "p:2: found a quote that does not end, expected another quote"},
-      {"\"a\"b", "p:1: found \"b\" after a quote, expected a comma"},
-      {"{}", "p: found no configuration under `path`, expected at least one"},
-      {"{\"path\": [[1, 2], 3]}",
-       "p: found number of size 1 as configuration 1 of `path`, expected an array of numbers, as long as the "
-       "others"},
-      {"{\"path\": [[1, 2], [3]]}",
-       "p: found array of size 1 as configuration 1 of `path`, expected an array of numbers, as long as the "
-       "others"},
-      {"{\"path\": [[1, null]]}", "p: found null in configuration 0 of `path`, expected a number"},
-      {"{\"path\": [[1, 2]], \"joint_names\": [\"a\"]}",
-       "p: found array of size 1 as `joint_names`, expected one name for each coordinate"},
-      {"{\"path\": [[1]], \"held_joints\": {\"a\": \"b\"}}",
-       "p: found string in `held_joints`, expected a number"},
-      {"{\"path\": [[1]], \"held_joints\": [1]}", "p: found array, expected an object as `held_joints`"},
-      {"{\"path\": [[1]], \"joint_names\": [1]}", "p: found number in `joint_names`, expected a string"},
-  };
-  for (const auto& [text, message] : cases) {
-    EXPECT_EQ(FileErrorOf([&text = text] { ParsePath(text, "p"); }), message) << text;
-  }
+  testing::ExpectFaults("path", [](const std::string& text) { ParsePath(text, "p"); });
   EXPECT_THAT(FileErrorOf([] { ParsePath("{\n\"path\": [[1,\n}", "p"); }),
               ::testing::StartsWith("p:3: found what is no JSON: "));
-  const TemporaryDirectory directory;
+  const Folder directory;
   EXPECT_EQ(FileErrorOf([&] { WriteCsv({}, {}, directory.path()); }),
             directory.path() + ": cannot be written");
   EXPECT_EQ(FileErrorOf([] { WriteJson(SmallRecord(), "/dev/full"); }), "/dev/full: cannot be written");

@@ -538,61 +538,10 @@ TEST(RobotFile, PairsThatMustNotTouch) {
 }
 
 TEST(RobotFile, FaultsOfTheUrdf) {
-  const std::string two = Links("base a");
-  const auto joint = [](const char* inside, const char* type = "revolute") {
-    return JointText("j", type, "base", "a", inside);
-  };
+  testing::ExpectFaults("urdf", [](const std::string& text) { Parse(text); });
   const auto collision = [](const char* inside) {
     return Links("base", std::string("<collision>") + inside + "</collision>");
   };
-  const std::pair<std::string, const char*> cases[] = {
-      {"<link name='base'></lin>",
-       "2: found a fault of the XML (mismatched element), expected a well-formed <robot>"},
-      {"", "1: found a robot without links, expected at least one"},
-      {"<link/>", "2: found <link> without `name`, expected that attribute"},
-      {Links("base base"),
-       "3: found a second link \"base\" (the first is on line 2), expected different names"},
-      {two + joint(kLimit) + joint(kLimit),
-       "5: found a second joint \"j\" (the first is on line 4), expected different names"},
-      {two + "<xacro:arm/>", "4: found <xacro:arm>, expected a URDF in which xacro has been expanded"},
-      {two + joint("", "floating"),
-       R"(4: found joint "j" of the type "floating", expected "revolute", "continuous", "prismatic" or "fixed")"},
-      {two + "<joint name='j' type='fixed'><child link='a'/></joint>",
-       "4: found joint \"j\" without <parent>, expected the link that it connects"},
-      {two + JointText("j", "fixed", "base", "c"),
-       "4: found joint \"j\" with the child \"c\", expected a link of this file"},
-      {two + joint(""), "4: found revolute joint \"j\" without limits, expected <limit lower=... upper=...>"},
-      {two + joint("\n<limit lower='2' upper='1.5' effort='1' velocity='1'/>"),
-       "5: found the lower limit 2 above the upper limit 1.5 in joint \"j\", expected lower <= upper"},
-      {two + joint("<limit lower='nan' upper='1'/>"),
-       "4: found lower=\"nan\" in <limit>, expected a finite number"},
-      {two + joint("<axis xyz='0 0 0'/>", "continuous"),
-       "4: found the axis 0 0 0 in joint \"j\", expected a direction"},
-      {two + joint("<origin xyz='0 0'/>", "fixed"),
-       "4: found xyz=\"0 0\" in <origin>, expected 3 finite numbers"},
-      {two + joint("<mimic joint='k'/>", "continuous"),
-       "4: found joint \"j\" that mimics \"k\", expected a joint of this file"},
-      {Links("base a b") + JointText("j", "continuous", "base", "a", "<mimic joint='k'/>") +
-           JointText("k", "continuous", "a", "b", "<mimic joint='j'/>"),
-       "5: found joint \"j\" that mimics itself in the end, expected a joint that moves at the end"},
-      {Links("base a"),
-       R"(3: found two links that no joint carries, "base" and "a", expected one root link)"},
-      {two + joint("", "fixed") + JointText("k", "fixed", "a", "a"),
-       R"(5: found link "a" as the child of joint "j" and of joint "k", expected one joint that carries it)"},
-      {Links("base a b") + JointText("j", "fixed", "a", "b") + JointText("k", "fixed", "b", "a"),
-       "5: found joint \"j\" in a cycle or behind one, expected a tree"},
-      {two + joint("", "fixed"), "found no joint that moves, expected at least one"},
-      {collision("<geometry><sphere radius='-1'/></geometry>"),
-       "2: found a collision solid with a size that is not positive, expected positive lengths"},
-      {collision("<geometry><torus/></geometry>"),
-       "2: found shape \"torus\", expected a sphere, box, cylinder or mesh"},
-      {collision("<geometry/>"),
-       "2: found a collision element without a shape, expected a sphere, box, cylinder or mesh"},
-  };
-  for (const auto& [text, message] : cases) {
-    const bool has_line = message[0] >= '0' && message[0] <= '9';
-    EXPECT_EQ(Fault(text), std::string(has_line ? "arm.urdf:" : "arm.urdf: ") + message) << text;
-  }
   // What urdfdom alone objects to is in the message, and nowhere else.
   ::testing::internal::CaptureStderr();
   EXPECT_THAT(Fault(collision("<geometry><mesh filename='a.stl' scale='1 2'/></geometry>")),
@@ -679,32 +628,8 @@ TEST(RobotFile, FaultsOfTheOptions) {
 }
 
 TEST(RobotFile, FaultsOfTheOtherFiles) {
-  const std::pair<std::string, std::string> of_the_srdf[] = {
-      {"<group/>", "2: found <group> without `name`, expected that attribute"},
-      {"<group name='a'/>\n<group name='a'/>",
-       "3: found a second group \"a\", expected groups of different names"},
-      {"<group_state name='s' group='a'><joint name='j1' value='x'/></group_state>",
-       "2: found value=\"x\" in <joint>, expected finite numbers"},
-      {"<link_sphere_approximation link='a'><sphere center='0 0 0' radius='-1'/></link_sphere_approximation>",
-       "2: found radius=\"-1\", expected a radius of at least 0"},
-  };
-  const RobotFileOptions defaults;
-  for (const auto& [text, message] : of_the_srdf) {
-    EXPECT_EQ(Fault(Arm(), defaults, std::optional(text)), "arm.srdf:" + message);
-  }
-  const std::pair<std::string, std::string> of_the_spheres[] = {
-      {"spheres: 1", "1: found spheres of link \"spheres\", expected a link of the robot"},
-      {"collision_spheres:\n  c:\n    - {center: [0, 0, 0], radius: 1}",
-       "3: found spheres of link \"c\", expected a link of the robot"},
-      {"collision_spheres:\n  a:\n    - {center: [0, 0], radius: 1}",
-       "3: found a sequence of 2 elements, expected 3 numbers"},
-      {"collision_spheres:\n  a:\n    - center: [0, 0, 0]\n      radius: 0",
-       "4: found \"0\", expected a positive radius"},
-  };
-  for (const auto& [text, message] : of_the_spheres) {
-    EXPECT_EQ(Fault(Arm(), defaults, std::optional<std::string>(), std::optional(text)),
-              "arm.yaml:" + message);
-  }
+  testing::ExpectFaults("srdf", [](const std::string& text) { Parse(Arm(), {}, text); });
+  testing::ExpectFaults("spheres", [](const std::string& text) { Parse(Arm(), {}, std::nullopt, text); });
 }
 
 }  // namespace

@@ -19,9 +19,9 @@ namespace kavo::formats {
 namespace {
 
 using ::kavo::testing::FileErrorOf;
+using ::kavo::testing::Folder;
 using ::kavo::testing::LogCapture;
 using ::kavo::testing::RandomVec;
-using ::kavo::testing::TemporaryDirectory;
 using ::testing::ElementsAre;
 using ::testing::Pair;
 
@@ -145,7 +145,7 @@ constexpr char kNewText[] =
 
 TEST(Scene, FilesOfEitherTextFormAndOfYamlAreToldApart) {
   const LogCapture log;
-  const TemporaryDirectory directory;
+  const Folder directory;
   // What is in a YAML block may look like anything, but not at the start of a line.
   const std::string yaml =
       "name: |\n  * a\n  .\nworld: {collision_objects: [\n"
@@ -154,7 +154,7 @@ TEST(Scene, FilesOfEitherTextFormAndOfYamlAreToldApart) {
       "    {type: cylinder, dimensions: [3, 0.5]}], primitive_poses: [{}, {position: [10, 0, 0]}]}]}\n";
   for (const std::string& text :
        {std::string(kOldText), std::string(kNewText), yaml, "\xEF\xBB\xBF" + yaml}) {
-    const Scene scene = ReadScene(directory.write("scene", text));
+    const Scene scene = ReadScene(directory.Write("scene", text));
     EXPECT_EQ(scene.name, text[0] == 'm' ? "my scene" : "* a\n.\n");
     ExpectProbes(scene, {{{9, 0, 0}, "a shelf", 0.5},
                          {{10, 1.5, 0}, "a shelf", 0.5},
@@ -271,97 +271,12 @@ TEST(Scene, AMatrixThatDiffersFromTheSrdfIsFound) {
 }
 
 TEST(Scene, FaultsInYamlAreNamedWithTheirLine) {
-  const std::string object = "world:\n collision_objects:\n - id: o\n   ";
-  const std::string box = object + "primitives: [{type: box, dimensions: [1, 1, 1]}]\n   ";
-  const std::string shapes = ", expected a box, a sphere, a cylinder or a plane";
-  const std::vector<std::pair<std::string, std::string>> cases = {
-      {"", "s: found nothing, expected a map"},
-      {"a: [1,\nb: }", "s:2: found what is no YAML: illegal flow end"},
-      {"{\"a\": [{}, [], null, \"x\", -1.5e3],\n \"world\": [true]}",
-       "s:2: found a sequence of 1 element, expected a map"},
-      {"{\"a\": 1,\n\"a\": 2}", "s:2: found key \"a\" again, expected each key once in a map"},
-      {"{\"a\": 1,\n\"world\": 2,}", "s:2: found \"2\", expected a map"},
-      {"{\"a\": [1 2],\n\"world\": [\"x\": y]}", "s:2: found a sequence of 1 element, expected a map"},
-      {"[[1], {}, 2] ]", "s:1: found what is no YAML: illegal flow end"},
-      {"a: 1\nb: {c: 1,\n c: 2}", "s:3: found key \"c\" again, expected each key once in a map"},
-      {"a: 1\n---\na: 2", "s:2: found a second document, expected one"},
-      {"a: &x [1, [*x]]", "s:1: found a value inside itself, expected one that ends"},
-      {"\nworld: text", "s:2: found \"text\", expected a map"},
-      {"world:\n collision_objects:\n  - {}", "s:3: found nothing under `id`, expected a value"},
-      {object + "operation: remove",
-       "s:4: found operation \"remove\" of object \"o\", expected \"add\" or 0"},
-      {object + "primitives: [{type: prism}]", "s:4: found shape \"prism\" in object \"o\"" + shapes},
-      {object + "primitives: [{type: box, dimensions: [1, 1]}]",
-       "s:4: found a sequence of 2 elements, expected the dimensions [x, y, z] of a box"},
-      {object + "primitives: [{type: sphere, dimensions: 1}]", "s:4: found \"1\", expected a sequence"},
-      {object + "primitives: [{type: 2, dimensions: [1, 1]}]",
-       "s:4: found a sequence of 2 elements, expected the dimensions [radius] of a sphere"},
-      {object + "primitives: [{type: cylinder, dimensions: [1]}]",
-       "s:4: found a sequence of 1 element, expected the dimensions [height, radius] of a cylinder"},
-      {object + "primitives: [{type: sphere, dimensions: [0]}]",
-       "s:4: found \"0\", expected a positive size"},
-      {object + "primitives: [{type: sphere, dimensions: [nan]}]",
-       "s:4: found \"nan\", expected a finite number"},
-      {box + "primitive_poses: [{}, {}]",
-       "s:5: found 2 `primitive_poses`, expected 1, one for each primitive"},
-      {object + "plane_poses: [{}]", "s:4: found 1 `plane_poses`, expected 0, one for each plane"},
-      {box + "pose: {position: [1, 2]}", "s:5: found a sequence of 2 elements, expected 3 numbers"},
-      {box + "pose: {orientation: [0, 0, 0, 0]}",
-       "s:5: found a quaternion of length 0, expected unit length"},
-      {box + "pose: {orientation: [0, 0, 0, 1.0011]}",
-       "s:5: found a quaternion of length 1.0011, expected unit length"},
-      {box + "pose: {orientation: [0, 0, 0, -0.9991]}", "no error"},
-      {box + "pose: {position: [1e308, 0, 0]}\n   primitive_poses: [{position: [1e308, 0, 0]}]",
-       "s:4: found a pose that is out of range, expected one that does not overflow"},
-      {object + "planes: [{coef: [0, 0, 0, 1]}]",
-       "s:4: found a plane with normal zero, expected a normal with a direction"},
-      {object + "planes: [{coef: [0, 0, 1]}]",
-       "s:4: found a sequence of 3 elements, expected the coefficients [a, b, c, d] of a plane"},
-      {"robot_state:\n  joint_state: {name: [a], position: []}",
-       "s:2: found 1 joint names and 0 positions, expected one position for each name"},
-      {"robot_state:\n  multi_dof_joint_state: {transforms: [{},\n {}]}",
-       "s:3: found a second transform of the robot state, expected one, of the robot base"},
-      {box + "meshes: [{}]\nallowed_collision_matrix:\n {entry_names: [a], entry_values: [[1, 0]]}",
-       "s:7: found 2 columns of `entry_values`, expected 1, one for each name"},
-      {"robot_state:\n  joint_state: {name: [a, a], position: [1, 2]}",
-       "s:2: found joint \"a\" again, expected one position for each joint"},
-  };
-  const LogCapture log;
-  for (const auto& [text, message] : cases) {
-    EXPECT_EQ(FileErrorOf([&text = text] { ParseSceneYaml(text, "s"); }), message) << text;
-  }
+  const LogCapture quiet;
+  testing::ExpectFaults("scene_yaml", [](const std::string& text) { ParseSceneYaml(text, "s"); });
 }
 
 TEST(Scene, FaultsInTextAreNamedWithTheirLine) {
-  const std::string shape = "n\n* o\n1\n";
-  const std::string object = "\"*\" and the id of an object, or \".\"";
-  const std::vector<std::pair<std::string, std::string>> cases = {
-      {"name", "t:1: found the end of the file, expected " + object},
-      {"n\nbox\n", "t:2: found \"box\", expected " + object},
-      {"n\n*\n", "t:2: found \"*\", expected " + object},
-      {"n\n* o\n",
-       "t:2: found the end of the file, expected the number of shapes, or the position of the object"},
-      {"n\n* o\n1 2\n",
-       "t:3: found \"1 2\", expected the number of shapes, or the position x y z of the object"},
-      {"n\n* o\n99999999999999999999\n",
-       "t:3: found \"99999999999999999999\", expected the number of shapes"},
-      {"n\n* o\n9999999999999999999\n", "t:3: found the end of the file, expected a shape"},
-      {shape + "torus\n",
-       "t:4: found shape \"torus\" in object \"o\", expected a box, a sphere, a cylinder or a plane"},
-      {shape + "mesh\n1e99 0\n1 2\n", "t:6: found \"1 2\", expected a vertex or a triangle of a mesh"},
-      {shape + "box\n1 1\n", "t:5: found \"1 1\", expected the sizes x y z of a box"},
-      {shape + "cylinder\n1 -2\n",
-       "t:5: found \"-2\", expected the radius and the length of a cylinder, positive"},
-      {shape + "plane\n0 0 0 1\n", "t:5: found a plane with normal zero, expected a normal with a direction"},
-      {shape + "sphere\n1\n\n0 0\n", "t:7: found \"0 0\", expected a position x y z"},
-      {shape + "sphere\n1\n0 0 0\n0 0 1 1\n",
-       "t:7: found a quaternion of length 1.4142135623730951, expected unit length"},
-      {shape + "sphere\n1\n0 0 0\n0 0 0 1\n.\n", "t:8: found \".\", expected a colour r g b a"},
-      {"n\n* o\n0 0 0\n0 0 0 1\n0\n1\nf\n0 0 0\n0\n", "t:9: found \"0\", expected a quaternion x y z w"},
-  };
-  for (const auto& [text, message] : cases) {
-    EXPECT_EQ(FileErrorOf([&text = text] { ParseSceneText(text, "t"); }), message) << text;
-  }
+  testing::ExpectFaults("scene_text", [](const std::string& text) { ParseSceneText(text, "t"); });
 }
 
 }  // namespace
