@@ -22,28 +22,7 @@ using ::testing::ElementsAre;
 using ::testing::Pair;
 
 TEST(Request, KeepsAllGoalsInOrder) {
-  const testing::Folder directory;
-  const Request request = ReadRequest(directory.Write("request.yaml", R"(
-workspace_parameters: {max_corner: [1, 1, 1]}
-planner_id: any
-allowed_planning_time: 2.5
-num_planning_attempts: 3
-group_name: arm
-goal_constraints:
-  - joint_constraints:
-      - {joint_name: a, position: 0.25, tolerance_above: 0.01}
-      - {position: -1, joint_name: b}
-  - position_constraints:
-      - link_name: hand
-        header: {frame_id: /base}
-        target_point_offset: {x: 0, y: 0.0, z: -0.0}
-        constraint_region:
-          primitives: [{type: sphere, dimensions: [0.01]}]
-          primitive_poses: [{position: {x: 1, y: 2, z: 3}, orientation: [0, 0, 0, 1]}, {position: [9, 9, 9]}]
-start_state:
-  joint_state: {position: [1, 2], name: [b, finger]}
-  multi_dof_joint_state: {transforms: [{translation: [0, 0, 4]}]}
-)"));
+  const Request request = ReadRequest(KAVO_SOURCE_DIR "/tests/formats/data/request.yaml");
   EXPECT_EQ(request.group_name, "arm");
   EXPECT_EQ(request.allowed_planning_time, 2.5);
   EXPECT_EQ(request.num_planning_attempts, 3);

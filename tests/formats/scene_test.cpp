@@ -6,6 +6,7 @@
 #include <cmath>
 #include <memory>
 #include <random>
+#include <regex>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -47,40 +48,7 @@ void ExpectProbes(const Scene& scene, const std::vector<Probe>& probes) {
 // Every turn is a quarter: the places can be told without a computer.
 TEST(Scene, YamlIsPlacedInTheFrameOfTheBase) {
   const LogCapture log;
-  const Scene scene = ParseSceneYaml(R"(
-name: shelf
-robot_model_name: {ignored: [1, 2]}
-robot_state:
-  joint_state: {name: [a, b], position: [0.5, -1e-3]}
-  multi_dof_joint_state:
-    # x of the base is y of the world.
-    transforms: [{translation: [1, 0, 0], rotation: [0, 0, 0.70710678118654757, 0.70710678118654757]}]
-fixed_frame_transforms:
-  - {child_frame_id: table, transform: {translation: {x: 0, y: 0, z: 10}, rotation: {x: 0, y: 0, z: 0, w: 1}}}
-world:
-  collision_objects:
-    - id: turned
-      header: {frame_id: /world}
-      # y of the object is z of the world, z is -y.
-      pose:
-        position: {x: 1, y: 2, z: 0}
-        orientation: {x: 0.70710678118654757, y: 0, z: 0, w: 0.70710678118654757}
-      primitives:
-        - {type: box, dimensions: [0.2, 2, 0.4]}
-        - {type: 3, dimensions: [2, 0.1]}
-      primitive_poses:
-        - {position: [0, 1, 0], orientation: [0, 0, 0, 1]}
-        - {position: [0, 5, 0]}
-    - id: ball
-      operation: 0
-      header: {frame_id: table}
-      primitives: [{type: sphere, dimensions: [0.5]}]
-    - id: floor
-      operation: add
-      planes: [{coef: [0, 0, 2, 6]}]
-      plane_poses: [{position: [0, 0, -1]}]
-)",
-                                     "scene.yaml");
+  const Scene scene = ReadScene(KAVO_SOURCE_DIR "/tests/formats/data/shelf.yaml");
   EXPECT_EQ(scene.name, "shelf");
   EXPECT_THAT(scene.joint_state, ElementsAre(Pair("a", 0.5), Pair("b", -1e-3)));
   ASSERT_EQ(scene.objects.size(), 3u);
@@ -123,37 +91,19 @@ TEST(Scene, PlanesAreSolidWhereTheirFormIsNotPositive) {
   }
 }
 
-constexpr char kOldText[] =
-    "my scene\n"
-    "* a shelf\n"
-    "2\n"
-    "box\n1 2 4\n10 0 0\n0 0 0 1\n0 0 0 0\n"
-    "cylinder\n0.5 3\n20 0 0\n0 0 0 1\n1 0 0 1\n"
-    "* ball\n1\nsphere\n0.25\n0 0 0\n0 0 0 1\n0 0 0 0\n"
-    ".\n";
-
-constexpr char kNewText[] =
-    "my scene\r\n"
-    "* a shelf\r\n"
-    "10 0 0\r\n0 0 0.70710678118654757 0.70710678118654757\r\n"
-    "2\r\n"
-    "box\r\n2 1 4\r\n0 0 0\r\n0 0 0 1\r\n0 0 0 0\r\n"
-    "cylinder\r\n0.5 3\r\n0 -10 0\r\n0 0 0 1\r\n1 0 0 1\r\n"
-    "1\r\nhandle of it\r\n0 0 1\r\n0 0 0 1\r\n"
-    "* ball\r\n0 0 0\r\n0 0 0 1\r\n1\r\nsphere\r\n0.25\r\n0 0 0\r\n0 0 0 1\r\n0 0 0 0\r\n0\r\n"
-    ".";
-
 TEST(Scene, FilesOfEitherTextFormAndOfYamlAreToldApart) {
   const LogCapture log;
   const Folder directory;
+  const std::string old_form = testing::ReadFile(KAVO_SOURCE_DIR "/tests/formats/data/old_form.scene");
+  const std::string new_form = testing::ReadFile(KAVO_SOURCE_DIR "/tests/formats/data/new_form.scene");
   // What is in a YAML block may look like anything, but not at the start of a line.
   const std::string yaml =
       "name: |\n  * a\n  .\nworld: {collision_objects: [\n"
       "  {id: ball, primitives: [{type: sphere, dimensions: [0.25]}]},\n"
       "  {id: a shelf, pose: {position: [10, 0, 0]}, primitives: [{type: box, dimensions: [1, 2, 4]},\n"
       "    {type: cylinder, dimensions: [3, 0.5]}], primitive_poses: [{}, {position: [10, 0, 0]}]}]}\n";
-  for (const std::string& text :
-       {std::string(kOldText), std::string(kNewText), yaml, "\xEF\xBB\xBF" + yaml}) {
+  for (const std::string& text : {old_form, new_form, std::regex_replace(new_form, std::regex("\n"), "\r\n"),
+                                  yaml, "\xEF\xBB\xBF" + yaml}) {
     const Scene scene = ReadScene(directory.Write("scene", text));
     EXPECT_EQ(scene.name, text[0] == 'm' ? "my scene" : "* a\n.\n");
     ExpectProbes(scene, {{{9, 0, 0}, "a shelf", 0.5},

@@ -82,32 +82,6 @@ TEST(FramePairs, NothingIsProvenThatTouchesSomewhere) {
   EXPECT_GT(num_found, 20);
 }
 
-// Two turning joints, one metre apart; spheres of 0.1 m on the base and one metre beyond the second joint.
-TEST(FramePairs, ContactIsFoundWhereOnlyTheLimitsReachIt) {
-  for (const auto& [reach, kind] : {std::pair(1e-4, Kind::kNever), std::pair(-1e-9, Kind::kSometimes)}) {
-    // The gap of the centres is 2 sin(angle / 2) for an inner angle at the elbow of pi - |q|.
-    const double limit = std::acos(-1.0) - 2.0 * std::asin(0.5 * (0.2 + reach));
-    Joint shoulder{"shoulder", JointType::kRevolute, "base", "upper", {}, {0, 0, 1}, {{-1.0, 1.0}}};
-    Joint elbow{"elbow",   JointType::kRevolute, "upper", "lower", Pose3::FromTranslation({1, 0, 0}),
-                {0, 0, 1}, {{-limit, 0.1}}};
-    const auto robot = RobotDescriptionBuilder("base")
-                           .addJoint(shoulder)
-                           .addJoint(elbow)
-                           .addCollisionSphere("base", {0, 0, 0}, 0.1)
-                           .addCollisionSphere("upper", {0.5, 0, 0}, 0.1)
-                           .addCollisionSphere("lower", {1, 0, 0}, 0.1)
-                           .build();
-    FramePairOptions options;
-    options.num_samples = 10;
-    const std::vector<FramePair> pairs = ClassifyFramePairs(*robot, options);
-    ASSERT_EQ(pairs.size(), 3u);
-    EXPECT_EQ(pairs[0].kind, Kind::kAdjacent);
-    EXPECT_EQ(pairs[1].frames[1], "lower");
-    EXPECT_EQ(pairs[1].kind, kind) << reach;
-    EXPECT_EQ(pairs[1].num_touching, 0u);
-  }
-}
-
 TEST(FramePairs, TakeThePlaceOfARobotsOwn) {
   const auto arm = LoadThreeLinkArmRobotDescription();
   const auto with_pairs = WithCollisionPairs(*arm, {{"link3", "link1"}, {"link1", "link3"}});

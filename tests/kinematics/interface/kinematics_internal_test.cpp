@@ -105,22 +105,6 @@ TEST(KinematicsInternal, SweepGivesTheBitsOfSingleFramesAndAllocatesNothing) {
   }
 }
 
-TEST(KinematicsInternal, OutlivesItsDescriptionAndSweepsOutliveTheModel) {
-  std::mt19937 engine(29);
-  const RandomRobot robot(engine, 8);
-  std::unique_ptr<RobotDescription> description = robot.description();
-  const Eigen::VectorXd q = RandomVec(engine, robot.num_coordinates(), -1.0, 1.0);
-  std::unique_ptr<Kinematics> first = description->kinematics();
-  const std::unique_ptr<Kinematics> second = description->kinematics();
-  description.reset();
-  const Kinematics::FrameHandle frame = first->frame("f7");
-  const Eigen::Vector3d position = first->position(q, frame);
-  const std::unique_ptr<FrameSweep> sweep = first->frameSweep({frame});
-  first.reset();
-  EXPECT_EQ(second->position(q, frame), position);
-  EXPECT_EQ(sweep->compute(q)[0].translation, position);
-}
-
 TEST(KinematicsInternal, RejectsWrongLengthsUnknownFramesAndForeignHandles) {
   const std::unique_ptr<Kinematics> arm = LoadThreeLinkArmRobotDescription()->kinematics();
   const std::string file = "kinematics/interface/kinematics_internal";

@@ -1,12 +1,8 @@
 #include "kavo/motion_planning/interface/motion_planner_config.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 #include <yaml-cpp/yaml.h>
 
-#include <cstdio>
-#include <filesystem>
-#include <fstream>
 #include <sstream>
 #include <string>
 
@@ -211,35 +207,21 @@ TEST(MotionPlannerConfigTest, ValuesOutOfRangeAreFatal) {
 }
 
 TEST(MotionPlannerConfigTest, DocumentsOfTheWrongShapeThrow) {
-  std::string bomb = "a: &a [x, x, x, x, x, x, x, x, x]\n";
-  for (char name = 'b'; name < 'k'; ++name) {
-    bomb += std::string(1, name) + ": &" + name + " [";
-    for (int i = 0; i < 9; ++i) {
-      bomb += std::string(i == 0 ? "*" : ", *") + static_cast<char>(name - 1);
-    }
-    bomb += "]\n";
-  }
-  bomb += Replaced("[1, 2, 3.5]", "*j");
   const std::string documents[] = {
-      "", "just text", "[1, 2]", std::string(100000, '['), std::string("\0\1\xff\xfe", 4), bomb, "seed: 7"};
+      "", "just text", "[1, 2]", std::string(100000, '['), std::string("\0\1\xff\xfe", 4), "seed: 7"};
   for (const std::string& document : documents) {
     EXPECT_THROW(Parse(document), YAML::Exception) << document.substr(0, 40);
   }
 }
 
 TEST(MotionPlannerConfigTest, FilesAreReadOrThrow) {
-  const std::shared_ptr<RobotDescription> robot = LoadThreeLinkArmRobotDescription();
+  const std::shared_ptr<RobotDescription> robot = LoadFrankaRobotDescription();
   const WorldView view = World().view();
-  const std::filesystem::path folder =
-      std::filesystem::path(::testing::TempDir()) / ("kavo_planner_config_" + std::to_string(::getpid()));
-  std::filesystem::create_directories(folder);
-  const std::string file = (folder / "planner.yaml").string();
-  std::ofstream(file) << kGood;
-  const LogCapture log;
-  EXPECT_NE(CreateMotionPlanner(file, robot, view), nullptr);
-  EXPECT_THROW(CreateMotionPlanner((folder / "missing.yaml").string(), robot, view), YAML::BadFile);
-  EXPECT_THROW(CreateMotionPlanner(folder.string(), robot, view), YAML::BadFile);
-  std::filesystem::remove_all(folder);
+  const LogCapture quiet;
+  EXPECT_NE(CreateMotionPlanner(KAVO_EXAMPLES_DIR "/planner.yaml", robot, view), nullptr);
+  for (const char* file : {KAVO_EXAMPLES_DIR "/missing.yaml", KAVO_EXAMPLES_DIR}) {
+    EXPECT_THROW(CreateMotionPlanner(file, robot, view), YAML::BadFile);
+  }
 }
 
 }  // namespace

@@ -69,19 +69,6 @@ TEST(RRTConnectTest, ConfigurationIsValidated) {
   }
 }
 
-TEST(RRTConnectTest, TreeDimensionsAreCheckedInOrder) {
-  std::unique_ptr<Tree> trees[] = {CreateBasicTree(1, L2Norm, false), CreateBasicTree(2, L2Norm, false),
-                                   CreateBasicTree(3, L2Norm, false)};
-  for (const auto& [first, reported] : {std::pair(1, "2"), std::pair(0, "3")}) {
-    ExpectFatal(
-        [&, k = first] {
-          CreateRRTConnect({1.0, 1, 0.5}, Line({}), trees[k], trees[2]);
-        },
-        "tree->CSpaceDimension() == rrt_dimension", "motion_planning/rrt/rrt_util", 31,
-        std::string("Tree dimension [") + reported + "] does not match RRT dimenstion [1]");
-  }
-}
-
 TEST(RRTConnectTest, FirstExtensionHeadsForTheTarget) {
   Connect connect({1.0, 5, 1.0}, Line({}));
   // The step at 2 lies exactly one edge length from the target.

@@ -237,19 +237,11 @@ TEST(BasicTreeTest, NearestNodeIsFoundWithoutAllocation) {
 
 TEST(BasicTreeTest, TellsWhereADetourIsNeverShorter) {
   using Geometry = Tree::Geometry;
-  const auto weighted = [](const std::vector<double>& weights) {
-    return WeightedSquaredL2Norm(
-        Eigen::Map<const Eigen::VectorXd>(weights.data(), static_cast<Eigen::Index>(weights.size())));
-  };
   const std::pair<DistanceMetric, Geometry> cases[] = {
-      {L2Norm, Geometry::kMetric},
-      {SquaredL2Norm, Geometry::kSquaredMetric},
-      {Opaque(L2Norm), Geometry::kUnknown},
       {PeriodicMetric(L2Norm, {0}), Geometry::kUnknown},
-      {weighted({1.0, 0.0}), Geometry::kSquaredMetric},
-      {weighted({1.0, -1e-9}), Geometry::kUnknown},
-      {weighted({1.0, kNaN}), Geometry::kUnknown},
-      {weighted({1.0}), Geometry::kUnknown},
+      {WeightedSquaredL2Norm(Vec({1.0, -1e-9})), Geometry::kUnknown},
+      {WeightedSquaredL2Norm(Vec({1.0, kNaN})), Geometry::kUnknown},
+      {WeightedSquaredL2Norm(Vec({1.0, 0.0})), Geometry::kSquaredMetric},
   };
   for (const auto& [metric, geometry] : cases) {
     EXPECT_EQ(CreateBasicTree(2, metric, false)->DistanceGeometry(), geometry);
