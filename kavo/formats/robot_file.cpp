@@ -326,18 +326,19 @@ class RobotFiles::Impl {
     return std::nullopt;
   }
 
-  // Of each link the rigid body, by its first link.
+  // Of each link the rigid body, by its first link. A joint that is held may stand where links touch.
   std::vector<std::size_t> rigidBodies() const {
     std::vector<std::size_t> bodies = {0};
     for (std::size_t joint = 0; joint < urdf_.joints.size(); ++joint) {
-      bodies.push_back(joints_.doesMove(joint) ? joint + 1 : bodies[urdf_.joints[joint].parent]);
+      bodies.push_back(urdf_.joints[joint].type != JointType::kFixed ? joint + 1
+                                                                     : bodies[urdf_.joints[joint].parent]);
     }
     return bodies;
   }
 
   void addPairs(RobotDescriptionBuilder& builder) const {
     const std::vector<std::size_t> bodies = rigidBodies();
-    // The pairs of bodies that a moving joint connects.
+    // The pairs of bodies that a joint connects.
     std::set<std::pair<std::size_t, std::size_t>> neighbours;
     for (std::size_t joint = 0; joint < urdf_.joints.size(); ++joint) {
       neighbours.emplace(bodies[urdf_.joints[joint].parent], bodies[joint + 1]);

@@ -39,9 +39,9 @@ struct RobotFileOptions {
   std::optional<double> cover_tolerance;
 
   //! Whether the robot is to know the pairs of frames that must not touch each other: all pairs of links with
-  //! spheres, but for those on one rigid body (only fixed joints, or joints that do not move, between them)
-  //! and those that the SRDF disables. Without an SRDF, or with one that disables none, bodies joined by one
-  //! moving joint count as disabled.
+  //! spheres, but for those on one rigid body (only fixed joints between them) and those that the SRDF
+  //! disables. Without an SRDF, or with one that disables none, bodies joined by one joint count as disabled.
+  //! Joints that are not planned for count like others: where they stand, links may touch.
   bool self_collision = false;
   //! The same, but only with an SRDF that disables a pair: somebody has worked them out.
   bool self_collision_if_listed = false;

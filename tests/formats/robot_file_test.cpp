@@ -521,20 +521,22 @@ TEST(RobotFile, PairsThatMustNotTouch) {
   options.joints = {"j1", "j2"};
   EXPECT_THAT(Internal(Parse(Arm(), options)).collisionPairs(), IsEmpty());
   options.self_collision = true;
-  // The fingers are held, so that they belong to b like the hand, as the head does to the base. The base and
-  // a, a and b are neighbours.
+  // Joints that are held count like others: the fingers and the head may stand where they touch something.
   EXPECT_THAT(
       Internal(Parse(Arm(), options)).collisionPairs(),
       ElementsAre(Pair("base", "b"), Pair("base", "hand"), Pair("base", "left"), Pair("base", "right"),
-                  Pair("b", "head"), Pair("hand", "head"), Pair("left", "head"), Pair("right", "head")));
+                  Pair("a", "left"), Pair("a", "right"), Pair("a", "head"), Pair("b", "head"),
+                  Pair("hand", "head"), Pair("left", "right"), Pair("left", "head"), Pair("right", "head")));
   // With pairs in the SRDF, neighbours are as good as any other.
   const std::string srdf =
       "<disable_collisions link1='b' link2='base'/><disable_collisions link1='base' link2='hand'/>"
       "<disable_collisions link1='head' link2='a'/><disable_collisions link1='a' link2='left'/>";
-  EXPECT_THAT(Internal(Parse(Arm(), options, srdf)).collisionPairs(),
-              ElementsAre(Pair("base", "a"), Pair("base", "left"), Pair("base", "right"), Pair("a", "b"),
-                          Pair("a", "hand"), Pair("a", "right"), Pair("b", "head"), Pair("hand", "head"),
-                          Pair("left", "head"), Pair("right", "head")));
+  EXPECT_THAT(
+      Internal(Parse(Arm(), options, srdf)).collisionPairs(),
+      ElementsAre(Pair("base", "a"), Pair("base", "left"), Pair("base", "right"), Pair("base", "head"),
+                  Pair("a", "b"), Pair("a", "hand"), Pair("a", "right"), Pair("b", "left"),
+                  Pair("b", "right"), Pair("b", "head"), Pair("hand", "left"), Pair("hand", "right"),
+                  Pair("hand", "head"), Pair("left", "right"), Pair("left", "head"), Pair("right", "head")));
 }
 
 TEST(RobotFile, FaultsOfTheUrdf) {
