@@ -1,4 +1,4 @@
-// Validity checks and a whole query of the Franka arm at the shelf, against the obvious environment: every
+// Validity checks and a whole query of the Franka arm at the shelf, against a reference environment: every
 // frame walks the chain from the base, and every sphere asks a list of obstacles by a virtual call each.
 // Answers are compared.
 
@@ -58,9 +58,9 @@ class Floor : public Obstacle {
   double height_;
 };
 
-class ObviousEnvironment : public Environment {
+class ReferenceEnvironment : public Environment {
  public:
-  explicit ObviousEnvironment(const RobotEnvironmentConfig& config)
+  explicit ReferenceEnvironment(const RobotEnvironmentConfig& config)
       : kinematics_(config.Kinematics()),
         limits_(config.JointLimits()),
         sampler_(CreateRobotEnvironment(config)) {
@@ -137,10 +137,10 @@ std::vector<Eigen::VectorXd> Query(const std::shared_ptr<Environment>& environme
 }
 
 // Times both environments on each configuration of the list, after comparing their answers.
-bool CompareChecks(const char* name, const Environment& ours, const Environment& obvious,
+bool CompareChecks(const char* name, const Environment& ours, const Environment& reference,
                    const std::vector<Eigen::VectorXd>& configurations) {
   for (const Eigen::VectorXd& q : configurations) {
-    if (ours.IsValidConfiguration(q) != obvious.IsValidConfiguration(q)) {
+    if (ours.IsValidConfiguration(q) != reference.IsValidConfiguration(q)) {
       std::fprintf(stderr, "%s: answers differ\n", name);
       return false;
     }
@@ -152,7 +152,7 @@ bool CompareChecks(const char* name, const Environment& ours, const Environment&
       }
     });
   };
-  kavo::benchmarks::PrintRatio(name, seconds(ours), seconds(obvious),
+  kavo::benchmarks::PrintRatio(name, seconds(ours), seconds(reference),
                                static_cast<double>(configurations.size()));
   return true;
 }
@@ -221,7 +221,7 @@ int main(int argc, char** argv) {
 
   const auto config = Config();
   const auto ours = CreateRobotEnvironment(config);
-  const auto obvious = std::make_shared<ObviousEnvironment>(config);
+  const auto reference = std::make_shared<ReferenceEnvironment>(config);
   std::vector<Eigen::VectorXd> free_configurations;
   std::vector<Eigen::VectorXd> colliding_configurations;
   const auto& limits = ours->CSpaceCoordLimits();
@@ -236,12 +236,13 @@ int main(int argc, char** argv) {
       list.push_back(q);
     }
   }
-  bool equal = CompareChecks("free check, hand in the shelf", *ours, *obvious, {kavo::examples::ShelfGoal()});
-  equal &= CompareChecks("free check, 200 random configurations", *ours, *obvious, free_configurations);
-  equal &=
-      CompareChecks("colliding check, 200 random configurations", *ours, *obvious, colliding_configurations);
+  bool equal =
+      CompareChecks("free check, hand in the shelf", *ours, *reference, {kavo::examples::ShelfGoal()});
+  equal &= CompareChecks("free check, 200 random configurations", *ours, *reference, free_configurations);
+  equal &= CompareChecks("colliding check, 200 random configurations", *ours, *reference,
+                         colliding_configurations);
 
-  if (Query(CreateRobotEnvironment(config)) != Query(std::make_shared<ObviousEnvironment>(config))) {
+  if (Query(CreateRobotEnvironment(config)) != Query(std::make_shared<ReferenceEnvironment>(config))) {
     std::fprintf(stderr, "demo query: paths differ\n");
     equal = false;
   }
@@ -249,7 +250,7 @@ int main(int argc, char** argv) {
       "demo query with shortening",
       kavo::benchmarks::BestSeconds([&] { benchmark::DoNotOptimize(Query(CreateRobotEnvironment(config))); }),
       kavo::benchmarks::BestSeconds(
-          [&] { benchmark::DoNotOptimize(Query(std::make_shared<ObviousEnvironment>(config))); }));
+          [&] { benchmark::DoNotOptimize(Query(std::make_shared<ReferenceEnvironment>(config))); }));
   // The notices about accelerator trees and unfinished refinements would drown the figures.
   kavo::util::log_level_threshold = 0;
   for (const double zone_tolerance : {0.01, 0.03, 0.05}) {

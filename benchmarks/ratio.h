@@ -27,12 +27,12 @@ double BestSeconds(const Call& call) {
   return best;
 }
 
-//! Prints how many times faster ours is than the obvious way, both measured in this run.
+//! Prints how many times faster ours is than the reference, both measured in this run.
 //! \param num_items Items that one call works on; times are printed for one.
-inline void PrintRatio(const std::string& name, double our_seconds, double obvious_seconds,
+inline void PrintRatio(const std::string& name, double our_seconds, double reference_seconds,
                        double num_items = 1.0) {
-  std::printf("ratio %8.2f  %-44s ours %11.1f ns, obvious %11.1f ns\n", obvious_seconds / our_seconds,
-              name.c_str(), our_seconds / num_items * 1e9, obvious_seconds / num_items * 1e9);
+  std::printf("ratio %8.2f  %-44s ours %11.1f ns, reference %11.1f ns\n", reference_seconds / our_seconds,
+              name.c_str(), our_seconds / num_items * 1e9, reference_seconds / num_items * 1e9);
 }
 
 }  // namespace kavo::benchmarks

@@ -1,5 +1,5 @@
-// Nearest-node queries of the linear-scan tree against the obvious way: following node pointers and calling
-// the metric. Then time and memory of the scan and of the index as trees grow. Answers are compared.
+// Nearest-node queries of the linear-scan tree against a reference: following node pointers and calling the
+// metric. Then time and memory of the scan and of the index as trees grow. Answers are compared.
 
 #include <benchmark/benchmark.h>
 #include <malloc.h>
@@ -71,8 +71,8 @@ bool Compare(const std::string& name, const DistanceMetric& metric, std::size_t 
   }
   for (const Eigen::VectorXd& q : queries) {
     const ClosestNode ours = tree->GetClosest(q);
-    const ClosestNode obvious = ClosestByPointers(*tree, metric, q);
-    if (ours.node != obvious.node || ours.distance != obvious.distance) {
+    const ClosestNode reference = ClosestByPointers(*tree, metric, q);
+    if (ours.node != reference.node || ours.distance != reference.distance) {
       std::fprintf(stderr, "%s: answers differ\n", name.c_str());
       return false;
     }
@@ -82,13 +82,13 @@ bool Compare(const std::string& name, const DistanceMetric& metric, std::size_t 
       benchmark::DoNotOptimize(tree->GetClosest(q));
     }
   });
-  const double obvious = kavo::benchmarks::BestSeconds([&] {
+  const double reference = kavo::benchmarks::BestSeconds([&] {
     for (const Eigen::VectorXd& q : queries) {
       benchmark::DoNotOptimize(ClosestByPointers(*tree, metric, q));
     }
   });
   kavo::benchmarks::PrintRatio("GetClosest, " + name + ", " + std::to_string(num_nodes) + " nodes", ours,
-                               obvious, static_cast<double>(queries.size()));
+                               reference, static_cast<double>(queries.size()));
   return true;
 }
 

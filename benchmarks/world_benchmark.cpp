@@ -1,4 +1,4 @@
-// Sphere queries against a world, compared with the obvious way: a list of shapes with a virtual test each.
+// Sphere queries against a world, compared with a reference: a list of shapes with a virtual test each.
 //
 // Each benchmark of a scene reports the time of one query; the lines that start with "ratio" say how many
 // times faster the world answers the same queries than the list does. The program ends with an error if an

@@ -88,7 +88,8 @@ struct Srdf {
 //! Reads an SRDF file. Elements without a meaning here are ignored.
 //!
 //! Throws `FileError` for a file that cannot be read, is not well-formed XML, or lacks an attribute that an
-//! element needs; for a number that is none or not finite, a negative radius, and two groups of one name.
+//! element needs; for a number that is malformed or not finite, a negative radius, and two groups of one
+//! name.
 KAVO_EXPORT Srdf ReadSrdf(const std::string& file);
 
 //! The same from the text of a file, with a name for its errors.

@@ -8,8 +8,8 @@
 
 namespace kavo::testing {
 
-//! A random tree of joints of every type, some of them held or following others, and the obvious way to place
-//! its frames: recursion with Eigen's transforms.
+//! A random tree of joints of every type, some of them held or following others, and a reference that
+//! places its frames: recursion with Eigen's transforms.
 class RandomRobot {
  public:
   RandomRobot(std::mt19937& engine, int num_joints) {

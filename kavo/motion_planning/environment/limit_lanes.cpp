@@ -42,7 +42,7 @@ HWY_EXPORT(WithinInLanes);
 
 LimitLanes::LimitLanes(const Eigen::VectorXd& min, const Eigen::VectorXd& max)
     : coordinates_(static_cast<std::size_t>(std::max(min.size(), Eigen::Index{1}))) {
-  // A limit that is no number is none, and no infinite value is within any.
+  // A limit of NaN is none, and no infinite value is within any.
   constexpr double kLargest = std::numeric_limits<double>::max();
   for (Eigen::Index i = 0; i < min.size(); ++i) {
     min_.push_back(min[i] > -kLargest ? min[i] : -kLargest);

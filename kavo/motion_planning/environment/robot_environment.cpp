@@ -166,7 +166,7 @@ class RobotEnvironmentImpl final : public RobotEnvironment {
     return count;
   }
 
-  // The place of the next random configuration among those that were drawn ahead. Whether they are valid is
+  // The place of the next random configuration among those that are prefetched. Whether they are valid is
   // asked of all of them at once, and again when the world or the base has moved since.
   int NextSample() const {
     constexpr int kBatch = internal::RobotCollision::kBatch;
@@ -214,8 +214,7 @@ class RobotEnvironmentImpl final : public RobotEnvironment {
   // Owns the scratch memory of checks, which are const to a planner.
   mutable internal::RobotCollision collision_;
   mutable internal::LimitLanes lanes_;
-  // Random configurations that were drawn ahead, one to a column, how many of them have been used, and which
-  // are valid.
+  // Prefetched random configurations, one to a column, how many of them have been used, and which are valid.
   mutable Eigen::MatrixXd samples_;
   mutable int num_used_samples_ = internal::RobotCollision::kBatch;
   mutable std::uint32_t valid_samples_ = 0;

@@ -88,7 +88,7 @@ class KAVO_INTERNAL_EXPORT BoxRows {
   double Min(int index, int axis) const { return Row(axis)[index]; }
   double Max(int index, int axis) const { return (Row(axis) + max_offset_)[index]; }
   BoundingBox Box(int index) const;
-  //! Has the boxes fetched into the cache.
+  //! Prefetches the boxes into the cache.
   void Prefetch() const;
 
   void Clear() { size_ = 0; }

@@ -63,8 +63,8 @@ int ChildNodeSelector::ApproxMinimumOverlapIncreaseNode(const BoxRows& children,
     candidates[i] = {overlaps[i], i};
   }
   const int num_candidates = std::clamp(max_approx_cost_evals_, 0, num_children);
-  // A total order, so that the answer does not depend on how equal increases happen to be partitioned; a
-  // number that is none comes last.
+  // A total order, so that the answer does not depend on how equal increases happen to be partitioned; NaN
+  // comes last.
   std::partial_sort(candidates.data(), candidates.data() + num_candidates, candidates.data() + num_children,
                     [](const Candidate& a, const Candidate& b) {
                       const bool a_is_number = a.increase == a.increase;

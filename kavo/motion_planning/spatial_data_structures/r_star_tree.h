@@ -133,7 +133,7 @@ class RStarTree {
       positions[place] = position;
       squared_distances[place] = squared_distance;
     }
-    // Nodes lie anywhere in memory: each is fetched while the one before it is searched.
+    // Nodes lie anywhere in memory: each is prefetched while the one before it is searched.
     for (int i = 0; i < num_nearer; ++i) {
       hwy::Prefetch(node.Child(positions[i]));
     }

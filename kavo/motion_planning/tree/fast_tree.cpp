@@ -98,7 +98,7 @@ class FastTree final : public Tree {
                                   << "] does not match tree dimension [" << config_.dimension << "].";
   }
 
-  // Boxes know no order of numbers that are none, and no volume of infinite extents.
+  // NaN has no place in the order that boxes rest on, and infinite extents have no volume.
   bool IsIndexable(const Eigen::VectorXd& q) const {
     return q.size() == config_.dimension && math::IsFinite(q);
   }

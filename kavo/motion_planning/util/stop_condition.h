@@ -10,7 +10,7 @@ namespace kavo {
 //! Queries ask copies of it: what it counts has to stand outside.
 using StopCondition = std::function<bool()>;
 
-//! A condition that holds once `seconds` have passed since this call. A number that is not positive, or NaN,
+//! A condition that holds once `seconds` have passed since this call. A time that is not positive, or NaN,
 //! stops at once; infinity never.
 KAVO_EXPORT StopCondition StopAfter(double seconds);
 

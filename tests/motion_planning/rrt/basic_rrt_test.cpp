@@ -139,7 +139,7 @@ TEST(BasicRRTTest, NodesAreLimited) {
   EXPECT_EQ(tree->NumNodes(), 100u);
 }
 
-// The planner spelled out over plain lists.
+// A reference of the planner, over plain lists.
 std::optional<Path> ReferencePlan(const SmallWorld& world, double tolerance, ReferenceTree& tree) {
   if (!world.Ask(world.start) || !world.Ask(world.goal)) {
     return std::nullopt;

@@ -226,7 +226,7 @@ struct SlowSearch {
   std::vector<std::size_t> path;
 };
 
-TEST(JtRRTTest, SearchesLikeItsPlainCounterpart) {
+TEST(JtRRTTest, SearchesLikeItsReference) {
   World world;
   world.add(SphereObstacle{0.3}, Pose3::FromTranslation({1.7, 0.6, 0.0}));
   const auto environment_config = [&world] {

@@ -135,7 +135,7 @@ TEST(RRTConnectTest, NodesAreLimited) {
   EXPECT_FALSE(connect.Plan(Vec({0.0}), Vec({100.0})).has_value());
 }
 
-// The planner spelled out: two trees with fixed roles instead of two that are exchanged.
+// A reference of the planner: two trees with fixed roles instead of two that are exchanged.
 struct Reference {
   std::optional<Path> Plan(const SmallWorld& world, double exploration_fraction, int max_iterations) {
     if (!world.Ask(world.start) || !world.Ask(world.goal)) {

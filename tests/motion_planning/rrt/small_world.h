@@ -44,7 +44,7 @@ struct SmallWorld {
                         [&](const Eigen::VectorXd& center) { return (q - center).norm() <= 0.2; });
   }
 
-  //! The same for a planner that is spelled out, which leaves its questions behind.
+  //! The same for a reference planner, which leaves its questions behind.
   bool Ask(const Eigen::VectorXd& q) const {
     questions.push_back(q);
     return IsFree(q);
@@ -65,7 +65,7 @@ struct SmallWorld {
   mutable Path questions;
 };
 
-//! A tree as two lists, with its operations spelled out.
+//! A reference tree: two lists.
 struct ReferenceTree {
   std::size_t Add(const Eigen::VectorXd& q, std::size_t parent) {
     points.push_back(q);

@@ -15,7 +15,7 @@
 
 namespace kavo::testing {
 
-//! Insertion into an R*-tree spelled out with boxes as objects, held by the nodes alone.
+//! A reference of insertion into an R*-tree, with boxes as objects, held by the nodes alone.
 class ReferenceRStarTree {
  public:
   using Box = planning::BoundingBox;

@@ -43,7 +43,7 @@ std::vector<DistanceMetric> BuiltInMetrics(std::mt19937& engine, int dimension) 
 bool SameBits(double a, double b) { return a == b || (std::isnan(a) && std::isnan(b)); }
 
 // Points that bring out ties and specials: a coarse lattice, points so near that different squares have one
-// root, and now and then a number that is none.
+// root, and now and then NaN.
 Eigen::VectorXd NastyPoint(std::mt19937& engine, int dimension) {
   Eigen::VectorXd q = RandomVec(engine, dimension, -5.0, 5.0);
   const unsigned kind = engine() % 8;
