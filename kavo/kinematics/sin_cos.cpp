@@ -1,4 +1,5 @@
 #include "kavo/kinematics/sin_cos_internal.h"
+#include "kavo/math/constants_internal.h"
 
 #include <algorithm>
 #include <cmath>
@@ -269,7 +270,7 @@ void SinCos(const double* x, double* sin, double* cos, std::size_t n) {
 
 void SinCos(double x, double* sin, double* cos) {
   if (!(std::fabs(x) <= std::numeric_limits<double>::max())) {
-    *sin = *cos = std::numeric_limits<double>::quiet_NaN();
+    *sin = *cos = math::kNaN;
     return;
   }
   const Reduced reduced = std::fabs(x) <= kMediumLimit ? ReduceMedium(x) : ReduceLarge(x);

@@ -1,3 +1,4 @@
+#include "kavo/math/constants_internal.h"
 #include "kavo/world/snapshot_internal.h"
 
 #include <algorithm>
@@ -111,14 +112,14 @@ double LeastDistance(const BoundsGroup& group, std::size_t lane, const double* p
     const auto low = static_cast<double>(group.low[axis][lane]);
     const auto high = static_cast<double>(group.high[axis][lane]);
     if (low > high) {
-      return std::numeric_limits<double>::infinity();
+      return math::kInf;
     }
     const double gap = std::max(std::max(low - point[axis], point[axis] - high), 0.0);
     squared_distance += gap * gap;
     size += std::fabs(point[axis]) + (point[axis] < low ? std::fabs(low) : std::fabs(high));
   }
   const double distance = std::sqrt(squared_distance) - 0x1p-22 * size;
-  return distance > 0.0 ? distance : -std::numeric_limits<double>::infinity();
+  return distance > 0.0 ? distance : -math::kInf;
 }
 
 // Goes over to a solid that is nearer, or as near and older.
@@ -413,7 +414,7 @@ void Snapshot::findNearest(const double* point, std::size_t group,
   for (std::size_t lane = 0; lane < BoundsGroup::kSize; ++lane) {
     const double distance = LeastDistance(bounds, lane, point);
     // An empty lane is infinitely far.
-    if (distance < std::numeric_limits<double>::infinity()) {
+    if (distance < math::kInf) {
       std::size_t place = num_parts++;
       for (; place > 0 && parts[place - 1].distance > distance; --place) {
         parts[place] = parts[place - 1];

@@ -4,7 +4,6 @@
 #include <cmath>
 #include <cstddef>
 #include <functional>
-#include <limits>
 #include <queue>
 #include <set>
 #include <unordered_map>
@@ -14,6 +13,7 @@
 #include "kavo/kinematics/interface/robot_description_internal.h"
 #include "kavo/kinematics/kinematics.h"
 #include "kavo/kinematics/sin_cos_internal.h"
+#include "kavo/math/constants_internal.h"
 #include "kavo/util/log_message.h"
 #include "kavo/util/to_string.h"
 
@@ -22,7 +22,6 @@ namespace kavo {
 namespace {
 
 constexpr char kFile[] = "kinematics/interface/robot_description_builder";
-constexpr double kInfinity = std::numeric_limits<double>::infinity();
 
 // Which joint carries the base frame: none.
 constexpr std::size_t kNone = static_cast<std::size_t>(-1);
@@ -31,7 +30,7 @@ bool IsUnlimited(const Joint& joint) { return joint.type == JointType::kContinuo
 
 kinematics::JointLimits CheckedLimits(const Joint& joint) {
   if (IsUnlimited(joint)) {
-    return {-kInfinity, kInfinity};
+    return {-math::kInf, math::kInf};
   }
   KAVO_CHECK(joint.limits.has_value(), kFile, 40)
       << "Joint \"" << joint.name << "\" has no limits; a revolute or prismatic joint needs them.";

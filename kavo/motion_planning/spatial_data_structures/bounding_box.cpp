@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <limits>
 
+#include "kavo/math/constants_internal.h"
 #include "kavo/motion_planning/spatial_data_structures/box_order_internal.h"
 #include "kavo/util/log_message.h"
 
@@ -176,13 +176,12 @@ void AddAllRemainingIndicesIfNeeded(int min_entries, EnumeratedBoxes& remaining,
 std::pair<std::pair<int, int>, double> GetMaximallySeparatedIndices(const std::vector<BoundingBox>& boxes,
                                                                     int axis) {
   if (boxes.empty()) {
-    return {{0, 0}, std::copysign(std::numeric_limits<double>::quiet_NaN(), -1.0)};
+    return {{0, 0}, std::copysign(math::kNaN, -1.0)};
   }
-  constexpr double kInf = std::numeric_limits<double>::infinity();
-  double lowest_min = kInf;
-  double highest_min = -kInf;
-  double lowest_max = kInf;
-  double highest_max = -kInf;
+  double lowest_min = math::kInf;
+  double highest_min = -math::kInf;
+  double lowest_max = math::kInf;
+  double highest_max = -math::kInf;
   int highest_min_index = 0;
   int lowest_max_index = 0;
   int index = 0;

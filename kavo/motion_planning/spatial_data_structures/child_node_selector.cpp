@@ -1,6 +1,6 @@
 #include <algorithm>
-#include <limits>
 
+#include "kavo/math/constants_internal.h"
 #include "kavo/motion_planning/spatial_data_structures/child_node_selector_internal.h"
 #include "kavo/util/log_message.h"
 
@@ -9,12 +9,6 @@ namespace kavo::planning {
 using internal::BoxRef;
 using internal::BoxRows;
 using internal::EntryBuffer;
-
-namespace {
-
-constexpr double kInf = std::numeric_limits<double>::infinity();
-
-}  // namespace
 
 ChildNodeSelector::ChildNodeSelector(int max_approx_cost_evals)
     : max_approx_cost_evals_(max_approx_cost_evals) {}
@@ -35,7 +29,7 @@ int ChildNodeSelector::SelectChildNode(const BoxRows& children, BoxRef box, Sele
 int ChildNodeSelector::ExactMinimumValueNode(const BoxRows& children, BoxRef box, Cost cost) const {
   EntryBuffer<double> costs(children.PaddedSize());
   (children.*cost)(box, costs.data());
-  double best = kInf;
+  double best = math::kInf;
   int best_child = kNone;
   for (int i = 0; i < children.Size(); ++i) {
     if (costs[i] < best) {
@@ -81,8 +75,8 @@ int ChildNodeSelector::ApproxMinimumOverlapIncreaseNode(const BoxRows& children,
   double* const max = min + dimension;
   double* const enlarged_min = max + dimension;
   double* const enlarged_max = enlarged_min + dimension;
-  double best_overlap_increase = kInf;
-  double best_volume_increase = kInf;
+  double best_overlap_increase = math::kInf;
+  double best_volume_increase = math::kInf;
   int best_child = kNone;
   for (int k = 0; k < num_candidates; ++k) {
     const Candidate candidate = candidates[k];

@@ -1,9 +1,9 @@
 #include "kavo/motion_planning/spatial_data_structures/entry_splitter_basic.h"
 
 #include <algorithm>
-#include <limits>
 #include <numeric>
 
+#include "kavo/math/constants_internal.h"
 #include "kavo/util/log_message.h"
 
 namespace kavo::planning {
@@ -44,7 +44,7 @@ std::pair<std::vector<int>, std::vector<int>> EntrySplitterBasic::SplitEntries(
 std::pair<int, int> EntrySplitterBasic::PickSeedsLinear(const std::vector<BoundingBox>& boxes) const {
   KAVO_CHECK(boxes.size() >= 2, "motion_planning/spatial_data_structures/entry_splitter_basic", 221)
       << "At least two boxes must be provided to pick seeds.";
-  double best = -std::numeric_limits<double>::infinity();
+  double best = -math::kInf;
   std::pair<int, int> seeds{0, 1};
   for (int axis = 0; axis < dimension_; ++axis) {
     const auto [pair, separation] = GetMaximallySeparatedIndices(boxes, axis);

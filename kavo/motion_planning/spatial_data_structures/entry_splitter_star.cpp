@@ -1,16 +1,14 @@
 #include "kavo/motion_planning/spatial_data_structures/entry_splitter_star.h"
 
 #include <algorithm>
-#include <limits>
 
+#include "kavo/math/constants_internal.h"
 #include "kavo/motion_planning/spatial_data_structures/box_order_internal.h"
 #include "kavo/motion_planning/spatial_data_structures/box_rows_internal.h"
 
 namespace kavo::planning {
 
 namespace {
-
-constexpr double kInf = std::numeric_limits<double>::infinity();
 
 // Boxes that are to be split, without being objects: distributions are measured by boxes that grow from both
 // ends of the list.
@@ -32,7 +30,7 @@ class StarSplit {
   }
 
   int ChooseAxis() {
-    double best = kInf;
+    double best = math::kInf;
     int best_axis = 0;
     for (int axis = 0; axis < static_cast<int>(dimension_); ++axis) {
       const double margin = TotalMargin(axis);
@@ -83,7 +81,7 @@ class StarSplit {
 
   int ChooseIndex() {
     GrowBounds();
-    double best = kInf;
+    double best = math::kInf;
     int size = min_entries_;
     for (int k = 0; k < num_distributions_; ++k) {
       const double overlap = Overlap(k);

@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "kavo/math/constants_internal.h"
 #include "kavo/motion_planning/spatial_data_structures/child_node_selector_internal.h"
 #include "kavo/motion_planning/spatial_data_structures/entry_splitter_basic.h"
 #include "kavo/motion_planning/spatial_data_structures/entry_splitter_star.h"
@@ -36,9 +37,9 @@ class RStarTree {
 
   //! What a search has found so far.
   struct Nearest {
-    double distance = std::numeric_limits<double>::infinity();
+    double distance = math::kInf;
     //! What `distance` is the root of, or more: a rounded root stands for several squares.
-    double squared_distance = std::numeric_limits<double>::infinity();
+    double squared_distance = math::kInf;
     const Node* leaf = nullptr;
     int position = 0;
     //! Entries of leaves that were looked at.

@@ -1,13 +1,14 @@
 #include "kavo/motion_planning/tree/basic_tree.h"
 
 #include <algorithm>
-#include <limits>
 #include <optional>
 #include <unordered_map>
 #include <utility>
 #include <vector>
 
+#include "kavo/math/constants_internal.h"
 #include "kavo/math/vector_math_internal.h"
+#include "kavo/motion_planning/tree/dimension_report_internal.h"
 #include "kavo/motion_planning/tree/nearest_scan_internal.h"
 #include "kavo/motion_planning/tree/node_arena_internal.h"
 #include "kavo/motion_planning/tree/periodic_metric.h"
@@ -53,7 +54,7 @@ class BasicTree final : public Tree {
     std::shared_ptr<Node> stored = arena_.Make(std::move(node_in));
     const Node& node = *stored;
     if (node.Dimension() != dimension_) {
-      LogFatalDimensionMismatchError(static_cast<int>(node.Dimension()));
+      internal::ReportDimension(node.Dimension(), dimension_);
     }
     // All that may fail comes first: the node is stored everywhere or nowhere.
     if (nodes_.size() == nodes_.capacity()) {
@@ -79,9 +80,9 @@ class BasicTree final : public Tree {
     KAVO_CHECK(!nodes_.empty(), "motion_planning/tree/basic_tree", 60)
         << "An empty tree has no closest node.";
     if (q.size() != dimension_) {
-      LogFatalDimensionMismatchError(static_cast<int>(q.size()));
+      internal::ReportDimension(q.size(), dimension_);
       if (scan_metric_) {
-        return {nodes_.front(), std::numeric_limits<double>::quiet_NaN()};
+        return {nodes_.front(), math::kNaN};
       }
     }
     if (scan_metric_ && scan_.Size() == nodes_.size()) {
@@ -136,11 +137,6 @@ class BasicTree final : public Tree {
   }
 
  private:
-  void LogFatalDimensionMismatchError(int input_dimension) const {
-    KAVO_LOG(LogLevel::kCritical) << "Input dimension [" << input_dimension
-                                  << "] does not match tree dimension [" << dimension_ << "].";
-  }
-
   // The kind of a metric that the contiguous scan knows; empty for a caller's own.
   static std::optional<NearestScan::Metric> RecogniseMetric(const DistanceMetric& metric, int dimension) {
     if (const MetricFunction* function = metric.target<MetricFunction>()) {
@@ -173,7 +169,7 @@ class BasicTree final : public Tree {
   // check.
   double Measure(const Node& node, const Eigen::VectorXd& q) const {
     if (scan_metric_ && node.Dimension() != q.size()) {
-      return std::numeric_limits<double>::quiet_NaN();
+      return math::kNaN;
     }
     return metric_(node.Configuration(), q);
   }

@@ -1,8 +1,8 @@
 #include "kavo/motion_planning/tree/distance_metrics.h"
 
 #include <cmath>
-#include <limits>
 
+#include "kavo/math/constants_internal.h"
 #include "kavo/math/vector_math_internal.h"
 #include "kavo/util/log_message.h"
 
@@ -15,7 +15,7 @@ double L2Norm(const Eigen::VectorXd& q0, const Eigen::VectorXd& q1) {
 double SquaredL2Norm(const Eigen::VectorXd& q0, const Eigen::VectorXd& q1) {
   if (q0.size() != q1.size()) {
     LogFatalDimensionMismatchError(static_cast<int>(q0.size()), static_cast<int>(q1.size()));
-    return std::numeric_limits<double>::quiet_NaN();
+    return math::kNaN;
   }
   return math::SquaredDistance(q0, q1);
 }

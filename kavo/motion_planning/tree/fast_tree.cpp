@@ -1,12 +1,13 @@
 #include "kavo/motion_planning/tree/fast_tree.h"
 
 #include <cstddef>
-#include <limits>
 #include <utility>
 #include <vector>
 
+#include "kavo/math/constants_internal.h"
 #include "kavo/math/vector_math_internal.h"
 #include "kavo/motion_planning/spatial_data_structures/r_star_tree.h"
+#include "kavo/motion_planning/tree/dimension_report_internal.h"
 #include "kavo/motion_planning/tree/distance_metrics.h"
 #include "kavo/motion_planning/tree/node_arena_internal.h"
 #include "kavo/util/log_message.h"
@@ -40,7 +41,7 @@ class FastTree final : public Tree {
 
   std::shared_ptr<Node> Adopt(Node&& node) override {
     if (node.Dimension() != config_.dimension) {
-      LogFatalDimensionMismatchError(static_cast<int>(node.Dimension()));
+      internal::ReportDimension(node.Dimension(), config_.dimension);
     }
     nodes_.push_back(arena_.Make(std::move(node)));
     try {
@@ -93,11 +94,6 @@ class FastTree final : public Tree {
     KAVO_CHECK(!node.Parent().has_value(), "motion_planning/tree/fast_tree", 30);
   }
 
-  void LogFatalDimensionMismatchError(int input_dimension) const {
-    KAVO_LOG(LogLevel::kCritical) << "Input dimension [" << input_dimension
-                                  << "] does not match tree dimension [" << config_.dimension << "].";
-  }
-
   // NaN has no place in the order that boxes rest on, and infinite extents have no volume.
   bool IsIndexable(const Eigen::VectorXd& q) const {
     return q.size() == config_.dimension && math::IsFinite(q);
@@ -106,7 +102,7 @@ class FastTree final : public Tree {
   ClosestNode Closest(const Eigen::VectorXd& q,
                       const std::shared_ptr<Node>& (Index::*query)(const double*) const) const {
     if (q.size() != config_.dimension) {
-      LogFatalDimensionMismatchError(static_cast<int>(q.size()));
+      internal::ReportDimension(q.size(), config_.dimension);
     }
     KAVO_CHECK(!nodes_.empty(), "motion_planning/tree/fast_tree", 60) << "An empty tree has no closest node.";
     IndexNodes();
@@ -114,7 +110,7 @@ class FastTree final : public Tree {
         IsIndexable(q) && index_->Root().NumEntries() > 0 ? ((*index_).*query)(q.data()) : nodes_.front();
     // The report of a mismatch was made above.
     if (node->Dimension() != q.size()) {
-      return {node, std::numeric_limits<double>::quiet_NaN()};
+      return {node, math::kNaN};
     }
     return {node, L2Norm(node->Configuration(), q)};
   }

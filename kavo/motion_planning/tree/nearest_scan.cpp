@@ -152,7 +152,7 @@ NearestScan::NearestScan(Metric metric, std::size_t dimension, const double* wei
   for (std::size_t i = 0; i < dimension; ++i) {
     const double weight = metric == Metric::kWeightedSquaredL2 ? weights[i] : 1.0;
     // Of negative weights nothing can be said.
-    sum_of_weights_ += weight >= 0.0 ? weight : std::numeric_limits<double>::infinity();
+    sum_of_weights_ += weight >= 0.0 ? weight : math::kInf;
     weights_.push_back(weight);
     scan_weights_.push_back(static_cast<float>(std::min(weight, 1e30)));
   }
