@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <nlohmann/json.hpp>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -17,15 +18,6 @@ namespace fs = std::filesystem;
 using ::testing::AllOf;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
-
-// Nothing gets past this one: the shoulder stops short of a half turn on either side.
-constexpr char kWallScene[] = R"(name: wall
-world:
-  collision_objects:
-    - id: wall
-      primitives: [{type: sphere, dimensions: [1.5]}]
-      primitive_poses: [{position: [2, 0, 0], orientation: [0, 0, 0, 1]}]
-)";
 
 // What becomes of results when something comes in between.
 class OutputTest : public ::testing::Test {
@@ -93,7 +85,9 @@ TEST_F(OutputTest, FilesAreReplacedAsAWholeOrNotAtAll) {
 }
 
 TEST_F(OutputTest, SignalsEndTheWorkAndWhatIsThereIsKept) {
-  const std::string wall = folder_.Write("wall.yaml", kWallScene);
+  // Nothing gets past this one: the shoulder stops short of a half turn on either side.
+  const std::string wall = folder_.Write(
+      "wall.yaml", std::regex_replace(kPegScene, std::regex("dimensions: \\[0.25\\]"), "dimensions: [1.5]"));
   const std::string path = folder_.Write("path.csv", "1,0\n0.5,0\n1,0.5\n");
   const std::string json = folder_ / "out.json";
   const struct {

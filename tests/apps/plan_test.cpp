@@ -115,8 +115,6 @@ TEST_F(PlanTest, SaysWhyThereIsNoPath) {
         "than 2 m: out of reach"}},
       {{"--start", "left", "--target", "0,0.5,0.5", "--frame", "upper", "--set", few},
        {"frame 'upper' gets no farther from there than 0 m: out of reach"}},
-      {{"--start", "2,3", "--goal", "left", "--self-collision"},
-       {"the start is not valid", "the robot touches itself: frames 'post' and 'lower' overlap by 58.5 mm"}},
   };
   for (const auto& c : cases) {
     const Outcome plan = RunKavo(Plan(c.query));
@@ -128,14 +126,11 @@ TEST_F(PlanTest, SaysWhyThereIsNoPath) {
 }
 
 TEST_F(PlanTest, RefusesWhatItCannotUse) {
-  const std::string settings =
-      "step_size: 0.1\nmax_iterations: 9\nmax_sampling: 9\ndistance_metric_weights: [1, 1]\n"
-      "task_space_frame_name: gripper\ntask_space_limits: [[-1, 1], [-1, 1], [-1, 1]]\n"
-      "c_space_planning_params: {exploration_fraction: 0.5}\ntask_space_planning_params: "
-      "{x_target_zone_tolerance: [1, 1, 1], x_target_final_tolerance: 1, "
-      "task_space_exploitation_fraction: 0.6, task_space_exploration_fraction: 0.5}\n";
-  const std::string no_seed = folder_.Write("no_seed.yaml", "seed: 0\n" + settings);
-  const std::string shares = folder_.Write("shares.yaml", "seed: 1\n" + settings);
+  const std::string no_seed = folder_.Write("no_seed.yaml", "seed: 0\n");
+  const std::string shares =
+      folder_.Write("shares.yaml",
+                    "task_space_planning_params: {task_space_exploitation_fraction: 0.6, "
+                    "task_space_exploration_fraction: 0.5}\n");
   const std::string foreign = folder_.Write("foreign.yaml",
                                             "start_state: {}\ngoal_constraints: [{joint_constraints: "
                                             "[{joint_name: slide, position: 0}]}]\n");
@@ -151,18 +146,14 @@ TEST_F(PlanTest, RefusesWhatItCannotUse) {
       {{"--start", "left"}, "what to plan?"},
       {{"--start", "left", "--goal", "1,2,3"}, "expected 2 numbers (shoulder,elbow) or one of the names"},
       {{"--start", "left", "--goal", "up"}, "'default', 'into_the_peg', 'left', 'right', 'too_far'"},
-      {{"--start", "left", "--goal", "1,x"}, "--goal 1,x: expected 2 numbers"},
       {{"--start", "left", "--target", "1,2"}, "--target 1,2: expected X,Y,Z"},
       {{"--start", "left", "--target", "1,1,0", "--frame", "hand"}, "There is no frame \"hand\""},
       {{"--request", foreign},
        "foreign.yaml: found a goal that names none of the robot's joints, expected some of shoulder,elbow"},
       {{"--request", both}, "both.yaml: found a goal of several positions, or of joint values and positions"},
       {{"--request", folder_.Write("no_goal.yaml", "start_state: {}\n")}, "no_goal.yaml: found no goal"},
-      {{"--request", folder_ / "none.yaml"}, "none.yaml: "},
       {{"--start", "left", "--goal", "right", "--set", "speed=1"}, "--set speed=1: expected NAME=VALUE"},
       {{"--start", "left", "--goal", "right", "--set", "seed=1.5"}, "--set seed=1.5: expected an integer"},
-      {{"--start", "left", "--goal", "right", "--set", "seed=0"}, "'seed' [0] must be positive"},
-      {{"--start", "left", "--goal", "right", "--set", "distance_metric_weights=1"}, "must have same number"},
       {{"--start", "left", "--goal", "right", "--config",
         folder_.Write("typo.yaml", "seed: 5\nstepsize: 1\n")},
        "typo.yaml:2: found 'stepsize', which is no setting of a planner file; did you mean 'step_size'?"},
@@ -173,7 +164,7 @@ TEST_F(PlanTest, RefusesWhatItCannotUse) {
       {{"--start", "left", "--goal", "right", "--config", no_seed},
        "no_seed.yaml: 'seed' [0] must be positive\n"},
       {{"--start", "left", "--goal", "right", "--config", shares},
-       "shares.yaml: The sum of 'task_space_exploration_fraction' [0.5] and "},
+       "shares.yaml: The sum of 'task_space_exploitation_fraction' [0.6] and "},
       {{"--start", "left", "--goal", "right", "--set", "task_space_frame_name=hand"},
        "--set task_space_frame_name=hand: there is no frame 'hand'; the robot has 'post', "},
       {{"--start", "left", "--goal", "right", "--check-step", "0"}, "0 is not a number of at least 1e-06"},
@@ -206,10 +197,6 @@ TEST_F(PlanTest, TriesSeedsUntilAPathPassesTheCheck) {
   EXPECT_EQ(good.status, 0);
   EXPECT_THAT(good.output, AllOf(HasSubstr("seed 1235"), HasSubstr("check: valid")));
   EXPECT_THAT(good.errors, HasSubstr("seed 1234: the path fails the check; trying the next seed"));
-  arguments.emplace_back("--quiet");
-  const Outcome quiet = RunKavo(arguments);
-  EXPECT_EQ(quiet.status, 0);
-  EXPECT_THAT(quiet.errors, IsEmpty());
   // The straight way jumps over the peg with every seed; half the step sees it.
   const Outcome halved = RunKavo(
       Plan({"--start", "0.75,0", "--goal", "-0.75,0", "--set", "step_size=0.5", "--verify", "--json", "-"}));

@@ -79,7 +79,9 @@ LoadedRobot Parse(const std::string& urdf, const RobotFileOptions& options = {},
   };
   return ParseRobot(
       {"arm.urdf", "<robot name='arm'>\n" + urdf + "</robot>\n"},
-      file("arm.srdf", srdf ? std::optional("<robot name='arm'>\n" + *srdf + "</robot>\n") : srdf),
+      // A whole document, or what is in one.
+      file("arm.srdf",
+           !srdf || srdf->find("<robot") == 0 ? srdf : "<robot name='arm'>\n" + *srdf + "</robot>\n"),
       file("arm.yaml", spheres), options);
 }
 
@@ -273,30 +275,8 @@ std::string Arm() {
          JointText("right", "prismatic", "hand", "right", limit + "<mimic joint='left'/>");
 }
 
-constexpr char kGroups[] = R"(
-<group name="arm"><chain base_link="base" tip_link="hand"/></group>
-<group name="across"><chain base_link="head" tip_link="b"/></group>
-<group name="fingers"><joint name="left"/><joint name="right"/><joint name="float"/><link name="base"/></group>
-<group name="by_link"><link name="head"/><link name="hand"/><link name="b"/></group>
-<group name="all"><group name="fingers"/><group name="arm"/></group>
-<group name="rigid"><joint name="mount"/><joint name="right"/></group>
-<group name="snake"><group name="tail"/></group>
-<group name="tail"><group name="all"/><group name="snake"/></group>
-<group name="typo"><joint name="j3"/></group>
-<group name="lost"><link name="c"/></group>
-<group name="open"><group name="none"/></group>
-<virtual_joint name="float" type="floating" parent_frame="world" child_link="base"/>
-<end_effector name="gripper" parent_link="a" group="fingers" parent_group="by_link"/>
-<group_state name="home" group="arm"><joint name="j1" value="5"/><joint name="j2" value="0.5"/></group_state>
-<group_state name="default" group="arm"><joint name="j2" value="0.25"/><joint name="j1" value="-0.5"/></group_state>
-<group_state name="default" group="all">
-  <joint name="j1" value="1"/><joint name="j2" value="1"/><joint name="left" value="1 1"/>
-</group_state>
-<group_state name="wide" group="all">
-  <joint name="j1" value="1"/><joint name="j2" value="1"/><joint name="left" value="2"/>
-  <joint name="float" value="0 0 0 0 0 0 1"/>
-</group_state>
-)";
+// Groups of that arm, good and bad.
+std::string Groups() { return testing::ReadFile(KAVO_SOURCE_DIR "/tests/formats/data/arm.srdf"); }
 
 TEST(RobotFile, CSpaceOfAGroup) {
   const struct {
@@ -312,7 +292,7 @@ TEST(RobotFile, CSpaceOfAGroup) {
   for (const auto& c : cases) {
     RobotFileOptions options;
     options.group = c.group;
-    const LoadedRobot robot = Parse(Arm(), options, kGroups);
+    const LoadedRobot robot = Parse(Arm(), options, Groups());
     std::vector<std::string> joints;
     for (std::size_t i = 0; i < robot.description->numCSpaceCoords(); ++i) {
       joints.push_back(robot.description->cSpaceCoordName(i));
@@ -326,7 +306,7 @@ TEST(RobotFile, NamedConfigurations) {
   const LogCapture log;
   RobotFileOptions options;
   options.group = "arm";
-  const LoadedRobot arm = Parse(Arm(), options, kGroups);
+  const LoadedRobot arm = Parse(Arm(), options, Groups());
   EXPECT_THAT(arm.named_configurations,
               ElementsAre(Pair("default", Vec({-0.5, 0.25})), Pair("home", Vec({5.0, 0.5})),
                           Pair("wide", Vec({1.0, 1.0}))));
@@ -337,7 +317,7 @@ TEST(RobotFile, NamedConfigurations) {
   EXPECT_THAT(log.warnings(), ElementsAre(outside));
 
   options.group = "all";
-  const LoadedRobot all = Parse(Arm(), options, kGroups);
+  const LoadedRobot all = Parse(Arm(), options, Groups());
   EXPECT_THAT(all.named_configurations, ElementsAre(Pair("wide", Vec({1.0, 1.0, 2.0}))));
   EXPECT_EQ(all.description->defaultCSpaceConfiguration(), Vec({0.5, 0.5, 0.5}));
   EXPECT_THAT(log.warnings(),
@@ -558,7 +538,7 @@ TEST(RobotFile, RunningOutOfMemoryIsNoFaultOfAFile) {
     GTEST_SKIP() << "this build does not count allocations";
   }
   const LogCapture log;
-  const std::optional<std::string> srdf = kGroups;
+  const std::optional<std::string> srdf = Groups();
   bool is_done = false;
   for (long num_before = 0; !is_done; ++num_before) {
     testing::FailAllocation(num_before);
@@ -604,21 +584,24 @@ TEST(RobotFile, FaultsOfTheOptions) {
   EXPECT_EQ(Fault(Arm(), joints({"j1"}, {{"j2", 2.5}})),
             "arm.urdf:11: found the value 2.5 for joint \"j2\", expected one in [-1, 2]");
 
-  const std::pair<const char*, std::string> of_groups[] = {
-      {"rigid", "arm.urdf: found group \"rigid\" without a joint that moves, expected at least one"},
-      {"snake",
-       "arm.srdf:10: found group \"snake\" inside itself, expected groups that do not contain each other"},
-      {"typo", R"(arm.srdf:11: found joint "j3" in group "typo", expected a joint of the robot)"},
-      {"lost", R"(arm.srdf:12: found link "c" in group "lost", expected a link of the robot)"},
-  };
-  const std::optional<std::string> groups = kGroups;
-  for (const auto& [name, message] : of_groups) {
-    EXPECT_EQ(Fault(Arm(), group(name), groups), message);
-  }
+  const std::optional<std::string> groups = Groups();
   const std::optional<std::string> open = "<group name='open'><group name='none'/></group>";
-  EXPECT_EQ(Fault(Arm(), group("legs"), open), R"(arm.srdf: found no group "legs", expected one of "open")");
-  EXPECT_EQ(Fault(Arm(), group("open"), open),
-            R"(arm.srdf:2: found no group "none", expected one of "open")");
+  const struct {
+    const char* name;
+    std::optional<std::string> srdf;
+    std::string message;
+  } of_groups[] = {
+      {"rigid", groups, "arm.urdf: found group \"rigid\" without a joint that moves, expected at least one"},
+      {"snake", groups,
+       "arm.srdf:10: found group \"snake\" inside itself, expected groups that do not contain each other"},
+      {"typo", groups, R"(arm.srdf:11: found joint "j3" in group "typo", expected a joint of the robot)"},
+      {"lost", groups, R"(arm.srdf:12: found link "c" in group "lost", expected a link of the robot)"},
+      {"legs", open, R"(arm.srdf: found no group "legs", expected one of "open")"},
+      {"open", open, R"(arm.srdf:2: found no group "none", expected one of "open")"},
+  };
+  for (const auto& [name, srdf, message] : of_groups) {
+    EXPECT_EQ(Fault(Arm(), group(name), srdf), message);
+  }
 
   RobotFileOptions fine;
   fine.cover_tolerance = 0.001;

@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "kavo/kinematics/interface/configuration_limits.h"
-#include "kavo/kinematics/interface/robot_description_internal.h"
 #include "tests/support/fatal.h"
 #include "tests/support/vectors.h"
 
@@ -30,10 +29,6 @@ Joint MakeJoint(const std::string& name, JointType type, const std::string& pare
   joint.child_frame = child;
   joint.limits = JointLimits{-1.0, 2.0};
   return joint;
-}
-
-const RobotDescriptionInternal& Internal(const RobotDescription& description) {
-  return dynamic_cast<const RobotDescriptionInternal&>(description);
 }
 
 TEST(RobotDescriptionBuilder, NumbersCoordinatesAsAddedAndFramesAfterTheirParents) {
@@ -65,12 +60,8 @@ TEST(RobotDescriptionBuilder, LimitsAndDefaults) {
   at_limit.default_value = 2.0;
   Joint locked = MakeJoint("locked", JointType::kPrismatic, "c", "d");
   locked.limits = JointLimits{0.25, 0.25};
-  const std::unique_ptr<RobotDescription> robot = RobotDescriptionBuilder("base")
-                                                      .addJoint(free)
-                                                      .addJoint(limited)
-                                                      .addJoint(at_limit)
-                                                      .addJoint(locked)
-                                                      .build();
+  RobotDescriptionBuilder builder("base");
+  const auto robot = builder.addJoint(free).addJoint(limited).addJoint(at_limit).addJoint(locked).build();
 
   EXPECT_EQ(robot->defaultCSpaceConfiguration(), Vec({0.0, 0.5, 2.0, 0.25}));
   const kinematics::ConfigurationLimits limits(ExtractJointLimits(robot.get()));
@@ -114,25 +105,6 @@ TEST(RobotDescriptionBuilder, ATurnChangesNothingWhereAllThatFollowsTurnsWithIt)
     EXPECT_EQ(ExtractPeriodicCoordinates(builder.build().get()),
               c.is_periodic ? std::vector<Eigen::Index>{1} : std::vector<Eigen::Index>{});
   }
-}
-
-TEST(RobotDescriptionBuilder, KeepsSpheresByFrameInTheOrderOfTheirFirst) {
-  const std::unique_ptr<RobotDescription> robot = RobotDescriptionBuilder("base")
-                                                      .addCollisionSphere("tip", {1, 0, 0}, 0.1)
-                                                      .addCollisionSphere("base", {2, 0, 0}, 0.2)
-                                                      .addCollisionSphere("tip", {3, 0, 0}, 0.3)
-                                                      .addFrame("tip", "base", Pose3::Identity())
-                                                      .addFrame("bare", "base", Pose3::Identity())
-                                                      .build();
-  EXPECT_EQ(robot->numCSpaceCoords(), 0u);
-  EXPECT_THAT(Internal(*robot).collisionFrameNames(), ElementsAre("tip", "base"));
-  const std::vector<math::Sphere> spheres = Internal(*robot).collisionSpheres("tip");
-  ASSERT_EQ(spheres.size(), 2u);
-  EXPECT_EQ(spheres[0].center, Eigen::Vector3d(1, 0, 0));
-  EXPECT_EQ(spheres[1].center, Eigen::Vector3d(3, 0, 0));
-  EXPECT_EQ(spheres[1].radius, 0.3);
-  EXPECT_TRUE(Internal(*robot).collisionSpheres("bare").empty());
-  EXPECT_TRUE(Internal(*robot).collisionSpheres("nowhere").empty());
 }
 
 TEST(RobotDescriptionBuilder, NamesTheCulprit) {

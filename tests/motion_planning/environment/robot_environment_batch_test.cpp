@@ -235,33 +235,27 @@ TEST_P(BatchTest, SamplesAreJudgedByTheWorldOfTheirCall) {
     std::vector<ObstacleHandle> obstacles;
     for (int call = 0; call < 30; ++call) {
       const Eigen::VectorXd v = RandomVec(engine, 3, -12.0, 12.0);
-      switch (engine() % 8) {
-        case 0:
-          obstacles.push_back(
-              world.add(BoxObstacle{{4.0, 1.0, 1.0}}, Pose3::FromTranslation({v[0], 0.1 * v[1], 0.0})));
-          // Not shown before an update, of which the environment learns from its copy of the view.
-          if (engine() % 2 == 0) {
-            view.update();
-          }
-          break;
-        case 1:
-          if (!obstacles.empty()) {
-            world.remove(obstacles.back());
-            obstacles.pop_back();
-          }
-          environment->UpdateWorldView();
-          break;
-        case 2:
-          for (const auto& moved : {environment, judge}) {
-            moved->SetBasePose(Pose3::FromTranslation({0.2 * v[0], 0.1 * v[1], 0.0}));
-          }
-          break;
-        case 3:
-          // A check between two calls takes the same lanes.
-          environment->CountValid(Eigen::MatrixXd::Zero(2, 3));
-          break;
-        default:
-          break;
+      const auto event = engine() % 8;
+      if (event == 0) {
+        obstacles.push_back(
+            world.add(BoxObstacle{{4.0, 1.0, 1.0}}, Pose3::FromTranslation({v[0], 0.1 * v[1], 0.0})));
+        // Not shown before an update, of which the environment learns from its copy of the view.
+        if (engine() % 2 == 0) {
+          view.update();
+        }
+      } else if (event == 1) {
+        if (!obstacles.empty()) {
+          world.remove(obstacles.back());
+          obstacles.pop_back();
+        }
+        environment->UpdateWorldView();
+      } else if (event == 2) {
+        for (const auto& moved : {environment, judge}) {
+          moved->SetBasePose(Pose3::FromTranslation({0.2 * v[0], 0.1 * v[1], 0.0}));
+        }
+      } else if (event == 3) {
+        // A check between two calls takes the same lanes.
+        environment->CountValid(Eigen::MatrixXd::Zero(2, 3));
       }
       std::optional<Eigen::VectorXd> expected;
       for (int attempt = 0; attempt < attempts && !expected; ++attempt) {

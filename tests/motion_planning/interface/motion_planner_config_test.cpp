@@ -188,20 +188,18 @@ TEST(MotionPlannerConfigTest, ValuesOutOfRangeAreFatal) {
   const struct {
     std::string text;
     std::string replacement;
-    std::string condition;
     int line;
     std::string message;
   } cases[] = {
-      {"seed: 7", "seed: 0", "seed > 0", 89, "`seed` must be positive."},
-      {"step_size: 0.2", "step_size: .nan", "step_size > 0.0", 93, "`step_size` must be positive."},
-      {"3.5]", ".nan]", "weight > 0.0", 107, "All `distance_metric_weights` must be positive"},
-      {", [0, 2]", "", "task_space_limits.size() == 3", 119,
+      {"seed: 7", "seed: 0", 89, "`seed` must be positive."},
+      {"step_size: 0.2", "step_size: .nan", 93, "`step_size` must be positive."},
+      {"3.5]", ".nan]", 107, "All `distance_metric_weights` must be positive"},
+      {", [0, 2]", "", 119,
        "Dimension of `task_space_limits` must be 3, withlimits corresponding to xyz axes."},
-      {"[0, 2]", "[.nan, 2]", "limit.upper >= limit.lower", 122,
-       "Upper limit [2] must be >= lower limit [nan]."},
+      {"[0, 2]", "[.nan, 2]", 122, "Upper limit [2] must be >= lower limit [nan]."},
   };
   for (const auto& c : cases) {
-    testing::ExpectFatal([&c] { Parse(Replaced(c.text, c.replacement)); }, c.condition,
+    testing::ExpectFatal([&c] { Parse(Replaced(c.text, c.replacement)); }, {},
                          "motion_planning/interface/motion_planner", c.line, c.message);
   }
 }

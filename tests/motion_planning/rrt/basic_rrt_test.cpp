@@ -45,27 +45,23 @@ struct Planner {
 
 TEST(BasicRRTTest, BadConfigurationsAreFatal) {
   const std::string file = "motion_planning/rrt/basic_rrt";
-  const std::string tolerance = "q_target_tolerance(i) > 0.";
-  const auto make = [](double last, double edge_length) {
-    return [=] { BasicRRTConfig(Vec({0.25, 1.0, last}), edge_length, 1, false); };
-  };
-  ExpectFatal(make(0.0, -1.0), tolerance, file, 34,
-              "Each element of 'q_target_tolerance' [0.25    1    0] must be positive.");
-  ExpectFatal(make(kNaN, 1.0), tolerance, file, 34,
-              "Each element of 'q_target_tolerance' [0.25    1  nan] must be positive.");
-  ExpectFatal(make(1.0, 0.0), "edge_length > 0.", file, 39, "'edge_length' [0] must be positive.");
-
+  for (const auto& [last, edge_length, line, message] :
+       {std::tuple(0.0, -1.0, 34, "Each element of 'q_target_tolerance' [0.25    1    0] must be positive."),
+        std::tuple(kNaN, 1.0, 34, "Each element of 'q_target_tolerance' [0.25    1  nan] must be positive."),
+        std::tuple(1.0, 0.0, 39, "'edge_length' [0] must be positive.")}) {
+    const Eigen::VectorXd tolerance = Vec({0.25, 1.0, last});
+    ExpectFatal([&, length = edge_length] { BasicRRTConfig(tolerance, length, 1, false); }, {}, file, line,
+                message);
+  }
   auto tree = CreateBasicTree(4, L2Norm, false);
   const auto create = [&tree](int dimension) {
-    return [&tree, dimension] {
-      CreateBasicRRT({Vec({1.0, 1.0, 1.0}), 1.0, 1, false},
-                     std::make_shared<ScriptedEnvironment>(dimension, Path{}), tree);
-    };
+    CreateBasicRRT({Vec({1.0, 1.0, 1.0}), 1.0, 1, false},
+                   std::make_shared<ScriptedEnvironment>(dimension, Path{}), tree);
   };
-  ExpectFatal(create(2), "environment_->CSpaceDimension() == dimension_", file, 108,
+  ExpectFatal([&] { create(2); }, "environment_->CSpaceDimension() == dimension_", file, 108,
               "World dimension [2] does not match BasicRRT dimension [3]");
-  ExpectFatal(create(3), "tree->CSpaceDimension() == rrt_dimension", "motion_planning/rrt/rrt_util", 31,
-              "Tree dimension [4] does not match RRT dimenstion [3]");
+  ExpectFatal([&] { create(3); }, "tree->CSpaceDimension() == rrt_dimension", "motion_planning/rrt/rrt_util",
+              31, "Tree dimension [4] does not match RRT dimenstion [3]");
 }
 
 TEST(BasicRRTTest, BoundariesOfTheTwoDistanceTests) {

@@ -184,6 +184,15 @@ TEST(RStarTreeTest, ExactQueryStopsAtAZeroDistance) {
   EXPECT_LT(nearest.num_examined, 60);
 }
 
+TEST(ChildNodeSelectorTest, FirstOfEqualOverlapsAndVolumes) {
+  internal::BoxRows rows(1);
+  for (const BoundingBox& box : {Box({0.0}, {1.0}), Box({3.0}, {4.0}), Box({3.0}, {4.0})}) {
+    rows.Append({box.Min().data(), box.Max().data()}, 9);
+  }
+  EXPECT_EQ(ChildNodeSelector(2).SelectChildNode(rows, Ref(Vec({2.0})), kOverlap), 0);
+  EXPECT_EQ(ChildNodeSelector(0).SelectChildNode(rows, Ref(Vec({2.0})), kOverlap), ChildNodeSelector::kNone);
+}
+
 TEST(RStarTreeTest, UnknownKindsAreReported) {
   const LogCapture log;
   const auto undefined = static_cast<SelectionMetric>(5);

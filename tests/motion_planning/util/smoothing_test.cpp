@@ -34,18 +34,13 @@ Path OnALine(const std::vector<double>& coordinates) {
 }
 
 TEST(IsValidPathTest, PreconditionsInOrder) {
-  const auto expect = [](double step_size, int start_size, int end_size, const std::string& condition,
-                         int line) {
-    ExpectFatal(
-        [&] {
-          IsValidPath(Plane(), step_size, Eigen::VectorXd::Zero(start_size), Eigen::VectorXd::Zero(end_size));
-        },
-        condition, "motion_planning/util/smoothing", line, "");
-  };
-  expect(0.0, 1, 2, "environment->CSpaceDimension() == q_start.size()", 27);
-  expect(0.0, 2, 1, "q_start.size() == q_end.size()", 28);
-  for (const double step_size : {0.0, -1.0, kNaN}) {
-    expect(step_size, 2, 2, "step_size > 0.", 31);
+  for (const auto& [step_size, start_size, end_size, line] :
+       {std::tuple(0.0, 1, 2, 27), std::tuple(0.0, 2, 1, 28), std::tuple(0.0, 2, 2, 31),
+        std::tuple(kNaN, 2, 2, 31)}) {
+    const Eigen::VectorXd start = Eigen::VectorXd::Zero(start_size);
+    const Eigen::VectorXd end = Eigen::VectorXd::Zero(end_size);
+    ExpectFatal([&, step = step_size] { IsValidPath(Plane(), step, start, end); }, {},
+                "motion_planning/util/smoothing", line, "");
   }
   EXPECT_THROW(IsValidPath(Plane(), 1e-12, Vec({0.0, 0.0}), Vec({1.0, 0.0})), util::FatalError);
 }
