@@ -56,12 +56,6 @@ TEST(WorldView, WhatCannotBePlacedIsNotFreeAndANegativeRadiusTouchesNothing) {
   }
   EXPECT_FALSE(empty.nearestObstacle({0.0, 0.0, 0.0}).has_value());
   EXPECT_FALSE(ball.nearestObstacle({0.0, kNaN, 0.0}).has_value());
-
-  const WorldView huge = ViewOf(BoxObstacle{{1e300, 1e300, 1e300}}, At(0.0, 0.0, -5e299));
-  EXPECT_TRUE(huge.inCollision({7.0, 8.0, 0.0}, 0.0));
-  EXPECT_TRUE(huge.inCollision({1e300, 0.0, -1.0}, 5e299));
-  EXPECT_FALSE(huge.inCollision({1e300, 0.0, -1.0}, 4.9e299));
-  EXPECT_EQ(huge.nearestObstacle({0.0, 0.0, 1e299})->distance, 1e299);
 }
 
 // The point of a solid that lies furthest in the direction of a unit vector, both in the solid's frame.

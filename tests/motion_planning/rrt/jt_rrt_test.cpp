@@ -275,33 +275,23 @@ TEST(JtRRTTest, SearchesLikeItsReference) {
 TEST(JtRRTTest, FailuresEndInBoundedTimeWithTheirReports) {
   World world;
   world.add(SphereObstacle{0.2}, Pose3::FromTranslation({-0.5, 0.5, 0.0}));
-  const double inf = std::numeric_limits<double>::infinity();
-  const struct {
-    Eigen::VectorXd start;
-    Eigen::Vector3d target;
-    SearchStatus status;
-    std::vector<std::string> warnings;
-  } cases[] = {
-      {Vec({-0.5, 0.5}),
-       {0.5, 0.5, 0.0},
-       SearchStatus::kInvalidStart,
-       {"Invalid configuration, [-0.5  0.5]."}},
-      {Vec({0.0, 0.0}),
-       {0.5, inf, 0.0},
-       SearchStatus::kInvalidTarget,
-       {"Invalid target position, [0.5 inf   0]."}},
-      // Out of reach, and inside the obstacle.
-      {Vec({0.0, 0.0}), {0.5, 0.5, 0.5}, SearchStatus::kIterationsSpent, {}},
-      {Vec({0.0, 0.0}), {-0.5, 0.5, 0.0}, SearchStatus::kIterationsSpent, {}},
-  };
-  for (const auto& c : cases) {
+  const auto expect = [&](const Eigen::VectorXd& start, const Eigen::VectorXd& target, SearchStatus status,
+                          const std::vector<std::string>& warnings) {
     const Planner planner(Config(0.1, 0.01, 1e-5, 0.4, 0.1, 300), Table(world));
     LogCapture log;
-    EXPECT_TRUE(planner.Plan(c.start, c.target).empty());
-    EXPECT_EQ(planner.rrt->LastStatus(), c.status) << c.target.transpose();
-    EXPECT_EQ(log.records().size(), c.warnings.size());
-    EXPECT_EQ(log.warnings(), c.warnings);
-  }
+    EXPECT_TRUE(planner.Plan(start, target).empty());
+    EXPECT_EQ(planner.rrt->LastStatus(), status) << target.transpose();
+    EXPECT_EQ(log.records().size(), warnings.size());
+    EXPECT_EQ(log.warnings(), warnings);
+  };
+  const Eigen::VectorXd origin = Vec({0.0, 0.0});
+  expect(Vec({-0.5, 0.5}), Vec({0.5, 0.5, 0.0}), SearchStatus::kInvalidStart,
+         {"Invalid configuration, [-0.5  0.5]."});
+  expect(origin, Vec({0.5, HUGE_VAL, 0.0}), SearchStatus::kInvalidTarget,
+         {"Invalid target position, [0.5 inf   0]."});
+  // Out of reach, and inside the obstacle.
+  expect(origin, Vec({0.5, 0.5, 0.5}), SearchStatus::kIterationsSpent, {});
+  expect(origin, Vec({-0.5, 0.5, 0.0}), SearchStatus::kIterationsSpent, {});
   // Where sampling fails the environment says so.
   const Planner planner(Config(0.1, 0.01, 1e-5, 0.0, 0.0), Table(world, 0));
   LogCapture log;
