@@ -51,6 +51,12 @@ class InputTest : public ::testing::Test {
                const std::string& urdf = Urdf()) const {
     return Run({"plan", "--request", folder_.Write("request.yaml", request)}, more, scene, urdf);
   }
+  Outcome Bench(const Arguments& more) const {
+    Arguments arguments = {"bench", "--robot", folder_ / "arm.urdf", "--coordinates", "shoulder,elbow"};
+    arguments.insert(arguments.end(), {"--problems", folder_ / "problems"});
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    return RunKavo(arguments);
+  }
 
   Folder folder_;
 };
@@ -139,12 +145,8 @@ TEST_F(InputTest, WhatIsNotHonouredIsRefusedUnlessIgnored) {
   // The same for problems.
   folder_.Write("problems/scene1.yaml", cases[1].scene);
   folder_.Write("problems/request1.yaml", kPegRequest);
-  Arguments arguments = {
-      "bench",         "--robot",       folder_ / "arm.urdf", "--problems", folder_ / "problems",
-      "--coordinates", "shoulder,elbow"};
-  EXPECT_EQ(RunKavo(arguments).status, 2);
-  arguments.insert(arguments.end(), {"--ignore", "octomap"});
-  EXPECT_THAT(RunKavo(arguments).output, HasSubstr("ignored in 1 of 1 problems: octomap"));
+  EXPECT_EQ(Bench({}).status, 2);
+  EXPECT_THAT(Bench({"--ignore", "octomap"}).output, HasSubstr("ignored in 1 of 1 problems: octomap"));
 }
 
 TEST_F(InputTest, ALinkWithoutSpheresIsRefusedUnlessAllowed) {
@@ -205,17 +207,9 @@ TEST_F(InputTest, TimeAndAttemptsAreBounded) {
   folder_.Write("problems/scene1.yaml", kPegScene);
   folder_.Write("problems/request1.yaml", hurried + kPegRequest);
   const auto status = [&](const Arguments& more) {
-    Arguments arguments = {"bench",
-                           "--robot",
-                           folder_ / "arm.urdf",
-                           "--problems",
-                           folder_ / "problems",
-                           "--coordinates",
-                           "shoulder,elbow",
-                           "--json",
-                           "-"};
+    Arguments arguments = {"--json", "-"};
     arguments.insert(arguments.end(), more.begin(), more.end());
-    return nlohmann::json::parse(RunKavo(arguments).output)["runs"][0]["status"];
+    return nlohmann::json::parse(Bench(arguments).output)["runs"][0]["status"];
   };
   EXPECT_EQ(status({}), "found");
   EXPECT_EQ(status({"--request-effort"}), "stopped");

@@ -52,22 +52,6 @@ TEST(Basic3dEnvironmentTest, LimitsAreInclusiveAndObstaclesCount) {
   EXPECT_THROW(CreateBasic3dEnvironment(edited), util::FatalError);
 }
 
-TEST(Basic3dEnvironmentTest, SamplesAreValidAndRepeatWithTheSeed) {
-  World world;
-  world.add(BoxObstacle{{1.0, 5.0, 3.0}}, Pose3::FromTranslation({0.5, 0.0, 0.0}));
-  const Basic3dEnvironmentConfig config(world.view(), {Vec({-1.0, 2.0, -3.0}), Vec({1.0, 2.0, 0.0})}, 1000,
-                                        99);
-  const auto environment = CreateBasic3dEnvironment(config);
-  const auto twin = CreateBasic3dEnvironment(config);
-  for (int i = 0; i < 200; ++i) {
-    const auto q = environment->SampleConfiguration();
-    ASSERT_TRUE(q.has_value());
-    EXPECT_TRUE(environment->IsValidConfiguration(*q));
-    EXPECT_EQ((*q)[1], 2.0);
-    EXPECT_EQ(*q, *twin->SampleConfiguration());
-  }
-}
-
 TEST(Basic3dEnvironmentTest, GivesUpWithAWarning) {
   World world;
   const ObstacleHandle floor = world.add(HalfSpaceObstacle{}, Pose3::FromTranslation({0.0, 0.0, 2.0}));

@@ -123,23 +123,5 @@ TEST(BoundingBoxTest, MaximalSeparation) {
   EXPECT_TRUE(std::signbit(none.second));
 }
 
-TEST(BoundingBoxTest, RemainingIndicesFillAGroupThatNeedsThemAll) {
-  // In the last case, one above the minimum, the lack is not minus one but huge.
-  for (const auto& [num_remaining, group_size, filled] :
-       {std::tuple(2u, 2u, true), std::tuple(1u, 2u, false), std::tuple(3u, 2u, false),
-        std::tuple(1u, 4u, false), std::tuple(1u, 5u, false)}) {
-    EnumeratedBoxes remaining;
-    remaining.boxes.assign(num_remaining, Point({0.0}));
-    remaining.indices.assign(num_remaining, 10);
-    std::vector<int> group(group_size, 1);
-    std::vector<int> expected = group;
-    expected.insert(expected.end(), filled ? num_remaining : 0, 10);
-    AddAllRemainingIndicesIfNeeded(4, remaining, group);
-    EXPECT_EQ(group, expected);
-    EXPECT_EQ(remaining.boxes.size(), filled ? 0 : num_remaining);
-    EXPECT_EQ(remaining.indices.size(), remaining.boxes.size());
-  }
-}
-
 }  // namespace
 }  // namespace kavo::planning

@@ -151,24 +151,16 @@ TEST(PathCheckTest, AgreesWithTheEnvironmentThatPlannersUse) {
 TEST(PathCheckTest, RefusesWhatIsNoPath) {
   const auto robot = Carts(false);
   const Eigen::VectorXd origin = Vec({0.0, 0.0});
-  const struct {
-    std::vector<Eigen::VectorXd> path;
-    double step;
-    int line;
-    std::string message;
-  } cases[] = {
-      {{}, 1.0, 150, "There is no configuration to check."},
-      {{origin}, 0.0, 151, "The step [0] must be positive."},
-      {{origin, Vec({0.0})}, 1.0, 153, "Waypoint 1 has 1 coordinates, the robot 2."},
-      {{origin, Vec({1.0, 0.0})},
-       1e-300,
-       163,
-       "A segment of length [1] has too many parts of [1e-300] to be checked."},
+  const auto expect = [&](const std::vector<Eigen::VectorXd>& path, double step, int line,
+                          const char* message) {
+    ExpectFatal([&] { CheckPath(*robot, World().view(), path, step); }, {}, "motion_planning/util/path_check",
+                line, message);
   };
-  for (const auto& c : cases) {
-    ExpectFatal([&] { CheckPath(*robot, World().view(), c.path, c.step); }, {},
-                "motion_planning/util/path_check", c.line, c.message);
-  }
+  expect({}, 1.0, 150, "There is no configuration to check.");
+  expect({origin}, 0.0, 151, "The step [0] must be positive.");
+  expect({origin, Vec({0.0})}, 1.0, 153, "Waypoint 1 has 1 coordinates, the robot 2.");
+  expect({origin, Vec({1.0, 0.0})}, 1e-300, 163,
+         "A segment of length [1] has too many parts of [1e-300] to be checked.");
 }
 
 }  // namespace
