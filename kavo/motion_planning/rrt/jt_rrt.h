@@ -61,6 +61,26 @@ KAVO_EXPORT void ValidateJtRRTConfig(const JtRRTConfig& config);
 //! kinematics", 2007), towards a configuration straight. Once a node's position lies in the zone around the
 //! target, a local Jacobian-transpose search takes it to the final tolerance. That last stretch is not
 //! checked for collisions; where it does not get there, the path ends where it got, with a report at level 1.
+//!
+//! @code
+//! kavo::World world;
+//! world.add(kavo::SphereObstacle{0.3}, kavo::Pose3::FromTranslation({1.7, 0.6, 0.0}), "ball");
+//! auto robot = kavo::planning::BuildThreeLinkRobotEnvironmentConfig(world.view(), {1.0, 1.0, 1.0}, 100, 1);
+//! robot.SetTaskSpaceLimits({Eigen::Vector3d(-2.0, -2.0, 0.0), Eigen::Vector3d(2.0, 2.0, 0.0)});
+//! const auto environment = kavo::planning::CreateRobotEnvironment(robot);
+//!
+//! auto c_space_tree = kavo::planning::CreateBasicTree(3, environment->CSpaceDistanceMetric(), true);
+//! auto task_space_tree = kavo::planning::CreateBasicTree(3, kavo::planning::L2Norm, true);
+//! const kavo::planning::JtRRTConfig config(
+//!     /*edge_length=*/0.1, /*x_target_zone_tolerance=*/{0.03, 0.03, 0.03},
+//!     /*x_target_final_tolerance=*/1e-5,
+//!     /*task_space_exploitation_fraction=*/0.4, /*task_space_exploration_fraction=*/0.1,
+//!     /*max_iterations=*/10000, /*use_approx_closest=*/false, /*seed=*/1);
+//! const auto planner = kavo::planning::CreateJtRRT(config, environment, c_space_tree, task_space_tree);
+//! const Eigen::Vector3d target(1.0, 1.2, 0.0);
+//! const auto nodes = planner->TryToFindPath(Eigen::Vector3d(-0.4, 0.1, 0.2), target);
+//! assert(nodes && (environment->TaskSpacePosition(nodes->back()->Configuration()) - target).norm() < 1e-5);
+//! @endcode
 class KAVO_EXPORT JtRRT final : public RRT {
  public:
   enum class ExtensionMode {
