@@ -52,25 +52,6 @@ TEST(RobotDescriptionBuilder, NumbersCoordinatesAsAddedAndFramesAfterTheirParent
                        "kinematics/interface/robot_description_internal", 17, "Invalid coord_index");
 }
 
-TEST(RobotDescriptionBuilder, LimitsAndDefaults) {
-  Joint free = MakeJoint("free", JointType::kContinuous, "base", "a");
-  free.limits.reset();
-  Joint limited = MakeJoint("limited", JointType::kContinuous, "a", "b");
-  Joint at_limit = MakeJoint("at_limit", JointType::kRevolute, "b", "c");
-  at_limit.default_value = 2.0;
-  Joint locked = MakeJoint("locked", JointType::kPrismatic, "c", "d");
-  locked.limits = JointLimits{0.25, 0.25};
-  RobotDescriptionBuilder builder("base");
-  const auto robot = builder.addJoint(free).addJoint(limited).addJoint(at_limit).addJoint(locked).build();
-
-  EXPECT_EQ(robot->defaultCSpaceConfiguration(), Vec({0.0, 0.5, 2.0, 0.25}));
-  const kinematics::ConfigurationLimits limits(ExtractJointLimits(robot.get()));
-  EXPECT_EQ(limits.Dimension(), 4u);
-  EXPECT_EQ(limits.Min(), Vec({-HUGE_VAL, -1.0, -1.0, 0.25}));
-  EXPECT_EQ(limits.Max(), Vec({HUGE_VAL, 2.0, 2.0, 0.25}));
-  EXPECT_EQ(limits.Range(), Vec({HUGE_VAL, 3.0, 3.0, 0.0}));
-}
-
 TEST(RobotDescriptionBuilder, ATurnChangesNothingWhereAllThatFollowsTurnsWithIt) {
   using Mimic = Joint::Mimic;
   const struct {
