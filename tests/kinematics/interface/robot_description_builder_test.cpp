@@ -130,7 +130,7 @@ TEST(RobotDescriptionBuilder, NamesTheCulprit) {
        "Joint \"elbow\" has the default value inf, which is not finite."},
       {[=](Joint& j) { j.held_value = nan; }, 71,
        "Joint \"elbow\" is held at the value nan, which is not finite."},
-      {[](Joint& j) { j.mimic.emplace().joint = "elbow"; }, 183,
+      {[](Joint& j) { j.mimic = Joint::Mimic(), j.mimic->joint = "elbow"; }, 183,
        "Joint \"elbow\" follows joint \"elbow\", which is no coordinate."},
   };
   const struct {
