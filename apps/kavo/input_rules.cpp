@@ -38,7 +38,7 @@ std::vector<std::string> Scope::Ignored() const {
 
 std::string Scope::Valid() const {
   std::string text = has_spheres ? "valid" : "valid for the limits only (the robot has no collision spheres)";
-  if (!uncovered_links.empty()) {
+  if (has_spheres && !uncovered_links.empty()) {
     text += " for the covered links only (not " + JoinQuoted(uncovered_links) + ")";
   }
   if (!ignored.empty()) {

@@ -143,22 +143,30 @@ class Planning {
  private:
   Attempt TryAll() {
     const Stoppable stoppable;
-    std::optional<Attempt> attempt;
+    std::optional<Attempt> best;
     const Attempts attempts(seconds_, settings_.Seed(),
                             std::max(options_.num_more_seeds.value_or(0) + 1, num_attempts_));
     for (const Query& query : queries_) {
-      attempt = Try(query, attempts);
-      if (attempt->IsGood() || Signal() != 0 || attempt->report.status == planning::SearchStatus::kStopped) {
+      const Attempt attempt = Try(query, attempts);
+      Keep(attempt, best);
+      if (attempt.IsGood() || Signal() != 0 || attempt.report.status == planning::SearchStatus::kStopped) {
         break;
       }
       if (&query != &queries_.back() && !options_.quiet) {
         std::cerr << "kavo: goal " << (&query - queries_.data()) + 1 << " of " << queries_.size() << ": "
-                  << (attempt->results.path_found ? "the path fails the check"
-                                                  : ToString(attempt->report.status))
+                  << (attempt.results.path_found ? "the path fails the check"
+                                                 : ToString(attempt.report.status))
                   << "; trying the next\n";
       }
     }
-    return *std::move(attempt);
+    return *std::move(best);
+  }
+
+  // A path that fails the check says more than that none was found.
+  static void Keep(const Attempt& attempt, std::optional<Attempt>& best) {
+    if (!best || attempt.results.path_found || !best->results.path_found) {
+      best = attempt;
+    }
   }
 
   Query QueryOfOptions(const formats::LoadedRobot& robot) const {
@@ -181,13 +189,15 @@ class Planning {
   // With the first seed, or with the first of the next ones: as many as the request says until there is a
   // path, as many as the options say until one passes the check.
   Attempt Try(const Query& query, const Attempts& attempts) {
+    std::optional<Attempt> best;
     for (int i = 0;; ++i) {
-      Attempt attempt = TryOnce(query, attempts.Seed(i), StepSizeOf(i), attempts.Stop());
+      const Attempt attempt = TryOnce(query, attempts.Seed(i), StepSizeOf(i), attempts.Stop());
+      Keep(attempt, best);
       const bool is_hopeless = attempt.report.status == planning::SearchStatus::kInvalidStart ||
                                attempt.report.status == planning::SearchStatus::kInvalidTarget;
       const bool is_enough = attempt.results.path_found && i >= options_.num_more_seeds.value_or(0);
       if (attempt.IsGood() || is_hopeless || is_enough || !attempts.MayTry(i + 1)) {
-        return attempt;
+        return *std::move(best);
       }
       if (!options_.quiet) {
         std::cerr << "kavo: seed " << attempt.config.seed << ": "

@@ -3,7 +3,9 @@
 #include <CLI/CLI.hpp>
 #include <cstddef>
 #include <cstdint>
+#include <filesystem>
 #include <memory>
+#include <system_error>
 #include <utility>
 
 #include "apps/kavo/builtin_robots.h"
@@ -103,6 +105,10 @@ RobotModel RobotOptions::Load() const {
           "' takes no further robot options but --no-self-collision; they go with a URDF file");
     }
     return RobotModel(LoadBuiltin(robot_, self_collision_.value_or(true)));
+  }
+  const std::string suggestion = Suggestion(robot_, {"franka", "three_link"});
+  if (std::error_code unused; !suggestion.empty() && !std::filesystem::exists(robot_, unused)) {
+    throw UnusableInput("--robot " + robot_ + ": there is no such file or built-in robot" + suggestion);
   }
   formats::RobotFileOptions options;
   options.srdf_file = srdf_;

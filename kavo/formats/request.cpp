@@ -4,6 +4,7 @@
 #include <array>
 #include <cmath>
 #include <cstddef>
+#include <set>
 #include <stdexcept>
 #include <utility>
 
@@ -112,6 +113,13 @@ Request ParseRequest(const std::string& text, const std::string& file) {
   const YamlValue root(text, file);
   Request request;
   request.file = file;
+  std::set<std::string> said;
+  root.warnOfOtherKeys(
+      {"group_name", "start_state", "goal_constraints", "path_constraints", "trajectory_constraints",
+       "reference_trajectories", "workspace_parameters", "pipeline_id", "planner_id", "num_planning_attempts",
+       "allowed_planning_time", "max_velocity_scaling_factor", "max_acceleration_scaling_factor",
+       "cartesian_speed_end_effector_link", "cartesian_speed_limited_link", "max_cartesian_speed"},
+      "a request", said);
   if (const std::optional<YamlValue> group = root.find("group_name")) {
     request.group_name = group->text();
   }

@@ -2,6 +2,7 @@
 #include <cstddef>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -25,6 +26,10 @@ class SceneYamlReader {
 
   Scene read(const std::string& text) {
     const YamlValue root(text, file_);
+    root.warnOfOtherKeys(
+        {"name", "robot_state", "robot_model_name", "fixed_frame_transforms", "allowed_collision_matrix",
+         "link_padding", "link_scale", "object_colors", "world", "is_diff", "collision_objects", "octomap"},
+        "a scene", said_);
     Scene scene;
     scene.file = file_;
     if (const std::optional<YamlValue> name = root.find("name")) {
@@ -64,6 +69,10 @@ class SceneYamlReader {
   Scene::Object readObject(const YamlValue& value) {
     Scene::Object object;
     object.id = value.get("id").text();
+    value.warnOfOtherKeys(
+        {"id", "header", "pose", "type", "primitives", "primitive_poses", "meshes", "mesh_poses", "planes",
+         "plane_poses", "subframe_names", "subframe_poses", "operation"},
+        "an object", said_);
     checkOperation(value, object.id);
     object.line = value.line();
     if (const std::vector<YamlValue> meshes = value.elements("meshes"); !meshes.empty()) {
@@ -216,6 +225,8 @@ class SceneYamlReader {
   std::string file_;
   Pose3 base_pose_;
   std::map<std::string, Pose3> frames_;
+  // Keys that were warned of.
+  std::set<std::string> said_;
   std::vector<Unhonoured> unhonoured_;
 };
 

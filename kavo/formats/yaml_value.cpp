@@ -11,6 +11,7 @@
 #include "kavo/formats/file_error.h"
 #include "kavo/formats/text_internal.h"
 #include "kavo/formats/yaml_value_internal.h"
+#include "kavo/util/log_message.h"
 #include "kavo/util/parse_number.h"
 
 namespace kavo::formats {
@@ -410,6 +411,25 @@ std::vector<std::pair<std::string, YamlValue>> YamlValue::entries() const {
     i = tree_->nodes[value].next;
   }
   return entries;
+}
+
+void YamlValue::warnOfOtherKeys(const std::set<std::string_view>& known, const std::string& what,
+                                std::set<std::string>& said) const {
+  constexpr std::size_t kMostSaid = 20;
+  if (node().kind != YamlTree::Kind::kMap) {
+    return;
+  }
+  std::uint32_t value = YamlTree::kNone;
+  for (std::uint32_t i = node().first; i != YamlTree::kNone; i = tree_->nodes[value].next) {
+    value = tree_->nodes[i].next;
+    const std::optional<std::string_view> key = YamlValue(tree_, i).scalar();
+    if (key && known.count(*key) == 0 && said.size() < kMostSaid &&
+        said.insert(what + "/" + std::string(*key)).second) {
+      KAVO_LOG(LogLevel::kWarning) << tree_->file << ":" << tree_->nodes[i].line << ": found key "
+                                   << Quoted(*key) << " in " << what
+                                   << ", which has no meaning there and is passed over.";
+    }
+  }
 }
 
 std::string YamlValue::text() const {

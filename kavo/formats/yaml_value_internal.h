@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -64,6 +65,12 @@ class YamlValue {
 
   //! The keys and values of a map, in the order of the file.
   std::vector<std::pair<std::string, YamlValue>> entries() const;
+
+  //! Warns of the keys of a map that are none of these: most likely misspelt.
+  //! \param what The map is, for the message.
+  //! \param said Keys that were warned of before, each with what it stands in; of no more than a few.
+  void warnOfOtherKeys(const std::set<std::string_view>& known, const std::string& what,
+                       std::set<std::string>& said) const;
 
   //! The text of a scalar.
   std::string text() const;

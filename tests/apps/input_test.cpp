@@ -93,6 +93,10 @@ TEST_F(InputTest, JointsOutsideTheGroupStandWhereTheyArePut) {
   expect(kPegRequest, SceneState("base", "1"), {}, 0, "joint 'base', which is virtual, are passed over");
   expect(kPegRequest, SceneState("slyde", "1"), {}, 2, "scene.yaml: found a value for joint 'slyde'");
   expect(typo, kPegScene, {}, 2, "request.yaml: found a value for joint 'elbw'");
+  expect(Replaced(kPegRequest, "start_state", "start_sate"), kPegScene, {}, 1,
+         "found key \"start_sate\" in a request");
+  expect(kPegRequest, Replaced(kPegScene, "primitives", "primitive"), {}, 2,
+         "found key \"primitive\" in an object");
   expect(Replaced(kPegRequest, "joint_name: elbow", "joint_name: slide"), scene, {}, 2,
          "found a goal with joint 'slide' at 0, which is not planned for and stands at 0.2");
   expect(Replaced(kPegRequest, "position: -1", "position: 3.00005"), kPegScene, {}, 0,

@@ -215,6 +215,15 @@ goal_constraints:
   EXPECT_EQ(plan.status, 0);
   EXPECT_EQ(plan.output, "shoulder,elbow\n1,0\n1.5,0.5\n");
   EXPECT_THAT(plan.errors, HasSubstr("goal 1 of 2: invalid target; trying the next"));
+  // A path that fails the check is not lost to a goal that cannot be reached.
+  const std::string bad_first =
+      folder_.Write("bad_first.yaml", R"(start_state: {joint_state: {name: [shoulder], position: [1]}}
+goal_constraints:
+  - joint_constraints: [{joint_name: shoulder, position: -1}]
+  - joint_constraints: [{joint_name: shoulder, position: 0}]
+)");
+  EXPECT_THAT(RunKavo(Plan({"--request", bad_first, "--set", "step_size=0.3"})).output,
+              StartsWith("path found"));
 }
 
 TEST_F(PlanTest, ABasePoseInTheRequestMovesTheSceneAndTheTarget) {

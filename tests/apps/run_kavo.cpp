@@ -19,10 +19,12 @@ std::string Quoted(const std::string& text) {
 }  // namespace
 
 Outcome RunKavo(const std::vector<std::string>& arguments, const std::string& input,
-                const std::string& signal) {
+                const std::string& signal, int seconds) {
   const Folder folder;
-  std::string line =
-      (signal.empty() ? "" : "timeout --preserve-status --signal " + signal + " 2 ") + Quoted(KAVO_COMMAND);
+  std::string line = (signal.empty() ? ""
+                                     : "timeout --preserve-status --signal " + signal + " " +
+                                           std::to_string(seconds) + " ") +
+                     Quoted(KAVO_COMMAND);
   for (const std::string& argument : arguments) {
     line += " " + Quoted(argument);
   }

@@ -16,8 +16,8 @@ struct Outcome {
 
 //! Runs the built command as a process of its own.
 //! \param input What it reads on standard input.
-//! \param signal With one ("INT"), it is sent after two seconds.
+//! \param signal With one ("INT"), it is sent after so many seconds.
 Outcome RunKavo(const std::vector<std::string>& arguments, const std::string& input = {},
-                const std::string& signal = {});
+                const std::string& signal = {}, int seconds = 1);
 
 }  // namespace kavo::testing

@@ -278,7 +278,7 @@ MotionPlanner::Results MotionPlannerInternal::generateResults(
 std::optional<std::size_t> MotionPlannerInternal::findInvalid(
     const std::vector<Eigen::VectorXd>& configurations) const {
   Eigen::MatrixXd batch(robot_environment_->CSpaceDimension(), robot_environment_->NumAtOnce());
-  for (std::size_t first = 0; first < configurations.size();) {
+  for (std::size_t first = 0; first < configurations.size() && !(stop_condition_ && stop_condition_());) {
     Eigen::Index count = 0;
     for (; count < batch.cols() && first + static_cast<std::size_t>(count) < configurations.size(); ++count) {
       batch.col(count) = configurations[first + static_cast<std::size_t>(count)];

@@ -33,8 +33,8 @@ struct QueryReport {
   double shortening_seconds = 0.0;
   //! Whether the stop condition ended the shortening of the path: it is as short as it was by then.
   bool was_shortening_stopped = false;
-  //! The first configuration of `interpolated_path` that is not valid; empty if all are, or if none was asked
-  //! for. Finding out counts nowhere above.
+  //! The first configuration of `interpolated_path` that is not valid; empty if all are, if none was asked
+  //! for, or if the stop condition came before one was found. Finding out counts nowhere above.
   std::optional<std::size_t> first_invalid_interpolated;
 };
 
