@@ -30,17 +30,6 @@ TEST(LogMessage, EachLevelAppearsFromItsThresholdOn) {
   }
 }
 
-TEST(LogMessage, MacrosAreOneStatement) {
-  const kavo::testing::LogCapture log;
-  for (const int choice : {1, 0}) {
-    if (choice == 1)
-      KAVO_LOG(LogLevel::kWarning) << "yes";
-    else
-      KAVO_LOG(LogLevel::kWarning) << "no";
-  }
-  EXPECT_THAT(log.warnings(), ElementsAre("yes", "no"));
-}
-
 TEST(LogMessage, BrokenPreconditionThrowsWhatWasLogged) {
   const int size = 3;
   int formatted = 0;

@@ -330,18 +330,5 @@ TEST(RobotEnvironmentConfigTest, CountsMustMatch) {
               file, 101, "Only 1 'joint_limits' provided for kinematics with 2 joints.");
 }
 
-TEST(RobotEnvironmentConfigTest, ExampleBuildersPassTheirArgumentsOn) {
-  const World world;
-  for (const auto& [config, num_joints] :
-       {std::pair(BuildFrankaRobotEnvironmentConfig(world.view(), Eigen::VectorXd::Ones(7), 11, 12), 7),
-        std::pair(BuildThreeLinkRobotEnvironmentConfig(world.view(), {1.0, 1.0, 1.0}, 11, 12), 3)}) {
-    EXPECT_EQ(config.NumJoints(), num_joints);
-    EXPECT_EQ(config.max_sampling_attempts, 11);
-    EXPECT_EQ(config.c_space_seed, 12);
-    EXPECT_EQ(config.task_space_seed, 142);
-    EXPECT_FALSE(config.FrameNames().empty());
-  }
-}
-
 }  // namespace
 }  // namespace kavo::planning

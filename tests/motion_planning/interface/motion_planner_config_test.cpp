@@ -140,30 +140,22 @@ TEST(MotionPlannerConfigTest, BadDocumentsThrowWhatYamlThrows) {
   const auto bad = [](auto type, int line, const std::string& text, const std::string& replacement) {
     ExpectThrow<YAML::TypedBadConversion<decltype(type)>>(Replaced(text, replacement), line);
   };
-  // Missing (the map starts in line 1), of the wrong kind, not a number, beyond the type.
+  // Missing (the map starts in line 1), of the wrong kind, not a number, beyond the type: each kind of value
+  // once.
   for (const char* replacement : {"sead: 7", "seed: [7]", "seed: 7.5", "seed: 99999999999"}) {
     bad(int{}, 1, "seed: 7", replacement);
   }
-  bad(double{}, 1, "step_size: 0.2", "a: 0");
   bad(double{}, 2, "step_size: 0.2", "step_size: fast");
-  for (const auto& [text, key, line] : {std::tuple("max_iterations: 500", "max_iterations", 3),
-                                        std::tuple("max_sampling: 600", "max_sampling", 4)}) {
-    bad(0ul, 1, text, "a: 0");
-    for (const char* value : {": [5]", ": -5", ": 5.5", ": 99999999999999999999999"}) {
-      bad(0ul, line, text, key + std::string(value));
-    }
-  }
+  bad(0ul, 3, "max_iterations: 500", "max_iterations: -5");
+  bad(0ul, 1, "max_sampling: 600", "a: 0");
   const std::string weights = "distance_metric_weights: [1, 2, 3.5]";
-  bad(std::vector<double>{}, 1, weights, "a: 0");
   bad(std::vector<double>{}, 5, weights, "distance_metric_weights: 1");
   bad(double{}, 5, weights, "distance_metric_weights: [1, x, 3]");
   bad(std::string{}, 1, "task_space_frame_name: tool", "a: 0");
   bad(std::string{}, 6, "task_space_frame_name: tool", "task_space_frame_name: [tool]");
   const std::string limits = "[[-1, 1], [0.5, 0.5], [0, 2]]";
-  bad(Limits{}, 1, "task_space_limits: " + limits, "a: 0");
   bad(Limits{}, 7, limits, "3");
   bad(MotionPlanner::Limit{}, 7, limits, "[[-1, 1], [0, 1, 2], [0, 2]]");
-  bad(MotionPlanner::Limit{}, 7, limits, "[[-1, 1], 0, [0, 2]]");
   bad(double{}, 7, limits, "[[-1, 1], [a, 1], [0, 2]]");
   for (const char* text :
        {"max_num_nodes: 50, ", "max_buffer_size: 60, ", ", num_nodes_cpu_gpu_crossover: 40"}) {
@@ -173,7 +165,6 @@ TEST(MotionPlannerConfigTest, BadDocumentsThrowWhatYamlThrows) {
   for (const char* value : {"[0.1, 0.2]", "[0.1, 0.2, 0.3, 0.4]", "0.1"}) {
     bad(Eigen::Vector3d{}, 11, "[0.1, 0.2, 0.3]", value);
   }
-  bad(Eigen::Vector3d{}, 11, "x_target_zone_tolerance: [0.1, 0.2, 0.3]", "a: 0");
   for (const char* key :
        {"x_target_final_tolerance", "task_space_exploitation_fraction", "task_space_exploration_fraction"}) {
     bad(double{}, 11, key, "a");
@@ -201,14 +192,6 @@ TEST(MotionPlannerConfigTest, ValuesOutOfRangeAreFatal) {
   for (const auto& c : cases) {
     testing::ExpectFatal([&c] { Parse(Replaced(c.text, c.replacement)); }, {},
                          "motion_planning/interface/motion_planner", c.line, c.message);
-  }
-}
-
-TEST(MotionPlannerConfigTest, DocumentsOfTheWrongShapeThrow) {
-  const std::string documents[] = {
-      "", "just text", "[1, 2]", std::string(100000, '['), std::string("\0\1\xff\xfe", 4), "seed: 7"};
-  for (const std::string& document : documents) {
-    EXPECT_THROW(Parse(document), YAML::Exception) << document.substr(0, 40);
   }
 }
 
