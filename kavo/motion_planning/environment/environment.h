@@ -68,6 +68,19 @@ class KAVO_EXPORT Environment {
   //! \param configurations One to a column; `CSpaceDimension()` rows, any other number is a fatal error.
   virtual int CountValid(const Eigen::Ref<const Eigen::MatrixXd>& configurations) const;
 
+  //! Whether a whole motion is valid: every configuration from `q_start` straight to `q_end`, both included.
+  //! Nothing goes the short way round here: where a whole turn of a coordinate changes nothing, the caller
+  //! has chosen between `q_end` and its turns.
+  //!
+  //! An environment that can prove this for every point between the two overrides this default, which asks
+  //! `CountValid` about evenly spaced points and so may miss what reaches in between two of them. A motion
+  //! that is not finite is not valid.
+  //! \param q_start, q_end Lengths other than `CSpaceDimension()` are a fatal error.
+  //! \param resolution Largest distance of two points (Euclidean, in c-space) for an environment that
+  //!     samples; positive, or a fatal error there. One that proves does not look at it.
+  virtual bool IsValidMotion(const Eigen::Ref<const Eigen::VectorXd>& q_start,
+                             const Eigen::Ref<const Eigen::VectorXd>& q_end, double resolution) const;
+
   //! How many configurations `CountValid` checks in little more time than one. Planners look that many steps
   //! ahead; with 1, the default, an environment is asked about a configuration only when all before it are
   //! known to be valid and used. An environment of several at once must not change in the middle of a query,

@@ -62,6 +62,11 @@ class KAVO_EXPORT RobotEnvironment : public Environment {
     std::uint64_t num_samples_drawn = 0;
     //! Random configurations that were not valid.
     std::uint64_t num_samples_rejected = 0;
+    //! Motions checked, the placements of the robot that this took, and how often a part of one had to be
+    //! divided.
+    std::uint64_t num_motions = 0;
+    std::uint64_t num_placements = 0;
+    std::uint64_t num_divisions = 0;
   };
   virtual Statistics GetStatistics() const = 0;
 
@@ -72,6 +77,11 @@ class KAVO_EXPORT RobotEnvironment : public Environment {
   //! since the last call: what was said of configurations may not hold any more. A view may also be updated
   //! through its copies, and so in the middle of a query. The default is an environment that never changes.
   virtual std::uint64_t Revision() const { return 0; }
+
+  //! For each coordinate how far a unit of it moves any point of the robot's collision spheres, at most:
+  //! metres for each radian or metre. What makes a joint that slides and one that turns comparable. The
+  //! default does not know, and takes all for equal.
+  virtual Eigen::VectorXd MotionSpeeds() const { return Eigen::VectorXd::Ones(CSpaceDimension()); }
 
  protected:
   using Environment::Environment;
