@@ -5,7 +5,10 @@
 //   kavo_peers_benchmark                               the built-in arm at the shelf
 //   kavo_peers_benchmark --problems DIR --robot FILE   published problems, laid out as for `kavo bench`
 //
-// Before anything is timed the two validity checks are compared; the program fails where they differ.
+// Contact of the robot with itself is looked at by all of them where the robot knows its pairs: with an SRDF
+// that disables some. Before anything is timed the two validity checks are compared; the program fails where
+// they differ. With pairs it also prints what a check costs with them and without; `--checks-only` stops
+// there.
 
 #include <benchmark/benchmark.h>
 #include <fcl/broadphase/broadphase_dynamic_AABB_tree.h>
@@ -45,6 +48,8 @@
 #include "kavo/formats/request.h"
 #include "kavo/formats/robot_file.h"
 #include "kavo/formats/scene.h"
+#include "kavo/math/bounding_sphere.h"
+#include "kavo/math/sphere.h"
 #include "kavo/motion_planning/environment/robot_environment.h"
 #include "kavo/motion_planning/interface/motion_planner_config.h"
 #include "kavo/motion_planning/interface/motion_planner_internal.h"
@@ -72,6 +77,7 @@ struct Options {
   std::string group;
   std::size_t per_family = std::numeric_limits<std::size_t>::max();
   double time_limit = 5.0;
+  bool only_checks = false;
 };
 
 struct Problem {
@@ -178,6 +184,10 @@ std::vector<Problem> ReadProblems(const Options& options, const kavo::RobotDescr
 
 // The robot's spheres and the obstacles as FCL objects.
 //
+// Where frames must not touch each other, their spheres are compared by the distance of the centres, which is
+// exact and which no library beats; the balls around all spheres of a frame come first. This costs less than
+// the obstacles and is done before them.
+//
 // The obstacles are in a dynamic AABB tree, which is set up before anything is timed. For a configuration our
 // sweep places the frames; each sphere, those of the last frames first, is moved and asks the tree, and the
 // first contact ends it. Contacts are counted, not computed. Half-spaces have no bounding box and are asked
@@ -192,14 +202,23 @@ class FclCheck {
     }
     std::sort(names.rbegin(), names.rend());
     std::vector<kavo::Kinematics::FrameHandle> handles;
+    std::map<std::string, std::size_t> frames;
     for (const auto& [index, name] : names) {
+      Frame frame{balls_.size(), 0, kavo::math::ComputeBoundingSphere(config_.CollisionSpheres(name))};
       for (const kavo::math::Sphere& sphere : config_.CollisionSpheres(name)) {
         balls_.push_back(
-            {handles.size(), sphere.center,
+            {handles.size(), sphere,
              std::make_unique<fcl::CollisionObjectd>(std::make_shared<fcl::Sphered>(sphere.radius))});
       }
+      frame.end = balls_.size();
+      frames[name] = handles.size();
+      frames_.push_back(frame);
       handles.emplace_back(index);
     }
+    for (const auto& [a, b] : config_.CollisionPairs()) {
+      pairs_.emplace_back(frames.at(a), frames.at(b));
+    }
+    centers_.resize(balls_.size());
     sweep_ = config_.Kinematics()->frameSweep(handles);
     for (const kavo::ObstacleHandle handle : problem.obstacles) {
       add(problem.world.shape(handle), problem.world.pose(handle));
@@ -215,9 +234,16 @@ class FclCheck {
         return false;
       }
     }
-    const std::vector<kavo::math::RigidTransform>& frames = sweep_->compute(q);
-    for (Ball& ball : balls_) {
-      ball.object->setTranslation(frames[ball.frame] * ball.center);
+    const std::vector<kavo::math::RigidTransform>& poses = sweep_->compute(q);
+    for (std::size_t i = 0; i < balls_.size(); ++i) {
+      centers_[i] = poses[balls_[i].frame] * balls_[i].sphere.center;
+    }
+    if (touchesItself(poses)) {
+      return false;
+    }
+    for (std::size_t i = 0; i < balls_.size(); ++i) {
+      const Ball& ball = balls_[i];
+      ball.object->setTranslation(centers_[i]);
       ball.object->computeAABB();
       if (touches(*ball.object)) {
         return false;
@@ -229,8 +255,14 @@ class FclCheck {
  private:
   struct Ball {
     std::size_t frame;
-    Eigen::Vector3d center;
+    kavo::math::Sphere sphere;
     std::unique_ptr<fcl::CollisionObjectd> object;
+  };
+  // The balls from `begin` to `end`, and one around them all.
+  struct Frame {
+    std::size_t begin;
+    std::size_t end;
+    kavo::math::Sphere bound;
   };
 
   static std::shared_ptr<fcl::CollisionGeometryd> Geometry(const kavo::ObstacleShape& shape) {
@@ -261,6 +293,31 @@ class FclCheck {
     }
   }
 
+  static bool Touch(const Eigen::Vector3d& center_a, double radius_a, const Eigen::Vector3d& center_b,
+                    double radius_b) {
+    const double reach = radius_a + radius_b;
+    return (center_a - center_b).squaredNorm() <= reach * reach;
+  }
+
+  bool touchesItself(const std::vector<kavo::math::RigidTransform>& poses) const {
+    for (const auto& [index_a, index_b] : pairs_) {
+      const Frame& a = frames_[index_a];
+      const Frame& b = frames_[index_b];
+      if (!Touch(poses[index_a] * a.bound.center, a.bound.radius, poses[index_b] * b.bound.center,
+                 b.bound.radius)) {
+        continue;
+      }
+      for (std::size_t i = a.begin; i < a.end; ++i) {
+        for (std::size_t j = b.begin; j < b.end; ++j) {
+          if (Touch(centers_[i], balls_[i].sphere.radius, centers_[j], balls_[j].sphere.radius)) {
+            return true;
+          }
+        }
+      }
+    }
+    return false;
+  }
+
   bool touches(fcl::CollisionObjectd& ball) const {
     for (const fcl::CollisionObjectd* half_space : half_spaces_) {
       fcl::CollisionResultd result;
@@ -276,6 +333,11 @@ class FclCheck {
   RobotEnvironmentConfig config_;
   std::unique_ptr<kavo::FrameSweep> sweep_;
   std::vector<Ball> balls_;
+  std::vector<Frame> frames_;
+  // Those that must not touch each other.
+  std::vector<std::pair<std::size_t, std::size_t>> pairs_;
+  // Of all balls, as they are placed.
+  std::vector<Eigen::Vector3d> centers_;
   std::vector<std::unique_ptr<fcl::CollisionObjectd>> obstacles_;
   std::vector<fcl::CollisionObjectd*> half_spaces_;
   fcl::DynamicAABBTreeCollisionManagerd manager_;
@@ -419,6 +481,7 @@ double SecondsOfCheck(const std::vector<Eigen::VectorXd>& configurations, const 
 bool CompareChecks(const kavo::RobotDescription& robot, const Problem& problem, CheckTimes& times) {
   constexpr int kNumConfigurations = 200;
   constexpr double kRounding = 1e-4;
+  constexpr double kFar = std::numeric_limits<double>::infinity();
   const auto ours = CreateRobotEnvironment(Config(robot, problem.world));
   FclCheck fcl_check(robot, problem);
   const auto limits = kavo::ExtractJointLimits(&robot);
@@ -434,7 +497,9 @@ bool CompareChecks(const kavo::RobotDescription& robot, const Problem& problem, 
     configurations.push_back(q);
     if (ours->IsValidConfiguration(q) != fcl_check(q)) {
       const auto check = kavo::planning::CheckPath(robot, problem.world.view(), {q}, 1.0);
-      if (!check.clearance || std::fabs(check.clearance->distance) > kRounding) {
+      const double clearance = std::min(check.clearance ? check.clearance->distance : kFar,
+                                        check.self_clearance ? check.self_clearance->distance : kFar);
+      if (std::fabs(clearance) > kRounding) {
         std::fprintf(stderr, "%s: the checks differ\n", problem.family.c_str());
         return false;
       }
@@ -444,6 +509,132 @@ bool CompareChecks(const kavo::RobotDescription& robot, const Problem& problem, 
       SecondsOfCheck(configurations, [&](const Eigen::VectorXd& q) { return ours->IsValidConfiguration(q); });
   times.fcl += SecondsOfCheck(configurations, [&](const Eigen::VectorXd& q) { return fcl_check(q); });
   return true;
+}
+
+// What a check costs, nanoseconds a configuration: those of an environment that looks at contact of the robot
+// with itself, and of one that does not.
+struct CheckCosts {
+  double free = 0.0;
+  double colliding = 0.0;
+  double alone = 0.0;
+};
+
+// Blocks of eight configurations that are all free, along segments, and such at random of which the first
+// touches an obstacle.
+struct Blocks {
+  std::vector<Eigen::MatrixXd> free;
+  std::vector<Eigen::MatrixXd> colliding;
+};
+
+constexpr Eigen::Index kBlock = 8;
+
+// Up to twenty of each; fewer where there is hardly a free segment.
+Blocks RandomBlocks(const std::vector<kavo::kinematics::JointLimits>& limits,
+                    const RobotEnvironment& with_pairs, const RobotEnvironment& without_pairs) {
+  constexpr std::size_t kNumBlocks = 20;
+  constexpr int kNumTries = 20000;
+  constexpr double kSpacing = 1.0 / 32.0;
+  const auto dimension = static_cast<Eigen::Index>(limits.size());
+  std::mt19937 engine(kSeed);
+  const auto random = [&engine] { return static_cast<double>(engine()) * 0x1p-32; };
+  const auto random_configuration = [&] {
+    Eigen::VectorXd q(dimension);
+    for (Eigen::Index i = 0; i < dimension; ++i) {
+      const auto [low, high] = limits[static_cast<std::size_t>(i)].samplingRange();
+      q[i] = low + (high - low) * random();
+    }
+    return q;
+  };
+  Blocks blocks;
+  for (int i = 0; i < kNumTries && blocks.free.size() < kNumBlocks; ++i) {
+    Eigen::MatrixXd block(dimension, kBlock);
+    block.col(0) = random_configuration();
+    const Eigen::VectorXd step = kSpacing * (random_configuration() - block.col(0)).normalized();
+    for (Eigen::Index k = 1; k < kBlock; ++k) {
+      block.col(k) = block.col(0) + static_cast<double>(k) * step;
+    }
+    if (with_pairs.CountValid(block) == kBlock) {
+      blocks.free.push_back(std::move(block));
+    }
+  }
+  for (int i = 0; i < kNumTries && blocks.colliding.size() < kNumBlocks; ++i) {
+    Eigen::MatrixXd block(dimension, kBlock);
+    for (Eigen::Index k = 0; k < kBlock; ++k) {
+      block.col(k) = random_configuration();
+    }
+    if (without_pairs.CountValid(block) == 0) {
+      blocks.colliding.push_back(std::move(block));
+    }
+  }
+  return blocks;
+}
+
+// Nanoseconds of processor time that `call` takes, the least of several rounds.
+template <typename Call>
+double LeastNanoseconds(const Call& call) {
+  constexpr int kNumRounds = 15;
+  double least = std::numeric_limits<double>::infinity();
+  for (int round = 0; round < kNumRounds; ++round) {
+    const double begin = ProcessorSeconds();
+    call();
+    least = std::min(least, ProcessorSeconds() - begin);
+  }
+  return least * 1e9;
+}
+
+// Nanoseconds for all blocks.
+CheckCosts CostsOf(const RobotEnvironment& environment, const Blocks& blocks) {
+  const auto count = [&environment](const std::vector<Eigen::MatrixXd>& of_kind) {
+    return LeastNanoseconds([&] {
+      for (const Eigen::MatrixXd& block : of_kind) {
+        benchmark::DoNotOptimize(environment.CountValid(block));
+      }
+    });
+  };
+  std::vector<Eigen::VectorXd> free;
+  for (const Eigen::MatrixXd& block : blocks.free) {
+    free.insert(free.end(), block.colwise().begin(), block.colwise().end());
+  }
+  return {count(blocks.free), count(blocks.colliding), LeastNanoseconds([&] {
+            for (const Eigen::VectorXd& q : free) {
+              benchmark::DoNotOptimize(environment.IsValidConfiguration(q));
+            }
+          })};
+}
+
+// The same blocks for a robot with its pairs and for one that knows none.
+void PrintCheckCosts(const kavo::RobotDescription& with_pairs, const kavo::RobotDescription& without_pairs,
+                     const std::vector<Problem>& problems) {
+  CheckCosts sums[2];
+  std::size_t num_free = 0;
+  std::size_t num_colliding = 0;
+  for (const Problem& problem : problems) {
+    const std::shared_ptr<RobotEnvironment> environments[] = {
+        CreateRobotEnvironment(Config(with_pairs, problem.world)),
+        CreateRobotEnvironment(Config(without_pairs, problem.world))};
+    const Blocks blocks =
+        RandomBlocks(kavo::ExtractJointLimits(&with_pairs), *environments[0], *environments[1]);
+    num_free += blocks.free.size() * kBlock;
+    num_colliding += blocks.colliding.size() * kBlock;
+    for (int k = 0; k < 2; ++k) {
+      const CheckCosts costs = CostsOf(*environments[k], blocks);
+      sums[k].free += costs.free;
+      sums[k].colliding += costs.colliding;
+      sums[k].alone += costs.alone;
+    }
+  }
+  std::printf(
+      "one check, ns a configuration; %zu in free segments of eight, %zu in blocks of eight at random of "
+      "which "
+      "the first touches an obstacle\n",
+      num_free, num_colliding);
+  std::printf("  %-24s %10s %10s %10s\n", "", "free of 8", "coll. of 8", "free alone");
+  constexpr const char* kNames[] = {"with self-collision", "without"};
+  for (int k = 0; k < 2; ++k) {
+    std::printf("  %-24s %10.0f %10.0f %10.0f\n", kNames[k], sums[k].free / static_cast<double>(num_free),
+                sums[k].colliding / static_cast<double>(num_colliding),
+                sums[k].alone / static_cast<double>(num_free));
+  }
 }
 
 double Quantile(std::vector<double> values, double q) {
@@ -495,12 +686,15 @@ void Print(const std::string& title, const std::vector<Runs>& all) {
 
 int Main(const Options& options) {
   std::shared_ptr<kavo::RobotDescription> robot;
+  std::shared_ptr<kavo::RobotDescription> robot_without_pairs;
   if (options.problems.empty()) {
     robot = kavo::LoadFrankaRobotDescription();
   } else {
     kavo::formats::RobotFileOptions file_options;
     file_options.srdf_file = options.srdf;
     file_options.group = options.group;
+    robot_without_pairs = kavo::formats::LoadRobot(options.robot, file_options).description;
+    file_options.self_collision_if_listed = true;
     robot = kavo::formats::LoadRobot(options.robot, file_options).description;
   }
   const std::vector<Problem> problems =
@@ -513,6 +707,12 @@ int Main(const Options& options) {
   const double to_nanoseconds = 1e9 / static_cast<double>(problems.size());
   std::printf("one check of random configurations: ours %.0f ns, FCL %.0f ns, ratio %.1f\n",
               times.ours * to_nanoseconds, times.fcl * to_nanoseconds, times.fcl / times.ours);
+  if (robot_without_pairs) {
+    PrintCheckCosts(*robot, *robot_without_pairs, problems);
+  }
+  if (options.only_checks) {
+    return 0;
+  }
   std::map<std::string, std::vector<Runs>> families;
   std::vector<Runs> all;
   for (const Problem& problem : problems) {
@@ -552,6 +752,7 @@ int main(int argc, char** argv) {
   app.add_option("--per-family", options.per_family, "Only the first problems of each family");
   app.add_option("--step", options.step, "Step in c-space")->check(CLI::PositiveNumber);
   app.add_option("--time-limit", options.time_limit, "For one query of OMPL, seconds");
+  app.add_flag("--checks-only", options.only_checks, "Print what a check costs and plan nothing");
   CLI11_PARSE(app, argc, argv);
   ompl::msg::setLogLevel(ompl::msg::LOG_NONE);
   ompl::RNG::setSeed(kSeed);
