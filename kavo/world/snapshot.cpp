@@ -7,6 +7,7 @@
 #include <variant>
 
 #include "kavo/math/rigid_transform.h"
+#include "kavo/world/ball_model_internal.h"
 
 // This file is compiled once for each set of wide vectors; the include below repeats it.
 #undef HWY_TARGET_INCLUDE
@@ -280,7 +281,7 @@ Snapshot::Snapshot(const std::vector<Item>& items)
       largest_magnitude_ = -1.0;
     }
     has_plain_lanes_ =
-        has_plain_lanes_ && items[i].solid.magnitude <= static_cast<double>(BallCluster::kLargestLength);
+        has_plain_lanes_ && items[i].solid.magnitude <= static_cast<double>(BallModel::kLargestLength);
     if (items[i].solid.kind == Solid::Kind::kHalfSpace) {
       lanes_.half_spaces.emplace_back(items[i].solid);
       half_spaces_.push_back(items[i].solid);
@@ -358,15 +359,6 @@ std::string Snapshot::name(ObstacleHandle obstacle) const {
   const auto found =
       std::find_if(names_.begin(), names_.end(), [&](const auto& entry) { return entry.first == obstacle; });
   return found != names_.end() ? *found->second : std::string();
-}
-
-void Snapshot::findContacts(std::vector<BallCluster>& clusters, std::size_t num_lanes,
-                            BallCluster::Contacts& contacts) const {
-  if (has_plain_lanes_) {
-    FindLaneContacts(lanes_, groups_.empty() ? nullptr : groups_.data(), clusters, num_lanes, contacts);
-  } else {
-    contacts.unsure |= contacts.wanted;
-  }
 }
 
 bool Snapshot::inCollisionAtAnyScale(const double* center, double radius) const {

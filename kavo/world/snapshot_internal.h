@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "kavo/math/pose3.h"
-#include "kavo/world/ball_cluster_internal.h"
 #include "kavo/world/obstacle.h"
 #include "kavo/world/solid_internal.h"
 #include "kavo/world/solid_lanes_internal.h"
@@ -35,9 +34,12 @@ class Snapshot {
   bool inCollision(const Eigen::Vector3d& center, double radius) const;
   std::optional<WorldView::Nearest> nearestObstacle(const Eigen::Vector3d& point) const;
   std::string name(ObstacleHandle obstacle) const;
-  //! As `FindContacts`.
-  void findContacts(std::vector<BallCluster>& clusters, std::size_t num_lanes,
-                    BallCluster::Contacts& contacts) const;
+
+  //! The same solids for lanes, and whether single precision serves for all of them.
+  const SolidLanes& lanes() const { return lanes_; }
+  bool hasPlainLanes() const { return has_plain_lanes_; }
+  //! The tree of bounds over `SolidLanes::solids`; null without any.
+  const BoundsGroup* groups() const { return groups_.empty() ? nullptr : groups_.data(); }
 
  private:
   using TouchesFunction = bool (*)(const BoundsGroup* groups, const Solid* solids, const double* center,
@@ -60,7 +62,6 @@ class Snapshot {
   std::vector<ObstacleHandle> half_space_handles_;
   // Of the obstacles that have one.
   std::vector<std::pair<ObstacleHandle, std::shared_ptr<const std::string>>> names_;
-  // The same solids for clusters of balls.
   SolidLanes lanes_;
   bool has_plain_lanes_ = true;
   // Queries of greater magnitude take the way on which nothing overflows.

@@ -4,12 +4,11 @@
 #include <cstdint>
 #include <vector>
 
-#include "kavo/world/ball_cluster_internal.h"
 #include "kavo/world/solid_internal.h"
 
 namespace kavo::internal {
 
-//! A solid in single precision, as the lanes of a ball cluster are tested against it.
+//! A solid in single precision, as the lanes of a ball model are tested against it.
 struct LaneSolid {
   enum class Kind : std::uint8_t {
     kBall,
@@ -42,10 +41,5 @@ struct SolidLanes {
   //! In the order of the snapshot's solids.
   std::vector<LaneSolid> solids;
 };
-
-//! As `FindContacts`, of solids none of which is larger or farther away than `BallCluster::kLargestLength`.
-//! \param groups The snapshot's tree of bounds; null without bounded solids.
-void FindLaneContacts(const SolidLanes& lanes, const BoundsGroup* groups, std::vector<BallCluster>& clusters,
-                      std::size_t num_lanes, BallCluster::Contacts& contacts);
 
 }  // namespace kavo::internal

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "kavo/world/ball_model_internal.h"
 #include "kavo/world/snapshot_internal.h"
 #include "kavo/world/world_state_internal.h"
 
@@ -31,11 +32,6 @@ struct ViewAccess {
 
 const std::shared_ptr<const Snapshot>& SnapshotOf(const WorldView& view) {
   return ViewAccess::snapshot(view);
-}
-
-void FindContacts(const WorldView& view, std::vector<BallCluster>& clusters, std::size_t num_lanes,
-                  BallCluster::Contacts& contacts) {
-  SnapshotOf(view)->findContacts(clusters, num_lanes, contacts);
 }
 
 }  // namespace internal

@@ -57,17 +57,8 @@ RobotCollision::RobotCollision(const RobotEnvironmentConfig& config)
   }
   // A configuration takes its kinematics from a description of this library.
   const auto& model = dynamic_cast<const KinematicsInternal&>(*kinematics_).model();
-  lane_sweep_ = std::make_unique<kinematics::internal::LaneSweep>(model.plan(indices));
-  for (std::size_t i = 0; i < collections_.size(); ++i) {
-    const auto& [part, offset] = lane_sweep_->frames()[i];
-    std::vector<math::Sphere> spheres = collections_[i].spheres;
-    for (math::Sphere& sphere : spheres) {
-      sphere.center = offset * sphere.center;
-    }
-    math::Sphere bounding_sphere = collections_[i].bounding_sphere;
-    bounding_sphere.center = offset * bounding_sphere.center;
-    clusters_.emplace_back(spheres, bounding_sphere, *part);
-  }
+  const kinematics::Kinematics::Plan plan = model.plan(indices);
+  lane_sweep_ = std::make_unique<kinematics::internal::LaneSweep>(plan);
   q_.resize(config.NumJoints());
 
   const auto find = [this](const std::string& name) {
@@ -82,6 +73,14 @@ RobotCollision::RobotCollision(const RobotEnvironmentConfig& config)
       pairs_.emplace_back(a - collections_.begin(), b - collections_.begin());
     }
   }
+  std::vector<std::vector<math::Sphere>> spheres;
+  for (std::size_t i = 0; i < collections_.size(); ++i) {
+    spheres.push_back(collections_[i].spheres);
+    if (plan.frames[i].slot < 0) {
+      fixed_collections_.push_back(i);
+    }
+  }
+  balls_.emplace(plan, *lane_sweep_, config.JointLimits(), spheres, pairs_);
 }
 
 void RobotCollision::SetBasePose(const Pose3& base_pose) {
@@ -117,6 +116,21 @@ bool RobotCollision::Touches(const Eigen::VectorXd& q) {
   return !pairs_.empty() && TouchesItself(frames);
 }
 
+// Asked once for a world.
+bool RobotCollision::FixedFramesTouch() {
+  if (fixed_collections_.empty()) {
+    return false;
+  }
+  if (const std::uint64_t revision = Revision(); fixed_revision_ != revision) {
+    const std::vector<math::RigidTransform>& frames = sweep_->compute(Eigen::VectorXd::Zero(q_.size()));
+    fixed_touch_ = std::any_of(fixed_collections_.begin(), fixed_collections_.end(), [&](std::size_t i) {
+      return CollectionTouches(collections_[i], base_ ? *base_ * frames[i] : frames[i]);
+    });
+    fixed_revision_ = revision;
+  }
+  return fixed_touch_;
+}
+
 bool RobotCollision::CollectionTouches(const Collection& collection, const math::RigidTransform& pose) const {
   if (!world_view_.inCollision(pose * collection.bounding_sphere.center, collection.bounding_sphere.radius)) {
     return false;
@@ -134,21 +148,17 @@ std::uint32_t RobotCollision::FindFree(const double* coordinates, std::uint32_t 
   if (wanted == 0 || collections_.empty()) {
     return wanted;
   }
+  if (FixedFramesTouch()) {
+    return 0;
+  }
   const std::size_t num_lanes = wanted < 1u << 4 ? 4 : math::kNumLanes;
   // Where a joint is beyond the lanes' range, its lane stands anywhere: what seems to touch there says
   // nothing.
   const std::uint32_t unplaced = wanted & lane_sweep_->compute(coordinates, num_lanes);
-  kavo::internal::BallCluster::Contacts contacts;
+  kavo::internal::BallModel::Contacts contacts;
   contacts.wanted = wanted & ~unplaced;
   contacts.only_below_first = only_below_first;
-  kavo::internal::FindContacts(world_view_, clusters_, num_lanes, contacts);
-  for (const auto& [a, b] : pairs_) {
-    // What is unsure already is decided exactly anyway.
-    if ((contacts.wanted & ~contacts.unsure) == 0) {
-      break;
-    }
-    clusters_[a].addContactsWith(clusters_[b], contacts);
-  }
+  balls_->model.findContacts(world_view_, num_lanes, contacts);
   const std::uint32_t touching = wanted & ~unplaced & ~contacts.wanted;
   contacts.wanted = wanted;
   contacts.unsure |= unplaced;

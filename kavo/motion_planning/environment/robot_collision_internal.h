@@ -16,8 +16,8 @@
 #include "kavo/math/rigid_transform.h"
 #include "kavo/math/sphere.h"
 #include "kavo/motion_planning/environment/configuration_fault.h"
+#include "kavo/motion_planning/environment/robot_balls_internal.h"
 #include "kavo/motion_planning/environment/robot_environment_config.h"
-#include "kavo/world/ball_cluster_internal.h"
 #include "kavo/world/world_view.h"
 
 namespace kavo::internal {
@@ -74,6 +74,7 @@ class RobotCollision {
     math::Sphere bounding_sphere;
   };
 
+  bool FixedFramesTouch();
   bool CollectionTouches(const Collection& collection, const math::RigidTransform& pose) const;
   bool TouchesItself(const std::vector<math::RigidTransform>& frames) const;
   bool MayTouch(std::size_t a, std::size_t b, const std::vector<math::RigidTransform>& frames) const;
@@ -93,7 +94,11 @@ class RobotCollision {
   std::unique_ptr<FrameSweep> sweep_;
   // For several configurations at once.
   std::unique_ptr<kinematics::internal::LaneSweep> lane_sweep_;
-  std::vector<kavo::internal::BallCluster> clusters_;
+  std::optional<RobotBalls> balls_;
+  // Frames that never move, and whether they touch the world, as it was found at a revision.
+  std::vector<std::size_t> fixed_collections_;
+  std::uint64_t fixed_revision_ = 0;
+  bool fixed_touch_ = false;
   Eigen::VectorXd q_;
 };
 

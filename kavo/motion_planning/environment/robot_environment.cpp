@@ -70,7 +70,7 @@ class RobotEnvironmentImpl final : public RobotEnvironment {
                150)
         << "Dimension of q [" << q.size() << "] must match number of configuration space coordinates ["
         << dimension_ << "].";
-    return !ExceedsConfigurationLimits(q) && !collision_.Touches(q);
+    return collision_.FindFree(lanes_.coordinates(), lanes_.TakeIn(q.data(), q.size(), 1), false) != 0;
   }
 
   int CountValid(const Eigen::Ref<const Eigen::MatrixXd>& configurations) const override {
@@ -146,17 +146,6 @@ class RobotEnvironmentImpl final : public RobotEnvironment {
   }
 
  private:
-  bool ExceedsConfigurationLimits(const Eigen::VectorXd& q) const {
-    const Eigen::VectorXd& min = limits_.Min();
-    const Eigen::VectorXd& max = limits_.Max();
-    for (Eigen::Index i = 0; i < q.size(); ++i) {
-      if (min[i] > q[i] || q[i] > max[i]) {
-        return true;
-      }
-    }
-    return false;
-  }
-
   // How many of the lowest bits are ones.
   static int CountLowest(std::uint32_t bits) {
     int count = 0;

@@ -1,0 +1,133 @@
+#include <algorithm>
+#include <cstddef>
+#include <iterator>
+#include <numeric>
+
+#include "kavo/math/bounding_sphere.h"
+#include "kavo/motion_planning/environment/robot_balls_internal.h"
+
+namespace kavo::planning::internal {
+
+namespace {
+
+using kavo::internal::BallModel;
+using Indices = std::vector<std::size_t>;
+
+// Larger bundles rule out more at once, smaller ones fit closer.
+constexpr std::size_t kLargestBundle = 4;
+
+// Halves the spheres across their widest direction until the bundles are small.
+void Split(const std::vector<math::Sphere>& spheres, Indices indices, std::vector<Indices>& bundles) {
+  if (indices.size() <= kLargestBundle) {
+    bundles.push_back(std::move(indices));
+    return;
+  }
+  Eigen::Index widest = 0;
+  double largest_extent = -1.0;
+  for (Eigen::Index axis = 0; axis < 3; ++axis) {
+    const auto [low, high] = std::minmax_element(
+        indices.begin(), indices.end(),
+        [&](std::size_t a, std::size_t b) { return spheres[a].center[axis] < spheres[b].center[axis]; });
+    const double extent = spheres[*high].center[axis] - spheres[*low].center[axis];
+    if (extent > largest_extent) {
+      largest_extent = extent;
+      widest = axis;
+    }
+  }
+  std::sort(indices.begin(), indices.end(), [&](std::size_t a, std::size_t b) {
+    const double in_a = spheres[a].center[widest];
+    const double in_b = spheres[b].center[widest];
+    return in_a != in_b ? in_a < in_b : a < b;
+  });
+  const auto middle = indices.begin() + static_cast<std::ptrdiff_t>(indices.size() / 2);
+  Split(spheres, Indices(indices.begin(), middle), bundles);
+  Split(spheres, Indices(middle, indices.end()), bundles);
+}
+
+std::vector<Eigen::Vector3d> Centers(const BallModel::Bundle& bundle) {
+  std::vector<Eigen::Vector3d> centers = {bundle.bound.center};
+  for (const math::Sphere& ball : bundle.balls) {
+    centers.push_back(ball.center);
+  }
+  return centers;
+}
+
+}  // namespace
+
+RobotBalls::RobotBalls(const kinematics::Kinematics::Plan& plan,
+                       const kinematics::internal::LaneSweep& lane_sweep,
+                       const std::vector<kinematics::JointLimits>& limits,
+                       const std::vector<std::vector<math::Sphere>>& frames,
+                       const std::vector<std::pair<std::size_t, std::size_t>>& pairs)
+    : reach(plan, limits), model(makeModel(plan, lane_sweep, frames, pairs)) {}
+
+BallModel RobotBalls::makeModel(const kinematics::Kinematics::Plan& plan,
+                                const kinematics::internal::LaneSweep& lane_sweep,
+                                const std::vector<std::vector<math::Sphere>>& frames,
+                                const std::vector<std::pair<std::size_t, std::size_t>>& pairs) {
+  for (const kinematics::Kinematics::Attachment& attachment : plan.frames) {
+    if (std::find(part_slots.begin(), part_slots.end(), attachment.slot) == part_slots.end()) {
+      part_slots.push_back(attachment.slot);
+    }
+  }
+  std::vector<BallModel::Part> parts(part_slots.size());
+  // The bundles of each part side by side.
+  std::vector<BallModel::Bundle> balls;
+  for (std::size_t p = 0; p < parts.size(); ++p) {
+    std::vector<math::Sphere> all;
+    for (std::size_t frame = 0; frame < frames.size(); ++frame) {
+      if (plan.frames[frame].slot != part_slots[p]) {
+        continue;
+      }
+      parts[p].transform = lane_sweep.frames()[frame].part;
+      Indices indices(frames[frame].size());
+      std::iota(indices.begin(), indices.end(), std::size_t{0});
+      std::vector<Indices> split;
+      Split(frames[frame], std::move(indices), split);
+      for (Indices& spheres : split) {
+        BallModel::Bundle bundle;
+        for (const std::size_t sphere : spheres) {
+          const auto& [center, radius] = frames[frame][sphere];
+          bundle.balls.push_back({lane_sweep.frames()[frame].offset * center, radius});
+        }
+        bundle.bound = math::ComputeBoundingSphere(bundle.balls);
+        bundle.reaches = reach.ofPoints(part_slots[p], Centers(bundle));
+        all.insert(all.end(), bundle.balls.begin(), bundle.balls.end());
+        parts[p].bundles.push_back(bundle);
+        balls.push_back(std::move(bundle));
+        bundles.push_back({frame, std::move(spheres), p});
+      }
+    }
+    parts[p].bound = math::ComputeBoundingSphere(all);
+    parts[p].reaches = reach.ofPoints(part_slots[p], {parts[p].bound.center});
+    parts[p].is_fixed = part_slots[p] < 0;
+  }
+
+  std::vector<BallModel::PartPair> part_pairs;
+  for (const auto& [frame_a, frame_b] : pairs) {
+    for (std::size_t a = 0; a < bundles.size(); ++a) {
+      for (std::size_t b = 0; b < bundles.size(); ++b) {
+        if (bundles[a].frame != frame_a || bundles[b].frame != frame_b) {
+          continue;
+        }
+        const std::size_t part_a = bundles[a].part;
+        const std::size_t part_b = bundles[b].part;
+        auto pair = std::find_if(part_pairs.begin(), part_pairs.end(), [&](const BallModel::PartPair& known) {
+          return known.a == part_a && known.b == part_b;
+        });
+        if (pair == part_pairs.end()) {
+          auto [reaches_a, reaches_b] = reach.ofDifferences(part_slots[part_a], {parts[part_a].bound.center},
+                                                            part_slots[part_b], {parts[part_b].bound.center});
+          part_pairs.push_back({part_a, part_b, std::move(reaches_a), std::move(reaches_b), {}});
+          pair = std::prev(part_pairs.end());
+        }
+        auto [reaches_a, reaches_b] =
+            reach.ofDifferences(part_slots[part_a], Centers(balls[a]), part_slots[part_b], Centers(balls[b]));
+        pair->bundles.push_back({a, b, std::move(reaches_a), std::move(reaches_b)});
+      }
+    }
+  }
+  return {parts, part_pairs};
+}
+
+}  // namespace kavo::planning::internal

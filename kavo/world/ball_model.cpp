@@ -1,0 +1,733 @@
+#include "kavo/world/ball_model_internal.h"
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+#include "kavo/world/snapshot_internal.h"
+
+// This file is compiled once for each set of wide vectors; the include below repeats it.
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "kavo/world/ball_model.cpp"
+#include <hwy/foreach_target.h>
+#include <hwy/highway.h>
+
+#include "kavo/world/ball_model_data_internal.h"
+#include "kavo/world/bounds_walk-inl.h"
+#include "kavo/world/solid_lanes_internal.h"
+
+HWY_BEFORE_NAMESPACE();
+namespace kavo::internal::HWY_NAMESPACE {
+namespace {
+
+namespace hn = hwy::HWY_NAMESPACE;
+
+using math::kNumLanes;
+using Data = BallModel::Data;
+using Question = BallModel::Question;
+
+template <class D>
+HWY_INLINE std::uint32_t Bits(D d, hn::Mask<D> mask) {
+  std::uint8_t bits[8] = {};
+  hn::StoreMaskBits(d, mask, bits);
+  return bits[0];
+}
+
+HWY_INLINE float Square(float x) { return x * x; }
+
+// One coordinate of a point of a part.
+// \param row Of the part's transform.
+template <class D, class V = hn::Vec<D>>
+HWY_INLINE V Place(D d, const float* row, V x, V y, V z) {
+  V sum = hn::Add(hn::Mul(hn::Load(d, row), x), hn::Mul(hn::Load(d, row + kNumLanes), y));
+  sum = hn::Add(sum, hn::Mul(hn::Load(d, row + 2 * kNumLanes), z));
+  return hn::Add(sum, hn::Load(d, row + 3 * kNumLanes));
+}
+
+template <class D>
+HWY_INLINE void PlaceCenter(D d, const Data& data, const math::LaneTransforms& transform, const float* center,
+                            Data::Centers& placed) {
+  const auto x = hn::Set(d, center[0]);
+  const auto y = hn::Set(d, center[1]);
+  const auto z = hn::Set(d, center[2]);
+  for (std::size_t axis = 0; axis < 3; ++axis) {
+    const float* const row = transform.entries + axis * math::LaneTransforms::kRow;
+    for (std::size_t lane = 0; lane < data.num_lanes; lane += hn::Lanes(d)) {
+      hn::Store(Place(d, row + lane, x, y, z), d, placed.values + axis * kNumLanes + lane);
+    }
+  }
+}
+
+// The radius of a ball, so enlarged that two neighbours enclose all of it in between. Rounding is far below
+// the share by which it is too large.
+HWY_INLINE float Reach(const Data& data, float radius, const math::MotionBound& bound, float num_balls) {
+  if (!data.is_motion) {
+    return radius;
+  }
+  const float r = radius + num_balls * data.clearance;
+  const float half = data.half_spacing * bound.speed;
+  return (std::sqrt(r * r + half * half) + data.bulge * bound.acceleration) * (1.0f + 0x1p-18f);
+}
+
+// Places the ball around a part.
+template <class D>
+HWY_INLINE void PlacePart(D d, const Data& data, Data::Part& part) {
+  if (!part.placement.isDue(data.placement)) {
+    return;
+  }
+  const math::LaneTransforms& transform = *part.transform;
+  const float length = transform.reach + part.extent;
+  part.margin = BallModel::kLeastLength + BallModel::kMargin * length + transform.shift_error +
+                transform.turn_error * part.extent;
+  if (data.is_motion && part.motion.isDue(data.motion)) {
+    part.bound = math::MotionBound();
+    math::AddMotion(part.reaches, data.rates, part.bound);
+  }
+  part.reach = Reach(data, part.radius, part.bound, 1.0f);
+  part.is_plain = length <= BallModel::kLargestLength && part.margin <= BallModel::kLargestLength &&
+                  part.reach <= BallModel::kLargestLength;
+  const auto x = hn::Set(d, part.center[0]);
+  const auto y = hn::Set(d, part.center[1]);
+  const auto z = hn::Set(d, part.center[2]);
+  for (std::size_t axis = 0; axis < 3; ++axis) {
+    const float* const row = transform.entries + axis * math::LaneTransforms::kRow;
+    auto low = Place(d, row, x, y, z);
+    auto high = low;
+    hn::Store(low, d, part.centers.values + axis * kNumLanes);
+    for (std::size_t lane = hn::Lanes(d); lane < data.num_lanes; lane += hn::Lanes(d)) {
+      const auto center = Place(d, row + lane, x, y, z);
+      low = hn::Min(low, center);
+      high = hn::Max(high, center);
+      hn::Store(center, d, part.centers.values + axis * kNumLanes + lane);
+    }
+    part.low[axis] = hn::GetLane(hn::MinOfLanes(d, low));
+    part.high[axis] = hn::GetLane(hn::MaxOfLanes(d, high));
+  }
+}
+
+// Places the balls around its bundles.
+template <class D>
+HWY_INLINE void PlaceBundles(D d, Data& data, Data::Part& part) {
+  if (!part.bundles_placement.isDue(data.placement)) {
+    return;
+  }
+  for (std::uint32_t i = part.first_bundle; i < part.end_bundle; ++i) {
+    PlaceCenter(d, data, *part.transform, data.bundles[i].center, data.bundles[i].centers);
+  }
+}
+
+// Places the balls of a bundle.
+template <class D>
+HWY_NOINLINE void PlaceBalls(D d, Data& data, Data::Bundle& bundle) {
+  if (!bundle.balls_placement.isDue(data.placement)) {
+    return;
+  }
+  const math::LaneTransforms& transform = *data.parts[bundle.part].transform;
+  for (std::uint32_t i = bundle.first_ball; i < bundle.end_ball; ++i) {
+    PlaceCenter(d, data, transform, data.balls[i].center, data.placed[i]);
+  }
+}
+
+// How far a bundle and its balls reach.
+HWY_INLINE void FindReaches(Data& data, Data::Bundle& bundle) {
+  if (!bundle.reaches_placement.isDue(data.placement)) {
+    return;
+  }
+  if (data.is_motion) {
+    bundle.bound = math::MotionBound();
+    math::AddMotion(bundle.reaches, data.rates, bundle.bound);
+  }
+  bundle.reach = Reach(data, bundle.radius, bundle.bound, 1.0f);
+  for (std::uint32_t i = bundle.first_ball; i < bundle.end_ball; ++i) {
+    data.reaches[i] = Reach(data, data.balls[i].radius, bundle.bound, 1.0f);
+  }
+}
+
+// What is asked of configurations: which lanes touch.
+class OfConfigurations {
+ public:
+  explicit OfConfigurations(BallModel::Contacts& contacts) : contacts_(contacts) {}
+
+  std::uint32_t All() const { return contacts_.wanted; }
+  // What is left to be asked where something is near in some lanes.
+  std::uint32_t Narrow(std::uint32_t, std::uint32_t near) const { return near & contacts_.wanted; }
+  // False when there is no more to ask.
+  bool Note(const Question&, std::uint32_t touching, std::uint32_t near) {
+    contacts_.unsure |= near;
+    return contacts_.note(touching);
+  }
+  void Finish(const Question&, std::uint32_t, std::uint32_t) {}
+  bool Refuse() {
+    contacts_.unsure |= contacts_.wanted;
+    return true;
+  }
+  bool IsDecided() const { return (contacts_.wanted & ~contacts_.unsure) == 0; }
+
+ private:
+  BallModel::Contacts& contacts_;
+};
+
+// What is asked of a motion: which intervals between two lanes are open, and whether any lane touches.
+template <class Keep>
+class OfMotion {
+ public:
+  OfMotion(std::uint32_t intervals, Question& contact, const Keep& keep)
+      : intervals_(intervals), contact_(contact), keep_(keep) {}
+
+  std::uint32_t All() const { return intervals_; }
+  std::uint32_t Narrow(std::uint32_t intervals, std::uint32_t near) const {
+    return intervals & (near | near >> 1);
+  }
+  bool Note(const Question& question, std::uint32_t touching, std::uint32_t) {
+    if (touching != 0) {
+      contact_ = question;
+      verdict_ = BallModel::Verdict::kContact;
+    }
+    return touching == 0;
+  }
+  void Finish(Question question, std::uint32_t intervals, std::uint32_t near) {
+    question.intervals = Narrow(intervals, near);
+    if (question.intervals != 0) {
+      keep_(question);
+    }
+  }
+  bool Refuse() {
+    verdict_ = BallModel::Verdict::kUnknown;
+    return false;
+  }
+  bool IsDecided() const { return false; }
+  BallModel::Verdict Verdict() const { return verdict_; }
+
+ private:
+  std::uint32_t intervals_;
+  Question& contact_;
+  const Keep& keep_;
+  BallModel::Verdict verdict_ = BallModel::Verdict::kOpen;
+};
+
+// Squared distances from placed centres to one solid; zero inside. Of a ball and a capsule, from the centre
+// and the segment: their radius is part of the reach.
+template <LaneSolid::Kind kKind, class D>
+class Distance {
+ public:
+  using V = hn::Vec<D>;
+  using Kind = LaneSolid::Kind;
+  static constexpr bool kIsRound = kKind == Kind::kBall || kKind == Kind::kCapsule;
+
+  HWY_INLINE Distance(D d, const LaneSolid& solid) : d_(d), solid_(solid) {}
+
+  HWY_INLINE float Radius() const { return kIsRound ? solid_.radius : 0.0f; }
+
+  HWY_INLINE V Squared(const float* center) const {
+    V x = hn::Sub(hn::Load(d_, center), hn::Set(d_, solid_.center[0]));
+    V y = hn::Sub(hn::Load(d_, center + kNumLanes), hn::Set(d_, solid_.center[1]));
+    V z = hn::Sub(hn::Load(d_, center + 2 * kNumLanes), hn::Set(d_, solid_.center[2]));
+    if constexpr (kKind == Kind::kHalfSpace) {
+      const V depth = Along(2, x, y, z);
+      return hn::IfThenElse(hn::Gt(depth, hn::Zero(d_)), hn::Mul(depth, depth), hn::Zero(d_));
+    } else {
+      if constexpr (kKind == Kind::kBox || kKind == Kind::kCylinder || kKind == Kind::kCapsule) {
+        const V local_x = Along(0, x, y, z);
+        const V local_y = Along(1, x, y, z);
+        z = Along(2, x, y, z);
+        x = local_x;
+        y = local_y;
+      }
+      if constexpr (kKind == Kind::kBox || kKind == Kind::kAlignedBox) {
+        x = Beyond(x, solid_.half[0]);
+        y = Beyond(y, solid_.half[1]);
+      }
+      if constexpr (kKind != Kind::kBall) {
+        z = Beyond(z, solid_.half[2]);
+      }
+      V side = hn::Add(hn::Mul(x, x), hn::Mul(y, y));
+      if constexpr (kKind == Kind::kCylinder || kKind == Kind::kUprightCylinder) {
+        side = hn::Max(hn::Sub(hn::Sqrt(side), hn::Set(d_, solid_.radius)), hn::Zero(d_));
+        side = hn::Mul(side, side);
+      }
+      return hn::Add(side, hn::Mul(z, z));
+    }
+  }
+
+ private:
+  HWY_INLINE V Along(int row, V x, V y, V z) const {
+    return hn::Add(hn::Add(hn::Mul(x, hn::Set(d_, solid_.rotation[row][0])),
+                           hn::Mul(y, hn::Set(d_, solid_.rotation[row][1]))),
+                   hn::Mul(z, hn::Set(d_, solid_.rotation[row][2])));
+  }
+
+  HWY_INLINE V Beyond(V coordinate, float half) const {
+    return hn::Max(hn::Sub(hn::Abs(coordinate), hn::Set(d_, half)), hn::Zero(d_));
+  }
+
+  const D d_;
+  const LaneSolid& solid_;
+};
+
+// In which lanes something is within reach. At a squared distance above that of `reach` it is certainly not.
+template <class D, class Squared>
+HWY_INLINE std::uint32_t FindNear(D d, std::size_t num_lanes, float reach, const Squared& squared) {
+  const auto squared_reach = hn::Set(d, Square(reach));
+  std::uint32_t near = 0;
+  for (std::size_t lane = 0; lane < num_lanes; lane += hn::Lanes(d)) {
+    near |= Bits(d, hn::Le(squared(lane), squared_reach)) << lane;
+  }
+  return near;
+}
+
+// Whether in any lane something is within reach: faster than `FindNear`, for what is mostly far.
+template <class D, class Squared>
+HWY_INLINE bool IsAnyNear(D d, std::size_t num_lanes, float reach, const Squared& squared) {
+  const auto squared_reach = hn::Set(d, Square(reach));
+  auto least = squared(0);
+  for (std::size_t lane = hn::Lanes(d); lane < num_lanes; lane += hn::Lanes(d)) {
+    least = hn::Min(least, squared(lane));
+  }
+  return !hn::AllFalse(d, hn::Le(least, squared_reach));
+}
+
+// In which lanes there is contact for certain.
+template <class D, class Squared>
+HWY_INLINE std::uint32_t FindTouching(D d, std::size_t num_lanes, float reach, float margin,
+                                      const Squared& squared) {
+  return reach > margin ? FindNear(d, num_lanes, reach - margin, squared) : 0;
+}
+
+// The contacts of the balls of one bundle with one solid. False when there is no more to ask.
+template <LaneSolid::Kind kKind, class D, class Asked>
+HWY_INLINE bool AskBundle(D d, Data& data, Data::Bundle& bundle, const LaneSolid& solid, float margin,
+                          const Question& question, std::uint32_t open, Asked& asked) {
+  const Distance<kKind, D> distance(d, solid);
+  const std::size_t num_lanes = data.num_lanes;
+  FindReaches(data, bundle);
+  const float own = distance.Radius() + margin;
+  open = asked.Narrow(open, FindNear(d, num_lanes, bundle.reach + own, [&](std::size_t lane) {
+                        return distance.Squared(bundle.centers.values + lane);
+                      }));
+  if (open == 0) {
+    return true;
+  }
+  PlaceBalls(d, data, bundle);
+  std::uint32_t all_near = 0;
+  for (std::uint32_t i = bundle.first_ball; i < bundle.end_ball; ++i) {
+    const auto squared = [&](std::size_t lane) { return distance.Squared(data.placed[i].values + lane); };
+    const float reach = data.reaches[i] + own;
+    if (HWY_LIKELY(!IsAnyNear(d, num_lanes, reach, squared))) {
+      continue;
+    }
+    const std::uint32_t near = FindNear(d, num_lanes, reach, squared);
+    all_near |= near;
+    const float radius = data.balls[i].radius + distance.Radius();
+    if (!asked.Note(question, FindTouching(d, num_lanes, radius, margin, squared), near)) {
+      return false;
+    }
+  }
+  asked.Finish(question, open, all_near);
+  return true;
+}
+
+template <LaneSolid::Kind kKind, class D, class Asked>
+HWY_NOINLINE bool AskPart(D d, Data& data, Data::Part& part, const LaneSolid& solid, Question question,
+                          Asked& asked) {
+  const Distance<kKind, D> distance(d, solid);
+  const float margin = part.margin + solid.margin;
+  const std::uint32_t open = asked.Narrow(
+      asked.All(), FindNear(d, data.num_lanes, part.reach + distance.Radius() + margin,
+                            [&](std::size_t lane) { return distance.Squared(part.centers.values + lane); }));
+  if (open == 0) {
+    return true;
+  }
+  PlaceBundles(d, data, part);
+  for (std::uint32_t i = part.first_bundle; i < part.end_bundle; ++i) {
+    question.subject = i;
+    if (!AskBundle<kKind>(d, data, data.bundles[i], solid, margin, question, open, asked)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+// Calls `ask` with the kind of a solid as a constant.
+template <class Ask>
+HWY_INLINE bool ForKind(LaneSolid::Kind kind, const Ask& ask) {
+  using Kind = LaneSolid::Kind;
+  switch (kind) {
+    case Kind::kBall:
+      return ask(std::integral_constant<Kind, Kind::kBall>());
+    case Kind::kBox:
+      return ask(std::integral_constant<Kind, Kind::kBox>());
+    case Kind::kAlignedBox:
+      return ask(std::integral_constant<Kind, Kind::kAlignedBox>());
+    case Kind::kCylinder:
+      return ask(std::integral_constant<Kind, Kind::kCylinder>());
+    case Kind::kUprightCylinder:
+      return ask(std::integral_constant<Kind, Kind::kUprightCylinder>());
+    case Kind::kCapsule:
+      return ask(std::integral_constant<Kind, Kind::kCapsule>());
+    case Kind::kHalfSpace:
+      return ask(std::integral_constant<Kind, Kind::kHalfSpace>());
+  }
+  return true;
+}
+
+// Whether a half-space comes near the box of a part.
+HWY_INLINE bool IsNear(const LaneSolid& half_space, const Data::Part& part) {
+  float distance = 0.0f;
+  for (int axis = 0; axis < 3; ++axis) {
+    const float normal = half_space.rotation[2][axis];
+    const float nearest = normal > 0.0f ? part.low[axis] : part.high[axis];
+    distance += normal * (nearest - half_space.center[axis]);
+  }
+  return distance <= part.reach + part.margin + half_space.margin;
+}
+
+// The contacts of one placed part with the world. False when there is no more to ask.
+template <class D, class Asked>
+HWY_INLINE bool AskPartInWorld(D d, Data& data, Data::Part& part, const SolidLanes& lanes,
+                               const BoundsGroup* groups, Asked& asked) {
+  for (std::size_t i = 0; i < lanes.half_spaces.size(); ++i) {
+    const Question question{Question::Kind::kHalfSpace, 0, static_cast<std::uint32_t>(i), 0};
+    if (IsNear(lanes.half_spaces[i], part) &&
+        !AskPart<LaneSolid::Kind::kHalfSpace>(d, data, part, lanes.half_spaces[i], question, asked)) {
+      return false;
+    }
+  }
+  if (groups == nullptr) {
+    return true;
+  }
+  // The margin is far above the rounding of the bounds.
+  const float reach = part.reach + part.margin;
+  const float low[3] = {part.low[0] - reach, part.low[1] - reach, part.low[2] - reach};
+  const float high[3] = {part.high[0] + reach, part.high[1] + reach, part.high[2] + reach};
+  return !FindOverlapping(groups, low, high, [&](std::uint32_t index) {
+    const LaneSolid& solid = lanes.solids[index];
+    const Question question{Question::Kind::kSolid, 0, index, 0};
+    return !ForKind(solid.kind, [&](auto kind) {
+      return AskPart<decltype(kind)::value>(d, data, part, solid, question, asked);
+    });
+  });
+}
+
+// Squared distances between two placed centres.
+template <class D>
+HWY_INLINE hn::Vec<D> Squared(D d, const float* p, const float* q) {
+  const auto x = hn::Sub(hn::Load(d, p), hn::Load(d, q));
+  const auto y = hn::Sub(hn::Load(d, p + kNumLanes), hn::Load(d, q + kNumLanes));
+  const auto z = hn::Sub(hn::Load(d, p + 2 * kNumLanes), hn::Load(d, q + 2 * kNumLanes));
+  return hn::Add(hn::Add(hn::Mul(x, x), hn::Mul(y, y)), hn::Mul(z, z));
+}
+
+template <class Pair>
+HWY_INLINE void FindBound(const Data& data, Pair& pair) {
+  if (data.is_motion && pair.motion.isDue(data.motion)) {
+    pair.bound = math::MotionBound();
+    math::AddMotion(pair.reaches[0], data.rates, pair.bound);
+    math::AddMotion(pair.reaches[1], data.rates, pair.bound);
+  }
+}
+
+// The contacts of the balls of two bundles with each other. False when there is no more to ask.
+template <class D, class Asked>
+HWY_INLINE bool AskBundles(D d, Data& data, Data::BundlePair& pair, float margin, const Question& question,
+                           std::uint32_t open, Asked& asked) {
+  const std::size_t num_lanes = data.num_lanes;
+  Data::Bundle& a = data.bundles[pair.a];
+  Data::Bundle& b = data.bundles[pair.b];
+  FindBound(data, pair);
+  const float radii = a.radius + b.radius;
+  open = asked.Narrow(
+      open, FindNear(d, num_lanes, Reach(data, radii, pair.bound, 2.0f) + margin, [&](std::size_t lane) {
+        return Squared(d, a.centers.values + lane, b.centers.values + lane);
+      }));
+  if (open == 0) {
+    return true;
+  }
+  PlaceBalls(d, data, a);
+  PlaceBalls(d, data, b);
+  // Smaller balls are enlarged by more.
+  const float least_radii = a.least_radius + b.least_radius;
+  const float added = Reach(data, least_radii, pair.bound, 2.0f) - least_radii + margin;
+  std::uint32_t all_near = 0;
+  for (std::uint32_t i = a.first_ball; i < a.end_ball; ++i) {
+    const float* const ball = data.placed[i].values;
+    const float radius = data.balls[i].radius;
+    if (!IsAnyNear(d, num_lanes, radius + b.radius + added,
+                   [&](std::size_t lane) { return Squared(d, ball + lane, b.centers.values + lane); })) {
+      continue;
+    }
+    for (std::uint32_t k = b.first_ball; k < b.end_ball; ++k) {
+      const auto squared = [&](std::size_t lane) {
+        return Squared(d, ball + lane, data.placed[k].values + lane);
+      };
+      const float both = radius + data.balls[k].radius;
+      if (HWY_LIKELY(!IsAnyNear(d, num_lanes, both + added, squared))) {
+        continue;
+      }
+      const std::uint32_t near = FindNear(d, num_lanes, both + added, squared);
+      all_near |= near;
+      if (!asked.Note(question, FindTouching(d, num_lanes, both, margin, squared), near)) {
+        return false;
+      }
+    }
+  }
+  asked.Finish(question, open, all_near);
+  return true;
+}
+
+template <class D, class Asked>
+HWY_INLINE bool AskParts(D d, Data& data, std::uint32_t index, Asked& asked) {
+  Data::PartPair& pair = data.part_pairs[index];
+  Data::Part& a = data.parts[pair.a];
+  Data::Part& b = data.parts[pair.b];
+  FindBound(data, pair);
+  const float margin = a.margin + b.margin;
+  const std::uint32_t open = asked.Narrow(
+      asked.All(), FindNear(d, data.num_lanes, Reach(data, a.radius + b.radius, pair.bound, 2.0f) + margin,
+                            [&](std::size_t lane) {
+                              return Squared(d, a.centers.values + lane, b.centers.values + lane);
+                            }));
+  if (open == 0) {
+    return true;
+  }
+  PlaceBundles(d, data, a);
+  PlaceBundles(d, data, b);
+  Question question{Question::Kind::kPair, index, 0, 0};
+  for (std::uint32_t i = pair.first_pair; i < pair.end_pair; ++i) {
+    question.object = i;
+    if (!AskBundles(d, data, data.bundle_pairs[i], margin, question, open, asked)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+template <class D, class Asked>
+HWY_INLINE void AskAllInLanes(D d, Data& data, const SolidLanes& lanes, const BoundsGroup* groups,
+                              Asked& asked) {
+  for (Data::Part& part : data.parts) {
+    PlacePart(d, data, part);
+    if (part.is_fixed) {
+      continue;
+    }
+    if (!part.is_plain ? !asked.Refuse() : !AskPartInWorld(d, data, part, lanes, groups, asked)) {
+      return;
+    }
+  }
+  for (std::uint32_t i = 0; i < data.part_pairs.size(); ++i) {
+    // What is unsure already is decided exactly anyway.
+    if (asked.IsDecided()) {
+      return;
+    }
+    const Data::PartPair& pair = data.part_pairs[i];
+    const bool is_plain = data.parts[pair.a].is_plain && data.parts[pair.b].is_plain;
+    if (!is_plain ? !asked.Refuse() : !AskParts(d, data, i, asked)) {
+      return;
+    }
+  }
+}
+
+void FindContacts(Data& data, const SolidLanes& lanes, const BoundsGroup* groups,
+                  BallModel::Contacts& contacts) {
+  OfConfigurations asked(contacts);
+  if (data.num_lanes == 4) {
+    AskAllInLanes(hn::CappedTag<float, 4>(), data, lanes, groups, asked);
+  } else {
+    AskAllInLanes(hn::CappedTag<float, kNumLanes>(), data, lanes, groups, asked);
+  }
+}
+
+BallModel::Verdict AskAll(Data& data, const SolidLanes& lanes, const BoundsGroup* groups,
+                          std::vector<Question>& questions, Question& contact) {
+  const auto keep = [&](const Question& question) { questions.push_back(question); };
+  OfMotion asked(BallModel::kAllIntervals, contact, keep);
+  AskAllInLanes(hn::CappedTag<float, kNumLanes>(), data, lanes, groups, asked);
+  return asked.Verdict();
+}
+
+BallModel::Verdict AskOne(Data& data, const SolidLanes& lanes, Question& question, Question& contact) {
+  const hn::CappedTag<float, kNumLanes> d;
+  const Question now = question;
+  question.intervals = 0;
+  const auto keep = [&](const Question& open) { question.intervals = open.intervals; };
+  OfMotion asked(BallModel::kAllIntervals, contact, keep);
+  if (now.kind == Question::Kind::kPair) {
+    Data::BundlePair& pair = data.bundle_pairs[now.object];
+    Data::Part& a = data.parts[data.bundles[pair.a].part];
+    Data::Part& b = data.parts[data.bundles[pair.b].part];
+    PlacePart(d, data, a);
+    PlacePart(d, data, b);
+    if (!a.is_plain || !b.is_plain) {
+      return BallModel::Verdict::kUnknown;
+    }
+    PlaceBundles(d, data, a);
+    PlaceBundles(d, data, b);
+    AskBundles(d, data, pair, a.margin + b.margin, now, asked.All(), asked);
+  } else {
+    Data::Bundle& bundle = data.bundles[now.subject];
+    Data::Part& part = data.parts[bundle.part];
+    PlacePart(d, data, part);
+    if (!part.is_plain) {
+      return BallModel::Verdict::kUnknown;
+    }
+    PlaceBundles(d, data, part);
+    const LaneSolid& solid =
+        now.kind == Question::Kind::kSolid ? lanes.solids[now.object] : lanes.half_spaces[now.object];
+    ForKind(solid.kind, [&](auto kind) {
+      return AskBundle<decltype(kind)::value>(d, data, bundle, solid, part.margin + solid.margin, now,
+                                              asked.All(), asked);
+    });
+  }
+  return asked.Verdict();
+}
+
+}  // namespace
+}  // namespace kavo::internal::HWY_NAMESPACE
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+
+namespace kavo::internal {
+
+HWY_EXPORT(FindContacts);
+HWY_EXPORT(AskAll);
+HWY_EXPORT(AskOne);
+
+namespace {
+
+void Round(const Eigen::Vector3d& center, float* rounded) {
+  for (int axis = 0; axis < 3; ++axis) {
+    rounded[axis] = Rounded(center[axis]);
+  }
+}
+
+// Bounds every coordinate of the points of a ball.
+double Extent(const math::Sphere& ball) {
+  double extent = std::fabs(ball.radius);
+  for (int axis = 0; axis < 3; ++axis) {
+    extent += std::fabs(ball.center[axis]);
+  }
+  return extent;
+}
+
+}  // namespace
+
+BallModel::BallModel(const std::vector<Part>& parts, const std::vector<PartPair>& pairs)
+    : data_(std::make_unique<Data>()) {
+  for (const Part& part : parts) {
+    Data::Part& in_data = data_->parts.emplace_back();
+    in_data.transform = part.transform;
+    Round(part.bound.center, in_data.center);
+    in_data.radius = Rounded(part.bound.radius);
+    in_data.is_fixed = part.is_fixed;
+    in_data.reaches = part.reaches;
+    double extent = Extent(part.bound);
+    in_data.first_bundle = static_cast<std::uint32_t>(data_->bundles.size());
+    for (const Bundle& bundle : part.bundles) {
+      Data::Bundle& bundle_data = data_->bundles.emplace_back();
+      bundle_data.part = static_cast<std::uint32_t>(data_->parts.size() - 1);
+      Round(bundle.bound.center, bundle_data.center);
+      bundle_data.radius = Rounded(bundle.bound.radius);
+      bundle_data.least_radius = bundle_data.radius;
+      bundle_data.reaches = bundle.reaches;
+      extent = std::max(extent, Extent(bundle.bound));
+      bundle_data.first_ball = static_cast<std::uint32_t>(data_->balls.size());
+      for (const math::Sphere& ball : bundle.balls) {
+        Data::Ball& ball_data = data_->balls.emplace_back();
+        Round(ball.center, ball_data.center);
+        ball_data.radius = Rounded(ball.radius);
+        bundle_data.least_radius = std::min(bundle_data.least_radius, ball_data.radius);
+        extent = std::max(extent, Extent(ball));
+      }
+      bundle_data.end_ball = static_cast<std::uint32_t>(data_->balls.size());
+    }
+    in_data.end_bundle = static_cast<std::uint32_t>(data_->bundles.size());
+    in_data.extent = Rounded(extent);
+  }
+  data_->placed.resize(data_->balls.size());
+  data_->reaches.resize(data_->balls.size());
+  for (const PartPair& pair : pairs) {
+    Data::PartPair& in_data = data_->part_pairs.emplace_back();
+    in_data.a = static_cast<std::uint32_t>(pair.a);
+    in_data.b = static_cast<std::uint32_t>(pair.b);
+    in_data.reaches[0] = pair.reaches_a;
+    in_data.reaches[1] = pair.reaches_b;
+    in_data.first_pair = static_cast<std::uint32_t>(data_->bundle_pairs.size());
+    for (const BundlePair& bundles : pair.bundles) {
+      Data::BundlePair& bundle_data = data_->bundle_pairs.emplace_back();
+      bundle_data.a = static_cast<std::uint32_t>(bundles.a);
+      bundle_data.b = static_cast<std::uint32_t>(bundles.b);
+      bundle_data.reaches[0] = bundles.reaches_a;
+      bundle_data.reaches[1] = bundles.reaches_b;
+    }
+    in_data.end_pair = static_cast<std::uint32_t>(data_->bundle_pairs.size());
+  }
+}
+
+BallModel::BallModel(BallModel&& other) noexcept = default;
+
+BallModel::~BallModel() = default;
+
+void BallModel::findContacts(const WorldView& view, std::size_t num_lanes, Contacts& contacts) {
+  const Snapshot& snapshot = *SnapshotOf(view);
+  if (!snapshot.hasPlainLanes()) {
+    contacts.unsure |= contacts.wanted;
+    return;
+  }
+  data_->is_motion = false;
+  startPlacement(num_lanes);
+  HWY_DYNAMIC_DISPATCH(FindContacts)(*data_, snapshot.lanes(), snapshot.groups(), contacts);
+}
+
+void BallModel::startMotion(const float* rates, float clearance) {
+  ++data_->motion;
+  data_->rates = rates;
+  data_->clearance = clearance;
+}
+
+void BallModel::startBlock(float spacing) {
+  data_->is_motion = true;
+  data_->half_spacing = 0.5f * spacing;
+  data_->bulge = 0.125f * spacing * spacing;
+  startPlacement(math::kNumLanes);
+}
+
+BallModel::Verdict BallModel::askAll(const WorldView& view, std::vector<Question>& questions) {
+  const Snapshot& snapshot = *SnapshotOf(view);
+  return snapshot.hasPlainLanes()
+             ? HWY_DYNAMIC_DISPATCH(AskAll)(*data_, snapshot.lanes(), snapshot.groups(), questions, contact_)
+             : Verdict::kUnknown;
+}
+
+BallModel::Verdict BallModel::ask(const WorldView& view, Question& question) {
+  return HWY_DYNAMIC_DISPATCH(AskOne)(*data_, SnapshotOf(view)->lanes(), question, contact_);
+}
+
+float BallModel::enlargement(const Question& question) const {
+  const bool is_pair = question.kind == Question::Kind::kPair;
+  const auto [a, b] = bundlesOf(question);
+  const math::MotionBound& bound =
+      is_pair ? data_->bundle_pairs[question.object].bound : data_->bundles[a].bound;
+  const float radius = data_->bundles[a].least_radius + (is_pair ? data_->bundles[b].least_radius : 0.0f);
+  return static_cast<float>(
+             bound.enlarged(static_cast<double>(radius), 2.0 * static_cast<double>(data_->half_spacing))) -
+         radius;
+}
+
+std::pair<std::size_t, std::size_t> BallModel::bundlesOf(const Question& question) const {
+  if (question.kind == Question::Kind::kPair) {
+    const Data::BundlePair& pair = data_->bundle_pairs[question.object];
+    return {pair.a, pair.b};
+  }
+  return {question.subject, question.subject};
+}
+
+std::size_t BallModel::partOf(std::size_t bundle) const { return data_->bundles[bundle].part; }
+
+void BallModel::startPlacement(std::size_t num_lanes) {
+  ++data_->placement;
+  data_->num_lanes = num_lanes;
+}
+
+}  // namespace kavo::internal
+
+#endif  // HWY_ONCE

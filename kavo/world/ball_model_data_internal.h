@@ -1,0 +1,117 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "kavo/math/lane_transforms_internal.h"
+#include "kavo/math/motion_bound_internal.h"
+#include "kavo/world/ball_model_internal.h"
+
+namespace kavo::internal {
+
+//! A ball model as the functions for each set of wide vectors work on it.
+struct BallModel::Data {
+  //! Placed centres: x, y, z, each in all lanes.
+  struct alignas(64) Centers {
+    float values[3 * math::kNumLanes];
+  };
+
+  //! What is worked out for a motion or a placement only when it is needed, and for which it was last.
+  struct Stamp {
+    std::uint64_t number = 0;
+
+    //! Whether it has to be worked out for that one; it counts as done then.
+    bool isDue(std::uint64_t current) {
+      const bool is_due = number != current;
+      number = current;
+      return is_due;
+    }
+  };
+
+  struct Part {
+    const math::LaneTransforms* transform = nullptr;
+    float center[3] = {0.0f, 0.0f, 0.0f};
+    float radius = 0.0f;
+    // Sum of the lengths that bound every coordinate of a ball in the part.
+    float extent = 0.0f;
+    std::uint32_t first_bundle = 0;
+    std::uint32_t end_bundle = 0;
+    bool is_fixed = false;
+    math::JointReaches reaches;
+    Stamp motion;
+    math::MotionBound bound;
+    Stamp placement;
+    // How far off a distance may be in this placement, and whether single precision may be used at all.
+    float margin = 0.0f;
+    bool is_plain = false;
+    // Radius of the ball around the part, enlarged as the motion asks; so `reach` below.
+    float reach = 0.0f;
+    Centers centers;
+    // The box around the centre in all lanes.
+    float low[3] = {0.0f, 0.0f, 0.0f};
+    float high[3] = {0.0f, 0.0f, 0.0f};
+    Stamp bundles_placement;
+  };
+
+  struct Bundle {
+    std::uint32_t part = 0;
+    std::uint32_t first_ball = 0;
+    std::uint32_t end_ball = 0;
+    float center[3] = {0.0f, 0.0f, 0.0f};
+    float radius = 0.0f;
+    float least_radius = 0.0f;
+    math::JointReaches reaches;
+    math::MotionBound bound;
+    Centers centers;
+    float reach = 0.0f;
+    Stamp balls_placement;
+    // Of the balls' reaches.
+    Stamp reaches_placement;
+  };
+
+  struct Ball {
+    float center[3];
+    float radius;
+  };
+
+  struct BundlePair {
+    std::uint32_t a = 0;
+    std::uint32_t b = 0;
+    math::JointReaches reaches[2];
+    Stamp motion;
+    math::MotionBound bound;
+  };
+
+  struct PartPair {
+    std::uint32_t a = 0;
+    std::uint32_t b = 0;
+    std::uint32_t first_pair = 0;
+    std::uint32_t end_pair = 0;
+    math::JointReaches reaches[2];
+    Stamp motion;
+    math::MotionBound bound;
+  };
+
+  std::vector<Part> parts;
+  std::vector<Bundle> bundles;
+  std::vector<Ball> balls;
+  // In this placement, by ball.
+  std::vector<Centers> placed;
+  std::vector<float> reaches;
+  std::vector<PartPair> part_pairs;
+  std::vector<BundlePair> bundle_pairs;
+
+  std::size_t num_lanes = math::kNumLanes;
+  std::uint64_t placement = 0;
+  std::uint64_t motion = 0;
+  // Whether the lanes are placements along a motion.
+  bool is_motion = false;
+  const float* rates = nullptr;
+  float clearance = 0.0f;
+  float half_spacing = 0.0f;
+  // An eighth of the square of the spacing.
+  float bulge = 0.0f;
+};
+
+}  // namespace kavo::internal
