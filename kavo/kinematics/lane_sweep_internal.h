@@ -84,19 +84,33 @@ class KAVO_EXPORT LaneSweep {
   //! \param num_lanes 4 or `math::kNumLanes`; lanes beyond are not placed.
   //! \return The lanes in which the placement means nothing, because a joint's value is too large or none.
   std::uint32_t compute(const double* coordinates, std::size_t num_lanes) {
-    const std::uint32_t too_large = move_(steps_.data(), steps_.size(), coordinates, num_lanes);
-    const auto run = num_lanes == 4 ? &LaneStep::run_four : &LaneStep::run_all;
-    for (const LaneStep& step : steps_) {
-      (step.*run)(step);
-    }
+    const std::uint32_t too_large = move(coordinates, num_lanes);
+    placeAll();
     return too_large;
   }
+
+  //! Begins with another placement: works out what the joints do. Parameters and result as of `compute`.
+  std::uint32_t move(const double* coordinates, std::size_t num_lanes) {
+    run_ = num_lanes == 4 ? &LaneStep::run_four : &LaneStep::run_all;
+    num_placed_ = 0;
+    return move_(steps_.data(), steps_.size(), coordinates, num_lanes);
+  }
+
+  //! Goes on with it: places the parts up to that of a slot of the plan, unless they are placed already.
+  void placeUpTo(int slot) {
+    for (; static_cast<int>(num_placed_) <= slot; ++num_placed_) {
+      (steps_[num_placed_].*run_)(steps_[num_placed_]);
+    }
+  }
+  void placeAll() { placeUpTo(static_cast<int>(steps_.size()) - 1); }
 
  private:
   using MoveFunction = std::uint32_t (*)(const LaneStep* steps, std::size_t count, const double* coordinates,
                                          std::size_t num_lanes);
 
   MoveFunction move_;
+  LaneStep::Run LaneStep::*run_ = &LaneStep::run_all;
+  std::size_t num_placed_ = 0;
   std::vector<LaneStep> steps_;
   // What the joints of the steps do.
   struct alignas(64) Motion {

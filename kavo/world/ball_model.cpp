@@ -702,15 +702,14 @@ BallModel::Verdict BallModel::ask(const WorldView& view, Question& question) {
   return HWY_DYNAMIC_DISPATCH(AskOne)(*data_, SnapshotOf(view)->lanes(), question, contact_);
 }
 
-float BallModel::enlargement(const Question& question) const {
-  const bool is_pair = question.kind == Question::Kind::kPair;
+float BallModel::enlargement(const Question& question, float spacing) const {
   const auto [a, b] = bundlesOf(question);
+  const bool is_pair = question.kind == Question::Kind::kPair;
   const math::MotionBound& bound =
       is_pair ? data_->bundle_pairs[question.object].bound : data_->bundles[a].bound;
   const float radius = data_->bundles[a].least_radius + (is_pair ? data_->bundles[b].least_radius : 0.0f);
-  return static_cast<float>(
-             bound.enlarged(static_cast<double>(radius), 2.0 * static_cast<double>(data_->half_spacing))) -
-         radius;
+  return static_cast<float>(bound.enlarged(static_cast<double>(radius), static_cast<double>(spacing)) -
+                            static_cast<double>(radius));
 }
 
 std::pair<std::size_t, std::size_t> BallModel::bundlesOf(const Question& question) const {

@@ -157,8 +157,9 @@ class KAVO_EXPORT BallModel {
   //! What was found to touch last.
   const Question& contact() const { return contact_; }
 
-  //! How much the balls of a question are enlarged in the block, at most (metres).
-  float enlargement(const Question& question) const;
+  //! How much the balls of a question that was asked of this motion are enlarged at a spacing, at most
+  //! (metres).
+  float enlargement(const Question& question, float spacing) const;
 
   //! The bundles that a question is about, twice the same unless it is about two, as numbered through all
   //! parts, and the part of a bundle.

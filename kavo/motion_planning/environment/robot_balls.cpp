@@ -95,7 +95,7 @@ BallModel RobotBalls::makeModel(const kinematics::Kinematics::Plan& plan,
         all.insert(all.end(), bundle.balls.begin(), bundle.balls.end());
         parts[p].bundles.push_back(bundle);
         balls.push_back(std::move(bundle));
-        bundles.push_back({frame, std::move(spheres), p});
+        bundles.push_back({frame, std::move(spheres), p, balls.back().reaches});
       }
     }
     parts[p].bound = math::ComputeBoundingSphere(all);
@@ -126,6 +126,9 @@ BallModel RobotBalls::makeModel(const kinematics::Kinematics::Plan& plan,
         pair->bundles.push_back({a, b, std::move(reaches_a), std::move(reaches_b)});
       }
     }
+  }
+  for (const BallModel::PartPair& pair : part_pairs) {
+    bundle_pairs.insert(bundle_pairs.end(), pair.bundles.begin(), pair.bundles.end());
   }
   return {parts, part_pairs};
 }

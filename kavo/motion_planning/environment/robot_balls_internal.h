@@ -23,6 +23,7 @@ struct RobotBalls {
     std::size_t frame = 0;
     std::vector<std::size_t> spheres;
     std::size_t part = 0;
+    math::JointReaches reaches;
   };
 
   //! \param frames The spheres of each frame of the plan, in the coordinates of the frame.
@@ -35,6 +36,7 @@ struct RobotBalls {
   kinematics::internal::MotionReach reach;
   //! As the model numbers them.
   std::vector<Bundle> bundles;
+  std::vector<kavo::internal::BallModel::BundlePair> bundle_pairs;
   //! The slot of each part; -1 is the base.
   std::vector<int> part_slots;
   kavo::internal::BallModel model;

@@ -81,6 +81,7 @@ RobotCollision::RobotCollision(const RobotEnvironmentConfig& config)
     }
   }
   balls_.emplace(plan, *lane_sweep_, config.JointLimits(), spheres, pairs_);
+  proof_.emplace(*balls_, *lane_sweep_, *sweep_, std::move(spheres));
 }
 
 void RobotCollision::SetBasePose(const Pose3& base_pose) {
@@ -116,31 +117,41 @@ bool RobotCollision::Touches(const Eigen::VectorXd& q) {
   return !pairs_.empty() && TouchesItself(frames);
 }
 
-// Asked once for a world.
-bool RobotCollision::FixedFramesTouch() {
-  if (fixed_collections_.empty()) {
-    return false;
+// Once for a world.
+void RobotCollision::LookAtFixedFrames() {
+  const std::uint64_t revision = Revision();
+  if (fixed_revision_ == revision || fixed_collections_.empty()) {
+    return;
   }
-  if (const std::uint64_t revision = Revision(); fixed_revision_ != revision) {
-    const std::vector<math::RigidTransform>& frames = sweep_->compute(Eigen::VectorXd::Zero(q_.size()));
-    fixed_touch_ = std::any_of(fixed_collections_.begin(), fixed_collections_.end(), [&](std::size_t i) {
-      return CollectionTouches(collections_[i], base_ ? *base_ * frames[i] : frames[i]);
+  fixed_revision_ = revision;
+  const std::vector<math::RigidTransform>& frames = sweep_->compute(Eigen::VectorXd::Zero(q_.size()));
+  const auto any_touches = [&](double kept) {
+    return std::any_of(fixed_collections_.begin(), fixed_collections_.end(), [&](std::size_t i) {
+      return CollectionTouches(collections_[i], base_ ? *base_ * frames[i] : frames[i], kept);
     });
-    fixed_revision_ = revision;
-  }
-  return fixed_touch_;
+  };
+  fixed_touch_ = any_touches(0.0);
+  fixed_are_near_ = any_touches(MotionProof::kClearance);
 }
 
-bool RobotCollision::CollectionTouches(const Collection& collection, const math::RigidTransform& pose) const {
-  if (!world_view_.inCollision(pose * collection.bounding_sphere.center, collection.bounding_sphere.radius)) {
+bool RobotCollision::CollectionTouches(const Collection& collection, const math::RigidTransform& pose,
+                                       double kept) const {
+  if (!world_view_.inCollision(pose * collection.bounding_sphere.center,
+                               collection.bounding_sphere.radius + kept)) {
     return false;
   }
   for (const math::Sphere& sphere : collection.spheres) {
-    if (world_view_.inCollision(pose * sphere.center, sphere.radius)) {
+    if (world_view_.inCollision(pose * sphere.center, sphere.radius + kept)) {
       return true;
     }
   }
   return false;
+}
+
+bool RobotCollision::IsFreeMotion(const Eigen::Ref<const Eigen::VectorXd>& q_start,
+                                  const Eigen::Ref<const Eigen::VectorXd>& q_end) {
+  LookAtFixedFrames();
+  return !fixed_are_near_ && (collections_.empty() || proof_->IsFree(world_view_, base_, q_start, q_end));
 }
 
 std::uint32_t RobotCollision::FindFree(const double* coordinates, std::uint32_t wanted,
@@ -148,7 +159,8 @@ std::uint32_t RobotCollision::FindFree(const double* coordinates, std::uint32_t 
   if (wanted == 0 || collections_.empty()) {
     return wanted;
   }
-  if (FixedFramesTouch()) {
+  LookAtFixedFrames();
+  if (fixed_touch_) {
     return 0;
   }
   const std::size_t num_lanes = wanted < 1u << 4 ? 4 : math::kNumLanes;
@@ -174,6 +186,20 @@ std::uint32_t RobotCollision::FindFree(const double* coordinates, std::uint32_t 
     }
   }
   return contacts.wanted;
+}
+
+Eigen::VectorXd RobotCollision::MotionSpeeds() const {
+  Eigen::VectorXd speeds = Eigen::VectorXd::Zero(q_.size());
+  for (const RobotBalls::Bundle& bundle : balls_->bundles) {
+    for (Eigen::Index c = 0; c < q_.size(); ++c) {
+      std::vector<float> rates;
+      balls_->reach.getRates(Eigen::VectorXd::Unit(q_.size(), c), rates);
+      math::MotionBound bound;
+      math::AddMotion(bundle.reaches, rates.data(), bound);
+      speeds[c] = std::max(speeds[c], static_cast<double>(bound.speed));
+    }
+  }
+  return speeds;
 }
 
 bool RobotCollision::TouchesItself(const std::vector<math::RigidTransform>& frames) const {

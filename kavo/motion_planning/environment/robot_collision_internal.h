@@ -16,6 +16,7 @@
 #include "kavo/math/rigid_transform.h"
 #include "kavo/math/sphere.h"
 #include "kavo/motion_planning/environment/configuration_fault.h"
+#include "kavo/motion_planning/environment/motion_proof_internal.h"
 #include "kavo/motion_planning/environment/robot_balls_internal.h"
 #include "kavo/motion_planning/environment/robot_environment_config.h"
 #include "kavo/world/world_view.h"
@@ -59,6 +60,13 @@ class RobotCollision {
   //!     zero then.
   std::uint32_t FindFree(const double* coordinates, std::uint32_t wanted, bool only_below_first);
 
+  //! Whether nothing is touched anywhere on a motion, nor approached nearer than `MotionProof::kClearance`.
+  bool IsFreeMotion(const Eigen::Ref<const Eigen::VectorXd>& q_start,
+                    const Eigen::Ref<const Eigen::VectorXd>& q_end);
+  const MotionProof::Work& ProofWork() const { return proof_->GetWork(); }
+  //! As `RobotEnvironment::MotionSpeeds`.
+  Eigen::VectorXd MotionSpeeds() const;
+
   //! The deepest contact with an obstacle, and of two spheres that must not touch; empty without any.
   std::optional<ConfigurationFault::Contact> DeepestContact(const Eigen::VectorXd& q);
   std::optional<ConfigurationFault::SelfContact> DeepestSelfContact(const Eigen::VectorXd& q);
@@ -74,8 +82,9 @@ class RobotCollision {
     math::Sphere bounding_sphere;
   };
 
-  bool FixedFramesTouch();
-  bool CollectionTouches(const Collection& collection, const math::RigidTransform& pose) const;
+  void LookAtFixedFrames();
+  bool CollectionTouches(const Collection& collection, const math::RigidTransform& pose,
+                         double kept = 0.0) const;
   bool TouchesItself(const std::vector<math::RigidTransform>& frames) const;
   bool MayTouch(std::size_t a, std::size_t b, const std::vector<math::RigidTransform>& frames) const;
 
@@ -95,10 +104,13 @@ class RobotCollision {
   // For several configurations at once.
   std::unique_ptr<kinematics::internal::LaneSweep> lane_sweep_;
   std::optional<RobotBalls> balls_;
-  // Frames that never move, and whether they touch the world, as it was found at a revision.
+  std::optional<MotionProof> proof_;
+  // Frames that never move, and what was found of them at a revision: whether they touch the world, and
+  // whether they come too near for a proof.
   std::vector<std::size_t> fixed_collections_;
   std::uint64_t fixed_revision_ = 0;
   bool fixed_touch_ = false;
+  bool fixed_are_near_ = false;
   Eigen::VectorXd q_;
 };
 

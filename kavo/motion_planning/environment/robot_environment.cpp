@@ -95,6 +95,29 @@ class RobotEnvironmentImpl final : public RobotEnvironment {
     return total;
   }
 
+  bool IsValidMotion(const Eigen::Ref<const Eigen::VectorXd>& q_start,
+                     const Eigen::Ref<const Eigen::VectorXd>& q_end, double /*resolution*/) const override {
+    constexpr char kFile[] = "motion_planning/environment/robot_environment";
+    KAVO_CHECK(
+        static_cast<size_t>(q_start.size()) == dimension_ && static_cast<size_t>(q_end.size()) == dimension_,
+        kFile, 170)
+        << "A motion from [" << q_start.size() << "] to [" << q_end.size()
+        << "] coordinates does not fit the [" << dimension_ << "] of the configuration space.";
+    ++statistics_.num_motions;
+    // Between two configurations within the limits all are.
+    if (!IsWithinLimits(q_start) || !IsWithinLimits(q_end)) {
+      return false;
+    }
+    const internal::MotionProof::Work before = collision_.ProofWork();
+    const bool is_free = collision_.IsFreeMotion(q_start, q_end);
+    const internal::MotionProof::Work& after = collision_.ProofWork();
+    statistics_.num_placements += after.num_placements - before.num_placements;
+    statistics_.num_divisions += after.num_divisions - before.num_divisions;
+    return is_free;
+  }
+
+  Eigen::VectorXd MotionSpeeds() const override { return collision_.MotionSpeeds(); }
+
   std::optional<Eigen::VectorXd> SampleConfiguration() const override {
     for (std::uint64_t attempt = 0; attempt < max_sampling_attempts_; ++attempt) {
       const int index = NextSample();
@@ -146,6 +169,18 @@ class RobotEnvironmentImpl final : public RobotEnvironment {
   }
 
  private:
+  bool IsWithinLimits(const Eigen::Ref<const Eigen::VectorXd>& q) const {
+    const Eigen::VectorXd& min = limits_.Min();
+    const Eigen::VectorXd& max = limits_.Max();
+    for (Eigen::Index i = 0; i < q.size(); ++i) {
+      // A limit of NaN is none.
+      if (min[i] > q[i] || q[i] > max[i] || !std::isfinite(q[i])) {
+        return false;
+      }
+    }
+    return true;
+  }
+
   // How many of the lowest bits are ones.
   static int CountLowest(std::uint32_t bits) {
     int count = 0;
