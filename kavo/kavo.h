@@ -10,6 +10,7 @@
 #include "kavo/motion_planning/interface/motion_planner.h"
 #include "kavo/motion_planning/interface/motion_planner_config.h"
 #include "kavo/motion_planning/util/path_check.h"
+#include "kavo/motion_planning/util/path_proof.h"
 #include "kavo/util/fatal_error.h"
 #include "kavo/util/log.h"
 #include "kavo/world/world.h"

@@ -53,6 +53,25 @@ class RandomRobot {
     return builder.build();
   }
 
+  //! With spheres on most frames, and some pairs of frames that must not touch.
+  std::unique_ptr<RobotDescription> withSpheres(std::mt19937& engine) const {
+    RobotDescriptionBuilder builder("base");
+    for (const Joint& joint : joints_) {
+      builder.addJoint(joint);
+      for (auto left = engine() % 5; left > 0; --left) {
+        builder.addCollisionSphere(joint.child_frame, RandomVec(engine, 3, -0.1, 0.1),
+                                   0.01 + 0.1 * RandomVec(engine, 1, 0.0, 1.0)[0]);
+      }
+      if (engine() % 4 == 0) {
+        const auto& other = joints_[engine() % joints_.size()];
+        if (other.child_frame != joint.child_frame) {
+          builder.addCollisionPair(joint.child_frame, other.child_frame);
+        }
+      }
+    }
+    return builder.build();
+  }
+
   int num_coordinates() const { return num_coordinates_; }
   const std::vector<Joint>& joints() const { return joints_; }
 

@@ -40,25 +40,6 @@ std::pair<int, std::uint64_t> AllAtOnce(const RobotEnvironment& environment,
   return {count, environment.GetStatistics().num_validity_checks - before};
 }
 
-// A random robot with spheres on most frames and some pairs that must not touch.
-std::unique_ptr<RobotDescription> WithSpheres(const testing::RandomRobot& robot, std::mt19937& engine) {
-  RobotDescriptionBuilder builder("base");
-  for (const Joint& joint : robot.joints()) {
-    builder.addJoint(joint);
-    for (auto left = engine() % 5; left > 0; --left) {
-      builder.addCollisionSphere(joint.child_frame, RandomVec(engine, 3, -0.1, 0.1),
-                                 0.01 + 0.1 * RandomVec(engine, 1, 0.0, 1.0)[0]);
-    }
-    if (engine() % 4 == 0) {
-      const auto& other = robot.joints()[engine() % robot.joints().size()];
-      if (other.child_frame != joint.child_frame) {
-        builder.addCollisionPair(joint.child_frame, other.child_frame);
-      }
-    }
-  }
-  return builder.build();
-}
-
 using BatchTest = testing::EveryTargetTest;
 
 TEST_P(BatchTest, SaysWhatAskingOneByOneSays) {
@@ -67,7 +48,7 @@ TEST_P(BatchTest, SaysWhatAskingOneByOneSays) {
   int num_cut = 0;
   for (int round = 0; round < 400; ++round) {
     const testing::RandomRobot robot(engine, 1 + round % 14);
-    const auto description = WithSpheres(robot, engine);
+    const auto description = robot.withSpheres(engine);
     World world;
     // Now and then so far away, or so large, that single precision is no use.
     const double size = round % 10 == 0 ? 1e7 : (round % 10 == 1 ? 1e150 : 1.0);
@@ -119,7 +100,7 @@ TEST_P(BatchTest, DecidesAsTheExactCheckWhereContactBegins) {
   int num_boundaries = 0;
   for (int round = 0; round < 300; ++round) {
     const testing::RandomRobot robot(engine, 2 + round % 8);
-    const auto description = WithSpheres(robot, engine);
+    const auto description = robot.withSpheres(engine);
     World world;
     test::RandomScene scene(static_cast<std::uint32_t>(round));
     const int kind = round % 6;

@@ -1,0 +1,467 @@
+#include "kavo/motion_planning/util/path_proof.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "kavo/kinematics/interface/frame_sweep.h"
+#include "kavo/kinematics/interface/joint_limits.h"
+#include "kavo/kinematics/interface/robot_description_internal.h"
+#include "kavo/math/rigid_transform.h"
+#include "kavo/math/vector_math_internal.h"
+#include "kavo/util/log_message.h"
+
+namespace kavo::planning {
+
+namespace {
+
+constexpr char kFile[] = "motion_planning/util/path_proof";
+
+// What is taken from every bound for rounding, in parts of the lengths that it comes from. A place is the sum
+// of some dozens of products along the robot, each off by 1e-16 of the largest length in it at most, and so
+// is a distance: four orders below this. Of a robot of some metres this is a ten thousandth of the smallest
+// gap that anybody asks for.
+constexpr double kRounding = 1e-10;
+
+using Model = kinematics::Kinematics;
+
+double Norm(const Eigen::Vector3d& v) { return std::sqrt(v[0] * v[0] + v[1] * v[1] + v[2] * v[2]); }
+
+// A joint that moves, and where its axis is.
+struct MovingJoint {
+  Eigen::Index coordinate;
+  // By how much more than its coordinate it moves, and what stands in it for a coordinate of zero.
+  double multiplier;
+  double offset;
+  bool slides;
+  // The index of a frame that it carries, and in that frame's coordinates a point of the axis and its
+  // direction.
+  std::size_t frame;
+  Eigen::Vector3d point;
+  Eigen::Vector3d direction;
+};
+
+// A collision sphere.
+struct Ball {
+  std::size_t frame;
+  // Among the spheres of the frame.
+  std::size_t index;
+  math::Sphere sphere;
+  // The joints that carry it.
+  const std::vector<std::size_t>* joints;
+};
+
+// Two spheres that must not touch each other.
+struct BallPair {
+  std::size_t a;
+  std::size_t b;
+  // The joints between the two, from the first one to the second.
+  const std::vector<std::size_t>* joints;
+};
+
+// The robot as a proof sees it.
+class Arm {
+ public:
+  explicit Arm(const RobotDescriptionInternal& robot) : kinematics_(robot.kinematics()) {
+    std::vector<Kinematics::FrameHandle> handles;
+    std::vector<int> all;
+    for (const std::string& name : kinematics_->frameNames()) {
+      handles.push_back(kinematics_->frame(name));
+      all.push_back(handles.back().index());
+    }
+    sweep_ = kinematics_->frameSweep(handles);
+    const Model::Plan plan = robot.model().plan(all);
+    FindJoints(plan);
+    FindBalls(robot, plan);
+  }
+
+  const std::vector<MovingJoint>& Joints() const { return joints_; }
+  const std::vector<Ball>& Balls() const { return balls_; }
+  const std::vector<BallPair>& Pairs() const { return pairs_; }
+  // The distance of the farthest sphere from the origin of its frame.
+  double LargestOffset() const { return largest_offset_; }
+
+  const std::string& FrameName(const Ball& ball) const { return kinematics_->frameNames()[ball.frame]; }
+
+  // Of all frames; holds until the next call.
+  const std::vector<math::RigidTransform>& Place(const Eigen::VectorXd& q) { return sweep_->compute(q); }
+
+ private:
+  void FindJoints(const Model::Plan& plan) {
+    chains_.resize(plan.steps.size() + 1);
+    for (std::size_t slot = 0; slot < plan.steps.size(); ++slot) {
+      const Model::Step& step = plan.steps[slot];
+      chains_[slot + 1] = chains_[static_cast<std::size_t>(step.parent + 1)];
+      chains_[slot + 1].push_back(slot);
+      MovingJoint& joint = joints_.emplace_back();
+      joint.coordinate = step.coordinate;
+      joint.multiplier = step.ratio ? std::fabs(step.ratio->multiplier) : 1.0;
+      joint.offset = step.ratio ? std::fabs(step.ratio->offset) : 0.0;
+      joint.slides = step.motion == Model::Motion::kPrismatic;
+      const auto carried =
+          std::find_if(plan.frames.begin(), plan.frames.end(),
+                       [&](const Model::Attachment& frame) { return frame.slot == static_cast<int>(slot); });
+      joint.frame = static_cast<std::size_t>(carried - plan.frames.begin());
+      const Eigen::Matrix3d to_frame = carried->offset.transform.rotation.transpose();
+      joint.point = -math::Rotate(to_frame, carried->offset.transform.translation);
+      joint.direction = to_frame.col(step.axis);
+    }
+  }
+
+  void FindBalls(const RobotDescriptionInternal& robot, const Model::Plan& plan) {
+    const auto chain = [&](std::size_t frame) -> const std::vector<std::size_t>& {
+      return chains_[static_cast<std::size_t>(plan.frames[frame].slot + 1)];
+    };
+    // By frame: its first sphere, and the one after its last.
+    std::vector<std::pair<std::size_t, std::size_t>> ranges(plan.frames.size());
+    for (const std::string& name : robot.collisionFrameNames()) {
+      const auto frame = static_cast<std::size_t>(kinematics_->frame(name).index());
+      const std::vector<math::Sphere> spheres = robot.collisionSpheres(name);
+      ranges[frame].first = balls_.size();
+      for (std::size_t i = 0; i < spheres.size(); ++i) {
+        // What touches nothing is left out.
+        if (spheres[i].radius >= 0.0) {
+          balls_.push_back({frame, i, spheres[i], &chain(frame)});
+          largest_offset_ = std::max(largest_offset_, Norm(spheres[i].center));
+        }
+      }
+      ranges[frame].second = balls_.size();
+    }
+    // Pointers into it are kept.
+    linkages_.reserve(robot.collisionPairs().size());
+    for (const auto& [name_a, name_b] : robot.collisionPairs()) {
+      const auto a = static_cast<std::size_t>(kinematics_->frame(name_a).index());
+      const auto b = static_cast<std::size_t>(kinematics_->frame(name_b).index());
+      linkages_.push_back(Between(chain(a), chain(b)));
+      for (std::size_t i = ranges[a].first; i < ranges[a].second; ++i) {
+        for (std::size_t k = ranges[b].first; k < ranges[b].second; ++k) {
+          pairs_.push_back({i, k, &linkages_.back()});
+        }
+      }
+    }
+  }
+
+  // The joints of one chain down to what carries both, then those of the other one upwards.
+  static std::vector<std::size_t> Between(const std::vector<std::size_t>& a,
+                                          const std::vector<std::size_t>& b) {
+    const auto [end_a, end_b] = std::mismatch(a.begin(), a.end(), b.begin(), b.end());
+    std::vector<std::size_t> between(a.rbegin(), std::make_reverse_iterator(end_a));
+    between.insert(between.end(), end_b, b.end());
+    return between;
+  }
+
+  std::unique_ptr<Kinematics> kinematics_;
+  std::unique_ptr<FrameSweep> sweep_;
+  std::vector<MovingJoint> joints_;
+  std::vector<Ball> balls_;
+  std::vector<BallPair> pairs_;
+  // Of the base, then of each joint: the joints that carry it, itself last.
+  std::vector<std::vector<std::size_t>> chains_;
+  std::vector<std::vector<std::size_t>> linkages_;
+  double largest_offset_ = 0.0;
+};
+
+class Prover {
+ public:
+  using Verdict = PathProof::Verdict;
+
+  Prover(const RobotDescription& robot, const WorldView& world_view, const std::vector<Eigen::VectorXd>& path,
+         const PathProofOptions& options, const StopCondition& stop_condition)
+      : limits_(ExtractJointLimits(&robot)),
+        // `ExtractJointLimits` has refused any other kind.
+        arm_(dynamic_cast<const RobotDescriptionInternal&>(robot)),
+        world_view_(world_view),
+        path_(path),
+        options_(options),
+        stop_condition_(stop_condition),
+        points_(arm_.Joints().size()),
+        directions_(arm_.Joints().size()),
+        reaches_(arm_.Joints().size()),
+        balls_(arm_.Balls().size()),
+        moves_(arm_.Balls().size() * arm_.Joints().size()) {}
+
+  PathProof Run() {
+    CheckLimits();
+    if (proof_.limit) {
+      proof_.verdict = Verdict::kBeyondLimits;
+      return proof_;
+    }
+    Open all;
+    for (std::size_t i = 0; i < arm_.Balls().size(); ++i) {
+      all.balls.push_back(i);
+    }
+    for (std::size_t i = 0; i < arm_.Pairs().size(); ++i) {
+      all.pairs.push_back(i);
+    }
+    // The waypoints first: what is found there spares much of the search for the smallest clearance.
+    for (std::size_t i = 0; i < path_.size() && !end_; ++i) {
+      LookAt(PlaceOfWaypoint(i), 0.0, all);
+    }
+    for (std::size_t i = 0; i + 1 < path_.size() && !end_; ++i) {
+      segment_ = i;
+      num_bounds_ = 0;
+      Prove(0.0, 1.0, all);
+    }
+    if (proof_.clearance) {
+      proof_.clearance->obstacle_name = world_view_.name(proof_.clearance->obstacle);
+    }
+    proof_.verdict = smallest_ <= 0.0                       ? Verdict::kTouches
+                     : smallest_ < options_.least_clearance ? Verdict::kTooNear
+                                                            : end_.value_or(Verdict::kFree);
+    return proof_;
+  }
+
+ private:
+  // What is not proven yet on a part of a segment: indices of balls, for the obstacles, and of pairs.
+  struct Open {
+    std::vector<std::size_t> balls;
+    std::vector<std::size_t> pairs;
+  };
+
+  // A ball where the robot was placed last.
+  struct PlacedBall {
+    std::uint64_t placement = 0;
+    Eigen::Vector3d center;
+  };
+
+  PathPlace PlaceOfWaypoint(std::size_t i) const {
+    return i == 0 ? PathPlace{0, 0.0, path_[0]} : PathPlace{i - 1, 1.0, path_[i]};
+  }
+
+  // Limits bound each coordinate by itself, so that a segment is within them if its ends are.
+  void CheckLimits() {
+    for (std::size_t w = 0; w < path_.size(); ++w) {
+      for (std::size_t i = 0; i < limits_.size(); ++i) {
+        const double value = path_[w][static_cast<Eigen::Index>(i)];
+        const auto [lower, upper] = limits_[i];
+        if (!proof_.limit && !(lower <= value && value <= upper && std::isfinite(value))) {
+          proof_.limit = {i, value, lower, upper};
+          proof_.beyond_limits = PlaceOfWaypoint(w);
+        }
+        const double distance = std::min(value - lower, upper - value);
+        if (std::isfinite(distance) && (!proof_.limit_margin || distance < proof_.limit_margin->distance)) {
+          proof_.limit_margin = {distance, i, PlaceOfWaypoint(w)};
+        }
+      }
+    }
+  }
+
+  void Prove(double begin, double end, const Open& open) {
+    const double middle = begin + 0.5 * (end - begin);
+    num_bounds_ += open.balls.size() + open.pairs.size();
+    if (!(begin < middle && middle < end) || num_bounds_ > options_.max_num_bounds) {
+      end_ = Verdict::kUndecided;
+      return;
+    }
+    const Eigen::VectorXd& from = path_[segment_];
+    const Open still_open =
+        LookAt({segment_, middle, from + (path_[segment_ + 1] - from) * middle}, 0.5 * (end - begin), open);
+    if (!still_open.balls.empty() || !still_open.pairs.empty()) {
+      for (const auto& [half_begin, half_end] : {std::pair(begin, middle), std::pair(middle, end)}) {
+        if (!end_) {
+          Prove(half_begin, half_end, still_open);
+        }
+      }
+    }
+  }
+
+  // Measures the gaps at a place. Returns what may come nearer, or so near that it is not free, within a part
+  // of the segment around it.
+  Open LookAt(const PathPlace& place, double half_width, const Open& open) {
+    Open still_open;
+    if (stop_condition_ && stop_condition_()) {
+      end_ = Verdict::kStopped;
+      return still_open;
+    }
+    PlaceRobot(place, half_width);
+    for (const std::size_t i : open.balls) {
+      const Ball& ball = arm_.Balls()[i];
+      const Eigen::Vector3d& center = PlaceBall(i);
+      if (!center.allFinite()) {
+        end_ = Verdict::kUndecided;
+        return still_open;
+      }
+      const auto nearest = world_view_.nearestObstacle(center);
+      if (!nearest) {
+        continue;
+      }
+      const double gap = nearest->distance - ball.sphere.radius;
+      if (!proof_.clearance || gap < proof_.clearance->distance) {
+        proof_.clearance = {gap, arm_.FrameName(ball), ball.index, nearest->obstacle, {}, place};
+        smallest_ = std::min(smallest_, gap);
+      }
+      const double bound = gap - Travel(i) - kRounding * (length_ + std::fabs(nearest->distance));
+      if (!IsSettled(bound, proof_.clearance->distance)) {
+        still_open.balls.push_back(i);
+      }
+    }
+    for (const std::size_t i : open.pairs) {
+      const BallPair& pair = arm_.Pairs()[i];
+      const Ball& a = arm_.Balls()[pair.a];
+      const Ball& b = arm_.Balls()[pair.b];
+      const double distance = Norm(PlaceBall(pair.a) - PlaceBall(pair.b));
+      if (!std::isfinite(distance)) {
+        end_ = Verdict::kUndecided;
+        return still_open;
+      }
+      const double gap = distance - a.sphere.radius - b.sphere.radius;
+      if (!proof_.self_clearance || gap < proof_.self_clearance->distance) {
+        proof_.self_clearance = {gap, {arm_.FrameName(a), arm_.FrameName(b)}, {a.index, b.index}, place};
+        smallest_ = std::min(smallest_, gap);
+      }
+      const double bound = gap - Travel(pair) - kRounding * length_;
+      if (!IsSettled(bound, proof_.self_clearance->distance)) {
+        still_open.pairs.push_back(i);
+      }
+    }
+    return still_open;
+  }
+
+  // Whether a part with such a lower bound on a gap is free (unless the path is known not to be) and cannot
+  // lower the smallest clearance by more than the tolerance.
+  bool IsSettled(double bound, double smallest) const {
+    return (bound > 0.0 || smallest_ < options_.least_clearance) && bound >= smallest - options_.tolerance;
+  }
+
+  // Also works out how far each joint moves things within half the width of a part of the segment: by the
+  // distance from its axis times the chord of its turn, which is no longer than the arc, nor than the
+  // diameter; or by its slide.
+  void PlaceRobot(const PathPlace& place, double half_width) {
+    ++proof_.num_placements;
+    frames_ = &arm_.Place(place.configuration);
+    length_ = 0.0;
+    for (const math::RigidTransform& frame : *frames_) {
+      length_ = std::max(length_, Norm(frame.translation));
+    }
+    length_ += arm_.LargestOffset();
+    const bool moves = half_width > 0.0;
+    const Eigen::VectorXd& from = path_[place.segment];
+    const Eigen::VectorXd& to = path_[place.segment + (moves ? 1 : 0)];
+    for (std::size_t j = 0; j < arm_.Joints().size(); ++j) {
+      const MovingJoint& joint = arm_.Joints()[j];
+      const double a = from[joint.coordinate];
+      const double b = to[joint.coordinate];
+      // Where nothing moves there is nothing to round either. Elsewhere the configuration of the middle is a
+      // few units in the last place off: far out, those of a continuous joint are whole turns.
+      constexpr double kUnit = std::numeric_limits<double>::epsilon();
+      const double rounding = kUnit * (4.0 * joint.multiplier * (std::fabs(a) + std::fabs(b)) + joint.offset);
+      const double reach = a == b ? 0.0 : joint.multiplier * (half_width * std::fabs(b - a)) + 2.0 * rounding;
+      reaches_[j] = joint.slides ? reach : std::min(reach, 2.0);
+      const math::RigidTransform& frame = (*frames_)[joint.frame];
+      points_[j] = frame * joint.point;
+      directions_[j] = math::Rotate(frame.rotation, joint.direction);
+    }
+  }
+
+  // Its centre. Works out by how much each joint moves it, those that do not carry it too: what they carry
+  // then moves relative to it.
+  const Eigen::Vector3d& PlaceBall(std::size_t i) {
+    PlacedBall& placed = balls_[i];
+    if (placed.placement != proof_.num_placements) {
+      placed.placement = proof_.num_placements;
+      const Ball& ball = arm_.Balls()[i];
+      placed.center = (*frames_)[ball.frame] * ball.sphere.center;
+      double* const moves = &moves_[i * reaches_.size()];
+      for (std::size_t j = 0; j < reaches_.size(); ++j) {
+        moves[j] = reaches_[j] == 0.0 || arm_.Joints()[j].slides
+                       ? reaches_[j]
+                       : reaches_[j] * Norm(directions_[j].cross(placed.center - points_[j]));
+      }
+    }
+    return placed.center;
+  }
+
+  // How far a ball may move, from the base on: each joint finds it as far from its axis as in the middle.
+  double Travel(std::size_t ball) const {
+    const double* const moves = &moves_[ball * reaches_.size()];
+    double travel = 0.0;
+    for (const std::size_t j : *arm_.Balls()[ball].joints) {
+      travel += moves[j];
+    }
+    return travel;
+  }
+
+  // How far two balls may move relative to each other, seen from the place between them from where it is
+  // least: the joints on one side of it move the one, the others the other.
+  double Travel(const BallPair& pair) const {
+    const double* const moves_a = &moves_[pair.a * reaches_.size()];
+    const double* const moves_b = &moves_[pair.b * reaches_.size()];
+    double travel = 0.0;
+    for (const std::size_t j : *pair.joints) {
+      travel += moves_b[j];
+    }
+    double least = travel;
+    for (const std::size_t j : *pair.joints) {
+      travel += moves_a[j] - moves_b[j];
+      least = std::min(least, travel);
+    }
+    return least;
+  }
+
+  std::vector<kinematics::JointLimits> limits_;
+  Arm arm_;
+  WorldView world_view_;
+  const std::vector<Eigen::VectorXd>& path_;
+  const PathProofOptions& options_;
+  const StopCondition& stop_condition_;
+
+  std::size_t segment_ = 0;
+  // Of the segment.
+  std::uint64_t num_bounds_ = 0;
+  // Of both kinds.
+  double smallest_ = std::numeric_limits<double>::infinity();
+  // Why the proof ended early.
+  std::optional<Verdict> end_;
+  PathProof proof_;
+
+  // The robot where it was placed last: its frames, the largest length in them, and for each joint a point of
+  // its axis, the axis, and how far it moves what is a metre from the axis (or anything, if it slides).
+  const std::vector<math::RigidTransform>* frames_ = nullptr;
+  double length_ = 0.0;
+  std::vector<Eigen::Vector3d> points_;
+  std::vector<Eigen::Vector3d> directions_;
+  std::vector<double> reaches_;
+  std::vector<PlacedBall> balls_;
+  // By ball, then joint.
+  std::vector<double> moves_;
+};
+
+}  // namespace
+
+const char* ToString(PathProof::Verdict verdict) {
+  switch (verdict) {
+    case PathProof::Verdict::kFree:
+      return "proven free";
+    case PathProof::Verdict::kTouches:
+      return "touches";
+    case PathProof::Verdict::kTooNear:
+      return "comes too near";
+    case PathProof::Verdict::kBeyondLimits:
+      return "beyond limits";
+    case PathProof::Verdict::kUndecided:
+      return "undecided";
+    case PathProof::Verdict::kStopped:
+      return "stopped";
+  }
+  return "unknown";
+}
+
+PathProof ProvePath(const RobotDescription& robot, const WorldView& world_view,
+                    const std::vector<Eigen::VectorXd>& path, const PathProofOptions& options,
+                    const StopCondition& stop_condition) {
+  KAVO_CHECK(!path.empty(), kFile, 150) << "There is no configuration to look at.";
+  KAVO_CHECK(options.least_clearance > 0.0 && options.tolerance > 0.0, kFile, 151)
+      << "The least clearance [" << options.least_clearance << "] and the tolerance [" << options.tolerance
+      << "] must be positive.";
+  for (std::size_t i = 0; i < path.size(); ++i) {
+    KAVO_CHECK(static_cast<std::size_t>(path[i].size()) == robot.numCSpaceCoords(), kFile, 153)
+        << "Waypoint " << i << " has " << path[i].size() << " coordinates, the robot "
+        << robot.numCSpaceCoords() << ".";
+  }
+  return Prover(robot, world_view, path, options, stop_condition).Run();
+}
+
+}  // namespace kavo::planning

@@ -1,0 +1,96 @@
+#pragma once
+
+#include <Eigen/Core>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+#include "kavo/kinematics/interface/robot_description.h"
+#include "kavo/motion_planning/environment/configuration_fault.h"
+#include "kavo/motion_planning/util/path_check.h"
+#include "kavo/motion_planning/util/stop_condition.h"
+#include "kavo/util/export.h"
+#include "kavo/world/world_view.h"
+
+namespace kavo::planning {
+
+//! How exactly `ProvePath` is to look.
+struct PathProofOptions {
+  //! A gap smaller than this is not told from contact. Positive; metres.
+  double least_clearance = 1e-6;
+  //! How much smaller than the ones that are stated the smallest clearances may be. Positive; metres.
+  double tolerance = 1e-4;
+  //! Lower bounds on a gap (of one sphere, or one pair of spheres, on one part of a segment) that are worked
+  //! out for a segment before it is given up. Motions that anybody would call one need some thousands.
+  std::uint64_t max_num_bounds = 50'000'000;
+};
+
+//! What `ProvePath` found.
+struct PathProof {
+  enum class Verdict {
+    //! Proven: no sphere touches an obstacle, nor one of a frame that its own must not touch, anywhere.
+    kFree,
+    //! Something touches where the smaller of the two clearances is, which is zero or negative there.
+    kTouches,
+    //! Where the smaller of the two clearances is, it is below the least one that was asked for.
+    kTooNear,
+    //! A waypoint is beyond a limit or not finite: see `limit`. Nothing else was looked at.
+    kBeyondLimits,
+    //! Given up: a segment takes more bounds than were allowed, or a frame cannot be placed. What was looked
+    //! at is free.
+    kUndecided,
+    //! The stop condition ended the proof. What was looked at is free.
+    kStopped,
+  };
+
+  Verdict verdict = Verdict::kUndecided;
+  //! The smallest clearances of the whole path and where they are: none is smaller by more than the
+  //! tolerance, unless the proof was given up or stopped. Empty where there is nothing to measure.
+  std::optional<PathCheck::Clearance> clearance;
+  std::optional<PathCheck::SelfClearance> self_clearance;
+  //! The smallest of the whole path, which is at a waypoint.
+  std::optional<PathCheck::LimitMargin> limit_margin;
+  //! The first waypoint that is beyond a limit, and the limit.
+  std::optional<PathPlace> beyond_limits;
+  std::optional<ConfigurationFault::Limit> limit;
+  //! Configurations in which the robot was placed.
+  std::uint64_t num_placements = 0;
+
+  bool IsFree() const { return verdict == Verdict::kFree; }
+};
+
+//! "proven free", "touches", "comes too near", "beyond limits", "undecided", "stopped".
+KAVO_EXPORT const char* ToString(PathProof::Verdict verdict);
+
+//! Proves that a path is free everywhere, not only at samples, or says where it is not.
+//!
+//! Like `CheckPath` it uses nothing that planned the path, and no filter: it places the robot in double
+//! precision and asks for the nearest obstacle of every sphere. From one waypoint to the next every
+//! coordinate moves straight. A part of a segment is free for a sphere whose distance from the nearest
+//! obstacle, in the middle of the part, is more than it can move until the ends; else the part is halved
+//! (conservative advancement). docs/motions.md derives the bound. Joints that follow others, slide or turn
+//! without limits are covered. Touching counts as collision; a sphere of negative radius touches nothing.
+//!
+//! It ends for every finite path. One with a clearance of some centimetres takes about a millisecond.
+//! \param robot As this library's builder or loaders made it; fatal otherwise.
+//! \param world_view The obstacles, in the frame of the robot's base.
+//! \param path At least one configuration of the robot's number of coordinates; otherwise a fatal error.
+//! \param options Values that are not positive are a fatal error.
+//! \param stop_condition Asked before every placement.
+//!
+//! @code
+//! kavo::World world;
+//! world.add(kavo::BoxObstacle{{0.001, 0.4, 1.0}}, kavo::Pose3::FromTranslation({1.7, 0.6, 0.0}), "board");
+//! const auto robot = kavo::LoadThreeLinkArmRobotDescription();
+//! const std::vector<Eigen::VectorXd> path = {Eigen::Vector3d(-0.4, 0.1, 0.2), Eigen::Vector3d(1.7, -0.2,
+//! -0.3)}; const kavo::planning::PathProof proof = kavo::planning::ProvePath(*robot, world.view(), path);
+//! assert(proof.verdict == kavo::planning::PathProof::Verdict::kTouches);
+//! assert(proof.clearance->obstacle_name == "board" && proof.clearance->distance <= 0.0);
+//! @endcode
+KAVO_EXPORT PathProof ProvePath(const RobotDescription& robot, const WorldView& world_view,
+                                const std::vector<Eigen::VectorXd>& path,
+                                const PathProofOptions& options = {},
+                                const StopCondition& stop_condition = {});
+
+}  // namespace kavo::planning
