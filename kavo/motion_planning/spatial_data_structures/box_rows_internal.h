@@ -74,6 +74,9 @@ class NodeBox {
 //! the upper coordinates, all in one block of memory. While every box is a point, as in a tree of points all
 //! boxes of leaves are, the lower rows serve as the upper ones too.
 //!
+//! A second block holds the same in single precision. Searches look there first: what is farther by more than
+//! rounding may cost, which is nearly everything, is measured no more.
+//!
 //! The measures give, bit for bit, what the operations of `BoundingBox` give for each box alone, on every
 //! instruction set. Their results are written for all boxes, in order; arrays of results must have room for
 //! `PaddedSize()` numbers.
@@ -88,10 +91,13 @@ class KAVO_INTERNAL_EXPORT BoxRows {
   double Min(int index, int axis) const { return Row(axis)[index]; }
   double Max(int index, int axis) const { return (Row(axis) + max_offset_)[index]; }
   BoundingBox Box(int index) const;
-  //! Prefetches the boxes into the cache.
+  //! Prefetches what `Nearer` begins with into the cache.
   void Prefetch() const;
 
-  void Clear() { size_ = 0; }
+  void Clear() {
+    size_ = 0;
+    largest_ = 0.0;
+  }
   //! \param max_size Largest size that the list is to have: memory is never reserved for more.
   void Append(BoxRef box, int max_size);
   void Replace(int index, BoxRef box);
@@ -103,6 +109,11 @@ class KAVO_INTERNAL_EXPORT BoxRows {
   //! The boxes whose squared distance to the point is below the limit, in order: their indices and squared
   //! distances. Returns their number.
   int Nearer(const double* point, double squared_limit, int* indices, double* squared_distances) const;
+  //! Some of the boxes, in order, and their squared distances to the point: those that may be the nearest,
+  //! with all whose distance is the same once it is rounded. Returns their number.
+  int MaybeNearest(const double* point, int* indices, double* squared_distances) const;
+  //! The first box with the least of `CentroidDistances`; -1 if all are infinite.
+  int NearestCentroid(BoxRef box) const;
   //! `VolumeIncreaseToInclude`.
   void VolumeIncreases(BoxRef box, double* increases) const;
   //! `DistanceTo` of `box` to the boxes' centroids.
@@ -114,6 +125,7 @@ class KAVO_INTERNAL_EXPORT BoxRows {
   //! numbers, and `max_offset` from a lower to an upper coordinate.
   struct Rows {
     const double* min;
+    const float* rough_min;
     std::ptrdiff_t max_offset;
     std::size_t stride;
     std::size_t dimension;
@@ -122,10 +134,15 @@ class KAVO_INTERNAL_EXPORT BoxRows {
 
   //! Numbers that a vector operation may touch behind the last one of a row or a result.
   static constexpr int kPadding = 8;
+  static constexpr int kRoughPadding = 16;
 
  private:
   Rows GetRows() const {
-    return {rows_.get(), max_offset_, static_cast<std::size_t>(stride_), static_cast<std::size_t>(dimension_),
+    return {rows_.get(),
+            rough_rows_.get(),
+            max_offset_,
+            static_cast<std::size_t>(stride_),
+            static_cast<std::size_t>(dimension_),
             static_cast<std::size_t>(size_)};
   }
   const double* Row(int axis) const {
@@ -135,6 +152,16 @@ class KAVO_INTERNAL_EXPORT BoxRows {
     return rows_.get() + static_cast<std::size_t>(axis) * static_cast<std::size_t>(stride_);
   }
   void Reallocate(int stride, bool points);
+  // Keeps in single precision what stands at a place in double precision.
+  void KeepRough(int index);
+  // A point in single precision. False where that holds no squared distances; `largest` grows to the point's
+  // largest coordinate.
+  bool MakeRough(const double* point, float* rough, double& largest) const;
+  // No less than what single precision makes of a squared distance of boxes with coordinates up to `largest`,
+  // or double precision of one in single precision.
+  double Widened(double squared_distance, double largest) const;
+  // All boxes whose centroid may be the nearest to `box`, in order. Returns their number.
+  int MaybeNearestCentroids(BoxRef box, int* indices) const;
 
   int dimension_;
   int size_ = 0;
@@ -142,6 +169,9 @@ class KAVO_INTERNAL_EXPORT BoxRows {
   // From a box's lower to its upper coordinate.
   std::ptrdiff_t max_offset_ = 0;
   hwy::AlignedFreeUniquePtr<double[]> rows_;
+  // The same in single precision, and the largest size of a coordinate.
+  hwy::AlignedFreeUniquePtr<float[]> rough_rows_;
+  double largest_ = 0.0;
 };
 
 }  // namespace kavo::planning::internal

@@ -16,9 +16,9 @@ ChildNodeSelector::ChildNodeSelector(int max_approx_cost_evals)
 int ChildNodeSelector::SelectChildNode(const BoxRows& children, BoxRef box, SelectionMetric metric) const {
   switch (metric) {
     case SelectionMetric::kMinimumVolumeIncrease:
-      return ExactMinimumValueNode(children, box, volume_increase_);
+      return MinimumVolumeIncreaseNode(children, box);
     case SelectionMetric::kMinimumCentroidDistance:
-      return ExactMinimumValueNode(children, box, centroid_distance_);
+      return children.NearestCentroid(box);
     case SelectionMetric::kApproxMinimumOverlapIncrease:
       return ApproxMinimumOverlapIncreaseNode(children, box);
   }
@@ -26,9 +26,9 @@ int ChildNodeSelector::SelectChildNode(const BoxRows& children, BoxRef box, Sele
   return kNone;
 }
 
-int ChildNodeSelector::ExactMinimumValueNode(const BoxRows& children, BoxRef box, Cost cost) const {
+int ChildNodeSelector::MinimumVolumeIncreaseNode(const BoxRows& children, BoxRef box) const {
   EntryBuffer<double> costs(children.PaddedSize());
-  (children.*cost)(box, costs.data());
+  children.VolumeIncreases(box, costs.data());
   double best = math::kInf;
   int best_child = kNone;
   for (int i = 0; i < children.Size(); ++i) {
@@ -52,7 +52,7 @@ int ChildNodeSelector::ApproxMinimumOverlapIncreaseNode(const BoxRows& children,
   EntryBuffer<double> overlaps(children.PaddedSize());
   EntryBuffer<double> enlarged_overlaps(children.PaddedSize());
   EntryBuffer<Candidate> candidates(num_children);
-  (children.*volume_increase_)(box, overlaps.data());
+  children.VolumeIncreases(box, overlaps.data());
   for (int i = 0; i < num_children; ++i) {
     candidates[i] = {overlaps[i], i};
   }

@@ -9,8 +9,6 @@ namespace kavo::planning {
 //! Chooses the child of a node into which a new box goes. Immutable.
 class KAVO_INTERNAL_EXPORT ChildNodeSelector {
  public:
-  //! What each child of a node would cost, in order.
-  using Cost = void (internal::BoxRows::*)(internal::BoxRef box, double* costs) const;
   //! No child.
   static constexpr int kNone = -1;
 
@@ -22,8 +20,8 @@ class KAVO_INTERNAL_EXPORT ChildNodeSelector {
   //! \return An unknown metric is reported at level 0 and gives none.
   int SelectChildNode(const internal::BoxRows& children, internal::BoxRef box, SelectionMetric metric) const;
 
-  //! The first child of least cost; none if no cost is below infinity.
-  int ExactMinimumValueNode(const internal::BoxRows& children, internal::BoxRef box, Cost cost) const;
+  //! The first child that grows least in volume; none if all grow without bounds.
+  int MinimumVolumeIncreaseNode(const internal::BoxRows& children, internal::BoxRef box) const;
 
   //! Among the few children that grow least in volume, the one whose growth adds least overlap with all
   //! other children; among equals the one that grows least. None if no child may be looked at.
@@ -31,8 +29,6 @@ class KAVO_INTERNAL_EXPORT ChildNodeSelector {
 
  private:
   int max_approx_cost_evals_;
-  Cost volume_increase_ = &internal::BoxRows::VolumeIncreases;
-  Cost centroid_distance_ = &internal::BoxRows::CentroidDistances;
 };
 
 }  // namespace kavo::planning

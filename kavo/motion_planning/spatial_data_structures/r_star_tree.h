@@ -315,9 +315,8 @@ class RStarTree {
     nearest.leaf = &leaf;
     internal::EntryBuffer<int> positions(leaf.NumEntries());
     internal::EntryBuffer<double> squared_distances(leaf.NumEntries());
-    const int num_nearer =
-        leaf.Boxes().Nearer(point, nearest.squared_distance, positions.data(), squared_distances.data());
-    for (int i = 0; i < num_nearer; ++i) {
+    const int count = leaf.Boxes().MaybeNearest(point, positions.data(), squared_distances.data());
+    for (int i = 0; i < count; ++i) {
       Improve(leaf, positions[i], squared_distances[i], nearest);
     }
     return nearest;

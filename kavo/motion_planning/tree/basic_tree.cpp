@@ -61,7 +61,7 @@ class BasicTree final : public Tree {
       nodes_.reserve(2 * nodes_.size() + 1);
     }
     // One node of the wrong length ends the contiguous copy: it then falls behind the list, and stays unused.
-    const bool is_scanned = node.Dimension() == dimension_ && scan_.Size() == nodes_.size();
+    const bool is_scanned = scan_metric_ && node.Dimension() == dimension_ && scan_.Size() == nodes_.size();
     if (is_scanned) {
       scan_.MakeRoom();
     }
