@@ -280,10 +280,9 @@ void MotionProof::PlaceExactly(double t, std::size_t first, std::vector<Eigen::V
   }
   const std::vector<math::RigidTransform>& frames = sweep_.compute(q_);
   for (std::size_t i = first; i < items_.size(); ++i) {
-    for (const std::size_t bundle : {items_[i].a, items_[i].b}) {
-      if (bundle == items_[i].b && !items_[i].is_pair) {
-        break;
-      }
+    const std::size_t both[] = {items_[i].a, items_[i].b};
+    for (std::size_t side = 0; side < (items_[i].is_pair ? 2 : 1); ++side) {
+      const std::size_t bundle = both[side];
       const math::RigidTransform& frame = frames[balls_.bundles[bundle].frame];
       const math::RigidTransform pose = *base_ ? **base_ * frame : frame;
       for (std::size_t k = 0; k < NumBalls(bundle); ++k) {

@@ -1,0 +1,68 @@
+#pragma once
+
+#include <cmath>
+#include <string>
+#include <utility>
+
+#include "kavo/kinematics/interface/kinematics_internal.h"
+#include "kavo/kinematics/interface/robot_description_internal.h"
+#include "kavo/math/rigid_transform.h"
+#include "kavo/math/sphere.h"
+#include "kavo/world/world_view.h"
+
+namespace kavo::testing {
+
+//! The rule for a valid configuration as it reads: every limit, every sphere, every pair of spheres.
+class PlainCheck {
+ public:
+  PlainCheck(const RobotDescription& robot, const WorldView& view, const Pose3& base = {})
+      : robot_(dynamic_cast<const RobotDescriptionInternal&>(robot)), view_(view), base_(base) {}
+
+  bool IsValid(const Eigen::VectorXd& q) const {
+    const auto& limits = robot_.jointLimits();
+    for (Eigen::Index i = 0; i < q.size(); ++i) {
+      const auto [min, max] = limits[static_cast<std::size_t>(i)];
+      if (!std::isfinite(q[i]) || q[i] < min || q[i] > max) {
+        return false;
+      }
+    }
+    for (const std::string& frame : robot_.collisionFrameNames()) {
+      for (const math::Sphere& sphere : robot_.collisionSpheres(frame)) {
+        if (view_.inCollision(base_ * Pose(q, frame) * sphere.center, sphere.radius)) {
+          return false;
+        }
+      }
+    }
+    for (const auto& [a, b] : robot_.collisionPairs()) {
+      for (const math::Sphere& sphere_a : robot_.collisionSpheres(a)) {
+        for (const math::Sphere& sphere_b : robot_.collisionSpheres(b)) {
+          const Eigen::Vector3d d = Pose(q, a) * sphere_a.center - Pose(q, b) * sphere_b.center;
+          if (std::sqrt(d[0] * d[0] + d[1] * d[1] + d[2] * d[2]) <= sphere_a.radius + sphere_b.radius) {
+            return false;
+          }
+        }
+      }
+    }
+    return true;
+  }
+
+  //! How many of the first columns are valid.
+  int CountValid(const Eigen::MatrixXd& batch) const {
+    int count = 0;
+    while (count < batch.cols() && IsValid(batch.col(count))) {
+      ++count;
+    }
+    return count;
+  }
+
+ private:
+  math::RigidTransform Pose(const Eigen::VectorXd& q, const std::string& frame) const {
+    return robot_.model().transform(q, robot_.model().frame(frame));
+  }
+
+  const RobotDescriptionInternal& robot_;
+  WorldView view_;
+  math::RigidTransform base_;
+};
+
+}  // namespace kavo::testing

@@ -1,0 +1,115 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <random>
+#include <vector>
+
+#include "kavo/motion_planning/environment/robot_environment.h"
+#include "kavo/world/world.h"
+#include "tests/kinematics/random_robot.h"
+#include "tests/motion_planning/environment/plain_check.h"
+#include "tests/support/allocations.h"
+#include "tests/support/every_target.h"
+#include "tests/support/fatal.h"
+#include "tests/support/vectors.h"
+#include "tests/world/random_scene.h"
+
+namespace kavo::planning {
+namespace {
+
+using testing::PlainCheck;
+using testing::RandomVec;
+using testing::Vec;
+
+struct Motion {
+  Eigen::VectorXd begin;
+  Eigen::VectorXd end;
+
+  Eigen::VectorXd At(double t) const { return begin + t * (end - begin); }
+};
+
+bool TouchesAnywhere(const PlainCheck& plain, const Motion& motion, int num_parts) {
+  for (int i = 0; i <= num_parts; ++i) {
+    if (!plain.IsValid(motion.At(static_cast<double>(i) / num_parts))) {
+      return true;
+    }
+  }
+  return false;
+}
+
+// An obstacle that the sphere grazes: its surface is `gap` from that of the sphere, in a random direction.
+void AddGrazed(const math::Sphere& sphere, double gap, test::RandomScene& scene, World& world) {
+  Eigen::Vector3d normal = scene.point(1.0);
+  normal.normalize();
+  const Eigen::Quaterniond turn = Eigen::Quaterniond::FromTwoVectors(Eigen::Vector3d::UnitX(), normal);
+  const auto place = [&](double half) {
+    return Pose3(turn, sphere.center + normal * (sphere.radius + gap + half));
+  };
+  switch (scene.integer(0, 3)) {
+    case 0:
+      world.add(BoxObstacle{{0.001, 0.3, 0.3}}, place(0.0005));
+      break;
+    case 1:
+      world.add(CapsuleObstacle{0.001, 0.3}, place(0.001));
+      break;
+    case 2:
+      world.add(CylinderObstacle{0.002, 0.2}, place(0.002));
+      break;
+    default:
+      world.add(SphereObstacle{0.05}, place(0.05));
+  }
+}
+
+using MotionTest = testing::EveryTargetTest;
+
+// Random robots of every kind of joint, also on a base that is placed somewhere, on motions of all lengths,
+// most of which graze an obstacle.
+TEST_P(MotionTest, AcceptsNothingThatTouches) {
+  std::mt19937 engine(53);
+  int num_accepted = 0;
+  int num_refused = 0;
+  for (int round = 0; round < 500; ++round) {
+    const testing::RandomRobot robot(engine, 1 + round % 10);
+    const auto description = robot.withSpheres(engine);
+    const auto n = static_cast<int>(description->numCSpaceCoords());
+    Pose3 base;
+    if (round % 5 == 0) {
+      const Eigen::VectorXd v = RandomVec(engine, 7, -1.0, 1.0);
+      base = Pose3(Eigen::Quaterniond(v[0], v[1], v[2], v[3]), v.tail<3>());
+    }
+    const Motion whole{RandomVec(engine, n, -2.9, 2.9), RandomVec(engine, n, -2.9, 2.9)};
+    const Motion motion{whole.begin, whole.At(std::ldexp(1.0, -(round % 8)))};
+    test::RandomScene scene(static_cast<std::uint32_t>(round));
+    World world;
+    const auto& model = dynamic_cast<const RobotDescriptionInternal&>(*description);
+    if (const auto frames = model.collisionFrameNames(); !frames.empty() && round % 7 != 0) {
+      const auto& frame = frames[engine() % frames.size()];
+      const auto spheres = model.collisionSpheres(frame);
+      math::Sphere sphere = spheres[engine() % spheres.size()];
+      sphere.center =
+          math::RigidTransform(base) *
+          (model.model().transform(motion.At(scene.uniform(0.0, 1.0)), model.model().frame(frame)) *
+           sphere.center);
+      const double gaps[] = {-1e-4, -1e-5, 1e-5, 5e-5, 2e-4, 1e-3, 1e-2};
+      AddGrazed(sphere, gaps[engine() % 7], scene, world);
+    } else {
+      world.add(scene.bounded(round % 4, 0.4), scene.pose(1.0));
+    }
+    const auto environment =
+        CreateRobotEnvironment({description.get(), world.view(), Eigen::VectorXd::Ones(n), 10, 1, 2});
+    environment->SetBasePose(base);
+    const PlainCheck plain(*description, world.view(), base);
+    const bool is_accepted = environment->IsValidMotion(motion.begin, motion.end, 1.0);
+    (is_accepted ? num_accepted : num_refused) += 1;
+    if (is_accepted) {
+      ASSERT_FALSE(TouchesAnywhere(plain, motion, 1000)) << "round " << round;
+    }
+  }
+  EXPECT_GT(num_accepted, 100);
+  EXPECT_GT(num_refused, 100);
+}
+
+KAVO_INSTANTIATE_FOR_EVERY_TARGET(MotionTest);
+
+}  // namespace
+}  // namespace kavo::planning
