@@ -10,6 +10,7 @@
 #include "kavo/motion_planning/environment/robot_environment.h"
 #include "kavo/util/random_generator.h"
 #include "kavo/world/world.h"
+#include "tests/kinematics/random_robot.h"
 #include "tests/motion_planning/environment/plain_check.h"
 #include "tests/motion_planning/scripted_environment.h"
 #include "tests/support/allocations.h"
