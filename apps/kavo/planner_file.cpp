@@ -29,8 +29,6 @@ using Value = planning::ParameterValue;
 // Said by the presence of the map below, in a file.
 constexpr char kHasTree[] = "enable_tesk_tree";
 constexpr char kTree[] = "tesk_tree_params";
-// What a file may always leave out.
-constexpr char kMaxNodes[] = "max_nodes";
 
 // What yaml-cpp refused, where it says where: its own text names neither the key nor what stands there.
 std::string TellFault(const std::string& file, const std::string& text, const YAML::Exception& error) {
@@ -171,8 +169,7 @@ MotionPlannerConfig ReadPlannerFile(const std::string& file, const RobotDescript
     RefuseUnknown(root, file);
     std::vector<std::string> missing;
     for (const Parameter& parameter : planning::Parameters()) {
-      const bool may_be_missing = parameter.name == std::string(kHasTree) ||
-                                  parameter.name == std::string(kMaxNodes) ||
+      const bool may_be_missing = parameter.is_optional || parameter.name == std::string(kHasTree) ||
                                   (IsOfTree(parameter.name) && !root[kTree].IsDefined());
       if (!may_be_missing && !Find(root, parameter.name).IsDefined()) {
         missing.emplace_back(parameter.name);

@@ -57,6 +57,10 @@ KAVO_EXPORT std::vector<kinematics::JointLimits> ExtractJointLimits(
 //! far. Descriptions as for `ExtractJointLimits`.
 KAVO_EXPORT std::vector<Eigen::Index> ExtractPeriodicCoordinates(const RobotDescription* robot_description);
 
+//! The coordinates, ascending, of joints that slide; metres, where the others are radians. Descriptions as
+//! for `ExtractJointLimits`.
+KAVO_EXPORT std::vector<Eigen::Index> ExtractSlidingCoordinates(const RobotDescription* robot_description);
+
 //! The Franka Emika arm with its hand: seven revolute joints, fingers open and fixed. Kinematic parameters
 //! and limits as published by the maker. The last frame, "tool", lies between the finger tips.
 KAVO_EXPORT std::unique_ptr<RobotDescription> LoadFrankaRobotDescription();

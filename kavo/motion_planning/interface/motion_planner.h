@@ -14,7 +14,8 @@
 namespace kavo {
 
 //! Plans collision-free paths of one robot among the obstacles of a world: to a configuration (by
-//! RRT-Connect) or to a position of one frame (by a Jacobian-transpose RRT). Made by `CreateMotionPlanner`.
+//! RRT-Connect, or by trees of whole motions that are proven free) or to a position of one frame (by a
+//! Jacobian-transpose RRT). Made by `CreateMotionPlanner`.
 //!
 //! Configurations hold one value for each c-space coordinate of the robot: radians, or metres for a prismatic
 //! joint. Planners of equal settings and worlds give equal answers. One thread at a time.
@@ -75,9 +76,10 @@ class KAVO_EXPORT MotionPlanner {
     std::vector<Eigen::VectorXd> path;
     //! `path` with points in between, no farther apart than the step size; empty unless asked for.
     //!
-    //! The points stand one step apart from the start of each segment on. A short cut may have been checked
-    //! from its other end, at points that lie between these: that all points of `path` are valid does not
-    //! mean that all of these are. `QueryReport::first_invalid_interpolated` tells.
+    //! Those of the planner "bi_rrt" divide each segment evenly. Those of the others stand one step apart
+    //! from the start of each segment on. A short cut may have been checked from its other end, at points
+    //! that lie between these: that all points of `path` are valid does not mean that all of these are.
+    //! `QueryReport::first_invalid_interpolated` tells.
     std::vector<Eigen::VectorXd> interpolated_path;
   };
 
@@ -106,6 +108,15 @@ class KAVO_EXPORT MotionPlanner {
   //! | task_space_planning_params/task_space_exploration_fraction | double in [0, 1] | 0.1 |
   //! | task_space_planning_params/task_space_exploitation_fraction | double in [0, 1] | 0.4 |
   //! | max_nodes | int, at least 1 | 2000000 |
+  //! | planner | string, "rrt_connect" or "bi_rrt": for queries to a configuration | rrt_connect |
+  //! | bi_rrt_params/range | double, not negative; 0 chooses by the limits | 0 |
+  //! | bi_rrt_params/balance | double, at least 1 | 2 |
+  //! | bi_rrt_params/domain | double, not negative; 0 is none | 4 |
+  //! | bi_rrt_params/samples | string, "low_discrepancy" or "environment" | low_discrepancy |
+  //! | effort | int, not negative: work that paths of bi_rrt are shortened with | 1 |
+  //!
+  //! The last six start nothing over but what they are about: the other planner, and queries to a position,
+  //! go on in their random choices. What they mean is in `planning::BiRRTConfig`.
   //!
   //! Weights other than one have no effect on queries to a configuration while accelerator trees are enabled,
   //! which measure the plain distance; a planner warns of that once.

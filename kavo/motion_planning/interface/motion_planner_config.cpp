@@ -29,6 +29,13 @@ std::string ReadScalar(const YAML::Node& map, const char* key) {
   return value.Scalar();
 }
 
+template <typename T>
+void ReadIfThere(const YAML::Node& map, const char* key, T& setting) {
+  if (map[key].IsDefined()) {
+    setting = Read<T>(map, key);
+  }
+}
+
 const RobotDescription& Given(const std::shared_ptr<RobotDescription>& robot_description) {
   KAVO_CHECK(robot_description != nullptr, "motion_planning/interface/motion_planner", 34);
   return *robot_description;
@@ -41,6 +48,10 @@ MotionPlannerConfig::MotionPlannerConfig(const std::shared_ptr<RobotDescription>
           Eigen::VectorXd::Ones(static_cast<Eigen::Index>(Given(robot_description).numCSpaceCoords()))),
       task_space_frame_name(robot_description->kinematics()->frameNames().back()),
       tesk_tree_config(DefaultTeskTreeConfig(static_cast<int>(robot_description->numCSpaceCoords()))) {}
+
+const char* ToString(CSpacePlanner planner) {
+  return planner == CSpacePlanner::kBiRrt ? "bi_rrt" : "rrt_connect";
+}
 
 MotionPlannerConfig::MotionPlannerConfig(const YAML::Node& node) : MotionPlannerConfig(node, true) {}
 
@@ -109,6 +120,14 @@ MotionPlannerConfig::MotionPlannerConfig(const YAML::Node& node, bool checks_ran
           << "`max_nodes` must be positive.";
     }
   }
+  ReadIfThere(node, "planner", planner);
+  if (const YAML::Node map = node["bi_rrt_params"]; map.IsDefined()) {
+    ReadIfThere(map, "range", bi_rrt.range);
+    ReadIfThere(map, "balance", bi_rrt.balance);
+    ReadIfThere(map, "domain", bi_rrt.domain);
+    ReadIfThere(map, "samples", bi_rrt.samples);
+  }
+  ReadIfThere(node, "effort", effort);
 }
 
 YAML::Node internal::LoadYaml(const std::string& file) {

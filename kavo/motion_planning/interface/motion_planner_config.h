@@ -10,8 +10,10 @@
 
 #include "kavo/kinematics/interface/robot_description.h"
 #include "kavo/motion_planning/interface/motion_planner.h"
+#include "kavo/motion_planning/rrt/bi_rrt.h"
 #include "kavo/motion_planning/rrt/rrt.h"
 #include "kavo/motion_planning/tree/tesk_tree_util.h"
+#include "kavo/motion_planning/util/motion_shortening.h"
 #include "kavo/util/export.h"
 
 namespace YAML {
@@ -20,15 +22,26 @@ class Node;
 
 namespace kavo::planning {
 
+//! What answers queries to a configuration.
+enum class CSpacePlanner {
+  //! RRT-Connect in steps of `step_size`, see `CreateRRTConnect`.
+  kRrtConnect,
+  //! Trees of whole motions, see `CreateBiRRT`.
+  kBiRrt,
+};
+
+//! "rrt_connect" or "bi_rrt", the value of the setting `planner`.
+KAVO_EXPORT const char* ToString(CSpacePlanner planner);
+
 //! All settings of a `MotionPlanner`. A plain value.
 struct KAVO_EXPORT MotionPlannerConfig {
   //! The defaults for a robot; a fatal error without one.
   explicit MotionPlannerConfig(const std::shared_ptr<RobotDescription>& robot_description);
 
-  //! From the root of a YAML document; see examples/planner.yaml for its keys. All but `tesk_tree_params`
-  //! and `max_nodes` are required. Throws yaml-cpp's `YAML::TypedBadConversion` for a key that is missing or
-  //! does not convert, `YAML::InvalidNode` for a key of a map that is missing; a seed, step size, weight or
-  //! limit out of range is a fatal error.
+  //! From the root of a YAML document; see examples/planner.yaml for its keys. All but `tesk_tree_params`,
+  //! `max_nodes`, `planner`, `bi_rrt_params` with all in it and `effort` are required. Throws yaml-cpp's
+  //! `YAML::TypedBadConversion` for a key that is missing or does not convert, `YAML::InvalidNode` for a key
+  //! of a map that is missing; a seed, step size, weight or limit out of range is a fatal error.
   explicit MotionPlannerConfig(const YAML::Node& node);
 
   //! The settings of such a document as they stand, for those who ask `FindSettingFault` what is wrong with
@@ -63,6 +76,12 @@ struct KAVO_EXPORT MotionPlannerConfig {
   double task_space_exploration_fraction = 0.1;
   //! Nodes that the trees of one query may hold together.
   std::uint64_t max_nodes = kDefaultMaxNodes;
+  //! What answers queries to a configuration.
+  CSpacePlanner planner = CSpacePlanner::kRrtConnect;
+  //! Of these the range, balance, domain and samples; the others follow from the settings above.
+  BiRRTConfig bi_rrt;
+  //! Work that its paths are shortened with, see `ShortenByMotions`.
+  int effort = kDefaultEffort;
 
  private:
   MotionPlannerConfig(const YAML::Node& node, bool checks_ranges);

@@ -1,6 +1,8 @@
 #include "kavo/motion_planning/interface/motion_planner_internal.h"
 
+#include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <sstream>
 #include <utility>
 #include <variant>
@@ -11,6 +13,7 @@
 #include "kavo/motion_planning/rrt/rrt_connect.h"
 #include "kavo/motion_planning/tree/basic_tree.h"
 #include "kavo/motion_planning/tree/tesk_tree_util.h"
+#include "kavo/motion_planning/util/motion_shortening.h"
 #include "kavo/motion_planning/util/smoothing.h"
 #include "kavo/util/log_message.h"
 
@@ -51,6 +54,29 @@ ParameterValue ToParameterValue(const MotionPlanner::ParamValue::Impl& impl) {
     }
   };
   return std::visit(Convert(), impl.value);
+}
+
+// What a unit of each coordinate counts in distances. A metre of a joint that slides is as far as it moves
+// the robot, compared with what a radian does on the average.
+Eigen::VectorXd DistanceScales(const RobotDescription& robot, const RobotEnvironment& environment,
+                               const Eigen::VectorXd& weights) {
+  Eigen::VectorXd scales(weights.size());
+  for (Eigen::Index i = 0; i < weights.size(); ++i) {
+    scales[i] = std::sqrt(weights[i]);
+  }
+  const std::vector<Eigen::Index> sliding = ExtractSlidingCoordinates(&robot);
+  const Eigen::VectorXd speeds = environment.MotionSpeeds();
+  double sum_of_turning = 0.0;
+  for (Eigen::Index i = 0; i < speeds.size(); ++i) {
+    sum_of_turning += std::find(sliding.begin(), sliding.end(), i) == sliding.end() ? speeds[i] : 0.0;
+  }
+  const double num_turning = static_cast<double>(weights.size()) - static_cast<double>(sliding.size());
+  for (const Eigen::Index i : sliding) {
+    if (speeds[i] > 0.0 && sum_of_turning > 0.0) {
+      scales[i] *= speeds[i] / (sum_of_turning / num_turning);
+    }
+  }
+  return scales;
 }
 
 }  // namespace
@@ -96,6 +122,9 @@ bool MotionPlannerInternal::setParam(const std::string& param_name, ParamValue v
       needs_rebuild_ = needs_rebuild;
       return true;
     }
+    case internal::Change::Effect::kBiRrt:
+      bi_rrt_.reset();
+      return true;
     case internal::Change::Effect::kAll:
       needs_rebuild_ = true;
       return true;
@@ -103,13 +132,19 @@ bool MotionPlannerInternal::setParam(const std::string& param_name, ParamValue v
   return false;
 }
 
-void MotionPlannerInternal::updateWorldView() { robot_environment_->UpdateWorldView(); }
+void MotionPlannerInternal::updateWorldView() {
+  // The views of all environments are copies of one.
+  robot_environment_->UpdateWorldView();
+}
 
 MotionPlanner::Results MotionPlannerInternal::planToCSpaceTarget(const Eigen::VectorXd& q_initial,
                                                                  const Eigen::VectorXd& q_target,
                                                                  bool generate_interpolated_path) {
   if (needs_rebuild_) {
     rebuild();
+  }
+  if (motion_planner_config_.planner == CSpacePlanner::kBiRrt) {
+    return planByMotions(q_initial, q_target, generate_interpolated_path);
   }
   return plan(*rrt_connect_, q_initial, q_target, {&rrt_connect_trees_[0], &rrt_connect_trees_[1]},
               generate_interpolated_path);
@@ -129,9 +164,13 @@ void MotionPlannerInternal::setStopCondition(StopCondition stop_condition) {
   // Copies may fail, moves may not.
   StopCondition of_rrt_connect = stop_condition;
   StopCondition of_jt_rrt = stop_condition;
+  StopCondition of_bi_rrt = stop_condition;
   stop_condition_ = std::move(stop_condition);
   rrt_connect_->SetStopCondition(std::move(of_rrt_connect));
   jt_rrt_->SetStopCondition(std::move(of_jt_rrt));
+  if (bi_rrt_) {
+    bi_rrt_->SetStopCondition(std::move(of_bi_rrt));
+  }
 }
 
 void MotionPlannerInternal::validateMotionPlannerConfig() const {
@@ -156,14 +195,18 @@ void MotionPlannerInternal::rebuild() {
   createRobotEnvironment();
   createRrtConnect();
   createJtRrt();
+  bi_rrt_.reset();
   needs_rebuild_ = false;
 }
 
 void MotionPlannerInternal::createRobotEnvironment() {
-  const int c_space_seed = next_seed_;
+  robot_environment_ = makeRobotEnvironment(next_seed_);
+  next_seed_ = static_cast<int>(static_cast<unsigned int>(next_seed_) + 2u);
+}
+
+std::shared_ptr<RobotEnvironment> MotionPlannerInternal::makeRobotEnvironment(int c_space_seed) const {
   // Seeds wrap around as the generators see them, in 32 bits.
   const int task_space_seed = static_cast<int>(static_cast<unsigned int>(c_space_seed) + 1u);
-  next_seed_ = static_cast<int>(static_cast<unsigned int>(c_space_seed) + 2u);
   RobotEnvironmentConfig config(
       robot_description_.get(), world_view_, motion_planner_config_.distance_metric_weights,
       static_cast<int>(motion_planner_config_.max_sampling), c_space_seed, task_space_seed);
@@ -176,7 +219,7 @@ void MotionPlannerInternal::createRobotEnvironment() {
     max[i] = limit.upper;
   }
   config.SetTaskSpaceLimits(kinematics::ConfigurationLimits(min, max));
-  robot_environment_ = CreateRobotEnvironment(config);
+  return CreateRobotEnvironment(config);
 }
 
 std::unique_ptr<Tree> MotionPlannerInternal::createCSpaceRrtTree() const {
@@ -217,11 +260,24 @@ void MotionPlannerInternal::createJtRrt() {
   jt_rrt_->SetStopCondition(stop_condition_);
 }
 
+void MotionPlannerInternal::createBiRrt() {
+  bi_rrt_environment_ = makeRobotEnvironment(motion_planner_config_.seed);
+  BiRRTConfig config = motion_planner_config_.bi_rrt;
+  config.scales = DistanceScales(*robot_description_, *bi_rrt_environment_,
+                                 motion_planner_config_.distance_metric_weights);
+  config.seed = static_cast<std::uint32_t>(motion_planner_config_.seed);
+  config.max_iterations = motion_planner_config_.max_iterations;
+  config.max_nodes = motion_planner_config_.max_nodes;
+  bi_rrt_ = CreateBiRRT(config, bi_rrt_environment_);
+  bi_rrt_->SetStopCondition(stop_condition_);
+}
+
 MotionPlanner::Results MotionPlannerInternal::plan(RRT& planner, const Eigen::VectorXd& q_initial,
                                                    const Eigen::VectorXd& target,
                                                    std::array<const std::unique_ptr<Tree>*, 2> trees,
                                                    bool generate_interpolated_path) {
   report_ = QueryReport{};
+  report_.planner = &planner == rrt_connect_.get() ? ToString(CSpacePlanner::kRrtConnect) : "jt_rrt";
   const RobotEnvironment::Statistics before = robot_environment_->GetStatistics();
   const auto begin = std::chrono::steady_clock::now();
   const auto nodes = planner.TryToFindPath(q_initial, target);
@@ -229,12 +285,8 @@ MotionPlanner::Results MotionPlannerInternal::plan(RRT& planner, const Eigen::Ve
   report_.num_iterations = planner.LastNumIterations();
   Results results = generateResults(nodes, generate_interpolated_path);
   const SearchStatus status = planner.LastStatus();
-  const RobotEnvironment::Statistics after = robot_environment_->GetStatistics();
-  report_.num_validity_checks = after.num_validity_checks - before.num_validity_checks;
-  report_.num_samples_drawn = after.num_samples_drawn - before.num_samples_drawn;
-  report_.num_samples_rejected = after.num_samples_rejected - before.num_samples_rejected;
-
-  report_.first_invalid_interpolated = findInvalid(results.interpolated_path);
+  reportWork(before, robot_environment_->GetStatistics());
+  report_.first_invalid_interpolated = findInvalid(*robot_environment_, results.interpolated_path);
 
   const bool is_invalid_start = status == SearchStatus::kInvalidStart;
   const bool is_invalid_target = status == SearchStatus::kInvalidTarget;
@@ -256,10 +308,7 @@ MotionPlanner::Results MotionPlannerInternal::generateResults(
     return {};
   }
   const std::vector<Eigen::VectorXd> raw = ConvertToConfigurations(*nodes);
-  report_.num_raw_waypoints = raw.size();
-  for (std::size_t i = 1; i < raw.size(); ++i) {
-    report_.raw_length += math::Distance(raw[i - 1], raw[i]);
-  }
+  reportRawPath(raw);
   const auto begin = std::chrono::steady_clock::now();
   ShortenedPath shortened =
       ShortCircuitPathUntil(stop_condition_, raw, robot_environment_, motion_planner_config_.step_size,
@@ -275,15 +324,74 @@ MotionPlanner::Results MotionPlannerInternal::generateResults(
   return results;
 }
 
+MotionPlanner::Results MotionPlannerInternal::planByMotions(const Eigen::VectorXd& q_initial,
+                                                            const Eigen::VectorXd& q_target,
+                                                            bool generate_interpolated_path) {
+  if (!bi_rrt_) {
+    createBiRrt();
+  }
+  report_ = QueryReport{};
+  report_.planner = ToString(CSpacePlanner::kBiRrt);
+  const RobotEnvironment::Statistics before = bi_rrt_environment_->GetStatistics();
+  auto begin = std::chrono::steady_clock::now();
+  std::optional<BiRRT::Connection> connection = bi_rrt_->TryToConnect({q_initial}, {q_target});
+  report_.search_seconds = SecondsSince(begin);
+  report_.num_iterations = bi_rrt_->LastNumIterations();
+  Results results;
+  if (connection) {
+    reportRawPath(connection->path);
+    begin = std::chrono::steady_clock::now();
+    ShortenedPath shortened = ShortenByMotions(std::move(connection->path), *bi_rrt_environment_,
+                                               {motion_planner_config_.effort, 0.0, stop_condition_});
+    report_.shortening_seconds = SecondsSince(begin);
+    report_.was_shortening_stopped = shortened.was_stopped;
+    results.path_found = true;
+    results.path = std::move(shortened.path);
+    if (generate_interpolated_path) {
+      results.interpolated_path = DivideEvenly(results.path, motion_planner_config_.step_size);
+    }
+  }
+  reportWork(before, bi_rrt_environment_->GetStatistics());
+  report_.first_invalid_interpolated = findInvalid(*bi_rrt_environment_, results.interpolated_path);
+  const SearchStatus status = bi_rrt_->LastStatus();
+  if (status == SearchStatus::kInvalidStart || status == SearchStatus::kInvalidTarget) {
+    report_.fault =
+        bi_rrt_environment_->FindFault(status == SearchStatus::kInvalidStart ? q_initial : q_target);
+  } else if (status != SearchStatus::kStartTooClose && status != SearchStatus::kTargetTooClose) {
+    const std::array<std::uint64_t, 2> num_nodes = bi_rrt_->NumNodes();
+    report_.num_nodes.assign(num_nodes.begin(), num_nodes.end());
+  }
+  // Last: a query that an exception has ended has none.
+  report_.status = status;
+  return results;
+}
+
+void MotionPlannerInternal::reportRawPath(const std::vector<Eigen::VectorXd>& path) {
+  report_.num_raw_waypoints = path.size();
+  for (std::size_t i = 1; i < path.size(); ++i) {
+    report_.raw_length += math::Distance(path[i - 1], path[i]);
+  }
+}
+
+void MotionPlannerInternal::reportWork(const RobotEnvironment::Statistics& before,
+                                       const RobotEnvironment::Statistics& after) {
+  report_.num_validity_checks = after.num_validity_checks - before.num_validity_checks;
+  report_.num_samples_drawn = after.num_samples_drawn - before.num_samples_drawn;
+  report_.num_samples_rejected = after.num_samples_rejected - before.num_samples_rejected;
+  report_.num_motions = after.num_motions - before.num_motions;
+  report_.num_placements = after.num_placements - before.num_placements;
+  report_.num_divisions = after.num_divisions - before.num_divisions;
+}
+
 std::optional<std::size_t> MotionPlannerInternal::findInvalid(
-    const std::vector<Eigen::VectorXd>& configurations) const {
-  Eigen::MatrixXd batch(robot_environment_->CSpaceDimension(), robot_environment_->NumAtOnce());
+    const RobotEnvironment& environment, const std::vector<Eigen::VectorXd>& configurations) const {
+  Eigen::MatrixXd batch(environment.CSpaceDimension(), environment.NumAtOnce());
   for (std::size_t first = 0; first < configurations.size() && !(stop_condition_ && stop_condition_());) {
     Eigen::Index count = 0;
     for (; count < batch.cols() && first + static_cast<std::size_t>(count) < configurations.size(); ++count) {
       batch.col(count) = configurations[first + static_cast<std::size_t>(count)];
     }
-    const int num_valid = robot_environment_->CountValid(batch.leftCols(count));
+    const int num_valid = environment.CountValid(batch.leftCols(count));
     first += static_cast<std::size_t>(num_valid);
     if (num_valid < count) {
       return first;

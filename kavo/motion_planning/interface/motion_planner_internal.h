@@ -11,6 +11,7 @@
 #include "kavo/motion_planning/environment/robot_environment.h"
 #include "kavo/motion_planning/interface/motion_planner.h"
 #include "kavo/motion_planning/interface/motion_planner_config.h"
+#include "kavo/motion_planning/rrt/bi_rrt.h"
 #include "kavo/motion_planning/rrt/jt_rrt.h"
 #include "kavo/motion_planning/rrt/rrt.h"
 #include "kavo/motion_planning/tree/tree.h"
@@ -41,12 +42,19 @@ class KAVO_INTERNAL_EXPORT MotionPlannerInternal final : public MotionPlanner {
   std::unique_ptr<Tree> createCSpaceRrtTree() const;
   void createRrtConnect();
   void createJtRrt();
+  std::shared_ptr<RobotEnvironment> makeRobotEnvironment(int c_space_seed) const;
+  void createBiRrt();
 
   Results plan(RRT& planner, const Eigen::VectorXd& q_initial, const Eigen::VectorXd& target,
                std::array<const std::unique_ptr<Tree>*, 2> trees, bool generate_interpolated_path);
   Results generateResults(const std::optional<std::vector<std::shared_ptr<Node>>>& nodes,
                           bool generate_interpolated_path);
-  std::optional<std::size_t> findInvalid(const std::vector<Eigen::VectorXd>& configurations) const;
+  Results planByMotions(const Eigen::VectorXd& q_initial, const Eigen::VectorXd& q_target,
+                        bool generate_interpolated_path);
+  void reportRawPath(const std::vector<Eigen::VectorXd>& path);
+  void reportWork(const RobotEnvironment::Statistics& before, const RobotEnvironment::Statistics& after);
+  std::optional<std::size_t> findInvalid(const RobotEnvironment& environment,
+                                         const std::vector<Eigen::VectorXd>& configurations) const;
 
   WorldView world_view_;
   std::shared_ptr<RobotDescription> robot_description_;
@@ -60,6 +68,9 @@ class KAVO_INTERNAL_EXPORT MotionPlannerInternal final : public MotionPlanner {
   std::unique_ptr<Tree> jt_rrt_c_space_tree_;
   std::unique_ptr<Tree> jt_rrt_task_space_tree_;
   std::shared_ptr<JtRRT> jt_rrt_;
+  // Made when they are used first. An environment apart, so that the others' random choices stay as they are.
+  std::shared_ptr<RobotEnvironment> bi_rrt_environment_;
+  std::shared_ptr<BiRRT> bi_rrt_;
   bool needs_rebuild_ = false;
   bool has_warned_of_weights_ = false;
   StopCondition stop_condition_;

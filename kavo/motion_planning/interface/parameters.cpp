@@ -1,6 +1,7 @@
 #include "kavo/motion_planning/interface/parameters.h"
 
 #include <algorithm>
+#include <initializer_list>
 #include <limits>
 
 #include "kavo/motion_planning/interface/parameters_internal.h"
@@ -226,6 +227,64 @@ Change SetTaskSpaceExploitationFraction(const ParameterValue& value, const Robot
                   config.task_space_exploration_fraction, config.task_space_exploitation_fraction);
 }
 
+// Takes over the one of some values that `ToString` gives the text for.
+template <typename T>
+Change SetNamed(const char* name, const ParameterValue& value, std::initializer_list<T> values, Effect effect,
+                T& setting) {
+  const auto& text = std::get<std::string>(value);
+  std::string known;
+  for (const T candidate : values) {
+    if (text == ToString(candidate)) {
+      setting = candidate;
+      return {effect};
+    }
+    known += Text(known.empty() ? "'" : " or '", ToString(candidate), "'");
+  }
+  return Rejected(name, Text("'", name, "' [", text, "] must be ", known));
+}
+
+Change SetPlanner(const ParameterValue& value, const RobotDescription&, Config& config) {
+  // All planners stay as they are.
+  return SetNamed("planner", value, {CSpacePlanner::kRrtConnect, CSpacePlanner::kBiRrt}, Effect::kNone,
+                  config.planner);
+}
+
+Change SetAtLeast(const char* name, const ParameterValue& value, double least, double& setting) {
+  const double number = std::get<double>(value);
+  if (!(number >= least && number <= std::numeric_limits<double>::max())) {
+    return Rejected(name, Text("'", name, "' [", number, "] must be finite and at least ", least));
+  }
+  setting = number;
+  return {Effect::kBiRrt};
+}
+
+Change SetRange(const ParameterValue& value, const RobotDescription&, Config& config) {
+  return SetAtLeast("range", value, 0.0, config.bi_rrt.range);
+}
+
+Change SetBalance(const ParameterValue& value, const RobotDescription&, Config& config) {
+  return SetAtLeast("balance", value, 1.0, config.bi_rrt.balance);
+}
+
+Change SetDomain(const ParameterValue& value, const RobotDescription&, Config& config) {
+  return SetAtLeast("domain", value, 0.0, config.bi_rrt.domain);
+}
+
+Change SetSamples(const ParameterValue& value, const RobotDescription&, Config& config) {
+  using Samples = BiRRTConfig::Samples;
+  return SetNamed("samples", value, {Samples::kLowDiscrepancy, Samples::kEnvironment}, Effect::kBiRrt,
+                  config.bi_rrt.samples);
+}
+
+Change SetEffort(const ParameterValue& value, const RobotDescription&, Config& config) {
+  const std::int64_t effort = std::get<std::int64_t>(value);
+  if (effort < 0) {
+    return Rejected("effort", Text("'effort' [", effort, "] must not be negative"));
+  }
+  config.effort = static_cast<int>(effort);
+  return {Effect::kNone};
+}
+
 // The settings of the accelerator tree, also while it is off.
 TeskTreeConfig TeskTree(const Config& config) {
   return config.tesk_tree_config.value_or(
@@ -331,9 +390,45 @@ const std::vector<ParameterRow>& Rows() {
        SetTaskSpaceExploitationFraction},
       {{"max_nodes", Type::kInt,
         "Nodes that the trees of one query may hold before it gives up; at least 1. It bounds the memory.",
-        [](const Config& c) { return Count(c.max_nodes); }},
+        [](const Config& c) { return Count(c.max_nodes); }, true},
        235,
        SetMaxNodes},
+      {{"planner", Type::kString,
+        "What answers queries to a configuration: 'rrt_connect' walks in steps of step_size and checks the "
+        "points between, 'bi_rrt' grows trees of whole motions, each of which is proven free.",
+        [](const Config& c) -> ParameterValue { return std::string(ToString(c.planner)); }, true},
+       238,
+       SetPlanner},
+      {{"bi_rrt_params/range", Type::kDouble,
+        "Longest motion that a tree of bi_rrt grows by: radians, metres of a sliding joint compared with "
+        "them by how far they move the robot; 0 chooses it by the limits.",
+        [](const Config& c) -> ParameterValue { return c.bi_rrt.range; }, true},
+       241,
+       SetRange},
+      {{"bi_rrt_params/balance", Type::kDouble,
+        "A tree of bi_rrt goes on growing while the other one has at least this many times its nodes; at "
+        "least 1. Much more than the default lets one of them grow in vain.",
+        [](const Config& c) -> ParameterValue { return c.bi_rrt.balance; }, true},
+       244,
+       SetBalance},
+      {{"bi_rrt_params/domain", Type::kDouble,
+        "A node of bi_rrt from which a motion failed is grown only towards samples within this many ranges; "
+        "0: towards all.",
+        [](const Config& c) -> ParameterValue { return c.bi_rrt.domain; }, true},
+       247,
+       SetDomain},
+      {{"bi_rrt_params/samples", Type::kString,
+        "Where bi_rrt's random configurations come from: 'low_discrepancy' covers the limits evenly, "
+        "'environment' draws valid configurations at random.",
+        [](const Config& c) -> ParameterValue { return std::string(ToString(c.bi_rrt.samples)); }, true},
+       250,
+       SetSamples},
+      {{"effort", Type::kInt,
+        "Work that paths of bi_rrt are shortened with; 0: none. A measure of work and not of time, so that "
+        "answers repeat.",
+        [](const Config& c) -> ParameterValue { return std::int64_t{c.effort}; }, true},
+       253,
+       SetEffort},
   };
   return kRows;
 }

@@ -27,6 +27,8 @@ struct Parameter {
   const char* meaning;
   //! Its value among all settings.
   ParameterValue (*value)(const MotionPlannerConfig& config);
+  //! Whether a file of settings may leave it out without a word.
+  bool is_optional = false;
 };
 
 //! All of them, in the order of the reference of `MotionPlanner::setParam`.

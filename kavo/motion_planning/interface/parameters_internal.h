@@ -9,7 +9,7 @@ namespace kavo::planning::internal {
 //! What came of an attempt to change a setting.
 struct Change {
   //! What a planner has to build anew.
-  enum class Effect { kRejected, kNone, kRrtConnect, kAll };
+  enum class Effect { kRejected, kNone, kRrtConnect, kBiRrt, kAll };
 
   Effect effect = Effect::kAll;
   //! When rejected: why, and the report of that.

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "kavo/motion_planning/interface/motion_planner.h"
+#include "kavo/motion_planning/interface/motion_planner_config.h"
 
 namespace YAML {
 
@@ -35,6 +36,30 @@ struct convert<Eigen::Vector3d> {
     return true;
   }
 };
+
+//! A value by its name, as `ToString` gives it.
+template <typename T, T... values>
+struct NamedValueConversion {
+  static bool decode(const Node& node, T& value) {
+    const auto is_named = [&](T candidate) {
+      const bool is_it = node.IsScalar() && node.Scalar() == ToString(candidate);
+      value = is_it ? candidate : value;
+      return is_it;
+    };
+    return (is_named(values) || ...);
+  }
+};
+
+template <>
+struct convert<kavo::planning::CSpacePlanner>
+    : NamedValueConversion<kavo::planning::CSpacePlanner, kavo::planning::CSpacePlanner::kRrtConnect,
+                           kavo::planning::CSpacePlanner::kBiRrt> {};
+
+template <>
+struct convert<kavo::planning::BiRRTConfig::Samples>
+    : NamedValueConversion<kavo::planning::BiRRTConfig::Samples,
+                           kavo::planning::BiRRTConfig::Samples::kLowDiscrepancy,
+                           kavo::planning::BiRRTConfig::Samples::kEnvironment> {};
 
 }  // namespace YAML
 

@@ -39,4 +39,26 @@ FoundPath FindPath(const std::shared_ptr<Environment>& environment, const RRTCon
   return found;
 }
 
+FoundPath FindPath(const std::shared_ptr<Environment>& environment, const BiRRTConfig& config,
+                   const Eigen::VectorXd& q_start, const Eigen::VectorXd& q_target,
+                   const FindPathOptions& options) {
+  const std::shared_ptr<BiRRT> planner = CreateBiRRT(config, environment);
+  planner->SetStopCondition(options.stop_condition);
+  std::optional<BiRRT::Connection> connection = planner->TryToConnect({q_start}, {q_target});
+
+  FoundPath found;
+  found.status = planner->LastStatus();
+  found.num_iterations = planner->LastNumIterations();
+  found.num_nodes = planner->NumNodes()[0] + planner->NumNodes()[1];
+  if (connection) {
+    found.num_raw_waypoints = connection->path.size();
+    ShortenedPath shortened =
+        ShortenByMotions(std::move(connection->path), *environment,
+                         {options.shorten ? options.effort : 0, config.resolution, options.stop_condition});
+    found.path = std::move(shortened.path);
+    found.was_shortening_stopped = shortened.was_stopped;
+  }
+  return found;
+}
+
 }  // namespace kavo::planning

@@ -6,8 +6,10 @@
 #include <vector>
 
 #include "kavo/motion_planning/environment/environment.h"
+#include "kavo/motion_planning/rrt/bi_rrt.h"
 #include "kavo/motion_planning/rrt/rrt_connect.h"
 #include "kavo/motion_planning/rrt/search_status.h"
+#include "kavo/motion_planning/util/motion_shortening.h"
 #include "kavo/motion_planning/util/stop_condition.h"
 #include "kavo/util/export.h"
 
@@ -15,13 +17,16 @@ namespace kavo::planning {
 
 //! What `FindPath` does beside searching.
 struct FindPathOptions {
-  //! Whether a path is shortened as `ShortCircuitPath` does it, in steps of one edge length.
+  //! Whether a path is shortened: as `ShortCircuitPath` does it, in steps of one edge length, or by
+  //! `ShortenByMotions`.
   bool shorten = true;
   //! Random waypoints that shortening tries, and the seed of their choice.
   int num_short_cuts = 20;
   unsigned int short_cut_seed = 1;
   //! Ends the search, or leaves the path as short as it is by then.
   StopCondition stop_condition;
+  //! Work that `ShortenByMotions` may spend.
+  int effort = kDefaultEffort;
 };
 
 //! What `FindPath` found.
@@ -64,5 +69,11 @@ struct FoundPath {
 KAVO_EXPORT FoundPath FindPath(const std::shared_ptr<Environment>& environment,
                                const RRTConnectConfig& config, const Eigen::VectorXd& q_start,
                                const Eigen::VectorXd& q_target, const FindPathOptions& options = {});
+
+//! The same by whole motions: `CreateBiRRT` and `ShortenByMotions`. Every motion of the path was found valid
+//! by `Environment::IsValidMotion`, which an environment may override by an exact answer.
+KAVO_EXPORT FoundPath FindPath(const std::shared_ptr<Environment>& environment, const BiRRTConfig& config,
+                               const Eigen::VectorXd& q_start, const Eigen::VectorXd& q_target,
+                               const FindPathOptions& options = {});
 
 }  // namespace kavo::planning

@@ -19,6 +19,10 @@ enum class SearchStatus {
   kStopped,
   //! The trees hold as many nodes as they may.
   kNodesSpent,
+  //! The start is valid, but nearer to a contact than any motion from it can be proven.
+  kStartTooClose,
+  //! The same of the target.
+  kTargetTooClose,
 };
 
 //! "found", "invalid start", and so on.
@@ -40,6 +44,10 @@ inline const char* ToString(SearchStatus status) {
       return "stopped";
     case SearchStatus::kNodesSpent:
       return "nodes spent";
+    case SearchStatus::kStartTooClose:
+      return "start too close";
+    case SearchStatus::kTargetTooClose:
+      return "target too close";
   }
   return "unknown";
 }

@@ -43,6 +43,9 @@ class KAVO_INTERNAL_EXPORT NearestScan {
   //! nearer. There must be a point.
   Result Closest(const double* query) const;
 
+  //! The coordinates of a point as they were given; they stay where they are until the list is cleared.
+  const double* Point(std::size_t index) const;
+
   static constexpr std::size_t kBlock = 8;
   static constexpr std::size_t kBlocksPerChunk = 32;
 
@@ -57,7 +60,6 @@ class KAVO_INTERNAL_EXPORT NearestScan {
     hwy::AlignedFreeUniquePtr<double[]> points;
   };
 
-  const double* Point(std::size_t index) const;
   // A value as the scan sees it: within half a turn of zero in a periodic coordinate.
   float ScanValue(std::size_t coordinate, double value) const;
   double Sum(std::size_t index, const double* query) const;

@@ -58,7 +58,9 @@ std::string Text(const MotionPlannerConfig& config) {
   text << "\nc-space exploration " << config.c_space_exploration_fraction << "\nzone "
        << config.x_target_zone_tolerance.transpose() << "\nfinal " << config.x_target_final_tolerance
        << "\nexploitation " << config.task_space_exploitation_fraction << "\nexploration "
-       << config.task_space_exploration_fraction << "\nnodes " << config.max_nodes << "\n";
+       << config.task_space_exploration_fraction << "\nnodes " << config.max_nodes << "\nplanner "
+       << ToString(config.planner) << " " << config.bi_rrt.range << " " << config.bi_rrt.balance << " "
+       << config.bi_rrt.domain << " " << ToString(config.bi_rrt.samples) << " " << config.effort << "\n";
   if (const auto& tree = config.tesk_tree_config) {
     text << "tree " << tree->dimension << " " << tree->max_num_nodes << " " << tree->max_buffer_size << " "
          << tree->num_nodes_cpu_gpu_crossover << ", metric " << static_cast<int>(tree->distance_metric_type)
@@ -83,6 +85,7 @@ final 1e-05
 exploitation 0.4
 exploration 0.1
 nodes 2000000
+planner rrt_connect 0 2 4 low_discrepancy 1
 tree 3 10000 30 3000, metric 0, weights none
 )");
   const std::shared_ptr<RobotDescription> franka = LoadFrankaRobotDescription();
@@ -106,6 +109,7 @@ final 0.001
 exploitation 0.3
 exploration 0.2
 nodes 2000000
+planner rrt_connect 0 2 4 low_discrepancy 1
 tree 3 50 60 40, metric 2, weights [1 2 3.5]
 )");
   const std::string tree =
@@ -114,6 +118,12 @@ tree 3 50 60 40, metric 2, weights [1 2 3.5]
   EXPECT_EQ(Parse(Replaced("[1, 2, 3.5]", "[]")).distance_metric_weights.size(), 0);
   EXPECT_EQ(Parse(Replaced("seed: 7", "seed: 1")).seed, 1);
   EXPECT_EQ(Parse(Replaced("seed: 7", "seed: 7\nmax_nodes: 9")).max_nodes, 9u);
+  const MotionPlannerConfig by_motions = Parse(
+      Replaced("seed: 7",
+               "seed: 7\nplanner: bi_rrt\neffort: 3\nbi_rrt_params: {range: 1.5, balance: 3, domain: 0, "
+               "samples: environment}"));
+  EXPECT_NE(Text(by_motions).find("planner bi_rrt 1.5 3 0 environment 3\n"), std::string::npos);
+  EXPECT_EQ(Parse(Replaced("seed: 7", "seed: 7\nbi_rrt_params: {domain: 3}")).bi_rrt.domain, 3.0);
   // Not judged here.
   EXPECT_EQ(
       Parse(Replaced("exploration_fraction: 0.25", "exploration_fraction: 7")).c_space_exploration_fraction,
@@ -148,6 +158,8 @@ TEST(MotionPlannerConfigTest, BadDocumentsThrowWhatYamlThrows) {
   bad(double{}, 2, "step_size: 0.2", "step_size: fast");
   bad(0ul, 3, "max_iterations: 500", "max_iterations: -5");
   bad(0ul, 1, "max_sampling: 600", "a: 0");
+  bad(CSpacePlanner{}, 1, "seed: 7", "planner: [bi_rrt]\nseed: 7");
+  bad(BiRRTConfig::Samples{}, 1, "seed: 7", "bi_rrt_params: {samples: any}\nseed: 7");
   const std::string weights = "distance_metric_weights: [1, 2, 3.5]";
   bad(std::vector<double>{}, 5, weights, "distance_metric_weights: 1");
   bad(double{}, 5, weights, "distance_metric_weights: [1, x, 3]");

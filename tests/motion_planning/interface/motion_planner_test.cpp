@@ -17,6 +17,7 @@
 #include "kavo/motion_planning/rrt/jt_rrt.h"
 #include "kavo/motion_planning/rrt/rrt_connect.h"
 #include "kavo/motion_planning/tree/basic_tree.h"
+#include "kavo/motion_planning/util/motion_shortening.h"
 #include "kavo/motion_planning/util/smoothing.h"
 #include "kavo/world/world.h"
 #include "tests/support/fatal.h"
@@ -26,6 +27,7 @@
 namespace kavo {
 namespace {
 
+using planning::CSpacePlanner;
 using planning::MotionPlannerConfig;
 using planning::MotionPlannerInternal;
 using planning::SearchStatus;
@@ -67,6 +69,8 @@ class MotionPlannerTest : public ::testing::Test {
     }
     return answers;
   }
+
+  static void PlanByMotions(MotionPlannerConfig& config) { config.planner = CSpacePlanner::kBiRrt; }
 
   // Silences the notices about accelerator trees.
   LogCapture log_{static_cast<int>(LogLevel::kInfo)};
@@ -123,6 +127,28 @@ TEST_F(MotionPlannerTest, EqualSettingsGiveEqualAnswers) {
   EXPECT_EQ(Answers(*planner), Answers(*same));
 }
 
+TEST_F(MotionPlannerTest, PlanningByMotionsLeavesTheOtherPlannersAsTheyAre) {
+  const auto planner = Make();
+  const auto same = Make();
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_TRUE(planner->setParam("planner", "bi_rrt"));
+    EXPECT_TRUE(planner->setParam("bi_rrt_params/samples", i == 1 ? "environment" : "low_discrepancy"));
+    EXPECT_TRUE(planner->setParam("effort", i));
+    const auto results = planner->planToCSpaceTarget(kStart, kGoal, true);
+    ASSERT_TRUE(results.path_found);
+    EXPECT_TRUE(results.path.front() == kStart && results.path.back() == kGoal);
+    EXPECT_EQ(results.interpolated_path, planning::DivideEvenly(results.path, 0.1));
+    const QueryReport report = planner->queryReport();
+    EXPECT_EQ(report.planner, "bi_rrt");
+    EXPECT_EQ(report.num_nodes.size(), 2u);
+    EXPECT_GE(report.raw_length, (kGoal - kStart).norm());
+    EXPECT_EQ(report.num_samples_drawn > 0, i == 1);
+    EXPECT_TRUE(planner->setParam("planner", "rrt_connect"));
+    ASSERT_EQ(Answers(*planner, 1), Answers(*same, 1));
+    EXPECT_EQ(planner->queryReport().planner, "jt_rrt");
+  }
+}
+
 TEST_F(MotionPlannerTest, AcceptedParametersEqualAFreshPlannerWithThemAndWrongTypesAreFatal) {
   const std::vector<double> weights = {1.0, 2.0, 3.0};
   const Limits limits = {{-0.5, 0.5}, {0.25, 1.0}, {-1.0, -1.0}};
@@ -161,17 +187,42 @@ TEST_F(MotionPlannerTest, AcceptedParametersEqualAFreshPlannerWithThemAndWrongTy
        "FLOAT64", 228},
       {jt + "task_space_exploitation_fraction", 0.9,
        [](auto& c) { c.task_space_exploitation_fraction = 0.9; }, "FLOAT64", 232},
+      {"planner", "bi_rrt", [](auto& c) { c.planner = CSpacePlanner::kBiRrt; }, "STRING", 238},
+      {"bi_rrt_params/range", 0.3, [](auto& c) { c.bi_rrt.range = 0.3; }, "FLOAT64", 241},
+      {"bi_rrt_params/balance", 100.0, [](auto& c) { c.bi_rrt.balance = 100.0; }, "FLOAT64", 244},
+      {"bi_rrt_params/domain", 0.1, [](auto& c) { c.bi_rrt.domain = 0.1; }, "FLOAT64", 247},
+      {"bi_rrt_params/samples", "environment",
+       [](auto& c) { c.bi_rrt.samples = planning::BiRRTConfig::Samples::kEnvironment; }, "STRING", 250},
+      {"effort", 0, [](auto& c) { c.effort = 0; }, "INTEGER", 253},
   };
   EXPECT_EQ(std::size(cases), planning::Parameters().size());
   const std::vector<Path> defaults = Answers(*Make(), 1);
+  const std::vector<Path> defaults_of_bi_rrt = Answers(*Make([](auto& c) { PlanByMotions(c); }), 1);
   for (const auto& c : cases) {
     const auto tuned = Make();
+    const bool is_of_bi_rrt = c.line > 238;
+    if (is_of_bi_rrt) {
+      tuned->setParam("planner", "bi_rrt");
+      // Made already, and made anew with the setting.
+      tuned->planToCSpaceTarget(kStart, kGoal, false);
+    }
     EXPECT_TRUE(tuned->setParam(c.name, c.value)) << c.name;
+    if (c.line == 253) {
+      // Only shortening goes by it, and so the search goes on.
+      tuned->setParam("bi_rrt_params/range", 0.0);
+    }
     const std::vector<Path> answers = Answers(*tuned, 1);
-    EXPECT_EQ(answers, Answers(*Make(c.edit), 1)) << c.name;
+    EXPECT_EQ(answers, Answers(*Make([&](auto& config) {
+                if (is_of_bi_rrt) {
+                  PlanByMotions(config);
+                }
+                c.edit(config);
+              }),
+                               1))
+        << c.name;
     // The accelerator tree has no back-end, and its metric need not show.
     if (c.name.find("tesk_tree") == std::string::npos) {
-      EXPECT_NE(answers, defaults) << c.name;
+      EXPECT_NE(answers, is_of_bi_rrt ? defaults_of_bi_rrt : defaults) << c.name;
     }
     const ParamValue wrong = c.type == "INTEGER" ? ParamValue(1.0) : ParamValue(1);
     ExpectFatal([&] { tuned->setParam(c.name, wrong); },
@@ -190,6 +241,9 @@ TEST_F(MotionPlannerTest, RejectedParametersChangeNothing) {
   };
   const auto range = [](const std::string& name, const std::string& value) {
     return "'" + name + "' [" + value + "] must be in range [0, 1]; '" + name + "' will not be updated.";
+  };
+  const auto must = [](const std::string& name, const std::string& value, const std::string& rule) {
+    return "'" + name + "' [" + value + "] must " + rule + "; '" + name + "' will not be updated.";
   };
   const auto sum = [](const std::string& name, const std::string& value, const std::string& other,
                       const std::string& other_value) {
@@ -226,6 +280,12 @@ TEST_F(MotionPlannerTest, RejectedParametersChangeNothing) {
       {jt + "task_space_exploitation_fraction", 1.25, range("task_space_exploitation_fraction", "1.25")},
       {jt + "task_space_exploitation_fraction", 0.91,
        sum("task_space_exploitation_fraction", "0.91", "task_space_exploration_fraction", "0.1")},
+      {"planner", "rrt", must("planner", "rrt", "be 'rrt_connect' or 'bi_rrt'")},
+      {"bi_rrt_params/range", -1.0, must("range", "-1", "be finite and at least 0")},
+      {"bi_rrt_params/balance", 0.5, must("balance", "0.5", "be finite and at least 1")},
+      {"bi_rrt_params/domain", nan, must("domain", "nan", "be finite and at least 0")},
+      {"bi_rrt_params/samples", "any", must("samples", "any", "be 'low_discrepancy' or 'environment'")},
+      {"effort", -1, must("effort", "-1", "not be negative")},
   };
   const std::vector<Path> defaults = Answers(*Make());
   const auto planner = Make();

@@ -1,0 +1,452 @@
+#include "kavo/motion_planning/rrt/bi_rrt.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <random>
+#include <utility>
+
+#include "kavo/kinematics/interface/joint_limits.h"
+#include "kavo/math/constants_internal.h"
+#include "kavo/motion_planning/environment/robot_environment.h"
+#include "kavo/motion_planning/tree/nearest_scan_internal.h"
+#include "kavo/motion_planning/tree/periodic_metric.h"
+#include "kavo/util/log_message.h"
+
+namespace kavo::planning {
+
+namespace {
+
+constexpr char kFile[] = "motion_planning/rrt/bi_rrt";
+
+using ConfigurationMap = Eigen::Map<const Eigen::VectorXd>;
+
+// Points that cover a box evenly, however many are taken: point k has the coordinates frac(shift_i + k / phi
+// ^ (i + 1)), phi the root above one of x ^ (d + 1) = x + 1 (Roberts, "The unreasonable effectiveness of
+// quasirandom sequences", 2018). Fractions are held as 64-bit integers, in which sums wrap around exactly.
+class EvenSequence {
+ public:
+  EvenSequence(const kinematics::ConfigurationLimits& limits, std::uint32_t seed) {
+    const auto dimension = static_cast<Eigen::Index>(limits.Dimension());
+    double phi = 1.5;
+    for (double width = 0.25; width > 1e-18; width *= 0.5) {
+      double power = phi;
+      for (Eigen::Index i = 0; i < dimension; ++i) {
+        power *= phi;
+      }
+      phi += power < phi + 1.0 ? width : -width;
+    }
+    std::mt19937 shifts(seed);
+    double fraction = 1.0;
+    for (Eigen::Index i = 0; i < dimension; ++i) {
+      fraction /= phi;
+      const kinematics::JointLimits range =
+          kinematics::JointLimits{limits.Min()[i], limits.Max()[i]}.samplingRange();
+      const std::uint64_t high = shifts();
+      coordinates_.push_back({high << 32 | shifts(), static_cast<std::uint64_t>(fraction * 0x1p64), range.min,
+                              range.max - range.min});
+    }
+  }
+
+  void Next(Eigen::VectorXd& q) {
+    double* value = q.data();
+    for (Coordinate& coordinate : coordinates_) {
+      coordinate.fraction += coordinate.step;
+      *value++ = coordinate.min + static_cast<double>(coordinate.fraction >> 11) * 0x1p-53 * coordinate.width;
+    }
+  }
+
+ private:
+  struct Coordinate {
+    std::uint64_t fraction;
+    std::uint64_t step;
+    double min;
+    double width;
+  };
+  std::vector<Coordinate> coordinates_;
+};
+
+// A tree, or several with a root each, whose nodes are the ends of motions. It keeps its memory.
+class MotionTree {
+ public:
+  static constexpr std::size_t kNoParent = std::numeric_limits<std::size_t>::max();
+
+  struct Nearest {
+    std::size_t node;
+    double distance;
+  };
+
+  MotionTree(const Eigen::VectorXd& weights, const std::vector<Eigen::Index>& periodic_coordinates)
+      : dimension_(weights.size()),
+        points_(internal::NearestScan::Metric::kWeightedSquaredL2, static_cast<std::size_t>(weights.size()),
+                weights.data(), periodic_coordinates) {}
+
+  std::size_t Size() const { return points_.Size(); }
+
+  void Clear() {
+    points_.Clear();
+    nodes_.clear();
+  }
+
+  void Add(const Eigen::VectorXd& q, std::size_t parent) {
+    points_.MakeRoom();
+    nodes_.push_back({parent, math::kInf});
+    points_.Append(q.data());
+  }
+
+  ConfigurationMap Configuration(std::size_t node) const { return {points_.Point(node), dimension_}; }
+  std::size_t Parent(std::size_t node) const { return nodes_[node].parent; }
+  // From a sample farther than this the node is not grown.
+  double& Radius(std::size_t node) { return nodes_[node].radius; }
+
+  Nearest FindNearest(const Eigen::VectorXd& q) const {
+    const internal::NearestScan::Result nearest = points_.Closest(q.data());
+    return {nearest.index, std::sqrt(nearest.sum)};
+  }
+
+ private:
+  struct Node {
+    std::size_t parent;
+    double radius;
+  };
+
+  Eigen::Index dimension_;
+  internal::NearestScan points_;
+  std::vector<Node> nodes_;
+};
+
+Eigen::VectorXd Scales(const BiRRTConfig& config, Eigen::Index dimension) {
+  KAVO_CHECK(config.scales.size() == 0 || config.scales.size() == dimension, kFile, 1)
+      << "There are [" << config.scales.size() << "] 'scales' for [" << dimension << "] coordinates.";
+  return config.scales.size() > 0 ? config.scales : Eigen::VectorXd::Ones(dimension);
+}
+
+class BiRRTImpl final : public BiRRT {
+ public:
+  BiRRTImpl(const BiRRTConfig& config, const std::shared_ptr<Environment>& environment,
+            const Eigen::VectorXd& scales)
+      : config_(config),
+        environment_(environment),
+        dimension_(environment->CSpaceDimension()),
+        min_(environment->CSpaceCoordLimits().Min()),
+        max_(environment->CSpaceCoordLimits().Max()),
+        range_(config.range > 0.0 ? config.range : AutomaticRange(*environment, scales)),
+        resolution_(config.resolution > 0.0 ? config.resolution : range_ / 32.0),
+        sequence_(environment->CSpaceCoordLimits(), config.seed),
+        trees_{MotionTree(scales.cwiseAbs2(), environment->PeriodicCoordinates()),
+               MotionTree(scales.cwiseAbs2(), environment->PeriodicCoordinates())},
+        q_sample_(dimension_),
+        q_new_(dimension_),
+        q_goal_(dimension_),
+        q_next_(dimension_),
+        turns_(Eigen::VectorXd::Zero(dimension_)) {}
+
+  int CSpaceDimension() const override { return dimension_; }
+
+  std::optional<std::vector<std::shared_ptr<Node>>> TryToFindPath(const Eigen::VectorXd& q_initial,
+                                                                  const Eigen::VectorXd& q_target) override {
+    const std::optional<Connection> connection = TryToConnect({q_initial}, {q_target});
+    if (!connection) {
+      return std::nullopt;
+    }
+    std::vector<std::shared_ptr<Node>> nodes;
+    for (const Eigen::VectorXd& q : connection->path) {
+      nodes.push_back(nodes.empty() ? std::make_shared<Node>(q) : std::make_shared<Node>(q, nodes.back()));
+    }
+    return nodes;
+  }
+
+  std::optional<Connection> TryToConnect(const std::vector<Eigen::VectorXd>& starts,
+                                         const std::vector<Eigen::VectorXd>& goals) override {
+    StartSearch();
+    for (MotionTree& tree : trees_) {
+      tree.Clear();
+    }
+    if (!PlantRoots(starts, kStart, SearchStatus::kInvalidStart, SearchStatus::kStartTooClose) ||
+        !PlantRoots(goals, kGoal, SearchStatus::kInvalidTarget, SearchStatus::kTargetTooClose)) {
+      return std::nullopt;
+    }
+    side_ = kGoal;
+    bool is_connected = MayExtend(config_.max_iterations) && TryStraightMotions();
+    while (!is_connected && MayExtend(config_.max_iterations)) {
+      ++num_iterations_;
+      if (!Sample()) {
+        return std::nullopt;
+      }
+      // The smaller tree, or the one that was not grown last.
+      if (static_cast<double>(Other().Size()) < config_.balance * static_cast<double>(Tree().Size())) {
+        side_ = 1 - side_;
+      }
+      is_connected = Extend() && ConnectOther();
+    }
+    if (!is_connected) {
+      return std::nullopt;
+    }
+    status_ = SearchStatus::kFound;
+    return std::move(connection_);
+  }
+
+  std::array<std::uint64_t, 2> NumNodes() const override {
+    return {trees_[kStart].Size(), trees_[kGoal].Size()};
+  }
+
+  std::vector<Eigen::VectorXd> GetAllValidatedConfigurations() const override {
+    std::vector<Eigen::VectorXd> configurations;
+    for (const MotionTree& tree : trees_) {
+      for (std::size_t node = 0; node < tree.Size(); ++node) {
+        configurations.emplace_back(tree.Configuration(node));
+      }
+    }
+    return configurations;
+  }
+
+  std::vector<std::pair<Eigen::VectorXd, Eigen::VectorXd>> GetAllValidatedEdges() const override {
+    std::vector<std::pair<Eigen::VectorXd, Eigen::VectorXd>> edges;
+    for (const MotionTree& tree : trees_) {
+      for (std::size_t node = 0; node < tree.Size(); ++node) {
+        if (const std::size_t parent = tree.Parent(node); parent != MotionTree::kNoParent) {
+          edges.emplace_back(tree.Configuration(parent), tree.Configuration(node));
+        }
+      }
+    }
+    return edges;
+  }
+
+ private:
+  static constexpr std::size_t kStart = 0;
+  static constexpr std::size_t kGoal = 1;
+
+  // The tree that grows, and the one that is to meet it.
+  MotionTree& Tree() { return trees_[side_]; }
+  MotionTree& Other() { return trees_[1 - side_]; }
+
+  // Makes what is usable of some configurations the roots of a tree. False, with a status, if nothing is.
+  bool PlantRoots(const std::vector<Eigen::VectorXd>& configurations, std::size_t side,
+                  SearchStatus if_invalid, SearchStatus if_too_close) {
+    KAVO_CHECK(!configurations.empty(), kFile, 7) << "A query needs a start and a goal.";
+    roots_[side].clear();
+    bool is_any_too_close = false;
+    for (std::size_t i = 0; i < configurations.size(); ++i) {
+      const Eigen::VectorXd& q = configurations[i];
+      KAVO_CHECK(q.size() == dimension_, kFile, 8)
+          << "A configuration of [" << q.size() << "] coordinates does not fit the [" << dimension_
+          << "] of the configuration space.";
+      if (environment_->IsValidMotion(q, q, resolution_)) {
+        roots_[side].push_back(i);
+        trees_[side].Add(q, MotionTree::kNoParent);
+      } else if (ValidateConfiguration(*environment_, q, if_invalid)) {
+        is_any_too_close = true;
+        KAVO_LOG(LogLevel::kWarning) << "Configuration [" << q.transpose()
+                                     << "] is valid, but too close to a contact to prove a motion from it.";
+      }
+    }
+    const SearchStatus failure = is_any_too_close ? if_too_close : if_invalid;
+    status_ = roots_[side].empty() ? failure : SearchStatus::kNone;
+    return !roots_[side].empty();
+  }
+
+  // From the start that is nearest to each goal.
+  bool TryStraightMotions() {
+    ++num_iterations_;
+    for (std::size_t goal = 0; goal < trees_[kGoal].Size(); ++goal) {
+      q_new_ = trees_[kGoal].Configuration(goal);
+      if (Join(trees_[kStart].FindNearest(q_new_).node, goal)) {
+        return true;
+      }
+    }
+    return false;
+  }
+
+  bool Sample() {
+    if (config_.samples == BiRRTConfig::Samples::kLowDiscrepancy) {
+      sequence_.Next(q_sample_);
+      return true;
+    }
+    const std::optional<Eigen::VectorXd> q_sample = environment_->SampleConfiguration();
+    if (!q_sample) {
+      status_ = SearchStatus::kSamplingFailed;
+      KAVO_LOG(LogLevel::kWarning) << "Unable to successfully sample configurations.";
+      return false;
+    }
+    q_sample_ = *q_sample;
+    return true;
+  }
+
+  // Whether the tree has got a new node, `q_new_`, from its node nearest to the sample towards that.
+  bool Extend() {
+    const MotionTree::Nearest nearest = Tree().FindNearest(q_sample_);
+    double& radius = Tree().Radius(nearest.node);
+    // Nor does a sample lead anywhere that is not finite or is there already.
+    if (!(nearest.distance <= radius && nearest.distance > 0.0 && nearest.distance < math::kInf)) {
+      return false;
+    }
+    const ConfigurationMap q_near = Tree().Configuration(nearest.node);
+    MoveToward(q_near, q_sample_);
+    PlaceBetween(q_near, q_sample_, std::min(1.0, range_ / nearest.distance), q_new_);
+    const bool is_valid = IsValidEdge(side_, q_near, q_new_);
+    if (config_.domain > 0.0) {
+      if (radius < math::kInf) {
+        radius *= is_valid ? 1.0 + kAdaptation : 1.0 - kAdaptation;
+      } else if (!is_valid) {
+        radius = config_.domain * range_;
+      }
+    }
+    return is_valid && Grow(Tree(), q_new_, nearest.node);
+  }
+
+  // Whether the other tree arrives at the last node of this one.
+  bool ConnectOther() {
+    const MotionTree::Nearest nearest = Other().FindNearest(q_new_);
+    const ConfigurationMap q_near = Other().Configuration(nearest.node);
+    q_goal_ = q_new_;
+    MoveToward(q_near, q_goal_);
+    const double num_parts = std::ceil(nearest.distance / range_);
+    std::size_t node = nearest.node;
+    for (double part = 1.0; part < num_parts; ++part) {
+      PlaceBetween(q_near, q_goal_, part / num_parts, q_next_);
+      if (!IsValidEdge(1 - side_, Other().Configuration(node), q_next_) || !Grow(Other(), q_next_, node)) {
+        return false;
+      }
+      node = Other().Size() - 1;
+    }
+    const std::size_t reached = Tree().Size() - 1;
+    return side_ == kStart ? Join(reached, node) : Join(node, reached);
+  }
+
+  // Turns periodic coordinates of a goal such that it is the short way from where a motion starts.
+  void MoveToward(const ConfigurationMap& q_from, Eigen::VectorXd& q_goal) const {
+    for (const Eigen::Index i : environment_->PeriodicCoordinates()) {
+      q_goal[i] += WholeTurns(q_goal[i], q_from[i]);
+    }
+  }
+
+  // Rounding must not lead beyond the limits: what is proven is what is stored.
+  void PlaceBetween(const ConfigurationMap& q_from, const Eigen::VectorXd& q_to, double fraction,
+                    Eigen::VectorXd& q) const {
+    if (fraction == 1.0) {
+      q = q_to;
+      return;
+    }
+    for (Eigen::Index i = 0; i < q.size(); ++i) {
+      const double value = q_from[i] + fraction * (q_to[i] - q_from[i]);
+      q[i] = std::max(min_[i], std::min(value, max_[i]));
+    }
+  }
+
+  // In the direction in which a path would go along an edge from parent to child.
+  bool IsValidEdge(std::size_t side, const ConfigurationMap& q_parent, const Eigen::VectorXd& q_child) {
+    return side == kStart ? IsValid(q_parent, q_child) : IsValid(q_child, q_parent);
+  }
+
+  bool IsValid(const Eigen::Ref<const Eigen::VectorXd>& q_from,
+               const Eigen::Ref<const Eigen::VectorXd>& q_to) {
+    return !ShouldStop() && environment_->IsValidMotion(q_from, q_to, resolution_);
+  }
+
+  bool Grow(MotionTree& tree, const Eigen::VectorXd& q, std::size_t parent) {
+    if (!MayGrow(trees_[kStart].Size() + trees_[kGoal].Size(), config_.max_nodes)) {
+      return false;
+    }
+    tree.Add(q, parent);
+    return true;
+  }
+
+  // Whether two nodes can be joined by a motion; then there is a connection. Where they stand whole turns
+  // apart, the goal tree's branch is turned. Its configurations are other numbers then, and all its motions
+  // have to be valid themselves.
+  bool Join(std::size_t start_node, std::size_t goal_node) {
+    const MotionTree& start_tree = trees_[kStart];
+    const MotionTree& goal_tree = trees_[kGoal];
+    const ConfigurationMap q_start = start_tree.Configuration(start_node);
+    const ConfigurationMap q_goal = goal_tree.Configuration(goal_node);
+    for (const Eigen::Index i : environment_->PeriodicCoordinates()) {
+      turns_[i] = WholeTurns(q_goal[i], q_start[i]);
+    }
+    const bool is_turned = !turns_.isZero(0.0);
+    if (!is_turned && !IsValid(q_start, q_goal)) {
+      return false;
+    }
+    connection_.path.clear();
+    std::size_t root = start_node;
+    for (std::size_t node = start_node; node != MotionTree::kNoParent; node = start_tree.Parent(node)) {
+      connection_.path.emplace_back(start_tree.Configuration(node));
+      root = node;
+    }
+    connection_.start = roots_[kStart][root];
+    std::reverse(connection_.path.begin(), connection_.path.end());
+    for (std::size_t node = goal_node; node != MotionTree::kNoParent; node = goal_tree.Parent(node)) {
+      Eigen::VectorXd q = goal_tree.Configuration(node);
+      if (is_turned) {
+        q += turns_;
+        if (!AreTurnsApart(goal_tree.Configuration(node), q, environment_->PeriodicCoordinates()) ||
+            !IsValid(connection_.path.back(), q)) {
+          return false;
+        }
+      }
+      connection_.path.push_back(std::move(q));
+      root = node;
+    }
+    connection_.goal = roots_[kGoal][root];
+    return true;
+  }
+
+  // How much a radius changes with a further success or failure.
+  static constexpr double kAdaptation = 1e-4;
+
+  BiRRTConfig config_;
+  std::shared_ptr<Environment> environment_;
+  int dimension_;
+  Eigen::VectorXd min_;
+  Eigen::VectorXd max_;
+  double range_;
+  double resolution_;
+  EvenSequence sequence_;
+  std::array<MotionTree, 2> trees_;
+  // Of the nodes of each tree that are roots, which start or goal they are.
+  std::array<std::vector<std::size_t>, 2> roots_;
+  std::size_t side_ = kStart;
+  Connection connection_;
+  // Of an extension; kept for their memory.
+  Eigen::VectorXd q_sample_;
+  Eigen::VectorXd q_new_;
+  Eigen::VectorXd q_goal_;
+  Eigen::VectorXd q_next_;
+  Eigen::VectorXd turns_;
+};
+
+}  // namespace
+
+void BiRRTConfig::Validate() const {
+  KAVO_CHECK((scales.array() > 0.0).all() && scales.allFinite(), kFile, 2)
+      << "Each of the 'scales' must be positive and finite.";
+  KAVO_CHECK(range >= 0.0, kFile, 3) << "'range' [" << range << "] must not be negative.";
+  KAVO_CHECK(balance >= 1.0, kFile, 4) << "'balance' [" << balance << "] must be at least 1.";
+  KAVO_CHECK(domain >= 0.0, kFile, 5) << "'domain' [" << domain << "] must not be negative.";
+  KAVO_CHECK(resolution >= 0.0, kFile, 6) << "'resolution' [" << resolution << "] must not be negative.";
+}
+
+const char* ToString(BiRRTConfig::Samples samples) {
+  return samples == BiRRTConfig::Samples::kEnvironment ? "environment" : "low_discrepancy";
+}
+
+double AutomaticRange(const Environment& environment, const Eigen::VectorXd& scales) {
+  const bool is_robot = dynamic_cast<const RobotEnvironment*>(&environment) != nullptr;
+  double sum = 0.0;
+  for (Eigen::Index i = 0; i < scales.size(); ++i) {
+    const double width = environment.CSpaceCoordLimits().Range()[i];
+    const double side =
+        scales[i] * (is_robot || !std::isfinite(width) ? std::min(width, math::kTwoPi) : width);
+    sum += side * side;
+  }
+  const double range = std::sqrt(sum) / 12.0;
+  return range > 0.0 && std::isfinite(range) ? range : 1.0;
+}
+
+std::shared_ptr<BiRRT> CreateBiRRT(const BiRRTConfig& config,
+                                   const std::shared_ptr<Environment>& environment) {
+  KAVO_CHECK(environment != nullptr, kFile, 9) << "A planner needs an environment.";
+  config.Validate();
+  return std::make_shared<BiRRTImpl>(config, environment, Scales(config, environment->CSpaceDimension()));
+}
+
+}  // namespace kavo::planning

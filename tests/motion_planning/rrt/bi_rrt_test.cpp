@@ -1,0 +1,278 @@
+#include "kavo/motion_planning/rrt/bi_rrt.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <functional>
+#include <limits>
+#include <memory>
+#include <set>
+#include <utility>
+#include <vector>
+
+#include "kavo/math/constants_internal.h"
+#include "kavo/motion_planning/environment/robot_environment.h"
+#include "kavo/motion_planning/tree/periodic_metric.h"
+#include "kavo/world/world.h"
+#include "tests/motion_planning/scripted_environment.h"
+#include "tests/support/fatal.h"
+#include "tests/support/log_capture.h"
+#include "tests/support/vectors.h"
+
+namespace kavo::planning {
+namespace {
+
+using testing::LogCapture;
+using testing::Path;
+using testing::RandomVec;
+using testing::Vec;
+
+// Balls in a box: motions are judged exactly, and only from a margin on. It remembers those that are valid.
+class Balls final : public Environment {
+ public:
+  Balls(const Eigen::VectorXd& min, const Eigen::VectorXd& max, std::vector<Eigen::Index> periodic = {})
+      : Environment(1, std::move(periodic)), limits_(min, max) {}
+
+  int CSpaceDimension() const override { return static_cast<int>(limits_.Dimension()); }
+  const kinematics::ConfigurationLimits& CSpaceCoordLimits() const override { return limits_; }
+  const DistanceMetric& CSpaceDistanceMetric() const override { return metric_; }
+  bool IsValidConfiguration(const Eigen::VectorXd& q) const override { return IsFree(q, q, 0.0); }
+  std::optional<Eigen::VectorXd> SampleConfiguration() const override { return std::nullopt; }
+  bool IsValidMotion(const Eigen::Ref<const Eigen::VectorXd>& q_start,
+                     const Eigen::Ref<const Eigen::VectorXd>& q_end, double) const override {
+    ++num_motions;
+    const bool is_valid = IsFree(q_start, q_end, 0.01);
+    if (is_valid) {
+      valid.insert(Key(q_start, q_end));
+    }
+    return is_valid;
+  }
+
+  static std::vector<double> Key(const Eigen::VectorXd& q_start, const Eigen::VectorXd& q_end) {
+    std::vector<double> key(q_start.begin(), q_start.end());
+    key.insert(key.end(), q_end.begin(), q_end.end());
+    return key;
+  }
+
+  std::vector<std::pair<Eigen::VectorXd, double>> balls;
+  mutable int num_motions = 0;
+  mutable std::set<std::vector<double>> valid;
+
+ private:
+  bool IsFree(const Eigen::VectorXd& a, const Eigen::VectorXd& b, double margin) const {
+    const auto is_within = [&](const Eigen::VectorXd& q) {
+      return (q.array() >= limits_.Min().array()).all() && (q.array() <= limits_.Max().array()).all();
+    };
+    return is_within(a) && is_within(b) && std::none_of(balls.begin(), balls.end(), [&](const auto& ball) {
+             const Eigen::VectorXd way = b - a;
+             const double t = way.isZero(0.0) ? 0.0 : (ball.first - a).dot(way) / way.squaredNorm();
+             return (a + std::clamp(t, 0.0, 1.0) * way - ball.first).norm() <= ball.second + margin;
+           });
+  }
+
+  kinematics::ConfigurationLimits limits_;
+  DistanceMetric metric_ = L2Norm;
+};
+
+std::shared_ptr<Balls> UnitBox(int dimension) {
+  return std::make_shared<Balls>(Eigen::VectorXd::Zero(dimension), Eigen::VectorXd::Ones(dimension));
+}
+
+// That every motion of a path was found valid, in that direction and by just these numbers.
+void ExpectValid(const Balls& balls, const Path& path) {
+  for (std::size_t i = 1; i < path.size(); ++i) {
+    EXPECT_EQ(balls.valid.count(Balls::Key(path[i - 1], path[i])), 1u) << i;
+  }
+}
+
+TEST(BiRRTTest, PathsAndTreesAreMadeOfMotionsThatWereFoundValid) {
+  const LogCapture log;
+  std::mt19937 engine(3);
+  int num_found = 0;
+  int num_failed = 0;
+  for (int k = 0; k < 300; ++k) {
+    const int dimension = 2 + k % 3;
+    const auto balls = UnitBox(dimension);
+    for (int i = 0; i < 3 * dimension; ++i) {
+      balls->balls.emplace_back(RandomVec(engine, dimension, 0.0, 1.0), 0.24);
+    }
+    BiRRTConfig config;
+    config.range = 0.3;
+    config.scales = Eigen::VectorXd::Constant(dimension, 2.0);
+    config.seed = static_cast<std::uint32_t>(k);
+    config.max_iterations = 10;
+    const auto planner = CreateBiRRT(config, balls);
+    const Eigen::VectorXd start = RandomVec(engine, dimension, 0.0, 1.0);
+    const Eigen::VectorXd goal = RandomVec(engine, dimension, 0.0, 1.0);
+    const auto found = planner->TryToConnect({start}, {goal});
+    if (found) {
+      ++num_found;
+      EXPECT_TRUE(found->path.front() == start && found->path.back() == goal);
+      ExpectValid(*balls, found->path);
+      EXPECT_EQ(planner->LastStatus(), SearchStatus::kFound);
+    } else if (planner->LastStatus() == SearchStatus::kIterationsSpent) {
+      ++num_failed;
+      EXPECT_EQ(planner->LastNumIterations(), 10u);
+    }
+    const auto edges = planner->GetAllValidatedEdges();
+    const auto num_nodes = planner->NumNodes();
+    EXPECT_EQ(planner->GetAllValidatedConfigurations().size(), num_nodes[0] + num_nodes[1]);
+    for (std::size_t i = 0; i < edges.size(); ++i) {
+      const bool is_of_start = i + 1 < num_nodes[0];
+      ExpectValid(*balls, is_of_start ? Path{edges[i].first, edges[i].second}
+                                      : Path{edges[i].second, edges[i].first});
+      EXPECT_LE((edges[i].second - edges[i].first).norm(), 0.15 + 1e-12);
+    }
+  }
+  EXPECT_GT(num_found, 50);
+  EXPECT_GT(num_failed, 10);
+}
+
+TEST(BiRRTTest, TakesTheStartAndTheGoalThatMeet) {
+  const LogCapture log;
+  // A wall with a gap on the one side; a room without a door.
+  const auto balls = UnitBox(2);
+  for (double x = 0.0; x < 0.75; x += 0.02) {
+    balls->balls.emplace_back(Vec({x, 0.5}), 0.03);
+  }
+  for (double angle = 0.0; angle < 6.3; angle += 0.1) {
+    balls->balls.emplace_back(Vec({0.2 + 0.12 * std::cos(angle), 0.2 + 0.12 * std::sin(angle)}), 0.03);
+  }
+  const Path starts = {Vec({-1.0, 0.0}), Vec({0.2, 0.2}), Vec({0.4, 0.9})};
+  const Path goals = {Vec({0.5, 0.5}), Vec({0.2, 0.2}), Vec({0.6, 0.1})};
+  const auto planner = CreateBiRRT({}, balls);
+  const auto found = planner->TryToConnect(starts, goals);
+  ASSERT_TRUE(found);
+  // Both are in the room, which is a start and a goal.
+  EXPECT_EQ(std::pair(found->start, found->goal), (std::pair<std::size_t, std::size_t>(1, 1)));
+  const auto around = planner->TryToConnect({starts[0], starts[2]}, goals);
+  ASSERT_TRUE(around);
+  EXPECT_EQ(std::pair(around->start, around->goal), (std::pair<std::size_t, std::size_t>(1, 2)));
+  EXPECT_TRUE(around->path.front() == starts[2] && around->path.back() == goals[2]);
+  ExpectValid(*balls, around->path);
+  EXPECT_THROW(planner->TryToConnect({}, goals), util::FatalError);
+  EXPECT_THROW(planner->TryToConnect(starts, {Vec({0.0})}), util::FatalError);
+}
+
+TEST(BiRRTTest, EndsThatAreOfNoUseEndTheQueryAtOnce) {
+  const auto balls = UnitBox(1);
+  balls->balls.emplace_back(Vec({0.5}), 0.1);
+  const auto planner = CreateBiRRT({}, balls);
+  const std::string too_close = " is valid, but too close to a contact to prove a motion from it.";
+  for (const auto& [start, goal, status, warning] :
+       {std::tuple(0.5, 0.0, SearchStatus::kInvalidStart, std::string("Invalid configuration, [0.5].")),
+        std::tuple(0.0, 2.0, SearchStatus::kInvalidTarget, std::string("Invalid configuration, [2].")),
+        std::tuple(0.395, 0.0, SearchStatus::kStartTooClose, "Configuration [0.395]" + too_close),
+        std::tuple(0.0, 0.605, SearchStatus::kTargetTooClose, "Configuration [0.605]" + too_close)}) {
+    const LogCapture log;
+    EXPECT_FALSE(planner->TryToFindPath(Vec({start}), Vec({goal})));
+    EXPECT_EQ(planner->LastStatus(), status);
+    EXPECT_EQ(log.warnings(), std::vector<std::string>{warning});
+    EXPECT_EQ(planner->LastNumIterations(), 0u);
+  }
+  EXPECT_EQ(ToString(SearchStatus::kStartTooClose), std::string("start too close"));
+  EXPECT_EQ(ToString(SearchStatus::kTargetTooClose), std::string("target too close"));
+}
+
+// A start that is walled in while the goal is in the open.
+struct Enclosed {
+  explicit Enclosed(const std::function<void(BiRRTConfig&)>& edit) : balls(UnitBox(2)) {
+    for (double angle = 0.0; angle < 6.3; angle += 0.05) {
+      balls->balls.emplace_back(Vec({0.5 + 0.1 * std::cos(angle), 0.5 + 0.1 * std::sin(angle)}), 0.01);
+    }
+    BiRRTConfig config;
+    config.max_iterations = 2000;
+    edit(config);
+    planner = CreateBiRRT(config, balls);
+  }
+
+  SearchStatus Ask() {
+    balls->num_motions = 0;
+    EXPECT_FALSE(planner->TryToConnect({Vec({0.5, 0.5})}, {Vec({0.9, 0.9})}));
+    return planner->LastStatus();
+  }
+
+  std::shared_ptr<Balls> balls;
+  std::shared_ptr<BiRRT> planner;
+};
+
+TEST(BiRRTTest, GrowsTheSmallerTreeAndWithinItsDomain) {
+  Enclosed usual([](BiRRTConfig&) {});
+  EXPECT_EQ(usual.Ask(), SearchStatus::kIterationsSpent);
+  const auto [of_start, of_goal] = usual.planner->NumNodes();
+  EXPECT_LE(of_goal, 2 * of_start + 2);
+  Enclosed in_turns([](BiRRTConfig& config) { config.balance = testing::kInf; });
+  in_turns.Ask();
+  EXPECT_GT(in_turns.planner->NumNodes()[1], 2 * of_goal);
+  int num_motions[2];
+  for (const int domain : {0, 1}) {
+    Enclosed enclosed([&](BiRRTConfig& config) { config.domain = domain; });
+    enclosed.Ask();
+    num_motions[domain] = enclosed.balls->num_motions;
+  }
+  EXPECT_GT(num_motions[0], 2 * num_motions[1]);
+}
+
+TEST(BiRRTTest, EndsWhereItIsTold) {
+  const LogCapture log;
+  Enclosed enclosed([](BiRRTConfig& config) { config.max_nodes = 30; });
+  EXPECT_EQ(enclosed.Ask(), SearchStatus::kNodesSpent);
+  EXPECT_EQ(enclosed.planner->NumNodes()[0] + enclosed.planner->NumNodes()[1], 30u);
+  EXPECT_EQ(log.warnings().back(), "The search has ended at its limit of [30] nodes, 'max_nodes'.");
+  for (const int num_motions : {0, 1, 7}) {
+    // Two of them are those of the ends.
+    enclosed.planner->SetStopCondition([&] { return enclosed.balls->num_motions >= 2 + num_motions; });
+    EXPECT_EQ(enclosed.Ask(), SearchStatus::kStopped);
+    EXPECT_EQ(enclosed.balls->num_motions, 2 + num_motions);
+  }
+  Enclosed sampling([](BiRRTConfig& config) { config.samples = BiRRTConfig::Samples::kEnvironment; });
+  EXPECT_EQ(sampling.Ask(), SearchStatus::kSamplingFailed);
+}
+
+TEST(BiRRTTest, GoesTheShortWayRound) {
+  const LogCapture log;
+  std::mt19937 engine(5);
+  int num_turned = 0;
+  for (std::uint32_t seed = 0; seed < 60; ++seed) {
+    // A strip that closes to a ring, whose other coordinate has limits. The balls are all around the ring.
+    const auto ring = std::make_shared<Balls>(Vec({-testing::kInf, 0.0}), Vec({testing::kInf, 1.0}),
+                                              std::vector<Eigen::Index>{0});
+    for (int i = 0; i < 8; ++i) {
+      const Eigen::VectorXd center = RandomVec(engine, 2, 0.0, 1.0);
+      for (int turn = -4; turn <= 4; ++turn) {
+        ring->balls.emplace_back(Vec({math::kTwoPi * (center[0] + turn), center[1]}), 0.35);
+      }
+    }
+    BiRRTConfig config;
+    config.range = 0.8;
+    config.seed = seed;
+    const auto planner = CreateBiRRT(config, ring);
+    const Eigen::VectorXd start = Vec({2.8, RandomVec(engine, 1, 0.0, 1.0)[0]});
+    const Eigen::VectorXd goal = Vec({-2.8, RandomVec(engine, 1, 0.0, 1.0)[0]});
+    const auto found = planner->TryToConnect({start}, {goal});
+    if (found) {
+      EXPECT_EQ(found->path.front(), start);
+      EXPECT_TRUE(AreTurnsApart(found->path.back(), goal, {0}));
+      ExpectValid(*ring, found->path);
+      num_turned += std::abs(found->path.back()[0] - goal[0]) > 1.0 ? 1 : 0;
+    }
+  }
+  EXPECT_GT(num_turned, 10);
+}
+
+TEST(BiRRTTest, SettingsOutOfRangeAreFatal) {
+  const std::function<void(BiRRTConfig&)> edits[] = {
+      [](auto& c) { c.range = -1.0; },         [](auto& c) { c.balance = 0.5; },
+      [](auto& c) { c.domain = -1.0; },        [](auto& c) { c.resolution = testing::kNaN; },
+      [](auto& c) { c.scales = Vec({1, 0}); }, [](auto& c) { c.scales = Vec({1}); }};
+  for (const auto& edit : edits) {
+    BiRRTConfig config;
+    edit(config);
+    EXPECT_THROW(CreateBiRRT(config, UnitBox(2)), util::FatalError);
+  }
+  EXPECT_THROW(CreateBiRRT({}, nullptr), util::FatalError);
+}
+
+}  // namespace
+}  // namespace kavo::planning
