@@ -19,6 +19,7 @@
 #include <utility>
 #include <vector>
 
+#include "benchmarks/ratio.h"
 #include "kavo/math/pose3.h"
 #include "kavo/math/rigid_transform.h"
 #include "kavo/world/world.h"
@@ -260,6 +261,53 @@ bool Compare(const Scene& scene) {
   return true;
 }
 
+// Random obstacles of many are moved, one by one, and a view brought up to date each time; against a snapshot
+// made anew, which it takes to disable an obstacle and enable it again. False if the view then answers unlike
+// one of a world that never saw a move.
+bool CompareMoves(std::size_t num_obstacles) {
+  const Scene scene = Shelves(num_obstacles, 500);
+  kavo::World world = scene.world;
+  kavo::WorldView view = world.view();
+  const std::vector<kavo::ObstacleHandle> obstacles = world.obstacles();
+  Random random;
+  // The floor comes first and stays.
+  const auto any = [&] {
+    return obstacles[static_cast<std::size_t>(random(1.0, static_cast<double>(obstacles.size())))];
+  };
+  const auto move_by = [&](double reach) {
+    const kavo::ObstacleHandle obstacle = any();
+    const Eigen::Vector3d shift{random(-reach, reach), random(-reach, reach), random(-reach, reach)};
+    const Pose3 pose = world.pose(obstacle);
+    world.move(obstacle, Pose3(pose.rotation(), pose.translation() + shift));
+    view.update();
+  };
+  const double anew = kavo::benchmarks::BestSeconds([&] {
+    world.disable(obstacles.back());
+    world.enable(obstacles.back());
+    view.update();
+  });
+  const std::string name = "move one of " + std::to_string(num_obstacles);
+  kavo::benchmarks::PrintRatio(name + ", by up to 0.1 m",
+                               kavo::benchmarks::BestSeconds([&] { move_by(0.1); }), anew);
+  // Now and then this makes a new snapshot, so that the mean counts here.
+  constexpr int kNumFarMoves = 2000;
+  const auto begin = std::chrono::steady_clock::now();
+  for (int i = 0; i < kNumFarMoves; ++i) {
+    move_by(3.0);
+  }
+  const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - begin;
+  kavo::benchmarks::PrintRatio(name + ", by up to 3 m, mean", elapsed.count() / kNumFarMoves, anew);
+  kavo::World copy;
+  for (const kavo::ObstacleHandle obstacle : obstacles) {
+    copy.add(world.shape(obstacle), world.pose(obstacle));
+  }
+  const kavo::WorldView other = copy.view();
+  return std::all_of(scene.queries.begin(), scene.queries.end(), [&](const Query& query) {
+    return view.inCollision(query.center, query.radius) == other.inCollision(query.center, query.radius) &&
+           view.nearestObstacle(query.center)->distance == other.nearestObstacle(query.center)->distance;
+  });
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -286,6 +334,12 @@ int main(int argc, char** argv) {
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();
 
-  const bool equal = std::all_of(scenes.begin(), scenes.end(), Compare);
+  bool equal = std::all_of(scenes.begin(), scenes.end(), Compare);
+  for (const std::size_t num_obstacles : {100U, 10000U}) {
+    if (!CompareMoves(num_obstacles)) {
+      std::fprintf(stderr, "%zu obstacles: a world with moved ones answers differently\n", num_obstacles);
+      equal = false;
+    }
+  }
   return equal ? 0 : 1;
 }

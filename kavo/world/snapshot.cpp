@@ -269,13 +269,49 @@ struct Snapshot::Bounds {
   std::size_t item;
 };
 
+namespace {
+
+// The box around all boxes of a group, as it stands in the group above.
+struct GroupBounds {
+  double extent() const {
+    double sum = 0.0;
+    for (int axis = 0; axis < 3; ++axis) {
+      sum += static_cast<double>(high[axis]) - static_cast<double>(low[axis]);
+    }
+    return sum;
+  }
+
+  void put(BoundsGroup& parent, std::size_t lane) const {
+    for (int axis = 0; axis < 3; ++axis) {
+      parent.low[axis][lane] = low[axis];
+      parent.high[axis][lane] = high[axis];
+    }
+  }
+
+  float low[3];
+  float high[3];
+};
+
+GroupBounds UnionOf(const BoundsGroup& group) {
+  GroupBounds bounds{};
+  for (int axis = 0; axis < 3; ++axis) {
+    bounds.low[axis] = *std::min_element(group.low[axis], group.low[axis] + BoundsGroup::kSize);
+    bounds.high[axis] = *std::max_element(group.high[axis], group.high[axis] + BoundsGroup::kSize);
+  }
+  return bounds;
+}
+
+}  // namespace
+
 Snapshot::Snapshot(const std::vector<Item>& items)
     : largest_magnitude_(kLargestPlainMagnitude), touches_(BestTouches()) {
   std::vector<Bounds> bounds;
   bounds.reserve(items.size());
+  const auto layout = std::make_shared<Layout>();
+  layout->places.reserve(items.size());
   for (std::size_t i = 0; i < items.size(); ++i) {
     if (items[i].name) {
-      names_.emplace_back(items[i].handle, items[i].name);
+      layout->names.emplace_back(items[i].handle, items[i].name);
     }
     if (!(items[i].solid.magnitude <= kLargestPlainMagnitude)) {
       largest_magnitude_ = -1.0;
@@ -283,23 +319,29 @@ Snapshot::Snapshot(const std::vector<Item>& items)
     has_plain_lanes_ =
         has_plain_lanes_ && items[i].solid.magnitude <= static_cast<double>(BallModel::kLargestLength);
     if (items[i].solid.kind == Solid::Kind::kHalfSpace) {
+      layout->places.emplace_back(items[i].handle, static_cast<std::uint32_t>(half_spaces_.size()));
       lanes_.half_spaces.emplace_back(items[i].solid);
       half_spaces_.push_back(items[i].solid);
-      half_space_handles_.push_back(items[i].handle);
+      layout->half_space_handles.push_back(items[i].handle);
     } else {
+      layout->places.emplace_back(items[i].handle, 0);
       bounds.emplace_back(items[i].solid, i);
     }
   }
   if (!bounds.empty()) {
     solids_.reserve(bounds.size());
-    handles_.reserve(bounds.size());
+    layout->handles.reserve(bounds.size());
+    layout->leaves.reserve(bounds.size());
     groups_.resize(1);
-    fill(0, bounds.begin(), bounds.end(), items);
+    layout->parents.resize(1);
+    fill(0, bounds.begin(), bounds.end(), items, *layout);
   }
+  layout->leaf_extent = leaf_extent_;
+  layout_ = layout;
 }
 
 void Snapshot::fill(std::size_t group, std::vector<Bounds>::iterator begin, std::vector<Bounds>::iterator end,
-                    const std::vector<Item>& items) {
+                    const std::vector<Item>& items, Layout& layout) {
   const auto count = static_cast<std::size_t>(end - begin);
   if (count <= BoundsGroup::kSize) {
     groups_[group].first = static_cast<std::uint32_t>(solids_.size());
@@ -307,10 +349,13 @@ void Snapshot::fill(std::size_t group, std::vector<Bounds>::iterator begin, std:
     for (std::size_t lane = 0; lane < count; ++lane) {
       const Bounds& bounds = begin[static_cast<std::ptrdiff_t>(lane)];
       groups_[group].enclose(lane, bounds.low, bounds.high);
+      layout.places[bounds.item].second = static_cast<std::uint32_t>(solids_.size());
+      layout.leaves.push_back(static_cast<std::uint32_t>(group));
+      layout.handles.push_back(items[bounds.item].handle);
       solids_.push_back(items[bounds.item].solid);
       lanes_.solids.emplace_back(items[bounds.item].solid);
-      handles_.push_back(items[bounds.item].handle);
     }
+    leaf_extent_ += UnionOf(groups_[group]).extent();
     return;
   }
 
@@ -319,22 +364,45 @@ void Snapshot::fill(std::size_t group, std::vector<Bounds>::iterator begin, std:
   Split(begin, end, std::min(num_leaves, BoundsGroup::kSize), &cuts);
   const std::size_t first = groups_.size();
   groups_.resize(first + cuts.size() - 1);
+  layout.parents.resize(groups_.size(), static_cast<std::uint32_t>(group));
   groups_[group].first = static_cast<std::uint32_t>(first);
   groups_[group].leaf = false;
   for (std::size_t lane = 0; lane + 1 < cuts.size(); ++lane) {
-    double low[3];
-    double high[3];
-    for (int axis = 0; axis < 3; ++axis) {
-      low[axis] = cuts[lane]->low[axis];
-      high[axis] = cuts[lane]->high[axis];
-      for (auto bounds = cuts[lane]; bounds != cuts[lane + 1]; ++bounds) {
-        low[axis] = std::min(low[axis], bounds->low[axis]);
-        high[axis] = std::max(high[axis], bounds->high[axis]);
-      }
-    }
-    groups_[group].enclose(lane, low, high);
-    fill(first + lane, cuts[lane], cuts[lane + 1], items);
+    fill(first + lane, cuts[lane], cuts[lane + 1], items, layout);
+    UnionOf(groups_[first + lane]).put(groups_[group], lane);
   }
+}
+
+bool Snapshot::move(ObstacleHandle obstacle, const Solid& solid) {
+  const auto found = std::lower_bound(
+      layout_->places.begin(), layout_->places.end(), obstacle,
+      [](const auto& place, ObstacleHandle handle) { return place.first.id() < handle.id(); });
+  // Where something is too large for single precision, or may have been until now, all has to be looked at.
+  if (found == layout_->places.end() || found->first != obstacle || !has_plain_lanes_ ||
+      !(solid.magnitude <= static_cast<double>(BallModel::kLargestLength))) {
+    return false;
+  }
+  const std::uint32_t place = found->second;
+  if (solid.kind == Solid::Kind::kHalfSpace) {
+    half_spaces_[place] = solid;
+    lanes_.half_spaces[place] = LaneSolid(solid);
+    return true;
+  }
+  solids_[place] = solid;
+  lanes_.solids[place] = LaneSolid(solid);
+  std::size_t group = layout_->leaves[place];
+  leaf_extent_ -= UnionOf(groups_[group]).extent();
+  const Bounds bounds(solid, 0);
+  groups_[group].enclose(place - groups_[group].first, bounds.low, bounds.high);
+  leaf_extent_ += UnionOf(groups_[group]).extent();
+  while (group != 0) {
+    const std::size_t parent = layout_->parents[group];
+    UnionOf(groups_[group]).put(groups_[parent], group - groups_[parent].first);
+    group = parent;
+  }
+  // By then every query looks at that much more; to make a tree anew takes as long as some thousand moves.
+  constexpr double kLargestGrowth = 1.25;
+  return leaf_extent_ <= kLargestGrowth * layout_->leaf_extent;
 }
 
 bool Snapshot::inCollision(const Eigen::Vector3d& center, double radius) const {
@@ -356,9 +424,9 @@ bool Snapshot::inCollision(const Eigen::Vector3d& center, double radius) const {
 }
 
 std::string Snapshot::name(ObstacleHandle obstacle) const {
-  const auto found =
-      std::find_if(names_.begin(), names_.end(), [&](const auto& entry) { return entry.first == obstacle; });
-  return found != names_.end() ? *found->second : std::string();
+  const auto found = std::find_if(layout_->names.begin(), layout_->names.end(),
+                                  [&](const auto& entry) { return entry.first == obstacle; });
+  return found != layout_->names.end() ? *found->second : std::string();
 }
 
 bool Snapshot::inCollisionAtAnyScale(const double* center, double radius) const {
@@ -377,7 +445,7 @@ std::optional<WorldView::Nearest> Snapshot::nearestObstacle(const Eigen::Vector3
     return nearest;
   }
   for (std::size_t i = 0; i < half_spaces_.size(); ++i) {
-    Consider(half_spaces_[i], half_space_handles_[i], p, nearest);
+    Consider(half_spaces_[i], layout_->half_space_handles[i], p, nearest);
   }
   // To measure a few solids takes less than to find out which of them to measure.
   constexpr std::size_t kFewSolids = 16;
@@ -387,7 +455,7 @@ std::optional<WorldView::Nearest> Snapshot::nearestObstacle(const Eigen::Vector3
     findNearest(p, 0, nearest);
   } else {
     for (std::size_t i = 0; i < solids_.size(); ++i) {
-      Consider(solids_[i], handles_[i], p, nearest);
+      Consider(solids_[i], layout_->handles[i], p, nearest);
     }
   }
   return nearest;
@@ -416,7 +484,7 @@ void Snapshot::findNearest(const double* point, std::size_t group,
   }
   for (std::size_t i = 0; i < num_parts && !(nearest && parts[i].distance > nearest->distance); ++i) {
     if (bounds.leaf) {
-      Consider(solids_[parts[i].index], handles_[parts[i].index], point, nearest);
+      Consider(solids_[parts[i].index], layout_->handles[parts[i].index], point, nearest);
     } else {
       findNearest(point, parts[i].index, nearest);
     }

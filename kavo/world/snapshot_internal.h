@@ -17,7 +17,8 @@
 
 namespace kavo::internal {
 
-//! The enabled obstacles of a world at one time. Immutable: any number of threads may ask at once.
+//! The enabled obstacles of a world at one time. Any number of threads may ask at once; who moves an obstacle
+//! must be the only one to hold the snapshot.
 class Snapshot {
  public:
   //! An obstacle to be put in a snapshot.
@@ -28,7 +29,13 @@ class Snapshot {
     std::shared_ptr<const std::string> name;
   };
 
+  //! \param items Handles ascending.
   explicit Snapshot(const std::vector<Item>& items);
+
+  //! Puts another solid in the place of an obstacle's: the same one, elsewhere. Answers are then those of a
+  //! snapshot that was made with it. False, and the snapshot of no use any more, where one should be made:
+  //! its tree of bounds would be a poor one.
+  bool move(ObstacleHandle obstacle, const Solid& solid);
 
   //! As in `WorldView`.
   bool inCollision(const Eigen::Vector3d& center, double radius) const;
@@ -47,21 +54,36 @@ class Snapshot {
 
   struct Bounds;
 
+  // What stays as it is while obstacles move; copies share it.
+  struct Layout {
+    // Of the bounded solids and of the half-spaces.
+    std::vector<ObstacleHandle> handles;
+    std::vector<ObstacleHandle> half_space_handles;
+    // Where each solid stands, in the order of the handles.
+    std::vector<std::pair<ObstacleHandle, std::uint32_t>> places;
+    // The leaf of each solid, and the group above each group.
+    std::vector<std::uint32_t> leaves;
+    std::vector<std::uint32_t> parents;
+    // When the tree was made.
+    double leaf_extent = 0.0;
+    // Of the obstacles that have one.
+    std::vector<std::pair<ObstacleHandle, std::shared_ptr<const std::string>>> names;
+  };
+
   void fill(std::size_t group, std::vector<Bounds>::iterator begin, std::vector<Bounds>::iterator end,
-            const std::vector<Item>& items);
+            const std::vector<Item>& items, Layout& layout);
   void findNearest(const double* point, std::size_t group, std::optional<WorldView::Nearest>& nearest) const;
   bool inCollisionAtAnyScale(const double* center, double radius) const;
 
   // A tree in one array, the root first; empty when no obstacle is bounded.
   std::vector<BoundsGroup> groups_;
-  // In the order of the leaves, so that a leaf's solids lie side by side; `handles_` runs parallel.
+  // Sum of the sizes of all leaves, which tells how good the tree is.
+  double leaf_extent_ = 0.0;
+  // In the order of the leaves, so that a leaf's solids lie side by side.
   std::vector<Solid> solids_;
-  std::vector<ObstacleHandle> handles_;
   // No box encloses a half-space: these are asked one by one.
   std::vector<Solid> half_spaces_;
-  std::vector<ObstacleHandle> half_space_handles_;
-  // Of the obstacles that have one.
-  std::vector<std::pair<ObstacleHandle, std::shared_ptr<const std::string>>> names_;
+  std::shared_ptr<const Layout> layout_;
   SolidLanes lanes_;
   bool has_plain_lanes_ = true;
   // Queries of greater magnitude take the way on which nothing overflows.

@@ -1,5 +1,6 @@
 #include "kavo/world/world.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cmath>
 #include <utility>
@@ -19,7 +20,7 @@ ObstacleHandle WorldState::add(Entry entry) {
   const std::lock_guard<std::mutex> lock(mutex_);
   const std::uint64_t id = next_id.fetch_add(1, std::memory_order_relaxed);
   entries_.emplace(id, std::move(entry));
-  snapshot_.reset();
+  dropSnapshots();
   return ObstacleHandle(id);
 }
 
@@ -29,8 +30,15 @@ bool WorldState::move(ObstacleHandle obstacle, const Pose3& pose) {
   if (found == entries_.end()) {
     return false;
   }
+  if (latest_ && found->second.enabled) {
+    moved_.push_back(obstacle);
+    ++num_moves_;
+    // Where more were moved, it is as well to look at all obstacles.
+    if (moved_.size() > std::max<std::size_t>(64, entries_.size() / 16)) {
+      moved_.pop_front();
+    }
+  }
   found->second.pose = pose;
-  snapshot_.reset();
   return true;
 }
 
@@ -41,7 +49,7 @@ bool WorldState::setEnabled(ObstacleHandle obstacle, bool enabled) {
     return false;
   }
   found->second.enabled = enabled;
-  snapshot_.reset();
+  dropSnapshots();
   return true;
 }
 
@@ -50,7 +58,7 @@ bool WorldState::remove(ObstacleHandle obstacle) {
   if (entries_.erase(obstacle.id()) == 0) {
     return false;
   }
-  snapshot_.reset();
+  dropSnapshots();
   return true;
 }
 
@@ -81,17 +89,88 @@ std::vector<ObstacleHandle> WorldState::handles() const {
 
 std::shared_ptr<const Snapshot> WorldState::snapshot() {
   const std::lock_guard<std::mutex> lock(mutex_);
-  if (!snapshot_) {
-    std::vector<Snapshot::Item> items;
-    items.reserve(entries_.size());
-    for (const auto& [id, entry] : entries_) {
-      if (entry.enabled) {
-        items.push_back({ObstacleHandle(id), Solid(entry.shape, entry.pose), entry.name});
-      }
+  if (!latest_ || latest_->num_moves != num_moves_) {
+    std::unique_ptr<Posed> posed = latest_ ? moveSnapshot() : nullptr;
+    if (!posed) {
+      dropSnapshots();
+      posed = makeSnapshot();
     }
-    snapshot_ = std::make_shared<const Snapshot>(items);
+    const auto give_back = [spares = std::weak_ptr<SpareSnapshots>(spares_)](Posed* unused) {
+      std::unique_ptr<Posed> owned(unused);
+      if (const auto kept = spares.lock()) {
+        kept->give(std::move(owned));
+      }
+    };
+    latest_ = std::shared_ptr<Posed>(posed.release(), give_back);
   }
-  return snapshot_;
+  return {latest_, &latest_->snapshot};
+}
+
+std::unique_ptr<WorldState::Posed> WorldState::makeSnapshot() const {
+  std::vector<Snapshot::Item> items;
+  items.reserve(entries_.size());
+  for (const auto& [id, entry] : entries_) {
+    if (entry.enabled) {
+      items.push_back({ObstacleHandle(id), Solid(entry.shape, entry.pose), entry.name});
+    }
+  }
+  return std::make_unique<Posed>(Posed{Snapshot(items), num_moves_, spares_->generation()});
+}
+
+// Null where that takes as long as to make one.
+std::unique_ptr<WorldState::Posed> WorldState::moveSnapshot() const {
+  const auto num_missed = [this](const Posed& posed) { return num_moves_ - posed.num_moves; };
+  std::unique_ptr<Posed> posed = spares_->take();
+  if (!posed || num_missed(*posed) > moved_.size()) {
+    if (num_missed(*latest_) > moved_.size()) {
+      return nullptr;
+    }
+    posed = std::make_unique<Posed>(*latest_);
+  }
+  for (std::uint64_t i = moved_.size() - num_missed(*posed); i < moved_.size(); ++i) {
+    const Entry& entry = entries_.at(moved_[i].id());
+    if (!posed->snapshot.move(moved_[i], Solid(entry.shape, entry.pose))) {
+      return nullptr;
+    }
+  }
+  posed->num_moves = num_moves_;
+  return posed;
+}
+
+void WorldState::dropSnapshots() {
+  latest_.reset();
+  moved_.clear();
+  spares_->clear();
+}
+
+// What is missing counts as older than all.
+bool SpareSnapshots::IsOlder(const std::unique_ptr<Posed>& a, const std::unique_ptr<Posed>& b) {
+  return b && (!a || a->num_moves < b->num_moves);
+}
+
+std::unique_ptr<SpareSnapshots::Posed> SpareSnapshots::take() {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  return std::move(*std::max_element(spares_.begin(), spares_.end(), IsOlder));
+}
+
+void SpareSnapshots::give(std::unique_ptr<Posed> posed) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  std::unique_ptr<Posed>& oldest = *std::min_element(spares_.begin(), spares_.end(), IsOlder);
+  if (posed->generation == generation_ && IsOlder(oldest, posed)) {
+    oldest.swap(posed);
+  }
+}
+
+void SpareSnapshots::clear() {
+  std::array<std::unique_ptr<Posed>, 3> dropped;
+  const std::lock_guard<std::mutex> lock(mutex_);
+  ++generation_;
+  spares_.swap(dropped);
+}
+
+std::uint64_t SpareSnapshots::generation() const {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  return generation_;
 }
 
 }  // namespace internal

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -14,6 +16,34 @@
 #include "kavo/world/world_view.h"
 
 namespace kavo::internal {
+
+//! Snapshots that nobody asks any more, kept because bringing one up to date after a few moves takes far less
+//! than making one. Every operation may be called from any thread.
+class SpareSnapshots {
+ public:
+  //! A snapshot as it is after so many moves of obstacles.
+  struct Posed {
+    Snapshot snapshot;
+    std::uint64_t num_moves;
+    std::uint64_t generation;
+  };
+
+  //! The one with the most moves; null without any.
+  std::unique_ptr<Posed> take();
+  //! Keeps one, unless it is of an earlier generation or there are enough newer ones.
+  void give(std::unique_ptr<Posed> posed);
+  //! Drops all: a new generation begins.
+  void clear();
+  std::uint64_t generation() const;
+
+ private:
+  static bool IsOlder(const std::unique_ptr<Posed>& a, const std::unique_ptr<Posed>& b);
+
+  mutable std::mutex mutex_;
+  std::uint64_t generation_ = 0;
+  // A view holds one snapshot, an environment may hold one or two from before.
+  std::array<std::unique_ptr<Posed>, 3> spares_;
+};
 
 //! What copies of a `World` and its views share. Every operation may be called from any thread.
 class WorldState {
@@ -36,14 +66,28 @@ class WorldState {
   //! In the order of adding.
   std::vector<ObstacleHandle> handles() const;
 
-  //! The enabled obstacles as they are now. Built at the first call after an edit and shared until the next.
+  //! The enabled obstacles as they are now. Made at the first call after an edit, or from a former one where
+  //! obstacles were only moved, and shared until the next.
   std::shared_ptr<const Snapshot> snapshot();
 
  private:
+  using Posed = SpareSnapshots::Posed;
+
+  std::unique_ptr<Posed> makeSnapshot() const;
+  std::unique_ptr<Posed> moveSnapshot() const;
+  // After any edit but a move.
+  void dropSnapshots();
+
   mutable std::mutex mutex_;
   // Handles grow in the order of adding.
   std::map<std::uint64_t, Entry> entries_;
-  std::shared_ptr<const Snapshot> snapshot_;
+  // The last one that was asked for; null after any edit but a move.
+  std::shared_ptr<const Posed> latest_;
+  // How many moves there were, and the last of them.
+  std::uint64_t num_moves_ = 0;
+  std::deque<ObstacleHandle> moved_;
+  // What is handed out comes back here with its last user, unless the world is gone by then.
+  std::shared_ptr<SpareSnapshots> spares_ = std::make_shared<SpareSnapshots>();
 };
 
 //! What copies of a `WorldView` share.
