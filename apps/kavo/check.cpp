@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "apps/kavo/command.h"
-#include "apps/kavo/explain.h"
 #include "apps/kavo/help.h"
 #include "apps/kavo/input_rules.h"
 #include "apps/kavo/interrupt.h"
@@ -21,7 +20,6 @@
 #include "apps/kavo/situation.h"
 #include "apps/kavo/text.h"
 #include "kavo/formats/result_file.h"
-#include "kavo/motion_planning/util/path_check.h"
 
 namespace kavo::command {
 
@@ -34,6 +32,7 @@ struct CheckOptions {
   std::string path_file;
   std::optional<std::size_t> run;
   double step_size = 0.01;
+  bool proves = false;
 };
 
 // The configurations with their coordinates in the order of the robot's.
@@ -78,18 +77,19 @@ int Check(const CheckOptions& options) {
     options.rules.PutOnLimits(robot, "a waypoint", q, situations.GetNotes());
   }
   constexpr double kMostConfigurations = 1e8;
-  if (const double length = Length(path); length > kMostConfigurations * options.step_size) {
+  const double length = Length(path);
+  if (!options.proves && length > kMostConfigurations * options.step_size) {
     throw UnusableInput("--step " + Number(options.step_size) + ": a path of length " + Number(length, 4) +
                         " would be looked at at more than " + Number(kMostConfigurations) +
                         " configurations, expected a larger step");
   }
   const Stoppable stoppable;
   Progress progress(false);
-  const planning::PathCheck check = CheckAlong(path, situation, options.step_size, progress);
-  std::cout << HeldJointsText(*situation.robot) << path.size() << " waypoints, length "
-            << Number(Length(path), 4) << ": "
-            << Explain(check, robot, situation.scope, path.size() - 1, options.step_size);
-  return check.IsValid() ? kDone : kNoPath;
+  const CheckedPath checked =
+      CheckAlong(path, situation, options.proves ? std::nullopt : std::optional(options.step_size), progress);
+  std::cout << HeldJointsText(*situation.robot) << path.size() << " waypoints, length " << Number(length, 4)
+            << ": " << checked.text;
+  return checked.record.passed ? kDone : kNoPath;
 }
 
 }  // namespace
@@ -113,25 +113,34 @@ void AddCheckCommand(CLI::App& app, Run& run) {
                    "Of a file that 'kavo bench --json' wrote: the path of this run, counted from 0")
       ->type_name("N")
       ->group("Check");
+  CLI::Option* step = check
+                          ->add_option("--step", options->step_size,
+                                       "Distance in c-space of the configurations that are looked at")
+                          ->type_name("STEP")
+                          ->group("Check")
+                          ->check(CheckPositive)
+                          ->capture_default_str();
   check
-      ->add_option("--step", options->step_size,
-                   "Distance in c-space of the configurations that are looked at")
-      ->type_name("STEP")
+      ->add_flag("--prove", options->proves,
+                 "Prove that nothing is touched anywhere on the path, not only at configurations some step "
+                 "apart")
       ->group("Check")
-      ->check(CheckPositive)
-      ->capture_default_str();
+      ->excludes(step);
   check->footer(
       "Looks at configurations along the path, no farther apart than the step, without anything that\n"
       "planned it: joint by joint against the limits, sphere by sphere against the obstacles. Between\n"
-      "two of them an edge may still be grazed: the finer the step, the less deep. From one waypoint to\n"
-      "the next every joint moves straight: a continuous one from 3.1 to -3.1 takes the long way. Joints\n"
+      "two of them an edge may still be grazed: the finer the step, the less deep. --prove leaves nothing\n"
+      "between: a part of the path is free if its middle is farther from everything than the spheres can\n"
+      "move within it; gaps below 0.001 mm count as contact. From one waypoint to the next every joint\n"
+      "moves straight: a continuous one from 3.1 to -3.1 takes the long way. Joints\n"
       "that the path does not have stand where a plan's JSON says, else where the scene's robot state\n"
       "puts them, and objects given in the frame of a link stand where that is at the first waypoint. The\n"
-      "exit status is 0 for a valid path, 1 for one that is not, 2 for input that cannot be used.\n\n"
+      "exit status is 0 for a path that is valid or proven, 1 for one that is not, 2 for input that cannot\n"
+      "be used.\n\n"
       "Examples, with the files of the source tree:\n"
       "  kavo plan --robot franka --scene examples/scene.yaml --start default \\\n"
       "            --goal 0,0.05,0,-1.815,0,3.436,0.7854 --csv path.csv\n"
-      "  kavo check --robot franka --scene examples/scene.yaml --path path.csv\n"
+      "  kavo check --robot franka --scene examples/scene.yaml --path path.csv --prove\n"
       "  kavo plan --robot three_link --start -0.4,0.1,0.2 --goal 1.7,-0.2,-0.3 --quiet |\n"
       "    kavo check --robot three_link --path - --step 0.002");
   check->callback([options, &run] { run = [options] { return Check(*options); }; });

@@ -21,6 +21,35 @@ std::string Where(const planning::PathPlace& place, std::size_t num_segments) {
          Number(place.fraction * 100.0, 3) + " %";
 }
 
+std::string Bad(const char* what, const planning::PathCheck::Bad& bad, const RobotDescription& robot,
+                std::size_t num_segments) {
+  return std::string("  ") + what + ": " + Where(bad.place, num_segments) + ", " +
+         Configuration(bad.place.configuration) + "\n    " + Explain(bad.fault, robot) + "\n";
+}
+
+// The smallest distances along a path, in lines.
+template <typename Found>
+std::string Nearest(const Found& found, const RobotDescription& robot, std::size_t num_segments) {
+  std::string text;
+  if (found.clearance) {
+    text += "  smallest clearance: " + Distance(found.clearance->distance) + " between frame " +
+            Quoted(found.clearance->frame) + " and " + Obstacle(found.clearance->obstacle_name) + ", " +
+            Where(found.clearance->place, num_segments) + "\n";
+  }
+  if (found.self_clearance) {
+    text += "  smallest clearance from itself: " + Distance(found.self_clearance->distance) +
+            " between frames " + Quoted(found.self_clearance->frames[0]) + " and " +
+            Quoted(found.self_clearance->frames[1]) + ", " +
+            Where(found.self_clearance->place, num_segments) + "\n";
+  }
+  if (found.limit_margin) {
+    text += "  nearest to a limit: joint " + Quoted(robot.cSpaceCoordName(found.limit_margin->coordinate)) +
+            ", " + Number(found.limit_margin->distance, 3) + " from it, " +
+            Where(found.limit_margin->place, num_segments) + "\n";
+  }
+  return text;
+}
+
 }  // namespace
 
 std::string Explain(const planning::ConfigurationFault& fault, const RobotDescription& robot) {
@@ -31,14 +60,18 @@ std::string Explain(const planning::ConfigurationFault& fault, const RobotDescri
   }
   if (fault.contact) {
     const planning::ConfigurationFault::Contact& contact = *fault.contact;
-    return "frame " + Quoted(contact.frame) + " reaches " + Distance(contact.depth) + " into " +
+    return "frame " + Quoted(contact.frame) +
+           (contact.depth < 0.0 ? " is " + Distance(-contact.depth) + " from "
+                                : " reaches " + Distance(contact.depth) + " into ") +
            Obstacle(contact.obstacle_name) + " (its sphere " + std::to_string(contact.sphere + 1) +
            " of radius " + Number(contact.radius, 3) + " m at " + Configuration(contact.center) + ")";
   }
   if (fault.self_contact) {
     const planning::ConfigurationFault::SelfContact& contact = *fault.self_contact;
-    return "the robot touches itself: frames " + Quoted(contact.frames[0]) + " and " +
-           Quoted(contact.frames[1]) + " overlap by " + Distance(contact.depth);
+    const std::string frames = "frames " + Quoted(contact.frames[0]) + " and " + Quoted(contact.frames[1]);
+    return contact.depth < 0.0
+               ? frames + " are " + Distance(-contact.depth) + " apart"
+               : "the robot touches itself: " + frames + " overlap by " + Distance(contact.depth);
   }
   if (fault.unplaced_frame) {
     return "frame " + Quoted(*fault.unplaced_frame) + " is placed where no number is finite";
@@ -75,33 +108,36 @@ std::string ExplainFailure(const QueryReport& report, const RobotDescription& ro
 
 std::string Explain(const planning::PathCheck& check, const RobotDescription& robot, const Scope& scope,
                     std::size_t num_segments, double step_size) {
-  std::string text = check.IsValid()   ? scope.Valid() + " at all "
+  std::string text = check.IsValid()   ? scope.Verdict("valid") + " at all "
                      : check.first_bad ? "NOT valid at " + std::to_string(check.num_bad) + " of "
                                        : "STOPPED before the end, nothing found in the first ";
   text += std::to_string(check.num_configurations) + " configurations, " + Number(step_size) +
           " apart or nearer\n  self-collision: " + scope.SelfCollision() + "\n";
   if (check.first_bad) {
-    text += "  first bad: " + Where(check.first_bad->place, num_segments) + ", " +
-            Configuration(check.first_bad->place.configuration) + "\n    " +
-            Explain(check.first_bad->fault, robot) + "\n";
+    text += Bad("first bad", *check.first_bad, robot, num_segments);
   }
-  if (check.clearance) {
-    text += "  smallest clearance: " + Distance(check.clearance->distance) + " between frame " +
-            Quoted(check.clearance->frame) + " and " + Obstacle(check.clearance->obstacle_name) + ", " +
-            Where(check.clearance->place, num_segments) + "\n";
+  return text + Nearest(check, robot, num_segments);
+}
+
+std::string Explain(const planning::PathProof& proof, const RobotDescription& robot, const Scope& scope,
+                    std::size_t num_segments, const planning::PathProofOptions& options) {
+  using Verdict = planning::PathProof::Verdict;
+  std::string text;
+  if (proof.IsFree()) {
+    text = scope.Verdict("proven free") + " at every configuration" +
+           (scope.has_spheres ? ", sphere by sphere; clearances within " + Distance(options.tolerance) : "");
+  } else if (proof.verdict == Verdict::kStopped) {
+    text = "STOPPED before the end of the proof, nothing found until then";
+  } else {
+    text = std::string("NOT proven free: ") + (proof.verdict == Verdict::kTooNear
+                                                   ? "comes nearer than " + Distance(options.least_clearance)
+                                                   : ToString(proof.verdict));
   }
-  if (check.self_clearance) {
-    text += "  smallest clearance from itself: " + Distance(check.self_clearance->distance) +
-            " between frames " + Quoted(check.self_clearance->frames[0]) + " and " +
-            Quoted(check.self_clearance->frames[1]) + ", " +
-            Where(check.self_clearance->place, num_segments) + "\n";
+  text += "\n  self-collision: " + scope.SelfCollision() + "\n";
+  if (proof.bad) {
+    text += Bad("bad", *proof.bad, robot, num_segments);
   }
-  if (check.limit_margin) {
-    text += "  nearest to a limit: joint " + Quoted(robot.cSpaceCoordName(check.limit_margin->coordinate)) +
-            ", " + Number(check.limit_margin->distance, 3) + " from it, " +
-            Where(check.limit_margin->place, num_segments) + "\n";
-  }
-  return text;
+  return text + Nearest(proof, robot, num_segments);
 }
 
 }  // namespace kavo::command

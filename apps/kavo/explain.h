@@ -8,6 +8,7 @@
 #include "kavo/motion_planning/environment/configuration_fault.h"
 #include "kavo/motion_planning/interface/query_report.h"
 #include "kavo/motion_planning/util/path_check.h"
+#include "kavo/motion_planning/util/path_proof.h"
 
 namespace kavo::command {
 
@@ -24,4 +25,8 @@ std::string ExplainFailure(const QueryReport& report, const RobotDescription& ro
 std::string Explain(const planning::PathCheck& check, const RobotDescription& robot, const Scope& scope,
                     std::size_t num_segments, double step_size);
 
+//! What a proof found, likewise.
+//! \param options That it was made with.
+std::string Explain(const planning::PathProof& proof, const RobotDescription& robot, const Scope& scope,
+                    std::size_t num_segments, const planning::PathProofOptions& options);
 }  // namespace kavo::command

@@ -36,9 +36,11 @@ std::vector<std::string> Scope::Ignored() const {
   return names;
 }
 
-std::string Scope::Valid() const {
-  std::string text = has_spheres ? "valid" : "valid for the limits only (the robot has no collision spheres)";
-  if (has_spheres && !uncovered_links.empty()) {
+std::string Scope::Verdict(const std::string& word) const {
+  std::string text = word;
+  if (!has_spheres) {
+    text += " for the limits only (the robot has no collision spheres)";
+  } else if (!uncovered_links.empty()) {
     text += " for the covered links only (not " + JoinQuoted(uncovered_links) + ")";
   }
   if (!ignored.empty()) {

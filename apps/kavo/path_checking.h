@@ -1,16 +1,26 @@
 #pragma once
 
 #include <Eigen/Core>
+#include <optional>
+#include <string>
 #include <vector>
 
 #include "apps/kavo/progress.h"
 #include "apps/kavo/situation.h"
-#include "kavo/motion_planning/util/path_check.h"
+#include "kavo/formats/result_file.h"
 
 namespace kavo::command {
 
-//! Checks a path apart from any planner, until a signal comes.
-planning::PathCheck CheckAlong(const std::vector<Eigen::VectorXd>& path, const Situation& situation,
-                               double step_size, Progress& progress);
+//! What a look at a path apart from any planner has found.
+struct CheckedPath {
+  //! In lines, for a reader.
+  std::string text;
+  //! For a file.
+  formats::PathCheck record;
+};
+
+//! Proves a path, or with a step size checks configurations no farther apart than it; until a signal comes.
+CheckedPath CheckAlong(const std::vector<Eigen::VectorXd>& path, const Situation& situation,
+                       const std::optional<double>& step_size, Progress& progress);
 
 }  // namespace kavo::command

@@ -30,7 +30,6 @@
 #include "kavo/formats/request.h"
 #include "kavo/formats/result_file.h"
 #include "kavo/motion_planning/interface/motion_planner.h"
-#include "kavo/motion_planning/util/path_check.h"
 #include "kavo/util/log.h"
 #include "kavo/util/parse_number.h"
 
@@ -81,9 +80,9 @@ struct Attempt {
   MotionPlanner::Results results;
   QueryReport report;
   // Empty without a path, and where none is wanted.
-  std::optional<planning::PathCheck> check;
+  std::optional<CheckedPath> check;
 
-  bool IsGood() const { return results.path_found && (!check || check->IsValid()); }
+  bool IsGood() const { return results.path_found && (!check || check->record.passed); }
 };
 
 // Sets the threshold of the log while it lives: what the planner warns about, the answer explains.
@@ -130,7 +129,6 @@ class Planning {
     }
     settings_.SetDefault("task_space_frame_name", situation_.robot->tip_frame);
     settings_.Load(situation_.robot->description);
-    check_step_ = options_.check_step.value_or(std::max(settings_.StepSize() / 10.0, kLeastCheckStep));
   }
 
   int Run() {
@@ -244,7 +242,7 @@ class Planning {
     }
     attempt.report = planner->queryReport();
     if (attempt.results.path_found && !options_.is_unchecked) {
-      attempt.check = CheckAlong(attempt.results.path, situation_, check_step_, progress);
+      attempt.check = CheckAlong(attempt.results.path, situation_, options_.check_step, progress);
     }
     return attempt;
   }
@@ -317,10 +315,8 @@ class Planning {
               std::to_string(*report.first_invalid_interpolated + 1) + " of " +
               std::to_string(attempt.results.interpolated_path.size()) + "\n";
     }
-    text += attempt.check
-                ? "check: " + Explain(*attempt.check, Robot(), situation_.scope, path.size() - 1, check_step_)
-                : "check: none\n";
-    if (attempt.check && attempt.check->first_bad && !options_.num_more_seeds) {
+    text += "check: " + (attempt.check ? attempt.check->text : "none\n");
+    if (attempt.check && !attempt.check->record.fault.empty() && !options_.num_more_seeds) {
       text += "Try --verify, which plans with other seeds and smaller steps until a path passes.\n";
     }
     return text;
@@ -364,22 +360,8 @@ class Planning {
     record.path = attempt.results.path;
     record.interpolated_path = attempt.results.interpolated_path;
     record.statistics = attempt.report;
-    if (const auto& check = attempt.check) {
-      record.check = {check->IsValid(),
-                      check->IsValid() ? situation_.scope.Valid() : "not valid",
-                      situation_.scope.Ignored(),
-                      situation_.scope.uncovered_links,
-                      situation_.scope.num_self_collision_pairs,
-                      check_step_,
-                      check->num_configurations,
-                      {},
-                      {}};
-      if (check->first_bad) {
-        record.check->fault = Explain(check->first_bad->fault, Robot());
-      }
-      if (check->clearance) {
-        record.check->clearance = check->clearance->distance;
-      }
+    if (attempt.check) {
+      record.check = attempt.check->record;
     }
     return record;
   }
@@ -397,7 +379,6 @@ class Planning {
   std::optional<double> seconds_;
   int num_attempts_ = 1;
   std::vector<Query> queries_;
-  double check_step_ = 0.0;
 };
 
 int Plan(const PlanOptions& options) {
@@ -455,8 +436,8 @@ void AddQueryOptions(CLI::App& plan, PlanOptions& options) {
 
 void AddCheckOptions(CLI::App& plan, PlanOptions& options) {
   plan.add_option("--check-step", options.check_step,
-                  "Distance of the configurations at which the path is checked apart from the planner; a "
-                  "tenth of step_size unless given; at least 1e-06")
+                  "Check configurations at this distance apart from the planner, instead of proving that "
+                  "nothing is touched anywhere on the path; at least 1e-06")
       ->type_name("STEP")
       ->group("Check")
       ->check([](const std::string& text) {
@@ -464,9 +445,9 @@ void AddCheckOptions(CLI::App& plan, PlanOptions& options) {
                    ? ""
                    : text + " is not a number of at least " + Number(kLeastCheckStep);
       });
-  CLI::Option* unchecked =
-      plan.add_flag("--no-check", options.is_unchecked, "Do not check the path apart from the planner")
-          ->group("Check");
+  CLI::Option* unchecked = plan.add_flag("--no-check", options.is_unchecked,
+                                         "Neither prove nor check the path apart from the planner")
+                               ->group("Check");
   plan.add_option(
           "--verify", options.num_more_seeds,
           "Where no path is found or the path fails the check, plan again with the next seed, and every "
@@ -509,9 +490,9 @@ void AddPlanCommand(CLI::App& app, Run& run) {
   AddCheckOptions(*plan, *options);
   AddOutputOptions(*plan, *options);
   plan->footer(
-      "Prints the waypoints, what the search cost, and what a check apart from the planner says; or\n"
-      "why there is no path. The exit status is 0 for a path that passes the check, 1 without one, 2\n"
-      "for input that cannot be used.\n\n"
+      "Prints the waypoints, what the search cost, and whether the path is proven free, apart from the\n"
+      "planner: no sphere touches anything anywhere on it; or why there is no path. The exit status is 0\n"
+      "for a path that passes this check, 1 without one, 2 for input that cannot be used.\n\n"
       "Examples, with the files of the source tree:\n"
       "  kavo plan --robot franka --scene examples/scene.yaml --start default \\\n"
       "            --goal 0,0.05,0,-1.815,0,3.436,0.7854\n"

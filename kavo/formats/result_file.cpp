@@ -82,20 +82,20 @@ Json StatisticsToJson(const QueryReport& report) {
   return json;
 }
 
+Json NumberOrNull(const std::optional<double>& value) { return value ? Json(*value) : Json(); }
+
 Json CheckToJson(const PlanRecord::Check& check) {
-  Json json = {{"passed", check.passed},
-               {"verdict", check.verdict},
-               {"ignored", check.ignored},
-               {"uncovered_links", check.uncovered_links},
-               {"self_collision_pairs", check.num_self_collision_pairs},
-               {"step", check.step},
-               {"num_configurations", check.num_configurations},
-               {"fault", check.fault},
-               {"clearance", nullptr}};
-  if (check.clearance) {
-    json["clearance"] = *check.clearance;
-  }
-  return json;
+  return {{"passed", check.passed},
+          {"verdict", check.verdict},
+          {"ignored", check.ignored},
+          {"uncovered_links", check.uncovered_links},
+          {"self_collision_pairs", check.num_self_collision_pairs},
+          {"step", NumberOrNull(check.step)},
+          {"num_configurations", check.num_configurations},
+          {"fault", check.fault},
+          {"clearance", NumberOrNull(check.clearance)},
+          {"self_clearance", NumberOrNull(check.self_clearance)},
+          {"tolerance", NumberOrNull(check.tolerance)}};
 }
 
 // One field of a line of CSV.

@@ -35,23 +35,28 @@ struct InputFile {
   std::string sha256;
 };
 
-//! How a path fared in a check apart from the planner's own.
+//! How a path fared in a check apart from the planner's own: a proof, or a look at configurations along it.
 struct PathCheck {
   bool passed = false;
-  //! For a reader: "valid" with what that is restricted to, or "not valid".
+  //! For a reader: "proven free" or "valid" with what that is restricted to, or how it failed.
   std::string verdict;
   //! Kinds of what was asked for and ignored, and links that were not looked at.
   std::vector<std::string> ignored;
   std::vector<std::string> uncovered_links;
   //! Pairs of frames of the robot that were looked at for contact with each other.
   std::uint64_t num_self_collision_pairs = 0;
-  //! Distance between the configurations that were looked at.
-  double step = 0.0;
+  //! Distance between the configurations that were looked at; none for a proof, which covers all.
+  std::optional<double> step;
   std::uint64_t num_configurations = 0;
-  //! What is wrong at the first bad configuration; empty if the path passed.
+  //! What is wrong at the first bad configuration, or the worst one that a proof found; empty if the path
+  //! passed.
   std::string fault;
-  //! Smallest distance between the robot and an obstacle; none without obstacles.
+  //! Smallest distance between the robot and an obstacle, and between frames of the robot; none without
+  //! obstacles, or pairs of frames.
   std::optional<double> clearance;
+  std::optional<double> self_clearance;
+  //! Of a proof: how much smaller than these the distances may be anywhere on the path.
+  std::optional<double> tolerance;
 };
 
 //! A query and its answer, as they go into a file. Metres, radians and seconds.

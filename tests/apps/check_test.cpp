@@ -13,13 +13,16 @@ using ::testing::IsEmpty;
 
 class CheckTest : public ::testing::Test {
  protected:
+  Outcome Run(std::vector<std::string> more, const std::string& input = {}) const {
+    more.insert(more.begin(), {"check", "--robot", folder_.Write("arm.urdf", kArmUrdf), "--coordinates",
+                               "shoulder,elbow", "--scene", folder_.Write("peg.yaml", kPegScene)});
+    return RunKavo(more, input);
+  }
   Outcome Check(const std::string& path, const std::string& step = "0.25",
                 const std::string& input = {}) const {
-    return RunKavo(
-        {"check", "--robot", folder_.Write("arm.urdf", kArmUrdf), "--coordinates", "shoulder,elbow",
-         "--scene", folder_.Write("peg.yaml", kPegScene), "--path", path, "--step", step},
-        input);
+    return Run({"--path", path, "--step", step}, input);
   }
+  Outcome Prove(const std::string& path) const { return Run({"--path", path, "--prove"}); }
 
   Folder folder_;
 };
@@ -45,9 +48,21 @@ TEST_F(CheckTest, SaysWhatIsWrongAndHowNearItComes) {
       AllOf(HasSubstr("3 waypoints, length 1.5: NOT valid at 1 of 7 configurations"),
             HasSubstr(
                 "first bad: on segment 2 of 2 at 50 %, 0,0\n    frame 'lower' reaches 350 mm into 'peg'")));
-  // Coarse enough to jump over it.
+  // Coarse enough to jump over it, which a proof does not.
   EXPECT_EQ(Check(bad, "0.9").status, 1);
-  EXPECT_EQ(Check(folder_.Write("jump.csv", "0.5,0\n-0.5,0\n"), "1").status, 0);
+  const std::string jump = folder_.Write("jump.csv", "0.5,0\n-0.5,0\n");
+  EXPECT_EQ(Check(jump, "1").status, 0);
+  const Outcome refused = Prove(jump);
+  EXPECT_EQ(refused.status, 1);
+  EXPECT_THAT(refused.output,
+              AllOf(HasSubstr("length 1: NOT proven free: touches\n"),
+                    HasSubstr("bad: on segment 1 of 1 at 50 %, 0,0\n    frame 'lower' reaches 350 mm into")));
+  EXPECT_THAT(
+      Prove(good).output,
+      AllOf(HasSubstr("proven free at every configuration, sphere by sphere; clearances within 0.1 mm\n"
+                      "  self-collision: not looked at\n"
+                      "  smallest clearance: 640 mm between frame 'lower' and 'peg'"),
+            HasSubstr("  nearest to a limit: joint 'shoulder', 2 from it")));
 
   const Outcome limit = Check(folder_.Write("limit.csv", "0.5,0\n0.5,3.5\n"), "10");
   EXPECT_EQ(limit.status, 1);

@@ -139,10 +139,10 @@ TEST_F(InputTest, WhatIsNotHonouredIsRefusedUnlessIgnored) {
     EXPECT_THAT(refused.errors, HasSubstr("to go on without: --ignore " + c.kind + "\n"));
     const Outcome ignored = Plan(request, {"--ignore", c.kind, "--json", folder_ / "out.json"}, c.scene);
     EXPECT_EQ(ignored.status, 0);
-    EXPECT_THAT(ignored.output, HasSubstr("check: valid with " + c.kind + " ignored at all "));
+    EXPECT_THAT(ignored.output, HasSubstr("check: proven free with " + c.kind + " ignored at every "));
     const auto check = nlohmann::json::parse(ReadFile(folder_ / "out.json"))["check"];
     EXPECT_EQ(check["ignored"], nlohmann::json({c.kind}));
-    EXPECT_EQ(check["verdict"], "valid with " + c.kind + " ignored");
+    EXPECT_EQ(check["verdict"], "proven free with " + c.kind + " ignored");
   }
   EXPECT_THAT(Plan(kPegRequest, {"--ignore", "mesh"}).errors, HasSubstr("--ignore"));
 
@@ -164,11 +164,12 @@ TEST_F(InputTest, ALinkWithoutSpheresIsRefusedUnlessAllowed) {
   const Outcome allowed =
       Plan(kPegRequest, {"--allow-uncovered", "--json", folder_ / "out.json"}, kPegScene, urdf);
   EXPECT_EQ(allowed.status, 0);
-  EXPECT_THAT(allowed.output, HasSubstr("check: valid for the covered links only (not 'gripper') at all "));
+  EXPECT_THAT(allowed.output,
+              HasSubstr("check: proven free for the covered links only (not 'gripper') at every "));
   EXPECT_EQ(nlohmann::json::parse(ReadFile(folder_ / "out.json"))["check"]["uncovered_links"],
             nlohmann::json({"gripper"}));
   EXPECT_THAT(Plan(kPegRequest, {"--cover", "0.05"}, kPegScene, urdf).output,
-              HasSubstr("check: valid at all "));
+              HasSubstr("check: proven free at every "));
 }
 
 TEST_F(InputTest, ObjectsInTheFrameOfALinkAreThere) {

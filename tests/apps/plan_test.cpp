@@ -49,7 +49,7 @@ TEST_F(PlanTest, AnswersARequestAndWritesFiles) {
   EXPECT_EQ(plan.status, 0);
   EXPECT_THAT(plan.output,
               AllOf(StartsWith("path found: "), HasSubstr("\n  shoulder,elbow\n  1,0\n"),
-                    HasSubstr("\n  -1,0\n"), HasSubstr("seed 7"), HasSubstr("check: valid at all "),
+                    HasSubstr("\n  -1,0\n"), HasSubstr("seed 7"), HasSubstr("check: proven free at every "),
                     HasSubstr("between frame 'lower' and 'peg'")));
   EXPECT_THAT(plan.errors, AllOf(HasSubstr("planner.yaml: not named, and so at their defaults: step_size, "),
                                  Not(HasSubstr("TESK"))));
@@ -63,7 +63,8 @@ TEST_F(PlanTest, AnswersARequestAndWritesFiles) {
   EXPECT_EQ(json["settings"]["task_space_frame_name"], "gripper");
   EXPECT_EQ(json["seed"], 7);
   EXPECT_EQ(json["check"]["passed"], true);
-  EXPECT_EQ(json["check"]["step"], 0.01);
+  EXPECT_EQ(json["check"]["tolerance"], 1e-4);
+  EXPECT_NEAR(json["check"]["clearance"].get<double>(), 0.0010, 1e-4);
   EXPECT_EQ(json["path"].front(), nlohmann::json({1.0, 0.0}));
 
   // The path is the library's own for these settings, and passes the check of `kavo check`.
@@ -190,12 +191,12 @@ TEST_F(PlanTest, TriesSeedsUntilAPathPassesTheCheck) {
   Arguments arguments = Plan({"--start", "left", "--goal", "right", "--set", "step_size=0.3"});
   const Outcome bad = RunKavo(arguments);
   EXPECT_EQ(bad.status, 1);
-  EXPECT_THAT(bad.output,
-              AllOf(HasSubstr("check: NOT valid at "), HasSubstr("into 'peg'"), HasSubstr("--verify")));
+  EXPECT_THAT(bad.output, AllOf(HasSubstr("check: NOT proven free: touches"), HasSubstr("into 'peg'"),
+                                HasSubstr("--verify")));
   arguments.emplace_back("--verify");
   const Outcome good = RunKavo(arguments);
   EXPECT_EQ(good.status, 0);
-  EXPECT_THAT(good.output, AllOf(HasSubstr("seed 1235"), HasSubstr("check: valid")));
+  EXPECT_THAT(good.output, AllOf(HasSubstr("seed 1235"), HasSubstr("check: proven free")));
   EXPECT_THAT(good.errors, HasSubstr("seed 1234: the path fails the check; trying the next seed"));
   // The straight way jumps over the peg with every seed; half the step sees it.
   const Outcome halved = RunKavo(

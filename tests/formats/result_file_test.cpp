@@ -45,10 +45,11 @@ PlanRecord SmallRecord() {
   record.statistics.num_nodes = {4, 5};
   record.check.emplace();
   record.check->passed = true;
-  record.check->verdict = "valid with cones ignored";
+  record.check->verdict = "proven free with cones ignored";
   record.check->ignored = {"cones"};
   record.check->uncovered_links = {"hand"};
-  record.check->step = 0.01;
+  record.check->self_clearance = 0.25;
+  record.check->tolerance = 0.01;
   return record;
 }
 

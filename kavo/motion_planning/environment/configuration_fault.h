@@ -33,7 +33,8 @@ struct ConfigurationFault {
     ObstacleHandle obstacle;
     //! Its name, also once it was removed from the world.
     std::string obstacle_name;
-    //! How far the sphere reaches into the obstacle; zero where it just touches. Metres.
+    //! How far the sphere reaches into the obstacle; zero where it just touches, negative where a proof
+    //! found it too near to tell. Metres.
     double depth;
   };
 
@@ -43,7 +44,7 @@ struct ConfigurationFault {
     std::string frames[2];
     //! Index among the spheres of each frame.
     std::size_t spheres[2];
-    //! How far the spheres overlap; zero where they just touch. Metres.
+    //! How far the spheres overlap, likewise. Metres.
     double depth;
   };
 

@@ -125,7 +125,7 @@ class Checker {
         }
         const double distance = nearest->distance - radius;
         if (!result_.clearance || distance < result_.clearance->distance) {
-          result_.clearance = {distance, shape.frame, k, nearest->obstacle, {}, place};
+          result_.clearance = {distance, shape.frame, nearest->obstacle, {}, place};
         }
         if (distance <= 0.0 && !fault.limit && (!fault.contact || -distance > fault.contact->depth)) {
           fault.contact = {shape.frame, k, shape.centers[k], radius, nearest->obstacle, {}, -distance};
@@ -143,7 +143,7 @@ class Checker {
           const double distance =
               Distance(a.centers[i], b.centers[k]) - a.spheres[i].radius - b.spheres[k].radius;
           if (!result_.self_clearance || distance < result_.self_clearance->distance) {
-            result_.self_clearance = {distance, {a.frame, b.frame}, {i, k}, place};
+            result_.self_clearance = {distance, {a.frame, b.frame}, place};
           }
           if (distance <= 0.0 && !fault.limit && !fault.contact &&
               (!fault.self_contact || -distance > fault.self_contact->depth)) {

@@ -33,8 +33,6 @@ struct PathCheck {
   struct Clearance {
     double distance;
     std::string frame;
-    //! Index among the spheres of the frame.
-    std::size_t sphere;
     ObstacleHandle obstacle;
     //! Its name, also once it was removed from the world.
     std::string obstacle_name;
@@ -45,8 +43,6 @@ struct PathCheck {
   struct SelfClearance {
     double distance;
     std::string frames[2];
-    //! Index among the spheres of each frame.
-    std::size_t spheres[2];
     PathPlace place;
   };
   //! The distance of a coordinate to the nearer of its limits, negative beyond it. Coordinates without limits

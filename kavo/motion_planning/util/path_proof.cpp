@@ -185,7 +185,7 @@ class Prover {
 
   PathProof Run() {
     CheckLimits();
-    if (proof_.limit) {
+    if (proof_.bad) {
       proof_.verdict = Verdict::kBeyondLimits;
       return proof_;
     }
@@ -208,9 +208,14 @@ class Prover {
     if (proof_.clearance) {
       proof_.clearance->obstacle_name = world_view_.name(proof_.clearance->obstacle);
     }
-    proof_.verdict = smallest_ <= 0.0                       ? Verdict::kTouches
-                     : smallest_ < options_.least_clearance ? Verdict::kTooNear
-                                                            : end_.value_or(Verdict::kFree);
+    proof_.verdict = end_.value_or(Verdict::kFree);
+    if (IsRefused()) {
+      proof_.verdict = smallest_ <= 0.0 ? Verdict::kTouches : Verdict::kTooNear;
+      if (nearest_.fault.contact) {
+        nearest_.fault.contact->obstacle_name = proof_.clearance->obstacle_name;
+      }
+      proof_.bad = nearest_;
+    }
     return proof_;
   }
 
@@ -237,9 +242,9 @@ class Prover {
       for (std::size_t i = 0; i < limits_.size(); ++i) {
         const double value = path_[w][static_cast<Eigen::Index>(i)];
         const auto [lower, upper] = limits_[i];
-        if (!proof_.limit && !(lower <= value && value <= upper && std::isfinite(value))) {
-          proof_.limit = {i, value, lower, upper};
-          proof_.beyond_limits = PlaceOfWaypoint(w);
+        if (!proof_.bad && !(lower <= value && value <= upper && std::isfinite(value))) {
+          proof_.bad = {PlaceOfWaypoint(w), {}};
+          proof_.bad->fault.limit = {i, value, lower, upper};
         }
         const double distance = std::min(value - lower, upper - value);
         if (std::isfinite(distance) && (!proof_.limit_margin || distance < proof_.limit_margin->distance)) {
@@ -281,7 +286,7 @@ class Prover {
       const Ball& ball = arm_.Balls()[i];
       const Eigen::Vector3d& center = PlaceBall(i);
       if (!center.allFinite()) {
-        end_ = Verdict::kUndecided;
+        GiveUpOn(ball, place);
         return still_open;
       }
       const auto nearest = world_view_.nearestObstacle(center);
@@ -290,8 +295,11 @@ class Prover {
       }
       const double gap = nearest->distance - ball.sphere.radius;
       if (!proof_.clearance || gap < proof_.clearance->distance) {
-        proof_.clearance = {gap, arm_.FrameName(ball), ball.index, nearest->obstacle, {}, place};
-        smallest_ = std::min(smallest_, gap);
+        const std::string& frame = arm_.FrameName(ball);
+        proof_.clearance = {gap, frame, nearest->obstacle, {}, place};
+        if (ConfigurationFault* const fault = NoteSmallest(gap, place)) {
+          fault->contact = {frame, ball.index, center, ball.sphere.radius, nearest->obstacle, {}, -gap};
+        }
       }
       const double bound = gap - Travel(i) - kRounding * (length_ + std::fabs(nearest->distance));
       if (!IsSettled(bound, proof_.clearance->distance)) {
@@ -304,13 +312,15 @@ class Prover {
       const Ball& b = arm_.Balls()[pair.b];
       const double distance = Norm(PlaceBall(pair.a) - PlaceBall(pair.b));
       if (!std::isfinite(distance)) {
-        end_ = Verdict::kUndecided;
+        GiveUpOn(a, place);
         return still_open;
       }
       const double gap = distance - a.sphere.radius - b.sphere.radius;
       if (!proof_.self_clearance || gap < proof_.self_clearance->distance) {
-        proof_.self_clearance = {gap, {arm_.FrameName(a), arm_.FrameName(b)}, {a.index, b.index}, place};
-        smallest_ = std::min(smallest_, gap);
+        proof_.self_clearance = {gap, {arm_.FrameName(a), arm_.FrameName(b)}, place};
+        if (ConfigurationFault* const fault = NoteSmallest(gap, place)) {
+          fault->self_contact = {{arm_.FrameName(a), arm_.FrameName(b)}, {a.index, b.index}, -gap};
+        }
       }
       const double bound = gap - Travel(pair) - kRounding * length_;
       if (!IsSettled(bound, proof_.self_clearance->distance)) {
@@ -320,10 +330,29 @@ class Prover {
     return still_open;
   }
 
+  // What is wrong at the place of the smallest gap so far, for the caller to fill in; null if it was not
+  // that.
+  ConfigurationFault* NoteSmallest(double gap, const PathPlace& place) {
+    if (gap >= smallest_) {
+      return nullptr;
+    }
+    smallest_ = gap;
+    nearest_ = {place, {}};
+    return &nearest_.fault;
+  }
+
+  void GiveUpOn(const Ball& ball, const PathPlace& place) {
+    end_ = Verdict::kUndecided;
+    proof_.bad = {place, {}};
+    proof_.bad->fault.unplaced_frame = arm_.FrameName(ball);
+  }
+
+  bool IsRefused() const { return smallest_ < options_.least_clearance; }
+
   // Whether a part with such a lower bound on a gap is free (unless the path is known not to be) and cannot
   // lower the smallest clearance by more than the tolerance.
   bool IsSettled(double bound, double smallest) const {
-    return (bound > 0.0 || smallest_ < options_.least_clearance) && bound >= smallest - options_.tolerance;
+    return (bound > 0.0 || IsRefused()) && bound >= smallest - options_.tolerance;
   }
 
   // Also works out how far each joint moves things within half the width of a part of the segment: by the
@@ -411,8 +440,9 @@ class Prover {
   std::size_t segment_ = 0;
   // Of the segment.
   std::uint64_t num_bounds_ = 0;
-  // Of both kinds.
+  // The smallest gap so far, of both kinds, and what would be wrong there.
   double smallest_ = std::numeric_limits<double>::infinity();
+  PathCheck::Bad nearest_;
   // Why the proof ended early.
   std::optional<Verdict> end_;
   PathProof proof_;

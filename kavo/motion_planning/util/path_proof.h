@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "kavo/kinematics/interface/robot_description.h"
-#include "kavo/motion_planning/environment/configuration_fault.h"
 #include "kavo/motion_planning/util/path_check.h"
 #include "kavo/motion_planning/util/stop_condition.h"
 #include "kavo/util/export.h"
@@ -31,29 +30,29 @@ struct PathProof {
   enum class Verdict {
     //! Proven: no sphere touches an obstacle, nor one of a frame that its own must not touch, anywhere.
     kFree,
-    //! Something touches where the smaller of the two clearances is, which is zero or negative there.
+    //! Something touches. `bad` is where it does so deepest.
     kTouches,
-    //! Where the smaller of the two clearances is, it is below the least one that was asked for.
+    //! Somewhere the clearance is below the least one that was asked for. `bad` is where it is smallest, and
+    //! the depth in it negative.
     kTooNear,
-    //! A waypoint is beyond a limit or not finite: see `limit`. Nothing else was looked at.
+    //! `bad` is the first waypoint that is beyond a limit or not finite. Nothing else was looked at.
     kBeyondLimits,
-    //! Given up: a segment takes more bounds than were allowed, or a frame cannot be placed. What was looked
-    //! at is free.
+    //! Given up: a segment takes more bounds than were allowed, or a frame cannot be placed, in `bad`. What
+    //! was looked at is free.
     kUndecided,
     //! The stop condition ended the proof. What was looked at is free.
     kStopped,
   };
 
   Verdict verdict = Verdict::kUndecided;
+  //! Why the path is not proven free.
+  std::optional<PathCheck::Bad> bad;
   //! The smallest clearances of the whole path and where they are: none is smaller by more than the
   //! tolerance, unless the proof was given up or stopped. Empty where there is nothing to measure.
   std::optional<PathCheck::Clearance> clearance;
   std::optional<PathCheck::SelfClearance> self_clearance;
   //! The smallest of the whole path, which is at a waypoint.
   std::optional<PathCheck::LimitMargin> limit_margin;
-  //! The first waypoint that is beyond a limit, and the limit.
-  std::optional<PathPlace> beyond_limits;
-  std::optional<ConfigurationFault::Limit> limit;
   //! Configurations in which the robot was placed.
   std::uint64_t num_placements = 0;
 

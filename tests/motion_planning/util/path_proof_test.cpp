@@ -104,7 +104,6 @@ TEST(PathProofTest, IsRightAboutRandomMotions) {
       const PathCheck there = CheckPath(*robot, world.view(), {proof.clearance->place.configuration}, 1.0);
       ASSERT_NEAR(there.clearance->distance, proof.clearance->distance, 1e-12);
       ASSERT_EQ(there.clearance->frame, proof.clearance->frame);
-      ASSERT_EQ(there.clearance->sphere, proof.clearance->sphere);
       smallest = proof.clearance->distance;
     }
     if (proof.self_clearance) {
@@ -245,8 +244,8 @@ TEST(PathProofTest, EndsForWhateverItIsGiven) {
     const PathProof proof =
         ProvePath(*robot, world.view(), {Vec({3.0, 0.0}), Vec({0.0, 0.0}), Vec({value, 0.0})});
     EXPECT_EQ(proof.verdict, Verdict::kBeyondLimits);
-    EXPECT_EQ(proof.beyond_limits->segment, 1u);
-    EXPECT_EQ(proof.limit->coordinate, 0u);
+    EXPECT_EQ(proof.bad->place.segment, 1u);
+    EXPECT_EQ(proof.bad->fault.limit->coordinate, 0u);
   }
   EXPECT_EQ(ProvePath(*robot, world.view(), {Vec({3.0, kNaN})}).verdict, Verdict::kBeyondLimits);
   EXPECT_EQ(ProvePath(*robot, world.view(), {Vec({3.5, 1.0}), Vec({-1.0, 1.0})}).limit_margin->distance, 0.5);
