@@ -26,6 +26,12 @@ using math::kNumLanes;
 using Data = BallModel::Data;
 using Question = BallModel::Question;
 
+// A tag that knows over how many lanes the loops run: with wide vectors they are none.
+template <std::size_t kLanes>
+struct Lanes : hn::CappedTag<float, kLanes> {
+  static constexpr std::size_t kCount = kLanes;
+};
+
 template <class D>
 HWY_INLINE std::uint32_t Bits(D d, hn::Mask<D> mask) {
   std::uint8_t bits[8] = {};
@@ -45,14 +51,14 @@ HWY_INLINE V Place(D d, const float* row, V x, V y, V z) {
 }
 
 template <class D>
-HWY_INLINE void PlaceCenter(D d, const Data& data, const math::LaneTransforms& transform, const float* center,
+HWY_INLINE void PlaceCenter(D d, const math::LaneTransforms& transform, const float* center,
                             Data::Centers& placed) {
   const auto x = hn::Set(d, center[0]);
   const auto y = hn::Set(d, center[1]);
   const auto z = hn::Set(d, center[2]);
   for (std::size_t axis = 0; axis < 3; ++axis) {
     const float* const row = transform.entries + axis * math::LaneTransforms::kRow;
-    for (std::size_t lane = 0; lane < data.num_lanes; lane += hn::Lanes(d)) {
+    for (std::size_t lane = 0; lane < D::kCount; lane += hn::Lanes(d)) {
       hn::Store(Place(d, row + lane, x, y, z), d, placed.values + axis * kNumLanes + lane);
     }
   }
@@ -69,50 +75,30 @@ HWY_INLINE float Reach(const Data& data, float radius, const math::MotionBound& 
   return (std::sqrt(r * r + half * half) + data.bulge * bound.acceleration) * (1.0f + 0x1p-18f);
 }
 
-// Places the ball around a part.
-template <class D>
-HWY_INLINE void PlacePart(D d, const Data& data, Data::Part& part) {
-  if (!part.placement.isDue(data.placement)) {
+// How exactly a part is placed.
+HWY_INLINE void FindMargin(const Data& data, Data::Part& part) {
+  if (!part.margin_placement.isDue(data.placement)) {
     return;
   }
   const math::LaneTransforms& transform = *part.transform;
   const float length = transform.reach + part.extent;
   part.margin = BallModel::kLeastLength + BallModel::kMargin * length + transform.shift_error +
                 transform.turn_error * part.extent;
-  if (data.is_motion && part.motion.isDue(data.motion)) {
-    part.bound = math::MotionBound();
-    math::AddMotion(part.reaches, data.rates, part.bound);
-  }
-  part.reach = Reach(data, part.radius, part.bound, 1.0f);
-  part.is_plain = length <= BallModel::kLargestLength && part.margin <= BallModel::kLargestLength &&
-                  part.reach <= BallModel::kLargestLength;
-  const auto x = hn::Set(d, part.center[0]);
-  const auto y = hn::Set(d, part.center[1]);
-  const auto z = hn::Set(d, part.center[2]);
-  for (std::size_t axis = 0; axis < 3; ++axis) {
-    const float* const row = transform.entries + axis * math::LaneTransforms::kRow;
-    auto low = Place(d, row, x, y, z);
-    auto high = low;
-    hn::Store(low, d, part.centers.values + axis * kNumLanes);
-    for (std::size_t lane = hn::Lanes(d); lane < data.num_lanes; lane += hn::Lanes(d)) {
-      const auto center = Place(d, row + lane, x, y, z);
-      low = hn::Min(low, center);
-      high = hn::Max(high, center);
-      hn::Store(center, d, part.centers.values + axis * kNumLanes + lane);
-    }
-    part.low[axis] = hn::GetLane(hn::MinOfLanes(d, low));
-    part.high[axis] = hn::GetLane(hn::MaxOfLanes(d, high));
-  }
+  part.is_plain = length <= BallModel::kLargestLength && part.margin <= BallModel::kLargestLength;
 }
 
-// Places the balls around its bundles.
+// Places the ball around a part.
 template <class D>
-HWY_INLINE void PlaceBundles(D d, Data& data, Data::Part& part) {
-  if (!part.bundles_placement.isDue(data.placement)) {
-    return;
-  }
-  for (std::uint32_t i = part.first_bundle; i < part.end_bundle; ++i) {
-    PlaceCenter(d, data, *part.transform, data.bundles[i].center, data.bundles[i].centers);
+HWY_INLINE void PlacePart(D d, const Data& data, Data::Part& part) {
+  FindMargin(data, part);
+  PlaceCenter(d, *part.transform, part.center, part.centers);
+}
+
+// Places the ball around a bundle.
+template <class D>
+HWY_INLINE void PlaceBundle(D d, const Data& data, Data::Bundle& bundle) {
+  if (bundle.placement.isDue(data.placement)) {
+    PlaceCenter(d, *data.parts[bundle.part].transform, bundle.center, bundle.centers);
   }
 }
 
@@ -124,7 +110,7 @@ HWY_NOINLINE void PlaceBalls(D d, Data& data, Data::Bundle& bundle) {
   }
   const math::LaneTransforms& transform = *data.parts[bundle.part].transform;
   for (std::uint32_t i = bundle.first_ball; i < bundle.end_ball; ++i) {
-    PlaceCenter(d, data, transform, data.balls[i].center, data.placed[i]);
+    PlaceCenter(d, transform, data.balls[i].center, data.placed[i]);
   }
 }
 
@@ -266,10 +252,10 @@ class Distance {
 
 // In which lanes something is within reach. At a squared distance above that of `reach` it is certainly not.
 template <class D, class Squared>
-HWY_INLINE std::uint32_t FindNear(D d, std::size_t num_lanes, float reach, const Squared& squared) {
+HWY_INLINE std::uint32_t FindNear(D d, float reach, const Squared& squared) {
   const auto squared_reach = hn::Set(d, Square(reach));
   std::uint32_t near = 0;
-  for (std::size_t lane = 0; lane < num_lanes; lane += hn::Lanes(d)) {
+  for (std::size_t lane = 0; lane < D::kCount; lane += hn::Lanes(d)) {
     near |= Bits(d, hn::Le(squared(lane), squared_reach)) << lane;
   }
   return near;
@@ -277,10 +263,10 @@ HWY_INLINE std::uint32_t FindNear(D d, std::size_t num_lanes, float reach, const
 
 // Whether in any lane something is within reach: faster than `FindNear`, for what is mostly far.
 template <class D, class Squared>
-HWY_INLINE bool IsAnyNear(D d, std::size_t num_lanes, float reach, const Squared& squared) {
+HWY_INLINE bool IsAnyNear(D d, float reach, const Squared& squared) {
   const auto squared_reach = hn::Set(d, Square(reach));
   auto least = squared(0);
-  for (std::size_t lane = hn::Lanes(d); lane < num_lanes; lane += hn::Lanes(d)) {
+  for (std::size_t lane = hn::Lanes(d); lane < D::kCount; lane += hn::Lanes(d)) {
     least = hn::Min(least, squared(lane));
   }
   return !hn::AllFalse(d, hn::Le(least, squared_reach));
@@ -288,9 +274,8 @@ HWY_INLINE bool IsAnyNear(D d, std::size_t num_lanes, float reach, const Squared
 
 // In which lanes there is contact for certain.
 template <class D, class Squared>
-HWY_INLINE std::uint32_t FindTouching(D d, std::size_t num_lanes, float reach, float margin,
-                                      const Squared& squared) {
-  return reach > margin ? FindNear(d, num_lanes, reach - margin, squared) : 0;
+HWY_INLINE std::uint32_t FindTouching(D d, float reach, float margin, const Squared& squared) {
+  return reach > margin ? FindNear(d, reach - margin, squared) : 0;
 }
 
 // The contacts of the balls of one bundle with one solid. False when there is no more to ask.
@@ -298,10 +283,10 @@ template <LaneSolid::Kind kKind, class D, class Asked>
 HWY_INLINE bool AskBundle(D d, Data& data, Data::Bundle& bundle, const LaneSolid& solid, float margin,
                           const Question& question, std::uint32_t open, Asked& asked) {
   const Distance<kKind, D> distance(d, solid);
-  const std::size_t num_lanes = data.num_lanes;
+  PlaceBundle(d, data, bundle);
   FindReaches(data, bundle);
   const float own = distance.Radius() + margin;
-  open = asked.Narrow(open, FindNear(d, num_lanes, bundle.reach + own, [&](std::size_t lane) {
+  open = asked.Narrow(open, FindNear(d, bundle.reach + own, [&](std::size_t lane) {
                         return distance.Squared(bundle.centers.values + lane);
                       }));
   if (open == 0) {
@@ -312,13 +297,13 @@ HWY_INLINE bool AskBundle(D d, Data& data, Data::Bundle& bundle, const LaneSolid
   for (std::uint32_t i = bundle.first_ball; i < bundle.end_ball; ++i) {
     const auto squared = [&](std::size_t lane) { return distance.Squared(data.placed[i].values + lane); };
     const float reach = data.reaches[i] + own;
-    if (HWY_LIKELY(!IsAnyNear(d, num_lanes, reach, squared))) {
+    if (HWY_LIKELY(!IsAnyNear(d, reach, squared))) {
       continue;
     }
-    const std::uint32_t near = FindNear(d, num_lanes, reach, squared);
+    const std::uint32_t near = FindNear(d, reach, squared);
     all_near |= near;
     const float radius = data.balls[i].radius + distance.Radius();
-    if (!asked.Note(question, FindTouching(d, num_lanes, radius, margin, squared), near)) {
+    if (!asked.Note(question, FindTouching(d, radius, margin, squared), near)) {
       return false;
     }
   }
@@ -332,12 +317,11 @@ HWY_NOINLINE bool AskPart(D d, Data& data, Data::Part& part, const LaneSolid& so
   const Distance<kKind, D> distance(d, solid);
   const float margin = part.margin + solid.margin;
   const std::uint32_t open = asked.Narrow(
-      asked.All(), FindNear(d, data.num_lanes, part.reach + distance.Radius() + margin,
+      asked.All(), FindNear(d, part.reach + distance.Radius() + margin,
                             [&](std::size_t lane) { return distance.Squared(part.centers.values + lane); }));
   if (open == 0) {
     return true;
   }
-  PlaceBundles(d, data, part);
   for (std::uint32_t i = part.first_bundle; i < part.end_bundle; ++i) {
     question.subject = i;
     if (!AskBundle<kKind>(d, data, data.bundles[i], solid, margin, question, open, asked)) {
@@ -370,24 +354,56 @@ HWY_INLINE bool ForKind(LaneSolid::Kind kind, const Ask& ask) {
   return true;
 }
 
-// Whether a half-space comes near the box of a part.
-HWY_INLINE bool IsNear(const LaneSolid& half_space, const Data::Part& part) {
-  float distance = 0.0f;
-  for (int axis = 0; axis < 3; ++axis) {
-    const float normal = half_space.rotation[2][axis];
-    const float nearest = normal > 0.0f ? part.low[axis] : part.high[axis];
-    distance += normal * (nearest - half_space.center[axis]);
+// The box around a placed part in all lanes.
+struct Box {
+  template <class D>
+  HWY_INLINE Box(D d, const Data::Centers& centers) {
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+      auto lowest = hn::Load(d, centers.values + axis * kNumLanes);
+      auto highest = lowest;
+      for (std::size_t lane = hn::Lanes(d); lane < D::kCount; lane += hn::Lanes(d)) {
+        const auto center = hn::Load(d, centers.values + axis * kNumLanes + lane);
+        lowest = hn::Min(lowest, center);
+        highest = hn::Max(highest, center);
+      }
+      low[axis] = hn::GetLane(hn::MinOfLanes(d, lowest));
+      high[axis] = hn::GetLane(hn::MaxOfLanes(d, highest));
+    }
   }
-  return distance <= part.reach + part.margin + half_space.margin;
-}
+
+  // Whether a half-space comes near.
+  HWY_INLINE bool IsNear(const LaneSolid& half_space, float reach) const {
+    float distance = 0.0f;
+    for (int axis = 0; axis < 3; ++axis) {
+      const float normal = half_space.rotation[2][axis];
+      const float nearest = normal > 0.0f ? low[axis] : high[axis];
+      distance += normal * (nearest - half_space.center[axis]);
+    }
+    return distance <= reach + half_space.margin;
+  }
+
+  float low[3];
+  float high[3];
+};
 
 // The contacts of one placed part with the world. False when there is no more to ask.
 template <class D, class Asked>
 HWY_INLINE bool AskPartInWorld(D d, Data& data, Data::Part& part, const SolidLanes& lanes,
                                const BoundsGroup* groups, Asked& asked) {
+  if (data.is_motion && part.motion.isDue(data.motion)) {
+    part.bound = math::MotionBound();
+    math::AddMotion(part.reaches, data.rates, part.bound);
+  }
+  part.reach = Reach(data, part.radius, part.bound, 1.0f);
+  // The margin is far above the rounding of the bounds.
+  const float reach = part.reach + part.margin;
+  if (!(reach <= BallModel::kLargestLength)) {
+    return asked.Refuse();
+  }
+  const Box box(d, part.centers);
   for (std::size_t i = 0; i < lanes.half_spaces.size(); ++i) {
     const Question question{Question::Kind::kHalfSpace, 0, static_cast<std::uint32_t>(i), 0};
-    if (IsNear(lanes.half_spaces[i], part) &&
+    if (box.IsNear(lanes.half_spaces[i], reach) &&
         !AskPart<LaneSolid::Kind::kHalfSpace>(d, data, part, lanes.half_spaces[i], question, asked)) {
       return false;
     }
@@ -395,10 +411,8 @@ HWY_INLINE bool AskPartInWorld(D d, Data& data, Data::Part& part, const SolidLan
   if (groups == nullptr) {
     return true;
   }
-  // The margin is far above the rounding of the bounds.
-  const float reach = part.reach + part.margin;
-  const float low[3] = {part.low[0] - reach, part.low[1] - reach, part.low[2] - reach};
-  const float high[3] = {part.high[0] + reach, part.high[1] + reach, part.high[2] + reach};
+  const float low[3] = {box.low[0] - reach, box.low[1] - reach, box.low[2] - reach};
+  const float high[3] = {box.high[0] + reach, box.high[1] + reach, box.high[2] + reach};
   return !FindOverlapping(groups, low, high, [&](std::uint32_t index) {
     const LaneSolid& solid = lanes.solids[index];
     const Question question{Question::Kind::kSolid, 0, index, 0};
@@ -417,8 +431,7 @@ HWY_INLINE hn::Vec<D> Squared(D d, const float* p, const float* q) {
   return hn::Add(hn::Add(hn::Mul(x, x), hn::Mul(y, y)), hn::Mul(z, z));
 }
 
-template <class Pair>
-HWY_INLINE void FindBound(const Data& data, Pair& pair) {
+HWY_INLINE void FindBound(const Data& data, Data::Pair& pair) {
   if (data.is_motion && pair.motion.isDue(data.motion)) {
     pair.bound = math::MotionBound();
     math::AddMotion(pair.reaches[0], data.rates, pair.bound);
@@ -426,19 +439,27 @@ HWY_INLINE void FindBound(const Data& data, Pair& pair) {
   }
 }
 
+// What is left to be asked of two balls around others.
+template <class D, class Asked>
+HWY_INLINE std::uint32_t NarrowToNear(D d, const Data& data, Data::Pair& pair, float radii, float margin,
+                                      const Data::Centers& a, const Data::Centers& b, std::uint32_t open,
+                                      const Asked& asked) {
+  FindBound(data, pair);
+  const float reach = Reach(data, radii, pair.bound, 2.0f) + margin;
+  return asked.Narrow(open, FindNear(d, reach, [&](std::size_t lane) {
+                        return Squared(d, a.values + lane, b.values + lane);
+                      }));
+}
+
 // The contacts of the balls of two bundles with each other. False when there is no more to ask.
 template <class D, class Asked>
-HWY_INLINE bool AskBundles(D d, Data& data, Data::BundlePair& pair, float margin, const Question& question,
+HWY_INLINE bool AskBundles(D d, Data& data, Data::Pair& pair, float margin, const Question& question,
                            std::uint32_t open, Asked& asked) {
-  const std::size_t num_lanes = data.num_lanes;
   Data::Bundle& a = data.bundles[pair.a];
   Data::Bundle& b = data.bundles[pair.b];
-  FindBound(data, pair);
-  const float radii = a.radius + b.radius;
-  open = asked.Narrow(
-      open, FindNear(d, num_lanes, Reach(data, radii, pair.bound, 2.0f) + margin, [&](std::size_t lane) {
-        return Squared(d, a.centers.values + lane, b.centers.values + lane);
-      }));
+  PlaceBundle(d, data, a);
+  PlaceBundle(d, data, b);
+  open = NarrowToNear(d, data, pair, a.radius + b.radius, margin, a.centers, b.centers, open, asked);
   if (open == 0) {
     return true;
   }
@@ -451,7 +472,7 @@ HWY_INLINE bool AskBundles(D d, Data& data, Data::BundlePair& pair, float margin
   for (std::uint32_t i = a.first_ball; i < a.end_ball; ++i) {
     const float* const ball = data.placed[i].values;
     const float radius = data.balls[i].radius;
-    if (!IsAnyNear(d, num_lanes, radius + b.radius + added,
+    if (!IsAnyNear(d, radius + b.radius + added,
                    [&](std::size_t lane) { return Squared(d, ball + lane, b.centers.values + lane); })) {
       continue;
     }
@@ -460,12 +481,12 @@ HWY_INLINE bool AskBundles(D d, Data& data, Data::BundlePair& pair, float margin
         return Squared(d, ball + lane, data.placed[k].values + lane);
       };
       const float both = radius + data.balls[k].radius;
-      if (HWY_LIKELY(!IsAnyNear(d, num_lanes, both + added, squared))) {
+      if (HWY_LIKELY(!IsAnyNear(d, both + added, squared))) {
         continue;
       }
-      const std::uint32_t near = FindNear(d, num_lanes, both + added, squared);
+      const std::uint32_t near = FindNear(d, both + added, squared);
       all_near |= near;
-      if (!asked.Note(question, FindTouching(d, num_lanes, both, margin, squared), near)) {
+      if (!asked.Note(question, FindTouching(d, both, margin, squared), near)) {
         return false;
       }
     }
@@ -476,26 +497,29 @@ HWY_INLINE bool AskBundles(D d, Data& data, Data::BundlePair& pair, float margin
 
 template <class D, class Asked>
 HWY_INLINE bool AskParts(D d, Data& data, std::uint32_t index, Asked& asked) {
-  Data::PartPair& pair = data.part_pairs[index];
+  Data::Pair& pair = data.part_pairs[index];
   Data::Part& a = data.parts[pair.a];
   Data::Part& b = data.parts[pair.b];
-  FindBound(data, pair);
   const float margin = a.margin + b.margin;
-  const std::uint32_t open = asked.Narrow(
-      asked.All(), FindNear(d, data.num_lanes, Reach(data, a.radius + b.radius, pair.bound, 2.0f) + margin,
-                            [&](std::size_t lane) {
-                              return Squared(d, a.centers.values + lane, b.centers.values + lane);
-                            }));
-  if (open == 0) {
+  const std::uint32_t of_parts =
+      NarrowToNear(d, data, pair, a.radius + b.radius, margin, a.centers, b.centers, asked.All(), asked);
+  if (of_parts == 0) {
     return true;
   }
-  PlaceBundles(d, data, a);
-  PlaceBundles(d, data, b);
-  Question question{Question::Kind::kPair, index, 0, 0};
-  for (std::uint32_t i = pair.first_pair; i < pair.end_pair; ++i) {
-    question.object = i;
-    if (!AskBundles(d, data, data.bundle_pairs[i], margin, question, open, asked)) {
-      return false;
+  for (std::uint32_t r = pair.first; r < pair.end; ++r) {
+    Data::Pair& row = data.rows[r];
+    Data::Bundle& bundle = data.bundles[row.a];
+    PlaceBundle(d, data, bundle);
+    const std::uint32_t open = NarrowToNear(d, data, row, bundle.radius + b.radius, margin, bundle.centers,
+                                            b.centers, of_parts, asked);
+    if (open == 0) {
+      continue;
+    }
+    for (std::uint32_t i = row.first; i < row.end; ++i) {
+      const Question question{Question::Kind::kPair, index, i, 0};
+      if (!AskBundles(d, data, data.bundle_pairs[i], margin, question, open, asked)) {
+        return false;
+      }
     }
   }
   return true;
@@ -518,7 +542,7 @@ HWY_INLINE void AskAllInLanes(D d, Data& data, const SolidLanes& lanes, const Bo
     if (asked.IsDecided()) {
       return;
     }
-    const Data::PartPair& pair = data.part_pairs[i];
+    const Data::Pair& pair = data.part_pairs[i];
     const bool is_plain = data.parts[pair.a].is_plain && data.parts[pair.b].is_plain;
     if (!is_plain ? !asked.Refuse() : !AskParts(d, data, i, asked)) {
       return;
@@ -530,9 +554,9 @@ void FindContacts(Data& data, const SolidLanes& lanes, const BoundsGroup* groups
                   BallModel::Contacts& contacts) {
   OfConfigurations asked(contacts);
   if (data.num_lanes == 4) {
-    AskAllInLanes(hn::CappedTag<float, 4>(), data, lanes, groups, asked);
+    AskAllInLanes(Lanes<4>(), data, lanes, groups, asked);
   } else {
-    AskAllInLanes(hn::CappedTag<float, kNumLanes>(), data, lanes, groups, asked);
+    AskAllInLanes(Lanes<kNumLanes>(), data, lanes, groups, asked);
   }
 }
 
@@ -540,36 +564,33 @@ BallModel::Verdict AskAll(Data& data, const SolidLanes& lanes, const BoundsGroup
                           std::vector<Question>& questions, Question& contact) {
   const auto keep = [&](const Question& question) { questions.push_back(question); };
   OfMotion asked(BallModel::kAllIntervals, contact, keep);
-  AskAllInLanes(hn::CappedTag<float, kNumLanes>(), data, lanes, groups, asked);
+  AskAllInLanes(Lanes<kNumLanes>(), data, lanes, groups, asked);
   return asked.Verdict();
 }
 
 BallModel::Verdict AskOne(Data& data, const SolidLanes& lanes, Question& question, Question& contact) {
-  const hn::CappedTag<float, kNumLanes> d;
+  const Lanes<kNumLanes> d;
   const Question now = question;
   question.intervals = 0;
   const auto keep = [&](const Question& open) { question.intervals = open.intervals; };
   OfMotion asked(BallModel::kAllIntervals, contact, keep);
   if (now.kind == Question::Kind::kPair) {
-    Data::BundlePair& pair = data.bundle_pairs[now.object];
+    Data::Pair& pair = data.bundle_pairs[now.object];
     Data::Part& a = data.parts[data.bundles[pair.a].part];
     Data::Part& b = data.parts[data.bundles[pair.b].part];
-    PlacePart(d, data, a);
-    PlacePart(d, data, b);
+    FindMargin(data, a);
+    FindMargin(data, b);
     if (!a.is_plain || !b.is_plain) {
       return BallModel::Verdict::kUnknown;
     }
-    PlaceBundles(d, data, a);
-    PlaceBundles(d, data, b);
     AskBundles(d, data, pair, a.margin + b.margin, now, asked.All(), asked);
   } else {
     Data::Bundle& bundle = data.bundles[now.subject];
     Data::Part& part = data.parts[bundle.part];
-    PlacePart(d, data, part);
+    FindMargin(data, part);
     if (!part.is_plain) {
       return BallModel::Verdict::kUnknown;
     }
-    PlaceBundles(d, data, part);
     const LaneSolid& solid =
         now.kind == Question::Kind::kSolid ? lanes.solids[now.object] : lanes.half_spaces[now.object];
     ForKind(solid.kind, [&](auto kind) {
@@ -645,21 +666,26 @@ BallModel::BallModel(const std::vector<Part>& parts, const std::vector<PartPair>
   }
   data_->placed.resize(data_->balls.size());
   data_->reaches.resize(data_->balls.size());
+  const auto add = [](std::vector<Data::Pair>& list, std::size_t a, std::size_t b,
+                      const math::JointReaches& reaches_a, const math::JointReaches& reaches_b) {
+    Data::Pair& pair = list.emplace_back();
+    pair.a = static_cast<std::uint32_t>(a);
+    pair.b = static_cast<std::uint32_t>(b);
+    pair.reaches[0] = reaches_a;
+    pair.reaches[1] = reaches_b;
+  };
   for (const PartPair& pair : pairs) {
-    Data::PartPair& in_data = data_->part_pairs.emplace_back();
-    in_data.a = static_cast<std::uint32_t>(pair.a);
-    in_data.b = static_cast<std::uint32_t>(pair.b);
-    in_data.reaches[0] = pair.reaches_a;
-    in_data.reaches[1] = pair.reaches_b;
-    in_data.first_pair = static_cast<std::uint32_t>(data_->bundle_pairs.size());
-    for (const BundlePair& bundles : pair.bundles) {
-      Data::BundlePair& bundle_data = data_->bundle_pairs.emplace_back();
-      bundle_data.a = static_cast<std::uint32_t>(bundles.a);
-      bundle_data.b = static_cast<std::uint32_t>(bundles.b);
-      bundle_data.reaches[0] = bundles.reaches_a;
-      bundle_data.reaches[1] = bundles.reaches_b;
+    add(data_->part_pairs, pair.a, pair.b, pair.reaches_a, pair.reaches_b);
+    data_->part_pairs.back().first = static_cast<std::uint32_t>(data_->rows.size());
+    for (const Row& row : pair.rows) {
+      add(data_->rows, row.bundle, pair.b, row.reaches_a, row.reaches_b);
+      data_->rows.back().first = static_cast<std::uint32_t>(data_->bundle_pairs.size());
+      for (const BundlePair& bundles : row.pairs) {
+        add(data_->bundle_pairs, bundles.a, bundles.b, bundles.reaches_a, bundles.reaches_b);
+      }
+      data_->rows.back().end = static_cast<std::uint32_t>(data_->bundle_pairs.size());
     }
-    in_data.end_pair = static_cast<std::uint32_t>(data_->bundle_pairs.size());
+    data_->part_pairs.back().end = static_cast<std::uint32_t>(data_->rows.size());
   }
 }
 
@@ -714,7 +740,7 @@ float BallModel::enlargement(const Question& question, float spacing) const {
 
 std::pair<std::size_t, std::size_t> BallModel::bundlesOf(const Question& question) const {
   if (question.kind == Question::Kind::kPair) {
-    const Data::BundlePair& pair = data_->bundle_pairs[question.object];
+    const Data::Pair& pair = data_->bundle_pairs[question.object];
     return {pair.a, pair.b};
   }
   return {question.subject, question.subject};

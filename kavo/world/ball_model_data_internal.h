@@ -41,17 +41,13 @@ struct BallModel::Data {
     math::JointReaches reaches;
     Stamp motion;
     math::MotionBound bound;
-    Stamp placement;
+    Stamp margin_placement;
     // How far off a distance may be in this placement, and whether single precision may be used at all.
     float margin = 0.0f;
     bool is_plain = false;
     // Radius of the ball around the part, enlarged as the motion asks; so `reach` below.
     float reach = 0.0f;
     Centers centers;
-    // The box around the centre in all lanes.
-    float low[3] = {0.0f, 0.0f, 0.0f};
-    float high[3] = {0.0f, 0.0f, 0.0f};
-    Stamp bundles_placement;
   };
 
   struct Bundle {
@@ -63,6 +59,7 @@ struct BallModel::Data {
     float least_radius = 0.0f;
     math::JointReaches reaches;
     math::MotionBound bound;
+    Stamp placement;
     Centers centers;
     float reach = 0.0f;
     Stamp balls_placement;
@@ -75,22 +72,17 @@ struct BallModel::Data {
     float radius;
   };
 
-  struct BundlePair {
+  // Of two things that may come near each other.
+  struct Pair {
+    // Parts, a bundle and a part, or bundles.
     std::uint32_t a = 0;
     std::uint32_t b = 0;
     math::JointReaches reaches[2];
     Stamp motion;
     math::MotionBound bound;
-  };
-
-  struct PartPair {
-    std::uint32_t a = 0;
-    std::uint32_t b = 0;
-    std::uint32_t first_pair = 0;
-    std::uint32_t end_pair = 0;
-    math::JointReaches reaches[2];
-    Stamp motion;
-    math::MotionBound bound;
+    // The pairs of what is in `a` and `b`: rows of a pair of parts, pairs of bundles of a row.
+    std::uint32_t first = 0;
+    std::uint32_t end = 0;
   };
 
   std::vector<Part> parts;
@@ -99,8 +91,9 @@ struct BallModel::Data {
   // In this placement, by ball.
   std::vector<Centers> placed;
   std::vector<float> reaches;
-  std::vector<PartPair> part_pairs;
-  std::vector<BundlePair> bundle_pairs;
+  std::vector<Pair> part_pairs;
+  std::vector<Pair> rows;
+  std::vector<Pair> bundle_pairs;
 
   std::size_t num_lanes = math::kNumLanes;
   std::uint64_t placement = 0;

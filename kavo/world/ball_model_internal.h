@@ -79,14 +79,23 @@ class KAVO_EXPORT BallModel {
     math::JointReaches reaches_b;
   };
 
-  //! All such bundles of two parts.
+  //! All such pairs that one bundle has with those of another part.
+  struct Row {
+    std::size_t bundle = 0;
+    //! As for bundles, of the centres of the balls around the bundle and around the other part.
+    math::JointReaches reaches_a;
+    math::JointReaches reaches_b;
+    std::vector<BundlePair> pairs;
+  };
+
+  //! All such rows of two parts.
   struct PartPair {
     std::size_t a = 0;
     std::size_t b = 0;
     //! As for bundles, of the centres of the balls around the parts.
     math::JointReaches reaches_a;
     math::JointReaches reaches_b;
-    std::vector<BundlePair> bundles;
+    std::vector<Row> rows;
   };
 
   //! What is found out about configurations in the lanes.

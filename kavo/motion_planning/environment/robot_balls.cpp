@@ -103,32 +103,42 @@ BallModel RobotBalls::makeModel(const kinematics::Kinematics::Plan& plan,
     parts[p].is_fixed = part_slots[p] < 0;
   }
 
+  // Rows of the bundles of the part that is listed first: it is farther along the chain.
   std::vector<BallModel::PartPair> part_pairs;
-  for (const auto& [frame_a, frame_b] : pairs) {
-    for (std::size_t a = 0; a < bundles.size(); ++a) {
-      for (std::size_t b = 0; b < bundles.size(); ++b) {
-        if (bundles[a].frame != frame_a || bundles[b].frame != frame_b) {
-          continue;
-        }
-        const std::size_t part_a = bundles[a].part;
-        const std::size_t part_b = bundles[b].part;
-        auto pair = std::find_if(part_pairs.begin(), part_pairs.end(), [&](const BallModel::PartPair& known) {
-          return known.a == part_a && known.b == part_b;
-        });
-        if (pair == part_pairs.end()) {
-          auto [reaches_a, reaches_b] = reach.ofDifferences(part_slots[part_a], {parts[part_a].bound.center},
-                                                            part_slots[part_b], {parts[part_b].bound.center});
-          part_pairs.push_back({part_a, part_b, std::move(reaches_a), std::move(reaches_b), {}});
-          pair = std::prev(part_pairs.end());
-        }
-        auto [reaches_a, reaches_b] =
-            reach.ofDifferences(part_slots[part_a], Centers(balls[a]), part_slots[part_b], Centers(balls[b]));
-        pair->bundles.push_back({a, b, std::move(reaches_a), std::move(reaches_b)});
+  for (std::size_t a = 0; a < bundles.size(); ++a) {
+    for (std::size_t b = 0; b < bundles.size(); ++b) {
+      const bool is_pair = std::any_of(pairs.begin(), pairs.end(), [&](const auto& pair) {
+        return std::minmax(pair.first, pair.second) == std::minmax(bundles[a].frame, bundles[b].frame);
+      });
+      const std::size_t part_a = bundles[a].part;
+      const std::size_t part_b = bundles[b].part;
+      if (!is_pair || part_a > part_b || (part_a == part_b && a > b)) {
+        continue;
       }
+      const auto differences = [&](const std::vector<Eigen::Vector3d>& points_a,
+                                   const std::vector<Eigen::Vector3d>& points_b) {
+        return reach.ofDifferences(part_slots[part_a], points_a, part_slots[part_b], points_b);
+      };
+      auto pair = std::find_if(part_pairs.begin(), part_pairs.end(), [&](const BallModel::PartPair& known) {
+        return known.a == part_a && known.b == part_b;
+      });
+      if (pair == part_pairs.end()) {
+        auto [reaches_a, reaches_b] = differences({parts[part_a].bound.center}, {parts[part_b].bound.center});
+        part_pairs.push_back({part_a, part_b, std::move(reaches_a), std::move(reaches_b), {}});
+        pair = std::prev(part_pairs.end());
+      }
+      if (pair->rows.empty() || pair->rows.back().bundle != a) {
+        auto [reaches_a, reaches_b] = differences({balls[a].bound.center}, {parts[part_b].bound.center});
+        pair->rows.push_back({a, std::move(reaches_a), std::move(reaches_b), {}});
+      }
+      auto [reaches_a, reaches_b] = differences(Centers(balls[a]), Centers(balls[b]));
+      pair->rows.back().pairs.push_back({a, b, std::move(reaches_a), std::move(reaches_b)});
     }
   }
   for (const BallModel::PartPair& pair : part_pairs) {
-    bundle_pairs.insert(bundle_pairs.end(), pair.bundles.begin(), pair.bundles.end());
+    for (const BallModel::Row& row : pair.rows) {
+      bundle_pairs.insert(bundle_pairs.end(), row.pairs.begin(), row.pairs.end());
+    }
   }
   return {parts, part_pairs};
 }
