@@ -53,13 +53,15 @@ std::pair<math::JointReaches, math::JointReaches> MotionReach::ofDifferences(
     const std::vector<Eigen::Vector3d>& points_b) const {
   // How far a joint moves a point does not depend on the joints on its other side: one way along all of them
   // serves for every frame.
+  const std::vector<Passage> way_from_a = wayBetween(slot_a, slot_b);
   math::JointReaches all_a;
   for (const Eigen::Vector3d& point : points_a) {
-    addReaches(wayBetween(slot_a, slot_b), point, all_a);
+    addReaches(way_from_a, point, all_a);
   }
+  const std::vector<Passage> way_from_b = wayBetween(slot_b, slot_a);
   math::JointReaches all_b;
   for (const Eigen::Vector3d& point : points_b) {
-    addReaches(wayBetween(slot_b, slot_a), point, all_b);
+    addReaches(way_from_b, point, all_b);
   }
   const std::size_t num_joints = all_a.size();
   float sum = 0.0f;

@@ -568,6 +568,17 @@ BallModel::Verdict AskAll(Data& data, const SolidLanes& lanes, const BoundsGroup
   return asked.Verdict();
 }
 
+HWY_INLINE float MarginOf(Data& data, const Data::Bundle& bundle) {
+  Data::Part& part = data.parts[bundle.part];
+  FindMargin(data, part);
+  return part.margin;
+}
+
+HWY_INLINE const LaneSolid& SolidOf(const SolidLanes& lanes, const Question& question) {
+  return question.kind == Question::Kind::kSolid ? lanes.solids[question.object]
+                                                 : lanes.half_spaces[question.object];
+}
+
 BallModel::Verdict AskOne(Data& data, const SolidLanes& lanes, Question& question, Question& contact) {
   const Lanes<kNumLanes> d;
   const Question now = question;
@@ -601,6 +612,56 @@ BallModel::Verdict AskOne(Data& data, const SolidLanes& lanes, Question& questio
   return asked.Verdict();
 }
 
+// Whether the true balls of a question touch in any lane.
+bool Touches(Data& data, const SolidLanes& lanes, const Question& question) {
+  const Lanes<kNumLanes> d;
+  if (question.kind == Question::Kind::kPair) {
+    const Data::Pair& pair = data.bundle_pairs[question.object];
+    Data::Bundle& a = data.bundles[pair.a];
+    Data::Bundle& b = data.bundles[pair.b];
+    const float margin = MarginOf(data, a) + MarginOf(data, b);
+    PlaceBundle(d, data, a);
+    PlaceBundle(d, data, b);
+    if (!IsAnyNear(d, a.radius + b.radius + margin, [&](std::size_t lane) {
+          return Squared(d, a.centers.values + lane, b.centers.values + lane);
+        })) {
+      return false;
+    }
+    PlaceBalls(d, data, a);
+    PlaceBalls(d, data, b);
+    for (std::uint32_t i = a.first_ball; i < a.end_ball; ++i) {
+      for (std::uint32_t k = b.first_ball; k < b.end_ball; ++k) {
+        if (FindTouching(d, data.balls[i].radius + data.balls[k].radius, margin, [&](std::size_t lane) {
+              return Squared(d, data.placed[i].values + lane, data.placed[k].values + lane);
+            }) != 0) {
+          return true;
+        }
+      }
+    }
+    return false;
+  }
+  Data::Bundle& bundle = data.bundles[question.subject];
+  const LaneSolid& solid = SolidOf(lanes, question);
+  PlaceBundle(d, data, bundle);
+  return ForKind(solid.kind, [&](auto kind) {
+    const Distance<decltype(kind)::value, Lanes<kNumLanes>> distance(d, solid);
+    const float margin = MarginOf(data, bundle) + solid.margin;
+    if (!IsAnyNear(d, bundle.radius + distance.Radius() + margin,
+                   [&](std::size_t lane) { return distance.Squared(bundle.centers.values + lane); })) {
+      return false;
+    }
+    PlaceBalls(d, data, bundle);
+    for (std::uint32_t i = bundle.first_ball; i < bundle.end_ball; ++i) {
+      if (FindTouching(d, data.balls[i].radius + distance.Radius(), margin, [&](std::size_t lane) {
+            return distance.Squared(data.placed[i].values + lane);
+          }) != 0) {
+        return true;
+      }
+    }
+    return false;
+  });
+}
+
 }  // namespace
 }  // namespace kavo::internal::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();
@@ -612,6 +673,7 @@ namespace kavo::internal {
 HWY_EXPORT(FindContacts);
 HWY_EXPORT(AskAll);
 HWY_EXPORT(AskOne);
+HWY_EXPORT(Touches);
 
 namespace {
 
@@ -726,6 +788,10 @@ BallModel::Verdict BallModel::askAll(const WorldView& view, std::vector<Question
 
 BallModel::Verdict BallModel::ask(const WorldView& view, Question& question) {
   return HWY_DYNAMIC_DISPATCH(AskOne)(*data_, SnapshotOf(view)->lanes(), question, contact_);
+}
+
+bool BallModel::touches(const WorldView& view, const Question& question) {
+  return HWY_DYNAMIC_DISPATCH(Touches)(*data_, SnapshotOf(view)->lanes(), question);
 }
 
 float BallModel::enlargement(const Question& question, float spacing) const {

@@ -163,6 +163,10 @@ class KAVO_EXPORT BallModel {
   //! Asks one question about the block. Those intervals stay open that it has afterwards.
   Verdict ask(const WorldView& view, Question& question);
 
+  //! Whether what a question is about touches in some lane, for certain. Asked of a part that single
+  //! precision serves for.
+  bool touches(const WorldView& view, const Question& question);
+
   //! What was found to touch last.
   const Question& contact() const { return contact_; }
 

@@ -23,7 +23,7 @@ constexpr double kLeastInLanes = 2e-4;
 constexpr double kLeastEnlargement = 1e-5;
 // A ball without a radius may need placements as close as the second of these.
 constexpr std::uint64_t kMostPlacements = 100000;
-constexpr std::size_t kNumContacts = 4;
+constexpr std::size_t kNumContacts = 8;
 // Far above what rounding costs in a distance, for a robot and a world of ordinary size.
 constexpr double kToSpare = 1.0 + 1e-9;
 
@@ -51,8 +51,6 @@ bool MotionProof::IsFree(const WorldView& view, const std::optional<math::RigidT
   if (!(num_blocks * kNumIntervals < static_cast<double>(kMostPlacements))) {
     return false;
   }
-  balls_.reach.getRates(way_, rates_);
-  balls_.model.startMotion(rates_.data(), static_cast<float>(kClearance));
   const double spacing = 1.0 / (num_blocks * kNumIntervals);
   for (double block = 0.0; block < num_blocks; block += 1.0) {
     const double begin = block / num_blocks;
@@ -62,6 +60,10 @@ bool MotionProof::IsFree(const WorldView& view, const std::optional<math::RigidT
     }
     if (TouchesAsBefore()) {
       return false;
+    }
+    if (block == 0.0) {
+      balls_.reach.getRates(way_, rates_);
+      balls_.model.startMotion(rates_.data(), static_cast<float>(kClearance));
     }
     lane_sweep_.placeAll();
     switch (balls_.model.askAll(view, questions_)) {
@@ -112,8 +114,7 @@ bool MotionProof::TouchesAsBefore() {
   }
   for (std::size_t i = 0; i < contacts_.size(); ++i) {
     PlaceUpTo(contacts_[i]);
-    Question question = contacts_[i];
-    if (balls_.model.ask(*view_, question) == Verdict::kContact) {
+    if (balls_.model.touches(*view_, contacts_[i])) {
       std::rotate(contacts_.begin(), contacts_.begin() + static_cast<std::ptrdiff_t>(i),
                   contacts_.begin() + static_cast<std::ptrdiff_t>(i) + 1);
       return true;
@@ -207,6 +208,7 @@ bool MotionProof::ProveRun(double begin, double end, std::size_t num_intervals, 
 }
 
 bool MotionProof::ProveAllExactly(double num_parts) {
+  balls_.reach.getRates(way_, rates_);
   items_.clear();
   for (std::size_t i = 0; i < balls_.bundles.size(); ++i) {
     if (SlotOf(i) >= 0) {
