@@ -20,6 +20,7 @@
 #include "apps/kavo/parameters.h"
 #include "apps/kavo/provenance.h"
 #include "apps/kavo/robot_options.h"
+#include "apps/kavo/text.h"
 
 namespace kavo::command {
 
@@ -29,13 +30,24 @@ struct BenchOptions {
   RobotOptions robot;
   InputRules rules;
   PlannerSettings planner;
-  BenchBounds bounds;
+  BenchPlan plan;
+  std::string compared;
   std::string directory;
   std::vector<std::string> families;
-  int num_repeats = 1;
-  int num_jobs = 1;
   std::optional<std::string> json_file;
 };
+
+// Those that are compared, or the one of the settings.
+std::vector<planning::CSpacePlanner> Planners(const BenchOptions& options, const PlannerSettings& settings) {
+  if (options.compared.empty()) {
+    return {settings.Config().planner};
+  }
+  std::vector<planning::CSpacePlanner> planners;
+  for (const std::string& name : Split(options.compared, ',')) {
+    planners.push_back(ParsePlanner("--compare", name));
+  }
+  return planners;
+}
 
 int Bench(const BenchOptions& options) {
   Situations situations(options.robot.Load(), options.rules);
@@ -43,7 +55,9 @@ int Bench(const BenchOptions& options) {
   PlannerSettings settings = options.planner;
   settings.SetDefault("task_space_frame_name", robot.tip_frame);
   settings.Load(robot.description);
-  if (settings.Seed() > std::numeric_limits<int>::max() - options.num_repeats) {
+  BenchPlan plan = options.plan;
+  plan.planners = Planners(options, settings);
+  if (settings.Seed() > std::numeric_limits<int>::max() - plan.num_repeats) {
     throw UnusableInput("the seed leaves no room for the repeats");
   }
   const std::vector<Problem> problems = ReadProblems(options.directory, options.families, situations);
@@ -55,13 +69,13 @@ int Bench(const BenchOptions& options) {
     inputs.emplace_back("request", problem.request_file);
   }
   OutputFile json_file("--json", options.json_file, inputs);
-  const std::vector<BenchRun> runs =
-      RunProblems(problems, settings, options.bounds, options.num_repeats, options.num_jobs);
-  const std::size_t num_wanted = problems.size() * static_cast<std::size_t>(options.num_repeats);
+  const std::vector<BenchRun> runs = RunProblems(problems, settings, plan);
+  const std::size_t num_wanted =
+      problems.size() * static_cast<std::size_t>(plan.num_repeats) * plan.planners.size();
   if (json_file.IsStandardOutput()) {
     std::cout << BenchJson(problems, runs, num_wanted, robot, settings, HashFiles(files));
   } else {
-    std::cout << BenchTables(problems, runs, num_wanted) << std::flush;
+    std::cout << BenchTables(problems, runs, plan.planners, num_wanted) << std::flush;
   }
   if (json_file.IsFile()) {
     json_file.Write(BenchJson(problems, runs, num_wanted, robot, settings, HashFiles(files)));
@@ -86,14 +100,14 @@ void AddBenchCommand(CLI::App& app, Run& run) {
       ->group("Problems")
       ->allow_extra_args(false);
   bench
-      ->add_option("--repeat", options->num_repeats,
+      ->add_option("--repeat", options->plan.num_repeats,
                    "Plan each problem so many times, each time with the next seed")
       ->type_name("N")
       ->group("Problems")
       ->check(CLI::Range(1, 1000000))
       ->capture_default_str();
   bench
-      ->add_option("-j,--jobs", options->num_jobs,
+      ->add_option("-j,--jobs", options->plan.num_jobs,
                    "Threads, with a planner each. The answers are the same for any number; times are not, as "
                    "threads compete for the machine")
       ->type_name("N")
@@ -102,16 +116,30 @@ void AddBenchCommand(CLI::App& app, Run& run) {
       ->capture_default_str();
   options->rules.AddOptions(*bench);
   bench
-      ->add_option("--time-limit", options->bounds.seconds,
+      ->add_option("--time-limit", options->plan.seconds,
                    "Stop each problem after this time; goes before that of its request")
       ->type_name("SECONDS")
       ->group("Problems")
       ->check(CheckPositive);
   bench
-      ->add_flag("--request-effort", options->bounds.by_requests,
+      ->add_flag("--request-effort", options->plan.by_requests,
                  "Let allowed_planning_time and num_planning_attempts of the requests count")
       ->group("Problems");
-  options->planner.AddOptions(*bench);
+  CLI::Option* planner = options->planner.AddOptions(*bench);
+  bench
+      ->add_option("--compare", options->compared,
+                   "Run these planners, with commas between them, on each problem in turns, and print them "
+                   "side by side with ratios to the first")
+      ->type_name("NAMES")
+      ->group("Planner")
+      ->excludes(planner);
+  bench
+      ->add_option("--check-step", options->plan.check_step,
+                   "Distance of the configurations at which found paths are looked at besides their proof; "
+                   "0.001 for paths of bi_rrt, a tenth of step_size for others, unless given")
+      ->type_name("STEP")
+      ->group("Output")
+      ->check(CheckPositive);
   bench
       ->add_option("--json", options->json_file,
                    "Write every run as JSON, with its path; - is standard output, instead of the tables")
@@ -119,14 +147,17 @@ void AddBenchCommand(CLI::App& app, Run& run) {
       ->group("Output");
   bench->footer(
       "Every run has a planner of its own. Its time is that of one query, search and shortening, without\n"
-      "the making of the planner; the statistics are over all runs whose start and goal are valid, solved\n"
-      "or not. The share of solved ones is of these runs as well. A bad path is one that was found but is\n"
-      "not free at a tenth of step_size; below the tables stands which of its edges is at fault.\n\n"
+      "the making of the planner; times are over all runs whose start and goal are valid, solved or not,\n"
+      "and so is the share of solved ones. Found paths are looked at between some hundred queries, apart\n"
+      "from what planned them: \"bad\" are those that are not free where they are sampled, \"unproven\" "
+      "those that\n"
+      "cannot be proven free everywhere. Below the tables stands which edges of sampled planners are bad.\n\n"
       "Examples, with the files of the source tree:\n"
       "  kavo bench --robot examples/own_robot/arm.urdf --srdf examples/own_robot/arm.srdf \\\n"
       "             --group arm --problems examples/own_robot\n"
       "  kavo bench --robot examples/own_robot/arm.urdf --srdf examples/own_robot/arm.srdf \\\n"
-      "             --group arm --problems examples/own_robot --repeat 10 --set step_size=0.05");
+      "             --group arm --problems examples/own_robot --repeat 10 \\\n"
+      "             --compare bi_rrt,rrt_connect");
   bench->callback([options, &run] { run = [options] { return Bench(*options); }; });
 }
 

@@ -8,10 +8,11 @@
 
 namespace kavo::command {
 
-//! The tables for a reader: one row for each family and one for all of them.
+//! The tables for a reader. Of one planner: a row for each family and one for all of them. Of several: a row
+//! for each planner, and below it what times the first one's it is.
 //! \param num_wanted How many runs there were to be: of fewer it says that the work was stopped.
 std::string BenchTables(const std::vector<Problem>& problems, const std::vector<BenchRun>& runs,
-                        std::size_t num_wanted);
+                        const std::vector<planning::CSpacePlanner>& planners, std::size_t num_wanted);
 
 //! Every run as JSON, with its path.
 //! \param files Those of the robot and the settings.

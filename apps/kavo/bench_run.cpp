@@ -38,9 +38,19 @@ Edge Classify(const RobotDescription& robot, const WorldView& world_view, double
   return is_free ? Edge::kBetween : Edge::kConnection;
 }
 
-void Check(const RobotDescription& robot, const WorldView& world_view, double step_size,
-           const std::vector<Eigen::VectorXd>& path, BenchRun& run) {
-  const planning::PathCheck check = planning::CheckPath(robot, world_view, path, step_size / 10.0);
+// A path of points is as good as they are dense; one of proven motions should be free at whatever is looked
+// at.
+constexpr double kCheckStepOfMotions = 0.001;
+
+void Check(const Problem& problem, double step_size, const std::optional<double>& check_step, BenchRun& run) {
+  const RobotDescription& robot = *problem.situation.robot->description;
+  const WorldView world_view = problem.situation.world.view();
+  const std::vector<Eigen::VectorXd>& path = run.path;
+  const StopCondition stop = [] { return Signal() != 0; };
+  run.check_step = check_step.value_or(run.IsOfMotions() ? kCheckStepOfMotions : step_size / 10.0);
+  run.verdict = planning::ProvePath(robot, world_view, path, {}, stop).verdict;
+  const planning::PathCheck check = planning::CheckPath(robot, world_view, path, run.check_step, stop);
+  run.is_done = !check.was_stopped && run.verdict != planning::PathProof::Verdict::kStopped;
   run.passes_check = check.IsValid();
   if (check.first_bad && path.size() > 1) {
     const std::size_t segment = check.first_bad->place.segment;
@@ -58,22 +68,19 @@ MotionPlanner::Results Ask(MotionPlanner& planner, const Query& query) {
   return planner.planToCSpaceTarget(query.start, std::get<Eigen::VectorXd>(query.target), false);
 }
 
-void RunOnce(const Problem& problem, const PlannerSettings& settings, const BenchBounds& bounds,
-             BenchRun& run) {
-  // Every failure is in the result; a hundred warnings would not help. Threads come from a pool, so that the
-  // threshold has to be put back.
-  const int threshold = std::exchange(util::log_level_threshold, -1);
+void RunOnce(const Problem& problem, const PlannerSettings& settings, const BenchPlan& plan, BenchRun& run) {
   const World& world = problem.situation.world;
   const std::shared_ptr<RobotDescription> robot = problem.situation.robot->description;
-  const Attempts attempts(bounds.seconds       ? bounds.seconds
-                          : bounds.by_requests ? problem.allowed_seconds
-                                               : std::nullopt,
-                          run.seed, bounds.by_requests ? problem.num_attempts : 1);
+  const Attempts attempts(plan.seconds       ? plan.seconds
+                          : plan.by_requests ? problem.allowed_seconds
+                                             : std::nullopt,
+                          run.seed, plan.by_requests ? problem.num_attempts : 1);
   MotionPlanner::Results results;
   for (int attempt = 0; attempts.MayTry(attempt); ++attempt) {
     run.seed = attempts.Seed(attempt);
-    const auto planner =
-        CreateMotionPlanner(settings.With(run.seed, settings.StepSize()), robot, world.view());
+    planning::MotionPlannerConfig config = settings.With(run.seed, settings.StepSize());
+    config.planner = plan.planners[run.planner];
+    const auto planner = CreateMotionPlanner(config, robot, world.view());
     planner->setStopCondition(attempts.Stop());
     results = Ask(*planner, problem.query);
     run.report = planner->queryReport();
@@ -83,15 +90,32 @@ void RunOnce(const Problem& problem, const PlannerSettings& settings, const Benc
   }
   if (run.report.fault) {
     run.fault = Explain(*run.report.fault, *robot);
+  } else if (run.report.status == planning::SearchStatus::kStartTooClose) {
+    run.fault = ExplainNearest(*robot, world.view(), problem.query.start);
+  } else if (run.report.status == planning::SearchStatus::kTargetTooClose) {
+    run.fault = ExplainNearest(*robot, world.view(), std::get<Eigen::VectorXd>(problem.query.target));
   }
   run.found = results.path_found;
   if (run.found) {
     run.path = results.path;
     run.length = Length(results.path);
-    Check(*robot, world.view(), settings.StepSize(), results.path, run);
   }
   run.is_done = Signal() == 0;
-  util::log_level_threshold = threshold;
+}
+
+// Calls `function(i)` for each number from `first` to before `last`, on several threads, until a signal
+// comes. Nothing is logged: every failure is in a result, and a hundred warnings would not help.
+template <typename Function>
+void ForEach(std::size_t first, std::size_t last, const Function& function) {
+  tbb::parallel_for(first, last, [&](std::size_t i) {
+    if (Signal() != 0) {
+      return;
+    }
+    // Threads come from a pool, so that the threshold has to be put back.
+    const int threshold = std::exchange(util::log_level_threshold, -1);
+    function(i);
+    util::log_level_threshold = threshold;
+  });
 }
 
 }  // namespace
@@ -109,25 +133,44 @@ const char* ToString(Edge edge) {
 }
 
 std::vector<BenchRun> RunProblems(const std::vector<Problem>& problems, const PlannerSettings& settings,
-                                  const BenchBounds& bounds, int num_repeats, int num_jobs) {
+                                  const BenchPlan& plan) {
   const Stoppable stoppable;
-  const auto repeats = static_cast<std::size_t>(num_repeats);
-  std::vector<BenchRun> runs(problems.size() * repeats);
+  const auto repeats = static_cast<std::size_t>(plan.num_repeats);
+  const std::size_t num_planners = plan.planners.size();
+  std::vector<BenchRun> runs(problems.size() * repeats * num_planners);
   Progress progress(false);
   std::atomic<std::size_t> num_done{0};
   const tbb::global_control limit(tbb::global_control::max_allowed_parallelism,
-                                  static_cast<std::size_t>(num_jobs));
-  tbb::parallel_for(std::size_t{0}, runs.size(), [&](std::size_t i) {
-    if (Signal() != 0) {
-      return;
+                                  static_cast<std::size_t>(plan.num_jobs));
+  const auto query = [&](std::size_t i) {
+    for (std::size_t turn = 0; turn < num_planners; ++turn) {
+      // The first one finds nothing of the problem in the caches: each is first in turn.
+      const std::size_t planner = (i + turn) % num_planners;
+      BenchRun& run = runs[i * num_planners + planner];
+      run.problem = i / repeats;
+      run.repeat = i % repeats;
+      run.planner = planner;
+      run.seed = settings.Seed() + static_cast<int>(run.repeat);
+      RunOnce(problems[run.problem], settings, plan, run);
     }
+  };
+  const auto check = [&](std::size_t i) {
     BenchRun& run = runs[i];
-    run.problem = i / repeats;
-    run.seed = settings.Seed() + static_cast<int>(i % repeats);
-    RunOnce(problems[run.problem], settings, bounds, run);
+    if (run.found) {
+      Check(problems[run.problem], settings.StepSize(), plan.check_step, run);
+    }
     progress.ShowPart(++num_done, runs.size());
-  });
-  runs.erase(std::remove_if(runs.begin(), runs.end(), [](const BenchRun& run) { return !run.is_done; }),
+  };
+  // A check takes far longer than a query, and would leave nothing of use in the caches.
+  constexpr std::size_t kNumBetweenChecks = 256;
+  const std::size_t num_turns = problems.size() * repeats;
+  for (std::size_t first = 0; first < num_turns; first += kNumBetweenChecks) {
+    const std::size_t last = std::min(first + kNumBetweenChecks, num_turns);
+    ForEach(first, last, query);
+    ForEach(first * num_planners, last * num_planners, check);
+  }
+  runs.erase(std::remove_if(runs.begin(), runs.end(),
+                            [](const BenchRun& run) { return !run.is_done || (run.found && !run.verdict); }),
              runs.end());
   return runs;
 }

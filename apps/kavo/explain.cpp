@@ -1,6 +1,12 @@
 #include "apps/kavo/explain.h"
 
+#include <algorithm>
+#include <vector>
+
 #include "apps/kavo/text.h"
+#include "kavo/math/sphere.h"
+#include "kavo/motion_planning/environment/robot_environment_config.h"
+#include "kavo/motion_planning/interface/motion_planner_config.h"
 
 namespace kavo::command {
 
@@ -10,6 +16,10 @@ std::string Quoted(const std::string& name) { return "'" + Printable(name) + "'"
 
 std::string Obstacle(const std::string& name) {
   return name.empty() ? "an obstacle without a name" : Quoted(name);
+}
+
+bool IsOfMotions(const QueryReport& report) {
+  return report.planner == ToString(planning::CSpacePlanner::kBiRrt);
 }
 
 // "on segment 2 of 3 at 45 %".
@@ -79,6 +89,46 @@ std::string Explain(const planning::ConfigurationFault& fault, const RobotDescri
   return "it is not valid";
 }
 
+std::string ExplainWork(const QueryReport& report) {
+  const bool is_of_motions = IsOfMotions(report);
+  std::string text = std::to_string(report.num_iterations) + (is_of_motions ? " samples, " : " extensions, ");
+  if (report.num_nodes.size() == 2) {
+    text += std::to_string(report.num_nodes[0]) + " and " + std::to_string(report.num_nodes[1]) + " nodes, ";
+  }
+  if (!is_of_motions) {
+    return text + std::to_string(report.num_validity_checks) + " configurations checked";
+  }
+  return text + std::to_string(report.num_motions) + " motions checked by " +
+         std::to_string(report.num_placements) + " placements";
+}
+
+std::string ExplainNearest(const RobotDescription& robot, const WorldView& world_view,
+                           const Eigen::VectorXd& q) {
+  const planning::PathCheck check = planning::CheckPath(robot, world_view, {q}, 1.0);
+  if (check.self_clearance &&
+      !(check.clearance && check.clearance->distance < check.self_clearance->distance)) {
+    return "frames " + Quoted(check.self_clearance->frames[0]) + " and " +
+           Quoted(check.self_clearance->frames[1]) + " are " + Distance(check.self_clearance->distance) +
+           " apart";
+  }
+  if (!check.clearance) {
+    return "nothing is near";
+  }
+  const planning::PathCheck::Clearance& clearance = *check.clearance;
+  const planning::RobotEnvironmentConfig config(&robot, world_view, Eigen::VectorXd::Ones(q.size()), 1, 1, 1);
+  const Pose3 pose = config.Kinematics()->pose(q, config.Kinematics()->frame(clearance.frame));
+  const std::vector<math::Sphere> spheres = config.CollisionSpheres(clearance.frame);
+  const auto gap = [&](const math::Sphere& sphere) {
+    return world_view.nearestObstacle(pose * sphere.center)->distance - sphere.radius;
+  };
+  const auto nearest =
+      std::min_element(spheres.begin(), spheres.end(),
+                       [&gap](const math::Sphere& a, const math::Sphere& b) { return gap(a) < gap(b); });
+  return "frame " + Quoted(clearance.frame) + " is " + Distance(clearance.distance) + " from " +
+         Obstacle(clearance.obstacle_name) + " (its sphere " + std::to_string(nearest - spheres.begin() + 1) +
+         " of radius " + Number(nearest->radius, 3) + " m at " + Configuration(pose * nearest->center) + ")";
+}
+
 std::string ExplainFailure(const QueryReport& report, const RobotDescription& robot) {
   using planning::SearchStatus;
   const bool is_invalid_start = report.status == SearchStatus::kInvalidStart;
@@ -91,18 +141,20 @@ std::string ExplainFailure(const QueryReport& report, const RobotDescription& ro
     return std::string("no path: the ") + (is_invalid_start ? "start" : "goal") + " is not valid\n  " +
            (report.fault ? Explain(*report.fault, robot) : "the position is not finite") + "\n" + advice;
   }
+  if (report.status == SearchStatus::kStartTooClose || report.status == SearchStatus::kTargetTooClose) {
+    return std::string("no path: the ") + (report.status == SearchStatus::kStartTooClose ? "start" : "goal") +
+           " is valid, but nearer to a contact than " + report.planner + " can prove a motion\n";
+  }
   std::string text = std::string("no path: ") + ToString(report.status) + "\n";
   if (report.status == SearchStatus::kNodesSpent) {
     text += "  the trees hold as many nodes as the setting 'max_nodes' allows\n";
   }
-  text += "  " + std::to_string(report.num_iterations) + " extensions in " + Time(report.search_seconds);
-  if (report.num_nodes.size() == 2) {
-    text += "; " + std::to_string(report.num_nodes[0]) + " and " + std::to_string(report.num_nodes[1]) +
-            " nodes in the trees";
+  text += "  " + report.planner + " for " + Time(report.search_seconds) + ": " + ExplainWork(report) + "\n";
+  // Those of a sequence of its own, a planner of motions counts above.
+  if (report.num_samples_drawn > 0 || !IsOfMotions(report)) {
+    text += "  " + std::to_string(report.num_samples_drawn) + " samples drawn, " +
+            std::to_string(report.num_samples_rejected) + " of them rejected\n";
   }
-  text += "\n  " + std::to_string(report.num_samples_drawn) + " samples drawn, " +
-          std::to_string(report.num_samples_rejected) + " of them rejected; " +
-          std::to_string(report.num_validity_checks) + " configurations checked\n";
   return text;
 }
 

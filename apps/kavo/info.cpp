@@ -124,7 +124,7 @@ void PrintReach(const RobotDescription& robot, const std::string& frame) {
 }
 
 void PrintParameters(const std::shared_ptr<RobotDescription>& robot) {
-  const planning::MotionPlannerConfig config(robot);
+  const planning::MotionPlannerConfig config = CommandDefaults(robot);
   for (const Parameter& parameter : planning::Parameters()) {
     std::cout << parameter.name << "\n  " << TypeName(parameter.type)
               << "; default: " << ToText(parameter.value(config)) << "\n  " << parameter.meaning << "\n";

@@ -12,6 +12,7 @@
 #include "apps/kavo/command.h"
 #include "apps/kavo/planner_file.h"
 #include "apps/kavo/text.h"
+#include "kavo/util/log_message.h"
 #include "kavo/util/parse_number.h"
 
 namespace kavo::command {
@@ -129,7 +130,25 @@ Setting ParseSetting(const Parameter& parameter, const std::string& text) {
   return *setting;
 }
 
-void PlannerSettings::AddOptions(CLI::App& app) {
+planning::MotionPlannerConfig CommandDefaults(const std::shared_ptr<RobotDescription>& robot) {
+  planning::MotionPlannerConfig config(robot);
+  config.planner = planning::CSpacePlanner::kBiRrt;
+  return config;
+}
+
+planning::CSpacePlanner ParsePlanner(const std::string& option, const std::string& name) {
+  std::vector<std::string> names;
+  for (const auto planner : {planning::CSpacePlanner::kBiRrt, planning::CSpacePlanner::kRrtConnect}) {
+    names.emplace_back(ToString(planner));
+    if (name == names.back()) {
+      return planner;
+    }
+  }
+  throw UnusableInput(option + " " + name + ": expected one of " + JoinQuoted(names) +
+                      Suggestion(name, names));
+}
+
+CLI::Option* PlannerSettings::AddOptions(CLI::App& app) {
   const std::string group = "Planner";
   app.add_option("--config", file_,
                  "Settings of the planner from a YAML file; those that it does not name keep their defaults")
@@ -140,6 +159,18 @@ void PlannerSettings::AddOptions(CLI::App& app) {
       ->type_name("NAME=VALUE")
       ->group(group)
       ->allow_extra_args(false);
+  app.add_option("--effort", effort_,
+                 "Work that paths of bi_rrt are shortened with, 0 for none; goes before --set effort=")
+      ->type_name("N")
+      ->group(group)
+      ->check(CLI::NonNegativeNumber);
+  return app
+      .add_option("--planner", planner_,
+                  "What answers queries to a configuration: bi_rrt proves every motion of its paths free; "
+                  "rrt_connect checks points step_size apart. bi_rrt unless a file of settings is given, "
+                  "where it is what that says, or rrt_connect. Goes before --set planner=")
+      ->type_name("NAME")
+      ->group(group);
 }
 
 void PlannerSettings::SetDefault(const std::string& name, Setting setting) {
@@ -147,7 +178,7 @@ void PlannerSettings::SetDefault(const std::string& name, Setting setting) {
 }
 
 void PlannerSettings::Load(const std::shared_ptr<RobotDescription>& robot) {
-  config_.emplace(robot);
+  config_ = file_.empty() ? CommandDefaults(robot) : planning::MotionPlannerConfig(robot);
   const auto set = [&](const std::string& name, const Setting& setting) {
     if (const auto fault = planning::SetParameter(name, setting, *robot, *config_)) {
       throw UnusableInput("--set " + name + "=" + ToText(setting) + ": " + *fault);
@@ -157,7 +188,14 @@ void PlannerSettings::Load(const std::shared_ptr<RobotDescription>& robot) {
     set(name, setting);
   }
   if (!file_.empty()) {
-    config_ = ReadPlannerFile(file_, *robot, *config_);
+    PlannerFile file = ReadPlannerFile(file_, *robot, *config_);
+    config_ = std::move(file.config);
+    const bool is_said = std::any_of(texts_.begin(), texts_.end(),
+                                     [](const std::string& text) { return text.rfind("planner=", 0) == 0; });
+    if (!file.names_planner && !is_said && planner_.empty()) {
+      KAVO_LOG(LogLevel::kWarning) << file_ << ": names no planner, and so rrt_connect plans; --planner "
+                                   << "bi_rrt proves its motions";
+    }
   }
   for (const std::string& text : texts_) {
     const std::size_t sign = text.find('=');
@@ -176,8 +214,16 @@ void PlannerSettings::Load(const std::shared_ptr<RobotDescription>& robot) {
     }
     set(name, ParseSetting(*parameter, text.substr(sign + 1)));
   }
+  if (!planner_.empty()) {
+    config_->planner = ParsePlanner("--planner", planner_);
+  }
+  if (effort_) {
+    config_->effort = *effort_;
+  }
   // Said here once: what a planner says in a query is not shown.
-  planning::WarnOfIdleWeights(*config_);
+  if (config_->planner == planning::CSpacePlanner::kRrtConnect) {
+    planning::WarnOfIdleWeights(*config_);
+  }
 }
 
 planning::MotionPlannerConfig PlannerSettings::With(int seed, double step_size) const {

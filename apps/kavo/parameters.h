@@ -15,6 +15,7 @@
 
 namespace CLI {
 class App;
+class Option;
 }  // namespace CLI
 
 namespace kavo::command {
@@ -34,11 +35,19 @@ Setting ParseSetting(const Parameter& parameter, const std::string& text);
 //! Every setting by name, in the order of `planning::Parameters()`.
 std::vector<std::pair<std::string, Setting>> AllSettings(const planning::MotionPlannerConfig& config);
 
+//! The settings of the command before anything is asked for: those of the library, but that whole motions are
+//! planned.
+planning::MotionPlannerConfig CommandDefaults(const std::shared_ptr<RobotDescription>& robot);
+
+//! The planner of this name; throws `UnusableInput`, which begins with the name of the option, if it is none.
+planning::CSpacePlanner ParsePlanner(const std::string& option, const std::string& name);
+
 //! The settings that a command line asks for: of a file or the defaults, then one by one.
 class PlannerSettings {
  public:
-  //! The options `--config` and `--set`. This object must outlive the parsing.
-  void AddOptions(CLI::App& app);
+  //! The options `--config`, `--set`, `--planner` and `--effort`. This object must outlive the parsing.
+  //! \return That of `--planner`.
+  CLI::Option* AddOptions(CLI::App& app);
 
   //! The file; empty without one.
   const std::string& File() const { return file_; }
@@ -61,6 +70,8 @@ class PlannerSettings {
  private:
   std::string file_;
   std::vector<std::string> texts_;
+  std::string planner_;
+  std::optional<int> effort_;
   std::map<std::string, Setting> defaults_;
   std::optional<planning::MotionPlannerConfig> config_;
 };

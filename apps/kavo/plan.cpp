@@ -303,10 +303,8 @@ class Planning {
       text += "the path ends at the goal but for whole turns of joints without limits\n";
     }
     text += "time: search " + Time(report.search_seconds) + ", shortening " +
-            Time(report.shortening_seconds) + "; seed " + std::to_string(attempt.config.seed) + ", " +
-            std::to_string(report.num_iterations) + " extensions, " + std::to_string(report.num_nodes[0]) +
-            " and " + std::to_string(report.num_nodes[1]) + " nodes, " +
-            std::to_string(report.num_validity_checks) + " configurations checked\n";
+            Time(report.shortening_seconds) + "; " + report.planner + ", seed " +
+            std::to_string(attempt.config.seed) + ", " + ExplainWork(report) + "\n";
     if (report.was_shortening_stopped) {
       text += "shortening was stopped: the path is as short as it was by then\n";
     }
@@ -324,6 +322,14 @@ class Planning {
 
   std::string Failure(const Attempt& attempt) const {
     std::string text = HeldJointsText(*situation_.robot) + ExplainFailure(attempt.report, Robot());
+    if (attempt.report.status == planning::SearchStatus::kStartTooClose) {
+      text += "  " + ExplainNearest(Robot(), situation_.world.view(), attempt.query.start) + "\n";
+    } else if (attempt.report.status == planning::SearchStatus::kTargetTooClose) {
+      text +=
+          "  " +
+          ExplainNearest(Robot(), situation_.world.view(), std::get<Eigen::VectorXd>(attempt.query.target)) +
+          "\n";
+    }
     const auto* target = std::get_if<formats::PlanRecord::PositionTarget>(&attempt.query.target);
     if (target != nullptr && attempt.report.status == planning::SearchStatus::kIterationsSpent) {
       const Reach reach = FindReach(Robot(), target->frame);

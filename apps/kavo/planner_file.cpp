@@ -29,6 +29,7 @@ using Value = planning::ParameterValue;
 // Said by the presence of the map below, in a file.
 constexpr char kHasTree[] = "enable_tesk_tree";
 constexpr char kTree[] = "tesk_tree_params";
+constexpr char kPlanner[] = "planner";
 
 // What yaml-cpp refused, where it says where: its own text names neither the key nor what stands there.
 std::string TellFault(const std::string& file, const std::string& text, const YAML::Exception& error) {
@@ -152,8 +153,8 @@ std::string ReadText(const std::string& file) {
 
 }  // namespace
 
-MotionPlannerConfig ReadPlannerFile(const std::string& file, const RobotDescription& robot,
-                                    const MotionPlannerConfig& defaults) {
+PlannerFile ReadPlannerFile(const std::string& file, const RobotDescription& robot,
+                            const MotionPlannerConfig& defaults) {
   const std::string text = ReadText(file);
   try {
     const std::vector<YAML::Node> documents = YAML::LoadAll(text);
@@ -167,6 +168,7 @@ MotionPlannerConfig ReadPlannerFile(const std::string& file, const RobotDescript
                           "lists them");
     }
     RefuseUnknown(root, file);
+    const bool names_planner = root[kPlanner].IsDefined();
     std::vector<std::string> missing;
     for (const Parameter& parameter : planning::Parameters()) {
       const bool may_be_missing = parameter.is_optional || parameter.name == std::string(kHasTree) ||
@@ -178,13 +180,13 @@ MotionPlannerConfig ReadPlannerFile(const std::string& file, const RobotDescript
     if (!missing.empty()) {
       KAVO_LOG(LogLevel::kWarning) << file
                                    << ": not named, and so at their defaults: " << Join(missing, ", ");
-      return ReadSome(root, file, robot, defaults);
+      return {ReadSome(root, file, robot, defaults), names_planner};
     }
     MotionPlannerConfig config = MotionPlannerConfig::ReadUnchecked(root);
     if (const auto fault = planning::FindSettingFault(config, robot)) {
       throw UnusableInput(file + ": " + *fault);
     }
-    return config;
+    return {std::move(config), names_planner};
   } catch (const YAML::Exception& error) {
     throw UnusableInput(TellFault(file, text, error));
   }

@@ -10,6 +10,7 @@ namespace kavo::testing {
 namespace {
 
 using ::testing::AllOf;
+using ::testing::ContainsRegex;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
@@ -78,30 +79,50 @@ TEST_F(BenchTest, GivesTheSameAnswersForAnyNumberOfJobs) {
 
 TEST_F(BenchTest, TabulatesFamilies) {
   // With such a step, the path of seed 1234 cuts through the peg.
-  const Outcome bench = Bench({"--set", "step_size=0.3", "--json", folder_ / "out.json"});
+  const std::vector<std::string> options = {"--set", "step_size=0.3", "--json", folder_ / "out.json"};
+  const auto with = [&options](const std::string& option, const std::string& value) {
+    std::vector<std::string> all = options;
+    all.insert(all.end(), {option, value});
+    return all;
+  };
+  const Outcome bench = Bench(with("--planner", "rrt_connect"));
   EXPECT_EQ(bench.status, 0);
   const auto row = [&](const std::string& family) {
     const std::size_t begin = bench.output.find("\n" + family + " ") + 1;
     std::istringstream words(bench.output.substr(begin, bench.output.find('\n', begin) - begin));
     return std::vector<std::string>(std::istream_iterator<std::string>(words), {});
   };
-  // Problems, runs, invalid, solved and its share, bad paths.
+  // Problems, runs, invalid, solved and its share, bad and unproven paths.
   const auto starts_with = [&](const std::string& family, const std::vector<std::string>& cells) {
     const std::vector<std::string> found = row(family);
     ASSERT_GE(found.size(), 12u) << bench.output;
-    EXPECT_EQ(std::vector<std::string>(found.begin() + 1, found.begin() + 8), cells);
+    EXPECT_EQ(std::vector<std::string>(found.begin() + 1, found.begin() + 9), cells);
   };
-  starts_with("other", {"1", "1", "0", "1", "100", "%", "1"});
-  starts_with("peg", {"2", "2", "1", "1", "100", "%", "1"});
-  starts_with("all", {"3", "3", "1", "2", "100", "%", "2"});
+  starts_with("other", {"1", "1", "0", "1", "100", "%", "1", "1"});
+  starts_with("peg", {"2", "2", "1", "1", "100", "%", "1", "1"});
+  starts_with("all", {"3", "3", "1", "2", "100", "%", "2", "2"});
   EXPECT_THAT(bench.output,
-              AllOf(HasSubstr("2 found paths fail the check at a tenth of the step"),
+              AllOf(HasSubstr("2 found paths of sampled segments are bad"),
                     HasSubstr("  2  a checked segment, between two of the points that were checked")));
   EXPECT_THAT(bench.errors, Not(HasSubstr("[")));
 
   const Json json = Json::parse(ReadFile(folder_ / "out.json"));
   EXPECT_EQ(json["runs"][0]["first_bad_edge"], "between");
   EXPECT_GT(json["runs"][0]["depth"], 0.0);
+
+  // Side by side, each run is the one that it would be alone.
+  const Outcome compared = Bench(with("--compare", "rrt_connect,bi_rrt"));
+  EXPECT_EQ(compared.status, 0) << compared.errors;
+  const Json both = Json::parse(ReadFile(folder_ / "out.json"));
+  ASSERT_EQ(both["runs"].size(), 6u);
+  EXPECT_EQ(both["runs"][0]["path"], json["runs"][0]["path"]);
+  EXPECT_EQ(both["runs"][1]["planner"], "bi_rrt");
+  EXPECT_EQ(both["runs"][1]["proof"], "proven free");
+  EXPECT_EQ(both["runs"][1]["check_step"], 0.001);
+  EXPECT_THAT(compared.output,
+              AllOf(ContainsRegex("rrt_connect +3 +3 +1 +2 +100 % +2 +2 "),
+                    ContainsRegex("bi_rrt +3 +3 +1 +2 +100 % +0 +0 "),
+                    ContainsRegex("\n  times the first +[0-9.e-]+ +[0-9.e-]+ +[0-9.e-]+\n")));
 }
 
 TEST_F(BenchTest, TakesOneFamilyAndRefusesWhatIsNoSet) {
@@ -117,6 +138,7 @@ TEST_F(BenchTest, TakesOneFamilyAndRefusesWhatIsNoSet) {
       {{}, "nowhere", "nowhere: "},
       {{"--family", "shelf"}, "problems", "--family shelf: expected one of other, peg"},
       {{"--repeat", "0"}, "problems", "--repeat"},
+      {{"--compare", "bi_rrt,rrt"}, "problems", "--compare rrt: expected one of 'bi_rrt', 'rrt_connect'"},
       {{"--set", "seed=2147483647"}, "problems", "no room for the repeats"},
       {{"--json", folder_ / "none/out.json"}, "problems", "out.json: cannot be written"},
   };

@@ -59,7 +59,7 @@ TEST(InfoTest, ListsEveryParameterOfThePlannerWithAValueThatItTakes) {
 
   const LogCapture log;
   const std::shared_ptr<RobotDescription> robot = LoadThreeLinkArmRobotDescription();
-  const planning::MotionPlannerConfig defaults(robot);
+  const planning::MotionPlannerConfig defaults = command::CommandDefaults(robot);
   planning::MotionPlannerConfig same = defaults;
   for (const planning::Parameter& parameter : planning::Parameters()) {
     SCOPED_TRACE(parameter.name);

@@ -52,6 +52,7 @@ TEST_F(PlanTest, AnswersARequestAndWritesFiles) {
                     HasSubstr("\n  -1,0\n"), HasSubstr("seed 7"), HasSubstr("check: proven free at every "),
                     HasSubstr("between frame 'lower' and 'peg'")));
   EXPECT_THAT(plan.errors, AllOf(HasSubstr("planner.yaml: not named, and so at their defaults: step_size, "),
+                                 HasSubstr("planner.yaml: names no planner, and so rrt_connect plans"),
                                  Not(HasSubstr("TESK"))));
 
   const auto json = nlohmann::json::parse(ReadFile(folder_ / "out.json"));
@@ -68,7 +69,8 @@ TEST_F(PlanTest, AnswersARequestAndWritesFiles) {
   EXPECT_EQ(json["path"].front(), nlohmann::json({1.0, 0.0}));
 
   // The path is the library's own for these settings, and passes the check of `kavo check`.
-  const Outcome quiet = RunKavo(Plan({"--start", "left", "--goal", "right", "--set", "seed=7", "--quiet"}));
+  const Outcome quiet = RunKavo(Plan({"--start", "left", "--goal", "right", "--set", "seed=7", "--set",
+                                      "planner=bi_rrt", "--planner", "rrt_connect", "--quiet"}));
   EXPECT_EQ(quiet.output, ReadFile(folder_ / "out.csv"));
   EXPECT_THAT(quiet.errors, IsEmpty());
   for (const char* file : {"out.csv", "out.json"}) {
@@ -80,20 +82,27 @@ TEST_F(PlanTest, AnswersARequestAndWritesFiles) {
 
 TEST(PlanBuiltinTest, GivesThePathOfTheLibrary) {
   const Folder folder;
-  const Outcome plan =
-      RunKavo({"plan", "--robot", "three_link", "--start", "-1.5,0,0", "--goal", "1.5,0.5,0", "--json", "-"});
-  EXPECT_EQ(plan.status, 0);
-  EXPECT_THAT(plan.errors, IsEmpty());
   const LogCapture log;
   const std::shared_ptr<RobotDescription> robot = LoadThreeLinkArmRobotDescription();
-  const auto results =
-      CreateMotionPlanner(robot, World().view())
-          ->planToCSpaceTarget(Eigen::Vector3d(-1.5, 0.0, 0.0), Eigen::Vector3d(1.5, 0.5, 0.0), true);
-  const auto json = nlohmann::json::parse(plan.output);
-  ASSERT_EQ(json["interpolated_path"].size(), results.interpolated_path.size());
-  for (std::size_t i = 0; i < results.interpolated_path.size(); ++i) {
-    const Eigen::VectorXd& q = results.interpolated_path[i];
-    EXPECT_EQ(json["interpolated_path"][i], nlohmann::json({q[0], q[1], q[2]}));
+  Arguments arguments = {"plan",   "--robot",   "three_link", "--start", "-1.5,0,0",
+                         "--goal", "1.5,0.5,0", "--json",     "-"};
+  // The command's default, then the other one.
+  for (const std::string planner_name : {"bi_rrt", "rrt_connect"}) {
+    const Outcome plan = RunKavo(arguments);
+    arguments.insert(arguments.end(), {"--planner", "rrt_connect"});
+    EXPECT_EQ(plan.status, 0);
+    EXPECT_THAT(plan.errors, IsEmpty());
+    const auto planner = CreateMotionPlanner(robot, World().view());
+    planner->setParam("planner", planner_name);
+    const auto results =
+        planner->planToCSpaceTarget(Eigen::Vector3d(-1.5, 0.0, 0.0), Eigen::Vector3d(1.5, 0.5, 0.0), true);
+    const auto json = nlohmann::json::parse(plan.output);
+    EXPECT_EQ(json["statistics"]["planner"], planner_name);
+    ASSERT_EQ(json["interpolated_path"].size(), results.interpolated_path.size());
+    for (std::size_t i = 0; i < results.interpolated_path.size(); ++i) {
+      const Eigen::VectorXd& q = results.interpolated_path[i];
+      EXPECT_EQ(json["interpolated_path"][i], nlohmann::json({q[0], q[1], q[2]}));
+    }
   }
 }
 
@@ -109,7 +118,13 @@ TEST_F(PlanTest, SaysWhyThereIsNoPath) {
       {{"--start", "too_far", "--goal", "left"},
        {"the start is not valid", "joint 'elbow' is at 3.25, outside its limits -3 and 3"}},
       {{"--start", "left", "--goal", "right", "--set", few},
-       {"no path: iterations spent", "1 extensions in ", "samples drawn, ", " of them rejected"}},
+       {"no path: iterations spent\n  bi_rrt for ", ": 1 samples, ", " motions checked by "}},
+      {{"--start", "left", "--goal", "right", "--set", few, "--planner", "rrt_connect"},
+       {"no path: iterations spent\n  rrt_connect for ", ": 1 extensions, ", "samples drawn, ",
+        " of them rejected"}},
+      {{"--start", "left", "--goal", "0.17522458210478567,0"},
+       {"the goal is valid, but nearer to a contact than bi_rrt can prove a motion",
+        "frame 'lower' is 0.001 mm from 'peg' (its sphere 1 of radius 0.1 m at "}},
       {{"--start", "left", "--target", "2,2,0", "--set", few},
        {"iterations spent",
         "the target is 2.828 m from the first joint; frame 'gripper' gets no farther from there "
@@ -168,6 +183,8 @@ TEST_F(PlanTest, RefusesWhatItCannotUse) {
        "shares.yaml: The sum of 'task_space_exploitation_fraction' [0.6] and "},
       {{"--start", "left", "--goal", "right", "--set", "task_space_frame_name=hand"},
        "--set task_space_frame_name=hand: there is no frame 'hand'; the robot has 'post', "},
+      {{"--start", "left", "--goal", "right", "--planner", "birrt"},
+       "--planner birrt: expected one of 'bi_rrt', 'rrt_connect'; did you mean 'bi_rrt'?"},
       {{"--start", "left", "--goal", "right", "--check-step", "0"}, "0 is not a number of at least 1e-06"},
       {{"--start", "left", "--goal", "right", "--joint", "slide"}, "--joint slide: expected JOINT=VALUE"},
       {{"--start", "left", "--goal", "right", "--json", "-", "--csv", "-"},
@@ -188,7 +205,8 @@ TEST_F(PlanTest, RefusesWhatItCannotUse) {
 
 TEST_F(PlanTest, TriesSeedsUntilAPathPassesTheCheck) {
   // Steps so long that a path may cut through the peg between two of them: that of seed 1234 does.
-  Arguments arguments = Plan({"--start", "left", "--goal", "right", "--set", "step_size=0.3"});
+  Arguments arguments =
+      Plan({"--start", "left", "--goal", "right", "--set", "step_size=0.3", "--planner", "rrt_connect"});
   const Outcome bad = RunKavo(arguments);
   EXPECT_EQ(bad.status, 1);
   EXPECT_THAT(bad.output, AllOf(HasSubstr("check: NOT proven free: touches"), HasSubstr("into 'peg'"),
@@ -199,8 +217,8 @@ TEST_F(PlanTest, TriesSeedsUntilAPathPassesTheCheck) {
   EXPECT_THAT(good.output, AllOf(HasSubstr("seed 1235"), HasSubstr("check: proven free")));
   EXPECT_THAT(good.errors, HasSubstr("seed 1234: the path fails the check; trying the next seed"));
   // The straight way jumps over the peg with every seed; half the step sees it.
-  const Outcome halved = RunKavo(
-      Plan({"--start", "0.75,0", "--goal", "-0.75,0", "--set", "step_size=0.5", "--verify", "--json", "-"}));
+  const Outcome halved = RunKavo(Plan({"--start", "0.75,0", "--goal", "-0.75,0", "--set", "step_size=0.5",
+                                       "--planner", "rrt_connect", "--verify", "--json", "-"}));
   EXPECT_EQ(halved.status, 0) << halved.errors;
   EXPECT_LT(nlohmann::json::parse(halved.output)["settings"]["step_size"], 0.5);
 }
@@ -223,8 +241,9 @@ goal_constraints:
   - joint_constraints: [{joint_name: shoulder, position: -1}]
   - joint_constraints: [{joint_name: shoulder, position: 0}]
 )");
-  EXPECT_THAT(RunKavo(Plan({"--request", bad_first, "--set", "step_size=0.3"})).output,
-              StartsWith("path found"));
+  EXPECT_THAT(
+      RunKavo(Plan({"--request", bad_first, "--set", "step_size=0.3", "--planner", "rrt_connect"})).output,
+      StartsWith("path found"));
 }
 
 TEST_F(PlanTest, ABasePoseInTheRequestMovesTheSceneAndTheTarget) {

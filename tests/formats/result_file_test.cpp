@@ -43,6 +43,10 @@ PlanRecord SmallRecord() {
   record.statistics.status = planning::SearchStatus::kFound;
   record.statistics.num_iterations = 18446744073709551615u;
   record.statistics.num_nodes = {4, 5};
+  record.statistics.planner = "bi_rrt";
+  record.statistics.num_motions = 3;
+  record.statistics.num_placements = 2;
+  record.statistics.num_divisions = 1;
   record.check.emplace();
   record.check->passed = true;
   record.check->verdict = "proven free with cones ignored";
