@@ -37,11 +37,9 @@ struct MovingJoint {
   double multiplier;
   double offset;
   bool slides;
-  // The index of a frame that it carries, and in that frame's coordinates a point of the axis and its
-  // direction.
+  // The index of its own frame, whose origin is on the axis, and the axis in that frame.
   std::size_t frame;
-  Eigen::Vector3d point;
-  Eigen::Vector3d direction;
+  Eigen::Vector3d axis;
 };
 
 // A collision sphere.
@@ -101,13 +99,13 @@ class Arm {
       joint.multiplier = step.ratio ? std::fabs(step.ratio->multiplier) : 1.0;
       joint.offset = step.ratio ? std::fabs(step.ratio->offset) : 0.0;
       joint.slides = step.motion == Model::Motion::kPrismatic;
-      const auto carried =
+      // Every frame comes after the one it is attached to, so that the first one that a joint carries is its
+      // own.
+      const auto own =
           std::find_if(plan.frames.begin(), plan.frames.end(),
                        [&](const Model::Attachment& frame) { return frame.slot == static_cast<int>(slot); });
-      joint.frame = static_cast<std::size_t>(carried - plan.frames.begin());
-      const Eigen::Matrix3d to_frame = carried->offset.transform.rotation.transpose();
-      joint.point = -math::Rotate(to_frame, carried->offset.transform.translation);
-      joint.direction = to_frame.col(step.axis);
+      joint.frame = static_cast<std::size_t>(own - plan.frames.begin());
+      joint.axis = own->offset.transform.rotation.row(step.axis);
     }
   }
 
@@ -177,8 +175,7 @@ class Prover {
         path_(path),
         options_(options),
         stop_condition_(stop_condition),
-        points_(arm_.Joints().size()),
-        directions_(arm_.Joints().size()),
+        axes_(arm_.Joints().size()),
         reaches_(arm_.Joints().size()),
         balls_(arm_.Balls().size()),
         moves_(arm_.Balls().size() * arm_.Joints().size()) {}
@@ -379,9 +376,7 @@ class Prover {
       const double rounding = kUnit * (4.0 * joint.multiplier * (std::fabs(a) + std::fabs(b)) + joint.offset);
       const double reach = a == b ? 0.0 : joint.multiplier * (half_width * std::fabs(b - a)) + 2.0 * rounding;
       reaches_[j] = joint.slides ? reach : std::min(reach, 2.0);
-      const math::RigidTransform& frame = (*frames_)[joint.frame];
-      points_[j] = frame * joint.point;
-      directions_[j] = math::Rotate(frame.rotation, joint.direction);
+      axes_[j] = math::Rotate((*frames_)[joint.frame].rotation, joint.axis);
     }
   }
 
@@ -395,9 +390,11 @@ class Prover {
       placed.center = (*frames_)[ball.frame] * ball.sphere.center;
       double* const moves = &moves_[i * reaches_.size()];
       for (std::size_t j = 0; j < reaches_.size(); ++j) {
-        moves[j] = reaches_[j] == 0.0 || arm_.Joints()[j].slides
-                       ? reaches_[j]
-                       : reaches_[j] * Norm(directions_[j].cross(placed.center - points_[j]));
+        const MovingJoint& joint = arm_.Joints()[j];
+        moves[j] = reaches_[j];
+        if (!joint.slides && moves[j] > 0.0) {
+          moves[j] *= Norm(axes_[j].cross(placed.center - (*frames_)[joint.frame].translation));
+        }
       }
     }
     return placed.center;
@@ -447,12 +444,11 @@ class Prover {
   std::optional<Verdict> end_;
   PathProof proof_;
 
-  // The robot where it was placed last: its frames, the largest length in them, and for each joint a point of
-  // its axis, the axis, and how far it moves what is a metre from the axis (or anything, if it slides).
+  // The robot where it was placed last: its frames, the largest length in them, and for each joint its axis
+  // and how far it moves what is a metre from the axis (or anything, if it slides).
   const std::vector<math::RigidTransform>* frames_ = nullptr;
   double length_ = 0.0;
-  std::vector<Eigen::Vector3d> points_;
-  std::vector<Eigen::Vector3d> directions_;
+  std::vector<Eigen::Vector3d> axes_;
   std::vector<double> reaches_;
   std::vector<PlacedBall> balls_;
   // By ball, then joint.
