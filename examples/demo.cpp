@@ -1,7 +1,7 @@
 // Plans for the Franka arm at a shelf: from beside it to a configuration with the hand between two boards,
-// and to a position of the tool there. Each answer is checked independently of the planner, at a tenth of its
-// step. Then the same again with other settings, and once more after an obstacle has moved. The exit status
-// tells whether every path was found and is valid.
+// and to a position of the tool there. Each answer is proven free independently of the planner. Then the same
+// again with other settings, and once more after an obstacle has moved. The exit status tells whether every
+// path was found and is free.
 
 #include <cstdlib>
 #include <iostream>
@@ -12,7 +12,7 @@
 
 #include "examples/shelf.h"
 #include "kavo/motion_planning/interface/motion_planner.h"
-#include "kavo/motion_planning/util/path_check.h"
+#include "kavo/motion_planning/util/path_proof.h"
 #include "kavo/util/log.h"
 #include "kavo/world/world.h"
 
@@ -20,31 +20,22 @@ namespace {
 
 using Path = std::vector<Eigen::VectorXd>;
 
-// Paths are checked at points this far apart (radians). An obstacle's edge may still be grazed between two
+// Paths are planned by points this far apart (radians). An obstacle's edge may still be grazed between two
 // points: the finer the step, the less deep.
 constexpr double kStep = 0.03;
 
-// Prints whether a path is free at the given step, and how close it comes to what.
-bool Check(const char* what, const kavo::RobotDescription& robot, const kavo::World& world, const Path& path,
-           double step) {
-  const kavo::planning::PathCheck check = kavo::planning::CheckPath(robot, world.view(), path, step);
-  if (check.first_bad) {
-    const kavo::planning::ConfigurationFault& fault = check.first_bad->fault;
-    std::cout << "  " << what << ": invalid, ";
-    if (fault.contact) {
-      std::cout << fault.contact->frame << " is " << fault.contact->depth * 1000.0 << " mm inside the "
-                << world.name(fault.contact->obstacle);
-    } else {
-      std::cout << "beyond a joint limit";
-    }
-    std::cout << " at [" << check.first_bad->place.configuration.transpose() << "]\n";
-    return false;
+// Proves that a path is free everywhere, apart from what planned it. Prints how near it comes to what.
+bool Prove(const char* what, const kavo::RobotDescription& robot, const kavo::World& world,
+           const Path& path) {
+  const kavo::planning::PathProof proof = kavo::planning::ProvePath(robot, world.view(), path);
+  std::cout << "  " << what << ": " << ToString(proof.verdict);
+  if (proof.clearance) {
+    std::cout << "; smallest clearance " << proof.clearance->distance * 1000.0 << " mm, between the "
+              << proof.clearance->frame << " and the " << proof.clearance->obstacle_name << " at ["
+              << proof.clearance->place.configuration.transpose() << "]";
   }
-  std::cout << "  " << what << ": valid at " << check.num_configurations
-            << " configurations; smallest clearance " << check.clearance->distance * 1000.0
-            << " mm, between the " << check.clearance->frame << " and the "
-            << world.name(check.clearance->obstacle) << "\n";
-  return true;
+  std::cout << "\n";
+  return proof.IsFree();
 }
 
 double Length(const Path& path) {
@@ -55,7 +46,7 @@ double Length(const Path& path) {
   return length;
 }
 
-// Prints an answer with its check; false unless a valid path was found.
+// Prints an answer with its proof; false unless a path was found that is free.
 bool Report(const char* what, const kavo::MotionPlanner& planner, const kavo::MotionPlanner::Results& results,
             const kavo::RobotDescription& robot, const kavo::World& world) {
   const kavo::QueryReport report = planner.queryReport();
@@ -71,7 +62,7 @@ bool Report(const char* what, const kavo::MotionPlanner& planner, const kavo::Mo
             << " rad\n"
             << "  shortened path: " << results.path.size() << " waypoints, length " << Length(results.path)
             << " rad; resampled: " << results.interpolated_path.size() << " points\n";
-  return Check("check at a tenth of the step", robot, world, results.path, kStep / 10.0);
+  return Prove("proof", robot, world, results.path);
 }
 
 }  // namespace
@@ -88,8 +79,7 @@ int main() {
   const auto tool = kinematics->frame("tool");
 
   std::cout << "Franka arm at a shelf\n";
-  const bool is_straight_line_free =
-      Check("straight line to the goal", *robot, world, {start, goal}, kStep / 10.0);
+  const bool is_straight_line_free = Prove("straight line to the goal", *robot, world, {start, goal});
 
   // The notice that accelerator trees are not built in would only distract here.
   const auto planner = [&] {

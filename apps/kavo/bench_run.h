@@ -77,9 +77,9 @@ struct BenchPlan {
   bool by_requests = false;
 };
 
-//! Runs every problem, each time with a planner of its own, and now and then looks at all paths found since. The
-//! runs are in the order of problems, then repeats, then planners,
-//! whatever the number of jobs; those that ended before a signal came.
+//! Runs every problem, each time with a planner of its own, and now and then looks at all paths found since.
+//! The runs are in the order of problems, then repeats, then planners, whatever the number of jobs; those
+//! that ended before a signal came.
 std::vector<BenchRun> RunProblems(const std::vector<Problem>& problems, const PlannerSettings& settings,
                                   const BenchPlan& plan);
 
