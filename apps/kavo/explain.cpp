@@ -185,7 +185,8 @@ std::string Explain(const planning::PathProof& proof, const RobotDescription& ro
                                                    ? "comes nearer than " + Distance(options.least_clearance)
                                                    : ToString(proof.verdict));
   }
-  text += "\n  self-collision: " + scope.SelfCollision() + "\n";
+  text += proof.verdict == Verdict::kBeyondLimits ? "; nothing else was looked at\n"
+                                                  : "\n  self-collision: " + scope.SelfCollision() + "\n";
   if (proof.bad) {
     text += Bad("bad", *proof.bad, robot, num_segments);
   }
