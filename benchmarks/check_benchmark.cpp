@@ -1,8 +1,10 @@
 // What one validity check costs: free, colliding and mixed configurations, one by one and eight at once along
-// a segment, by the number of the robot's spheres and of the obstacles; and the kinematics alone.
+// a segment, by the number of the robot's spheres and of the obstacles; the kinematics alone; and whole
+// motions, proven against sampled.
 //
 // The one-by-one way is the default body of `Environment::CountValid`, which stops at the first configuration
-// that is not valid. Answers are compared before anything is timed; the program fails where they differ.
+// that is not valid. A sampled motion is the default body of `Environment::IsValidMotion`, at 1/32. Answers
+// are compared before anything is timed; the program fails where they differ.
 
 #include <benchmark/benchmark.h>
 
@@ -37,11 +39,17 @@ using kavo::planning::RobotEnvironmentConfig;
 constexpr int kDimension = 7;
 constexpr int kBatch = static_cast<int>(kavo::math::kNumLanes);
 constexpr double kLinkLength = 0.2;
+constexpr double kLimit = 2.9;
 // Segments that obstacles keep clear of, so that there are free configurations at any number of obstacles.
 constexpr std::size_t kNumSegments = 8;
 
 // `kBatch` configurations, one to a column.
 using Segment = Eigen::MatrixXd;
+
+struct Motion {
+  Eigen::VectorXd from;
+  Eigen::VectorXd to;
+};
 
 class Random {
  public:
@@ -54,6 +62,14 @@ class Random {
       entry = (*this)(-2.5, 2.5);
     }
     return q;
+  }
+  // A motion of 0.5 to 2 rad in a random direction that ends within the limits.
+  Motion motion(const Eigen::VectorXd& from) {
+    Eigen::VectorXd to;
+    do {
+      to = from + (configuration() - from).normalized() * (*this)(0.5, 2.0);
+    } while (to.cwiseAbs().maxCoeff() > kLimit);
+    return {from, to};
   }
   // From a random configuration in a random direction, steps of the given length.
   Segment segment(double step) {
@@ -82,7 +98,7 @@ std::unique_ptr<kavo::RobotDescription> Arm(int num_spheres) {
     joint.child_frame = parent = "link" + std::to_string(i);
     joint.origin = Pose3::FromTranslation({0.0, 0.0, i == 0 ? 0.1 : kLinkLength});
     joint.axis = i % 2 == 0 ? Eigen::Vector3d::UnitZ() : Eigen::Vector3d::UnitY();
-    joint.limits = kavo::kinematics::JointLimits{-2.9, 2.9};
+    joint.limits = kavo::kinematics::JointLimits{-kLimit, kLimit};
     builder.addJoint(joint);
   }
   for (int i = 0; i < num_spheres; ++i) {
@@ -104,15 +120,15 @@ struct Case {
   }
 };
 
-// Where the spheres of the robot are along the segments.
-std::vector<kavo::math::Sphere> Occupied(const Case& subject) {
+// Where the spheres of the robot are at the configurations, one to a column.
+std::vector<kavo::math::Sphere> Occupied(const Case& subject, const std::vector<Eigen::MatrixXd>& free) {
   const RobotEnvironmentConfig config = subject.config();
   std::vector<kavo::math::Sphere> occupied;
-  for (const Segment& segment : subject.free) {
+  for (const Eigen::MatrixXd& configurations : free) {
     for (const std::string& frame : config.FrameNames()) {
       const auto spheres = config.CollisionSpheres(frame);
-      for (int i = 0; i < kBatch; ++i) {
-        const Pose3 pose = config.Kinematics()->pose(segment.col(i), config.Kinematics()->frame(frame));
+      for (const auto& q : configurations.colwise()) {
+        const Pose3 pose = config.Kinematics()->pose(q, config.Kinematics()->frame(frame));
         for (const kavo::math::Sphere& sphere : spheres) {
           occupied.push_back({pose * sphere.center, sphere.radius});
         }
@@ -149,18 +165,12 @@ bool IsClear(const kavo::ObstacleShape& shape, const Pose3& pose, double size,
   });
 }
 
-// An arm among boxes, balls and cylinders in turns, turned at random, in a volume that it reaches all of,
-// clear of a few segments. The more obstacles, the smaller they are.
-Case MakeCase(int num_spheres, int num_obstacles) {
+// Boxes, balls and cylinders in turns, turned at random, in a volume that the arm reaches all of, clear of
+// some configurations. The more obstacles, the smaller they are.
+void AddObstacles(int num_obstacles, const std::vector<Eigen::MatrixXd>& free, Random& random,
+                  Case& subject) {
   const std::map<int, double> sizes = {{1, 0.4}, {10, 0.3}, {100, 0.15}, {1000, 0.08}, {10000, 0.05}};
-  Random random;
-  Case subject;
-  subject.name = std::to_string(num_spheres) + " spheres, " + std::to_string(num_obstacles) + " obstacles";
-  subject.robot = Arm(num_spheres);
-  for (std::size_t i = 0; i < kNumSegments; ++i) {
-    subject.free.push_back(random.segment(0.1));
-  }
-  const std::vector<kavo::math::Sphere> occupied = Occupied(subject);
+  const std::vector<kavo::math::Sphere> occupied = Occupied(subject, free);
   for (int i = 0; i < num_obstacles;) {
     const double size = sizes.at(num_obstacles) * random(0.6, 1.0);
     const Eigen::Vector3d center(random(-1.3, 1.3), random(-1.3, 1.3), random(-1.2, 1.4));
@@ -172,6 +182,22 @@ Case MakeCase(int num_spheres, int num_obstacles) {
       ++i;
     }
   }
+}
+
+Case EmptyCase(int num_spheres, int num_obstacles) {
+  Case subject;
+  subject.name = std::to_string(num_spheres) + " spheres, " + std::to_string(num_obstacles) + " obstacles";
+  subject.robot = Arm(num_spheres);
+  return subject;
+}
+
+Case MakeCase(int num_spheres, int num_obstacles) {
+  Random random;
+  Case subject = EmptyCase(num_spheres, num_obstacles);
+  for (std::size_t i = 0; i < kNumSegments; ++i) {
+    subject.free.push_back(random.segment(0.1));
+  }
+  AddObstacles(num_obstacles, subject.free, random, subject);
   return subject;
 }
 
@@ -324,6 +350,80 @@ void Print(const char* kind, const Figures& figures) {
       figures.one_by_one_seconds * 1e9, figures.batch_seconds * 1e9, figures.batch_seconds / kBatch * 1e9);
 }
 
+constexpr double kResolution = 1.0 / 32.0;
+
+bool IsProven(const RobotEnvironment& environment, const Motion& motion) {
+  return environment.IsValidMotion(motion.from, motion.to, kResolution);
+}
+
+bool IsValidWhereSampled(const RobotEnvironment& environment, const Motion& motion) {
+  return environment.Environment::IsValidMotion(motion.from, motion.to, kResolution);
+}
+
+// Valid motions, of which obstacles keep clear so that there are some, and invalid ones that begin on one of
+// these, as those of a planner do. Prints what a proof takes of the time of sampling. False where sampling
+// finds a contact on a motion that was proven.
+bool MeasureMotions(int num_spheres, int num_obstacles) {
+  constexpr std::size_t kNumMotions = 16;
+  // Many, so that what touched first is not known from the round before.
+  constexpr std::size_t kNumInvalid = 128;
+  Random random;
+  Case subject = EmptyCase(num_spheres, num_obstacles);
+  std::vector<Motion> clear;
+  std::vector<Eigen::MatrixXd> samples;
+  for (std::size_t i = 0; i < kNumMotions; ++i) {
+    const Motion motion = random.motion(random.configuration());
+    clear.push_back(motion);
+    const auto num_samples = static_cast<Eigen::Index>(std::ceil((motion.to - motion.from).norm() * 64.0));
+    Eigen::MatrixXd along(kDimension, num_samples + 1);
+    for (Eigen::Index k = 0; k <= num_samples; ++k) {
+      const double part = static_cast<double>(k) / static_cast<double>(num_samples);
+      along.col(k) = motion.from + part * (motion.to - motion.from);
+    }
+    samples.push_back(std::move(along));
+  }
+  AddObstacles(num_obstacles, samples, random, subject);
+  const auto environment = CreateRobotEnvironment(subject.config());
+  std::vector<Motion> valid;
+  for (const Motion& motion : clear) {
+    if (IsProven(*environment, motion)) {
+      valid.push_back(motion);
+      if (!IsValidWhereSampled(*environment, motion)) {
+        std::fprintf(stderr, "%s: a motion that was proven is not valid\n", subject.name.c_str());
+        return false;
+      }
+    }
+  }
+  std::vector<Motion> invalid;
+  while (invalid.size() < kNumInvalid) {
+    const Eigen::MatrixXd& along = samples[invalid.size() % kNumMotions];
+    const auto column = static_cast<Eigen::Index>(random(0.0, static_cast<double>(along.cols())));
+    const Motion motion = random.motion(along.col(column));
+    if (!IsValidWhereSampled(*environment, motion)) {
+      if (IsProven(*environment, motion)) {
+        std::fprintf(stderr, "%s: a motion that was proven is not valid\n", subject.name.c_str());
+        return false;
+      }
+      invalid.push_back(motion);
+    }
+  }
+  for (const auto& [kind, motions] : {std::pair("valid", &valid), std::pair("invalid", &invalid)}) {
+    const auto seconds = [&, of_kind = motions](auto check) {
+      return BestSeconds([&] {
+               for (const Motion& motion : *of_kind) {
+                 benchmark::DoNotOptimize(check(*environment, motion));
+               }
+             }) /
+             static_cast<double>(of_kind->size());
+    };
+    const double proven = seconds(IsProven);
+    const double sampled = seconds(IsValidWhereSampled);
+    std::printf("%-28s %3zu %-7s motions: proven %9.1f ns, sampled %9.1f ns, proven / sampled %5.2f\n",
+                subject.name.c_str(), motions->size(), kind, proven * 1e9, sampled * 1e9, proven / sampled);
+  }
+  return true;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -350,6 +450,13 @@ int main(int argc, char** argv) {
     std::printf("%d spheres, 10000 obstacles to 100, free: single %.2f times the time, at once %.2f times\n",
                 num_spheres, rows[10000].free.single_seconds / rows[100].free.single_seconds,
                 rows[10000].free.batch_seconds / rows[100].free.batch_seconds);
+  }
+  for (const int num_spheres : {20, 60, 200}) {
+    for (const int num_obstacles : {10, 100, 1000, 10000}) {
+      if (!MeasureMotions(num_spheres, num_obstacles)) {
+        return 1;
+      }
+    }
   }
   return 0;
 }
