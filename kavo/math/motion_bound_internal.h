@@ -32,10 +32,11 @@ struct MotionBound {
   //! Between the two its centre stays within acceleration * spacing^2 / 8 of the chord, which is no longer
   //! than speed * spacing, and every point within r of a chord of length l lies within
   //! sqrt(r^2 + (l / 2)^2) of one of its ends.
-  double enlarged(double radius, double spacing) const {
-    const double half = 0.5 * spacing * static_cast<double>(speed);
+  template <typename Float>
+  Float enlarged(Float radius, Float spacing) const {
+    const Float half = Float(0.5) * spacing * static_cast<Float>(speed);
     return std::sqrt(radius * radius + half * half) +
-           0.125 * spacing * spacing * static_cast<double>(acceleration);
+           Float(0.125) * spacing * spacing * static_cast<Float>(acceleration);
   }
 };
 

@@ -70,9 +70,7 @@ HWY_INLINE float Reach(const Data& data, float radius, const math::MotionBound& 
   if (!data.is_motion) {
     return radius;
   }
-  const float r = radius + num_balls * data.clearance;
-  const float half = data.half_spacing * bound.speed;
-  return (std::sqrt(r * r + half * half) + data.bulge * bound.acceleration) * (1.0f + 0x1p-18f);
+  return bound.enlarged(radius + num_balls * data.clearance, data.spacing) * (1.0f + 0x1p-18f);
 }
 
 // How exactly a part is placed.
@@ -774,8 +772,7 @@ void BallModel::startMotion(const float* rates, float clearance) {
 
 void BallModel::startBlock(float spacing) {
   data_->is_motion = true;
-  data_->half_spacing = 0.5f * spacing;
-  data_->bulge = 0.125f * spacing * spacing;
+  data_->spacing = spacing;
   startPlacement(math::kNumLanes);
 }
 

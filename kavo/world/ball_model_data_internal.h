@@ -102,9 +102,7 @@ struct BallModel::Data {
   bool is_motion = false;
   const float* rates = nullptr;
   float clearance = 0.0f;
-  float half_spacing = 0.0f;
-  // An eighth of the square of the spacing.
-  float bulge = 0.0f;
+  float spacing = 0.0f;
 };
 
 }  // namespace kavo::internal

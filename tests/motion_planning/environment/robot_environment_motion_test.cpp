@@ -124,6 +124,61 @@ TEST_P(MotionTest, AcceptsNothingThatTouches) {
   EXPECT_GT(num_refused, 100);
 }
 
+// A cart on a rail, above a floor and beside a ball that is fixed to its base or a ball of the world.
+TEST_P(MotionTest, KeepsAClearance) {
+  const struct {
+    double above_floor;
+    double beside_ball;
+    double from;
+    double to;
+    bool is_valid;
+  } rows[] = {
+      {1.9e-6, 1.0, 0.0, 0.0, false}, {2.1e-6, 1.0, 0.0, 0.0, true},   {1.0, 3.9e-6, 0.0, 0.0, false},
+      {1.0, 4.1e-6, 0.0, 0.0, true},  {1.5e-5, 1.0, -0.5, 0.5, true},  {1e-6, 1.0, -0.5, 0.5, false},
+      {0.0, 1.0, -0.5, 0.5, false},   {1.0, 1.5e-5, -0.5, 0.5, true},  {1.0, 3e-6, -0.5, 0.5, false},
+      {1.0, -1e-5, -0.5, 0.5, false}, {1.5e-5, 1.0, -3.0, 12.0, true}, {1.5e-5, 1.0, 99.0, 101.0, false},
+  };
+  for (const auto& row : rows) {
+    RobotDescriptionBuilder builder("base");
+    builder.addJoint({"rail", JointType::kPrismatic, "base", "cart", {}, {1.0, 0.0, 0.0}, {{-100.0, 100.0}}});
+    builder.addCollisionSphere("cart", {0.0, 0.0, 0.1 + row.above_floor}, 0.1);
+    builder.addCollisionSphere("base", {0.0, 0.3 + row.beside_ball, 0.1 + row.above_floor}, 0.2);
+    builder.addCollisionPair("base", "cart");
+    const auto description = builder.build();
+    World world;
+    world.add(BoxObstacle{{300.0, 0.2, 1.0}}, Pose3::FromTranslation({0.0, 0.0, -0.5}));
+    const auto environment =
+        CreateRobotEnvironment({description.get(), world.view(), Eigen::VectorXd::Ones(1), 10, 1, 2});
+    EXPECT_EQ(environment->IsValidMotion(Vec({row.from}), Vec({row.to}), 1.0), row.is_valid)
+        << row.above_floor << " " << row.beside_ball;
+  }
+}
+
+TEST_P(MotionTest, TakesNoMemoryAndFitsTheRobot) {
+  World world;
+  world.add(BoxObstacle{{0.2, 0.2, 0.2}}, Pose3::FromTranslation({0.7, 0.0, 0.5}));
+  const auto robot = LoadFrankaRobotDescription();
+  const auto environment =
+      CreateRobotEnvironment({robot.get(), world.view(), Eigen::VectorXd::Ones(7), 10, 1, 2});
+  const Eigen::VectorXd q = robot->defaultCSpaceConfiguration();
+  Eigen::VectorXd turned = q;
+  turned[0] += 1.5;
+  environment->IsValidMotion(q, turned, 1.0);
+  if (testing::CountsAllocations()) {
+    const auto before = testing::NumAllocations();
+    environment->IsValidMotion(q, turned, 1.0);
+    EXPECT_EQ(testing::NumAllocations(), before);
+  }
+  turned[1] = std::nan("");
+  EXPECT_FALSE(environment->IsValidMotion(q, turned, 1.0));
+  testing::ExpectFatal([&] { environment->IsValidMotion(q, Vec({1.0}), 1.0); },
+                       "static_cast<size_t>(q_start.size()) == dimension_ && "
+                       "static_cast<size_t>(q_end.size()) == dimension_",
+                       "motion_planning/environment/robot_environment", 170,
+                       "A motion from [7] to [1] coordinates does not fit the [7] of the configuration "
+                       "space.");
+}
+
 KAVO_INSTANTIATE_FOR_EVERY_TARGET(MotionTest);
 
 }  // namespace
