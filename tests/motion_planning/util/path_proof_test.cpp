@@ -8,6 +8,7 @@
 
 #include "kavo/kinematics/interface/robot_description_builder.h"
 #include "kavo/kinematics/interface/robot_description_internal.h"
+#include "kavo/motion_planning/environment/robot_environment.h"
 #include "kavo/world/world.h"
 #include "tests/kinematics/random_robot.h"
 #include "tests/motion_planning/scripted_environment.h"
@@ -74,7 +75,7 @@ TEST(PathProofTest, IsRightAboutRandomMotions) {
     const Eigen::VectorXd at_pin = AddPin(*robot, from, to, engine, world);
 
     PathProofOptions options;
-    options.tolerance = 1e-3;
+    options.tolerance = 1e-5;
     const PathProof proof = ProvePath(*robot, world.view(), {from, to}, options);
     ++counts[proof.verdict];
     const PathCheck seen =
@@ -101,6 +102,12 @@ TEST(PathProofTest, IsRightAboutRandomMotions) {
                              : smallest < 1e-6 ? Verdict::kTooNear
                                                : Verdict::kFree);
     ASSERT_TRUE(seen.IsValid() || !proof.IsFree());
+    // The environment's proof, which shares nothing with this one, accepts nothing that this one refuses, and
+    // refuses only what comes near.
+    const auto environment =
+        CreateRobotEnvironment({robot.get(), world.view(), Eigen::VectorXd::Ones(n), 10, 1, 2});
+    ASSERT_TRUE(environment->IsValidMotion(from, to, 1.0) ? proof.IsFree()
+                                                          : smallest < 2e-5 + options.tolerance);
   }
   // The comparison is worth something only if all of it comes up.
   EXPECT_GT(counts[Verdict::kFree], 300);
@@ -140,6 +147,9 @@ TEST(PathProofTest, FindsWhereTheRobotGrazesItself) {
     const auto grazing = with_radius(radius + 0.5 * (gap + 1e-5));
     const PathProof proof = ProvePath(*grazing, World().view(), path);
     ASSERT_EQ(proof.verdict, Verdict::kTouches);
+    const auto environment =
+        CreateRobotEnvironment({grazing.get(), World().view(), Eigen::VectorXd::Ones(n), 10, 1, 2});
+    ASSERT_FALSE(environment->IsValidMotion(path[0], path[1], 1.0));
     num_seen_once += CheckPath(*grazing, World().view(), path, step).num_bad == 1 ? 1 : 0;
   }
   EXPECT_GT(num_seen_once, 100);
