@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <tuple>
 
 #include "kavo/world/world.h"
 #include "tests/motion_planning/scripted_environment.h"
@@ -50,6 +51,23 @@ TEST(Basic3dEnvironmentTest, LimitsAreInclusiveAndObstaclesCount) {
   Basic3dEnvironmentConfig edited(world.view(), UnitBox(), 10, 1);
   edited.q_limits = flat;
   EXPECT_THROW(CreateBasic3dEnvironment(edited), util::FatalError);
+}
+
+TEST(Basic3dEnvironmentTest, MotionsAreProven) {
+  World world;
+  world.add(BoxObstacle{{1e-6, 0.5, 0.5}}, Pose3::FromTranslation({0.3, 0.0, 0.0}));
+  const auto environment = CreateBasic3dEnvironment({world.view(), UnitBox(), 10, 1});
+  const double beside = 0.25 + 2e-5;
+  for (const auto& [from, to, is_valid] :
+       {std::tuple(Vec({-1.0, 0.1, 0.0}), Vec({1.0, 0.1, 0.0}), false),
+        std::tuple(Vec({-1.0, beside, 0.0}), Vec({1.0, beside, 0.0}), true),
+        std::tuple(Vec({-1.0, 0.25, 0.0}), Vec({1.0, 0.25, 0.0}), false),
+        std::tuple(Vec({0.3 + 2e-5, -1.0, 0.0}), Vec({0.3 + 2e-5, 1.0, 0.0}), true),
+        std::tuple(Vec({-1.0, 0.9, 0.0}), Vec({-1.0, 1.1, 0.0}), false),
+        std::tuple(Vec({-1.0, 0.9, 0.0}), Vec({kNaN, 0.9, 0.0}), false),
+        std::tuple(Vec({0.5, 0.5, 0.5}), Vec({0.5, 0.5, 0.5}), true)}) {
+    EXPECT_EQ(environment->IsValidMotion(from, to, 1.0), is_valid) << from.transpose();
+  }
 }
 
 TEST(Basic3dEnvironmentTest, GivesUpWithAWarning) {
