@@ -388,7 +388,7 @@ class Prover {
       placed.placement = proof_.num_placements;
       const Ball& ball = arm_.Balls()[i];
       placed.center = (*frames_)[ball.frame] * ball.sphere.center;
-      double* const moves = &moves_[i * reaches_.size()];
+      double* const moves = moves_.data() + i * reaches_.size();
       for (std::size_t j = 0; j < reaches_.size(); ++j) {
         const MovingJoint& joint = arm_.Joints()[j];
         moves[j] = reaches_[j];
@@ -402,7 +402,7 @@ class Prover {
 
   // How far a ball may move, from the base on: each joint finds it as far from its axis as in the middle.
   double Travel(std::size_t ball) const {
-    const double* const moves = &moves_[ball * reaches_.size()];
+    const double* const moves = moves_.data() + ball * reaches_.size();
     double travel = 0.0;
     for (const std::size_t j : *arm_.Balls()[ball].joints) {
       travel += moves[j];
@@ -413,8 +413,8 @@ class Prover {
   // How far two balls may move relative to each other, seen from the place between them from where it is
   // least: the joints on one side of it move the one, the others the other.
   double Travel(const BallPair& pair) const {
-    const double* const moves_a = &moves_[pair.a * reaches_.size()];
-    const double* const moves_b = &moves_[pair.b * reaches_.size()];
+    const double* const moves_a = moves_.data() + pair.a * reaches_.size();
+    const double* const moves_b = moves_.data() + pair.b * reaches_.size();
     double travel = 0.0;
     for (const std::size_t j : *pair.joints) {
       travel += moves_b[j];
