@@ -96,7 +96,9 @@ bool MotionProof::Place(double begin, double spacing) {
     }
   }
   balls_.model.startBlock(static_cast<float>(spacing) * (1.0f + 0x1p-20f));
-  return lane_sweep_.move(coordinates_.data()->values, math::kNumLanes) == 0;
+  // None of a robot that stands still.
+  const double* const coordinates = coordinates_.empty() ? nullptr : coordinates_.front().values;
+  return lane_sweep_.move(coordinates, math::kNumLanes) == 0;
 }
 
 void MotionProof::PlaceUpTo(const Question& question) {
