@@ -111,7 +111,7 @@ class KAVO_EXPORT MotionPlanner {
   //! | planner | string, "rrt_connect" or "bi_rrt": for queries to a configuration | rrt_connect |
   //! | bi_rrt_params/range | double, not negative; 0 chooses by the limits | 0 |
   //! | bi_rrt_params/balance | double, at least 1 | 2 |
-  //! | bi_rrt_params/domain | double, not negative; 0 is none | 4 |
+  //! | bi_rrt_params/domain | double, not negative; 0 is everywhere | 3 |
   //! | bi_rrt_params/samples | string, "low_discrepancy" or "environment" | low_discrepancy |
   //! | effort | int, not negative: work that paths of bi_rrt are shortened with | 1 |
   //!

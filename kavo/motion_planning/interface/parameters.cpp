@@ -412,14 +412,14 @@ const std::vector<ParameterRow>& Rows() {
        244,
        SetBalance},
       {{"bi_rrt_params/domain", Type::kDouble,
-        "A node of bi_rrt from which a motion failed is grown only towards samples within this many ranges; "
-        "0: towards all.",
+        "Samples of bi_rrt come from boxes around the nodes of the tree that grows, which reach this many "
+        "ranges to either side in each coordinate; 0: from anywhere within the limits.",
         [](const Config& c) -> ParameterValue { return c.bi_rrt.domain; }, true},
        247,
        SetDomain},
       {{"bi_rrt_params/samples", Type::kString,
-        "Where bi_rrt's random configurations come from: 'low_discrepancy' covers the limits evenly, "
-        "'environment' draws valid configurations at random.",
+        "Where bi_rrt's random configurations come from: 'low_discrepancy' covers the domain evenly, "
+        "'environment' draws valid configurations at random, from anywhere.",
         [](const Config& c) -> ParameterValue { return std::string(ToString(c.bi_rrt.samples)); }, true},
        250,
        SetSamples},

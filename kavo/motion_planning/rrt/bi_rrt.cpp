@@ -21,47 +21,45 @@ constexpr char kFile[] = "motion_planning/rrt/bi_rrt";
 
 using ConfigurationMap = Eigen::Map<const Eigen::VectorXd>;
 
-// Points that cover a box evenly, however many are taken: point k has the coordinates frac(shift_i + k / phi
-// ^ (i + 1)), phi the root above one of x ^ (d + 1) = x + 1 (Roberts, "The unreasonable effectiveness of
-// quasirandom sequences", 2018). Fractions are held as 64-bit integers, in which sums wrap around exactly.
+// Points that cover the unit cube evenly, however many are taken: point k has the coordinates frac(shift_i +
+// k / phi ^ (i + 1)), phi the root above one of x ^ (d + 1) = x + 1 (Roberts, "The unreasonable effectiveness
+// of quasirandom sequences", 2018). Fractions are held as 64-bit integers, in which sums wrap around exactly.
 class EvenSequence {
  public:
-  EvenSequence(const kinematics::ConfigurationLimits& limits, std::uint32_t seed) {
-    const auto dimension = static_cast<Eigen::Index>(limits.Dimension());
+  EvenSequence(int dimension, std::uint32_t seed) {
     double phi = 1.5;
     for (double width = 0.25; width > 1e-18; width *= 0.5) {
       double power = phi;
-      for (Eigen::Index i = 0; i < dimension; ++i) {
+      for (int i = 0; i < dimension; ++i) {
         power *= phi;
       }
       phi += power < phi + 1.0 ? width : -width;
     }
     std::mt19937 shifts(seed);
     double fraction = 1.0;
-    for (Eigen::Index i = 0; i < dimension; ++i) {
+    for (int i = 0; i < dimension; ++i) {
       fraction /= phi;
-      const kinematics::JointLimits range =
-          kinematics::JointLimits{limits.Min()[i], limits.Max()[i]}.samplingRange();
       const std::uint64_t high = shifts();
-      coordinates_.push_back({high << 32 | shifts(), static_cast<std::uint64_t>(fraction * 0x1p64), range.min,
-                              range.max - range.min});
+      coordinates_.push_back({high << 32 | shifts(), static_cast<std::uint64_t>(fraction * 0x1p64)});
     }
   }
 
-  void Next(Eigen::VectorXd& q) {
-    double* value = q.data();
+  // Takes the next point.
+  void Advance() {
     for (Coordinate& coordinate : coordinates_) {
       coordinate.fraction += coordinate.step;
-      *value++ = coordinate.min + static_cast<double>(coordinate.fraction >> 11) * 0x1p-53 * coordinate.width;
     }
+  }
+
+  // A coordinate of the point, in [0, 1).
+  double operator[](int i) const {
+    return static_cast<double>(coordinates_[static_cast<std::size_t>(i)].fraction >> 11) * 0x1p-53;
   }
 
  private:
   struct Coordinate {
     std::uint64_t fraction;
     std::uint64_t step;
-    double min;
-    double width;
   };
   std::vector<Coordinate> coordinates_;
 };
@@ -85,19 +83,17 @@ class MotionTree {
 
   void Clear() {
     points_.Clear();
-    nodes_.clear();
+    parents_.clear();
   }
 
   void Add(const Eigen::VectorXd& q, std::size_t parent) {
     points_.MakeRoom();
-    nodes_.push_back({parent, math::kInf});
+    parents_.push_back(parent);
     points_.Append(q.data());
   }
 
   ConfigurationMap Configuration(std::size_t node) const { return {points_.Point(node), dimension_}; }
-  std::size_t Parent(std::size_t node) const { return nodes_[node].parent; }
-  // From a sample farther than this the node is not grown.
-  double& Radius(std::size_t node) { return nodes_[node].radius; }
+  std::size_t Parent(std::size_t node) const { return parents_[node]; }
 
   Nearest FindNearest(const Eigen::VectorXd& q) const {
     const internal::NearestScan::Result nearest = points_.Closest(q.data());
@@ -105,14 +101,9 @@ class MotionTree {
   }
 
  private:
-  struct Node {
-    std::size_t parent;
-    double radius;
-  };
-
   Eigen::Index dimension_;
   internal::NearestScan points_;
-  std::vector<Node> nodes_;
+  std::vector<std::size_t> parents_;
 };
 
 Eigen::VectorXd Scales(const BiRRTConfig& config, Eigen::Index dimension) {
@@ -132,14 +123,19 @@ class BiRRTImpl final : public BiRRT {
         max_(environment->CSpaceCoordLimits().Max()),
         range_(config.range > 0.0 ? config.range : AutomaticRange(*environment, scales)),
         resolution_(config.resolution > 0.0 ? config.resolution : range_ / 32.0),
-        sequence_(environment->CSpaceCoordLimits(), config.seed),
+        sequence_(dimension_ + 1, config.seed),
         trees_{MotionTree(scales.cwiseAbs2(), environment->PeriodicCoordinates()),
                MotionTree(scales.cwiseAbs2(), environment->PeriodicCoordinates())},
         q_sample_(dimension_),
         q_new_(dimension_),
         q_goal_(dimension_),
         q_next_(dimension_),
-        turns_(Eigen::VectorXd::Zero(dimension_)) {}
+        turns_(Eigen::VectorXd::Zero(dimension_)) {
+    for (Eigen::Index i = 0; i < dimension_; ++i) {
+      const kinematics::JointLimits range = kinematics::JointLimits{min_[i], max_[i]}.samplingRange();
+      sides_.push_back({range.min, range.max - range.min, config.domain * range_ / scales[i]});
+    }
+  }
 
   int CSpaceDimension() const override { return dimension_; }
 
@@ -170,12 +166,12 @@ class BiRRTImpl final : public BiRRT {
     bool is_connected = MayExtend(config_.max_iterations) && TryStraightMotions();
     while (!is_connected && MayExtend(config_.max_iterations)) {
       ++num_iterations_;
-      if (!Sample()) {
-        return std::nullopt;
-      }
       // The smaller tree, or the one that was not grown last.
       if (static_cast<double>(Other().Size()) < config_.balance * static_cast<double>(Tree().Size())) {
         side_ = 1 - side_;
+      }
+      if (!Sample()) {
+        return std::nullopt;
       }
       is_connected = Extend() && ConnectOther();
     }
@@ -259,7 +255,15 @@ class BiRRTImpl final : public BiRRT {
 
   bool Sample() {
     if (config_.samples == BiRRTConfig::Samples::kLowDiscrepancy) {
-      sequence_.Next(q_sample_);
+      sequence_.Advance();
+      if (config_.domain > 0.0) {
+        SampleDomain();
+      } else {
+        for (int i = 0; i < dimension_; ++i) {
+          const Side& side = sides_[static_cast<std::size_t>(i)];
+          q_sample_[i] = side.min + sequence_[i] * side.width;
+        }
+      }
       return true;
     }
     const std::optional<Eigen::VectorXd> q_sample = environment_->SampleConfiguration();
@@ -272,26 +276,27 @@ class BiRRTImpl final : public BiRRT {
     return true;
   }
 
+  // In a box around a node of the tree that grows. What of it is beyond the limits comes to lie on them.
+  void SampleDomain() {
+    const auto node = static_cast<std::size_t>(sequence_[dimension_] * static_cast<double>(Tree().Size()));
+    const ConfigurationMap q_node = Tree().Configuration(node);
+    for (int i = 0; i < dimension_; ++i) {
+      const double offset = (2.0 * sequence_[i] - 1.0) * sides_[static_cast<std::size_t>(i)].domain;
+      q_sample_[i] = Clamped(i, q_node[i] + offset);
+    }
+  }
+
   // Whether the tree has got a new node, `q_new_`, from its node nearest to the sample towards that.
   bool Extend() {
     const MotionTree::Nearest nearest = Tree().FindNearest(q_sample_);
-    double& radius = Tree().Radius(nearest.node);
-    // Nor does a sample lead anywhere that is not finite or is there already.
-    if (!(nearest.distance <= radius && nearest.distance > 0.0 && nearest.distance < math::kInf)) {
+    // A sample leads nowhere that is not finite or is there already.
+    if (!(nearest.distance > 0.0 && nearest.distance < math::kInf)) {
       return false;
     }
     const ConfigurationMap q_near = Tree().Configuration(nearest.node);
     MoveToward(q_near, q_sample_);
     PlaceBetween(q_near, q_sample_, std::min(1.0, range_ / nearest.distance), q_new_);
-    const bool is_valid = IsValidEdge(side_, q_near, q_new_);
-    if (config_.domain > 0.0) {
-      if (radius < math::kInf) {
-        radius *= is_valid ? 1.0 + kAdaptation : 1.0 - kAdaptation;
-      } else if (!is_valid) {
-        radius = config_.domain * range_;
-      }
-    }
-    return is_valid && Grow(Tree(), q_new_, nearest.node);
+    return IsValidEdge(side_, q_near, q_new_) && Grow(Tree(), q_new_, nearest.node);
   }
 
   // Whether the other tree arrives at the last node of this one.
@@ -328,10 +333,11 @@ class BiRRTImpl final : public BiRRT {
       return;
     }
     for (Eigen::Index i = 0; i < q.size(); ++i) {
-      const double value = q_from[i] + fraction * (q_to[i] - q_from[i]);
-      q[i] = std::max(min_[i], std::min(value, max_[i]));
+      q[i] = Clamped(i, q_from[i] + fraction * (q_to[i] - q_from[i]));
     }
   }
+
+  double Clamped(Eigen::Index i, double value) const { return std::max(min_[i], std::min(value, max_[i])); }
 
   // In the direction in which a path would go along an edge from parent to child.
   bool IsValidEdge(std::size_t side, const ConfigurationMap& q_parent, const Eigen::VectorXd& q_child) {
@@ -390,8 +396,12 @@ class BiRRTImpl final : public BiRRT {
     return true;
   }
 
-  // How much a radius changes with a further success or failure.
-  static constexpr double kAdaptation = 1e-4;
+  // Where the values of a coordinate come from: anywhere, and how far they are from a node.
+  struct Side {
+    double min;
+    double width;
+    double domain;
+  };
 
   BiRRTConfig config_;
   std::shared_ptr<Environment> environment_;
@@ -400,6 +410,7 @@ class BiRRTImpl final : public BiRRT {
   Eigen::VectorXd max_;
   double range_;
   double resolution_;
+  std::vector<Side> sides_;
   EvenSequence sequence_;
   std::array<MotionTree, 2> trees_;
   // Of the nodes of each tree that are roots, which start or goal they are.

@@ -18,10 +18,10 @@ namespace kavo::planning {
 struct KAVO_EXPORT BiRRTConfig {
   //! Where random configurations come from.
   enum class Samples {
-    //! A sequence that covers the limits evenly, from an offset that the seed gives. Asks the environment
+    //! A sequence that covers the domain evenly, from an offset that the seed gives. Asks the environment
     //! nothing.
     kLowDiscrepancy,
-    //! `Environment::SampleConfiguration`.
+    //! `Environment::SampleConfiguration`: anywhere.
     kEnvironment,
   };
 
@@ -33,8 +33,9 @@ struct KAVO_EXPORT BiRRTConfig {
   //! A tree goes on growing while the other one has at least this many times its nodes, otherwise it is the
   //! other's turn; at least 1. Infinity: they take turns.
   double balance = 2.0;
-  //! A node whose growing failed is grown only towards samples within this many ranges; 0: towards all.
-  double domain = 4.0;
+  //! Samples come from a box around a node of the tree that grows, which reaches this many ranges to either
+  //! side of it in each coordinate; 0: from anywhere within the limits.
+  double domain = 3.0;
   Samples samples = Samples::kLowDiscrepancy;
   std::uint32_t seed = 1;
   //! Samples that one query may draw, those included that lead nowhere.
@@ -59,11 +60,12 @@ KAVO_EXPORT const char* ToString(BiRRTConfig::Samples samples);
 //! `Environment::IsValidMotion` in the direction in which the path goes, from and to exactly the numbers that
 //! the path has. The straight motion is tried first.
 //!
-//! The smaller tree is the one to grow: in a narrow place most samples fail, and they should fail where it is
-//! narrow. Nodes that failed are left alone by far samples (dynamic domain; Yershova, Jaillet, Simeon and
-//! LaValle, 2005, with the adaptive radius of Jaillet, Yershova, LaValle and Simeon, 2005). Samples are by
-//! default those of an additive recurrence with the generalised golden ratio (Roberts, 2018), shifted by the
-//! seed.
+//! The smaller tree is the one to grow: in a narrow place most motions fail, and they should fail where it is
+//! narrow. Far samples drive a tree into whatever bounds it, which is why its domain is adapted to it
+//! (Yershova, Jaillet, Simeon and LaValle, "Dynamic-domain RRTs", 2005). Here samples come from around its
+//! nodes to begin with, as in expansive-space trees (Hsu, Latombe and Motwani, 1997), and are not rejected: a
+//! node is drawn, and the one nearest to the sample grows. They follow an additive recurrence with the
+//! generalised golden ratio (Roberts, 2018), shifted by the seed.
 //!
 //! Random choices go on from query to query. In periodic coordinates the path ends at the target but for
 //! whole turns.

@@ -16,7 +16,7 @@ namespace {
 
 constexpr char kFile[] = "motion_planning/util/motion_shortening";
 // Of the length of the path, in the first round.
-constexpr double kLeastGain = 0.025;
+constexpr double kLeastGain = 1.0 / 30.0;
 constexpr std::uint64_t kMotionsToEffort = 128;
 
 using Path = std::vector<Eigen::VectorXd>;

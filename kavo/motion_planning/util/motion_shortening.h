@@ -15,9 +15,9 @@ inline constexpr int kDefaultEffort = 1;
 
 //! How `ShortenByMotions` works.
 struct MotionShorteningOptions {
-  //! Rounds over the path; nothing is done without. The first one leaves gains below a fortieth of the path's
-  //! length alone, each further one those below half of that. For each of them 128 motions at most are asked
-  //! for.
+  //! Rounds over the path; nothing is done without. The first one leaves gains below a thirtieth of the
+  //! path's length alone, each further one those below half of that. For each of them 128 motions at most are
+  //! asked for.
   int effort = kDefaultEffort;
   //! See `Environment::IsValidMotion`; 0 stands for a 32nd of the longest motion of the path.
   double resolution = 0.0;

@@ -85,7 +85,7 @@ final 1e-05
 exploitation 0.4
 exploration 0.1
 nodes 2000000
-planner rrt_connect 0 2 4 low_discrepancy 1
+planner rrt_connect 0 2 3 low_discrepancy 1
 tree 3 10000 30 3000, metric 0, weights none
 )");
   const std::shared_ptr<RobotDescription> franka = LoadFrankaRobotDescription();
@@ -109,7 +109,7 @@ final 0.001
 exploitation 0.3
 exploration 0.2
 nodes 2000000
-planner rrt_connect 0 2 4 low_discrepancy 1
+planner rrt_connect 0 2 3 low_discrepancy 1
 tree 3 50 60 40, metric 2, weights [1 2 3.5]
 )");
   const std::string tree =
@@ -123,7 +123,7 @@ tree 3 50 60 40, metric 2, weights [1 2 3.5]
                "seed: 7\nplanner: bi_rrt\neffort: 3\nbi_rrt_params: {range: 1.5, balance: 3, domain: 0, "
                "samples: environment}"));
   EXPECT_NE(Text(by_motions).find("planner bi_rrt 1.5 3 0 environment 3\n"), std::string::npos);
-  EXPECT_EQ(Parse(Replaced("seed: 7", "seed: 7\nbi_rrt_params: {domain: 3}")).bi_rrt.domain, 3.0);
+  EXPECT_EQ(Parse(Replaced("seed: 7", "seed: 7\nbi_rrt_params: {domain: 4}")).bi_rrt.domain, 4.0);
   // Not judged here.
   EXPECT_EQ(
       Parse(Replaced("exploration_fraction: 0.25", "exploration_fraction: 7")).c_space_exploration_fraction,

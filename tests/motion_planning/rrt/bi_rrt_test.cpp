@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <functional>
 #include <memory>
@@ -145,13 +146,20 @@ TEST(BiRRTTest, GrowsTheSmallerTreeAndWithinItsDomain) {
   Enclosed in_turns([](BiRRTConfig& config) { config.balance = testing::kInf; });
   in_turns.Ask();
   EXPECT_GT(in_turns.planner->NumNodes()[1], 2 * of_goal);
-  int num_motions[2];
-  for (const int domain : {0, 1}) {
-    Enclosed enclosed([&](BiRRTConfig& config) { config.domain = domain; });
+  // From close samples it goes in small motions, but for the tries to connect.
+  double shares[2];
+  for (const bool is_small : {false, true}) {
+    Enclosed enclosed([&](BiRRTConfig& config) { config.domain = is_small ? 0.2 : 0.0; });
     enclosed.Ask();
-    num_motions[domain] = enclosed.balls->num_motions;
+    const double range = AutomaticRange(*enclosed.balls, Vec({1.0, 1.0}));
+    const auto edges = enclosed.planner->GetAllValidatedEdges();
+    shares[is_small] =
+        static_cast<double>(std::count_if(
+            edges.begin(), edges.end(),
+            [&](const auto& edge) { return (edge.second - edge.first).norm() > 0.3 * range; })) /
+        static_cast<double>(edges.size());
   }
-  EXPECT_GT(num_motions[0], 2 * num_motions[1]);
+  EXPECT_LT(shares[1], 0.5 * shares[0]);
 }
 
 TEST(BiRRTTest, EndsWhereItIsTold) {
@@ -199,6 +207,28 @@ TEST(BiRRTTest, GoesTheShortWayRound) {
     }
   }
   EXPECT_GT(num_turned, 10);
+}
+
+TEST(BiRRTTest, PathOfASmallQueryStaysTheSame) {
+  // Recorded once; every build on every machine must find it again.
+  const auto balls = UnitBox(3);
+  for (const auto& center : {Vec({0.5, 0.5, 0.5}), Vec({0.5, 0.1, 0.6}), Vec({0.3, 0.9, 0.4})}) {
+    balls->balls.emplace_back(center, 0.3);
+  }
+  BiRRTConfig config;
+  config.seed = 23;
+  config.range = 0.5;
+  const auto found = CreateBiRRT(config, balls)->TryToConnect({Vec({0.0, 0.5, 0.5})}, {Vec({1.0, 0.5, 0.5})});
+  const Path recorded = {
+      Vec({0, 0.5, 0.5}),
+      Vec({0.029692806269231511, 0.14707058973793508, 0.14707058973793508}),
+      Vec({0.35312853751282103, 0.23287860079473033, 0.18456268139826601}),
+      Vec({0.67656426875641051, 0.31868661185152558, 0.22205477305859694}),
+      Vec({1, 0.40449462290832083, 0.25954686471892785}),
+      Vec({1, 0.5, 0.5}),
+  };
+  ASSERT_TRUE(found);
+  EXPECT_EQ(found->path, recorded);
 }
 
 TEST(BiRRTTest, SettingsOutOfRangeAreFatal) {
