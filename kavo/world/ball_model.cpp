@@ -429,35 +429,45 @@ HWY_INLINE hn::Vec<D> Squared(D d, const float* p, const float* q) {
   return hn::Add(hn::Add(hn::Mul(x, x), hn::Mul(y, y)), hn::Mul(z, z));
 }
 
-HWY_INLINE void FindBound(const Data& data, Data::Pair& pair) {
-  if (data.is_motion && pair.motion.isDue(data.motion)) {
-    pair.bound = math::MotionBound();
-    math::AddMotion(pair.reaches[0], data.rates, pair.bound);
-    math::AddMotion(pair.reaches[1], data.rates, pair.bound);
-  }
+HWY_INLINE math::MotionBound BoundOf(const Data& data, const math::JointReaches (&reaches)[2]) {
+  math::MotionBound bound;
+  math::AddMotion(reaches[0], data.rates, bound);
+  math::AddMotion(reaches[1], data.rates, bound);
+  return bound;
 }
 
 // What is left to be asked of two balls around others.
+// \param coarse Bounds their motion too: much is far enough for it, and it takes less to find out.
 template <class D, class Asked>
-HWY_INLINE std::uint32_t NarrowToNear(D d, const Data& data, Data::Pair& pair, float radii, float margin,
+HWY_INLINE std::uint32_t NarrowToNear(D d, const Data& data, Data::Pair& pair,
+                                      const math::MotionBound& coarse, float radii, float margin,
                                       const Data::Centers& a, const Data::Centers& b, std::uint32_t open,
                                       const Asked& asked) {
-  FindBound(data, pair);
-  const float reach = Reach(data, radii, pair.bound, 2.0f) + margin;
-  return asked.Narrow(open, FindNear(d, reach, [&](std::size_t lane) {
-                        return Squared(d, a.values + lane, b.values + lane);
-                      }));
+  const auto narrow = [&](const math::MotionBound& bound) {
+    const float reach = Reach(data, radii, bound, 2.0f) + margin;
+    return asked.Narrow(open, FindNear(d, reach, [&](std::size_t lane) {
+                          return Squared(d, a.values + lane, b.values + lane);
+                        }));
+  };
+  const std::uint32_t near = narrow(coarse);
+  if (near == 0 || !data.is_motion) {
+    return near;
+  }
+  if (pair.motion.isDue(data.motion)) {
+    pair.bound = BoundOf(data, pair.reaches);
+  }
+  return narrow(pair.bound);
 }
 
 // The contacts of the balls of two bundles with each other. False when there is no more to ask.
 template <class D, class Asked>
-HWY_INLINE bool AskBundles(D d, Data& data, Data::Pair& pair, float margin, const Question& question,
-                           std::uint32_t open, Asked& asked) {
+HWY_INLINE bool AskBundles(D d, Data& data, Data::Pair& pair, const math::MotionBound& coarse, float margin,
+                           const Question& question, std::uint32_t open, Asked& asked) {
   Data::Bundle& a = data.bundles[pair.a];
   Data::Bundle& b = data.bundles[pair.b];
   PlaceBundle(d, data, a);
   PlaceBundle(d, data, b);
-  open = NarrowToNear(d, data, pair, a.radius + b.radius, margin, a.centers, b.centers, open, asked);
+  open = NarrowToNear(d, data, pair, coarse, a.radius + b.radius, margin, a.centers, b.centers, open, asked);
   if (open == 0) {
     return true;
   }
@@ -499,23 +509,28 @@ HWY_INLINE bool AskParts(D d, Data& data, std::uint32_t index, Asked& asked) {
   Data::Part& a = data.parts[pair.a];
   Data::Part& b = data.parts[pair.b];
   const float margin = a.margin + b.margin;
-  const std::uint32_t of_parts =
-      NarrowToNear(d, data, pair, a.radius + b.radius, margin, a.centers, b.centers, asked.All(), asked);
+  // As seen from the world.
+  const math::MotionBound of_both{a.bound.speed + b.bound.speed, a.bound.acceleration + b.bound.acceleration};
+  const std::uint32_t of_parts = NarrowToNear(d, data, pair, of_both, a.radius + b.radius, margin, a.centers,
+                                              b.centers, asked.All(), asked);
   if (of_parts == 0) {
     return true;
+  }
+  if (data.is_motion && pair.all_motion.isDue(data.motion)) {
+    pair.all_bound = BoundOf(data, pair.all_reaches);
   }
   for (std::uint32_t r = pair.first; r < pair.end; ++r) {
     Data::Pair& row = data.rows[r];
     Data::Bundle& bundle = data.bundles[row.a];
     PlaceBundle(d, data, bundle);
-    const std::uint32_t open = NarrowToNear(d, data, row, bundle.radius + b.radius, margin, bundle.centers,
-                                            b.centers, of_parts, asked);
+    const std::uint32_t open = NarrowToNear(d, data, row, pair.all_bound, bundle.radius + b.radius, margin,
+                                            bundle.centers, b.centers, of_parts, asked);
     if (open == 0) {
       continue;
     }
     for (std::uint32_t i = row.first; i < row.end; ++i) {
       const Question question{Question::Kind::kPair, index, i, 0};
-      if (!AskBundles(d, data, data.bundle_pairs[i], margin, question, open, asked)) {
+      if (!AskBundles(d, data, data.bundle_pairs[i], pair.all_bound, margin, question, open, asked)) {
         return false;
       }
     }
@@ -592,7 +607,8 @@ BallModel::Verdict AskOne(Data& data, const SolidLanes& lanes, Question& questio
     if (!a.is_plain || !b.is_plain) {
       return BallModel::Verdict::kUnknown;
     }
-    AskBundles(d, data, pair, a.margin + b.margin, now, asked.All(), asked);
+    const math::MotionBound& coarse = data.part_pairs[now.subject].all_bound;
+    AskBundles(d, data, pair, coarse, a.margin + b.margin, now, asked.All(), asked);
   } else {
     Data::Bundle& bundle = data.bundles[now.subject];
     Data::Part& part = data.parts[bundle.part];
@@ -736,6 +752,8 @@ BallModel::BallModel(const std::vector<Part>& parts, const std::vector<PartPair>
   };
   for (const PartPair& pair : pairs) {
     add(data_->part_pairs, pair.a, pair.b, pair.reaches_a, pair.reaches_b);
+    data_->part_pairs.back().all_reaches[0] = pair.all_reaches_a;
+    data_->part_pairs.back().all_reaches[1] = pair.all_reaches_b;
     data_->part_pairs.back().first = static_cast<std::uint32_t>(data_->rows.size());
     for (const Row& row : pair.rows) {
       add(data_->rows, row.bundle, pair.b, row.reaches_a, row.reaches_b);

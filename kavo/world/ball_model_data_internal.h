@@ -80,6 +80,10 @@ struct BallModel::Data {
     math::JointReaches reaches[2];
     Stamp motion;
     math::MotionBound bound;
+    // Of a pair of parts: of all that is in them.
+    math::JointReaches all_reaches[2];
+    Stamp all_motion;
+    math::MotionBound all_bound;
     // The pairs of what is in `a` and `b`: rows of a pair of parts, pairs of bundles of a row.
     std::uint32_t first = 0;
     std::uint32_t end = 0;

@@ -95,6 +95,9 @@ class KAVO_EXPORT BallModel {
     //! As for bundles, of the centres of the balls around the parts.
     math::JointReaches reaches_a;
     math::JointReaches reaches_b;
+    //! Of any two centres of the two, and of balls around them.
+    math::JointReaches all_reaches_a;
+    math::JointReaches all_reaches_b;
     std::vector<Row> rows;
   };
 

@@ -52,6 +52,15 @@ std::vector<Eigen::Vector3d> Centers(const BallModel::Bundle& bundle) {
   return centers;
 }
 
+std::vector<Eigen::Vector3d> Centers(const BallModel::Part& part) {
+  std::vector<Eigen::Vector3d> centers = {part.bound.center};
+  for (const BallModel::Bundle& bundle : part.bundles) {
+    const std::vector<Eigen::Vector3d> of_bundle = Centers(bundle);
+    centers.insert(centers.end(), of_bundle.begin(), of_bundle.end());
+  }
+  return centers;
+}
+
 }  // namespace
 
 RobotBalls::RobotBalls(const kinematics::Kinematics::Plan& plan,
@@ -124,7 +133,14 @@ BallModel RobotBalls::makeModel(const kinematics::Kinematics::Plan& plan,
       });
       if (pair == part_pairs.end()) {
         auto [reaches_a, reaches_b] = differences({parts[part_a].bound.center}, {parts[part_b].bound.center});
-        part_pairs.push_back({part_a, part_b, std::move(reaches_a), std::move(reaches_b), {}});
+        auto [all_a, all_b] = differences(Centers(parts[part_a]), Centers(parts[part_b]));
+        part_pairs.push_back({part_a,
+                              part_b,
+                              std::move(reaches_a),
+                              std::move(reaches_b),
+                              std::move(all_a),
+                              std::move(all_b),
+                              {}});
         pair = std::prev(part_pairs.end());
       }
       if (pair->rows.empty() || pair->rows.back().bundle != a) {
