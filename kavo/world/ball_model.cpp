@@ -117,7 +117,7 @@ HWY_INLINE void FindReaches(Data& data, Data::Bundle& bundle) {
   if (!bundle.reaches_placement.isDue(data.placement)) {
     return;
   }
-  if (data.is_motion) {
+  if (data.is_motion && bundle.motion.isDue(data.motion)) {
     bundle.bound = math::MotionBound();
     math::AddMotion(bundle.reaches, data.rates, bundle.bound);
   }

@@ -58,6 +58,7 @@ struct BallModel::Data {
     float radius = 0.0f;
     float least_radius = 0.0f;
     math::JointReaches reaches;
+    Stamp motion;
     math::MotionBound bound;
     Stamp placement;
     Centers centers;
