@@ -6,12 +6,18 @@
 #include <cmath>
 #include <functional>
 #include <memory>
+#include <string>
 #include <utility>
 #include <vector>
 
+#include "kavo/kinematics/interface/robot_description_builder.h"
 #include "kavo/math/constants_internal.h"
+#include "kavo/motion_planning/environment/robot_environment.h"
+#include "kavo/motion_planning/interface/motion_planner.h"
 #include "kavo/motion_planning/tree/periodic_metric.h"
+#include "kavo/motion_planning/util/path_proof.h"
 #include "kavo/util/fatal_error.h"
+#include "kavo/world/world.h"
 #include "tests/motion_planning/exact_balls.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/vectors.h"
@@ -207,6 +213,61 @@ TEST(BiRRTTest, GoesTheShortWayRound) {
     }
   }
   EXPECT_GT(num_turned, 10);
+}
+
+// Joints that slide, turn, turn without end and follow, in turn, and a fixed tool.
+std::shared_ptr<RobotDescription> Arm(int num_joints) {
+  RobotDescriptionBuilder builder("link0");
+  for (int i = 0; i <= num_joints; ++i) {
+    Joint joint;
+    joint.name = "joint" + std::to_string(i);
+    joint.parent_frame = "link" + std::to_string(i);
+    joint.child_frame = "link" + std::to_string(i + 1);
+    joint.origin = Pose3::FromTranslation({0.0, 0.0, i == 0 ? 0.0 : 2.0 / num_joints});
+    joint.axis = i % 2 == 0 ? Eigen::Vector3d::UnitX() : Eigen::Vector3d::UnitZ();
+    joint.type = i == 0            ? JointType::kPrismatic
+                 : i == num_joints ? JointType::kFixed
+                 : i % 4 == 1      ? JointType::kContinuous
+                                   : JointType::kRevolute;
+    joint.limits = kinematics::JointLimits{i == 0 ? -0.7 : -2.0, i == 0 ? 0.7 : 2.0};
+    if (i == num_joints / 2) {
+      builder.addJoint(joint);
+      joint.name = "follower";
+      joint.parent_frame = joint.child_frame;
+      joint.child_frame = "elbow";
+      joint.mimic = Joint::Mimic{"joint" + std::to_string(i), -0.5, 0.1};
+      builder.addCollisionSphere("elbow", {0.0, 0.05, 0.0}, 0.04);
+    }
+    builder.addJoint(joint);
+    builder.addCollisionSphere("link" + std::to_string(i + 1), {0.0, 0.0, 0.05}, 0.05);
+  }
+  return builder.build();
+}
+
+TEST(BiRRTTest, ArmsOfAnyNumberOfJointsNeedNoSettings) {
+  const LogCapture log;
+  World world;
+  for (const double x : {-0.5, 0.0, 0.5}) {
+    world.add(BoxObstacle{{0.15, 0.15, 2.0}}, Pose3::FromTranslation({x, 0.45, 0.6}));
+    world.add(SphereObstacle{0.15}, Pose3::FromTranslation({x + 0.2, -0.45, 1.0}));
+  }
+  for (const int num_joints : {6, 7, 8, 14}) {
+    const std::shared_ptr<RobotDescription> robot = Arm(num_joints);
+    const auto ends = CreateRobotEnvironment(RobotEnvironmentConfig(
+        robot.get(), world.view(), Eigen::VectorXd::Ones(num_joints), 1000, 5 * num_joints, 1));
+    const auto planner = CreateMotionPlanner(robot, world.view());
+    planner->setParam("planner", "bi_rrt");
+    for (int i = 0; i < 10; ++i) {
+      const Eigen::VectorXd start = *ends->SampleConfiguration();
+      const Eigen::VectorXd goal = *ends->SampleConfiguration();
+      const auto results = planner->planToCSpaceTarget(start, goal, true);
+      ASSERT_TRUE(results.path_found) << num_joints << " joints: " << ToString(planner->queryReport().status);
+      EXPECT_EQ(results.path.front(), start);
+      EXPECT_TRUE(AreTurnsApart(results.path.back(), goal, ends->PeriodicCoordinates()));
+      EXPECT_EQ(ProvePath(*robot, world.view(), results.path).verdict, PathProof::Verdict::kFree);
+      EXPECT_FALSE(planner->queryReport().first_invalid_interpolated);
+    }
+  }
 }
 
 TEST(BiRRTTest, PathOfASmallQueryStaysTheSame) {

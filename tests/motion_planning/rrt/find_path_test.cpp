@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "kavo/motion_planning/tree/basic_tree.h"
+#include "tests/motion_planning/exact_balls.h"
 #include "tests/motion_planning/rrt/small_world.h"
 #include "tests/support/log_capture.h"
 
@@ -47,6 +48,26 @@ TEST(FindPath, IsThePlannerAndTheShortCutsPutTogetherByHand) {
     EXPECT_EQ(found.path, path);
   }
   EXPECT_GT(num_found, 20);
+}
+
+TEST(FindPath, PlansByMotionsInAnyEnvironment) {
+  const auto balls = testing::UnitBox(2);
+  balls->balls.emplace_back(testing::Vec({0.5, 0.4}), 0.3);
+  const Eigen::VectorXd start = testing::Vec({0.0, 0.4});
+  const Eigen::VectorXd goal = testing::Vec({1.0, 0.4});
+  FindPathOptions options;
+  for (const bool shorten : {false, true}) {
+    options.shorten = shorten;
+    const auto planner = CreateBiRRT({}, balls);
+    testing::Path path = planner->TryToConnect({start}, {goal})->path;
+    const FoundPath found = FindPath(balls, BiRRTConfig(), start, goal, options);
+    EXPECT_EQ(found.num_raw_waypoints, path.size());
+    EXPECT_EQ(found.num_iterations, planner->LastNumIterations());
+    EXPECT_EQ(found.num_nodes, planner->NumNodes()[0] + planner->NumNodes()[1]);
+    EXPECT_EQ(found.path, shorten ? ShortenByMotions(path, *balls).path : path);
+  }
+  options.stop_condition = [] { return true; };
+  EXPECT_EQ(FindPath(balls, BiRRTConfig(), start, goal, options).status, SearchStatus::kStopped);
 }
 
 }  // namespace
