@@ -292,18 +292,5 @@ TEST(BiRRTTest, PathOfASmallQueryStaysTheSame) {
   EXPECT_EQ(found->path, recorded);
 }
 
-TEST(BiRRTTest, SettingsOutOfRangeAreFatal) {
-  const std::function<void(BiRRTConfig&)> edits[] = {
-      [](auto& c) { c.range = -1.0; },         [](auto& c) { c.balance = 0.5; },
-      [](auto& c) { c.domain = -1.0; },        [](auto& c) { c.resolution = testing::kNaN; },
-      [](auto& c) { c.scales = Vec({1, 0}); }, [](auto& c) { c.scales = Vec({1}); }};
-  for (const auto& edit : edits) {
-    BiRRTConfig config;
-    edit(config);
-    EXPECT_THROW(CreateBiRRT(config, UnitBox(2)), util::FatalError);
-  }
-  EXPECT_THROW(CreateBiRRT({}, nullptr), util::FatalError);
-}
-
 }  // namespace
 }  // namespace kavo::planning
