@@ -60,14 +60,38 @@ HWY_INLINE V Combine(D d, V x, V y, V z, const float* column) {
                  hn::Mul(z, hn::Set(d, column[2])));
 }
 
-// The value of a joint in the lanes from `coordinate` on.
-template <class D>
-HWY_INLINE hn::Vec<D> Value(D d, const LaneStep& step, const double* coordinate) {
+// Coordinates that are given lane by lane.
+struct Given {
+  const double* coordinates;
+
+  template <class D>
+  HWY_INLINE hn::Vec<D> At(D d, std::size_t coordinate, std::size_t lane) const {
+    return hn::LoadU(d, coordinates + coordinate * kNumLanes + lane);
+  }
+};
+
+// Coordinates along a motion.
+struct Along {
+  const double* start;
+  const double* way;
+  const double* times;
+
+  template <class D>
+  HWY_INLINE hn::Vec<D> At(D d, std::size_t coordinate, std::size_t lane) const {
+    return hn::Add(hn::Set(d, start[coordinate]),
+                   hn::Mul(hn::LoadU(d, times + lane), hn::Set(d, way[coordinate])));
+  }
+};
+
+// The value of a joint in the lanes from `first` on.
+template <class D, class Coordinates>
+HWY_INLINE hn::Vec<D> Value(D d, const LaneStep& step, const Coordinates& coordinates, std::size_t first) {
   const hn::CappedTag<double, 4> dd;
   const hn::Rebind<float, decltype(dd)> df;
   const auto value = [&](std::size_t lane) {
-    return hn::DemoteTo(df, hn::Add(hn::Mul(hn::LoadU(dd, coordinate + lane), hn::Set(dd, step.multiplier)),
-                                    hn::Set(dd, step.summand)));
+    return hn::DemoteTo(
+        df, hn::Add(hn::Mul(coordinates.At(dd, step.coordinate, first + lane), hn::Set(dd, step.multiplier)),
+                    hn::Set(dd, step.summand)));
   };
 #if HWY_TARGET != HWY_SCALAR && !HWY_HAVE_SCALABLE
   if constexpr (hn::MaxLanes(D()) == hn::MaxLanes(decltype(dd)())) {
@@ -87,14 +111,14 @@ HWY_INLINE hn::Vec<D> Value(D d, const LaneStep& step, const double* coordinate)
 
 // Works out the motions of all joints; see `LaneSweep::compute`. Apart from the steps: one sine takes long,
 // but many of them can be under way at a time.
-template <std::size_t kLanes>
-HWY_INLINE std::uint32_t MoveLanes(const LaneStep* steps, std::size_t count, const double* coordinates) {
+template <std::size_t kLanes, class Coordinates>
+HWY_INLINE std::uint32_t MoveLanes(const LaneStep* steps, std::size_t count, const Coordinates& coordinates) {
   const hn::CappedTag<float, kLanes> d;
   using V = hn::Vec<decltype(d)>;
   std::uint32_t too_large = 0;
   for (const LaneStep* step = steps; step != steps + count; ++step) {
     for (std::size_t lane = 0; lane < kLanes; lane += hn::Lanes(d)) {
-      const V any_value = Value(d, *step, coordinates + step->coordinate * kNumLanes + lane);
+      const V any_value = Value(d, *step, coordinates, lane);
       const auto in_range = hn::Le(hn::Abs(any_value), hn::Set(d, LaneSweep::kLargestValue));
       const V value = hn::IfThenElseZero(in_range, any_value);
       if (HWY_UNLIKELY(!hn::AllTrue(d, in_range))) {
@@ -117,8 +141,13 @@ HWY_INLINE std::uint32_t MoveLanes(const LaneStep* steps, std::size_t count, con
 
 std::uint32_t Move(const LaneStep* steps, std::size_t count, const double* coordinates,
                    std::size_t num_lanes) {
-  return num_lanes == 4 ? MoveLanes<4>(steps, count, coordinates)
-                        : MoveLanes<kNumLanes>(steps, count, coordinates);
+  return num_lanes == 4 ? MoveLanes<4>(steps, count, Given{coordinates})
+                        : MoveLanes<kNumLanes>(steps, count, Given{coordinates});
+}
+
+std::uint32_t MoveAlong(const LaneStep* steps, std::size_t count, const double* start, const double* way,
+                        const double* times) {
+  return MoveLanes<kNumLanes>(steps, count, Along{start, way, times});
 }
 
 // The last column of one row of base * offset: only the terms that are not zero are added.
@@ -229,6 +258,7 @@ namespace kavo::kinematics::internal {
 
 HWY_EXPORT(ChooseRun);
 HWY_EXPORT(Move);
+HWY_EXPORT(MoveAlong);
 
 namespace {
 
@@ -291,6 +321,7 @@ LaneSweep::LaneSweep(const Kinematics::Plan& plan)
     hwy::GetChosenTarget().Update(hwy::SupportedTargets());
   }
   move_ = &HWY_DYNAMIC_DISPATCH(Move);
+  move_along_ = &HWY_DYNAMIC_DISPATCH(MoveAlong);
   for (std::size_t i = 0; i < plan.steps.size(); ++i) {
     steps_.push_back(MakeStep(plan.steps[i]));
     steps_.back().base = &places_[static_cast<std::size_t>(plan.steps[i].parent + 1)];

@@ -96,6 +96,15 @@ class KAVO_EXPORT LaneSweep {
     return move_(steps_.data(), steps_.size(), coordinates, num_lanes);
   }
 
+  //! The same for configurations along a motion, in all lanes.
+  //! \param start, way Where each coordinate is at time zero, and how far it goes in one unit of time.
+  //! \param times One for each lane.
+  std::uint32_t moveAlong(const double* start, const double* way, const double* times) {
+    run_ = &LaneStep::run_all;
+    num_placed_ = 0;
+    return move_along_(steps_.data(), steps_.size(), start, way, times);
+  }
+
   //! Goes on with it: places the parts up to that of a slot of the plan, unless they are placed already.
   void placeUpTo(int slot) {
     for (; static_cast<int>(num_placed_) <= slot; ++num_placed_) {
@@ -107,8 +116,11 @@ class KAVO_EXPORT LaneSweep {
  private:
   using MoveFunction = std::uint32_t (*)(const LaneStep* steps, std::size_t count, const double* coordinates,
                                          std::size_t num_lanes);
+  using MoveAlongFunction = std::uint32_t (*)(const LaneStep* steps, std::size_t count, const double* start,
+                                              const double* way, const double* times);
 
   MoveFunction move_;
+  MoveAlongFunction move_along_;
   LaneStep::Run LaneStep::*run_ = &LaneStep::run_all;
   std::size_t num_placed_ = 0;
   std::vector<LaneStep> steps_;

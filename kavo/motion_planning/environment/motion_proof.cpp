@@ -23,7 +23,9 @@ constexpr double kLeastInLanes = 2e-4;
 constexpr double kLeastEnlargement = 1e-5;
 // A ball without a radius may need placements as close as the second of these.
 constexpr std::uint64_t kMostPlacements = 100000;
-constexpr std::size_t kNumContacts = 8;
+constexpr std::size_t kNumContacts = 12;
+// What has not touched for so long is forgotten.
+constexpr int kMostMisses = 30;
 // Far above what rounding costs in a distance, for a robot and a world of ordinary size.
 constexpr double kToSpare = 1.0 + 1e-9;
 
@@ -40,7 +42,6 @@ bool MotionProof::IsFree(const WorldView& view, const std::optional<math::RigidT
   base_ = &base;
   q_start_ = q_start.data();
   way_ = q_end - q_start;
-  coordinates_.resize(static_cast<std::size_t>(way_.size()));
   most_placements_ = work_.num_placements + kMostPlacements;
   double squared_length = 0.0;
   for (const double distance : way_) {
@@ -88,22 +89,14 @@ bool MotionProof::Place(double begin, double spacing) {
   for (std::size_t i = 0; i < math::kNumLanes; ++i) {
     times[i] = begin + static_cast<double>(i) * spacing;
   }
-  for (std::size_t c = 0; c < coordinates_.size(); ++c) {
-    const double distance = way_[static_cast<Eigen::Index>(c)];
-    for (std::size_t i = 0; i < math::kNumLanes; ++i) {
-      // Off the motion by rounding only, which the clearance has room for; so is the end.
-      coordinates_[c].values[i] = q_start_[c] + times[i] * distance;
-    }
-  }
   balls_.model.startBlock(static_cast<float>(spacing) * (1.0f + 0x1p-20f));
-  // None of a robot that stands still.
-  const double* const coordinates = coordinates_.empty() ? nullptr : coordinates_.front().values;
-  return lane_sweep_.move(coordinates, math::kNumLanes) == 0;
+  // Off the motion by rounding only, which the clearance has room for; so is the end.
+  return lane_sweep_.moveAlong(q_start_, way_.data(), times) == 0;
 }
 
-void MotionProof::PlaceUpTo(const Question& question) {
+int MotionProof::LastSlotOf(const Question& question) const {
   const auto [a, b] = balls_.model.bundlesOf(question);
-  lane_sweep_.placeUpTo(std::max(SlotOf(a), SlotOf(b)));
+  return std::max(SlotOf(a), SlotOf(b));
 }
 
 // What touched a moment ago is likely to touch again, and to ask costs little beside all there is to ask.
@@ -115,21 +108,27 @@ bool MotionProof::TouchesAsBefore() {
     contacts_.clear();
   }
   for (std::size_t i = 0; i < contacts_.size(); ++i) {
-    PlaceUpTo(contacts_[i]);
-    if (balls_.model.touches(*view_, contacts_[i])) {
+    Contact& contact = contacts_[i];
+    lane_sweep_.placeUpTo(contact.last_slot);
+    if (balls_.model.touches(*view_, contact.question)) {
+      contact.num_misses = 0;
       std::rotate(contacts_.begin(), contacts_.begin() + static_cast<std::ptrdiff_t>(i),
                   contacts_.begin() + static_cast<std::ptrdiff_t>(i) + 1);
       return true;
     }
+    ++contact.num_misses;
+  }
+  while (!contacts_.empty() && contacts_.back().num_misses >= kMostMisses) {
+    contacts_.pop_back();
   }
   return false;
 }
 
-void MotionProof::Remember(const Question& contact) {
+void MotionProof::Remember(const Question& question) {
   if (contacts_.size() == kNumContacts) {
     contacts_.pop_back();
   }
-  contacts_.insert(contacts_.begin(), contact);
+  contacts_.insert(contacts_.begin(), {question, LastSlotOf(question), 0});
 }
 
 // Goes on with the questions from `first` on, which the block of placements has left open.
@@ -192,7 +191,7 @@ bool MotionProof::ProveRun(double begin, double end, std::size_t num_intervals, 
     Place(block_begin, spacing);
     for (std::size_t i = first; i < last; ++i) {
       Question question = questions_[i];
-      PlaceUpTo(question);
+      lane_sweep_.placeUpTo(LastSlotOf(question));
       if (balls_.model.ask(*view_, question) == Verdict::kContact) {
         Remember(question);
         return false;

@@ -76,11 +76,19 @@ class MotionProof {
     math::MotionBound bound;
   };
 
+  // What has touched.
+  struct Contact {
+    Question question;
+    // Of the parts that it is about.
+    int last_slot;
+    int num_misses;
+  };
+
   // Begins a block of placements. False where lanes do not serve.
   bool Place(double begin, double spacing);
-  void PlaceUpTo(const Question& question);
+  int LastSlotOf(const Question& question) const;
   bool TouchesAsBefore();
-  void Remember(const Question& contact);
+  void Remember(const Question& question);
   bool Divide(double begin, double spacing, std::size_t first);
   bool ProveRun(double begin, double end, std::size_t num_intervals, std::size_t first);
 
@@ -106,17 +114,12 @@ class MotionProof {
   Eigen::VectorXd way_;
   std::vector<float> rates_;
   std::uint64_t most_placements_ = 0;
-  // Coordinate c of placement i at [c * kNumLanes + i].
-  struct alignas(64) Lanes {
-    double values[math::kNumLanes];
-  };
-  std::vector<Lanes> coordinates_;
   // Open questions: those of a run behind those of the one that it is part of.
   std::vector<Question> questions_;
   std::vector<Item> items_;
   Eigen::VectorXd q_;
   // What touched last, the latest first, in which surroundings.
-  std::vector<Question> contacts_;
+  std::vector<Contact> contacts_;
   std::shared_ptr<const kavo::internal::Snapshot> contacts_snapshot_;
   Work work_;
 };
