@@ -4,6 +4,7 @@
 #include <cmath>
 #include <utility>
 
+#include "kavo/math/vector_math_internal.h"
 #include "kavo/world/snapshot_internal.h"
 
 // This file is compiled once for each set of wide vectors; the include below repeats it.
@@ -112,18 +113,53 @@ HWY_NOINLINE void PlaceBalls(D d, Data& data, Data::Bundle& bundle) {
   }
 }
 
+// The bound on the motion of what is fixed around a placed centre, which the chords of that centre may show
+// to be slower: no chord of a point nearby is longer by more than what the turns are times its distance.
+// \param distance From the centre, of what is bounded.
+template <class D>
+HWY_INLINE math::MotionBound Measured(D d, const Data& data, const math::MotionBound& bound, float turned,
+                                      float distance, float margin, const Data::Centers& centers) {
+  auto longest = hn::Zero(d);
+  for (std::size_t lane = 0; lane < D::kCount; lane += hn::Lanes(d)) {
+    auto squared = hn::Zero(d);
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+      const float* const at = centers.values + axis * kNumLanes + lane;
+      const auto way = hn::Sub(hn::LoadU(d, at + 1), hn::Load(d, at));
+      squared = hn::Add(squared, hn::Mul(way, way));
+    }
+    // The last lane has no next one.
+    longest = hn::Max(longest, hn::IfThenElseZero(hn::FirstN(d, D::kCount - 1 - lane), squared));
+  }
+  const float chord = std::sqrt(hn::GetLane(hn::MaxOfLanes(d, longest))) + 2.0f * margin;
+  const float speed = (chord / data.spacing + turned * distance) * (1.0f + 0x1p-18f);
+  return {std::min(bound.speed, speed), bound.acceleration};
+}
+
+HWY_INLINE float TurnedBy(const math::JointReaches& joints, const float* rates) {
+  float turned = 0.0f;
+  for (const math::JointReach& joint : joints) {
+    turned += joint.turns ? rates[joint.joint] : 0.0f;
+  }
+  return turned;
+}
+
 // How far a bundle and its balls reach.
-HWY_INLINE void FindReaches(Data& data, Data::Bundle& bundle) {
+template <class D>
+HWY_INLINE void FindReaches(D d, Data& data, Data::Bundle& bundle, float margin) {
   if (!bundle.reaches_placement.isDue(data.placement)) {
     return;
   }
   if (data.is_motion && bundle.motion.isDue(data.motion)) {
     bundle.bound = math::MotionBound();
     math::AddMotion(bundle.reaches, data.rates, bundle.bound);
+    bundle.turned = TurnedBy(bundle.reaches, data.rates);
   }
-  bundle.reach = Reach(data, bundle.radius, bundle.bound, 1.0f);
+  const math::MotionBound bound =
+      data.is_motion ? Measured(d, data, bundle.bound, bundle.turned, bundle.extent, margin, bundle.centers)
+                     : bundle.bound;
+  bundle.reach = Reach(data, bundle.radius, bound, 1.0f);
   for (std::uint32_t i = bundle.first_ball; i < bundle.end_ball; ++i) {
-    data.reaches[i] = Reach(data, data.balls[i].radius, bundle.bound, 1.0f);
+    data.reaches[i] = Reach(data, data.balls[i].radius, bound, 1.0f);
   }
 }
 
@@ -282,7 +318,7 @@ HWY_INLINE bool AskBundle(D d, Data& data, Data::Bundle& bundle, const LaneSolid
                           const Question& question, std::uint32_t open, Asked& asked) {
   const Distance<kKind, D> distance(d, solid);
   PlaceBundle(d, data, bundle);
-  FindReaches(data, bundle);
+  FindReaches(d, data, bundle, margin);
   const float own = distance.Radius() + margin;
   open = asked.Narrow(open, FindNear(d, bundle.reach + own, [&](std::size_t lane) {
                         return distance.Squared(bundle.centers.values + lane);
@@ -392,7 +428,10 @@ HWY_INLINE bool AskPartInWorld(D d, Data& data, Data::Part& part, const SolidLan
     part.bound = math::MotionBound();
     math::AddMotion(part.reaches, data.rates, part.bound);
   }
-  part.reach = Reach(data, part.radius, part.bound, 1.0f);
+  part.reach = Reach(
+      data, part.radius,
+      data.is_motion ? Measured(d, data, part.bound, 0.0f, 0.0f, part.margin, part.centers) : part.bound,
+      1.0f);
   // The margin is far above the rounding of the bounds.
   const float reach = part.reach + part.margin;
   if (!(reach <= BallModel::kLargestLength)) {
@@ -734,6 +773,8 @@ BallModel::BallModel(const std::vector<Part>& parts, const std::vector<PartPair>
         ball_data.radius = Rounded(ball.radius);
         bundle_data.least_radius = std::min(bundle_data.least_radius, ball_data.radius);
         extent = std::max(extent, Extent(ball));
+        bundle_data.extent = std::max(
+            bundle_data.extent, Rounded(math::Distance(ball.center, bundle.bound.center) * (1.0 + 1e-6)));
       }
       bundle_data.end_ball = static_cast<std::uint32_t>(data_->balls.size());
     }

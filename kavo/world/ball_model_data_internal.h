@@ -14,7 +14,8 @@ namespace kavo::internal {
 struct BallModel::Data {
   //! Placed centres: x, y, z, each in all lanes.
   struct alignas(64) Centers {
-    float values[3 * math::kNumLanes];
+    // And one lane that is read beyond the last.
+    float values[3 * math::kNumLanes + math::kNumLanes] = {};
   };
 
   //! What is worked out for a motion or a placement only when it is needed, and for which it was last.
@@ -57,9 +58,13 @@ struct BallModel::Data {
     float center[3] = {0.0f, 0.0f, 0.0f};
     float radius = 0.0f;
     float least_radius = 0.0f;
+    // Largest distance of a ball's centre from that of the bundle.
+    float extent = 0.0f;
     math::JointReaches reaches;
     Stamp motion;
     math::MotionBound bound;
+    // How far all joints on the way to it turn together.
+    float turned = 0.0f;
     Stamp placement;
     Centers centers;
     float reach = 0.0f;
