@@ -47,8 +47,9 @@ bool MotionProof::IsFree(const WorldView& view, const std::optional<math::RigidT
   for (const double distance : way_) {
     squared_length += distance * distance;
   }
+  const double length = std::sqrt(squared_length);
   const double num_blocks =
-      std::max(1.0, std::ceil(std::sqrt(squared_length) / (kNumIntervals * kLargestSpacing)));
+      length <= kLargestSpacing * kNumIntervals ? 1.0 : std::ceil(length / (kLargestSpacing * kNumIntervals));
   if (!(num_blocks * kNumIntervals < static_cast<double>(kMostPlacements))) {
     return false;
   }

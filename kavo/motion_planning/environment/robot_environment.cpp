@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <vector>
 
 #include "kavo/motion_planning/environment/limit_lanes_internal.h"
@@ -173,8 +174,8 @@ class RobotEnvironmentImpl final : public RobotEnvironment {
     const Eigen::VectorXd& min = limits_.Min();
     const Eigen::VectorXd& max = limits_.Max();
     for (Eigen::Index i = 0; i < q.size(); ++i) {
-      // A limit of NaN is none.
-      if (min[i] > q[i] || q[i] > max[i] || !std::isfinite(q[i])) {
+      // A limit of NaN is none, and no value is.
+      if (min[i] > q[i] || q[i] > max[i] || !(std::fabs(q[i]) <= std::numeric_limits<double>::max())) {
         return false;
       }
     }

@@ -92,6 +92,9 @@ MotionPlannerInternal::MotionPlannerInternal(const MotionPlannerConfig& motion_p
   createRobotEnvironment();
   createRrtConnect();
   createJtRrt();
+  if (motion_planner_config_.planner == CSpacePlanner::kBiRrt) {
+    createBiRrt();
+  }
 }
 
 bool MotionPlannerInternal::setParam(const std::string& param_name, ParamValue value) {
