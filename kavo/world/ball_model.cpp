@@ -13,155 +13,17 @@
 #include <hwy/foreach_target.h>
 #include <hwy/highway.h>
 
+#include "kavo/world/ball_lanes-inl.h"
 #include "kavo/world/ball_model_data_internal.h"
 #include "kavo/world/bounds_walk-inl.h"
+#include "kavo/world/solid_distance-inl.h"
 #include "kavo/world/solid_lanes_internal.h"
 
 HWY_BEFORE_NAMESPACE();
 namespace kavo::internal::HWY_NAMESPACE {
 namespace {
 
-namespace hn = hwy::HWY_NAMESPACE;
-
-using math::kNumLanes;
-using Data = BallModel::Data;
 using Question = BallModel::Question;
-
-// A tag that knows over how many lanes the loops run: with wide vectors they are none.
-template <std::size_t kLanes>
-struct Lanes : hn::CappedTag<float, kLanes> {
-  static constexpr std::size_t kCount = kLanes;
-};
-
-template <class D>
-HWY_INLINE std::uint32_t Bits(D d, hn::Mask<D> mask) {
-  std::uint8_t bits[8] = {};
-  hn::StoreMaskBits(d, mask, bits);
-  return bits[0];
-}
-
-HWY_INLINE float Square(float x) { return x * x; }
-
-// One coordinate of a point of a part.
-// \param row Of the part's transform.
-template <class D, class V = hn::Vec<D>>
-HWY_INLINE V Place(D d, const float* row, V x, V y, V z) {
-  V sum = hn::Add(hn::Mul(hn::Load(d, row), x), hn::Mul(hn::Load(d, row + kNumLanes), y));
-  sum = hn::Add(sum, hn::Mul(hn::Load(d, row + 2 * kNumLanes), z));
-  return hn::Add(sum, hn::Load(d, row + 3 * kNumLanes));
-}
-
-template <class D>
-HWY_INLINE void PlaceCenter(D d, const math::LaneTransforms& transform, const float* center,
-                            Data::Centers& placed) {
-  const auto x = hn::Set(d, center[0]);
-  const auto y = hn::Set(d, center[1]);
-  const auto z = hn::Set(d, center[2]);
-  for (std::size_t axis = 0; axis < 3; ++axis) {
-    const float* const row = transform.entries + axis * math::LaneTransforms::kRow;
-    for (std::size_t lane = 0; lane < D::kCount; lane += hn::Lanes(d)) {
-      hn::Store(Place(d, row + lane, x, y, z), d, placed.values + axis * kNumLanes + lane);
-    }
-  }
-}
-
-// The radius of a ball, so enlarged that two neighbours enclose all of it in between. Rounding is far below
-// the share by which it is too large.
-HWY_INLINE float Reach(const Data& data, float radius, const math::MotionBound& bound, float num_balls) {
-  if (!data.is_motion) {
-    return radius;
-  }
-  return bound.enlarged(radius + num_balls * data.clearance, data.spacing) * (1.0f + 0x1p-18f);
-}
-
-// How exactly a part is placed.
-HWY_INLINE void FindMargin(const Data& data, Data::Part& part) {
-  if (!part.margin_placement.isDue(data.placement)) {
-    return;
-  }
-  const math::LaneTransforms& transform = *part.transform;
-  const float length = transform.reach + part.extent;
-  part.margin = BallModel::kLeastLength + BallModel::kMargin * length + transform.shift_error +
-                transform.turn_error * part.extent;
-  part.is_plain = length <= BallModel::kLargestLength && part.margin <= BallModel::kLargestLength;
-}
-
-// Places the ball around a part.
-template <class D>
-HWY_INLINE void PlacePart(D d, const Data& data, Data::Part& part) {
-  FindMargin(data, part);
-  PlaceCenter(d, *part.transform, part.center, part.centers);
-}
-
-// Places the ball around a bundle.
-template <class D>
-HWY_INLINE void PlaceBundle(D d, const Data& data, Data::Bundle& bundle) {
-  if (bundle.placement.isDue(data.placement)) {
-    PlaceCenter(d, *data.parts[bundle.part].transform, bundle.center, bundle.centers);
-  }
-}
-
-// Places the balls of a bundle.
-template <class D>
-HWY_NOINLINE void PlaceBalls(D d, Data& data, Data::Bundle& bundle) {
-  if (!bundle.balls_placement.isDue(data.placement)) {
-    return;
-  }
-  const math::LaneTransforms& transform = *data.parts[bundle.part].transform;
-  for (std::uint32_t i = bundle.first_ball; i < bundle.end_ball; ++i) {
-    PlaceCenter(d, transform, data.balls[i].center, data.placed[i]);
-  }
-}
-
-// The bound on the motion of what is fixed around a placed centre, which the chords of that centre may show
-// to be slower: no chord of a point nearby is longer by more than what the turns are times its distance.
-// \param distance From the centre, of what is bounded.
-template <class D>
-HWY_INLINE math::MotionBound Measured(D d, const Data& data, const math::MotionBound& bound, float turned,
-                                      float distance, float margin, const Data::Centers& centers) {
-  auto longest = hn::Zero(d);
-  for (std::size_t lane = 0; lane < D::kCount; lane += hn::Lanes(d)) {
-    auto squared = hn::Zero(d);
-    for (std::size_t axis = 0; axis < 3; ++axis) {
-      const float* const at = centers.values + axis * kNumLanes + lane;
-      const auto way = hn::Sub(hn::LoadU(d, at + 1), hn::Load(d, at));
-      squared = hn::Add(squared, hn::Mul(way, way));
-    }
-    // The last lane has no next one.
-    longest = hn::Max(longest, hn::IfThenElseZero(hn::FirstN(d, D::kCount - 1 - lane), squared));
-  }
-  const float chord = std::sqrt(hn::GetLane(hn::MaxOfLanes(d, longest))) + 2.0f * margin;
-  const float speed = (chord / data.spacing + turned * distance) * (1.0f + 0x1p-18f);
-  return {std::min(bound.speed, speed), bound.acceleration};
-}
-
-HWY_INLINE float TurnedBy(const math::JointReaches& joints, const float* rates) {
-  float turned = 0.0f;
-  for (const math::JointReach& joint : joints) {
-    turned += joint.turns ? rates[joint.joint] : 0.0f;
-  }
-  return turned;
-}
-
-// How far a bundle and its balls reach.
-template <class D>
-HWY_INLINE void FindReaches(D d, Data& data, Data::Bundle& bundle, float margin) {
-  if (!bundle.reaches_placement.isDue(data.placement)) {
-    return;
-  }
-  if (data.is_motion && bundle.motion.isDue(data.motion)) {
-    bundle.bound = math::MotionBound();
-    math::AddMotion(bundle.reaches, data.rates, bundle.bound);
-    bundle.turned = TurnedBy(bundle.reaches, data.rates);
-  }
-  const math::MotionBound bound =
-      data.is_motion ? Measured(d, data, bundle.bound, bundle.turned, bundle.extent, margin, bundle.centers)
-                     : bundle.bound;
-  bundle.reach = Reach(data, bundle.radius, bound, 1.0f);
-  for (std::uint32_t i = bundle.first_ball; i < bundle.end_ball; ++i) {
-    data.reaches[i] = Reach(data, data.balls[i].radius, bound, 1.0f);
-  }
-}
 
 // What is asked of configurations: which lanes touch.
 class OfConfigurations {
@@ -225,93 +87,6 @@ class OfMotion {
   BallModel::Verdict verdict_ = BallModel::Verdict::kOpen;
 };
 
-// Squared distances from placed centres to one solid; zero inside. Of a ball and a capsule, from the centre
-// and the segment: their radius is part of the reach.
-template <LaneSolid::Kind kKind, class D>
-class Distance {
- public:
-  using V = hn::Vec<D>;
-  using Kind = LaneSolid::Kind;
-  static constexpr bool kIsRound = kKind == Kind::kBall || kKind == Kind::kCapsule;
-
-  HWY_INLINE Distance(D d, const LaneSolid& solid) : d_(d), solid_(solid) {}
-
-  HWY_INLINE float Radius() const { return kIsRound ? solid_.radius : 0.0f; }
-
-  HWY_INLINE V Squared(const float* center) const {
-    V x = hn::Sub(hn::Load(d_, center), hn::Set(d_, solid_.center[0]));
-    V y = hn::Sub(hn::Load(d_, center + kNumLanes), hn::Set(d_, solid_.center[1]));
-    V z = hn::Sub(hn::Load(d_, center + 2 * kNumLanes), hn::Set(d_, solid_.center[2]));
-    if constexpr (kKind == Kind::kHalfSpace) {
-      const V depth = Along(2, x, y, z);
-      return hn::IfThenElse(hn::Gt(depth, hn::Zero(d_)), hn::Mul(depth, depth), hn::Zero(d_));
-    } else {
-      if constexpr (kKind == Kind::kBox || kKind == Kind::kCylinder || kKind == Kind::kCapsule) {
-        const V local_x = Along(0, x, y, z);
-        const V local_y = Along(1, x, y, z);
-        z = Along(2, x, y, z);
-        x = local_x;
-        y = local_y;
-      }
-      if constexpr (kKind == Kind::kBox || kKind == Kind::kAlignedBox) {
-        x = Beyond(x, solid_.half[0]);
-        y = Beyond(y, solid_.half[1]);
-      }
-      if constexpr (kKind != Kind::kBall) {
-        z = Beyond(z, solid_.half[2]);
-      }
-      V side = hn::Add(hn::Mul(x, x), hn::Mul(y, y));
-      if constexpr (kKind == Kind::kCylinder || kKind == Kind::kUprightCylinder) {
-        side = hn::Max(hn::Sub(hn::Sqrt(side), hn::Set(d_, solid_.radius)), hn::Zero(d_));
-        side = hn::Mul(side, side);
-      }
-      return hn::Add(side, hn::Mul(z, z));
-    }
-  }
-
- private:
-  HWY_INLINE V Along(int row, V x, V y, V z) const {
-    return hn::Add(hn::Add(hn::Mul(x, hn::Set(d_, solid_.rotation[row][0])),
-                           hn::Mul(y, hn::Set(d_, solid_.rotation[row][1]))),
-                   hn::Mul(z, hn::Set(d_, solid_.rotation[row][2])));
-  }
-
-  HWY_INLINE V Beyond(V coordinate, float half) const {
-    return hn::Max(hn::Sub(hn::Abs(coordinate), hn::Set(d_, half)), hn::Zero(d_));
-  }
-
-  const D d_;
-  const LaneSolid& solid_;
-};
-
-// In which lanes something is within reach. At a squared distance above that of `reach` it is certainly not.
-template <class D, class Squared>
-HWY_INLINE std::uint32_t FindNear(D d, float reach, const Squared& squared) {
-  const auto squared_reach = hn::Set(d, Square(reach));
-  std::uint32_t near = 0;
-  for (std::size_t lane = 0; lane < D::kCount; lane += hn::Lanes(d)) {
-    near |= Bits(d, hn::Le(squared(lane), squared_reach)) << lane;
-  }
-  return near;
-}
-
-// Whether in any lane something is within reach: faster than `FindNear`, for what is mostly far.
-template <class D, class Squared>
-HWY_INLINE bool IsAnyNear(D d, float reach, const Squared& squared) {
-  const auto squared_reach = hn::Set(d, Square(reach));
-  auto least = squared(0);
-  for (std::size_t lane = hn::Lanes(d); lane < D::kCount; lane += hn::Lanes(d)) {
-    least = hn::Min(least, squared(lane));
-  }
-  return !hn::AllFalse(d, hn::Le(least, squared_reach));
-}
-
-// In which lanes there is contact for certain.
-template <class D, class Squared>
-HWY_INLINE std::uint32_t FindTouching(D d, float reach, float margin, const Squared& squared) {
-  return reach > margin ? FindNear(d, reach - margin, squared) : 0;
-}
-
 // The contacts of the balls of one bundle with one solid. False when there is no more to ask.
 template <LaneSolid::Kind kKind, class D, class Asked>
 HWY_INLINE bool AskBundle(D d, Data& data, Data::Bundle& bundle, const LaneSolid& solid, float margin,
@@ -361,29 +136,6 @@ HWY_NOINLINE bool AskPart(D d, Data& data, Data::Part& part, const LaneSolid& so
     if (!AskBundle<kKind>(d, data, data.bundles[i], solid, margin, question, open, asked)) {
       return false;
     }
-  }
-  return true;
-}
-
-// Calls `ask` with the kind of a solid as a constant.
-template <class Ask>
-HWY_INLINE bool ForKind(LaneSolid::Kind kind, const Ask& ask) {
-  using Kind = LaneSolid::Kind;
-  switch (kind) {
-    case Kind::kBall:
-      return ask(std::integral_constant<Kind, Kind::kBall>());
-    case Kind::kBox:
-      return ask(std::integral_constant<Kind, Kind::kBox>());
-    case Kind::kAlignedBox:
-      return ask(std::integral_constant<Kind, Kind::kAlignedBox>());
-    case Kind::kCylinder:
-      return ask(std::integral_constant<Kind, Kind::kCylinder>());
-    case Kind::kUprightCylinder:
-      return ask(std::integral_constant<Kind, Kind::kUprightCylinder>());
-    case Kind::kCapsule:
-      return ask(std::integral_constant<Kind, Kind::kCapsule>());
-    case Kind::kHalfSpace:
-      return ask(std::integral_constant<Kind, Kind::kHalfSpace>());
   }
   return true;
 }
@@ -457,15 +209,6 @@ HWY_INLINE bool AskPartInWorld(D d, Data& data, Data::Part& part, const SolidLan
       return AskPart<decltype(kind)::value>(d, data, part, solid, question, asked);
     });
   });
-}
-
-// Squared distances between two placed centres.
-template <class D>
-HWY_INLINE hn::Vec<D> Squared(D d, const float* p, const float* q) {
-  const auto x = hn::Sub(hn::Load(d, p), hn::Load(d, q));
-  const auto y = hn::Sub(hn::Load(d, p + kNumLanes), hn::Load(d, q + kNumLanes));
-  const auto z = hn::Sub(hn::Load(d, p + 2 * kNumLanes), hn::Load(d, q + 2 * kNumLanes));
-  return hn::Add(hn::Add(hn::Mul(x, x), hn::Mul(y, y)), hn::Mul(z, z));
 }
 
 HWY_INLINE math::MotionBound BoundOf(const Data& data, const math::JointReaches (&reaches)[2]) {
