@@ -40,11 +40,12 @@ bool Environment::IsValidMotion(const Eigen::Ref<const Eigen::VectorXd>& q_start
   const double num_parts = std::max(1.0, std::ceil(length / resolution));
   KAVO_CHECK(num_parts <= std::numeric_limits<int>::max(), kFile, 3)
       << "A motion of length [" << length << "] has too many parts of [" << resolution << "] to be checked.";
+  // Each batch is spread over the whole motion: what touches shows sooner than from the start on.
   Eigen::MatrixXd points(q_start.size(), std::max(2, NumAtOnce()));
-  for (double first = 0.0; first <= num_parts; first += static_cast<double>(points.cols())) {
+  const double num_batches = std::ceil((num_parts + 1.0) / static_cast<double>(points.cols()));
+  for (double first = 0.0; first < num_batches; first += 1.0) {
     Eigen::Index count = 0;
-    for (; count < points.cols() && first + static_cast<double>(count) <= num_parts; ++count) {
-      const double part = first + static_cast<double>(count);
+    for (double part = first; part <= num_parts; part += num_batches, ++count) {
       if (part < num_parts) {
         points.col(count) = q_start + way * (part / num_parts);
       } else {
