@@ -77,5 +77,53 @@ TEST(MotionReachTest, BallsThatAreClearAtBothEndsAreClearBetween) {
   EXPECT_GT(num_close, 1000);
 }
 
+// An arm that is folded back onto its first axis: what turns next to the frame that looks on hardly moves the
+// point, but turns the velocity that the joint farther along gives it. Which is which changes with the frame.
+TEST(MotionReachTest, TheJointFartherAlongGivesTheReach) {
+  RobotDescriptionBuilder builder("base");
+  Joint joint;
+  joint.name = "j0";
+  joint.parent_frame = "base";
+  joint.child_frame = "f0";
+  joint.type = JointType::kRevolute;
+  joint.limits = JointLimits{-0.025, 0.025};
+  builder.addJoint(joint);
+  joint.name = "j1";
+  joint.parent_frame = "f0";
+  joint.child_frame = "f1";
+  joint.origin = Pose3::FromTranslation({1.0, 0.0, 0.0});
+  builder.addJoint(joint);
+  const auto description = builder.build();
+  const auto& internal = dynamic_cast<const RobotDescriptionInternal&>(*description);
+  const Kinematics& model = internal.model();
+  const Kinematics::Plan plan = model.plan({2});
+  const MotionReach reach(plan, internal.jointLimits());
+  const int tip = plan.frames[0].slot;
+  ASSERT_EQ(tip, 1);
+
+  const Eigen::Vector3d far(0.0, 0.3, 0.0);
+  const Eigen::Vector3d folded(-1.0, 0.0, 0.0);
+  const Eigen::Vector3d elbow(1.0, 0.0, 0.0);
+  using Reaches = std::vector<math::JointReaches>;
+  const auto [of_folded, of_base] = reach.ofDifferences(tip, {folded}, -1, {far});
+  const auto [base, folded_again] = reach.ofDifferences(-1, {far}, tip, {folded});
+  const auto [of_tip, of_elbow] = reach.ofDifferences(tip, {far}, -1, {elbow});
+  const auto [elbow_again, tip_again] = reach.ofDifferences(-1, {elbow}, tip, {far});
+  for (const auto& empty : Reaches{of_base, base, of_tip, tip_again}) {
+    EXPECT_TRUE(empty.empty());
+  }
+  const math::JointReaches of_point = reach.ofPoints(tip, {folded});
+  for (const auto& joints : Reaches{of_point, of_folded, folded_again, of_elbow, elbow_again}) {
+    ASSERT_EQ(joints.size(), 2u);
+    EXPECT_LT(joints[0].reach, 0.03f);
+    EXPECT_GT(joints[1].reach, 0.99f);
+    const float rates[] = {0.5f, 0.5f};
+    math::MotionBound bound;
+    math::AddMotion(joints, rates, bound);
+    // Twice the product of the rates, and the square of that of the joint farther along.
+    EXPECT_GE(bound.acceleration, 0.75f);
+  }
+}
+
 }  // namespace
 }  // namespace kavo::kinematics::internal
