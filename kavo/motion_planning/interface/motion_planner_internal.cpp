@@ -67,12 +67,16 @@ Eigen::VectorXd DistanceScales(const RobotDescription& robot, const RobotEnviron
   const std::vector<Eigen::Index> sliding = ExtractSlidingCoordinates(&robot);
   const Eigen::VectorXd speeds = environment.MotionSpeeds();
   double sum_of_turning = 0.0;
+  double num_turning = 0.0;
   for (Eigen::Index i = 0; i < speeds.size(); ++i) {
-    sum_of_turning += std::find(sliding.begin(), sliding.end(), i) == sliding.end() ? speeds[i] : 0.0;
+    // One that swings a slide without end has no bound.
+    if (std::isfinite(speeds[i]) && std::find(sliding.begin(), sliding.end(), i) == sliding.end()) {
+      sum_of_turning += speeds[i];
+      num_turning += 1.0;
+    }
   }
-  const double num_turning = static_cast<double>(weights.size()) - static_cast<double>(sliding.size());
   for (const Eigen::Index i : sliding) {
-    if (speeds[i] > 0.0 && sum_of_turning > 0.0) {
+    if (speeds[i] > 0.0 && std::isfinite(speeds[i]) && sum_of_turning > 0.0) {
       scales[i] *= speeds[i] / (sum_of_turning / num_turning);
     }
   }

@@ -270,6 +270,31 @@ TEST(BiRRTTest, ArmsOfAnyNumberOfJointsNeedNoSettings) {
   }
 }
 
+// A nut that slides without end along a screw: there is no bound on how far the table moves it.
+TEST(BiRRTTest, SlidesWithoutEndLeaveWhatHasBounds) {
+  const LogCapture log;
+  RobotDescriptionBuilder builder("base");
+  const Eigen::Vector3d z = Eigen::Vector3d::UnitZ();
+  builder.addJoint({"table", JointType::kRevolute, "base", "table", {}, z, {{-1.0, 1.0}}});
+  builder.addJoint({"lift", JointType::kPrismatic, "table", "lift", {}, z, {{0.0, 1.0}}});
+  builder.addJoint({"screw", JointType::kContinuous, "lift", "screw", {}, z});
+  builder.addJoint({"nut",
+                    JointType::kPrismatic,
+                    "lift",
+                    "nut",
+                    {},
+                    Eigen::Vector3d::UnitX(),
+                    {},
+                    {},
+                    Joint::Mimic{"screw", 0.01, 0.0}});
+  builder.addCollisionSphere("nut", {0.0, 0.0, 0.0}, 0.1);
+  World world;
+  world.add(SphereObstacle{0.1}, Pose3::FromTranslation({0.0, 0.0, -0.5}));
+  const auto planner = CreateMotionPlanner(builder.build(), world.view());
+  planner->setParam("planner", "bi_rrt");
+  EXPECT_TRUE(planner->planToCSpaceTarget(Vec({0.5, 0.0, 0.0}), Vec({0.5, 1.0, 1.0}), false).path_found);
+}
+
 TEST(BiRRTTest, PathOfASmallQueryStaysTheSame) {
   // Recorded once; every build on every machine must find it again.
   const auto balls = UnitBox(3);
