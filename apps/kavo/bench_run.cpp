@@ -161,11 +161,13 @@ std::vector<BenchRun> RunProblems(const std::vector<Problem>& problems, const Pl
     }
     progress.ShowPart(++num_done, runs.size());
   };
-  // A check takes far longer than a query, and would leave nothing of use in the caches.
-  constexpr std::size_t kNumBetweenChecks = 256;
+  // A check takes far longer than a query, and would leave nothing of use in the caches: there are ever more
+  // queries between checks. Few at first, so that an early signal finds some that are complete.
+  constexpr std::size_t kMostBetweenChecks = 256;
   const std::size_t num_turns = problems.size() * repeats;
-  for (std::size_t first = 0; first < num_turns; first += kNumBetweenChecks) {
-    const std::size_t last = std::min(first + kNumBetweenChecks, num_turns);
+  std::size_t last = 0;
+  for (std::size_t first = 0; first < num_turns; first = last) {
+    last = std::min(num_turns, first + std::min(first + 1, kMostBetweenChecks));
     ForEach(first, last, query);
     ForEach(first * num_planners, last * num_planners, check);
   }

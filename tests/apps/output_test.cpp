@@ -117,6 +117,7 @@ TEST_F(OutputTest, SignalsEndTheWorkAndWhatIsThereIsKept) {
   // The last to write it was the benchmark, whose paths can be checked again.
   const auto runs = nlohmann::json::parse(ReadFile(json));
   EXPECT_EQ(runs["stopped"], true);
+  ASSERT_FALSE(runs["runs"].empty());
   EXPECT_EQ(runs["runs"][0]["status"], "found");
   EXPECT_EQ(RunKavo(With("check", {"--path", json, "--run", "0"})).status, 0);
   EXPECT_THAT(RunKavo(With("check", {"--path", json})).errors, HasSubstr("say which run is meant"));

@@ -21,7 +21,7 @@ using testing::RandomVec;
 TEST(MotionReachTest, BallsThatAreClearAtBothEndsAreClearBetween) {
   std::mt19937 engine(61);
   int num_close = 0;
-  for (int round = 0; round < 20000; ++round) {
+  for (int round = 0; round < 5000; ++round) {
     const testing::RandomRobot robot(engine, 1 + round % 5);
     const auto description = robot.description();
     const auto& internal = dynamic_cast<const RobotDescriptionInternal&>(*description);
@@ -74,7 +74,7 @@ TEST(MotionReachTest, BallsThatAreClearAtBothEndsAreClearBetween) {
     // Where the bound has little to spare a wrong one shows.
     num_close += enlarged - distance < 1.2 * (at_ends - distance) ? 1 : 0;
   }
-  EXPECT_GT(num_close, 1000);
+  EXPECT_GT(num_close, 250);
 }
 
 // An arm that is folded back onto its first axis: what turns next to the frame that looks on hardly moves the

@@ -74,7 +74,7 @@ TEST_P(MotionTest, AcceptsNothingThatTouches) {
   std::mt19937 engine(53);
   int num_accepted = 0;
   int num_refused = 0;
-  for (int round = 0; round < 3000; ++round) {
+  for (int round = 0; round < 1500; ++round) {
     const testing::RandomRobot robot(engine, 1 + round % 10);
     const auto description = robot.withSpheres(engine);
     const auto n = static_cast<int>(description->numCSpaceCoords());
