@@ -1,15 +1,14 @@
 #include "apps/kavo/bench_run.h"
 
-#include <tbb/global_control.h>
-#include <tbb/parallel_for.h>
-
 #include <algorithm>
 #include <atomic>
 #include <cstddef>
+#include <future>
 #include <memory>
 #include <optional>
 #include <utility>
 #include <variant>
+#include <vector>
 
 #include "apps/kavo/attempts.h"
 #include "apps/kavo/explain.h"
@@ -106,16 +105,23 @@ void RunOnce(const Problem& problem, const PlannerSettings& settings, const Benc
 // Calls `function(i)` for each number from `first` to before `last`, on several threads, until a signal
 // comes. Nothing is logged: every failure is in a result, and a hundred warnings would not help.
 template <typename Function>
-void ForEach(std::size_t first, std::size_t last, const Function& function) {
-  tbb::parallel_for(first, last, [&](std::size_t i) {
-    if (Signal() != 0) {
-      return;
-    }
-    // Threads come from a pool, so that the threshold has to be put back.
+void ForEach(int num_jobs, std::size_t first, std::size_t last, const Function& function) {
+  std::atomic<std::size_t> next{first};
+  const auto work = [&] {
     const int threshold = std::exchange(util::log_level_threshold, -1);
-    function(i);
+    for (std::size_t i = next++; i < last && Signal() == 0; i = next++) {
+      function(i);
+    }
     util::log_level_threshold = threshold;
-  });
+  };
+  std::vector<std::future<void>> others;
+  for (int job = 1; job < num_jobs; ++job) {
+    others.push_back(std::async(std::launch::async, work));
+  }
+  work();
+  for (std::future<void>& other : others) {
+    other.get();
+  }
 }
 
 }  // namespace
@@ -140,8 +146,6 @@ std::vector<BenchRun> RunProblems(const std::vector<Problem>& problems, const Pl
   std::vector<BenchRun> runs(problems.size() * repeats * num_planners);
   Progress progress(false);
   std::atomic<std::size_t> num_done{0};
-  const tbb::global_control limit(tbb::global_control::max_allowed_parallelism,
-                                  static_cast<std::size_t>(plan.num_jobs));
   const auto query = [&](std::size_t i) {
     for (std::size_t turn = 0; turn < num_planners; ++turn) {
       // The first one finds nothing of the problem in the caches: each is first in turn.
@@ -168,8 +172,8 @@ std::vector<BenchRun> RunProblems(const std::vector<Problem>& problems, const Pl
   std::size_t last = 0;
   for (std::size_t first = 0; first < num_turns; first = last) {
     last = std::min(num_turns, first + std::min(first + 1, kMostBetweenChecks));
-    ForEach(first, last, query);
-    ForEach(first * num_planners, last * num_planners, check);
+    ForEach(plan.num_jobs, first, last, query);
+    ForEach(plan.num_jobs, first * num_planners, last * num_planners, check);
   }
   runs.erase(std::remove_if(runs.begin(), runs.end(),
                             [](const BenchRun& run) { return !run.is_done || (run.found && !run.verdict); }),

@@ -113,11 +113,3 @@ int main(int argc, char** argv) {
     return Fail(error.what());
   }
 }
-
-#ifdef __SANITIZE_THREAD__
-// What the threads' library does with the caller's stack while it lets go of a finished loop.
-extern "C" const char* __tsan_default_suppressions();
-extern "C" const char* __tsan_default_suppressions() {
-  return "race:tbb::detail::d1::wait_context\nrace:tbb::detail::d1::fold_tree\n";
-}
-#endif
