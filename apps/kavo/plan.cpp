@@ -191,8 +191,7 @@ class Planning {
     for (int i = 0;; ++i) {
       const Attempt attempt = TryOnce(query, attempts.Seed(i), StepSizeOf(i), attempts.Stop());
       Keep(attempt, best);
-      const bool is_hopeless = attempt.report.status == planning::SearchStatus::kInvalidStart ||
-                               attempt.report.status == planning::SearchStatus::kInvalidTarget;
+      const bool is_hopeless = IsHopeless(attempt.report.status);
       const bool is_enough = attempt.results.path_found && i >= options_.num_more_seeds.value_or(0);
       if (attempt.IsGood() || is_hopeless || is_enough || !attempts.MayTry(i + 1)) {
         return *std::move(best);
@@ -205,6 +204,13 @@ class Planning {
                   << (StepSizeOf(i + 1) < StepSizeOf(i) ? " and half the step_size" : "") << "\n";
       }
     }
+  }
+
+  // Whether no seed can change how a query ended.
+  static bool IsHopeless(planning::SearchStatus status) {
+    using planning::SearchStatus;
+    return status == SearchStatus::kInvalidStart || status == SearchStatus::kInvalidTarget ||
+           status == SearchStatus::kStartTooClose || status == SearchStatus::kTargetTooClose;
   }
 
   // A path that passes between the points of one check is found out by the next, finer one: every second try
