@@ -160,10 +160,10 @@ CLI::Option* PlannerSettings::AddOptions(CLI::App& app) {
       ->group(group)
       ->allow_extra_args(false);
   app.add_option("--effort", effort_,
-                 "Work that paths of bi_rrt are shortened with, 0 for none; goes before --set effort=")
+                 "Rounds in which paths of bi_rrt are shortened, 0 for none; goes before --set effort=")
       ->type_name("N")
       ->group(group)
-      ->check(CLI::NonNegativeNumber);
+      ->check(CLI::Range(0, std::numeric_limits<int>::max()));
   return app
       .add_option("--planner", planner_,
                   "What answers queries to a configuration: bi_rrt proves every motion of its paths free; "

@@ -113,7 +113,7 @@ class KAVO_EXPORT MotionPlanner {
   //! | bi_rrt_params/balance | double, at least 1 | 2 |
   //! | bi_rrt_params/domain | double, not negative; 0 is everywhere | 3 |
   //! | bi_rrt_params/samples | string, "low_discrepancy" or "environment" | low_discrepancy |
-  //! | effort | int, not negative: work that paths of bi_rrt are shortened with | 1 |
+  //! | effort | int, not negative: rounds in which paths of bi_rrt are shortened | 1 |
   //!
   //! The last six start nothing over but what they are about: the other planner, and queries to a position,
   //! go on in their random choices. What they mean is in `planning::BiRRTConfig`.

@@ -424,7 +424,7 @@ const std::vector<ParameterRow>& Rows() {
        250,
        SetSamples},
       {{"effort", Type::kInt,
-        "Work that paths of bi_rrt are shortened with; 0: none. A measure of work and not of time, so that "
+        "Rounds in which paths of bi_rrt are shortened; 0: none. A measure of work and not of time, so that "
         "answers repeat.",
         [](const Config& c) -> ParameterValue { return std::int64_t{c.effort}; }, true},
        253,
