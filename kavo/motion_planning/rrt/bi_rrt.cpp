@@ -276,13 +276,16 @@ class BiRRTImpl final : public BiRRT {
     return true;
   }
 
-  // In a box around a node of the tree that grows. What of it is beyond the limits comes to lie on them.
+  // In a box around a node of the tree that grows. What of it is beyond the limits comes to lie on them,
+  // unless in a coordinate that is nearly all of it: then samples come from anywhere between them.
   void SampleDomain() {
     const auto node = static_cast<std::size_t>(sequence_[dimension_] * static_cast<double>(Tree().Size()));
     const ConfigurationMap q_node = Tree().Configuration(node);
     for (int i = 0; i < dimension_; ++i) {
-      const double offset = (2.0 * sequence_[i] - 1.0) * sides_[static_cast<std::size_t>(i)].domain;
-      q_sample_[i] = Clamped(i, q_node[i] + offset);
+      const Side& side = sides_[static_cast<std::size_t>(i)];
+      q_sample_[i] = side.domain < 2.0 * side.width
+                         ? Clamped(i, q_node[i] + (2.0 * sequence_[i] - 1.0) * side.domain)
+                         : side.min + sequence_[i] * side.width;
     }
   }
 

@@ -34,7 +34,8 @@ struct KAVO_EXPORT BiRRTConfig {
   //! other's turn; at least 1. Infinity: they take turns.
   double balance = 2.0;
   //! Samples come from a box around a node of the tree that grows, which reaches this many ranges to either
-  //! side of it in each coordinate; 0: from anywhere within the limits.
+  //! side of it in each coordinate, or from anywhere within the limits of a coordinate where that is twice
+  //! their width; 0: from anywhere within all limits.
   double domain = 3.0;
   Samples samples = Samples::kLowDiscrepancy;
   std::uint32_t seed = 1;

@@ -166,6 +166,12 @@ TEST(BiRRTTest, GrowsTheSmallerTreeAndWithinItsDomain) {
         static_cast<double>(edges.size());
   }
   EXPECT_LT(shares[1], 0.5 * shares[0]);
+  // Nor do samples of a domain without end come to lie on the limits.
+  Enclosed open([](BiRRTConfig& config) { config.domain = testing::kInf; });
+  open.Ask();
+  const Path nodes = open.planner->GetAllValidatedConfigurations();
+  EXPECT_GT(nodes.size(), 100u);
+  EXPECT_LT(std::count_if(nodes.begin(), nodes.end(), [](const auto& q) { return q[0] == 0.0; }), 10);
 }
 
 TEST(BiRRTTest, EndsWhereItIsTold) {
