@@ -89,14 +89,14 @@ class Basic3dEnvironmentImpl final : public Basic3dEnvironment {
                              const auto& recurse) -> bool {
       const Eigen::Vector3d middle = 0.5 * a + 0.5 * b;
       const Eigen::Vector3d half = middle - a;
+      const double length = std::sqrt(half[0] * half[0] + half[1] * half[1] + half[2] * half[2]);
       // Farther than either end by more than rounding costs.
       const double reach =
-          std::sqrt(half[0] * half[0] + half[1] * half[1] + half[2] * half[2]) * (1.0 + 1e-9) +
-          1e-12 * (a.cwiseAbs().maxCoeff() + b.cwiseAbs().maxCoeff());
+          length * (1.0 + 1e-9) + 1e-12 * (a.cwiseAbs().maxCoeff() + b.cwiseAbs().maxCoeff());
       if (!world_view_.inCollision(middle, reach)) {
         return true;
       }
-      return reach > 0.5 * kLeastPart && --num_left > 0 && !world_view_.inCollision(middle, 0.0) &&
+      return length > 0.5 * kLeastPart && --num_left > 0 && !world_view_.inCollision(middle, 0.0) &&
              recurse(a, middle, recurse) && recurse(middle, b, recurse);
     };
     return is_free(start, end, is_free);
