@@ -148,6 +148,8 @@ std::string ExplainFailure(const QueryReport& report, const RobotDescription& ro
   std::string text = std::string("no path: ") + ToString(report.status) + "\n";
   if (report.status == SearchStatus::kNodesSpent) {
     text += "  the trees hold as many nodes as the setting 'max_nodes' allows\n";
+  } else if (report.status == SearchStatus::kIterationsSpent) {
+    text += "  the setting 'max_iterations' allows no more\n";
   }
   text += "  " + report.planner + " for " + Time(report.search_seconds) + ": " + ExplainWork(report) + "\n";
   // Those of a sequence of its own, a planner of motions counts above.
