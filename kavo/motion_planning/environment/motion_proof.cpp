@@ -189,12 +189,17 @@ bool MotionProof::ProveRun(double begin, double end, std::size_t num_intervals, 
       return false;
     }
     const double block_begin = begin + static_cast<double>(block) * kNumIntervals * spacing;
-    Place(block_begin, spacing);
+    if (!Place(block_begin, spacing)) {
+      return false;
+    }
     for (std::size_t i = first; i < last; ++i) {
       Question question = questions_[i];
       lane_sweep_.placeUpTo(LastSlotOf(question));
-      if (balls_.model.ask(*view_, question) == Verdict::kContact) {
+      const Verdict verdict = balls_.model.ask(*view_, question);
+      if (verdict == Verdict::kContact) {
         Remember(question);
+      }
+      if (verdict != Verdict::kOpen) {
         return false;
       }
       if (question.intervals != 0) {
