@@ -18,6 +18,8 @@ constexpr char kFile[] = "motion_planning/util/motion_shortening";
 // Of the length of the path, in the first round.
 constexpr double kLeastGain = 1.0 / 30.0;
 constexpr std::uint64_t kMotionsToEffort = 128;
+// No gain below it is worth a round: efforts above sixteen are as good as that.
+constexpr double kNoGain = 1e-6;
 
 using Path = std::vector<Eigen::VectorXd>;
 
@@ -212,7 +214,7 @@ ShortenedPath ShortenByMotions(Path path, const Environment& environment,
   }
   MotionShortener shortener(std::move(path), environment, options, resolution);
   double least_gain = kLeastGain;
-  for (int round = 1; round <= options.effort && shortener.MayGoOn(); ++round) {
+  for (int round = 1; round <= options.effort && least_gain > kNoGain && shortener.MayGoOn(); ++round) {
     shortener.DoRound(least_gain, round);
     least_gain *= 0.5;
   }
