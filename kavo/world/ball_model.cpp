@@ -611,8 +611,6 @@ std::pair<std::size_t, std::size_t> BallModel::bundlesOf(const Question& questio
   return {question.subject, question.subject};
 }
 
-std::size_t BallModel::partOf(std::size_t bundle) const { return data_->bundles[bundle].part; }
-
 void BallModel::startPlacement(std::size_t num_lanes) {
   ++data_->placement;
   data_->num_lanes = num_lanes;

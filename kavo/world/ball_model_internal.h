@@ -178,9 +178,8 @@ class KAVO_EXPORT BallModel {
   float enlargement(const Question& question, float spacing) const;
 
   //! The bundles that a question is about, twice the same unless it is about two, as numbered through all
-  //! parts, and the part of a bundle.
+  //! parts.
   std::pair<std::size_t, std::size_t> bundlesOf(const Question& question) const;
-  std::size_t partOf(std::size_t bundle) const;
 
   // What the functions for each set of wide vectors work on; not for others.
   struct Data;

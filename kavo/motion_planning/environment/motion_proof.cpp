@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "kavo/math/constants_internal.h"
+#include "kavo/math/lane_transforms_internal.h"
 #include "kavo/math/vector_math_internal.h"
 
 namespace kavo::planning::internal {

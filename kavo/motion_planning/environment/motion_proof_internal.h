@@ -9,7 +9,6 @@
 
 #include "kavo/kinematics/interface/frame_sweep.h"
 #include "kavo/kinematics/lane_sweep_internal.h"
-#include "kavo/math/lane_transforms_internal.h"
 #include "kavo/math/motion_bound_internal.h"
 #include "kavo/math/rigid_transform.h"
 #include "kavo/math/sphere.h"
