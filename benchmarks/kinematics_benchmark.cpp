@@ -30,7 +30,7 @@ class Franka {
     const std::unique_ptr<kavo::RobotDescription> description = kavo::LoadFrankaRobotDescription();
     kinematics_ = description->kinematics();
     const auto& internal = dynamic_cast<const kavo::RobotDescriptionInternal&>(*description);
-    for (const std::string& name : internal.collisionFrameNames()) {
+    for (const std::string& name : internal.collision().frames) {
       frames_.push_back(kinematics_->frame(name));
     }
     sweep_ = kinematics_->frameSweep(frames_);

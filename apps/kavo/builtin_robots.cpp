@@ -8,6 +8,7 @@
 #include "kavo/kinematics/interface/frame_pairs.h"
 #include "kavo/kinematics/interface/kinematics_internal.h"
 #include "kavo/kinematics/interface/robot_description_internal.h"
+#include "kavo/kinematics/interface/robot_variants.h"
 
 namespace kavo::command {
 
@@ -50,7 +51,7 @@ formats::LoadedRobot LoadBuiltin(const std::string& name, bool self_collision) {
   // Both are chains: what as many joints carry is one body.
   const auto& model = dynamic_cast<const KinematicsInternal&>(*kinematics).model();
   for (const std::string& frame :
-       dynamic_cast<const RobotDescriptionInternal&>(*robot.description).collisionFrameNames()) {
+       dynamic_cast<const RobotDescriptionInternal&>(*robot.description).collision().frames) {
     robot.bodies[frame] = model.plan({model.frame(frame)}).steps.size();
   }
   return robot;

@@ -82,7 +82,7 @@ void PrintFrames(const RobotDescriptionInternal& robot, const std::optional<Eige
   const auto kinematics = robot.kinematics();
   const Eigen::VectorXd q = at.value_or(robot.defaultCSpaceConfiguration());
   for (const std::string& frame : kinematics->frameNames()) {
-    const std::vector<math::Sphere> spheres = robot.collisionSpheres(frame);
+    const std::vector<math::Sphere> spheres = robot.collision().spheresOf(frame);
     const Pose3 pose = kinematics->pose(q, kinematics->frame(frame));
     num_spheres += spheres.size();
     for (const math::Sphere& sphere : spheres) {
@@ -108,7 +108,7 @@ void PrintFrames(const RobotDescriptionInternal& robot, const std::optional<Eige
     std::cout << ", together " << Number(size.x(), 4) << " x " << Number(size.y(), 4) << " x "
               << Number(size.z(), 4) << " m at " << (at ? "that configuration" : "the default configuration");
   }
-  const auto& pairs = robot.collisionPairs();
+  const auto& pairs = robot.collision().pairs;
   std::cout << "\npairs of frames that must not touch each other: " << pairs.size() << "\n";
   for (const auto& [frame_a, frame_b] : pairs) {
     std::cout << "  " << Printable(frame_a) << " " << Printable(frame_b) << "\n";

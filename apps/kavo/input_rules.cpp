@@ -126,8 +126,8 @@ void InputRules::Admit(const std::vector<formats::Unhonoured>& unhonoured, Scope
 
 void InputRules::Admit(const formats::LoadedRobot& robot, Scope& scope) const {
   const auto& description = dynamic_cast<const RobotDescriptionInternal&>(*robot.description);
-  scope.has_spheres = !description.collisionFrameNames().empty();
-  scope.num_self_collision_pairs = description.collisionPairs().size();
+  scope.has_spheres = !description.collision().frames.empty();
+  scope.num_self_collision_pairs = description.collision().pairs.size();
   if (robot.uncovered_links.empty()) {
     return;
   }

@@ -110,8 +110,8 @@ std::string SrdfText(const PairsOptions& options, const formats::LoadedRobot& ro
   std::map<std::string, std::vector<math::Sphere>> spheres;
   if (!options.spheres.empty() || options.cover) {
     const auto& description = dynamic_cast<const RobotDescriptionInternal&>(*robot.description);
-    for (const std::string& frame : description.collisionFrameNames()) {
-      spheres[frame] = description.collisionSpheres(frame);
+    for (const std::string& frame : description.collision().frames) {
+      spheres[frame] = description.collision().spheresOf(frame);
     }
   }
   std::optional<std::string> base;

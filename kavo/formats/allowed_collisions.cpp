@@ -85,7 +85,7 @@ class RobotPairs {
       }
     } else if (const auto* description =
                    dynamic_cast<const RobotDescriptionInternal*>(robot.description.get())) {
-      for (const auto& [a, b] : description->collisionPairs()) {
+      for (const auto& [a, b] : description->collision().pairs) {
         pairs_.insert(std::minmax(a, b));
       }
     }

@@ -65,6 +65,11 @@ Kinematics::Offset MakeOffset(const RigidTransform& transform) {
   return offset;
 }
 
+// A pose in a frame as it is in the slot that the frame is attached to.
+RigidTransform InSlot(const Kinematics::Attachment& frame, const Pose3& pose) {
+  return frame.offset.transform * RigidTransform(Snap(RigidTransform(pose).rotation), pose.translation());
+}
+
 Eigen::Vector3d Normalize(const Eigen::Vector3d& v) {
   // By the largest coordinate first, so that no square overflows or vanishes.
   const double scale = std::fmax(std::fabs(v[0]), std::fmax(std::fabs(v[1]), std::fabs(v[2])));
@@ -113,8 +118,7 @@ Kinematics::Kinematics(const std::vector<Frame>& frames) {
     if (frame.parent >= 0) {
       const auto parent = static_cast<std::size_t>(frame.parent);
       slot = program_.frames[parent].slot;
-      origin = program_.frames[parent].offset.transform *
-               RigidTransform(Snap(RigidTransform(frame.origin).rotation), frame.origin.translation());
+      origin = InSlot(program_.frames[parent], frame.origin);
       for (std::size_t i = chain_begin_[parent]; i < chain_begin_[parent + 1]; ++i) {
         chain_slots_.push_back(chain_slots_[i]);
       }
@@ -157,6 +161,40 @@ Kinematics::Kinematics(const std::vector<Frame>& frames) {
     frame_indices_.emplace(frame.name, static_cast<int>(frame_names_.size()));
     frame_names_.push_back(frame.name);
   }
+}
+
+Kinematics Kinematics::withFrame(const std::string& name, int parent, const Pose3& pose) const {
+  Kinematics result = *this;
+  const auto p = static_cast<std::size_t>(parent);
+  const Attachment& carrier = program_.frames[p];
+  result.program_.frames.push_back({carrier.slot, MakeOffset(InSlot(carrier, pose))});
+  for (std::size_t i = chain_begin_[p]; i < chain_begin_[p + 1]; ++i) {
+    result.chain_slots_.push_back(chain_slots_[i]);
+  }
+  result.chain_begin_.push_back(result.chain_slots_.size());
+  result.frame_indices_.emplace(name, static_cast<int>(frame_names_.size()));
+  result.frame_names_.push_back(name);
+  return result;
+}
+
+Kinematics Kinematics::withoutFrame(int frame) const {
+  Kinematics result = *this;
+  const auto f = static_cast<std::size_t>(frame);
+  const auto at = [frame](auto& list) { return list.begin() + frame; };
+  result.frame_indices_.erase(frame_names_[f]);
+  for (auto& [unused, index] : result.frame_indices_) {
+    index -= index > frame ? 1 : 0;
+  }
+  result.frame_names_.erase(at(result.frame_names_));
+  result.program_.frames.erase(at(result.program_.frames));
+  const std::size_t length = chain_begin_[f + 1] - chain_begin_[f];
+  const auto chain = result.chain_slots_.begin() + static_cast<std::ptrdiff_t>(chain_begin_[f]);
+  result.chain_slots_.erase(chain, chain + static_cast<std::ptrdiff_t>(length));
+  result.chain_begin_.erase(at(result.chain_begin_));
+  for (std::size_t i = f; i < result.chain_begin_.size(); ++i) {
+    result.chain_begin_[i] -= length;
+  }
+  return result;
 }
 
 int Kinematics::frame(const std::string& frame_name) const {

@@ -100,6 +100,12 @@ class KAVO_EXPORT Kinematics {
   //!     Coordinates are 0 .. n-1, each used by one joint without a ratio and any number with one.
   explicit Kinematics(const std::vector<Frame>& frames);
 
+  //! The same model with another frame behind the others, rigidly attached to one of them.
+  //! \param parent An index.
+  Kinematics withFrame(const std::string& name, int parent, const Pose3& pose) const;
+  //! The same model without a frame that no joint needs: one that was added so.
+  Kinematics withoutFrame(int frame) const;
+
   std::size_t numCSpaceCoords() const { return num_coords_; }
 
   //! The names of the frames in the order of the list that the model was made from.

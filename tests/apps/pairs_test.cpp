@@ -22,7 +22,7 @@ using ::testing::Not;
 using Pairs = std::set<std::pair<std::string, std::string>>;
 
 Pairs PairsOf(const formats::LoadedRobot& robot) {
-  const auto& pairs = dynamic_cast<const RobotDescriptionInternal&>(*robot.description).collisionPairs();
+  const auto& pairs = dynamic_cast<const RobotDescriptionInternal&>(*robot.description).collision().pairs;
   return {pairs.begin(), pairs.end()};
 }
 

@@ -246,10 +246,10 @@ TEST(RobotFile, TheBuiltInArmAsAFile) {
     EXPECT_EQ(limits[i].min, expected.jointLimits()[i].min);
     EXPECT_EQ(limits[i].max, expected.jointLimits()[i].max);
   }
-  ASSERT_EQ(Internal(robot).collisionFrameNames(), expected.collisionFrameNames());
-  for (const std::string& frame : expected.collisionFrameNames()) {
-    const std::vector<math::Sphere> actual = Internal(robot).collisionSpheres(frame);
-    const std::vector<math::Sphere> wanted = expected.collisionSpheres(frame);
+  ASSERT_EQ(Internal(robot).collision().frames, expected.collision().frames);
+  for (const std::string& frame : expected.collision().frames) {
+    const std::vector<math::Sphere> actual = Internal(robot).collision().spheresOf(frame);
+    const std::vector<math::Sphere> wanted = expected.collision().spheresOf(frame);
     ASSERT_EQ(actual.size(), wanted.size()) << frame;
     for (std::size_t i = 0; i < wanted.size(); ++i) {
       EXPECT_EQ(actual[i].center, wanted[i].center);
@@ -387,8 +387,8 @@ TEST(RobotFile, WhereSpheresComeFrom) {
   RobotFileOptions options;
   const auto text = [](const LoadedRobot& robot) {
     std::ostringstream out;
-    for (const std::string& frame : Internal(robot).collisionFrameNames()) {
-      for (const math::Sphere& s : Internal(robot).collisionSpheres(frame)) {
+    for (const std::string& frame : Internal(robot).collision().frames) {
+      for (const math::Sphere& s : Internal(robot).collision().spheresOf(frame)) {
         out << frame << " " << s.center.transpose().format(Eigen::IOFormat(3, 1, " ", " ")) << " " << s.radius
             << "; ";
       }
@@ -455,7 +455,7 @@ TEST(RobotFile, CoversHoldEveryPointAndStayWithinTheTolerance) {
     const Eigen::Isometry3d pose =
         Eigen::Translation3d(1.0, 2.0, 3.0) * Eigen::AngleAxisd(0.3, Eigen::Vector3d::UnitZ()) *
         Eigen::AngleAxisd(0.2, Eigen::Vector3d::UnitY()) * Eigen::AngleAxisd(0.1, Eigen::Vector3d::UnitX());
-    const std::vector<math::Sphere> spheres = Internal(robot).collisionSpheres("base");
+    const std::vector<math::Sphere> spheres = Internal(robot).collision().spheresOf("base");
     EXPECT_LE(spheres.size(), c.max_spheres) << solid.str() << " " << c.tolerance;
 
     // The point of the solid that is nearest to one in its frame.
@@ -499,11 +499,11 @@ TEST(RobotFile, CoversHoldEveryPointAndStayWithinTheTolerance) {
 TEST(RobotFile, PairsThatMustNotTouch) {
   RobotFileOptions options;
   options.joints = {"j1", "j2"};
-  EXPECT_THAT(Internal(Parse(Arm(), options)).collisionPairs(), IsEmpty());
+  EXPECT_THAT(Internal(Parse(Arm(), options)).collision().pairs, IsEmpty());
   options.self_collision = true;
   // Joints that are held count like others: the fingers and the head may stand where they touch something.
   EXPECT_THAT(
-      Internal(Parse(Arm(), options)).collisionPairs(),
+      Internal(Parse(Arm(), options)).collision().pairs,
       ElementsAre(Pair("base", "b"), Pair("base", "hand"), Pair("base", "left"), Pair("base", "right"),
                   Pair("a", "left"), Pair("a", "right"), Pair("a", "head"), Pair("b", "head"),
                   Pair("hand", "head"), Pair("left", "right"), Pair("left", "head"), Pair("right", "head")));
@@ -512,7 +512,7 @@ TEST(RobotFile, PairsThatMustNotTouch) {
       "<disable_collisions link1='b' link2='base'/><disable_collisions link1='base' link2='hand'/>"
       "<disable_collisions link1='head' link2='a'/><disable_collisions link1='a' link2='left'/>";
   EXPECT_THAT(
-      Internal(Parse(Arm(), options, srdf)).collisionPairs(),
+      Internal(Parse(Arm(), options, srdf)).collision().pairs,
       ElementsAre(Pair("base", "a"), Pair("base", "left"), Pair("base", "right"), Pair("base", "head"),
                   Pair("a", "b"), Pair("a", "hand"), Pair("a", "right"), Pair("b", "left"),
                   Pair("b", "right"), Pair("b", "head"), Pair("hand", "left"), Pair("hand", "right"),

@@ -43,8 +43,8 @@ struct Shape {
 
 std::vector<Shape> ShapesOf(const RobotDescriptionInternal& robot, const Kinematics& kinematics) {
   std::vector<Shape> shapes;
-  for (const std::string& frame : robot.collisionFrameNames()) {
-    std::vector<Sphere> spheres = robot.collisionSpheres(frame);
+  for (const std::string& frame : robot.collision().frames) {
+    std::vector<Sphere> spheres = robot.collision().spheresOf(frame);
     const Sphere bound = math::ComputeBoundingSphere(spheres);
     shapes.push_back({frame, kinematics.frame(frame).index(), std::move(spheres), bound});
   }
@@ -343,23 +343,6 @@ std::vector<FramePair> ClassifyFramePairs(const RobotDescription& robot, const F
     }
   }
   return pairs;
-}
-
-std::unique_ptr<RobotDescription> WithCollisionPairs(
-    const RobotDescription& robot, const std::vector<std::pair<std::string, std::string>>& pairs) {
-  const RobotDescriptionInternal& description = Internal(robot);
-  std::set<std::pair<std::string, std::string>> known;
-  std::vector<std::pair<std::string, std::string>> distinct;
-  for (const auto& [frame_a, frame_b] : pairs) {
-    // An unknown name is a fatal error that lists those there are.
-    description.model().frame(frame_a);
-    description.model().frame(frame_b);
-    KAVO_CHECK(frame_a != frame_b, kFile, 2) << "Frame \"" << frame_a << "\" cannot collide with itself.";
-    if (known.insert(std::minmax(frame_a, frame_b)).second) {
-      distinct.emplace_back(frame_a, frame_b);
-    }
-  }
-  return description.withCollisionPairs(std::move(distinct));
 }
 
 }  // namespace kavo

@@ -1,9 +1,7 @@
 #pragma once
 
 #include <cstdint>
-#include <memory>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "kavo/kinematics/interface/robot_description.h"
@@ -67,11 +65,5 @@ struct FramePairOptions {
 //! @endcode
 KAVO_EXPORT std::vector<FramePair> ClassifyFramePairs(const RobotDescription& robot,
                                                       const FramePairOptions& options = {});
-
-//! The same robot, with these pairs of frames that must not touch each other instead of its own. Descriptions
-//! as above; fatal for an unknown frame and for a pair of a frame with itself. A pair given twice, in either
-//! order, counts once.
-KAVO_EXPORT std::unique_ptr<RobotDescription> WithCollisionPairs(
-    const RobotDescription& robot, const std::vector<std::pair<std::string, std::string>>& pairs);
 
 }  // namespace kavo

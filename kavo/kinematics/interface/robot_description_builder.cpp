@@ -222,11 +222,7 @@ class Assembly {
     KAVO_CHECK(std::isfinite(sphere.radius) && sphere.radius > 0.0, kFile, 190)
         << "A collision sphere of frame \"" << frame_name << "\" has the radius " << sphere.radius
         << "; it must be positive and finite.";
-    std::vector<math::Sphere>& spheres = data_.collision_spheres[frame_name];
-    if (spheres.empty()) {
-      data_.collision_frame_names.push_back(frame_name);
-    }
-    spheres.push_back(sphere);
+    data_.collision.addSphere(frame_name, sphere);
   }
 
   void AddPair(const std::string& frame_a, const std::string& frame_b) {
@@ -237,7 +233,7 @@ class Assembly {
     }
     KAVO_CHECK(frame_a != frame_b, kFile, 261) << "A collision pair names frame \"" << frame_a << "\" twice.";
     if (known_pairs_.insert(std::minmax(frame_a, frame_b)).second) {
-      data_.collision_pairs.emplace_back(frame_a, frame_b);
+      data_.collision.pairs.emplace_back(frame_a, frame_b);
     }
   }
 

@@ -27,16 +27,4 @@ std::unique_ptr<Kinematics> RobotDescriptionInternal::kinematics() const {
   return std::make_unique<KinematicsInternal>(data_.kinematics);
 }
 
-std::unique_ptr<RobotDescription> RobotDescriptionInternal::withCollisionPairs(
-    std::vector<std::pair<std::string, std::string>> pairs) const {
-  Data data = data_;
-  data.collision_pairs = std::move(pairs);
-  return std::make_unique<RobotDescriptionInternal>(std::move(data));
-}
-
-std::vector<math::Sphere> RobotDescriptionInternal::collisionSpheres(const std::string& frame_name) const {
-  const auto found = data_.collision_spheres.find(frame_name);
-  return found == data_.collision_spheres.end() ? std::vector<math::Sphere>() : found->second;
-}
-
 }  // namespace kavo

@@ -4,14 +4,13 @@
 #include <cstddef>
 #include <memory>
 #include <string>
-#include <unordered_map>
-#include <utility>
 #include <vector>
 
+#include "kavo/kinematics/interface/collision_model.h"
 #include "kavo/kinematics/interface/joint_limits.h"
 #include "kavo/kinematics/interface/robot_description.h"
+#include "kavo/kinematics/interface/robot_variants.h"
 #include "kavo/kinematics/kinematics.h"
-#include "kavo/math/sphere.h"
 #include "kavo/util/export.h"
 
 namespace kavo {
@@ -26,14 +25,11 @@ class KAVO_EXPORT RobotDescriptionInternal : public RobotDescription {
     std::vector<std::string> coordinate_names;
     std::vector<kinematics::JointLimits> joint_limits;
     Eigen::VectorXd default_configuration;
-    //! Frames that carry spheres, in the order in which each got its first one.
-    std::vector<std::string> collision_frame_names;
-    //! Centres in the frame's own coordinates.
-    std::unordered_map<std::string, std::vector<math::Sphere>> collision_spheres;
-    //! Frames that must not touch each other, each pair once.
-    std::vector<std::pair<std::string, std::string>> collision_pairs = {};
+    CollisionModel collision;
     //! Ascending.
     std::vector<Eigen::Index> periodic_coordinates = {};
+    //! In the order attached: the last frames of the kinematics.
+    std::vector<AttachedBody> attached = {};
   };
 
   explicit RobotDescriptionInternal(Data data);
@@ -44,23 +40,16 @@ class KAVO_EXPORT RobotDescriptionInternal : public RobotDescription {
   Eigen::VectorXd defaultCSpaceConfiguration() const override;
   std::unique_ptr<Kinematics> kinematics() const override;
 
-  //! The frames that carry collision spheres.
-  const std::vector<std::string>& collisionFrameNames() const { return data_.collision_frame_names; }
-  //! The spheres of a frame, centres in the frame's coordinates; empty for a frame that has none.
-  std::vector<math::Sphere> collisionSpheres(const std::string& frame_name) const;
-  //! The pairs of frames that must not touch each other, in the order added; empty for most robots.
-  const std::vector<std::pair<std::string, std::string>>& collisionPairs() const {
-    return data_.collision_pairs;
-  }
+  //! The collision geometry; empty of pairs for most robots.
+  const CollisionModel& collision() const { return data_.collision; }
   //! See `ExtractPeriodicCoordinates`.
   const std::vector<Eigen::Index>& periodicCoordinates() const { return data_.periodic_coordinates; }
-  //! The same robot with other pairs, which the caller has checked.
-  std::unique_ptr<RobotDescription> withCollisionPairs(
-      std::vector<std::pair<std::string, std::string>> pairs) const;
   //! The kinematic model.
   const kinematics::Kinematics& model() const { return data_.kinematics; }
   //! The limits of the joints, in coordinate order.
   const std::vector<kinematics::JointLimits>& jointLimits() const { return data_.joint_limits; }
+  //! All of it.
+  const Data& data() const { return data_; }
 
  private:
   Data data_;

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "kavo/kinematics/interface/robot_description_internal.h"
+#include "kavo/kinematics/interface/robot_variants.h"
 #include "kavo/util/log_message.h"
 
 namespace kavo::planning {
@@ -16,6 +17,13 @@ const RobotDescription& Given(const RobotDescription* robot_description) {
   KAVO_CHECK(robot_description != nullptr, "motion_planning/environment/robot_environment_config", 20)
       << "No robot description was given.";
   return *robot_description;
+}
+
+const RobotDescriptionInternal& Internal(const RobotDescription* robot_description) {
+  const auto* const internal = dynamic_cast<const RobotDescriptionInternal*>(&Given(robot_description));
+  KAVO_CHECK(internal != nullptr, "motion_planning/environment/robot_environment_config", 115)
+      << "The robot description is not of this library's making.";
+  return *internal;
 }
 
 }  // namespace
@@ -34,14 +42,9 @@ RobotEnvironmentConfig::RobotEnvironmentConfig(const RobotDescription* robot_des
       num_joints_(static_cast<int>(kinematics_->numCSpaceCoords())),
       joint_limits_(ExtractJointLimits(robot_description)),
       periodic_coordinates_(ExtractPeriodicCoordinates(robot_description)),
-      task_space_frame_(kinematics_->frame(kinematics_->frameNames().back())) {
+      task_space_frame_(kinematics_->frame(LastOwnFrame(*robot_description))) {
   ValidateInput();
   AddCollisionSpheres(robot_description);
-}
-
-std::vector<math::Sphere> RobotEnvironmentConfig::CollisionSpheres(const std::string& frame_name) const {
-  const auto found = collision_spheres_.find(frame_name);
-  return found != collision_spheres_.end() ? found->second : std::vector<math::Sphere>{};
 }
 
 std::optional<kavo::Kinematics::FrameHandle> RobotEnvironmentConfig::SetTaskSpaceFrame(
@@ -63,11 +66,21 @@ void RobotEnvironmentConfig::SetTaskSpaceLimits(kinematics::ConfigurationLimits 
 }
 
 void RobotEnvironmentConfig::AddCollisionSphere(const std::string& frame_name, const math::Sphere& sphere) {
-  const auto [entry, is_first] = collision_spheres_.try_emplace(frame_name);
-  if (is_first) {
-    collision_frame_names_.push_back(frame_name);
-  }
-  entry->second.push_back(sphere);
+  collision_.addSphere(frame_name, sphere);
+}
+
+void RobotEnvironmentConfig::SetRobot(const RobotDescription* robot_description) {
+  const RobotDescriptionInternal& robot = Internal(robot_description);
+  const std::vector<kinematics::JointLimits> limits = robot.jointLimits();
+  const bool fits = std::equal(limits.begin(), limits.end(), joint_limits_.begin(), joint_limits_.end(),
+                               [](const auto& a, const auto& b) { return a.min == b.min && a.max == b.max; });
+  KAVO_CHECK(fits, "motion_planning/environment/robot_environment_config", 90)
+      << "Another form of a robot must have the same coordinates and limits.";
+  const std::string task_space_frame =
+      kinematics_->frameNames()[static_cast<std::size_t>(task_space_frame_.index())];
+  kinematics_ = robot.kinematics();
+  task_space_frame_ = kinematics_->frame(task_space_frame);
+  collision_ = robot.collision();
 }
 
 void RobotEnvironmentConfig::ValidateInput() const {
@@ -82,26 +95,31 @@ void RobotEnvironmentConfig::ValidateInput() const {
 }
 
 void RobotEnvironmentConfig::AddCollisionSpheres(const RobotDescription* robot_description) {
-  const auto* const internal = dynamic_cast<const RobotDescriptionInternal*>(&Given(robot_description));
-  KAVO_CHECK(internal != nullptr, "motion_planning/environment/robot_environment_config", 115)
-      << "The robot description is not of this library's making.";
-  const RobotDescriptionInternal& description = *internal;
-  for (const std::string& frame_name : description.collisionFrameNames()) {
-    for (const math::Sphere& sphere : description.collisionSpheres(frame_name)) {
+  const CollisionModel& added = Internal(robot_description).collision();
+  if (collision_.frames.empty() && collision_.pairs.empty()) {
+    collision_ = added;
+    return;
+  }
+  for (const std::string& frame_name : added.frames) {
+    for (const math::Sphere& sphere : added.spheresOf(frame_name)) {
       AddCollisionSphere(frame_name, sphere);
     }
   }
-  if (collision_pairs_.empty()) {
-    collision_pairs_ = description.collisionPairs();
-    return;
-  }
-  for (const std::pair<std::string, std::string>& pair : description.collisionPairs()) {
+  for (const std::pair<std::string, std::string>& pair : added.pairs) {
     const auto& [a, b] = pair;
-    if (std::find(collision_pairs_.begin(), collision_pairs_.end(), pair) == collision_pairs_.end() &&
-        std::find(collision_pairs_.begin(), collision_pairs_.end(), std::pair(b, a)) ==
-            collision_pairs_.end()) {
-      collision_pairs_.push_back(pair);
+    const auto& pairs = collision_.pairs;
+    if (std::find(pairs.begin(), pairs.end(), pair) == pairs.end() &&
+        std::find(pairs.begin(), pairs.end(), std::pair(b, a)) == pairs.end()) {
+      collision_.pairs.push_back(pair);
     }
+  }
+  for (const auto& [frame_name, padding] : added.paddings) {
+    double& known = collision_.paddings[frame_name];
+    known = std::max(known, padding);
+  }
+  for (const auto& [frame_name, obstacles] : added.allowed_obstacles) {
+    std::vector<std::string>& known = collision_.allowed_obstacles[frame_name];
+    known.insert(known.end(), obstacles.begin(), obstacles.end());
   }
 }
 

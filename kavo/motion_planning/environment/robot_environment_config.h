@@ -1,13 +1,13 @@
 #pragma once
 
 #include <Eigen/Core>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "kavo/kinematics/interface/collision_model.h"
 #include "kavo/kinematics/interface/configuration_limits.h"
 #include "kavo/kinematics/interface/joint_limits.h"
 #include "kavo/kinematics/interface/kinematics.h"
@@ -42,7 +42,7 @@ class KAVO_EXPORT RobotEnvironmentConfig {
   //! Number of c-space coordinates of the kinematics.
   int NumJoints() const { return static_cast<int>(kinematics_->numCSpaceCoords()); }
   //! Names of the frames that carry collision spheres, in the order in which each got its first one.
-  const std::vector<std::string>& FrameNames() const { return collision_frame_names_; }
+  const std::vector<std::string>& FrameNames() const { return collision_.frames; }
   //! Names of all frames of the kinematics.
   std::vector<std::string> GetFrameNames() const { return kinematics_->frameNames(); }
   //! In coordinate order, radians or metres.
@@ -51,9 +51,13 @@ class KAVO_EXPORT RobotEnvironmentConfig {
   const std::vector<Eigen::Index>& PeriodicCoordinates() const { return periodic_coordinates_; }
   //! The spheres of a frame in the frame's coordinates (metres), in the order added; empty for a frame
   //! without any.
-  std::vector<math::Sphere> CollisionSpheres(const std::string& frame_name) const;
+  std::vector<math::Sphere> CollisionSpheres(const std::string& frame_name) const {
+    return collision_.spheresOf(frame_name);
+  }
   //! The pairs of frames of the description that must not touch each other.
-  const std::vector<std::pair<std::string, std::string>>& CollisionPairs() const { return collision_pairs_; }
+  const std::vector<std::pair<std::string, std::string>>& CollisionPairs() const { return collision_.pairs; }
+  //! All of the collision geometry, also paddings and what may touch which obstacles.
+  const CollisionModel& Collision() const { return collision_; }
   //! The frame whose position is the task-space position.
   kavo::Kinematics::FrameHandle GetTaskSpaceFrame() const { return task_space_frame_; }
   //! The box to sample in task space, relative to the robot base (metres); empty until one was set.
@@ -74,6 +78,12 @@ class KAVO_EXPORT RobotEnvironmentConfig {
   //! \param robot_description As for the constructor.
   void AddCollisionSpheres(const RobotDescription* robot_description);
 
+  //! Goes over to another form of the robot, such as one that holds something (see robot_variants.h): its
+  //! kinematics and its collision geometry take the place of those that are there, also of spheres that were
+  //! added. Fatal unless it has the same coordinates and limits, and the task-space frame.
+  //! \param robot_description As for the constructor.
+  void SetRobot(const RobotDescription* robot_description);
+
   //! A fatal error unless there are as many joint limits and distance weights as joints. Called when the
   //! configuration is made; the weights may have been changed since.
   void ValidateInput() const;
@@ -91,9 +101,7 @@ class KAVO_EXPORT RobotEnvironmentConfig {
   std::vector<kinematics::JointLimits> joint_limits_;
   std::vector<Eigen::Index> periodic_coordinates_;
   std::optional<kinematics::ConfigurationLimits> task_space_limits_;
-  std::vector<std::string> collision_frame_names_;
-  std::map<std::string, std::vector<math::Sphere>> collision_spheres_;
-  std::vector<std::pair<std::string, std::string>> collision_pairs_;
+  CollisionModel collision_;
   kavo::Kinematics::FrameHandle task_space_frame_;
 };
 

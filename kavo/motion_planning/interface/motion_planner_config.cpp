@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include "kavo/kinematics/interface/robot_variants.h"
 #include "kavo/motion_planning/interface/yaml_conversions_internal.h"
 #include "kavo/util/log_message.h"
 
@@ -46,7 +47,7 @@ const RobotDescription& Given(const std::shared_ptr<RobotDescription>& robot_des
 MotionPlannerConfig::MotionPlannerConfig(const std::shared_ptr<RobotDescription>& robot_description)
     : distance_metric_weights(
           Eigen::VectorXd::Ones(static_cast<Eigen::Index>(Given(robot_description).numCSpaceCoords()))),
-      task_space_frame_name(robot_description->kinematics()->frameNames().back()),
+      task_space_frame_name(LastOwnFrame(*robot_description)),
       tesk_tree_config(DefaultTeskTreeConfig(static_cast<int>(robot_description->numCSpaceCoords()))) {}
 
 const char* ToString(CSpacePlanner planner) {

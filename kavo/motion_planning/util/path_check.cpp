@@ -29,10 +29,10 @@ class Checker {
       : limits_(ExtractJointLimits(&robot)), kinematics_(robot.kinematics()), world_view_(world_view) {
     // `ExtractJointLimits` has refused any other kind.
     const auto& description = dynamic_cast<const RobotDescriptionInternal&>(robot);
-    for (const std::string& frame : description.collisionFrameNames()) {
-      shapes_.push_back({frame, kinematics_->frame(frame), description.collisionSpheres(frame), {}});
+    for (const std::string& frame : description.collision().frames) {
+      shapes_.push_back({frame, kinematics_->frame(frame), description.collision().spheresOf(frame), {}});
     }
-    for (const auto& [frame_a, frame_b] : description.collisionPairs()) {
+    for (const auto& [frame_a, frame_b] : description.collision().pairs) {
       const auto a = FindShape(frame_a);
       const auto b = FindShape(frame_b);
       if (a != shapes_.size() && b != shapes_.size()) {

@@ -115,9 +115,9 @@ class Arm {
     };
     // By frame: its first sphere, and the one after its last.
     std::vector<std::pair<std::size_t, std::size_t>> ranges(plan.frames.size());
-    for (const std::string& name : robot.collisionFrameNames()) {
+    for (const std::string& name : robot.collision().frames) {
       const auto frame = static_cast<std::size_t>(kinematics_->frame(name).index());
-      const std::vector<math::Sphere> spheres = robot.collisionSpheres(name);
+      const std::vector<math::Sphere> spheres = robot.collision().spheresOf(name);
       ranges[frame].first = balls_.size();
       for (std::size_t i = 0; i < spheres.size(); ++i) {
         // What touches nothing is left out.
@@ -129,8 +129,8 @@ class Arm {
       ranges[frame].second = balls_.size();
     }
     // Pointers into it are kept.
-    linkages_.reserve(robot.collisionPairs().size());
-    for (const auto& [name_a, name_b] : robot.collisionPairs()) {
+    linkages_.reserve(robot.collision().pairs.size());
+    for (const auto& [name_a, name_b] : robot.collision().pairs) {
       const auto a = static_cast<std::size_t>(kinematics_->frame(name_a).index());
       const auto b = static_cast<std::size_t>(kinematics_->frame(name_b).index());
       linkages_.push_back(Between(chain(a), chain(b)));

@@ -10,7 +10,6 @@
 #include "kavo/kinematics/interface/robot_description_builder.h"
 #include "kavo/kinematics/interface/robot_description_internal.h"
 #include "tests/kinematics/random_robot.h"
-#include "tests/support/fatal.h"
 #include "tests/support/vectors.h"
 
 namespace kavo {
@@ -80,22 +79,6 @@ TEST(FramePairs, NothingIsProvenThatTouchesSomewhere) {
   }
   EXPECT_GT(num_proven, 50);
   EXPECT_GT(num_found, 20);
-}
-
-TEST(FramePairs, TakeThePlaceOfARobotsOwn) {
-  const auto arm = LoadThreeLinkArmRobotDescription();
-  const auto with_pairs = WithCollisionPairs(*arm, {{"link3", "link1"}, {"link1", "link3"}});
-  using Pairs = std::vector<std::pair<std::string, std::string>>;
-  EXPECT_EQ(dynamic_cast<const RobotDescriptionInternal&>(*with_pairs).collisionPairs(),
-            (Pairs{{"link3", "link1"}}));
-  EXPECT_EQ(with_pairs->defaultCSpaceConfiguration(), arm->defaultCSpaceConfiguration());
-  const std::string file = "kinematics/interface/frame_pairs";
-  testing::ExpectFatal(
-      [&] {
-        WithCollisionPairs(*arm, {{"link1", "link1"}});
-      },
-      "frame_a != frame_b", file, 2, "Frame \"link1\" cannot collide with itself.");
-  EXPECT_THROW(WithCollisionPairs(*arm, {{"link1", "link9"}}), util::FatalError);
 }
 
 }  // namespace

@@ -49,7 +49,7 @@ TEST(ThreeLinkArm, IsAPlanarArm) {
   EXPECT_LT((tip - Eigen::Vector3d(0.4, 0.8, 0.0)).cwiseAbs().maxCoeff(), 1e-15);
   for (const auto& [frame, length] :
        {std::pair("link1", 1.0), std::pair("link2", 0.8), std::pair("link3", 0.6)}) {
-    const std::vector<math::Sphere> spheres = Internal(*arm).collisionSpheres(frame);
+    const std::vector<math::Sphere> spheres = Internal(*arm).collision().spheresOf(frame);
     // Every ring of a rod of 0.03 m around the link lies in some sphere.
     for (int i = 0; i <= 200; ++i) {
       const double x = length * i / 200.0;

@@ -26,16 +26,16 @@ class PlainCheck {
         return false;
       }
     }
-    for (const std::string& frame : robot_.collisionFrameNames()) {
-      for (const math::Sphere& sphere : robot_.collisionSpheres(frame)) {
+    for (const std::string& frame : robot_.collision().frames) {
+      for (const math::Sphere& sphere : robot_.collision().spheresOf(frame)) {
         if (view_.inCollision(base_ * Pose(q, frame) * sphere.center, sphere.radius)) {
           return false;
         }
       }
     }
-    for (const auto& [a, b] : robot_.collisionPairs()) {
-      for (const math::Sphere& sphere_a : robot_.collisionSpheres(a)) {
-        for (const math::Sphere& sphere_b : robot_.collisionSpheres(b)) {
+    for (const auto& [a, b] : robot_.collision().pairs) {
+      for (const math::Sphere& sphere_a : robot_.collision().spheresOf(a)) {
+        for (const math::Sphere& sphere_b : robot_.collision().spheresOf(b)) {
           const Eigen::Vector3d d = Pose(q, a) * sphere_a.center - Pose(q, b) * sphere_b.center;
           if (std::sqrt(d[0] * d[0] + d[1] * d[1] + d[2] * d[2]) <= sphere_a.radius + sphere_b.radius) {
             return false;

@@ -88,9 +88,9 @@ TEST_P(MotionTest, AcceptsNothingThatTouches) {
     test::RandomScene scene(static_cast<std::uint32_t>(round));
     World world;
     const auto& model = dynamic_cast<const RobotDescriptionInternal&>(*description);
-    if (const auto frames = model.collisionFrameNames(); !frames.empty() && round % 7 != 0) {
+    if (const auto frames = model.collision().frames; !frames.empty() && round % 7 != 0) {
       const auto& frame = frames[engine() % frames.size()];
-      const auto spheres = model.collisionSpheres(frame);
+      const auto spheres = model.collision().spheresOf(frame);
       math::Sphere sphere = spheres[engine() % spheres.size()];
       sphere.center =
           math::RigidTransform(base) *

@@ -32,12 +32,12 @@ Eigen::VectorXd AddPin(const RobotDescription& robot, const Eigen::VectorXd& fro
                        std::mt19937& engine, World& world) {
   const auto& description = dynamic_cast<const RobotDescriptionInternal&>(robot);
   const Eigen::VectorXd q = from + (to - from) * RandomVec(engine, 1, 0.0, 1.0)[0];
-  const auto& frames = description.collisionFrameNames();
+  const auto& frames = description.collision().frames;
   if (frames.empty()) {
     return q;
   }
   const std::string& frame = frames[engine() % frames.size()];
-  const math::Sphere ball = description.collisionSpheres(frame).front();
+  const math::Sphere ball = description.collision().spheresOf(frame).front();
   const auto kinematics = robot.kinematics();
   const auto center = [&](const Eigen::VectorXd& at) {
     return kinematics->pose(at, kinematics->frame(frame)) * ball.center;
