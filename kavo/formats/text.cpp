@@ -9,7 +9,7 @@
 
 namespace kavo::formats {
 
-std::string ReadTextFile(const std::string& file, std::size_t max_size) {
+std::string ReadFile(const std::string& file, std::size_t max_size) {
   std::ifstream stream(file, std::ios::binary);
   std::string text;
   std::array<char, 1 << 16> block;
@@ -24,6 +24,11 @@ std::string ReadTextFile(const std::string& file, std::size_t max_size) {
   if (!stream.eof() || stream.bad()) {
     throw FileError(file, 0, "cannot be read");
   }
+  return text;
+}
+
+std::string ReadTextFile(const std::string& file, std::size_t max_size) {
+  std::string text = ReadFile(file, max_size);
   constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
   if (text.compare(0, kByteOrderMark.size(), kByteOrderMark) == 0) {
     text.erase(0, kByteOrderMark.size());

@@ -13,9 +13,14 @@ inline constexpr std::size_t kMaxSceneSize = std::size_t{256} << 20;
 inline constexpr std::size_t kMaxYamlSize = std::size_t{256} << 20;
 inline constexpr std::size_t kMaxXmlSize = std::size_t{16} << 20;
 inline constexpr std::size_t kMaxPathSize = std::size_t{32} << 20;
+inline constexpr std::size_t kMaxMeshSize = std::size_t{256} << 20;
+inline constexpr std::size_t kMaxMeshTriangles = 2000000;
 
-//! The bytes of a file, without a byte-order mark. Throws `FileError` if it cannot be read (a directory
-//! cannot) and for one of more bytes than the maximum, without reading on: it may have no end.
+//! The bytes of a file. Throws `FileError` if it cannot be read (a directory cannot) and for one of more
+//! bytes than the maximum, without reading on: it may have no end.
+std::string ReadFile(const std::string& file, std::size_t max_size);
+
+//! The same without a byte-order mark.
 std::string ReadTextFile(const std::string& file, std::size_t max_size);
 
 //! Replaces a file. Throws `FileError` if it cannot be written to the end.
