@@ -136,14 +136,25 @@ Pose3 ReadOrigin(const XmlFile& xml, const Element& element) {
   return {RotationFromRpy(vector("rpy")), vector("xyz")};
 }
 
+// Refuses macros: another program expands them.
+void CheckExpanded(const XmlFile& xml) {
+  for (const tinyxml2::XMLNode* node = &xml.root(); node != nullptr;) {
+    const Element* const element = node->ToElement();
+    if (element != nullptr && std::string(element->Name()).rfind("xacro:", 0) == 0) {
+      xml.fail(*element, "<" + std::string(element->Name()) + ">",
+               "a URDF in which xacro has been expanded: xacro " + xml.file() + " > robot.urdf");
+    }
+    // The next one in the order of the file.
+    const tinyxml2::XMLNode* next = node->FirstChild();
+    for (; next == nullptr && node != &xml.root(); node = node->Parent()) {
+      next = node->NextSibling();
+    }
+    node = next;
+  }
+}
+
 // The links and joints with everything that can be said about them one by one.
 Outline ReadOutline(const XmlFile& xml) {
-  for (const Element* child = xml.root().FirstChildElement(); child != nullptr;
-       child = child->NextSiblingElement()) {
-    if (std::string(child->Name()).rfind("xacro:", 0) == 0) {
-      xml.fail(*child, "<" + std::string(child->Name()) + ">", "a URDF in which xacro has been expanded");
-    }
-  }
   Outline outline;
   outline.links = XmlFile::children(xml.root(), "link");
   outline.joints = XmlFile::children(xml.root(), "joint");
@@ -387,6 +398,14 @@ Urdf::Collision ReadCollision(const XmlFile& xml, const Element& element, const 
     collision.length = cylinder->length;
     check(cylinder->radius);
     check(cylinder->length);
+  } else if (const auto* const mesh = dynamic_cast<const urdf::Mesh*>(&geometry)) {
+    collision.mesh = mesh->filename;
+    collision.scale = {mesh->scale.x, mesh->scale.y, mesh->scale.z};
+    for (const double factor : {mesh->scale.x, mesh->scale.y, mesh->scale.z}) {
+      if (!std::isfinite(factor) || factor == 0.0) {
+        xml.fail(element, "a mesh scaled by " + NumberText(factor), "factors that are finite and not zero");
+      }
+    }
   }
   if (!is_good) {
     xml.fail(element, "a collision solid with a size that is not positive", "positive lengths");
@@ -473,6 +492,7 @@ void ReadMimics(const XmlFile& xml, const Outline& outline, const std::vector<st
 
 Urdf ParseUrdf(const std::string& text, const std::string& file) {
   const XmlFile xml(text, file, "robot");
+  CheckExpanded(xml);
   Urdf urdf;
   urdf.file = file;
   urdf.name = xml.attribute(xml.root(), "name");

@@ -29,6 +29,9 @@ struct Urdf {
     //! Of a sphere or a cylinder; the cylinder's axis is z.
     double radius = 0.0;
     double length = 0.0;
+    //! Of a mesh: its file as the URDF names it, and its scale by axis, finite and not zero.
+    std::string mesh;
+    Eigen::Vector3d scale = Eigen::Vector3d::Ones();
   };
 
   struct Link {
