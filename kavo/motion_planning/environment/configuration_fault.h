@@ -26,7 +26,7 @@ struct ConfigurationFault {
     std::string frame;
     //! Index among the spheres of the frame.
     std::size_t sphere;
-    //! Centre in the world, and radius. Metres.
+    //! Centre in the world, and radius with the padding of the frame. Metres.
     Eigen::Vector3d center;
     double radius;
     //! The obstacle that it reaches deepest into.

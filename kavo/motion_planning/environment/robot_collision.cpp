@@ -27,9 +27,17 @@ double Gap(const math::Sphere& sphere_a, const math::RigidTransform& frame_a, co
 
 }  // namespace
 
+RobotCollision::RobotCollision(const RobotEnvironmentConfig& config) : world_view_(config.world_view) {
+  SetRobot(config);
+}
+
 // Frames with larger indices lie farther along the chain and are checked first: they collide most often.
-RobotCollision::RobotCollision(const RobotEnvironmentConfig& config)
-    : world_view_(config.world_view), kinematics_(config.Kinematics()) {
+void RobotCollision::SetRobot(const RobotEnvironmentConfig& config) {
+  ++revision_;
+  kinematics_ = config.Kinematics();
+  collections_.clear();
+  pairs_.clear();
+  fixed_collections_.clear();
   const std::vector<std::string>& names = config.FrameNames();
   const std::vector<util::IndexedValue> order = util::Sort(
       names,
@@ -47,7 +55,7 @@ RobotCollision::RobotCollision(const RobotEnvironmentConfig& config)
           << center.transpose() << "], must be finite, its radius not negative.";
     }
     const math::Sphere bounding_sphere = math::ComputeBoundingSphere(spheres, math::SebbMethod::kSmallest);
-    collections_.push_back({name, std::move(spheres), bounding_sphere});
+    collections_.push_back({name, std::move(spheres), bounding_sphere, config.Collision().paddingOf(name)});
     frames.push_back(kinematics_->frame(name));
   }
   sweep_ = kinematics_->frameSweep(frames);
@@ -59,6 +67,9 @@ RobotCollision::RobotCollision(const RobotEnvironmentConfig& config)
   const auto& model = dynamic_cast<const KinematicsInternal&>(*kinematics_).model();
   const kinematics::Kinematics::Plan plan = model.plan(indices);
   lane_sweep_ = std::make_unique<kinematics::internal::LaneSweep>(plan);
+  if (base_) {
+    lane_sweep_->setBase(*base_);
+  }
   q_.resize(config.NumJoints());
 
   const auto find = [this](const std::string& name) {
@@ -135,7 +146,8 @@ void RobotCollision::LookAtFixedFrames() {
 }
 
 bool RobotCollision::CollectionTouches(const Collection& collection, const math::RigidTransform& pose,
-                                       double kept) const {
+                                       double clearance) const {
+  const double kept = collection.padding + clearance;
   if (!world_view_.inCollision(pose * collection.bounding_sphere.center,
                                collection.bounding_sphere.radius + kept)) {
     return false;
@@ -255,13 +267,13 @@ std::optional<ConfigurationFault::Contact> RobotCollision::DeepestContact(const 
     for (std::size_t k = 0; k < collections_[i].spheres.size(); ++k) {
       const math::Sphere& sphere = collections_[i].spheres[k];
       const Eigen::Vector3d center = pose * sphere.center;
-      if (!world_view_.inCollision(center, sphere.radius)) {
+      const double reach = sphere.radius + collections_[i].padding;
+      if (!world_view_.inCollision(center, reach)) {
         continue;
       }
       const std::optional<WorldView::Nearest> nearest = world_view_.nearestObstacle(center);
-      if (nearest && (!deepest || sphere.radius - nearest->distance > deepest->depth)) {
-        deepest = {collections_[i].frame_name,       k, center, sphere.radius, nearest->obstacle, {},
-                   sphere.radius - nearest->distance};
+      if (nearest && (!deepest || reach - nearest->distance > deepest->depth)) {
+        deepest = {collections_[i].frame_name, k, center, reach, nearest->obstacle, {}, reach - nearest->distance};
       }
     }
   }

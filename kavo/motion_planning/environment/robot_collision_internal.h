@@ -42,6 +42,9 @@ class RobotCollision {
   //! An unknown frame name among the collision spheres is a fatal error.
   explicit RobotCollision(const RobotEnvironmentConfig& config);
 
+  //! Goes over to the robot of another configuration; the world and the base stay.
+  void SetRobot(const RobotEnvironmentConfig& config);
+
   void UpdateWorldView() { world_view_.update(); }
   void SetBasePose(const Pose3& base_pose);
 
@@ -80,11 +83,13 @@ class RobotCollision {
     std::string frame_name;
     std::vector<math::Sphere> spheres;
     math::Sphere bounding_sphere;
+    // How far from obstacles they have to stay.
+    double padding = 0.0;
   };
 
   void LookAtFixedFrames();
   bool CollectionTouches(const Collection& collection, const math::RigidTransform& pose,
-                         double kept = 0.0) const;
+                         double clearance = 0.0) const;
   bool TouchesItself(const std::vector<math::RigidTransform>& frames) const;
   bool MayTouch(std::size_t a, std::size_t b, const std::vector<math::RigidTransform>& frames) const;
 

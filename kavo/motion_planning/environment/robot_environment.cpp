@@ -21,6 +21,7 @@ class RobotEnvironmentImpl final : public RobotEnvironment {
  public:
   explicit RobotEnvironmentImpl(const RobotEnvironmentConfig& config)
       : RobotEnvironment(internal::RobotCollision::kBatch, config.PeriodicCoordinates()),
+        config_(config),
         dimension_(static_cast<std::size_t>(config.NumJoints())),
         distance_metric_(
             WithPeriods(WeightedSquaredL2Norm(config.distance_weights), config.PeriodicCoordinates())),
@@ -118,6 +119,15 @@ class RobotEnvironmentImpl final : public RobotEnvironment {
   }
 
   Eigen::VectorXd MotionSpeeds() const override { return collision_.MotionSpeeds(); }
+
+  void SetRobot(const RobotDescription& robot) override {
+    RobotEnvironmentConfig config = config_;
+    config.SetRobot(&robot);
+    collision_.SetRobot(config);
+    kinematics_ = config.Kinematics();
+    task_space_frame_ = config.GetTaskSpaceFrame();
+    config_ = std::move(config);
+  }
 
   std::optional<Eigen::VectorXd> SampleConfiguration() const override {
     for (std::uint64_t attempt = 0; attempt < max_sampling_attempts_; ++attempt) {
@@ -225,6 +235,7 @@ class RobotEnvironmentImpl final : public RobotEnvironment {
     }
   }
 
+  RobotEnvironmentConfig config_;
   std::size_t dimension_;
   DistanceMetric distance_metric_;
   kinematics::ConfigurationLimits limits_;
@@ -248,6 +259,11 @@ class RobotEnvironmentImpl final : public RobotEnvironment {
 };
 
 }  // namespace
+
+void RobotEnvironment::SetRobot(const RobotDescription&) {
+  KAVO_CHECK(false, "motion_planning/environment/robot_environment", 190)
+      << "This environment knows its robot in one form only.";
+}
 
 std::shared_ptr<RobotEnvironment> CreateRobotEnvironment(const RobotEnvironmentConfig& config) {
   return std::make_shared<RobotEnvironmentImpl>(config);

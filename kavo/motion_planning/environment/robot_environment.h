@@ -83,6 +83,11 @@ class KAVO_EXPORT RobotEnvironment : public Environment {
   //! default does not know, and takes all for equal.
   virtual Eigen::VectorXd MotionSpeeds() const { return Eigen::VectorXd::Ones(CSpaceDimension()); }
 
+  //! Goes over to another form of the robot (see robot_variants.h), such as one that holds something; as
+  //! `RobotEnvironmentConfig::SetRobot`. Random sequences go on where they are. An environment that has not
+  //! overridden this default knows no other form: a fatal error.
+  virtual void SetRobot(const RobotDescription& robot);
+
  protected:
   using Environment::Environment;
 };

@@ -149,6 +149,14 @@ class KAVO_EXPORT MotionPlanner {
   //! lifts it. See `StopAfter`. It must not call the planner; an exception that it throws leaves the query.
   virtual void setStopCondition(StopCondition stop_condition) = 0;
 
+  //! The robot that is planned for.
+  virtual std::shared_ptr<RobotDescription> robot() const = 0;
+
+  //! Goes over to another form of the robot (see robot_variants.h), such as one that holds something: from
+  //! the next query on. Settings stay, and random choices go on where they are. Fatal, without a change, unless
+  //! it has the same coordinates and limits, and the task-space frame.
+  virtual void setRobot(std::shared_ptr<RobotDescription> robot_description) = 0;
+
  protected:
   MotionPlanner() = default;
   MotionPlanner(const MotionPlanner&) = default;

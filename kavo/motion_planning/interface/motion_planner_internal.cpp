@@ -180,6 +180,16 @@ void MotionPlannerInternal::setStopCondition(StopCondition stop_condition) {
   }
 }
 
+void MotionPlannerInternal::setRobot(std::shared_ptr<RobotDescription> robot_description) {
+  KAVO_CHECK(robot_description != nullptr, kFile, 270);
+  // Refused before anything is changed: the first of them says what is wrong.
+  robot_environment_->SetRobot(*robot_description);
+  if (bi_rrt_environment_) {
+    bi_rrt_environment_->SetRobot(*robot_description);
+  }
+  robot_description_ = std::move(robot_description);
+}
+
 void MotionPlannerInternal::validateMotionPlannerConfig() const {
   KAVO_CHECK(robot_description_ != nullptr, "motion_planning/interface/motion_planner", 260);
   KAVO_CHECK(motion_planner_config_.distance_metric_weights.size() ==

@@ -34,6 +34,8 @@ class KAVO_INTERNAL_EXPORT MotionPlannerInternal final : public MotionPlanner {
                                 bool generate_interpolated_path) override;
   QueryReport queryReport() const override { return report_; }
   void setStopCondition(StopCondition stop_condition) override;
+  std::shared_ptr<RobotDescription> robot() const override { return robot_description_; }
+  void setRobot(std::shared_ptr<RobotDescription> robot_description) override;
 
  private:
   void validateMotionPlannerConfig() const;

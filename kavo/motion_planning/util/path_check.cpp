@@ -30,7 +30,9 @@ class Checker {
     // `ExtractJointLimits` has refused any other kind.
     const auto& description = dynamic_cast<const RobotDescriptionInternal&>(robot);
     for (const std::string& frame : description.collision().frames) {
-      shapes_.push_back({frame, kinematics_->frame(frame), description.collision().spheresOf(frame), {}});
+      const CollisionModel& collision = description.collision();
+      shapes_.push_back(
+          {frame, kinematics_->frame(frame), collision.spheresOf(frame), collision.paddingOf(frame), {}});
     }
     for (const auto& [frame_a, frame_b] : description.collision().pairs) {
       const auto a = FindShape(frame_a);
@@ -78,6 +80,8 @@ class Checker {
     std::string frame;
     Kinematics::FrameHandle handle;
     std::vector<math::Sphere> spheres;
+    // How far from obstacles they have to stay.
+    double padding;
     // In the world, for the configuration that is looked at.
     std::vector<Eigen::Vector3d> centers;
   };
@@ -114,7 +118,7 @@ class Checker {
   void CheckObstacles(const PathPlace& place, ConfigurationFault& fault) {
     for (const Shape& shape : shapes_) {
       for (std::size_t k = 0; k < shape.spheres.size(); ++k) {
-        const double radius = shape.spheres[k].radius;
+        const double radius = shape.spheres[k].radius + shape.padding;
         if (!shape.centers[k].allFinite()) {
           fault.unplaced_frame = shape.frame;
           continue;

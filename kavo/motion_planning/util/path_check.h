@@ -29,7 +29,8 @@ struct PathCheck {
     PathPlace place;
     ConfigurationFault fault;
   };
-  //! The gap between a collision sphere of the robot and an obstacle, negative where they overlap. Metres.
+  //! The gap between a collision sphere of the robot and an obstacle, beyond the padding that its frame has
+  //! (see `ContactRules`), negative where they overlap. Metres.
   struct Clearance {
     double distance;
     std::string frame;

@@ -48,6 +48,8 @@ struct Ball {
   // Among the spheres of the frame.
   std::size_t index;
   math::Sphere sphere;
+  // With the padding of the frame, which obstacles have to keep.
+  double padded_radius;
   // The joints that carry it.
   const std::vector<std::size_t>* joints;
 };
@@ -118,11 +120,12 @@ class Arm {
     for (const std::string& name : robot.collision().frames) {
       const auto frame = static_cast<std::size_t>(kinematics_->frame(name).index());
       const std::vector<math::Sphere> spheres = robot.collision().spheresOf(name);
+      const double padding = robot.collision().paddingOf(name);
       ranges[frame].first = balls_.size();
       for (std::size_t i = 0; i < spheres.size(); ++i) {
         // What touches nothing is left out.
         if (spheres[i].radius >= 0.0) {
-          balls_.push_back({frame, i, spheres[i], &chain(frame)});
+          balls_.push_back({frame, i, spheres[i], spheres[i].radius + padding, &chain(frame)});
           largest_offset_ = std::max(largest_offset_, Norm(spheres[i].center));
         }
       }
@@ -290,12 +293,12 @@ class Prover {
       if (!nearest) {
         continue;
       }
-      const double gap = nearest->distance - ball.sphere.radius;
+      const double gap = nearest->distance - ball.padded_radius;
       if (!proof_.clearance || gap < proof_.clearance->distance) {
         const std::string& frame = arm_.FrameName(ball);
         proof_.clearance = {gap, frame, nearest->obstacle, {}, place};
         if (ConfigurationFault* const fault = NoteSmallest(gap, place)) {
-          fault->contact = {frame, ball.index, center, ball.sphere.radius, nearest->obstacle, {}, -gap};
+          fault->contact = {frame, ball.index, center, ball.padded_radius, nearest->obstacle, {}, -gap};
         }
       }
       const double bound = gap - Travel(i) - kRounding * (length_ + std::fabs(nearest->distance));
