@@ -94,7 +94,7 @@ HWY_INLINE bool AskBundle(D d, Data& data, Data::Bundle& bundle, const LaneSolid
   const Distance<kKind, D> distance(d, solid);
   PlaceBundle(d, data, bundle);
   FindReaches(d, data, bundle, margin);
-  const float own = distance.Radius() + margin;
+  const float own = distance.Rounding() + margin;
   open = asked.Narrow(open, FindNear(d, bundle.reach + own, [&](std::size_t lane) {
                         return distance.Squared(bundle.centers.values + lane);
                       }));
@@ -111,7 +111,7 @@ HWY_INLINE bool AskBundle(D d, Data& data, Data::Bundle& bundle, const LaneSolid
     }
     const std::uint32_t near = FindNear(d, reach, squared);
     all_near |= near;
-    const float radius = data.balls[i].radius + distance.Radius();
+    const float radius = data.balls[i].radius + distance.Rounding();
     if (!asked.Note(question, FindTouching(d, radius, margin, squared), near)) {
       return false;
     }
@@ -126,7 +126,7 @@ HWY_NOINLINE bool AskPart(D d, Data& data, Data::Part& part, const LaneSolid& so
   const Distance<kKind, D> distance(d, solid);
   const float margin = part.margin + solid.margin;
   const std::uint32_t open = asked.Narrow(
-      asked.All(), FindNear(d, part.reach + distance.Radius() + margin,
+      asked.All(), FindNear(d, part.reach + distance.Rounding() + margin,
                             [&](std::size_t lane) { return distance.Squared(part.centers.values + lane); }));
   if (open == 0) {
     return true;
@@ -165,7 +165,7 @@ struct Box {
       const float nearest = normal > 0.0f ? low[axis] : high[axis];
       distance += normal * (nearest - half_space.center[axis]);
     }
-    return distance <= reach + half_space.margin;
+    return distance <= reach + half_space.rounding + half_space.margin;
   }
 
   float low[3];
@@ -442,13 +442,13 @@ bool Touches(Data& data, const SolidLanes& lanes, const Question& question) {
   return ForKind(solid.kind, [&](auto kind) {
     const Distance<decltype(kind)::value, Lanes<kNumLanes>> distance(d, solid);
     const float margin = MarginOf(data, bundle) + solid.margin;
-    if (!IsAnyNear(d, bundle.radius + distance.Radius() + margin,
+    if (!IsAnyNear(d, bundle.radius + distance.Rounding() + margin,
                    [&](std::size_t lane) { return distance.Squared(bundle.centers.values + lane); })) {
       return false;
     }
     PlaceBalls(d, data, bundle);
     for (std::uint32_t i = bundle.first_ball; i < bundle.end_ball; ++i) {
-      if (FindTouching(d, data.balls[i].radius + distance.Radius(), margin, [&](std::size_t lane) {
+      if (FindTouching(d, data.balls[i].radius + distance.Rounding(), margin, [&](std::size_t lane) {
             return distance.Squared(data.placed[i].values + lane);
           }) != 0) {
         return true;

@@ -1,4 +1,4 @@
-// The walk over a snapshot's tree of bounds, for one set of wide vectors: included anew for each of them.
+// The walk over a tree of bounds, for one set of wide vectors: included anew for each of them.
 #if defined(KAVO_WORLD_BOUNDS_WALK_INL_H_) == defined(HWY_TARGET_TOGGLE)
 #ifdef KAVO_WORLD_BOUNDS_WALK_INL_H_
 #undef KAVO_WORLD_BOUNDS_WALK_INL_H_
@@ -11,15 +11,15 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "kavo/world/solid_internal.h"
+#include "kavo/world/bounds_tree_internal.h"
 
 HWY_BEFORE_NAMESPACE();
 namespace kavo::internal::HWY_NAMESPACE {
 namespace {
 
-// Goes through the solids whose bounds overlap the box from `low` to `high`, until one has been found.
+// Goes through the items whose bounds overlap the box from `low` to `high`, until one has been found.
 // \param groups The root first.
-// \param is_found `bool(std::uint32_t)`: called with the index of a solid.
+// \param is_found `bool(std::uint32_t)`: called with the place of an item.
 // \return Whether one was found.
 template <class IsFound>
 HWY_INLINE bool FindOverlapping(const BoundsGroup* groups, const float (&low)[3], const float (&high)[3],
@@ -32,7 +32,7 @@ HWY_INLINE bool FindOverlapping(const BoundsGroup* groups, const float (&low)[3]
   const auto high_x = hn::Set(d, high[0]);
   const auto high_y = hn::Set(d, high[1]);
   const auto high_z = hn::Set(d, high[2]);
-  // A group adds at most seven to what waits, and each level has an eighth of the obstacles of the one above.
+  // A group adds at most seven to what waits, and each level has an eighth of the items of the one above.
   std::uint32_t waiting[128];
   std::size_t num_waiting = 1;
   waiting[0] = 0;

@@ -1,9 +1,14 @@
 #pragma once
 
 #include <Eigen/Core>
+#include <memory>
 #include <variant>
 
 namespace kavo {
+
+class Octree;
+class PointCloud;
+class TriangleMesh;
 
 //! A ball about the origin of the obstacle's frame. Metres, here and below.
 struct SphereObstacle {
@@ -33,7 +38,41 @@ struct CapsuleObstacle {
 //! All points with z <= 0 in the obstacle's frame, such as the floor.
 struct HalfSpaceObstacle {};
 
+//! A solid cone about the z axis of the obstacle's frame: its base, of that radius, at z = -height / 2, its
+//! apex at z = height / 2.
+struct ConeObstacle {
+  double radius = 0.0;
+  double height = 0.0;
+};
+
+//! What of a mesh is solid beside its surface.
+enum class Interior {
+  //! The inside of every piece that is closed, whichever way its faces turn. Other pieces are surfaces.
+  kIfClosed,
+  //! Of pieces that are not closed too, what most rays along the axes of the mesh take for inside.
+  kSolid,
+  //! Nothing.
+  kEmpty
+};
+
+//! A mesh (see `kavo/world/shapes/triangle_mesh.h`) in the obstacle's frame.
+struct MeshObstacle {
+  std::shared_ptr<const TriangleMesh> mesh;
+  Interior interior = Interior::kIfClosed;
+};
+
+//! Points with a ball around each (see `kavo/world/shapes/point_cloud.h`) in the obstacle's frame.
+struct PointCloudObstacle {
+  std::shared_ptr<const PointCloud> cloud;
+};
+
+//! Cells of an octree (see `kavo/world/shapes/octree.h`) in the obstacle's frame.
+struct OctreeObstacle {
+  std::shared_ptr<const Octree> octree;
+};
+
 using ObstacleShape =
-    std::variant<SphereObstacle, BoxObstacle, CylinderObstacle, CapsuleObstacle, HalfSpaceObstacle>;
+    std::variant<SphereObstacle, BoxObstacle, CylinderObstacle, CapsuleObstacle, HalfSpaceObstacle,
+                 ConeObstacle, MeshObstacle, PointCloudObstacle, OctreeObstacle>;
 
 }  // namespace kavo

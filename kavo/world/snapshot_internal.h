@@ -27,6 +27,8 @@ class Snapshot {
     Solid solid;
     //! Null for an empty one.
     std::shared_ptr<const std::string> name;
+    //! What the solid's shape shares with others; null without.
+    std::shared_ptr<const Compound> compound;
   };
 
   //! \param items Handles ascending.
@@ -52,8 +54,6 @@ class Snapshot {
   using TouchesFunction = bool (*)(const BoundsGroup* groups, const Solid* solids, const double* center,
                                    double radius);
 
-  struct Bounds;
-
   // What stays as it is while obstacles move; copies share it.
   struct Layout {
     // Of the bounded solids and of the half-spaces.
@@ -68,11 +68,11 @@ class Snapshot {
     double leaf_extent = 0.0;
     // Of the obstacles that have one.
     std::vector<std::pair<ObstacleHandle, std::shared_ptr<const std::string>>> names;
+    // What the solids refer to.
+    std::vector<std::shared_ptr<const Compound>> compounds;
   };
 
-  void fill(std::size_t group, std::vector<Bounds>::iterator begin, std::vector<Bounds>::iterator end,
-            const std::vector<Item>& items, Layout& layout);
-  void findNearest(const double* point, std::size_t group, std::optional<WorldView::Nearest>& nearest) const;
+  void linkGroups(Layout& layout);
   bool inCollisionAtAnyScale(const double* center, double radius) const;
 
   // A tree in one array, the root first; empty when no obstacle is bounded.

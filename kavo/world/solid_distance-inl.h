@@ -23,17 +23,16 @@ namespace hn = hwy::HWY_NAMESPACE;
 using math::kNumLanes;
 
 // Squared distances from placed centres to one solid; zero inside. Of a ball and a capsule, from the centre
-// and the segment: their radius is part of the reach.
+// and the segment, and of all without their padding: that is part of the reach.
 template <LaneSolid::Kind kKind, class D>
 class Distance {
  public:
   using V = hn::Vec<D>;
   using Kind = LaneSolid::Kind;
-  static constexpr bool kIsRound = kKind == Kind::kBall || kKind == Kind::kCapsule;
 
   HWY_INLINE Distance(D d, const LaneSolid& solid) : d_(d), solid_(solid) {}
 
-  HWY_INLINE float Radius() const { return kIsRound ? solid_.radius : 0.0f; }
+  HWY_INLINE float Rounding() const { return solid_.rounding; }
 
   HWY_INLINE V Squared(const float* center) const {
     V x = hn::Sub(hn::Load(d_, center), hn::Set(d_, solid_.center[0]));

@@ -1,19 +1,23 @@
 #pragma once
 
 #include <algorithm>
-#include <cstddef>
+#include <cmath>
 #include <cstdint>
+#include <memory>
 
 #include "kavo/math/pose3.h"
+#include "kavo/world/bounds_tree_internal.h"
 #include "kavo/world/obstacle.h"
+#include "kavo/world/shapes/compound_internal.h"
 
 namespace kavo::internal {
 
 //! A posed obstacle, ready for queries.
 struct Solid {
-  enum class Kind : std::uint8_t { kSphere, kBox, kCylinder, kCapsule, kHalfSpace };
+  enum class Kind : std::uint8_t { kSphere, kBox, kCylinder, kCapsule, kHalfSpace, kCone, kCompound };
 
-  Solid(const ObstacleShape& shape, const Pose3& pose);
+  //! \param padding What it is grown by.
+  Solid(const ObstacleShape& shape, const Pose3& pose, double padding);
 
   //! The same solid in a unit of length that is 1 / `factor` times as long.
   Solid scaled(double factor) const;
@@ -23,11 +27,35 @@ struct Solid {
   double center[3] = {0.0, 0.0, 0.0};
   //! Rows are the axes of the obstacle's frame in world coordinates: local = rotation (point - center).
   double rotation[3][3] = {};
-  //! Box: half of each side. Cylinder and capsule: z holds half of the height.
+  //! Box: half of each side. Cylinder, capsule and cone: z holds half of the height.
   double half[3] = {0.0, 0.0, 0.0};
-  //! Sum of the absolute values of all lengths above.
+  double padding = 0.0;
+  //! Whoever holds the shape keeps this.
+  const Compound* compound = nullptr;
+  Interior interior = Interior::kIfClosed;
+  //! Sum of the absolute values of all lengths above, and the extent of a compound.
   double magnitude = 0.0;
 };
+
+//! What a shape shares with its instances; null for one that shares nothing.
+std::shared_ptr<const Compound> CompoundOf(const ObstacleShape& shape);
+
+//! The box along the world's axes around a bounded solid: cut to finite numbers, and larger by more than what
+//! rounding does to a computed distance.
+Bounds BoundsOf(const Solid& solid);
+
+//! Signed distance from a box of a point that is so far beyond its faces, by axis: negative where it is on
+//! the near side.
+inline double DistanceFromBox(const double (&beyond)[3]) {
+  const double nearest_face = std::max(std::max(beyond[0], beyond[1]), beyond[2]);
+  if (nearest_face <= 0.0) {
+    return nearest_face;
+  }
+  const double x = std::max(beyond[0], 0.0);
+  const double y = std::max(beyond[1], 0.0);
+  const double z = std::max(beyond[2], 0.0);
+  return std::sqrt(x * x + y * y + z * z);
+}
 
 //! Signed distance from the point (world coordinates) to the surface of the solid, negative inside. Lengths
 //! must be small enough that their squares do not overflow.
@@ -36,27 +64,13 @@ struct Solid {
 //! is at most its radius. Bounds and vectors only decide for which solids it is not asked.
 double SignedDistance(const Solid& solid, const double* point);
 
-//! A bound in single precision, cut to its range. Rounding keeps order (a <= b gives Rounded(a) <=
-//! Rounded(b)), so boxes that overlap still overlap when both are rounded, whatever the direction.
-inline float Rounded(double bound) { return static_cast<float>(std::min(std::max(bound, -1.0e38), 1.0e38)); }
+//! Whether that distance is at most `radius`, which is not negative.
+bool Touches(const Solid& solid, const double* point, double radius);
 
-//! Eight boxes along the world's axes that enclose eight parts of the scene.
-//!
-//! Single precision halves the memory that a query reads.
-struct alignas(64) BoundsGroup {
-  static constexpr std::size_t kSize = 8;
+//! Signed distance where lengths may be of any finite size.
+double SignedDistanceAtAnyScale(const Solid& solid, const double* point);
 
-  //! Every lane empty: touched by nothing.
-  BoundsGroup();
-
-  //! Puts a box into a lane.
-  void enclose(std::size_t lane, const double* lowest, const double* highest);
-
-  float low[3][kSize];
-  float high[3][kSize];
-  //! Lane i encloses solid `first` + i of the snapshot in a leaf, and group `first` + i elsewhere.
-  std::uint32_t first = 0;
-  bool leaf = true;
-};
+//! The squares of lengths up to this are far from overflow, also after sums.
+inline constexpr double kLargestPlainMagnitude = 1.0e100;
 
 }  // namespace kavo::internal

@@ -6,7 +6,8 @@
 
 namespace kavo::internal {
 
-LaneSolid::LaneSolid(const Solid& solid) : radius(static_cast<float>(solid.radius)) {
+LaneSolid::LaneSolid(const Solid& solid)
+    : radius(static_cast<float>(solid.radius)), rounding(static_cast<float>(solid.padding)) {
   margin = Rounded(static_cast<double>(BallModel::kMargin) * solid.magnitude);
   // Which of the solid's axes lies along each of the world's, -1 where none does.
   int along[3] = {-1, -1, -1};
@@ -24,6 +25,7 @@ LaneSolid::LaneSolid(const Solid& solid) : radius(static_cast<float>(solid.radiu
   switch (solid.kind) {
     case Solid::Kind::kSphere:
       kind = Kind::kBall;
+      rounding = static_cast<float>(solid.radius + solid.padding);
       break;
     case Solid::Kind::kBox:
       kind = Kind::kBox;
@@ -39,9 +41,16 @@ LaneSolid::LaneSolid(const Solid& solid) : radius(static_cast<float>(solid.radiu
       break;
     case Solid::Kind::kCapsule:
       kind = Kind::kCapsule;
+      rounding = static_cast<float>(solid.radius + solid.padding);
       break;
     case Solid::Kind::kHalfSpace:
       kind = Kind::kHalfSpace;
+      break;
+    case Solid::Kind::kCone:
+    case Solid::Kind::kCompound:
+      // Always too close to tell.
+      kind = Kind::kBall;
+      margin = 16.0f * BallModel::kLargestLength;
       break;
   }
 }

@@ -30,6 +30,9 @@ struct LaneSolid {
   //! As in `Solid`, for an aligned box along the world's axes.
   float half[3] = {0.0f, 0.0f, 0.0f};
   float radius = 0.0f;
+  //! How far it reaches beyond what distances are measured from: the radius of a ball or capsule, the
+  //! padding.
+  float rounding = 0.0f;
   //! What rounding may cost on the solid's side.
   float margin = 0.0f;
 };

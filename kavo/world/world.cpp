@@ -53,6 +53,17 @@ bool WorldState::setEnabled(ObstacleHandle obstacle, bool enabled) {
   return true;
 }
 
+bool WorldState::setPadding(ObstacleHandle obstacle, double padding) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  const auto found = entries_.find(obstacle.id());
+  if (found == entries_.end()) {
+    return false;
+  }
+  found->second.padding = padding;
+  dropSnapshots();
+  return true;
+}
+
 bool WorldState::remove(ObstacleHandle obstacle) {
   const std::lock_guard<std::mutex> lock(mutex_);
   if (entries_.erase(obstacle.id()) == 0) {
@@ -111,7 +122,7 @@ std::unique_ptr<WorldState::Posed> WorldState::makeSnapshot() const {
   items.reserve(entries_.size());
   for (const auto& [id, entry] : entries_) {
     if (entry.enabled) {
-      items.push_back({ObstacleHandle(id), Solid(entry.shape, entry.pose), entry.name});
+      items.push_back({ObstacleHandle(id), entry.solid(), entry.name, CompoundOf(entry.shape)});
     }
   }
   return std::make_unique<Posed>(Posed{Snapshot(items), num_moves_, spares_->generation()});
@@ -128,8 +139,7 @@ std::unique_ptr<WorldState::Posed> WorldState::moveSnapshot() const {
     posed = std::make_unique<Posed>(*latest_);
   }
   for (std::uint64_t i = moved_.size() - num_missed(*posed); i < moved_.size(); ++i) {
-    const Entry& entry = entries_.at(moved_[i].id());
-    if (!posed->snapshot.move(moved_[i], Solid(entry.shape, entry.pose))) {
+    if (!posed->snapshot.move(moved_[i], entries_.at(moved_[i].id()).solid())) {
       return nullptr;
     }
   }
@@ -205,6 +215,15 @@ struct Description {
     return text.str();
   }
   std::string operator()(const HalfSpaceObstacle&) const { return "Half-space obstacle '" + name + "'"; }
+  std::string operator()(const ConeObstacle& cone) const {
+    util::TextStream text;
+    text << "Cone obstacle '" << name << "' of radius [" << cone.radius << "] and height [" << cone.height
+         << "]";
+    return text.str();
+  }
+  std::string operator()(const MeshObstacle&) const { return "Mesh obstacle '" + name + "'"; }
+  std::string operator()(const PointCloudObstacle&) const { return "Point cloud obstacle '" + name + "'"; }
+  std::string operator()(const OctreeObstacle&) const { return "Octree obstacle '" + name + "'"; }
 
   const std::string& name;
 };
@@ -220,7 +239,22 @@ struct HasValidSize {
   bool operator()(const CapsuleObstacle& capsule) const {
     return IsLength(capsule.radius) && (capsule.height == 0.0 || IsLength(capsule.height));
   }
-  bool operator()(const HalfSpaceObstacle&) const { return true; }
+  bool operator()(const ConeObstacle& cone) const { return IsLength(cone.radius) && IsLength(cone.height); }
+  // Those without sizes, and those whose sizes were checked before.
+  template <class Other>
+  bool operator()(const Other&) const {
+    return true;
+  }
+};
+
+struct HasData {
+  bool operator()(const MeshObstacle& mesh) const { return mesh.mesh != nullptr; }
+  bool operator()(const PointCloudObstacle& cloud) const { return cloud.cloud != nullptr; }
+  bool operator()(const OctreeObstacle& octree) const { return octree.octree != nullptr; }
+  template <class Other>
+  bool operator()(const Other&) const {
+    return true;
+  }
 };
 
 std::string PoseText(const Pose3& pose) {
@@ -256,6 +290,8 @@ World::World() : state_(std::make_shared<internal::WorldState>()) {}
 ObstacleHandle World::add(const ObstacleShape& shape, const Pose3& pose, std::string name) {
   KAVO_CHECK(std::visit(HasValidSize{}, shape), "world/world", 20)
       << std::visit(Description{name}, shape) << " must have positive and finite sizes.";
+  KAVO_CHECK(std::visit(HasData{}, shape), "world/world", 22)
+      << std::visit(Description{name}, shape) << " refers to nothing: its pointer is null.";
   KAVO_CHECK(pose.isFinite(), "world/world", 21)
       << std::visit(Description{name}, shape) << " cannot be placed at " << PoseText(pose) << ".";
   return state_->add(
@@ -281,6 +317,16 @@ void World::disable(ObstacleHandle obstacle) {
 }
 
 bool World::isEnabled(ObstacleHandle obstacle) const { return Get(*state_, obstacle).enabled; }
+
+void World::setPadding(ObstacleHandle obstacle, double padding) {
+  const internal::WorldState::Entry entry = Get(*state_, obstacle);
+  KAVO_CHECK(std::isfinite(padding) && padding >= 0.0, "world/world", 70)
+      << std::visit(Description{Name(entry)}, entry.shape) << " cannot be grown by [" << padding << "].";
+  const bool known = state_->setPadding(obstacle, padding);
+  KAVO_CHECK(known, "world/world", 71) << UnknownHandle(obstacle);
+}
+
+double World::padding(ObstacleHandle obstacle) const { return Get(*state_, obstacle).padding; }
 
 void World::remove(ObstacleHandle obstacle) {
   const bool known = state_->remove(obstacle);

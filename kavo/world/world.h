@@ -32,8 +32,9 @@ class KAVO_EXPORT World {
   //! An empty world.
   World();
 
-  //! Adds an obstacle, enabled. A size that is not positive and finite (a capsule may have height zero) or a
-  //! pose that is not finite is a fatal error that names the value; the world is unchanged then.
+  //! Adds an obstacle, enabled. A size that is not positive and finite (a capsule may have height zero), a
+  //! mesh, cloud or octree that is null, or a pose that is not finite is a fatal error that names the value;
+  //! the world is unchanged then.
   //! \param pose Maps the obstacle's frame (see obstacle.h) to the world.
   //! \param name For reports; need not be unique.
   ObstacleHandle add(const ObstacleShape& shape, const Pose3& pose, std::string name = {});
@@ -46,6 +47,11 @@ class KAVO_EXPORT World {
   void enable(ObstacleHandle obstacle);
   void disable(ObstacleHandle obstacle);
   bool isEnabled(ObstacleHandle obstacle) const;
+
+  //! An obstacle is grown by so much in every answer: what comes as near touches, and distances are less by
+  //! it. Zero unless it is set. Metres; fatal if negative or not finite.
+  void setPadding(ObstacleHandle obstacle, double padding);
+  double padding(ObstacleHandle obstacle) const;
 
   //! Takes the obstacle out for good. Views keep it until they are updated.
   void remove(ObstacleHandle obstacle);

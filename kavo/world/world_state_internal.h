@@ -54,12 +54,16 @@ class WorldState {
     //! Null for an empty one. Shared with the snapshots.
     std::shared_ptr<const std::string> name;
     bool enabled = true;
+    double padding = 0.0;
+
+    Solid solid() const { return Solid(shape, pose, padding); }
   };
 
   ObstacleHandle add(Entry entry);
   //! Returns false, here and below, if the handle names no obstacle of this world.
   bool move(ObstacleHandle obstacle, const Pose3& pose);
   bool setEnabled(ObstacleHandle obstacle, bool enabled);
+  bool setPadding(ObstacleHandle obstacle, double padding);
   bool remove(ObstacleHandle obstacle);
   bool get(ObstacleHandle obstacle, Entry* entry) const;
   std::size_t size() const;

@@ -50,6 +50,10 @@ TEST(World, RefusesBadSizesAndPosesAndStaysAsItWas) {
       {CylinderObstacle{1.0, 0.0}, origin, "Cylinder obstacle 'cup' of radius [1] and height [0]"},
       {CapsuleObstacle{0.0, 1.0}, origin, "Capsule obstacle 'cup' of radius [0] and height [1]"},
       {CapsuleObstacle{1.0, -0.5}, origin, "radius [1] and height [-0.5]"},
+      {ConeObstacle{1.0, kInfinity}, origin, "Cone obstacle 'cup' of radius [1] and height [inf]"},
+      {MeshObstacle{}, origin, "Mesh obstacle 'cup' refers to nothing"},
+      {PointCloudObstacle{}, origin, "Point cloud obstacle 'cup' refers to nothing"},
+      {OctreeObstacle{}, origin, "Octree obstacle 'cup' refers to nothing"},
       {SphereObstacle{1.0}, At(0.0, kNaN, 2.0),
        "'cup' of radius [1] cannot be placed at translation [0 nan 2]"},
       {HalfSpaceObstacle{}, At(kInfinity, 0.0, 0.0), "Half-space obstacle 'cup' cannot be placed"},
@@ -64,6 +68,11 @@ TEST(World, RefusesBadSizesAndPosesAndStaysAsItWas) {
   }
   EXPECT_THAT(FatalMessage([&] { world.move(kept, At(0.0, 0.0, kNaN)); }),
               HasSubstr("'kept' of radius [1] cannot be moved to translation [0 0 nan]"));
+  for (const double padding : {-1e-9, kNaN, kInfinity}) {
+    EXPECT_THAT(FatalMessage([&] { world.setPadding(kept, padding); }),
+                HasSubstr("'kept' of radius [1] cannot be grown by ["));
+  }
+  EXPECT_EQ(world.padding(kept), 0.0);
   EXPECT_TRUE(world.view().inCollision({5.0, 0.0, 0.0}, 0.0));
   EXPECT_EQ(world.pose(kept).translation(), Eigen::Vector3d(5.0, 0.0, 0.0));
   world.add(CapsuleObstacle{1.0, 0.0}, origin);  // The least height that is allowed.
@@ -78,9 +87,11 @@ TEST(World, RefusesHandlesThatAreNotItsOwn) {
   world.remove(removed);
   for (const ObstacleHandle h : {removed, foreign, ObstacleHandle(0)}) {
     const std::function<void()> operations[] = {
-        [&] { world.move(h, Pose3()); }, [&] { world.enable(h); }, [&] { world.disable(h); },
-        [&] { world.isEnabled(h); },     [&] { world.remove(h); }, [&] { world.shape(h); },
+        [&] { world.move(h, Pose3()); }, [&] { world.enable(h); },
+        [&] { world.disable(h); },       [&] { world.isEnabled(h); },
+        [&] { world.remove(h); },        [&] { world.shape(h); },
         [&] { world.pose(h); },          [&] { world.name(h); },
+        [&] { world.padding(h); },       [&] { world.setPadding(h, 0.1); },
     };
     for (const auto& operation : operations) {
       EXPECT_EQ(FatalMessage(operation), "This world has no obstacle with handle [" + std::to_string(h.id()) +
@@ -152,9 +163,10 @@ TEST(World, MovedObstaclesAreWhereTheyWouldBeInANewWorld) {
   int num_added = 0;
   const auto add = [&] {
     const bool is_bounded = num_added % 50 != 0;
-    handles.push_back(
-        world.add(is_bounded ? random.bounded(num_added % 4, 0.4) : ObstacleShape(HalfSpaceObstacle{}),
-                  is_bounded ? random.pose(3.0) : At(0.0, 0.0, -3.5), std::to_string(num_added)));
+    handles.push_back(world.add(is_bounded ? random.bounded(num_added % test::RandomScene::kNumKinds, 0.4)
+                                           : ObstacleShape(HalfSpaceObstacle{}),
+                                is_bounded ? random.pose(3.0) : At(0.0, 0.0, -3.5),
+                                std::to_string(num_added)));
     ++num_added;
   };
   for (int i = 0; i < kNumObstacles; ++i) {

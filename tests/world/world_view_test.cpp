@@ -8,6 +8,7 @@
 #include <optional>
 #include <vector>
 
+#include "kavo/util/fatal_error.h"
 #include "kavo/world/world.h"
 #include "tests/support/allocations.h"
 #include "tests/world/random_scene.h"
@@ -25,9 +26,9 @@ Pose3 At(double x, double y, double z) { return Pose3::FromTranslation({x, y, z}
 
 double Below(double value) { return std::nextafter(value, -kInfinity); }
 
-WorldView ViewOf(const ObstacleShape& shape, const Pose3& pose) {
+WorldView ViewOf(const ObstacleShape& shape, const Pose3& pose, double padding = 0.0) {
   World world;
-  world.add(shape, pose);
+  world.setPadding(world.add(shape, pose), padding);
   return world.view();
 }
 
@@ -71,6 +72,13 @@ Eigen::Vector3d FurthestPoint(const ObstacleShape& shape, const Eigen::Vector3d&
     const double side = cylinder->radius / std::hypot(u[0], u[1]);
     return {side * u[0], side * u[1], 0.5 * cylinder->height * signs[2]};
   }
+  if (const auto* cone = std::get_if<ConeObstacle>(&shape)) {
+    const double side = cone->radius / std::hypot(u[0], u[1]);
+    const double half = 0.5 * cone->height;
+    return u[2] * cone->height > cone->radius * std::hypot(u[0], u[1])
+               ? Eigen::Vector3d(0.0, 0.0, half)
+               : Eigen::Vector3d(side * u[0], side * u[1], -half);
+  }
   const auto& capsule = std::get<CapsuleObstacle>(shape);
   return capsule.radius * u + Eigen::Vector3d(0.0, 0.0, 0.5 * capsule.height * signs[2]);
 }
@@ -81,7 +89,7 @@ Eigen::Vector3d FurthestPoint(const ObstacleShape& shape, const Eigen::Vector3d&
 TEST(WorldView, DistancesMatchTheSupportFunctionAtRandomPoses) {
   RandomScene random(11);
   for (int trial = 0; trial < 400; ++trial) {
-    const ObstacleShape shape = random.bounded(trial % 4, 1.0);
+    const ObstacleShape shape = random.bounded(trial % RandomScene::kNumConvexKinds, 1.0);
     const Pose3 pose = random.pose(0.5);
     const Eigen::Vector3d point = random.point(trial % 3 == 0 ? 2.0 : 0.7);
     const Eigen::Vector3d local = pose.rotation().conjugate() * (point - pose.translation());
@@ -106,6 +114,43 @@ TEST(WorldView, DistancesMatchTheSupportFunctionAtRandomPoses) {
     EXPECT_TRUE(ground.inCollision(point, std::max(height, 0.0)));
     EXPECT_FALSE(ground.inCollision(point, Below(std::max(height, 0.0))));
   }
+}
+
+// Distances as they are of a world with an obstacle for each point and each cell.
+TEST(WorldView, CloudsAndOctreesAreTheBallsAndCubesThatTheyAreMadeOf) {
+  RandomScene random(12);
+  for (int trial = 0; trial < 60; ++trial) {
+    const ObstacleShape shape = random.bounded(6 + trial % 2, 1.0);
+    const Pose3 pose = random.pose(0.5);
+    World parts;
+    if (const auto* cloud = std::get_if<PointCloudObstacle>(&shape)) {
+      for (std::size_t i = 0; i < cloud->cloud->points().size(); ++i) {
+        const Pose3 place = pose * Pose3::FromTranslation(cloud->cloud->points()[i]);
+        parts.add(SphereObstacle{cloud->cloud->radius(i)}, place);
+      }
+    } else {
+      for (const Octree::Cell& cell : std::get<OctreeObstacle>(shape).octree->cells()) {
+        const Pose3 place = pose * Pose3::FromTranslation(cell.center);
+        parts.add(BoxObstacle{Eigen::Vector3d::Constant(cell.size)}, place);
+      }
+    }
+    const WorldView view = ViewOf(shape, pose);
+    for (int i = 0; i < 100; ++i) {
+      const Eigen::Vector3d point = random.point(1.0);
+      const double distance = parts.view().nearestObstacle(point)->distance;
+      ASSERT_NEAR(view.nearestObstacle(point)->distance, distance, 1e-14);
+      const double radius = random.uniform(0.0, 0.3);
+      ASSERT_EQ(view.inCollision(point, radius), parts.view().inCollision(point, radius));
+    }
+  }
+  EXPECT_THROW(PointCloud({}, 0.1), util::FatalError);
+  EXPECT_THROW(PointCloud({{0.0, kNaN, 0.0}}, 0.1), util::FatalError);
+  EXPECT_THROW(PointCloud({{0.0, 0.0, 1e31}}, 0.1), util::FatalError);
+  EXPECT_THROW(PointCloud({{0.0, 0.0, 0.0}}, -0.1), util::FatalError);
+  EXPECT_THROW(PointCloud({{0.0, 0.0, 0.0}}, {0.1, 0.1}), util::FatalError);
+  EXPECT_THROW(Octree({}), util::FatalError);
+  EXPECT_THROW(Octree({{{0.0, 0.0, 0.0}, 0.0}}), util::FatalError);
+  EXPECT_THROW(Octree({{{kInfinity, 0.0, 0.0}, 1.0}}), util::FatalError);
 }
 
 // The distances to the obstacles one by one say what `nearestObstacle` and `inCollision` must find with
@@ -144,16 +189,20 @@ TEST(WorldView, NearestAndContactAreWhatTheDistancesSayOnEveryTarget) {
     int num_free = 0;
     for (const auto& scene : scenes) {
       SCOPED_TRACE(::testing::Message() << scene.num_obstacles << " obstacles, target " << target);
+      // Others are refused where they are larger than anybody's.
+      const int num_kinds = scene.size < 1e20 ? RandomScene::kNumKinds : RandomScene::kNumConvexKinds;
       World world;
       std::vector<std::pair<ObstacleHandle, WorldView>> singles;
       for (int i = 0; i < scene.num_obstacles; ++i) {
         const Pose3 pose = random.pose(scene.reach);
         const ObstacleShape shape = scene.on_grid ? ObstacleShape(BoxObstacle{{0.25, 0.5, 0.125}})
-                                                  : random.bounded(i % 4, scene.size);
+                                                  : random.bounded(i % num_kinds, scene.size);
         const Pose3 place = scene.on_grid
                                 ? Pose3::FromTranslation(scene.offset + random.gridPoint(scene.reach))
                                 : Pose3(pose.rotation(), scene.offset + pose.translation());
-        singles.emplace_back(world.add(shape, place), ViewOf(shape, place));
+        const double padding = i % 3 == 0 ? random.uniform(0.0, 0.3 * scene.size) : 0.0;
+        singles.emplace_back(world.add(shape, place), ViewOf(shape, place, padding));
+        world.setPadding(singles.back().first, padding);
       }
       if (scene.num_obstacles % 2 == 1) {
         const Pose3 floor = Pose3::FromTranslation(scene.offset - Eigen::Vector3d(0.0, 0.0, scene.reach));
@@ -197,9 +246,9 @@ TEST(WorldView, BoundsNeverHideAContact) {
   int num_contacts = 0;
   for (int trial = 0; trial < 10000; ++trial) {
     const double size = std::pow(10.0, random.integer(-2, 6));
-    const ObstacleShape shape = random.bounded(trial % 4, size);
+    const ObstacleShape shape = random.bounded(trial % RandomScene::kNumConvexKinds, size);
     const Eigen::Quaterniond turn =
-        trial % 8 < 4 ? Eigen::Quaterniond::Identity() : random.pose(1.0).rotation();
+        trial % 10 < 5 ? Eigen::Quaterniond::Identity() : random.pose(1.0).rotation();
     const int axis = random.integer(0, 2);
     const Eigen::Vector3d direction = (2 * random.integer(0, 1) - 1) * Eigen::Vector3d::Unit(axis);
     const Eigen::Vector3d local = turn.conjugate() * (direction + 1e-30 * random.point(1.0));
@@ -248,7 +297,7 @@ TEST(WorldView, QueriesDoNotAllocate) {
   World world;
   world.add(HalfSpaceObstacle{}, At(0.0, 0.0, -3.0));
   for (int i = 0; i < 500; ++i) {
-    world.add(random.bounded(i % 4, 0.3), random.pose(3.0));
+    world.add(random.bounded(i % RandomScene::kNumKinds, 0.3), random.pose(3.0));
   }
   WorldView view = world.view();
   const long before = testing::NumAllocations();

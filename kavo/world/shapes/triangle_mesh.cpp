@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "kavo/util/log_message.h"
+#include "kavo/world/shapes/mesh_tree_internal.h"
 
 namespace kavo {
 
@@ -83,6 +84,8 @@ TriangleMesh::TriangleMesh(const std::vector<Eigen::Vector3d>& vertices,
   for (std::size_t i = 0; i < vertices.size(); ++i) {
     KAVO_CHECK(vertices[i].allFinite(), kFile, 83)
         << "Vertex " << i << " of a mesh, at [" << vertices[i].transpose() << "], is not finite.";
+    KAVO_CHECK(vertices[i].cwiseAbs().maxCoeff() <= internal::Compound::kLargestLength, kFile, 84)
+        << "Vertex " << i << " of a mesh, at [" << vertices[i].transpose() << "], is too far away.";
   }
   // The first vertex at each place, then its number among those that are used.
   std::uint32_t current = 0;
@@ -126,11 +129,16 @@ TriangleMesh::TriangleMesh(const std::vector<Eigen::Vector3d>& vertices,
   }
   KAVO_CHECK(!triangles_.empty(), kFile, 124) << "A mesh has no triangle with three different corners.";
   findPieces();
+  tree_ = std::make_shared<const internal::MeshTree>(*this);
 }
 
 std::size_t TriangleMesh::numOpenEdges() const {
   return std::accumulate(num_open_edges_.begin(), num_open_edges_.end(), std::size_t{0});
 }
+
+double TriangleMesh::distance(const Eigen::Vector3d& point) const { return tree_->nearest(point).distance; }
+
+bool TriangleMesh::contains(const Eigen::Vector3d& point) const { return tree_->contains(point.data()); }
 
 void TriangleMesh::findPieces() {
   // An edge of a triangle, the smaller vertex first.

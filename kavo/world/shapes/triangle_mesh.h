@@ -4,11 +4,16 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "kavo/util/export.h"
 
 namespace kavo {
+
+namespace internal {
+class MeshTree;
+}  // namespace internal
 
 //! A surface made of triangles, such as the file of a CAD program holds. Immutable: instances are shared
 //! between all that stands for the same shape, through a `std::shared_ptr<const TriangleMesh>`.
@@ -32,7 +37,8 @@ class KAVO_EXPORT TriangleMesh {
   //! Indices of vertices.
   using Triangle = std::array<std::uint32_t, 3>;
 
-  //! \param vertices Metres, in the frame of the mesh. One that is not finite is a fatal error.
+  //! \param vertices Metres, in the frame of the mesh. One that is not finite, or beyond 1e30, is a fatal
+  //!     error.
   //! \param triangles An index beyond the vertices is a fatal error, and so is a mesh of which no triangle
   //!     is left.
   TriangleMesh(const std::vector<Eigen::Vector3d>& vertices, const std::vector<Triangle>& triangles);
@@ -53,6 +59,15 @@ class KAVO_EXPORT TriangleMesh {
   //! Edges with an odd number of triangles.
   std::size_t numOpenEdges() const;
 
+  //! Distance from a point (frame of the mesh, metres) to the nearest triangle, inside and outside.
+  double distance(const Eigen::Vector3d& point) const;
+
+  //! Whether a point is inside of a closed piece. Points on the surface may be either.
+  bool contains(const Eigen::Vector3d& point) const;
+
+  //! For queries; shared by all copies.
+  const std::shared_ptr<const internal::MeshTree>& tree() const { return tree_; }
+
  private:
   void findPieces();
 
@@ -61,6 +76,7 @@ class KAVO_EXPORT TriangleMesh {
   std::vector<std::uint32_t> pieces_;
   // Of each piece.
   std::vector<std::size_t> num_open_edges_;
+  std::shared_ptr<const internal::MeshTree> tree_;
 };
 
 }  // namespace kavo

@@ -1,0 +1,176 @@
+#include "kavo/world/bounds_tree_internal.h"
+
+#include <cmath>
+
+#include "kavo/math/constants_internal.h"
+
+// This file is compiled once for each set of wide vectors; the include below repeats it.
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "kavo/world/bounds_tree.cpp"
+#include <hwy/foreach_target.h>
+#include <hwy/highway.h>
+
+#include "kavo/world/bounds_walk-inl.h"
+
+HWY_BEFORE_NAMESPACE();
+namespace kavo::internal::HWY_NAMESPACE {
+namespace {
+
+bool FindInTree(const BoundsGroup* groups, const float (&low)[3], const float (&high)[3],
+                bool (*is_found)(const void*, std::uint32_t), const void* context) {
+  return FindOverlapping(groups, low, high, [&](std::uint32_t place) { return is_found(context, place); });
+}
+
+}  // namespace
+}  // namespace kavo::internal::HWY_NAMESPACE
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace kavo::internal {
+
+HWY_EXPORT(FindInTree);
+
+namespace {
+
+struct Entry {
+  Bounds bounds;
+  std::uint32_t item;
+};
+
+using Iterator = std::vector<Entry>::iterator;
+
+// Cuts the items into `parts` lists of about equal length, neighbours together, and appends the end of each.
+void Split(Iterator begin, Iterator end, std::size_t parts, std::vector<Iterator>* cuts) {
+  if (parts == 1) {
+    cuts->push_back(end);
+    return;
+  }
+  int widest = 0;
+  double largest_spread = -1.0;
+  for (int axis = 0; axis < 3; ++axis) {
+    const auto less = [axis](const Entry& a, const Entry& b) {
+      return a.bounds.middle(axis) < b.bounds.middle(axis);
+    };
+    const auto [low, high] = std::minmax_element(begin, end, less);
+    const double spread = high->bounds.middle(axis) - low->bounds.middle(axis);
+    if (spread > largest_spread) {
+      largest_spread = spread;
+      widest = axis;
+    }
+  }
+  const std::size_t left_parts = parts / 2;
+  const auto count = static_cast<std::size_t>(end - begin);
+  const auto middle = begin + static_cast<std::ptrdiff_t>(count * left_parts / parts);
+  std::nth_element(begin, middle, end, [widest](const Entry& a, const Entry& b) {
+    const double middle_a = a.bounds.middle(widest);
+    const double middle_b = b.bounds.middle(widest);
+    return middle_a != middle_b ? middle_a < middle_b : a.item < b.item;
+  });
+  Split(begin, middle, left_parts, cuts);
+  Split(middle, end, parts - left_parts, cuts);
+}
+
+void Fill(BoundsTree& tree, std::size_t group, Iterator begin, Iterator end) {
+  const auto count = static_cast<std::size_t>(end - begin);
+  if (count <= BoundsGroup::kSize) {
+    tree.groups[group].first = static_cast<std::uint32_t>(tree.items.size());
+    tree.groups[group].leaf = true;
+    for (std::size_t lane = 0; lane < count; ++lane) {
+      const Entry& entry = begin[static_cast<std::ptrdiff_t>(lane)];
+      tree.groups[group].enclose(lane, entry.bounds);
+      tree.items.push_back(entry.item);
+    }
+    return;
+  }
+  const std::size_t num_leaves = (count + BoundsGroup::kSize - 1) / BoundsGroup::kSize;
+  std::vector<Iterator> cuts = {begin};
+  Split(begin, end, std::min(num_leaves, BoundsGroup::kSize), &cuts);
+  const std::size_t first = tree.groups.size();
+  tree.groups.resize(first + cuts.size() - 1);
+  tree.groups[group].first = static_cast<std::uint32_t>(first);
+  tree.groups[group].leaf = false;
+  for (std::size_t lane = 0; lane + 1 < cuts.size(); ++lane) {
+    Fill(tree, first + lane, cuts[lane], cuts[lane + 1]);
+    GroupBounds(tree.groups[first + lane]).put(tree.groups[group], lane);
+  }
+}
+
+}  // namespace
+
+BoundsGroup::BoundsGroup() {
+  constexpr float kInfinity = std::numeric_limits<float>::infinity();
+  for (int axis = 0; axis < 3; ++axis) {
+    std::fill(low[axis], low[axis] + kSize, kInfinity);
+    std::fill(high[axis], high[axis] + kSize, -kInfinity);
+  }
+}
+
+void BoundsGroup::enclose(std::size_t lane, const Bounds& bounds) {
+  for (int axis = 0; axis < 3; ++axis) {
+    low[axis][lane] = Rounded(bounds.low[axis]);
+    high[axis][lane] = Rounded(bounds.high[axis]);
+  }
+}
+
+BoundsTree::BoundsTree(const std::vector<Bounds>& items_in) {
+  std::vector<Entry> entries(items_in.size());
+  for (std::size_t i = 0; i < entries.size(); ++i) {
+    entries[i] = {items_in[i], static_cast<std::uint32_t>(i)};
+  }
+  items.reserve(entries.size());
+  groups.resize(1);
+  Fill(*this, 0, entries.begin(), entries.end());
+}
+
+bool BoundsTree::findOverlapping(const Bounds& bounds, bool (*is_found)(const void*, std::uint32_t),
+                                 const void* context) const {
+  float low[3];
+  float high[3];
+  for (int axis = 0; axis < 3; ++axis) {
+    low[axis] = Rounded(bounds.low[axis]);
+    high[axis] = Rounded(bounds.high[axis]);
+  }
+  return HWY_DYNAMIC_DISPATCH(FindInTree)(groups.data(), low, high, is_found, context);
+}
+
+GroupBounds::GroupBounds(const BoundsGroup& group) {
+  for (int axis = 0; axis < 3; ++axis) {
+    low[axis] = *std::min_element(group.low[axis], group.low[axis] + BoundsGroup::kSize);
+    high[axis] = *std::max_element(group.high[axis], group.high[axis] + BoundsGroup::kSize);
+  }
+}
+
+double GroupBounds::extent() const {
+  double sum = 0.0;
+  for (int axis = 0; axis < 3; ++axis) {
+    sum += static_cast<double>(high[axis]) - static_cast<double>(low[axis]);
+  }
+  return sum;
+}
+
+void GroupBounds::put(BoundsGroup& parent, std::size_t lane) const {
+  for (int axis = 0; axis < 3; ++axis) {
+    parent.low[axis][lane] = low[axis];
+    parent.high[axis][lane] = high[axis];
+  }
+}
+
+double LeastDistance(const BoundsGroup& group, std::size_t lane, const double* point) {
+  double squared_distance = 0.0;
+  double size = 0.0;
+  for (int axis = 0; axis < 3; ++axis) {
+    const auto low = static_cast<double>(group.low[axis][lane]);
+    const auto high = static_cast<double>(group.high[axis][lane]);
+    if (low > high) {
+      return math::kInf;
+    }
+    const double gap = std::max(std::max(low - point[axis], point[axis] - high), 0.0);
+    squared_distance += gap * gap;
+    size += std::fabs(point[axis]) + (point[axis] < low ? std::fabs(low) : std::fabs(high));
+  }
+  const double distance = std::sqrt(squared_distance) - 0x1p-22 * size;
+  return distance > 0.0 ? distance : -math::kInf;
+}
+
+}  // namespace kavo::internal
+#endif  // HWY_ONCE

@@ -1,0 +1,119 @@
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <vector>
+
+namespace kavo::internal {
+
+//! A bound in single precision, cut to its range. Rounding keeps order (a <= b gives Rounded(a) <=
+//! Rounded(b)), so boxes that overlap still overlap when both are rounded, whatever the direction.
+inline float Rounded(double bound) { return static_cast<float>(std::min(std::max(bound, -1.0e38), 1.0e38)); }
+
+//! A box along the axes.
+struct Bounds {
+  double middle(int axis) const { return 0.5 * low[axis] + 0.5 * high[axis]; }
+
+  double low[3];
+  double high[3];
+};
+
+//! Eight boxes along the axes that enclose eight parts of something.
+//!
+//! Single precision halves the memory that a query reads.
+struct alignas(64) BoundsGroup {
+  static constexpr std::size_t kSize = 8;
+
+  //! Every lane empty: touched by nothing.
+  BoundsGroup();
+
+  //! Puts a box into a lane.
+  void enclose(std::size_t lane, const Bounds& bounds);
+
+  float low[3][kSize];
+  float high[3][kSize];
+  //! Lane i encloses item `first` + i in a leaf, and group `first` + i elsewhere.
+  std::uint32_t first = 0;
+  bool leaf = true;
+};
+
+//! A tree of boxes around items.
+struct BoundsTree {
+  BoundsTree() = default;
+  //! \param items At least one.
+  explicit BoundsTree(const std::vector<Bounds>& items);
+
+  //! Whether `is_found(place)` for any item whose box overlaps another. Ends with the first.
+  template <class IsFound>
+  bool findOverlapping(const Bounds& bounds, const IsFound& is_found) const {
+    return findOverlapping(
+        bounds,
+        [](const void* context, std::uint32_t place) {
+          return (*static_cast<const IsFound*>(context))(place);
+        },
+        &is_found);
+  }
+
+  //! The root first; empty without items.
+  std::vector<BoundsGroup> groups;
+  //! Which item is in which place of the leaves: those of one leaf lie side by side.
+  std::vector<std::uint32_t> items;
+
+ private:
+  bool findOverlapping(const Bounds& bounds, bool (*is_found)(const void*, std::uint32_t),
+                       const void* context) const;
+};
+
+//! The box around all boxes of a group, as it stands in the group above.
+struct GroupBounds {
+  explicit GroupBounds(const BoundsGroup& group);
+
+  //! The sum of its sides.
+  double extent() const;
+  void put(BoundsGroup& parent, std::size_t lane) const;
+
+  float low[3];
+  float high[3];
+};
+
+//! Nothing in a lane is nearer to the point, as computed distances go: bounds are taken for wider than they
+//! are by more than their own rounding and that of a distance. Minus infinity where the point may be inside,
+//! infinity for an empty lane.
+double LeastDistance(const BoundsGroup& group, std::size_t lane, const double* point);
+
+//! Goes through the items of a tree that may be nearest to a point: the nearest boxes of a group first, and
+//! only those that may hold an item as near as `nearest`.
+//! \param nearest Of the distances that are known so far.
+//! \param consider `void(std::uint32_t place, double& nearest)`, told what is in a leaf.
+template <class Consider>
+void FindNearest(const BoundsGroup* groups, const double* point, double& nearest, const Consider& consider,
+                 std::size_t group = 0) {
+  const BoundsGroup& bounds = groups[group];
+  struct Part {
+    double distance;
+    std::uint32_t index;
+  };
+  Part parts[BoundsGroup::kSize];
+  std::size_t num_parts = 0;
+  for (std::uint32_t lane = 0; lane < BoundsGroup::kSize; ++lane) {
+    const double distance = LeastDistance(bounds, lane, point);
+    if (distance < std::numeric_limits<double>::infinity()) {
+      std::size_t place = num_parts++;
+      for (; place > 0 && parts[place - 1].distance > distance; --place) {
+        parts[place] = parts[place - 1];
+      }
+      parts[place] = {distance, bounds.first + lane};
+    }
+  }
+  for (std::size_t i = 0; i < num_parts && !(parts[i].distance > nearest); ++i) {
+    if (bounds.leaf) {
+      consider(parts[i].index, nearest);
+    } else {
+      FindNearest(groups, point, nearest, consider, parts[i].index);
+    }
+  }
+}
+
+}  // namespace kavo::internal
