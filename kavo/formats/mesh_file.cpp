@@ -50,22 +50,17 @@ std::shared_ptr<const TriangleMesh> ParseMesh(const std::string& content, const 
   for (std::size_t i = 0; i < surface.vertices.size(); ++i) {
     Eigen::Vector3d& vertex = surface.vertices[i];
     vertex = vertex.cwiseProduct(scale);
-    if (!std::isfinite(vertex[0]) || !std::isfinite(vertex[1]) || !std::isfinite(vertex[2])) {
+    if (!IsPlace(vertex)) {
       fail("vertex " + std::to_string(i) + " at [" + NumberText(vertex[0]) + ", " + NumberText(vertex[1]) +
                ", " + NumberText(vertex[2]) + "]",
            "finite coordinates");
     }
   }
-  const auto bounds_something = [&](const TriangleMesh::Triangle& triangle) {
-    const Eigen::Vector3d& a = surface.vertices[triangle[0]];
-    const Eigen::Vector3d& b = surface.vertices[triangle[1]];
-    const Eigen::Vector3d& c = surface.vertices[triangle[2]];
-    return a != b && b != c && c != a;
-  };
-  if (std::none_of(surface.triangles.begin(), surface.triangles.end(), bounds_something)) {
+  std::shared_ptr<const TriangleMesh> mesh = MakeMesh(surface);
+  if (!mesh) {
     fail("no triangle", "at least one, with three different corners");
   }
-  return std::make_shared<const TriangleMesh>(surface.vertices, surface.triangles);
+  return mesh;
 }
 
 std::shared_ptr<const TriangleMesh> ReadMesh(const std::string& file, const Eigen::Vector3d& scale) {

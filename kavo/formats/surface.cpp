@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cmath>
 #include <utility>
 
@@ -92,6 +93,18 @@ void Surface::addPolygon(const std::vector<std::uint32_t>& corners) {
   for (std::size_t i = 2; i < left.size(); ++i) {
     add(0, i - 1, i);
   }
+}
+
+std::shared_ptr<const TriangleMesh> MakeMesh(const Surface& surface) {
+  const auto bounds_something = [&](const std::array<std::uint32_t, 3>& triangle) {
+    const Eigen::Vector3d& a = surface.vertices[triangle[0]];
+    const Eigen::Vector3d& b = surface.vertices[triangle[1]];
+    const Eigen::Vector3d& c = surface.vertices[triangle[2]];
+    return a != b && b != c && c != a;
+  };
+  return std::any_of(surface.triangles.begin(), surface.triangles.end(), bounds_something)
+             ? std::make_shared<const TriangleMesh>(surface.vertices, surface.triangles)
+             : nullptr;
 }
 
 }  // namespace kavo::formats

@@ -2,11 +2,25 @@
 
 #include <Eigen/Core>
 #include <array>
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
+#include "kavo/world/shapes/triangle_mesh.h"
+
 namespace kavo::formats {
+
+//! The largest coordinate and size of what meshes, clouds and octrees are made of (metres).
+inline constexpr double kLargestLength = 1e30;
+
+//! Whether a point is finite and no farther out than that: sensors write the largest number where they saw
+//! nothing.
+inline bool IsPlace(const Eigen::Vector3d& point) {
+  return std::fabs(point.x()) <= kLargestLength && std::fabs(point.y()) <= kLargestLength &&
+         std::fabs(point.z()) <= kLargestLength;
+}
 
 //! What a file says about a surface, or about a cloud: then there are no triangles.
 struct Surface {
@@ -21,5 +35,9 @@ struct Surface {
   //! \param corners Indices of vertices; fewer than three add nothing.
   void addPolygon(const std::vector<std::uint32_t>& corners);
 };
+
+//! The mesh of a surface whose vertices are all places; null if none of its triangles has three different
+//! corners.
+std::shared_ptr<const TriangleMesh> MakeMesh(const Surface& surface);
 
 }  // namespace kavo::formats

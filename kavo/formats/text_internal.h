@@ -13,6 +13,8 @@ inline constexpr std::size_t kMaxSceneSize = std::size_t{256} << 20;
 inline constexpr std::size_t kMaxYamlSize = std::size_t{256} << 20;
 inline constexpr std::size_t kMaxXmlSize = std::size_t{16} << 20;
 inline constexpr std::size_t kMaxPathSize = std::size_t{32} << 20;
+inline constexpr std::size_t kMaxCloudSize = std::size_t{512} << 20;
+inline constexpr std::size_t kMaxOctreeSize = std::size_t{256} << 20;
 inline constexpr std::size_t kMaxMeshSize = std::size_t{256} << 20;
 inline constexpr std::size_t kMaxMeshTriangles = 2000000;
 
