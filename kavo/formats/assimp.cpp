@@ -109,14 +109,14 @@ void CheckLines(const std::string& content, const std::string& file) {
 // Adds the mesh of a node, placed.
 void AddMesh(const aiMesh& mesh, const aiMatrix4x4& transform, const std::string& file, Surface& surface) {
   const auto first = static_cast<std::uint32_t>(surface.vertices.size());
-  const aiMatrix4x4& m = transform;
   for (unsigned int i = 0; i < mesh.mNumVertices; ++i) {
-    const Eigen::Vector3d v(mesh.mVertices[i].x, mesh.mVertices[i].y, mesh.mVertices[i].z);
-    const auto row = [&](double a, double b, double c, double d) {
-      return a * v[0] + b * v[1] + c * v[2] + d;
+    const aiVector3D& vertex = mesh.mVertices[i];
+    const auto row = [&](unsigned int r) {
+      const auto entry = [&](unsigned int column) { return static_cast<double>(transform[r][column]); };
+      return entry(0) * static_cast<double>(vertex.x) + entry(1) * static_cast<double>(vertex.y) +
+             entry(2) * static_cast<double>(vertex.z) + entry(3);
     };
-    surface.vertices.emplace_back(row(m.a1, m.a2, m.a3, m.a4), row(m.b1, m.b2, m.b3, m.b4),
-                                  row(m.c1, m.c2, m.c3, m.c4));
+    surface.vertices.emplace_back(row(0), row(1), row(2));
   }
   std::vector<std::uint32_t> corners;
   for (unsigned int i = 0; i < mesh.mNumFaces; ++i) {
