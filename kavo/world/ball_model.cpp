@@ -94,25 +94,20 @@ HWY_INLINE bool AskBundle(D d, Data& data, Data::Bundle& bundle, const LaneSolid
   const Distance<kKind, D> distance(d, solid);
   PlaceBundle(d, data, bundle);
   FindReaches(d, data, bundle, margin);
-  const float own = distance.Rounding() + margin;
-  open = asked.Narrow(open, FindNear(d, bundle.reach + own, [&](std::size_t lane) {
-                        return distance.Squared(bundle.centers.values + lane);
-                      }));
+  open = asked.Narrow(open, distance.Near(bundle.centers.values, bundle.reach + margin));
   if (open == 0) {
     return true;
   }
   PlaceBalls(d, data, bundle);
   std::uint32_t all_near = 0;
   for (std::uint32_t i = bundle.first_ball; i < bundle.end_ball; ++i) {
-    const auto squared = [&](std::size_t lane) { return distance.Squared(data.placed[i].values + lane); };
-    const float reach = data.reaches[i] + own;
-    if (HWY_LIKELY(!IsAnyNear(d, reach, squared))) {
+    const float* const centers = data.placed[i].values;
+    const std::uint32_t near = distance.NearIfAny(centers, data.reaches[i] + margin);
+    if (HWY_LIKELY(near == 0)) {
       continue;
     }
-    const std::uint32_t near = FindNear(d, reach, squared);
     all_near |= near;
-    const float radius = data.balls[i].radius + distance.Rounding();
-    if (!asked.Note(question, FindTouching(d, radius, margin, squared), near)) {
+    if (!asked.Note(question, distance.Touching(centers, data.balls[i].radius, margin), near)) {
       return false;
     }
   }
@@ -125,9 +120,8 @@ HWY_NOINLINE bool AskPart(D d, Data& data, Data::Part& part, const LaneSolid& so
                           Asked& asked) {
   const Distance<kKind, D> distance(d, solid);
   const float margin = part.margin + solid.margin;
-  const std::uint32_t open = asked.Narrow(
-      asked.All(), FindNear(d, part.reach + distance.Rounding() + margin,
-                            [&](std::size_t lane) { return distance.Squared(part.centers.values + lane); }));
+  const std::uint32_t open =
+      asked.Narrow(asked.All(), distance.Near(part.centers.values, part.reach + margin));
   if (open == 0) {
     return true;
   }
@@ -442,15 +436,12 @@ bool Touches(Data& data, const SolidLanes& lanes, const Question& question) {
   return ForKind(solid.kind, [&](auto kind) {
     const Distance<decltype(kind)::value, Lanes<kNumLanes>> distance(d, solid);
     const float margin = MarginOf(data, bundle) + solid.margin;
-    if (!IsAnyNear(d, bundle.radius + distance.Rounding() + margin,
-                   [&](std::size_t lane) { return distance.Squared(bundle.centers.values + lane); })) {
+    if (distance.NearIfAny(bundle.centers.values, bundle.radius + margin) == 0) {
       return false;
     }
     PlaceBalls(d, data, bundle);
     for (std::uint32_t i = bundle.first_ball; i < bundle.end_ball; ++i) {
-      if (FindTouching(d, data.balls[i].radius + distance.Rounding(), margin, [&](std::size_t lane) {
-            return distance.Squared(data.placed[i].values + lane);
-          }) != 0) {
+      if (distance.Touching(data.placed[i].values, data.balls[i].radius, margin) != 0) {
         return true;
       }
     }

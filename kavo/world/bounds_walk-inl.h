@@ -17,13 +17,14 @@ HWY_BEFORE_NAMESPACE();
 namespace kavo::internal::HWY_NAMESPACE {
 namespace {
 
-// Goes through the items whose bounds overlap the box from `low` to `high`, until one has been found.
+// Goes through the lanes whose bounds overlap the box from `low` to `high`, until one has been found.
 // \param groups The root first.
-// \param is_found `bool(std::uint32_t)`: called with the place of an item.
+// \param is_entered `bool(const BoundsGroup&, std::uint32_t lane)`: whether to go into a group of the tree.
+// \param is_found The same of an item.
 // \return Whether one was found.
-template <class IsFound>
-HWY_INLINE bool FindOverlapping(const BoundsGroup* groups, const float (&low)[3], const float (&high)[3],
-                                const IsFound& is_found) {
+template <class IsEntered, class IsFound>
+HWY_INLINE bool WalkOverlapping(const BoundsGroup* groups, const float (&low)[3], const float (&high)[3],
+                                const IsEntered& is_entered, const IsFound& is_found) {
   namespace hn = hwy::HWY_NAMESPACE;
   const hn::CappedTag<float, BoundsGroup::kSize> d;
   const auto low_x = hn::Set(d, low[0]);
@@ -51,16 +52,27 @@ HWY_INLINE bool FindOverlapping(const BoundsGroup* groups, const float (&low)[3]
       overlaps |= static_cast<std::uint32_t>(bits[0]) << lane;
     }
     for (; overlaps != 0; overlaps &= overlaps - 1) {
-      const std::uint32_t index =
-          group.first + static_cast<std::uint32_t>(hwy::Num0BitsBelowLS1Bit_Nonzero32(overlaps));
-      if (!group.leaf) {
-        waiting[num_waiting++] = index;
-      } else if (is_found(index)) {
-        return true;
+      const auto lane = static_cast<std::uint32_t>(hwy::Num0BitsBelowLS1Bit_Nonzero32(overlaps));
+      if (group.leaf) {
+        if (is_found(group, lane)) {
+          return true;
+        }
+      } else if (is_entered(group, lane)) {
+        waiting[num_waiting++] = group.first + lane;
       }
     }
   }
   return false;
+}
+
+// The same for items by their places.
+// \param is_found `bool(std::uint32_t place)`.
+template <class IsFound>
+HWY_INLINE bool FindOverlapping(const BoundsGroup* groups, const float (&low)[3], const float (&high)[3],
+                                const IsFound& is_found) {
+  return WalkOverlapping(
+      groups, low, high, [](const BoundsGroup&, std::uint32_t) { return true; },
+      [&](const BoundsGroup& group, std::uint32_t lane) { return is_found(group.first + lane); });
 }
 
 }  // namespace

@@ -12,6 +12,8 @@
 #include <type_traits>
 
 #include "kavo/math/lane_transforms_internal.h"
+#include "kavo/world/ball_lanes-inl.h"
+#include "kavo/world/compound_distance-inl.h"
 #include "kavo/world/solid_lanes_internal.h"
 
 HWY_BEFORE_NAMESPACE();
@@ -22,8 +24,7 @@ namespace hn = hwy::HWY_NAMESPACE;
 
 using math::kNumLanes;
 
-// Squared distances from placed centres to one solid; zero inside. Of a ball and a capsule, from the centre
-// and the segment, and of all without their padding: that is part of the reach.
+// Placed balls against one solid.
 template <LaneSolid::Kind kKind, class D>
 class Distance {
  public:
@@ -32,8 +33,28 @@ class Distance {
 
   HWY_INLINE Distance(D d, const LaneSolid& solid) : d_(d), solid_(solid) {}
 
-  HWY_INLINE float Rounding() const { return solid_.rounding; }
+  // In which lanes a ball comes within reach; in others it certainly does not.
+  HWY_INLINE std::uint32_t Near(const float* centers, float reach) const {
+    return FindNear(d_, reach + solid_.rounding, [&](std::size_t lane) { return Squared(centers + lane); });
+  }
 
+  // The same, faster where most are far.
+  HWY_INLINE std::uint32_t NearIfAny(const float* centers, float reach) const {
+    const auto squared = [&](std::size_t lane) { return Squared(centers + lane); };
+    return HWY_LIKELY(!IsAnyNear(d_, reach + solid_.rounding, squared))
+               ? 0
+               : FindNear(d_, reach + solid_.rounding, squared);
+  }
+
+  // In which lanes a ball touches for certain.
+  HWY_INLINE std::uint32_t Touching(const float* centers, float radius, float margin) const {
+    return FindTouching(d_, radius + solid_.rounding, margin,
+                        [&](std::size_t lane) { return Squared(centers + lane); });
+  }
+
+ private:
+  // Squared distances from placed centres; zero inside. Of a ball and a capsule, from the centre and the
+  // segment, and of all without their padding: that is part of the reach.
   HWY_INLINE V Squared(const float* center) const {
     V x = hn::Sub(hn::Load(d_, center), hn::Set(d_, solid_.center[0]));
     V y = hn::Sub(hn::Load(d_, center + kNumLanes), hn::Set(d_, solid_.center[1]));
@@ -42,12 +63,16 @@ class Distance {
       const V depth = Along(2, x, y, z);
       return hn::IfThenElse(hn::Gt(depth, hn::Zero(d_)), hn::Mul(depth, depth), hn::Zero(d_));
     } else {
-      if constexpr (kKind == Kind::kBox || kKind == Kind::kCylinder || kKind == Kind::kCapsule) {
+      if constexpr (kKind == Kind::kBox || kKind == Kind::kCylinder || kKind == Kind::kCapsule ||
+                    kKind == Kind::kCone) {
         const V local_x = Along(0, x, y, z);
         const V local_y = Along(1, x, y, z);
         z = Along(2, x, y, z);
         x = local_x;
         y = local_y;
+      }
+      if constexpr (kKind == Kind::kCone) {
+        return SquaredFromCone(x, y, z);
       }
       if constexpr (kKind == Kind::kBox || kKind == Kind::kAlignedBox) {
         x = Beyond(x, solid_.half[0]);
@@ -65,7 +90,29 @@ class Distance {
     }
   }
 
- private:
+  // In the plane through the axis of a cone, where it is a triangle.
+  HWY_INLINE V SquaredFromCone(V x, V y, V z) const {
+    const V side = hn::Sqrt(hn::Add(hn::Mul(x, x), hn::Mul(y, y)));
+    const V outwards = hn::Set(d_, solid_.half[0]);
+    const V down = hn::Set(d_, solid_.half[1]);
+    const V half = hn::Set(d_, solid_.half[2]);
+    const V zero = hn::Zero(d_);
+    const V below_apex = hn::Sub(half, z);
+    const V beyond_slope = hn::Sub(hn::Mul(side, down), hn::Mul(below_apex, outwards));
+    const V beyond_base = hn::Neg(hn::Add(half, z));
+    const V slope = hn::Set(d_, solid_.radius * solid_.half[0] + 2.0f * solid_.half[2] * solid_.half[1]);
+    const V along =
+        hn::Min(hn::Max(hn::Add(hn::Mul(side, outwards), hn::Mul(below_apex, down)), zero), slope);
+    const V from_slope_side = hn::Sub(side, hn::Mul(along, outwards));
+    const V from_slope_z = hn::Sub(below_apex, hn::Mul(along, down));
+    const V from_slope =
+        hn::Add(hn::Mul(from_slope_side, from_slope_side), hn::Mul(from_slope_z, from_slope_z));
+    const V outside_side = hn::Max(hn::Sub(side, hn::Set(d_, solid_.radius)), zero);
+    const V from_base = hn::Add(hn::Mul(outside_side, outside_side), hn::Mul(beyond_base, beyond_base));
+    const V outside = hn::IfThenElse(hn::Gt(beyond_base, zero), hn::Min(from_slope, from_base), from_slope);
+    return hn::IfThenElse(hn::Gt(hn::Max(beyond_slope, beyond_base), zero), outside, zero);
+  }
+
   HWY_INLINE V Along(int row, V x, V y, V z) const {
     return hn::Add(hn::Add(hn::Mul(x, hn::Set(d_, solid_.rotation[row][0])),
                            hn::Mul(y, hn::Set(d_, solid_.rotation[row][1]))),
@@ -76,6 +123,25 @@ class Distance {
     return hn::Max(hn::Sub(hn::Abs(coordinate), hn::Set(d_, half)), hn::Zero(d_));
   }
 
+  const D d_;
+  const LaneSolid& solid_;
+};
+
+// The same for one that consists of many parts.
+template <class D>
+class Distance<LaneSolid::Kind::kCompound, D> {
+ public:
+  HWY_INLINE Distance(D d, const LaneSolid& solid) : d_(d), solid_(solid) {}
+
+  HWY_INLINE std::uint32_t Near(const float* centers, float reach) const {
+    return FindNearCompound(d_, solid_, centers, reach + solid_.rounding);
+  }
+  HWY_INLINE std::uint32_t NearIfAny(const float* centers, float reach) const { return Near(centers, reach); }
+  HWY_INLINE std::uint32_t Touching(const float* centers, float radius, float margin) const {
+    return FindTouchingCompound(d_, solid_, centers, radius + solid_.rounding, margin);
+  }
+
+ private:
   const D d_;
   const LaneSolid& solid_;
 };
@@ -99,6 +165,10 @@ HWY_INLINE bool ForKind(LaneSolid::Kind kind, const Ask& ask) {
       return ask(std::integral_constant<Kind, Kind::kCapsule>());
     case Kind::kHalfSpace:
       return ask(std::integral_constant<Kind, Kind::kHalfSpace>());
+    case Kind::kCone:
+      return ask(std::integral_constant<Kind, Kind::kCone>());
+    case Kind::kCompound:
+      return ask(std::integral_constant<Kind, Kind::kCompound>());
   }
   return true;
 }

@@ -46,11 +46,17 @@ LaneSolid::LaneSolid(const Solid& solid)
     case Solid::Kind::kHalfSpace:
       kind = Kind::kHalfSpace;
       break;
-    case Solid::Kind::kCone:
+    case Solid::Kind::kCone: {
+      kind = Kind::kCone;
+      const double slope = std::sqrt(solid.radius * solid.radius + 4.0 * solid.half[2] * solid.half[2]);
+      half[0] = static_cast<float>(solid.radius / slope);
+      half[1] = static_cast<float>(2.0 * solid.half[2] / slope);
+      break;
+    }
     case Solid::Kind::kCompound:
-      // Always too close to tell.
-      kind = Kind::kBall;
-      margin = 16.0f * BallModel::kLargestLength;
+      kind = Kind::kCompound;
+      compound = solid.compound;
+      is_solid = solid.interior != Interior::kEmpty;
       break;
   }
 }

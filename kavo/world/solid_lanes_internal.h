@@ -17,7 +17,9 @@ struct LaneSolid {
     kCylinder,
     kUprightCylinder,
     kCapsule,
-    kHalfSpace
+    kHalfSpace,
+    kCone,
+    kCompound
   };
 
   LaneSolid() = default;
@@ -27,7 +29,8 @@ struct LaneSolid {
   float center[3] = {0.0f, 0.0f, 0.0f};
   //! Rows are the axes of the solid's frame in world coordinates.
   float rotation[3][3] = {};
-  //! As in `Solid`, for an aligned box along the world's axes.
+  //! As in `Solid`, for an aligned box along the world's axes. Cone: x and y hold what its slope goes
+  //! outwards and down for each metre.
   float half[3] = {0.0f, 0.0f, 0.0f};
   float radius = 0.0f;
   //! How far it reaches beyond what distances are measured from: the radius of a ball or capsule, the
@@ -35,6 +38,9 @@ struct LaneSolid {
   float rounding = 0.0f;
   //! What rounding may cost on the solid's side.
   float margin = 0.0f;
+  //! As in `Solid`.
+  const Compound* compound = nullptr;
+  bool is_solid = false;
 };
 
 //! The solids of a snapshot as the lanes see them.

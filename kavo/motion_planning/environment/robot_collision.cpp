@@ -273,7 +273,8 @@ std::optional<ConfigurationFault::Contact> RobotCollision::DeepestContact(const 
       }
       const std::optional<WorldView::Nearest> nearest = world_view_.nearestObstacle(center);
       if (nearest && (!deepest || reach - nearest->distance > deepest->depth)) {
-        deepest = {collections_[i].frame_name, k, center, reach, nearest->obstacle, {}, reach - nearest->distance};
+        deepest = {collections_[i].frame_name, k, center, reach, nearest->obstacle, {},
+                   reach - nearest->distance};
       }
     }
   }

@@ -153,8 +153,8 @@ class KAVO_EXPORT MotionPlanner {
   virtual std::shared_ptr<RobotDescription> robot() const = 0;
 
   //! Goes over to another form of the robot (see robot_variants.h), such as one that holds something: from
-  //! the next query on. Settings stay, and random choices go on where they are. Fatal, without a change, unless
-  //! it has the same coordinates and limits, and the task-space frame.
+  //! the next query on. Settings stay, and random choices go on where they are. Fatal, without a change,
+  //! unless it has the same coordinates and limits, and the task-space frame.
   virtual void setRobot(std::shared_ptr<RobotDescription> robot_description) = 0;
 
  protected:

@@ -4,15 +4,17 @@
 
 namespace kavo::internal {
 
-Compound::Compound(const std::vector<Bounds>& parts) : tree_(parts) {
+Compound::Compound(Parts parts, const std::vector<Bounds>& bounds) : parts_(parts), tree_(bounds) {
   for (int axis = 0; axis < 3; ++axis) {
     double largest = 0.0;
-    for (const Bounds& part : parts) {
+    for (const Bounds& part : bounds) {
       largest = std::max(largest, std::max(std::fabs(part.low[axis]), std::fabs(part.high[axis])));
     }
     extent_ += largest;
   }
 }
+
+bool Compound::contains(const double*) const { return false; }
 
 Bounds Compound::boundsAround(const double* point, double radius) const {
   Bounds bounds{};

@@ -1,9 +1,33 @@
 #pragma once
 
+#include <algorithm>
+#include <cstdint>
+#include <limits>
+#include <utility>
+#include <vector>
+
 #include "kavo/world/bounds_tree_internal.h"
 #include "kavo/world/obstacle.h"
 
 namespace kavo::internal {
+
+//! A triangle in single precision, as the lanes of a ball model are tested against it. Lengths and areas are
+//! those of the true triangle; where it is too narrow for its plane to count, all that is about the plane is
+//! zero.
+struct alignas(32) LaneTriangle {
+  float corner[3];
+  //! From that corner to the others.
+  float to_b[3];
+  float to_c[3];
+  float normal[3];
+  //! In the plane, across the other side: along them a point inside is between zero and `area`, and so is the
+  //! sum of both.
+  float across_c[3];
+  float across_b[3];
+  float area;
+  //! One over the squared lengths of the sides, of the one opposite of the corner last.
+  float inverses[3];
+};
 
 //! Very many parts in one frame under a tree of bounds: what instances of a shape share. Immutable.
 class Compound {
@@ -11,6 +35,8 @@ class Compound {
   //! Coordinates and sizes beyond this many metres are refused: nothing on the way to an answer overflows,
   //! in single precision neither where bounds are concerned.
   static constexpr double kLargestLength = 1.0e30;
+
+  enum class Parts : std::uint8_t { kBalls, kCubes, kTriangles };
 
   virtual ~Compound() = default;
 
@@ -22,14 +48,25 @@ class Compound {
   //! Neither is negative.
   virtual bool touches(const double* point, double radius, double padding, Interior interior) const = 0;
 
+  //! Whether a point is inside of what the parts enclose: cubes and balls enclose nothing but themselves.
+  virtual bool contains(const double* point) const;
+
+  //! What the parts are. The boxes of the tree are those around balls, and cubes themselves, to rounding.
+  Parts parts() const { return parts_; }
+
   //! Around all parts, which stand in the places of the tree.
   const BoundsTree& tree() const { return tree_; }
+
+  //! By place; empty where parts are no triangles.
+  const std::vector<LaneTriangle>& triangles() const { return triangles_; }
 
   //! The largest sum of the coordinates' absolute values in a part.
   double extent() const { return extent_; }
 
  protected:
-  explicit Compound(const std::vector<Bounds>& parts);
+  Compound(Parts parts, const std::vector<Bounds>& bounds);
+
+  void setTriangles(std::vector<LaneTriangle> triangles) { triangles_ = std::move(triangles); }
 
   //! The box around a ball, larger by more than what rounding does to a distance that is computed here.
   Bounds boundsAround(const double* point, double radius) const;
@@ -44,7 +81,9 @@ class Compound {
   }
 
  private:
+  Parts parts_;
   BoundsTree tree_;
+  std::vector<LaneTriangle> triangles_;
   double extent_ = 0.0;
 };
 

@@ -49,6 +49,39 @@ double SquaredDistance(const Eigen::Vector3d& a, const Eigen::Vector3d& b) {
   return Dot(way, way);
 }
 
+void Round(const Eigen::Vector3d& vector, float (&rounded)[3]) {
+  for (int axis = 0; axis < 3; ++axis) {
+    rounded[axis] = Rounded(vector[axis]);
+  }
+}
+
+LaneTriangle InSinglePrecision(const MeshTree::Corners& corners) {
+  const auto& [a, b, c] = corners;
+  const Eigen::Vector3d to_b = b - a;
+  const Eigen::Vector3d to_c = c - a;
+  const Eigen::Vector3d normal = Cross(to_b, to_c);
+  const double area = std::sqrt(Dot(normal, normal));
+  const double squared_sides[3] = {Dot(to_b, to_b), Dot(to_c, to_c), SquaredDistance(b, c)};
+  LaneTriangle triangle{};
+  Round(a, triangle.corner);
+  Round(to_b, triangle.to_b);
+  Round(to_c, triangle.to_c);
+  // A share of its length that is lost in the margin of the lanes.
+  constexpr double kLeastWidth = 1e-7;
+  if (area > kLeastWidth * std::max({squared_sides[0], squared_sides[1], squared_sides[2]})) {
+    const Eigen::Vector3d unit = normal / area;
+    Round(unit, triangle.normal);
+    Round(Cross(to_c, unit), triangle.across_c);
+    Round(Cross(unit, to_b), triangle.across_b);
+    triangle.area = Rounded(area);
+  }
+  for (int side = 0; side < 3; ++side) {
+    // Of a very short one any point of it will do.
+    triangle.inverses[side] = squared_sides[side] > 1e-30 ? Rounded(1.0 / squared_sides[side]) : 0.0f;
+  }
+  return triangle;
+}
+
 // Pieces that a ray has crossed an odd number of times so far. There may be more than there is room for: then
 // it is asked again, about those that come after.
 class OddPieces {
@@ -188,7 +221,7 @@ NearInTriangle NearestInTriangle(const MeshTree::Corners& corners, const Eigen::
   return nearest;
 }
 
-MeshTree::MeshTree(const TriangleMesh& mesh) : Compound(BoundsOf(mesh)), bounds_{} {
+MeshTree::MeshTree(const TriangleMesh& mesh) : Compound(Parts::kTriangles, BoundsOf(mesh)), bounds_{} {
   corners_.reserve(tree().items.size());
   closed_pieces_.reserve(tree().items.size());
   for (const std::uint32_t item : tree().items) {
@@ -200,6 +233,12 @@ MeshTree::MeshTree(const TriangleMesh& mesh) : Compound(BoundsOf(mesh)), bounds_
     closed_pieces_.push_back(mesh.isPieceClosed(piece) ? piece : kNone);
     has_closed_pieces_ = has_closed_pieces_ || closed_pieces_.back() != kNone;
   }
+  std::vector<LaneTriangle> triangles;
+  triangles.reserve(corners_.size());
+  for (const Corners& corners : corners_) {
+    triangles.push_back(InSinglePrecision(corners));
+  }
+  setTriangles(std::move(triangles));
   for (int axis = 0; axis < 3; ++axis) {
     const auto [low, high] =
         std::minmax_element(mesh.vertices().begin(), mesh.vertices().end(),

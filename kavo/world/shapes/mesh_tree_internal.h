@@ -42,7 +42,7 @@ class KAVO_EXPORT MeshTree final : public Compound {
 
   //! Whether a point is inside of a closed piece: where a ray from it crosses the piece an odd number of
   //! times. Rounding may tip it on the surface only, wherever the ray passes.
-  bool contains(const double* point) const;
+  bool contains(const double* point) const override;
 
  private:
   std::vector<Corners> corners_;

@@ -28,7 +28,8 @@ std::vector<Bounds> BoundsOf(const std::vector<Octree::Cell>& cells) {
 
 }  // namespace
 
-CellTree::CellTree(std::vector<Octree::Cell> cells) : Compound(BoundsOf(cells)), cells_(std::move(cells)) {}
+CellTree::CellTree(std::vector<Octree::Cell> cells)
+    : Compound(Parts::kCubes, BoundsOf(cells)), cells_(std::move(cells)) {}
 
 double CellTree::signedDistance(const double* point, Interior) const {
   return least(point, [&](std::uint32_t place) { return distance(place, point); });

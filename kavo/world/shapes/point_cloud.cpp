@@ -44,7 +44,9 @@ std::shared_ptr<const PointTree> MakeTree(std::vector<Eigen::Vector3d> points, s
 }  // namespace
 
 PointTree::PointTree(std::vector<Eigen::Vector3d> points, std::vector<double> radii)
-    : Compound(BoundsOf(points, radii)), points_(std::move(points)), radii_(std::move(radii)) {}
+    : Compound(Parts::kBalls, BoundsOf(points, radii)),
+      points_(std::move(points)),
+      radii_(std::move(radii)) {}
 
 double PointTree::signedDistance(const double* point, Interior) const {
   return least(point, [&](std::uint32_t place) { return distance(place, point); });

@@ -55,8 +55,10 @@ TEST_P(BatchTest, SaysWhatAskingOneByOneSays) {
     const double size = round % 10 == 0 ? 1e7 : (round % 10 == 1 ? 1e150 : 1.0);
     test::RandomScene scene(static_cast<std::uint32_t>(round));
     for (int i = 0; i < (round % 7 == 0 ? 100 : round % 12); ++i) {
-      world.add(scene.bounded(i % 4, 0.3),
-                i % 5 == 0 ? Pose3::FromTranslation(scene.point(1.0)) : scene.pose(1.0));
+      const ObstacleHandle obstacle =
+          world.add(scene.bounded(i % test::RandomScene::kNumKinds, 0.3),
+                    i % 5 == 0 ? Pose3::FromTranslation(scene.point(1.0)) : scene.pose(1.0));
+      world.setPadding(obstacle, i % 3 == 0 ? 0.02 : 0.0);
     }
     if (round % 6 == 0) {
       world.add(HalfSpaceObstacle{}, Pose3::FromTranslation({0.0, 0.0, -0.8}));
@@ -108,15 +110,18 @@ TEST_P(BatchTest, DecidesAsTheExactCheckWhereContactBegins) {
     const auto description = robot.withSpheres(engine);
     World world;
     test::RandomScene scene(static_cast<std::uint32_t>(round));
-    const int kind = round % 6;
-    if (kind < 4) {
-      world.add(scene.bounded(kind, 0.8),
-                round % 4 == 0 ? Pose3::FromTranslation(scene.point(0.6)) : scene.pose(0.6));
-    } else if (kind == 4) {
-      world.add(HalfSpaceObstacle{}, scene.pose(0.6));
-    } else if (round % 12 == 5) {
+    constexpr int kNumKinds = test::RandomScene::kNumKinds;
+    const int kind = round % (kNumKinds + 2);
+    if (kind < kNumKinds) {
+      const ObstacleHandle obstacle =
+          world.add(scene.bounded(kind, 0.8),
+                    round % 4 == 0 ? Pose3::FromTranslation(scene.point(0.6)) : scene.pose(0.6));
+      world.setPadding(obstacle, round % 3 == 0 ? 0.03 : 0.0);
+    } else if (kind == kNumKinds) {
+      world.setPadding(world.add(HalfSpaceObstacle{}, scene.pose(0.6)), round % 3 == 0 ? 0.03 : 0.0);
+    } else if (round % 20 == 9) {
       // A face among the spheres, of a box that is large or hardly turned.
-      const double size = round % 24 == 5 ? 1e5 : 0.4;
+      const double size = round % 40 == 9 ? 1e5 : 0.4;
       const Eigen::Quaterniond turn(Eigen::AngleAxisd(size > 1.0 ? 0.0 : 1e-3, Eigen::Vector3d::UnitZ()));
       world.add(BoxObstacle{{size / 3.0, size, size}}, Pose3(turn, {size / 6.0 + 0.1, 0.0, 0.0}));
     }

@@ -99,7 +99,7 @@ TEST_P(MotionTest, AcceptsNothingThatTouches) {
       const double gaps[] = {-1e-4, -1e-5, 1e-5, 5e-5, 2e-4, 1e-3, 1e-2};
       AddGrazed(sphere, gaps[engine() % 7], scene, world);
     } else {
-      world.add(scene.bounded(round % 4, 0.4), scene.pose(1.0));
+      world.add(scene.bounded(round % test::RandomScene::kNumKinds, 0.4), scene.pose(1.0));
     }
     if (round % 9 == 0) {
       // Too large for single precision.

@@ -66,7 +66,7 @@ TEST(PathProofTest, IsRightAboutRandomMotions) {
     World world;
     test::RandomScene scene(static_cast<std::uint32_t>(round));
     for (int i = 0; i < round % 7; ++i) {
-      world.add(scene.bounded(i % 4, 0.3), scene.pose(1.5));
+      world.add(scene.bounded((round + i) % test::RandomScene::kNumKinds, 0.3), scene.pose(1.5));
     }
     const int n = random_robot.num_coordinates();
     const double size = round % 2 == 0 ? 6.0 : 0.5;
