@@ -30,7 +30,7 @@ struct Scope {
   std::vector<std::string> Ignored() const;
 
   //! What a path that passes is: "valid", "valid for the covered links only (not 'hand')", "valid with
-  //! octomap ignored", with another word for it if it was proven.
+  //! attached_objects ignored", with another word for it if it was proven.
   std::string Verdict(const std::string& word) const;
 
   //! "27 pairs of frames looked at", "not looked at".

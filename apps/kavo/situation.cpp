@@ -28,6 +28,19 @@ bool IsThere(double wanted, double value) { return std::fabs(wanted - value) <= 
 
 std::string Quoted(const std::string& name) { return "'" + Printable(name) + "'"; }
 
+// What is held is read, but does not move with the robot yet.
+std::vector<formats::Unhonoured> FindAttached(const std::vector<formats::AttachedObject>& all,
+                                              const std::string& file) {
+  std::vector<formats::Unhonoured> unhonoured;
+  for (const formats::AttachedObject& attached : all) {
+    unhonoured.push_back(
+        {formats::Unhonoured::Kind::kAttachedObjects,
+         "object " + Quoted(attached.object.id) + " attached to link " + Quoted(attached.link), file,
+         attached.object.line});
+  }
+  return unhonoured;
+}
+
 }  // namespace
 
 void Situations::CheckNames(const std::string& file, const JointValues& joints) {
@@ -101,7 +114,7 @@ void Situations::PlaceObjects(const std::vector<formats::Scene>& scenes, Situati
   std::vector<formats::Unhonoured> unhonoured;
   for (const formats::Scene& scene : scenes) {
     formats::FramePoses frames;
-    for (const formats::Scene::Object& object : scene.objects) {
+    for (const formats::SceneObject& object : scene.objects) {
       if (object.frame.empty() || object.parts.empty() || frames.count(object.frame) != 0) {
         continue;
       }
@@ -115,6 +128,13 @@ void Situations::PlaceObjects(const std::vector<formats::Scene>& scenes, Situati
       }
     }
     unhonoured.insert(unhonoured.end(), scene.unhonoured.begin(), scene.unhonoured.end());
+    const std::vector<formats::Unhonoured> attached = FindAttached(scene.attached, scene.file);
+    unhonoured.insert(unhonoured.end(), attached.begin(), attached.end());
+    for (const auto& [link, padding] : scene.link_padding) {
+      if (padding > 0.0) {
+        unhonoured.push_back({Kind::kLinkPadding, "a padding of link " + Quoted(link), scene.file, 0});
+      }
+    }
     if (const auto difference = FindMatrixDifference(scene, *situation.robot)) {
       unhonoured.push_back(*difference);
     }
@@ -136,6 +156,7 @@ Situation Situations::Read(const std::vector<std::string>& scene_files, const fo
     }
     state = request->start;
     rules_.Admit(request->unhonoured, situation.scope);
+    rules_.Admit(FindAttached(request->attached, request->file), situation.scope);
   }
   std::vector<formats::Scene> scenes;
   for (const std::string& file : scene_files) {

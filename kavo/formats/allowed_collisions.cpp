@@ -121,7 +121,7 @@ std::optional<Unhonoured> FindMatrixDifference(const Scene& scene, const LoadedR
                           " touch, other than by the robot's " + (robot.srdf ? "SRDF" : "own pairs"));
       }
     }
-    for (const Scene::Object& object : scene.objects) {
+    for (const SceneObject& object : scene.objects) {
       if (!object.parts.empty() && allowed.allows(a->first, object.id)) {
         return difference("an allowed collision matrix by which link " + Quoted(a->first) + " and object " +
                           Quoted(object.id) + " may touch");

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "kavo/formats/robot_state_internal.h"
+#include "kavo/formats/scene_object_internal.h"
 #include "kavo/formats/text_internal.h"
 #include "kavo/formats/yaml_value_internal.h"
 #include "kavo/util/log_message.h"
@@ -107,9 +108,11 @@ void ReadEffort(const YamlValue& root, Request& request) {
 
 }  // namespace
 
-Request ReadRequest(const std::string& file) { return ParseRequest(ReadTextFile(file, kMaxYamlSize), file); }
+Request ReadRequest(const std::string& file, const SceneFileOptions& options) {
+  return ParseRequest(ReadTextFile(file, kMaxYamlSize), file, options);
+}
 
-Request ParseRequest(const std::string& text, const std::string& file) {
+Request ParseRequest(const std::string& text, const std::string& file, const SceneFileOptions& options) {
   const YamlValue root(text, file);
   Request request;
   request.file = file;
@@ -127,7 +130,8 @@ Request ParseRequest(const std::string& text, const std::string& file) {
   if (start) {
     request.start = ReadJointState(*start);
     request.base_pose = ReadBasePose(*start);
-    FindAttachedObjects(*start, request.unhonoured);
+    request.attached =
+        SceneObjectReader({}, request.base_pose.value_or(Pose3()), options).readAttached(*start);
   }
   const std::optional<YamlValue> goals = root.find("goal_constraints");
   if (!start && !goals) {

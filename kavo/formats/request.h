@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "kavo/formats/scene_file_options.h"
+#include "kavo/formats/scene_object.h"
 #include "kavo/formats/unhonoured.h"
 #include "kavo/kinematics/interface/robot_description.h"
 #include "kavo/math/pose3.h"
@@ -37,6 +39,8 @@ struct Request {
   std::string group_name;
   //! Joint values at the start by name.
   std::map<std::string, double> start;
+  //! What the robot holds at the start. Those without a shape are objects of a scene, by their ids.
+  std::vector<AttachedObject> attached;
   //! In the order of the file; may be empty.
   std::vector<Goal> goals;
   //! Pose of the robot base in the world, if the start state tells it.
@@ -52,7 +56,7 @@ struct Request {
 //! Reads a motion-plan request in YAML: `group_name`, `start_state.joint_state`, and `goal_constraints[]`
 //! with `joint_constraints[]` or `position_constraints[]`; `allowed_planning_time` (zero for none) and
 //! `num_planning_attempts`. Tolerances are ignored, as is the choice of a planner. Constraints on
-//! orientation, visibility, the path or the trajectory and attached objects are listed as not honoured.
+//! orientation, visibility, the path or the trajectory are listed as not honoured.
 //!
 //! Throws `FileError` for a file that cannot be read or does not have this form, and for a position
 //! constraint with an offset from the origin of its link.
@@ -67,10 +71,11 @@ struct Request {
 //!     kavo::formats::ConfigurationFromJoints(*robot.description, request.goals.front().joints);
 //! assert(goal[0] == 0.7);
 //! @endcode
-KAVO_EXPORT Request ReadRequest(const std::string& file);
+KAVO_EXPORT Request ReadRequest(const std::string& file, const SceneFileOptions& options = {});
 
 //! The same from the text of a file, with a name for its errors.
-KAVO_EXPORT Request ParseRequest(const std::string& text, const std::string& file);
+KAVO_EXPORT Request ParseRequest(const std::string& text, const std::string& file,
+                                 const SceneFileOptions& options = {});
 
 //! The configuration of a robot that joint values by name describe, in the order of its c-space coordinates.
 //! Joints that are no coordinate of the robot are ignored: they belong to other groups. Nothing is said about

@@ -40,18 +40,6 @@ std::optional<Pose3> ReadBasePose(const YamlValue& robot_state) {
   return transforms.front().pose("translation", "rotation");
 }
 
-void FindAttachedObjects(const YamlValue& robot_state, std::vector<Unhonoured>& unhonoured) {
-  for (const YamlValue& attached : robot_state.elements("attached_collision_objects")) {
-    const std::optional<YamlValue> object = attached.find("object");
-    const std::optional<YamlValue> id = object ? object->find("id") : std::nullopt;
-    const std::optional<YamlValue> link = attached.find("link_name");
-    unhonoured.push_back(attached.unhonoured(Unhonoured::Kind::kAttachedObjects,
-                                             "an object " + (id ? Quoted(id->text()) + " " : "") +
-                                                 "attached to " +
-                                                 (link ? "link " + Quoted(link->text()) : "the robot")));
-  }
-}
-
 std::string ReadFrameName(const YamlValue& stamped) {
   const std::optional<YamlValue> header = stamped.find("header");
   const std::optional<YamlValue> frame = header ? header->find("frame_id") : std::nullopt;

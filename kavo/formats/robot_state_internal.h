@@ -3,9 +3,7 @@
 #include <map>
 #include <optional>
 #include <string>
-#include <vector>
 
-#include "kavo/formats/unhonoured.h"
 #include "kavo/formats/yaml_value_internal.h"
 #include "kavo/math/pose3.h"
 
@@ -17,9 +15,6 @@ std::map<std::string, double> ReadJointState(const YamlValue& robot_state);
 //! The pose of the robot base in the world: that in `multi_dof_joint_state: {transforms: [...]}`. A second
 //! one is an error.
 std::optional<Pose3> ReadBasePose(const YamlValue& robot_state);
-
-//! Lists the objects that the state has attached to the robot.
-void FindAttachedObjects(const YamlValue& robot_state, std::vector<Unhonoured>& unhonoured);
 
 //! The frame that something is given in, from its `header`, without a leading slash. Empty without.
 std::string ReadFrameName(const YamlValue& stamped);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <map>
 #include <string_view>
 #include <utility>
 
@@ -29,16 +30,33 @@ bool IsSceneText(std::string_view text) {
 
 }  // namespace
 
-Scene ReadScene(const std::string& file) {
+Scene ReadScene(const std::string& file, const SceneFileOptions& options) {
   const std::string text = ReadTextFile(file, kMaxSceneSize);
-  return IsSceneText(text) ? ParseSceneText(text, file) : ParseSceneYaml(text, file);
+  return IsSceneText(text) ? ParseSceneText(text, file, options) : ParseSceneYaml(text, file, options);
+}
+
+void TakeAttached(Scene& scene, std::vector<AttachedObject>& attached) {
+  std::map<std::string, SceneObject*> by_id;
+  for (AttachedObject& one : attached) {
+    by_id[one.object.id] = &one.object;
+  }
+  std::vector<SceneObject> left;
+  for (SceneObject& object : scene.objects) {
+    const auto found = by_id.find(object.id);
+    if (found == by_id.end()) {
+      left.push_back(std::move(object));
+    } else if (found->second->parts.empty()) {
+      *found->second = std::move(object);
+    }
+  }
+  scene.objects = std::move(left);
 }
 
 std::vector<ObstacleHandle> AddToWorld(const Scene& scene, World& world, const FramePoses& frames) {
   const Pose3 base_from_world = scene.base_pose.inverse();
   // All poses before the first obstacle: an object that cannot be placed leaves the world as it was.
   std::vector<Pose3> poses;
-  for (const Scene::Object& object : scene.objects) {
+  for (const SceneObject& object : scene.objects) {
     Pose3 base_from_object = base_from_world;
     if (!object.frame.empty()) {
       const auto frame = frames.find(object.frame);
@@ -49,7 +67,7 @@ std::vector<ObstacleHandle> AddToWorld(const Scene& scene, World& world, const F
       }
       base_from_object = frame->second;
     }
-    for (const Scene::Part& part : object.parts) {
+    for (const SceneObject::Part& part : object.parts) {
       poses.push_back(base_from_object * part.pose);
       if (!poses.back().isFinite()) {
         throw FileError(scene.file, object.line,
@@ -59,15 +77,15 @@ std::vector<ObstacleHandle> AddToWorld(const Scene& scene, World& world, const F
   }
   std::vector<ObstacleHandle> handles;
   handles.reserve(poses.size());
-  for (const Scene::Object& object : scene.objects) {
-    for (const Scene::Part& part : object.parts) {
+  for (const SceneObject& object : scene.objects) {
+    for (const SceneObject::Part& part : object.parts) {
       handles.push_back(world.add(part.shape, poses[handles.size()], object.id));
     }
   }
   return handles;
 }
 
-void SceneBuilder::add(Scene::Object object) {
+void SceneBuilder::add(SceneObject object) {
   num_solids_ += object.parts.size();
   if (num_solids_ > kMaxObjects || scene_.objects.size() == kMaxObjects) {
     throw FileError(scene_.file, object.line,
@@ -83,7 +101,7 @@ void SceneBuilder::add(Scene::Object object) {
 
 Scene SceneBuilder::finish(const std::string& file) {
   const bool has_obstacle = std::any_of(scene_.objects.begin(), scene_.objects.end(),
-                                        [](const Scene::Object& object) { return !object.parts.empty(); });
+                                        [](const SceneObject& object) { return !object.parts.empty(); });
   if (!has_obstacle) {
     KAVO_LOG(LogLevel::kWarning) << file << ": The scene has no obstacle.";
   }
@@ -97,7 +115,7 @@ std::optional<std::size_t> NumSizes(const std::string& name) {
   if (name == "sphere") {
     return 1;
   }
-  if (name == "cylinder") {
+  if (name == "cylinder" || name == "cone") {
     return 2;
   }
   return std::nullopt;
@@ -109,6 +127,9 @@ ObstacleShape MakeShape(const std::string& name, const std::array<double, 3>& si
   }
   if (name == "sphere") {
     return SphereObstacle{sizes[0]};
+  }
+  if (name == "cone") {
+    return ConeObstacle{sizes[0], sizes[1]};
   }
   return CylinderObstacle{sizes[0], sizes[1]};
 }

@@ -21,7 +21,7 @@ class SceneBuilder {
 
   //! An object with an id that came before takes the place of the former one. Throws `FileError` at the
   //! object that is one too many.
-  void add(Scene::Object object);
+  void add(SceneObject object);
 
   //! The scene, with a warning if it has no obstacle.
   Scene finish(const std::string& file);
@@ -36,13 +36,16 @@ class SceneBuilder {
 };
 
 //! For messages.
-inline constexpr char kExpectedShapes[] = "a box, a sphere, a cylinder or a plane";
+inline constexpr char kExpectedShapes[] = "a box, a sphere, a cylinder, a cone, a plane or a mesh";
 inline constexpr char kExpectedPlace[] = "one that does not overflow";
 
-//! How many sizes a box, a sphere or a cylinder has; none for another name.
+//! The name of the object that an octree without one stands for, as in allowed collision matrices.
+inline constexpr char kOctomapId[] = "<octomap>";
+
+//! How many sizes a box, a sphere, a cylinder or a cone has; none for another name.
 std::optional<std::size_t> NumSizes(const std::string& name);
 
-//! A box, a sphere or a cylinder of positive sizes: x, y, z; radius; radius, height.
+//! A box, a sphere, a cylinder or a cone of positive sizes: x, y, z; radius; radius, height.
 ObstacleShape MakeShape(const std::string& name, const std::array<double, 3>& sizes);
 
 //! The half-space a x + b y + c z + d <= 0 as the pose of a `HalfSpaceObstacle`; none if the normal is zero.

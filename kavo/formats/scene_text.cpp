@@ -1,6 +1,9 @@
 #include <array>
 #include <charconv>
+#include <cmath>
 #include <cstddef>
+#include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -10,34 +13,24 @@
 #include "kavo/formats/file_error.h"
 #include "kavo/formats/scene.h"
 #include "kavo/formats/scene_internal.h"
+#include "kavo/formats/surface_internal.h"
 #include "kavo/formats/text_internal.h"
+#include "kavo/formats/text_reader_internal.h"
 #include "kavo/util/parse_number.h"
 
 namespace kavo::formats {
 
 namespace {
 
-constexpr std::string_view kBlank = " \t\r";
-
-std::vector<std::string_view> Tokens(std::string_view text) {
-  std::vector<std::string_view> tokens;
-  for (std::size_t begin = text.find_first_not_of(kBlank); begin != std::string_view::npos;
-       begin = text.find_first_not_of(kBlank)) {
-    text.remove_prefix(begin);
-    tokens.push_back(text.substr(0, text.find_first_of(kBlank)));
-    text.remove_prefix(tokens.back().size());
-  }
-  return tokens;
-}
-
 class SceneTextReader {
  public:
-  SceneTextReader(std::string_view text, const std::string& file) : rest_(text), file_(file) {}
+  SceneTextReader(std::string_view text, const std::string& file, const SceneFileOptions& options)
+      : reader_(text, file), options_(options) {}
 
   Scene read() {
     Scene scene;
-    scene.name = std::string(readLine());
-    scene.file = file_;
+    scene.name = std::string(reader_.readLine());
+    scene.file = reader_.file();
     SceneBuilder builder(std::move(scene));
     while (nextLine("\"*\" and the id of an object, or \".\"") != ".") {
       if (line_.front() != '*' || Trimmed(line_.substr(1)).empty()) {
@@ -45,16 +38,14 @@ class SceneTextReader {
       }
       builder.add(readObject(std::string(Trimmed(line_.substr(1)))));
     }
-    scene = builder.finish(file_);
-    scene.unhonoured = std::move(unhonoured_);
-    return scene;
+    return builder.finish(reader_.file());
   }
 
  private:
-  Scene::Object readObject(std::string id) {
-    Scene::Object object;
+  SceneObject readObject(std::string id) {
+    SceneObject object;
     object.id = std::move(id);
-    object.line = line_number_;
+    object.line = reader_.line();
     // Only the newer form has the pose of the object between its id and its shapes.
     nextLine("the number of shapes, or the position of the object");
     const bool has_pose = Tokens(line_).size() != 1;
@@ -77,9 +68,9 @@ class SceneTextReader {
     return object;
   }
 
-  void readShape(const Pose3& object_pose, Scene::Object& object) {
+  void readShape(const Pose3& object_pose, SceneObject& object) {
     const std::string name(nextLine("a shape"));
-    const int line = line_number_;
+    const int line = reader_.line();
     Pose3 shape_pose;
     std::optional<ObstacleShape> shape;
     if (name == "plane") {
@@ -94,43 +85,57 @@ class SceneTextReader {
       nextLine("the sizes of the " + name);
       shape = readSizes(name, *num_sizes);
     } else if (name == "mesh") {
-      unhonoured_.push_back(
-          {Unhonoured::Kind::kMeshes, "a mesh in object " + Quoted(object.id), file_, line});
-      skipMesh();
-    } else if (name == "cone") {
-      unhonoured_.push_back({Unhonoured::Kind::kCones, "a cone in object " + Quoted(object.id), file_, line});
-      nextLine("the radius and the length of a cone");
-      numbers<2>("the radius and the length of a cone");
+      shape = MeshObstacle{readMesh(), options_.mesh_interior};
     } else {
       fail("shape " + Quoted(name) + " in object " + Quoted(object.id), kExpectedShapes);
     }
     const Pose3 pose = object_pose * readPose() * shape_pose;
     if (!CanBePlaced(pose, Pose3())) {
-      throw FileError(file_, line,
+      throw FileError(reader_.file(), line,
                       std::string("found a pose that is out of range, expected ") + kExpectedPlace);
     }
-    if (shape) {
-      object.parts.push_back({*shape, pose});
-    }
+    object.parts.push_back({*std::move(shape), pose});
     nextLine("a colour r g b a");
     numbers<4>("a colour r g b a");
   }
 
   // The numbers of vertices and triangles, and a line for each of them.
-  void skipMesh() {
+  std::shared_ptr<const TriangleMesh> readMesh() {
     const std::string expected = "the numbers of vertices and triangles of a mesh";
     nextLine(expected);
     const std::array<double, 2> counts = numbers<2>(expected);
-    for (double lines = counts[0] + counts[1]; lines > 0.0; --lines) {
-      nextLine("a vertex or a triangle of a mesh");
-      numbers<3>("a vertex or a triangle of a mesh");
+    Surface surface;
+    for (double left = counts[0]; left > 0.0; --left) {
+      nextLine("a vertex of a mesh");
+      const std::array<double, 3> vertex = numbers<3>("a vertex of a mesh");
+      surface.vertices.emplace_back(vertex[0], vertex[1], vertex[2]);
+      if (!IsPlace(surface.vertices.back())) {
+        fail("a vertex that is not beyond 1e30");
+      }
     }
+    for (double left = counts[1]; left > 0.0; --left) {
+      nextLine("a triangle of a mesh");
+      std::array<std::uint32_t, 3>& corners = surface.triangles.emplace_back();
+      for (std::size_t i = 0; i < 3; ++i) {
+        const double index = numbers<3>("a triangle of a mesh")[i];
+        if (!(index >= 0.0 && index < static_cast<double>(surface.vertices.size())) ||
+            index != std::floor(index)) {
+          fail("three indices of vertices, counted from 0");
+        }
+        corners[i] = static_cast<std::uint32_t>(index);
+      }
+    }
+    std::shared_ptr<const TriangleMesh> mesh = MakeMesh(surface);
+    if (!mesh) {
+      fail("a mesh without a triangle", "at least one, with three different corners");
+    }
+    return mesh;
   }
 
   ObstacleShape readSizes(const std::string& name, std::size_t num_sizes) const {
     const std::string expected = name == "box"      ? "the sizes x y z of a box"
                                  : name == "sphere" ? "the radius of a sphere"
-                                                    : "the radius and the length of a cylinder";
+                                                    : "the radius and the length of a " + name;
     const std::vector<std::string_view> tokens = Tokens(line_);
     if (tokens.size() != num_sizes) {
       fail(expected);
@@ -188,41 +193,32 @@ class SceneTextReader {
     return count;
   }
 
-  std::string_view readLine() {
-    const std::size_t end = rest_.find('\n');
-    line_ = Trimmed(rest_.substr(0, end));
-    rest_.remove_prefix(end == std::string_view::npos ? rest_.size() : end + 1);
-    ++line_number_;
-    return line_;
-  }
-
   // The next line that is not blank becomes the current one.
   std::string_view nextLine(const std::string& expected) {
     do {
-      if (rest_.empty()) {
-        throw FileError(file_, line_number_, "found the end of the file, expected " + expected);
+      if (reader_.isAtEnd()) {
+        reader_.fail("the end of the file", expected);
       }
-    } while (readLine().empty());
+      line_ = reader_.readLine();
+    } while (line_.empty());
     return line_;
   }
 
   [[noreturn]] void fail(const std::string& expected) const { fail(Quoted(line_), expected); }
   [[noreturn]] void fail(const std::string& found, const std::string& expected) const {
-    throw FileError(file_, line_number_, "found " + found + ", expected " + expected);
+    reader_.fail(found, expected);
   }
 
-  std::string_view rest_;
-  std::string file_;
+  TextReader reader_;
   // The current line without blanks at its ends.
   std::string_view line_;
-  int line_number_ = 0;
-  std::vector<Unhonoured> unhonoured_;
+  const SceneFileOptions& options_;
 };
 
 }  // namespace
 
-Scene ParseSceneText(const std::string& text, const std::string& file) {
-  return SceneTextReader(text, file).read();
+Scene ParseSceneText(const std::string& text, const std::string& file, const SceneFileOptions& options) {
+  return SceneTextReader(text, file, options).read();
 }
 
 }  // namespace kavo::formats

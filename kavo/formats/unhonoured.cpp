@@ -6,17 +6,10 @@ namespace kavo::formats {
 
 const std::vector<Unhonoured::Kind>& UnhonouredKinds() {
   using Kind = Unhonoured::Kind;
-  static const std::vector<Kind> kinds = {Kind::kPathConstraints,
-                                          Kind::kVisibilityConstraints,
-                                          Kind::kTrajectoryConstraints,
-                                          Kind::kOrientationConstraints,
-                                          Kind::kOctomap,
-                                          Kind::kLinkPadding,
-                                          Kind::kLinkScale,
-                                          Kind::kAttachedObjects,
-                                          Kind::kMeshes,
-                                          Kind::kCones,
-                                          Kind::kAllowedCollisionMatrix,
+  static const std::vector<Kind> kinds = {Kind::kPathConstraints,       Kind::kVisibilityConstraints,
+                                          Kind::kTrajectoryConstraints, Kind::kOrientationConstraints,
+                                          Kind::kLinkPadding,           Kind::kLinkScale,
+                                          Kind::kAttachedObjects,       Kind::kAllowedCollisionMatrix,
                                           Kind::kUnknownFrames};
   return kinds;
 }
@@ -31,18 +24,12 @@ const char* ToString(Unhonoured::Kind kind) {
       return "trajectory_constraints";
     case Unhonoured::Kind::kOrientationConstraints:
       return "orientation_constraints";
-    case Unhonoured::Kind::kOctomap:
-      return "octomap";
     case Unhonoured::Kind::kLinkPadding:
       return "link_padding";
     case Unhonoured::Kind::kLinkScale:
       return "link_scale";
     case Unhonoured::Kind::kAttachedObjects:
       return "attached_objects";
-    case Unhonoured::Kind::kMeshes:
-      return "meshes";
-    case Unhonoured::Kind::kCones:
-      return "cones";
     case Unhonoured::Kind::kAllowedCollisionMatrix:
       return "allowed_collision_matrix";
     case Unhonoured::Kind::kUnknownFrames:

@@ -15,18 +15,15 @@ struct KAVO_EXPORT Unhonoured {
     kVisibilityConstraints,
     kTrajectoryConstraints,
     kOrientationConstraints,
-    kOctomap,
     kLinkPadding,
     kLinkScale,
     kAttachedObjects,
-    kMeshes,
-    kCones,
     kAllowedCollisionMatrix,
     kUnknownFrames,
   };
 
   Kind kind = Kind::kPathConstraints;
-  //! For a reader, such as `a mesh in object "shelf"`.
+  //! For a reader, such as `an orientation constraint of a goal`.
   std::string what;
   std::string file;
   //! First line is 1.

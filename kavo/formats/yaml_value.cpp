@@ -382,6 +382,8 @@ YamlValue YamlValue::get(std::string_view key) const {
 
 bool YamlValue::isSequence() const { return node().kind == YamlTree::Kind::kSequence; }
 
+bool YamlValue::isScalar() const { return node().kind == YamlTree::Kind::kScalar; }
+
 std::vector<YamlValue> YamlValue::elements() const {
   if (!isSequence()) {
     fail("a sequence");

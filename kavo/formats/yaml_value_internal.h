@@ -58,6 +58,7 @@ class YamlValue {
   YamlValue get(std::string_view key) const;
 
   bool isSequence() const;
+  bool isScalar() const;
 
   //! The elements of a sequence; in the second form of that under a key, none if the key is missing or empty.
   std::vector<YamlValue> elements() const;
@@ -93,6 +94,8 @@ class YamlValue {
   //! What is not honoured, at the line of this value.
   Unhonoured unhonoured(Unhonoured::Kind kind, std::string what) const;
 
+  //! The name of the file for errors.
+  const std::string& file() const { return tree_->file; }
   //! First line is 1.
   int line() const { return static_cast<int>(node().line); }
 

@@ -125,8 +125,7 @@ TEST_F(InputTest, WhatIsNotHonouredIsRefusedUnlessIgnored) {
     std::string scene;
   } cases[] = {
       {"path_constraints", "path_constraints: {joint_constraints: [{}]}\n", objects + "}]}"},
-      {"octomap", "", objects + "}], octomap: {octomap: {data: [1, 2]}}}"},
-      {"meshes", "", objects + ", meshes: [{}]}]}"},
+      {"link_scale", "", objects + "}]}\nlink_scale: [{link_name: upper, scale: 2}]"},
       {"unknown_frames", "", objects + ", header: {frame_id: hall}}]}"},
       {"allowed_collision_matrix", "",
        objects + "}]}\nallowed_collision_matrix: {default_entry_names: [o], default_entry_values: [true]}"},
@@ -150,7 +149,7 @@ TEST_F(InputTest, WhatIsNotHonouredIsRefusedUnlessIgnored) {
   folder_.Write("problems/scene1.yaml", cases[1].scene);
   folder_.Write("problems/request1.yaml", kPegRequest);
   EXPECT_EQ(Bench({}).status, 2);
-  EXPECT_THAT(Bench({"--ignore", "octomap"}).output, HasSubstr("ignored in 1 of 1 problems: octomap"));
+  EXPECT_THAT(Bench({"--ignore", "link_scale"}).output, HasSubstr("ignored in 1 of 1 problems: link_scale"));
 }
 
 TEST_F(InputTest, ALinkWithoutSpheresIsRefusedUnlessAllowed) {

@@ -275,7 +275,7 @@ TEST(ExampleSceneTest, IsTheShelfOfTheExamples) {
   const std::vector<examples::Board> boards = examples::ShelfBoards();
   ASSERT_EQ(scene.objects.size(), boards.size() + 1);
   for (std::size_t i = 0; i < boards.size(); ++i) {
-    const formats::Scene::Object& object = scene.objects[i];
+    const formats::SceneObject& object = scene.objects[i];
     EXPECT_EQ(object.id, boards[i].name);
     ASSERT_EQ(object.parts.size(), 1u);
     EXPECT_EQ(std::get<BoxObstacle>(object.parts[0].shape).size, boards[i].size);

@@ -131,41 +131,104 @@ collision_objects:
 }
 
 TEST(Scene, WhatIsNotHonouredIsListed) {
-  const std::string ball = "{type: sphere, dimensions: [1]}";
-  const std::string object = "world: {collision_objects: [{id: a, primitives: [" + ball + "]";
-  const std::vector<std::pair<std::string, std::string>> cases = {
-      // What says nothing is nothing.
-      {object + "}], octomap: {octomap: {id: x, data: []}}}\nlink_padding: [{link_name: l, padding: 0}]\n"
-                "link_scale: [{link_name: l, scale: 1.0}]\nallowed_collision_matrix: {entry_names: []}",
-       ""},
-      {object + ", header: {frame_id: arm}}]}", ""},
-      {object + "}], octomap: {octomap: {data: [1]}}}", "octomap s:1: an octomap"},
-      {object + ", meshes: [{}]}]}", "meshes s:1: a mesh in object \"a\""},
-      {"world: {collision_objects: [{id: a, primitives: [{type: 4, dimensions: [1, 1]}, " + ball + "]}]}",
-       "cones s:1: a cone in object \"a\""},
-      {object + "}]}\nlink_padding: [{link_name: l, padding: 0.1}]",
-       "link_padding s:2: link_padding 0.1 of link \"l\""},
-      {object + "}]}\nlink_scale: [{link_name: l, scale: 0}]", "link_scale s:2: link_scale 0 of link \"l\""},
-      {object + "}]}\nrobot_state: {attached_collision_objects: [{link_name: l, object: {id: cup}}]}",
-       "attached_objects s:2: an object \"cup\" attached to link \"l\""},
-  };
+  const LogCapture quiet;
+  // What says nothing is nothing.
+  const Scene scene = ParseSceneYaml(
+      "octomap: {octomap: {id: x, data: []}}\nallowed_collision_matrix: {entry_names: []}\n"
+      "link_scale: [{link_name: l, scale: 1.0},\n{link_name: m, scale: 0}]",
+      "s");
+  ASSERT_EQ(scene.unhonoured.size(), 1u);
+  EXPECT_EQ(scene.unhonoured[0].kind, Unhonoured::Kind::kLinkScale);
+  EXPECT_EQ(ToText(scene.unhonoured[0]), "s:4: link_scale 0 of link \"m\"");
+  EXPECT_TRUE(scene.objects.empty());
+}
+
+TEST(Scene, MeshesConesAndOctomapsAreObstacles) {
+  const Folder directory;
+  directory.Write(
+      "meshes/tetrahedron.ply",
+      "ply\nformat ascii 1.0\nelement vertex 4\nproperty float x\nproperty float y\nproperty float z\n"
+      "element face 4\nproperty list uchar int vertex_indices\nend_header\n"
+      "0 0 0\n1 0 0\n0 1 0\n0 0 1\n3 0 1 2\n3 0 1 3\n3 0 2 3\n3 1 2 3\n");
+  const std::string file = directory.Write("scene.yaml", R"(
+fixed_frame_transforms: [{child_frame_id: table, transform: {translation: [0, 0, 3]}}]
+world:
+  collision_objects:
+    - id: inline
+      pose: {position: [0, 0, 1]}
+      meshes:
+        - vertices: [[0, 0, 0], {x: 1, y: 0, z: 0}, [0, 1, 0], [0, 0, 1]]
+          triangles: [{vertex_indices: [0, 1, 2]}, [0, 1, 3], [0, 2, 3], [1, 2, 3]]
+      mesh_poses: [{position: [0, 0, -1]}]
+    - {id: file, pose: {position: [5, 0, 0]}, meshes: [{resource: meshes/tetrahedron.ply, scale: [2, 2, 1]}]}
+    - {id: cone, pose: {position: [10, 0, 0]}, primitives: [{type: 4, dimensions: [2, 1]}]}
+  octomap:
+    header: {frame_id: table}
+    origin: {position: [20, 0, 0]}
+    # A leaf of 65536 of the smallest cells along each axis.
+    octomap: {binary: false, id: OcTree, resolution: 0.0000152587890625, data: [0, 0, 128, 63, 0]}
+)");
+  const std::string text =
+      "n\n* inline\n1\nmesh\n4 4\n0 0 0\n1 0 0\n0 1 0\n0 0 1\n0 1 2\n0 1 3\n0 2 3\n1 2 3\n0 0 0\n0 0 0 1\n0 "
+      "0 0 0\n"
+      "* cone\n1\ncone\n1 2\n10 0 0\n0 0 0 1\n0 0 0 0\n.\n";
+  const std::vector<Probe> probes = {{{0.1, 0.1, -0.5}, "inline", 0.5},
+                                     {{0.1, 0.2, 0.05}, "inline", -0.05},
+                                     {{10, 0, 1.5}, "cone", 0.5},
+                                     {{10, 0.75, -1.5}, "cone", 0.5}};
+  ExpectProbes(ParseSceneText(text, "t"), probes);
   const LogCapture log;
-  for (const auto& [text, unhonoured] : cases) {
-    const Scene scene = ParseSceneYaml(text, "s");
-    EXPECT_EQ(scene.objects.at(0).parts.size(), 1u) << text;
-    std::string found;
-    for (const Unhonoured& one : scene.unhonoured) {
-      found += std::string(ToString(one.kind)) + " " + ToText(one);
-    }
-    EXPECT_EQ(found, unhonoured) << text;
+  const Scene scene = ReadScene(file);
+  ExpectProbes(scene, probes);
+  ExpectProbes(scene, {{{6.5, 0.1, -0.5}, "file", 0.5}, {{20, 0, 2}, "<octomap>", 0.5}});
+  EXPECT_THAT(log.warnings(), ElementsAre());
+
+  SceneFileOptions options;
+  options.mesh_interior = Interior::kEmpty;
+  ExpectProbes(ParseSceneText(text, "t", options), {{{0.1, 0.2, 0.05}, "inline", 0.05}});
+  EXPECT_EQ(
+      FileErrorOf([&] { ParseSceneYaml("collision_objects: [{id: a, meshes: [{resource: b}]}]", file); }),
+      file + ":1: found \"b\", for which there is no file " + directory / "b" +
+          ", expected the name of one that exists");
+}
+
+TEST(Scene, WhatTheRobotHoldsIsNotInTheWorld) {
+  const Scene scene = ParseSceneYaml(R"(
+fixed_frame_transforms: [{child_frame_id: table, transform: {translation: [0, 0, 3]}}]
+robot_state:
+  attached_collision_objects:
+    - link_name: hand
+      object: {id: cup, pose: {position: [0, 1, 0]}, primitives: [{type: sphere, dimensions: [1]}]}
+      touch_links: [finger, thumb]
+      weight: 2
+    - {link_name: hand, object: {id: tray, header: {frame_id: table}, primitives: [{type: sphere, dimensions: [2]}]}}
+    - {link_name: arm, object: {id: hose}}
+    - {link_name: arm, object: {id: lid, header: {frame_id: elbow}, primitives: [{type: sphere, dimensions: [4]}]}}
+collision_objects:
+  - {id: cup, primitives: [{type: sphere, dimensions: [5]}]}
+  - {id: wall, primitives: [{type: sphere, dimensions: [6]}]}
+  - {id: hose, header: {frame_id: base}, primitives: [{type: sphere, dimensions: [3]}]}
+link_padding: [{link_name: hand, padding: 0.01}]
+)",
+                                     "s");
+  std::string found;
+  for (const AttachedObject& attached : scene.attached) {
+    const SceneObject& object = attached.object;
+    std::ostringstream line;
+    line << object.id << " on " << attached.link << " in '" << object.frame << "' at "
+         << object.parts.at(0).pose.translation().transpose() << " of "
+         << std::get<SphereObstacle>(object.parts.at(0).shape).radius << "\n";
+    found += line.str();
   }
-  const Scene text = ParseSceneText(
-      "n\n* o\n2\nmesh\n3 1\n0 0 0\n1 0 0\n0 1 0\n0 1 2\n0 0 0\n0 0 0 1\n0 0 0 0\n"
-      "cone\n1 2\n0 0 0\n0 0 0 1\n0 0 0 0\n.\n",
-      "t");
-  EXPECT_EQ(ToText(text.unhonoured.at(0)) + ToText(text.unhonoured.at(1)),
-            "t:4: a mesh in object \"o\"t:13: a cone in object \"o\"");
-  EXPECT_THAT(log.warnings(), ElementsAre("t: The scene has no obstacle."));
+  EXPECT_EQ(found,
+            "cup on hand in 'hand' at 0 1 0 of 1\n"
+            "tray on hand in '' at 0 0 3 of 2\n"
+            "hose on arm in 'base' at 0 0 0 of 3\n"
+            "lid on arm in 'elbow' at 0 0 0 of 4\n");
+  EXPECT_THAT(scene.attached[0].touch_links, ElementsAre("finger", "thumb"));
+  ASSERT_EQ(scene.objects.size(), 1u);
+  EXPECT_EQ(scene.objects[0].id, "wall");
+  EXPECT_THAT(scene.link_padding, ElementsAre(Pair("hand", 0.01)));
 }
 
 TEST(Scene, ObjectsInOtherFramesArePlacedWhereTheseAre) {

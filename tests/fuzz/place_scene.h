@@ -19,7 +19,7 @@ inline void PlaceScene(const formats::Scene& scene) {
   Require(view.nearestObstacle(Eigen::Vector3d::Zero()).has_value() == (num_obstacles > 0));
   view.inCollision(Eigen::Vector3d::Ones(), 0.1);
   std::set<std::string> ids;
-  for (const formats::Scene::Object& object : scene.objects) {
+  for (const formats::SceneObject& object : scene.objects) {
     Require(ids.insert(object.id).second);
   }
 }
