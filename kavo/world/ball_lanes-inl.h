@@ -99,14 +99,26 @@ HWY_INLINE void PlaceBundle(D d, const Data& data, Data::Bundle& bundle) {
   }
 }
 
-// Places the balls of a bundle.
+// Where the ball around a twig of a placed bundle is.
 template <class D>
-HWY_NOINLINE void PlaceBalls(D d, Data& data, Data::Bundle& bundle) {
-  if (!bundle.balls_placement.isDue(data.placement)) {
+HWY_INLINE const float* PlaceTwig(D d, const Data& data, const Data::Bundle& bundle, Data::Twig& twig) {
+  if (bundle.hasOneTwig()) {
+    return bundle.centers.values;
+  }
+  if (twig.placement.isDue(data.placement)) {
+    PlaceCenter(d, *data.parts[bundle.part].transform, twig.center, twig.centers);
+  }
+  return twig.centers.values;
+}
+
+// Places the balls of a twig.
+template <class D>
+HWY_NOINLINE void PlaceBalls(D d, Data& data, const Data::Bundle& bundle, Data::Twig& twig) {
+  if (!twig.balls_placement.isDue(data.placement)) {
     return;
   }
   const math::LaneTransforms& transform = *data.parts[bundle.part].transform;
-  for (std::uint32_t i = bundle.first_ball; i < bundle.end_ball; ++i) {
+  for (std::uint32_t i = twig.first_ball; i < twig.end_ball; ++i) {
     PlaceCenter(d, transform, data.balls[i].center, data.placed[i]);
   }
 }
@@ -141,10 +153,10 @@ HWY_INLINE float TurnedBy(const math::JointReaches& joints, const float* rates) 
   return turned;
 }
 
-// How far a bundle and its balls reach.
+// How far a bundle reaches.
 template <class D>
-HWY_INLINE void FindReaches(D d, Data& data, Data::Bundle& bundle, float margin) {
-  if (!bundle.reaches_placement.isDue(data.placement)) {
+HWY_INLINE void FindReach(D d, Data& data, Data::Bundle& bundle, float margin) {
+  if (!bundle.reach_placement.isDue(data.placement)) {
     return;
   }
   if (data.is_motion && bundle.motion.isDue(data.motion)) {
@@ -152,12 +164,18 @@ HWY_INLINE void FindReaches(D d, Data& data, Data::Bundle& bundle, float margin)
     math::AddMotion(bundle.reaches, data.rates, bundle.bound);
     bundle.turned = TurnedBy(bundle.reaches, data.rates);
   }
-  const math::MotionBound bound =
+  bundle.measured =
       data.is_motion ? Measured(d, data, bundle.bound, bundle.turned, bundle.extent, margin, bundle.centers)
                      : bundle.bound;
-  bundle.reach = Reach(data, bundle.radius, bound, 1.0f);
-  for (std::uint32_t i = bundle.first_ball; i < bundle.end_ball; ++i) {
-    data.reaches[i] = Reach(data, data.balls[i].radius, bound, 1.0f);
+  bundle.reach = Reach(data, bundle.radius + bundle.padding, bundle.measured, 1.0f);
+}
+
+// How far the balls of a twig reach, of a bundle whose reach is known.
+HWY_INLINE void FindReaches(Data& data, const Data::Bundle& bundle, Data::Twig& twig) {
+  if (twig.reaches_placement.isDue(data.placement)) {
+    for (std::uint32_t i = twig.first_ball; i < twig.end_ball; ++i) {
+      data.reaches[i] = Reach(data, data.balls[i].radius + bundle.padding, bundle.measured, 1.0f);
+    }
   }
 }
 

@@ -93,22 +93,33 @@ HWY_INLINE bool AskBundle(D d, Data& data, Data::Bundle& bundle, const LaneSolid
                           const Question& question, std::uint32_t open, Asked& asked) {
   const Distance<kKind, D> distance(d, solid);
   PlaceBundle(d, data, bundle);
-  FindReaches(d, data, bundle, margin);
+  FindReach(d, data, bundle, margin);
   open = asked.Narrow(open, distance.Near(bundle.centers.values, bundle.reach + margin));
   if (open == 0) {
     return true;
   }
-  PlaceBalls(d, data, bundle);
   std::uint32_t all_near = 0;
-  for (std::uint32_t i = bundle.first_ball; i < bundle.end_ball; ++i) {
-    const float* const centers = data.placed[i].values;
-    const std::uint32_t near = distance.NearIfAny(centers, data.reaches[i] + margin);
-    if (HWY_LIKELY(near == 0)) {
-      continue;
+  for (std::uint32_t t = bundle.first_twig; t < bundle.end_twig; ++t) {
+    Data::Twig& twig = data.twigs[t];
+    if (!bundle.hasOneTwig()) {
+      const float reach = Reach(data, twig.radius + bundle.padding, bundle.measured, 1.0f);
+      if (distance.NearIfAny(PlaceTwig(d, data, bundle, twig), reach + margin) == 0) {
+        continue;
+      }
     }
-    all_near |= near;
-    if (!asked.Note(question, distance.Touching(centers, data.balls[i].radius, margin), near)) {
-      return false;
+    PlaceBalls(d, data, bundle, twig);
+    FindReaches(data, bundle, twig);
+    for (std::uint32_t i = twig.first_ball; i < twig.end_ball; ++i) {
+      const float* const centers = data.placed[i].values;
+      const std::uint32_t near = distance.NearIfAny(centers, data.reaches[i] + margin);
+      if (HWY_LIKELY(near == 0)) {
+        continue;
+      }
+      all_near |= near;
+      const float radius = data.balls[i].radius + bundle.padding;
+      if (!asked.Note(question, distance.Touching(centers, radius, margin), near)) {
+        return false;
+      }
     }
   }
   asked.Finish(question, open, all_near);
@@ -126,6 +137,12 @@ HWY_NOINLINE bool AskPart(D d, Data& data, Data::Part& part, const LaneSolid& so
     return true;
   }
   for (std::uint32_t i = part.first_bundle; i < part.end_bundle; ++i) {
+    const ObstacleSet* const except = data.bundles[i].except;
+    if (HWY_UNLIKELY(except != nullptr) &&
+        (kKind == LaneSolid::Kind::kHalfSpace ? except->hasHalfSpace(question.object)
+                                              : except->hasSolid(question.object))) {
+      continue;
+    }
     question.subject = i;
     if (!AskBundle<kKind>(d, data, data.bundles[i], solid, margin, question, open, asked)) {
       return false;
@@ -175,7 +192,7 @@ HWY_INLINE bool AskPartInWorld(D d, Data& data, Data::Part& part, const SolidLan
     math::AddMotion(part.reaches, data.rates, part.bound);
   }
   part.reach = Reach(
-      data, part.radius,
+      data, part.radius + part.padding,
       data.is_motion ? Measured(d, data, part.bound, 0.0f, 0.0f, part.margin, part.centers) : part.bound,
       1.0f);
   // The margin is far above the rounding of the bounds.
@@ -235,6 +252,40 @@ HWY_INLINE std::uint32_t NarrowToNear(D d, const Data& data, Data::Pair& pair,
   return narrow(pair.bound);
 }
 
+// Looks at those twigs of two placed bundles that come near each other, with their balls placed, until one
+// look is enough.
+// \param added What is added to the radii.
+// \param look `bool(const Data::Twig& of_a, const Data::Twig& of_b, const float* centers_of_b)`.
+// \return Whether it was enough.
+template <class D, class Look>
+HWY_INLINE bool ForNearTwigs(D d, Data& data, const Data::Bundle& a, const Data::Bundle& b, float added,
+                             const Look& look) {
+  for (std::uint32_t t = a.first_twig; t < a.end_twig; ++t) {
+    Data::Twig& twig_a = data.twigs[t];
+    const float* const centers_a = PlaceTwig(d, data, a, twig_a);
+    if (!a.hasOneTwig() && !IsAnyNear(d, twig_a.radius + b.radius + added, [&](std::size_t lane) {
+          return Squared(d, centers_a + lane, b.centers.values + lane);
+        })) {
+      continue;
+    }
+    PlaceBalls(d, data, a, twig_a);
+    for (std::uint32_t u = b.first_twig; u < b.end_twig; ++u) {
+      Data::Twig& twig_b = data.twigs[u];
+      const float* const centers_b = PlaceTwig(d, data, b, twig_b);
+      if (!b.hasOneTwig() && !IsAnyNear(d, twig_a.radius + twig_b.radius + added, [&](std::size_t lane) {
+            return Squared(d, centers_a + lane, centers_b + lane);
+          })) {
+        continue;
+      }
+      PlaceBalls(d, data, b, twig_b);
+      if (look(twig_a, twig_b, centers_b)) {
+        return true;
+      }
+    }
+  }
+  return false;
+}
+
 // The contacts of the balls of two bundles with each other. False when there is no more to ask.
 template <class D, class Asked>
 HWY_INLINE bool AskBundles(D d, Data& data, Data::Pair& pair, const math::MotionBound& coarse, float margin,
@@ -247,36 +298,40 @@ HWY_INLINE bool AskBundles(D d, Data& data, Data::Pair& pair, const math::Motion
   if (open == 0) {
     return true;
   }
-  PlaceBalls(d, data, a);
-  PlaceBalls(d, data, b);
   // Smaller balls are enlarged by more.
   const float least_radii = a.least_radius + b.least_radius;
   const float added = Reach(data, least_radii, pair.bound, 2.0f) - least_radii + margin;
   std::uint32_t all_near = 0;
-  for (std::uint32_t i = a.first_ball; i < a.end_ball; ++i) {
-    const float* const ball = data.placed[i].values;
-    const float radius = data.balls[i].radius;
-    if (!IsAnyNear(d, radius + b.radius + added,
-                   [&](std::size_t lane) { return Squared(d, ball + lane, b.centers.values + lane); })) {
-      continue;
-    }
-    for (std::uint32_t k = b.first_ball; k < b.end_ball; ++k) {
-      const auto squared = [&](std::size_t lane) {
-        return Squared(d, ball + lane, data.placed[k].values + lane);
-      };
-      const float both = radius + data.balls[k].radius;
-      if (HWY_LIKELY(!IsAnyNear(d, both + added, squared))) {
-        continue;
-      }
-      const std::uint32_t near = FindNear(d, both + added, squared);
-      all_near |= near;
-      if (!asked.Note(question, FindTouching(d, both, margin, squared), near)) {
+  const bool is_done = ForNearTwigs(
+      d, data, a, b, added, [&](const Data::Twig& twig_a, const Data::Twig& twig_b, const float* centers_b) {
+        for (std::uint32_t i = twig_a.first_ball; i < twig_a.end_ball; ++i) {
+          const float* const ball = data.placed[i].values;
+          const float radius = data.balls[i].radius;
+          if (!IsAnyNear(d, radius + twig_b.radius + added,
+                         [&](std::size_t lane) { return Squared(d, ball + lane, centers_b + lane); })) {
+            continue;
+          }
+          for (std::uint32_t k = twig_b.first_ball; k < twig_b.end_ball; ++k) {
+            const auto squared = [&](std::size_t lane) {
+              return Squared(d, ball + lane, data.placed[k].values + lane);
+            };
+            const float both = radius + data.balls[k].radius;
+            if (HWY_LIKELY(!IsAnyNear(d, both + added, squared))) {
+              continue;
+            }
+            const std::uint32_t near = FindNear(d, both + added, squared);
+            all_near |= near;
+            if (!asked.Note(question, FindTouching(d, both, margin, squared), near)) {
+              return true;
+            }
+          }
+        }
         return false;
-      }
-    }
+      });
+  if (!is_done) {
+    asked.Finish(question, open, all_near);
   }
-  asked.Finish(question, open, all_near);
-  return true;
+  return !is_done;
 }
 
 template <class D, class Asked>
@@ -417,18 +472,19 @@ bool Touches(Data& data, const SolidLanes& lanes, const Question& question) {
         })) {
       return false;
     }
-    PlaceBalls(d, data, a);
-    PlaceBalls(d, data, b);
-    for (std::uint32_t i = a.first_ball; i < a.end_ball; ++i) {
-      for (std::uint32_t k = b.first_ball; k < b.end_ball; ++k) {
-        if (FindTouching(d, data.balls[i].radius + data.balls[k].radius, margin, [&](std::size_t lane) {
-              return Squared(d, data.placed[i].values + lane, data.placed[k].values + lane);
-            }) != 0) {
-          return true;
+    const auto touch = [&](const Data::Twig& twig_a, const Data::Twig& twig_b, const float*) {
+      for (std::uint32_t i = twig_a.first_ball; i < twig_a.end_ball; ++i) {
+        for (std::uint32_t k = twig_b.first_ball; k < twig_b.end_ball; ++k) {
+          if (FindTouching(d, data.balls[i].radius + data.balls[k].radius, margin, [&](std::size_t lane) {
+                return Squared(d, data.placed[i].values + lane, data.placed[k].values + lane);
+              }) != 0) {
+            return true;
+          }
         }
       }
-    }
-    return false;
+      return false;
+    };
+    return ForNearTwigs(d, data, a, b, margin, touch);
   }
   Data::Bundle& bundle = data.bundles[question.subject];
   const LaneSolid& solid = SolidOf(lanes, question);
@@ -436,13 +492,23 @@ bool Touches(Data& data, const SolidLanes& lanes, const Question& question) {
   return ForKind(solid.kind, [&](auto kind) {
     const Distance<decltype(kind)::value, Lanes<kNumLanes>> distance(d, solid);
     const float margin = MarginOf(data, bundle) + solid.margin;
-    if (distance.NearIfAny(bundle.centers.values, bundle.radius + margin) == 0) {
+    const auto is_near = [&](float radius, const float* centers) {
+      return distance.NearIfAny(centers, radius + bundle.padding + margin) != 0;
+    };
+    if (!is_near(bundle.radius, bundle.centers.values)) {
       return false;
     }
-    PlaceBalls(d, data, bundle);
-    for (std::uint32_t i = bundle.first_ball; i < bundle.end_ball; ++i) {
-      if (distance.Touching(data.placed[i].values, data.balls[i].radius, margin) != 0) {
-        return true;
+    for (std::uint32_t t = bundle.first_twig; t < bundle.end_twig; ++t) {
+      Data::Twig& twig = data.twigs[t];
+      if (!bundle.hasOneTwig() && !is_near(twig.radius, PlaceTwig(d, data, bundle, twig))) {
+        continue;
+      }
+      PlaceBalls(d, data, bundle, twig);
+      for (std::uint32_t i = twig.first_ball; i < twig.end_ball; ++i) {
+        const float radius = data.balls[i].radius + bundle.padding;
+        if (distance.Touching(data.placed[i].values, radius, margin) != 0) {
+          return true;
+        }
       }
     }
     return false;
@@ -498,19 +564,29 @@ BallModel::BallModel(const std::vector<Part>& parts, const std::vector<PartPair>
       Round(bundle.bound.center, bundle_data.center);
       bundle_data.radius = Rounded(bundle.bound.radius);
       bundle_data.least_radius = bundle_data.radius;
+      bundle_data.padding = Rounded(bundle.padding);
+      in_data.padding = std::max(in_data.padding, bundle_data.padding);
       bundle_data.reaches = bundle.reaches;
-      extent = std::max(extent, Extent(bundle.bound));
-      bundle_data.first_ball = static_cast<std::uint32_t>(data_->balls.size());
-      for (const math::Sphere& ball : bundle.balls) {
-        Data::Ball& ball_data = data_->balls.emplace_back();
-        Round(ball.center, ball_data.center);
-        ball_data.radius = Rounded(ball.radius);
-        bundle_data.least_radius = std::min(bundle_data.least_radius, ball_data.radius);
-        extent = std::max(extent, Extent(ball));
-        bundle_data.extent = std::max(
-            bundle_data.extent, Rounded(math::Distance(ball.center, bundle.bound.center) * (1.0 + 1e-6)));
+      extent = std::max(extent, Extent(bundle.bound) + bundle.padding);
+      bundle_data.first_twig = static_cast<std::uint32_t>(data_->twigs.size());
+      for (const Twig& twig : bundle.twigs) {
+        Data::Twig& twig_data = data_->twigs.emplace_back();
+        Round(twig.bound.center, twig_data.center);
+        twig_data.radius = Rounded(twig.bound.radius);
+        extent = std::max(extent, Extent(twig.bound) + bundle.padding);
+        twig_data.first_ball = static_cast<std::uint32_t>(data_->balls.size());
+        for (const math::Sphere& ball : twig.balls) {
+          Data::Ball& ball_data = data_->balls.emplace_back();
+          Round(ball.center, ball_data.center);
+          ball_data.radius = Rounded(ball.radius);
+          bundle_data.least_radius = std::min(bundle_data.least_radius, ball_data.radius);
+          extent = std::max(extent, Extent(ball) + bundle.padding);
+          bundle_data.extent = std::max(
+              bundle_data.extent, Rounded(math::Distance(ball.center, bundle.bound.center) * (1.0 + 1e-6)));
+        }
+        twig_data.end_ball = static_cast<std::uint32_t>(data_->balls.size());
       }
-      bundle_data.end_ball = static_cast<std::uint32_t>(data_->balls.size());
+      bundle_data.end_twig = static_cast<std::uint32_t>(data_->twigs.size());
     }
     in_data.end_bundle = static_cast<std::uint32_t>(data_->bundles.size());
     in_data.extent = Rounded(extent);
@@ -555,6 +631,10 @@ void BallModel::findContacts(const WorldView& view, std::size_t num_lanes, Conta
   data_->is_motion = false;
   startPlacement(num_lanes);
   HWY_DYNAMIC_DISPATCH(FindContacts)(*data_, snapshot.lanes(), snapshot.groups(), contacts);
+}
+
+void BallModel::setExcept(std::size_t bundle, const ObstacleSet* except) {
+  data_->bundles[bundle].except = except;
 }
 
 void BallModel::startMotion(const float* rates, float clearance) {

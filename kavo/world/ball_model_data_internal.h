@@ -7,6 +7,7 @@
 #include "kavo/math/lane_transforms_internal.h"
 #include "kavo/math/motion_bound_internal.h"
 #include "kavo/world/ball_model_internal.h"
+#include "kavo/world/obstacle_set_internal.h"
 
 namespace kavo::internal {
 
@@ -39,6 +40,8 @@ struct BallModel::Data {
     std::uint32_t first_bundle = 0;
     std::uint32_t end_bundle = 0;
     bool is_fixed = false;
+    // The largest of its bundles.
+    float padding = 0.0f;
     math::JointReaches reaches;
     Stamp motion;
     math::MotionBound bound;
@@ -46,18 +49,20 @@ struct BallModel::Data {
     // How far off a distance may be in this placement, and whether single precision may be used at all.
     float margin = 0.0f;
     bool is_plain = false;
-    // Radius of the ball around the part, enlarged as the motion asks; so `reach` below.
+    // Radius of the ball around the part, padded and enlarged as the motion asks; so `reach` below.
     float reach = 0.0f;
     Centers centers;
   };
 
   struct Bundle {
     std::uint32_t part = 0;
-    std::uint32_t first_ball = 0;
-    std::uint32_t end_ball = 0;
+    std::uint32_t first_twig = 0;
+    std::uint32_t end_twig = 0;
     float center[3] = {0.0f, 0.0f, 0.0f};
     float radius = 0.0f;
     float least_radius = 0.0f;
+    float padding = 0.0f;
+    const ObstacleSet* except = nullptr;
     // Largest distance of a ball's centre from that of the bundle.
     float extent = 0.0f;
     math::JointReaches reaches;
@@ -67,7 +72,22 @@ struct BallModel::Data {
     float turned = 0.0f;
     Stamp placement;
     Centers centers;
+    Stamp reach_placement;
     float reach = 0.0f;
+    // As measured in this placement: of all its balls.
+    math::MotionBound measured;
+
+    // The only twig is as large as the bundle, and nothing is placed for it.
+    bool hasOneTwig() const { return end_twig - first_twig == 1; }
+  };
+
+  struct Twig {
+    std::uint32_t first_ball = 0;
+    std::uint32_t end_ball = 0;
+    float center[3] = {0.0f, 0.0f, 0.0f};
+    float radius = 0.0f;
+    Stamp placement;
+    Centers centers;
     Stamp balls_placement;
     // Of the balls' reaches.
     Stamp reaches_placement;
@@ -97,6 +117,7 @@ struct BallModel::Data {
 
   std::vector<Part> parts;
   std::vector<Bundle> bundles;
+  std::vector<Twig> twigs;
   std::vector<Ball> balls;
   // In this placement, by ball.
   std::vector<Centers> placed;

@@ -19,13 +19,16 @@ class WorldView;
 
 namespace kavo::internal {
 
+class ObstacleSet;
 class Snapshot;
 
 //! The balls of a robot in several placements of it at once, one to a lane of wide vectors: what they touch,
 //! in the world and among themselves.
 //!
 //! Balls that are near each other and rigidly attached to one part of the robot make a bundle, the bundles of
-//! a part have a ball around all of them. What is far away costs a part, what is nearer a bundle.
+//! a part have a ball around all of them. What is far away costs a part, what is nearer a bundle. Where there
+//! are many balls a bundle holds more of them, in twigs of a few: questions stay few, and of a bundle that
+//! something is near to only those twigs are looked at.
 //!
 //! Lanes are a filter in single precision: each question is answered with "touches", "is clear" or "too close
 //! to tell", and the first two are as certain as the exact functions: what a placement may be off is known,
@@ -50,14 +53,23 @@ class KAVO_EXPORT BallModel {
   static constexpr std::uint32_t kNumIntervals = math::kNumLanes - 1;
   static constexpr std::uint32_t kAllIntervals = (1u << kNumIntervals) - 1u;
 
-  //! Balls of one part.
-  struct Bundle {
+  //! Balls side by side.
+  struct Twig {
     //! In the coordinates of the part, metres.
     std::vector<math::Sphere> balls;
     //! Encloses all of them, but for rounding.
     math::Sphere bound;
+  };
+
+  //! Balls of one part.
+  struct Bundle {
+    std::vector<Twig> twigs;
+    //! Encloses all balls, but for rounding.
+    math::Sphere bound;
     //! Of the centres, in the world.
     math::JointReaches reaches;
+    //! How far from obstacles the balls have to stay, not negative; metres.
+    double padding = 0.0;
   };
 
   struct Part {
@@ -143,6 +155,10 @@ class KAVO_EXPORT BallModel {
   };
 
   BallModel(const std::vector<Part>& parts, const std::vector<PartPair>& pairs);
+
+  //! What is of no account to the balls of a bundle, of the snapshot that is asked from now on.
+  //! \param except Null for none; must outlive the queries.
+  void setExcept(std::size_t bundle, const ObstacleSet* except);
   BallModel(BallModel&& other) noexcept;
   ~BallModel();
 

@@ -23,7 +23,8 @@ namespace {
 // larger by this share contains whatever the computed distance may call touching.
 constexpr double kDistanceError = 1.0 / (1ULL << 44);
 
-bool Touches(const BoundsGroup* groups, const Solid* solids, const double* center, double radius) {
+bool Touches(const BoundsGroup* groups, const Solid* solids, const ObstacleSet* except, const double* center,
+             double radius) {
   const double reach = radius + radius * kDistanceError;
   float low[3];
   float high[3];
@@ -33,7 +34,8 @@ bool Touches(const BoundsGroup* groups, const Solid* solids, const double* cente
     high[axis] = Rounded(center[axis] + margin);
   }
   return FindOverlapping(groups, low, high, [&](std::uint32_t index) {
-    return internal::Touches(solids[index], center, radius);
+    return internal::Touches(solids[index], center, radius) &&
+           !(except != nullptr && except->hasSolid(index));
   });
 }
 
@@ -173,22 +175,22 @@ bool Snapshot::move(ObstacleHandle obstacle, const Solid& solid) {
   return leaf_extent_ <= kLargestGrowth * layout_->leaf_extent;
 }
 
-bool Snapshot::inCollision(const Eigen::Vector3d& center, double radius) const {
+bool Snapshot::inCollision(const Eigen::Vector3d& center, double radius, const ObstacleSet* except) const {
   const double point[3] = {center[0], center[1], center[2]};
   const double magnitude =
       std::fabs(point[0]) + std::fabs(point[1]) + std::fabs(point[2]) + std::fabs(radius);
   if (!(magnitude <= largest_magnitude_)) {
-    return inCollisionAtAnyScale(point, radius);
+    return inCollisionAtAnyScale(point, radius, except);
   }
   if (radius < 0.0) {
     return false;
   }
-  for (const Solid& half_space : half_spaces_) {
-    if (Touches(half_space, point, radius)) {
+  for (std::uint32_t i = 0; i < half_spaces_.size(); ++i) {
+    if (Touches(half_spaces_[i], point, radius) && !(except != nullptr && except->hasHalfSpace(i))) {
       return true;
     }
   }
-  return !groups_.empty() && touches_(groups_.data(), solids_.data(), point, radius);
+  return !groups_.empty() && touches_(groups_.data(), solids_.data(), except, point, radius);
 }
 
 std::string Snapshot::name(ObstacleHandle obstacle) const {
@@ -197,24 +199,64 @@ std::string Snapshot::name(ObstacleHandle obstacle) const {
   return found != layout_->names.end() ? *found->second : std::string();
 }
 
-bool Snapshot::inCollisionAtAnyScale(const double* center, double radius) const {
+ObstacleSet Snapshot::named(const std::vector<std::string>& names) const {
+  ObstacleSet set;
+  for (const auto& [handle, name] : layout_->names) {
+    if (std::find(names.begin(), names.end(), *name) == names.end()) {
+      continue;
+    }
+    for (std::uint32_t i = 0; i < half_spaces_.size(); ++i) {
+      if (layout_->half_space_handles[i] == handle) {
+        set.addHalfSpace(i);
+      }
+    }
+    for (std::uint32_t i = 0; i < solids_.size(); ++i) {
+      if (layout_->handles[i] == handle) {
+        set.addSolid(i);
+      }
+    }
+  }
+  return set;
+}
+
+bool Snapshot::inCollisionAtAnyScale(const double* center, double radius, const ObstacleSet* except) const {
   if (!IsFinite(center) || !std::isfinite(radius)) {
     return true;
   }
-  const auto touched = [&](const Solid& solid) { return SignedDistanceAtAnyScale(solid, center) <= radius; };
-  return radius >= 0.0 && (std::any_of(half_spaces_.begin(), half_spaces_.end(), touched) ||
-                           std::any_of(solids_.begin(), solids_.end(), touched));
+  if (radius < 0.0) {
+    return false;
+  }
+  const auto touches = [&](const Solid& solid) { return SignedDistanceAtAnyScale(solid, center) <= radius; };
+  for (std::uint32_t i = 0; i < half_spaces_.size(); ++i) {
+    if (touches(half_spaces_[i]) && !(except != nullptr && except->hasHalfSpace(i))) {
+      return true;
+    }
+  }
+  for (std::uint32_t i = 0; i < solids_.size(); ++i) {
+    if (touches(solids_[i]) && !(except != nullptr && except->hasSolid(i))) {
+      return true;
+    }
+  }
+  return false;
 }
 
-std::optional<WorldView::Nearest> Snapshot::nearestObstacle(const Eigen::Vector3d& point) const {
+std::optional<WorldView::Nearest> Snapshot::nearestObstacle(const Eigen::Vector3d& point,
+                                                            const ObstacleSet* except) const {
   const double p[3] = {point[0], point[1], point[2]};
   std::optional<WorldView::Nearest> nearest;
   if (!IsFinite(p)) {
     return nearest;
   }
-  for (std::size_t i = 0; i < half_spaces_.size(); ++i) {
-    Consider(half_spaces_[i], layout_->half_space_handles[i], p, nearest);
+  for (std::uint32_t i = 0; i < half_spaces_.size(); ++i) {
+    if (!(except != nullptr && except->hasHalfSpace(i))) {
+      Consider(half_spaces_[i], layout_->half_space_handles[i], p, nearest);
+    }
   }
+  const auto consider_solid = [&](std::uint32_t i) {
+    if (!(except != nullptr && except->hasSolid(i))) {
+      Consider(solids_[i], layout_->handles[i], p, nearest);
+    }
+  };
   // To measure a few solids takes less than to find out which of them to measure.
   constexpr std::size_t kFewSolids = 16;
   const bool is_bounded =
@@ -222,12 +264,12 @@ std::optional<WorldView::Nearest> Snapshot::nearestObstacle(const Eigen::Vector3
   if (is_bounded && solids_.size() > kFewSolids) {
     double least = nearest ? nearest->distance : math::kInf;
     FindNearest(groups_.data(), p, least, [&](std::uint32_t index, double& so_far) {
-      Consider(solids_[index], layout_->handles[index], p, nearest);
-      so_far = nearest->distance;
+      consider_solid(index);
+      so_far = nearest ? nearest->distance : math::kInf;
     });
   } else {
-    for (std::size_t i = 0; i < solids_.size(); ++i) {
-      Consider(solids_[i], layout_->handles[i], p, nearest);
+    for (std::uint32_t i = 0; i < solids_.size(); ++i) {
+      consider_solid(i);
     }
   }
   return nearest;

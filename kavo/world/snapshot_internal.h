@@ -10,7 +10,9 @@
 #include <vector>
 
 #include "kavo/math/pose3.h"
+#include "kavo/util/export.h"
 #include "kavo/world/obstacle.h"
+#include "kavo/world/obstacle_set_internal.h"
 #include "kavo/world/solid_internal.h"
 #include "kavo/world/solid_lanes_internal.h"
 #include "kavo/world/world_view.h"
@@ -19,7 +21,7 @@ namespace kavo::internal {
 
 //! The enabled obstacles of a world at one time. Any number of threads may ask at once; who moves an obstacle
 //! must be the only one to hold the snapshot.
-class Snapshot {
+class KAVO_EXPORT Snapshot {
  public:
   //! An obstacle to be put in a snapshot.
   struct Item {
@@ -39,10 +41,14 @@ class Snapshot {
   //! its tree of bounds would be a poor one.
   bool move(ObstacleHandle obstacle, const Solid& solid);
 
-  //! As in `WorldView`.
-  bool inCollision(const Eigen::Vector3d& center, double radius) const;
-  std::optional<WorldView::Nearest> nearestObstacle(const Eigen::Vector3d& point) const;
+  //! As in `WorldView`, but for some obstacles that are of no account; null for none.
+  bool inCollision(const Eigen::Vector3d& center, double radius, const ObstacleSet* except = nullptr) const;
+  std::optional<WorldView::Nearest> nearestObstacle(const Eigen::Vector3d& point,
+                                                    const ObstacleSet* except = nullptr) const;
   std::string name(ObstacleHandle obstacle) const;
+
+  //! All obstacles with one of these names.
+  ObstacleSet named(const std::vector<std::string>& names) const;
 
   //! The same solids for lanes, and whether single precision serves for all of them.
   const SolidLanes& lanes() const { return lanes_; }
@@ -51,8 +57,8 @@ class Snapshot {
   const BoundsGroup* groups() const { return groups_.empty() ? nullptr : groups_.data(); }
 
  private:
-  using TouchesFunction = bool (*)(const BoundsGroup* groups, const Solid* solids, const double* center,
-                                   double radius);
+  using TouchesFunction = bool (*)(const BoundsGroup* groups, const Solid* solids, const ObstacleSet* except,
+                                   const double* center, double radius);
 
   // What stays as it is while obstacles move; copies share it.
   struct Layout {
@@ -73,7 +79,7 @@ class Snapshot {
   };
 
   void linkGroups(Layout& layout);
-  bool inCollisionAtAnyScale(const double* center, double radius) const;
+  bool inCollisionAtAnyScale(const double* center, double radius, const ObstacleSet* except) const;
 
   // A tree in one array, the root first; empty when no obstacle is bounded.
   std::vector<BoundsGroup> groups_;

@@ -4,6 +4,7 @@
 #include <random>
 
 #include "kavo/kinematics/interface/robot_description_builder.h"
+#include "kavo/kinematics/interface/robot_variants.h"
 #include "tests/support/vectors.h"
 
 namespace kavo::testing {
@@ -53,14 +54,20 @@ class RandomRobot {
     return builder.build();
   }
 
-  //! With spheres on most frames, and some pairs of frames that must not touch.
+  //! With spheres on most frames, on those of some robots very many, and some pairs of frames that must not
+  //! touch. Some frames have to stay away from obstacles.
   std::unique_ptr<RobotDescription> withSpheres(std::mt19937& engine) const {
     RobotDescriptionBuilder builder("base");
+    ContactRules rules;
+    const bool has_many = engine() % 8 == 0;
     for (const Joint& joint : joints_) {
       builder.addJoint(joint);
-      for (auto left = engine() % 5; left > 0; --left) {
+      for (auto left = engine() % 5 * (has_many ? 10 : 1); left > 0; --left) {
         builder.addCollisionSphere(joint.child_frame, RandomVec(engine, 3, -0.1, 0.1),
-                                   0.01 + 0.1 * RandomVec(engine, 1, 0.0, 1.0)[0]);
+                                   0.01 + (has_many ? 0.02 : 0.1) * RandomVec(engine, 1, 0.0, 1.0)[0]);
+      }
+      if (engine() % 6 == 0) {
+        rules.paddings[joint.child_frame] = RandomVec(engine, 1, 0.0, 0.1)[0];
       }
       if (engine() % 4 == 0) {
         const auto& other = joints_[engine() % joints_.size()];
@@ -69,7 +76,7 @@ class RandomRobot {
         }
       }
     }
-    return builder.build();
+    return WithContactRules(*builder.build(), rules);
   }
 
   int num_coordinates() const { return num_coordinates_; }

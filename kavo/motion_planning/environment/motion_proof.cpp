@@ -7,6 +7,7 @@
 #include "kavo/math/constants_internal.h"
 #include "kavo/math/lane_transforms_internal.h"
 #include "kavo/math/vector_math_internal.h"
+#include "kavo/world/snapshot_internal.h"
 
 namespace kavo::planning::internal {
 
@@ -33,8 +34,8 @@ constexpr double kToSpare = 1.0 + 1e-9;
 }  // namespace
 
 MotionProof::MotionProof(RobotBalls& balls, kinematics::internal::LaneSweep& lane_sweep, FrameSweep& sweep,
-                         std::vector<FrameSpheres> spheres)
-    : balls_(balls), lane_sweep_(lane_sweep), sweep_(sweep), spheres_(std::move(spheres)) {}
+                         std::vector<RobotBalls::Frame> frames)
+    : balls_(balls), lane_sweep_(lane_sweep), sweep_(sweep), frames_(std::move(frames)) {}
 
 bool MotionProof::IsFree(const WorldView& view, const std::optional<math::RigidTransform>& base,
                          const Eigen::Ref<const Eigen::VectorXd>& q_start,
@@ -309,14 +310,18 @@ std::optional<bool> MotionProof::DecideExactly(const Item& item, double spacing,
   bool is_decided = true;
   const std::size_t num_a = NumBalls(item.a);
   const std::size_t num_b = item.is_pair ? NumBalls(item.b) : 1;
+  const RobotBalls::Bundle& bundle = balls_.bundles[item.a];
+  const double padding = frames_[bundle.frame].padding;
+  const auto& snapshot = *kavo::internal::SnapshotOf(*view_);
   for (std::size_t i = 0; i < num_a; ++i) {
     for (std::size_t k = 0; k < num_b; ++k) {
-      const double radius = SphereOf(item.a, i).radius + (item.is_pair ? SphereOf(item.b, k).radius : 0.0);
+      const double radius =
+          SphereOf(item.a, i).radius + (item.is_pair ? SphereOf(item.b, k).radius : padding);
       const double kept = radius + (item.is_pair ? 2.0 : 1.0) * kClearance;
       const double reach = item.bound.enlarged(kept, spacing) * kToSpare;
       const auto touches = [&](const Eigen::Vector3d* at, double within) {
         return item.is_pair ? !(math::Distance(at[i], at[num_a + k]) > within)
-                            : view_->inCollision(at[i], within);
+                            : snapshot.inCollision(at[i], within, bundle.except);
       };
       if (touches(from, reach) || touches(to, reach)) {
         if (touches(from, radius) || touches(to, radius)) {
@@ -345,7 +350,7 @@ MotionProof::Item MotionProof::MakeItem(const Question& question) const {
 
 const math::Sphere& MotionProof::SphereOf(std::size_t bundle, std::size_t k) const {
   const RobotBalls::Bundle& balls = balls_.bundles[bundle];
-  return spheres_[balls.frame][balls.spheres[k]];
+  return frames_[balls.frame].spheres[balls.spheres[k]];
 }
 
 }  // namespace kavo::planning::internal

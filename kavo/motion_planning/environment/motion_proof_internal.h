@@ -40,9 +40,6 @@ class MotionProof {
   //! What is added to the radius of each ball, metres: a motion that is accepted keeps it.
   static constexpr double kClearance = 2e-6;
 
-  //! The spheres of one frame of the sweeps, in the frame's coordinates.
-  using FrameSpheres = std::vector<math::Sphere>;
-
   //! What it has taken.
   struct Work {
     std::uint64_t num_placements = 0;
@@ -50,8 +47,9 @@ class MotionProof {
   };
 
   //! What places the robot must outlive this.
+  //! \param frames As the balls were made of.
   MotionProof(RobotBalls& balls, kinematics::internal::LaneSweep& lane_sweep, FrameSweep& sweep,
-              std::vector<FrameSpheres> spheres);
+              std::vector<RobotBalls::Frame> frames);
 
   //! Whether nothing is touched from `q_start` straight to `q_end`. The frames that never move are not looked
   //! at, but whether others touch them.
@@ -104,7 +102,7 @@ class MotionProof {
   RobotBalls& balls_;
   kinematics::internal::LaneSweep& lane_sweep_;
   FrameSweep& sweep_;
-  std::vector<FrameSpheres> spheres_;
+  std::vector<RobotBalls::Frame> frames_;
 
   // The motion.
   const WorldView* view_ = nullptr;

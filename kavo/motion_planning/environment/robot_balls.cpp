@@ -13,12 +13,19 @@ namespace {
 using kavo::internal::BallModel;
 using Indices = std::vector<std::size_t>;
 
-// Larger bundles rule out more at once, smaller ones fit closer.
-constexpr std::size_t kLargestBundle = 4;
+// Larger bundles and twigs rule out more at once, smaller ones fit closer. Of many spheres bundles are as
+// large as leaves few questions: their number grows with that of bundles, for pairs with its square.
+constexpr std::size_t kLargestTwig = 4;
+
+// Measured with arms of 59 to 1000 spheres.
+std::size_t LargestBundle(std::size_t num_spheres) {
+  return std::clamp<std::size_t>(num_spheres / 30, kLargestTwig, 64);
+}
 
 // Halves the spheres across their widest direction until the bundles are small.
-void Split(const std::vector<math::Sphere>& spheres, Indices indices, std::vector<Indices>& bundles) {
-  if (indices.size() <= kLargestBundle) {
+void Split(const std::vector<math::Sphere>& spheres, Indices indices, std::size_t largest,
+           std::vector<Indices>& bundles) {
+  if (indices.size() <= largest) {
     bundles.push_back(std::move(indices));
     return;
   }
@@ -40,14 +47,16 @@ void Split(const std::vector<math::Sphere>& spheres, Indices indices, std::vecto
     return in_a != in_b ? in_a < in_b : a < b;
   });
   const auto middle = indices.begin() + static_cast<std::ptrdiff_t>(indices.size() / 2);
-  Split(spheres, Indices(indices.begin(), middle), bundles);
-  Split(spheres, Indices(middle, indices.end()), bundles);
+  Split(spheres, Indices(indices.begin(), middle), largest, bundles);
+  Split(spheres, Indices(middle, indices.end()), largest, bundles);
 }
 
 std::vector<Eigen::Vector3d> Centers(const BallModel::Bundle& bundle) {
   std::vector<Eigen::Vector3d> centers = {bundle.bound.center};
-  for (const math::Sphere& ball : bundle.balls) {
-    centers.push_back(ball.center);
+  for (const BallModel::Twig& twig : bundle.twigs) {
+    for (const math::Sphere& ball : twig.balls) {
+      centers.push_back(ball.center);
+    }
   }
   return centers;
 }
@@ -65,14 +74,22 @@ std::vector<Eigen::Vector3d> Centers(const BallModel::Part& part) {
 
 RobotBalls::RobotBalls(const kinematics::Kinematics::Plan& plan,
                        const kinematics::internal::LaneSweep& lane_sweep,
-                       const std::vector<kinematics::JointLimits>& limits,
-                       const std::vector<std::vector<math::Sphere>>& frames,
+                       const std::vector<kinematics::JointLimits>& limits, const std::vector<Frame>& frames,
                        const std::vector<std::pair<std::size_t, std::size_t>>& pairs)
     : reach(plan, limits), model(makeModel(plan, lane_sweep, frames, pairs)) {}
 
+void RobotBalls::setExcept(std::size_t frame, const kavo::internal::ObstacleSet* except) {
+  for (std::size_t i = 0; i < bundles.size(); ++i) {
+    if (bundles[i].frame == frame) {
+      bundles[i].except = except;
+      model.setExcept(i, except);
+    }
+  }
+}
+
 BallModel RobotBalls::makeModel(const kinematics::Kinematics::Plan& plan,
                                 const kinematics::internal::LaneSweep& lane_sweep,
-                                const std::vector<std::vector<math::Sphere>>& frames,
+                                const std::vector<Frame>& frames,
                                 const std::vector<std::pair<std::size_t, std::size_t>>& pairs) {
   for (const kinematics::Kinematics::Attachment& attachment : plan.frames) {
     if (std::find(part_slots.begin(), part_slots.end(), attachment.slot) == part_slots.end()) {
@@ -80,6 +97,10 @@ BallModel RobotBalls::makeModel(const kinematics::Kinematics::Plan& plan,
     }
   }
   std::vector<BallModel::Part> parts(part_slots.size());
+  std::size_t num_spheres = 0;
+  for (const Frame& frame : frames) {
+    num_spheres += frame.spheres.size();
+  }
   // The bundles of each part side by side.
   std::vector<BallModel::Bundle> balls;
   for (std::size_t p = 0; p < parts.size(); ++p) {
@@ -89,22 +110,35 @@ BallModel RobotBalls::makeModel(const kinematics::Kinematics::Plan& plan,
         continue;
       }
       parts[p].transform = lane_sweep.frames()[frame].part;
-      Indices indices(frames[frame].size());
+      const std::vector<math::Sphere>& spheres = frames[frame].spheres;
+      Indices indices(spheres.size());
       std::iota(indices.begin(), indices.end(), std::size_t{0});
       std::vector<Indices> split;
-      Split(frames[frame], std::move(indices), split);
-      for (Indices& spheres : split) {
+      Split(spheres, std::move(indices), LargestBundle(num_spheres), split);
+      for (Indices& of_bundle : split) {
         BallModel::Bundle bundle;
-        for (const std::size_t sphere : spheres) {
-          const auto& [center, radius] = frames[frame][sphere];
-          bundle.balls.push_back({lane_sweep.frames()[frame].offset * center, radius});
+        bundle.padding = frames[frame].padding;
+        std::vector<Indices> twigs;
+        Split(spheres, std::move(of_bundle), kLargestTwig, twigs);
+        bundles.push_back({frame, {}, p, {}, nullptr});
+        std::vector<math::Sphere> balls_of_bundle;
+        for (const Indices& of_twig : twigs) {
+          BallModel::Twig twig;
+          for (const std::size_t sphere : of_twig) {
+            const auto& [center, radius] = spheres[sphere];
+            twig.balls.push_back({lane_sweep.frames()[frame].offset * center, radius});
+            bundles.back().spheres.push_back(sphere);
+          }
+          twig.bound = math::ComputeBoundingSphere(twig.balls);
+          balls_of_bundle.insert(balls_of_bundle.end(), twig.balls.begin(), twig.balls.end());
+          bundle.twigs.push_back(std::move(twig));
         }
-        bundle.bound = math::ComputeBoundingSphere(bundle.balls);
+        bundle.bound = math::ComputeBoundingSphere(balls_of_bundle);
         bundle.reaches = reach.ofPoints(part_slots[p], Centers(bundle));
-        all.insert(all.end(), bundle.balls.begin(), bundle.balls.end());
+        bundles.back().reaches = bundle.reaches;
+        all.insert(all.end(), balls_of_bundle.begin(), balls_of_bundle.end());
         parts[p].bundles.push_back(bundle);
         balls.push_back(std::move(bundle));
-        bundles.push_back({frame, std::move(spheres), p, balls.back().reaches});
       }
     }
     parts[p].bound = math::ComputeBoundingSphere(all);

@@ -9,6 +9,7 @@
 #include "kavo/math/vector_math_internal.h"
 #include "kavo/util/log_message.h"
 #include "kavo/util/sort.h"
+#include "kavo/world/snapshot_internal.h"
 
 namespace kavo::planning::internal {
 
@@ -55,7 +56,12 @@ void RobotCollision::SetRobot(const RobotEnvironmentConfig& config) {
           << center.transpose() << "], must be finite, its radius not negative.";
     }
     const math::Sphere bounding_sphere = math::ComputeBoundingSphere(spheres, math::SebbMethod::kSmallest);
-    collections_.push_back({name, std::move(spheres), bounding_sphere, config.Collision().paddingOf(name)});
+    collections_.push_back({name,
+                            std::move(spheres),
+                            bounding_sphere,
+                            config.Collision().paddingOf(name),
+                            config.Collision().allowedObstaclesOf(name),
+                            {}});
     frames.push_back(kinematics_->frame(name));
   }
   sweep_ = kinematics_->frameSweep(frames);
@@ -84,15 +90,15 @@ void RobotCollision::SetRobot(const RobotEnvironmentConfig& config) {
       pairs_.emplace_back(a - collections_.begin(), b - collections_.begin());
     }
   }
-  std::vector<std::vector<math::Sphere>> spheres;
+  std::vector<RobotBalls::Frame> robot_frames;
   for (std::size_t i = 0; i < collections_.size(); ++i) {
-    spheres.push_back(collections_[i].spheres);
+    robot_frames.push_back({collections_[i].spheres, collections_[i].padding});
     if (plan.frames[i].slot < 0) {
       fixed_collections_.push_back(i);
     }
   }
-  balls_.emplace(plan, *lane_sweep_, config.JointLimits(), spheres, pairs_);
-  proof_.emplace(*balls_, *lane_sweep_, *sweep_, std::move(spheres));
+  balls_.emplace(plan, *lane_sweep_, config.JointLimits(), robot_frames, pairs_);
+  proof_.emplace(*balls_, *lane_sweep_, *sweep_, std::move(robot_frames));
 }
 
 void RobotCollision::SetBasePose(const Pose3& base_pose) {
@@ -118,6 +124,7 @@ bool RobotCollision::Touches(const Eigen::VectorXd& q) {
   if (collections_.empty()) {
     return false;
   }
+  LookAtWorld();
   const std::vector<math::RigidTransform>& frames = sweep_->compute(q);
   for (std::size_t i = 0; i < collections_.size(); ++i) {
     if (base_ ? CollectionTouches(collections_[i], *base_ * frames[i])
@@ -129,12 +136,25 @@ bool RobotCollision::Touches(const Eigen::VectorXd& q) {
 }
 
 // Once for a world.
-void RobotCollision::LookAtFixedFrames() {
+void RobotCollision::LookAtWorld() {
   const std::uint64_t revision = Revision();
-  if (fixed_revision_ == revision || fixed_collections_.empty()) {
+  if (looked_at_ == revision) {
     return;
   }
-  fixed_revision_ = revision;
+  looked_at_ = revision;
+  for (std::size_t i = 0; i < collections_.size(); ++i) {
+    Collection& collection = collections_[i];
+    if (!collection.allowed_obstacles.empty()) {
+      collection.allowed = known_snapshot_->named(collection.allowed_obstacles);
+      balls_->setExcept(i, collection.allowed.isEmpty() ? nullptr : &collection.allowed);
+    }
+  }
+  if (!fixed_collections_.empty()) {
+    LookAtFixedFrames();
+  }
+}
+
+void RobotCollision::LookAtFixedFrames() {
   const std::vector<math::RigidTransform>& frames = sweep_->compute(Eigen::VectorXd::Zero(q_.size()));
   const auto any_touches = [&](double kept) {
     return std::any_of(fixed_collections_.begin(), fixed_collections_.end(), [&](std::size_t i) {
@@ -145,15 +165,20 @@ void RobotCollision::LookAtFixedFrames() {
   fixed_are_near_ = any_touches(MotionProof::kClearance);
 }
 
+bool RobotCollision::IsTouched(const Collection& collection, const Eigen::Vector3d& center,
+                               double radius) const {
+  return known_snapshot_->inCollision(center, radius, &collection.allowed);
+}
+
 bool RobotCollision::CollectionTouches(const Collection& collection, const math::RigidTransform& pose,
                                        double clearance) const {
   const double kept = collection.padding + clearance;
-  if (!world_view_.inCollision(pose * collection.bounding_sphere.center,
-                               collection.bounding_sphere.radius + kept)) {
+  if (!IsTouched(collection, pose * collection.bounding_sphere.center,
+                 collection.bounding_sphere.radius + kept)) {
     return false;
   }
   for (const math::Sphere& sphere : collection.spheres) {
-    if (world_view_.inCollision(pose * sphere.center, sphere.radius + kept)) {
+    if (IsTouched(collection, pose * sphere.center, sphere.radius + kept)) {
       return true;
     }
   }
@@ -162,7 +187,7 @@ bool RobotCollision::CollectionTouches(const Collection& collection, const math:
 
 bool RobotCollision::IsFreeMotion(const Eigen::Ref<const Eigen::VectorXd>& q_start,
                                   const Eigen::Ref<const Eigen::VectorXd>& q_end) {
-  LookAtFixedFrames();
+  LookAtWorld();
   return !fixed_are_near_ && (collections_.empty() || proof_->IsFree(world_view_, base_, q_start, q_end));
 }
 
@@ -171,7 +196,7 @@ std::uint32_t RobotCollision::FindFree(const double* coordinates, std::uint32_t 
   if (wanted == 0 || collections_.empty()) {
     return wanted;
   }
-  LookAtFixedFrames();
+  LookAtWorld();
   if (fixed_touch_) {
     return 0;
   }
@@ -261,6 +286,7 @@ std::optional<ConfigurationFault::SelfContact> RobotCollision::DeepestSelfContac
 
 std::optional<ConfigurationFault::Contact> RobotCollision::DeepestContact(const Eigen::VectorXd& q) {
   std::optional<ConfigurationFault::Contact> deepest;
+  LookAtWorld();
   const std::vector<math::RigidTransform>& frames = sweep_->compute(q);
   for (std::size_t i = 0; i < collections_.size(); ++i) {
     const math::RigidTransform pose = base_ ? *base_ * frames[i] : frames[i];
@@ -268,10 +294,10 @@ std::optional<ConfigurationFault::Contact> RobotCollision::DeepestContact(const 
       const math::Sphere& sphere = collections_[i].spheres[k];
       const Eigen::Vector3d center = pose * sphere.center;
       const double reach = sphere.radius + collections_[i].padding;
-      if (!world_view_.inCollision(center, reach)) {
+      if (!IsTouched(collections_[i], center, reach)) {
         continue;
       }
-      const std::optional<WorldView::Nearest> nearest = world_view_.nearestObstacle(center);
+      const auto nearest = known_snapshot_->nearestObstacle(center, &collections_[i].allowed);
       if (nearest && (!deepest || reach - nearest->distance > deepest->depth)) {
         deepest = {collections_[i].frame_name, k, center, reach, nearest->obstacle, {},
                    reach - nearest->distance};

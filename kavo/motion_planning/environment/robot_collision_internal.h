@@ -19,6 +19,7 @@
 #include "kavo/motion_planning/environment/motion_proof_internal.h"
 #include "kavo/motion_planning/environment/robot_balls_internal.h"
 #include "kavo/motion_planning/environment/robot_environment_config.h"
+#include "kavo/world/obstacle_set_internal.h"
 #include "kavo/world/world_view.h"
 
 namespace kavo::internal {
@@ -85,9 +86,14 @@ class RobotCollision {
     math::Sphere bounding_sphere;
     // How far from obstacles they have to stay.
     double padding = 0.0;
+    // The names of those that they may touch, and which these are in the world that is known.
+    std::vector<std::string> allowed_obstacles;
+    kavo::internal::ObstacleSet allowed;
   };
 
+  void LookAtWorld();
   void LookAtFixedFrames();
+  bool IsTouched(const Collection& collection, const Eigen::Vector3d& center, double radius) const;
   bool CollectionTouches(const Collection& collection, const math::RigidTransform& pose,
                          double clearance = 0.0) const;
   bool TouchesItself(const std::vector<math::RigidTransform>& frames) const;
@@ -113,7 +119,8 @@ class RobotCollision {
   // Frames that never move, and what was found of them at a revision: whether they touch the world, and
   // whether they come too near for a proof.
   std::vector<std::size_t> fixed_collections_;
-  std::uint64_t fixed_revision_ = 0;
+  // Of what was looked at in the world.
+  std::uint64_t looked_at_ = 0;
   bool fixed_touch_ = false;
   bool fixed_are_near_ = false;
   Eigen::VectorXd q_;

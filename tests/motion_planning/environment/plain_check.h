@@ -28,7 +28,8 @@ class PlainCheck {
     }
     for (const std::string& frame : robot_.collision().frames) {
       for (const math::Sphere& sphere : robot_.collision().spheresOf(frame)) {
-        if (view_.inCollision(base_ * Pose(q, frame) * sphere.center, sphere.radius)) {
+        const double reach = sphere.radius + robot_.collision().paddingOf(frame);
+        if (view_.inCollision(base_ * Pose(q, frame) * sphere.center, reach)) {
           return false;
         }
       }
