@@ -55,7 +55,7 @@ class RandomRobot {
   }
 
   //! With spheres on most frames, on those of some robots very many, and some pairs of frames that must not
-  //! touch. Some frames have to stay away from obstacles.
+  //! touch. Some frames have to stay away from obstacles, some may touch those that are named "allowed".
   std::unique_ptr<RobotDescription> withSpheres(std::mt19937& engine) const {
     RobotDescriptionBuilder builder("base");
     ContactRules rules;
@@ -68,6 +68,9 @@ class RandomRobot {
       }
       if (engine() % 6 == 0) {
         rules.paddings[joint.child_frame] = RandomVec(engine, 1, 0.0, 0.1)[0];
+      }
+      if (engine() % 4 == 0) {
+        rules.allowed_obstacles[joint.child_frame] = {"nothing", "allowed"};
       }
       if (engine() % 4 == 0) {
         const auto& other = joints_[engine() % joints_.size()];

@@ -11,6 +11,8 @@
 #include "kavo/math/sphere.h"
 #include "kavo/math/vector_math_internal.h"
 #include "kavo/util/log_message.h"
+#include "kavo/world/ball_model_internal.h"
+#include "kavo/world/snapshot_internal.h"
 
 namespace kavo::planning {
 
@@ -26,13 +28,20 @@ double Distance(const Eigen::Vector3d& a, const Eigen::Vector3d& b) {
 class Checker {
  public:
   Checker(const RobotDescription& robot, const WorldView& world_view)
-      : limits_(ExtractJointLimits(&robot)), kinematics_(robot.kinematics()), world_view_(world_view) {
+      : limits_(ExtractJointLimits(&robot)),
+        kinematics_(robot.kinematics()),
+        world_view_(world_view),
+        snapshot_(kavo::internal::SnapshotOf(world_view_)) {
     // `ExtractJointLimits` has refused any other kind.
     const auto& description = dynamic_cast<const RobotDescriptionInternal&>(robot);
     for (const std::string& frame : description.collision().frames) {
       const CollisionModel& collision = description.collision();
-      shapes_.push_back(
-          {frame, kinematics_->frame(frame), collision.spheresOf(frame), collision.paddingOf(frame), {}});
+      shapes_.push_back({frame,
+                         kinematics_->frame(frame),
+                         collision.spheresOf(frame),
+                         collision.paddingOf(frame),
+                         snapshot_->named(collision.allowedObstaclesOf(frame)),
+                         {}});
     }
     for (const auto& [frame_a, frame_b] : description.collision().pairs) {
       const auto a = FindShape(frame_a);
@@ -82,6 +91,8 @@ class Checker {
     std::vector<math::Sphere> spheres;
     // How far from obstacles they have to stay.
     double padding;
+    // Those that they may touch.
+    kavo::internal::ObstacleSet allowed;
     // In the world, for the configuration that is looked at.
     std::vector<Eigen::Vector3d> centers;
   };
@@ -123,7 +134,7 @@ class Checker {
           fault.unplaced_frame = shape.frame;
           continue;
         }
-        const auto nearest = world_view_.nearestObstacle(shape.centers[k]);
+        const auto nearest = snapshot_->nearestObstacle(shape.centers[k], &shape.allowed);
         if (!nearest) {
           continue;
         }
@@ -161,6 +172,7 @@ class Checker {
   std::vector<kinematics::JointLimits> limits_;
   std::unique_ptr<Kinematics> kinematics_;
   WorldView world_view_;
+  std::shared_ptr<const kavo::internal::Snapshot> snapshot_;
   std::vector<Shape> shapes_;
   // Indices of shapes that must not touch each other.
   std::vector<std::pair<std::size_t, std::size_t>> pairs_;

@@ -72,8 +72,8 @@ struct PathCheck {
 };
 
 //! Looks at a path anew, without anything that planned it: joint by joint against the limits, sphere by
-//! sphere against the nearest obstacle and, for a robot with collision pairs, against its own spheres. Slow
-//! and plain.
+//! sphere against the nearest obstacle (of those that its frame must not touch) and, for a robot with
+//! collision pairs, against its own spheres. Slow and plain.
 //!
 //! Every segment is divided evenly into parts no longer than `step_size` (Euclidean, in c-space); all
 //! waypoints are looked at. Between two such points an obstacle's edge may still be grazed: the finer the

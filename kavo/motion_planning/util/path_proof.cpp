@@ -13,6 +13,8 @@
 #include "kavo/math/rigid_transform.h"
 #include "kavo/math/vector_math_internal.h"
 #include "kavo/util/log_message.h"
+#include "kavo/world/ball_model_internal.h"
+#include "kavo/world/snapshot_internal.h"
 
 namespace kavo::planning {
 
@@ -50,6 +52,8 @@ struct Ball {
   math::Sphere sphere;
   // With the padding of the frame, which obstacles have to keep.
   double padded_radius;
+  // Those that it may touch.
+  const kavo::internal::ObstacleSet* allowed;
   // The joints that carry it.
   const std::vector<std::size_t>* joints;
 };
@@ -65,7 +69,8 @@ struct BallPair {
 // The robot as a proof sees it.
 class Arm {
  public:
-  explicit Arm(const RobotDescriptionInternal& robot) : kinematics_(robot.kinematics()) {
+  Arm(const RobotDescriptionInternal& robot, const kavo::internal::Snapshot& snapshot)
+      : kinematics_(robot.kinematics()) {
     std::vector<Kinematics::FrameHandle> handles;
     std::vector<int> all;
     for (const std::string& name : kinematics_->frameNames()) {
@@ -75,7 +80,7 @@ class Arm {
     sweep_ = kinematics_->frameSweep(handles);
     const Model::Plan plan = robot.model().plan(all);
     FindJoints(plan);
-    FindBalls(robot, plan);
+    FindBalls(robot, snapshot, plan);
   }
 
   const std::vector<MovingJoint>& Joints() const { return joints_; }
@@ -111,27 +116,31 @@ class Arm {
     }
   }
 
-  void FindBalls(const RobotDescriptionInternal& robot, const Model::Plan& plan) {
+  void FindBalls(const RobotDescriptionInternal& robot, const kavo::internal::Snapshot& snapshot,
+                 const Model::Plan& plan) {
     const auto chain = [&](std::size_t frame) -> const std::vector<std::size_t>& {
       return chains_[static_cast<std::size_t>(plan.frames[frame].slot + 1)];
     };
+    // Pointers into it are kept, here and below.
+    allowed_.reserve(robot.collision().frames.size());
     // By frame: its first sphere, and the one after its last.
     std::vector<std::pair<std::size_t, std::size_t>> ranges(plan.frames.size());
     for (const std::string& name : robot.collision().frames) {
       const auto frame = static_cast<std::size_t>(kinematics_->frame(name).index());
       const std::vector<math::Sphere> spheres = robot.collision().spheresOf(name);
       const double padding = robot.collision().paddingOf(name);
+      allowed_.push_back(snapshot.named(robot.collision().allowedObstaclesOf(name)));
       ranges[frame].first = balls_.size();
       for (std::size_t i = 0; i < spheres.size(); ++i) {
         // What touches nothing is left out.
         if (spheres[i].radius >= 0.0) {
-          balls_.push_back({frame, i, spheres[i], spheres[i].radius + padding, &chain(frame)});
+          balls_.push_back(
+              {frame, i, spheres[i], spheres[i].radius + padding, &allowed_.back(), &chain(frame)});
           largest_offset_ = std::max(largest_offset_, Norm(spheres[i].center));
         }
       }
       ranges[frame].second = balls_.size();
     }
-    // Pointers into it are kept.
     linkages_.reserve(robot.collision().pairs.size());
     for (const auto& [name_a, name_b] : robot.collision().pairs) {
       const auto a = static_cast<std::size_t>(kinematics_->frame(name_a).index());
@@ -159,6 +168,8 @@ class Arm {
   std::vector<MovingJoint> joints_;
   std::vector<Ball> balls_;
   std::vector<BallPair> pairs_;
+  // Of the frames with spheres.
+  std::vector<kavo::internal::ObstacleSet> allowed_;
   // Of the base, then of each joint: the joints that carry it, itself last.
   std::vector<std::vector<std::size_t>> chains_;
   std::vector<std::vector<std::size_t>> linkages_;
@@ -173,7 +184,8 @@ class Prover {
          const PathProofOptions& options, const StopCondition& stop_condition)
       : limits_(ExtractJointLimits(&robot)),
         // `ExtractJointLimits` has refused any other kind.
-        arm_(dynamic_cast<const RobotDescriptionInternal&>(robot)),
+        snapshot_(kavo::internal::SnapshotOf(world_view)),
+        arm_(dynamic_cast<const RobotDescriptionInternal&>(robot), *snapshot_),
         world_view_(world_view),
         path_(path),
         options_(options),
@@ -289,7 +301,7 @@ class Prover {
         GiveUpOn(ball, place);
         return still_open;
       }
-      const auto nearest = world_view_.nearestObstacle(center);
+      const auto nearest = snapshot_->nearestObstacle(center, ball.allowed);
       if (!nearest) {
         continue;
       }
@@ -431,6 +443,7 @@ class Prover {
   }
 
   std::vector<kinematics::JointLimits> limits_;
+  std::shared_ptr<const kavo::internal::Snapshot> snapshot_;
   Arm arm_;
   WorldView world_view_;
   const std::vector<Eigen::VectorXd>& path_;

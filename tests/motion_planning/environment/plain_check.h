@@ -8,6 +8,7 @@
 #include "kavo/kinematics/interface/robot_description_internal.h"
 #include "kavo/math/rigid_transform.h"
 #include "kavo/math/sphere.h"
+#include "kavo/world/world.h"
 #include "kavo/world/world_view.h"
 
 namespace kavo::testing {
@@ -15,8 +16,11 @@ namespace kavo::testing {
 //! The rule for a valid configuration as it reads: every limit, every sphere, every pair of spheres.
 class PlainCheck {
  public:
-  PlainCheck(const RobotDescription& robot, const WorldView& view, const Pose3& base = {})
-      : robot_(dynamic_cast<const RobotDescriptionInternal&>(robot)), view_(view), base_(base) {}
+  PlainCheck(const RobotDescription& robot, World& world, const Pose3& base = {})
+      : robot_(dynamic_cast<const RobotDescriptionInternal&>(robot)),
+        view_(world.view()),
+        view_of_others_(ViewOfOthers(world)),
+        base_(base) {}
 
   bool IsValid(const Eigen::VectorXd& q) const {
     const auto& limits = robot_.jointLimits();
@@ -29,7 +33,8 @@ class PlainCheck {
     for (const std::string& frame : robot_.collision().frames) {
       for (const math::Sphere& sphere : robot_.collision().spheresOf(frame)) {
         const double reach = sphere.radius + robot_.collision().paddingOf(frame);
-        if (view_.inCollision(base_ * Pose(q, frame) * sphere.center, reach)) {
+        const auto& view = robot_.collision().allowedObstaclesOf(frame).empty() ? view_ : view_of_others_;
+        if (view.inCollision(base_ * Pose(q, frame) * sphere.center, reach)) {
           return false;
         }
       }
@@ -57,12 +62,24 @@ class PlainCheck {
   }
 
  private:
+  static WorldView ViewOfOthers(World& world) {
+    World others;
+    for (const ObstacleHandle obstacle : world.obstacles()) {
+      if (world.name(obstacle) != "allowed") {
+        others.setPadding(others.add(world.shape(obstacle), world.pose(obstacle)), world.padding(obstacle));
+      }
+    }
+    return others.view();
+  }
+
   math::RigidTransform Pose(const Eigen::VectorXd& q, const std::string& frame) const {
     return robot_.model().transform(q, robot_.model().frame(frame));
   }
 
   const RobotDescriptionInternal& robot_;
   WorldView view_;
+  // For frames that may touch what is named "allowed".
+  WorldView view_of_others_;
   math::RigidTransform base_;
 };
 

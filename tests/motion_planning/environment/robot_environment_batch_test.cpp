@@ -57,11 +57,13 @@ TEST_P(BatchTest, SaysWhatAskingOneByOneSays) {
     for (int i = 0; i < (round % 7 == 0 ? 100 : round % 12); ++i) {
       const ObstacleHandle obstacle =
           world.add(scene.bounded(i % test::RandomScene::kNumKinds, 0.3),
-                    i % 5 == 0 ? Pose3::FromTranslation(scene.point(1.0)) : scene.pose(1.0));
+                    i % 5 == 0 ? Pose3::FromTranslation(scene.point(1.0)) : scene.pose(1.0),
+                    i % 4 == 1 ? "allowed" : "other");
       world.setPadding(obstacle, i % 3 == 0 ? 0.02 : 0.0);
     }
     if (round % 6 == 0) {
-      world.add(HalfSpaceObstacle{}, Pose3::FromTranslation({0.0, 0.0, -0.8}));
+      world.add(HalfSpaceObstacle{}, Pose3::FromTranslation({0.0, 0.0, -0.8}),
+                round % 12 == 0 ? "allowed" : "");
     }
     if (size != 1.0) {
       world.add(BoxObstacle{{size, 0.1, size}}, Pose3::FromTranslation({0.0, 0.4, 0.25 * size}));
@@ -75,7 +77,7 @@ TEST_P(BatchTest, SaysWhatAskingOneByOneSays) {
       base = Pose3(Eigen::Quaterniond(v[0], v[1], v[2], v[3]), v.tail<3>());
       environment->SetBasePose(base);
     }
-    const testing::PlainCheck plain(*description, world.view(), base);
+    const testing::PlainCheck plain(*description, world, base);
     for (const int count : {0, 1, 7, 8, 9, 30}) {
       // Along a short segment, as planners ask, so that several in a row are free.
       const Eigen::VectorXd begin = RandomVec(engine, n, -2.9, 2.9);
@@ -128,7 +130,7 @@ TEST_P(BatchTest, DecidesAsTheExactCheckWhereContactBegins) {
     const auto n = static_cast<int>(description->numCSpaceCoords());
     const auto environment =
         CreateRobotEnvironment({description.get(), world.view(), Eigen::VectorXd::Ones(n), 10, 1, 2});
-    const testing::PlainCheck plain(*description, world.view());
+    const testing::PlainCheck plain(*description, world);
     for (int attempt = 0; attempt < 60; ++attempt) {
       Eigen::VectorXd free = RandomVec(engine, n, -2.9, 2.9);
       Eigen::VectorXd touching = RandomVec(engine, n, -2.9, 2.9);
@@ -168,7 +170,7 @@ TEST_P(BatchTest, TakesAnyAngleAndManyConfigurations) {
   }
   const Eigen::Ref<const Eigen::MatrixXd> rows = all.middleRows(1, 1);
   const int count = environment->CountValid(rows);
-  EXPECT_EQ(count, testing::PlainCheck(*description, world.view()).CountValid(rows));
+  EXPECT_EQ(count, testing::PlainCheck(*description, world).CountValid(rows));
   EXPECT_GT(count, 8);
   EXPECT_LT(count, 1000);
   // From beyond what lanes reach to within, past no obstacle.

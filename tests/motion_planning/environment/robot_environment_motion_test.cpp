@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "kavo/motion_planning/environment/robot_environment.h"
+#include "kavo/motion_planning/util/path_check.h"
 #include "kavo/motion_planning/util/path_proof.h"
 #include "kavo/world/world.h"
 #include "tests/kinematics/random_robot.h"
@@ -101,6 +102,9 @@ TEST_P(MotionTest, AcceptsNothingThatTouches) {
     } else {
       world.add(scene.bounded(round % test::RandomScene::kNumKinds, 0.4), scene.pose(1.0));
     }
+    if (round % 4 == 0) {
+      world.add(scene.bounded(round / 4 % test::RandomScene::kNumKinds, 0.6), scene.pose(0.5), "allowed");
+    }
     if (round % 9 == 0) {
       // Too large for single precision.
       world.add(BoxObstacle{{1e7, 1e7, 1.0}}, Pose3::FromTranslation({0.0, 0.0, -9.0}));
@@ -108,13 +112,15 @@ TEST_P(MotionTest, AcceptsNothingThatTouches) {
     const auto environment =
         CreateRobotEnvironment({description.get(), world.view(), Eigen::VectorXd::Ones(n), 10, 1, 2});
     environment->SetBasePose(base);
-    const PlainCheck plain(*description, world.view(), base);
+    const PlainCheck plain(*description, world, base);
     const bool is_accepted = environment->IsValidMotion(motion.begin, motion.end, 1.0);
     (is_accepted ? num_accepted : num_refused) += 1;
     if (round % 5 == 0) {
       ASSERT_FALSE(is_accepted && TouchesAnywhere(plain, motion, 1000)) << "round " << round;
       continue;
     }
+    ASSERT_EQ(CheckPath(*description, world.view(), {motion.begin}, 1.0).IsValid(),
+              plain.IsValid(motion.begin));
     // What is refused comes nearer than what is kept and the least enlargement together.
     const PathProof proof = ProvePath(*description, world.view(), {motion.begin, motion.end});
     ASSERT_TRUE(!is_accepted || proof.IsFree()) << "round " << round;
