@@ -1,6 +1,6 @@
 // What one validity check costs: free, colliding and mixed configurations, one by one and eight at once along
 // a segment, by the number of the robot's spheres and of the obstacles; the kinematics alone; and whole
-// motions, proven against sampled.
+// motions, proven against sampled; and among meshes, clouds and octrees, against FCL where it is there.
 //
 // The one-by-one way is the default body of `Environment::CountValid`, which stops at the first configuration
 // that is not valid. A sampled motion is the default body of `Environment::IsValidMotion`, at 1/32. Answers
@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <cmath>
 #include <cstddef>
 #include <cstdio>
@@ -20,6 +21,7 @@
 #include <utility>
 #include <vector>
 
+#include "benchmarks/compounds.h"
 #include "benchmarks/ratio.h"
 #include "kavo/kinematics/interface/kinematics_internal.h"
 #include "kavo/kinematics/interface/robot_description_builder.h"
@@ -428,6 +430,120 @@ bool MeasureMotions(int num_spheres, int num_obstacles) {
   return true;
 }
 
+#ifdef KAVO_BENCHMARK_FCL
+// Prints what FCL takes for a configuration of the same segments; false where it answers otherwise.
+bool CompareWithFcl(const Case& subject, const kavo::ObstacleShape& shape,
+                    const std::vector<Segment>& segments, const char* kind, const Figures& ours,
+                    bool is_same_shape) {
+  const RobotEnvironmentConfig config = subject.config();
+  const auto environment = CreateRobotEnvironment(subject.config());
+  std::vector<kavo::Kinematics::FrameHandle> handles;
+  std::vector<std::vector<kavo::math::Sphere>> spheres;
+  for (const std::string& name : config.FrameNames()) {
+    handles.push_back(config.Kinematics()->frame(name));
+    spheres.push_back(config.CollisionSpheres(name));
+  }
+  const auto sweep = config.Kinematics()->frameSweep(handles);
+  kavo::benchmarks::FclCompound fcl(shape);
+  const auto is_free = [&](const Eigen::VectorXd& q) {
+    const auto& frames = sweep->compute(q);
+    // From the hand on, as ours does.
+    for (std::size_t i = frames.size(); i-- > 0;) {
+      for (const kavo::math::Sphere& sphere : spheres[i]) {
+        if (fcl.touches(frames[i] * sphere.center, sphere.radius)) {
+          return false;
+        }
+      }
+    }
+    return true;
+  };
+  std::vector<Eigen::VectorXd> configurations;
+  std::size_t num_different = 0;
+  for (const Segment& segment : segments) {
+    for (int i = 0; i < kBatch; ++i) {
+      configurations.emplace_back(segment.col(i));
+      num_different += is_free(segment.col(i)) == environment->IsValidConfiguration(segment.col(i)) ? 0 : 1;
+    }
+  }
+  const double seconds = BestSeconds([&] {
+                           for (const Eigen::VectorXd& q : configurations) {
+                             benchmark::DoNotOptimize(is_free(q));
+                           }
+                         }) /
+                         static_cast<double>(configurations.size());
+  std::printf("ratio %8.2f    %-10s FCL %10.1f ns; %.1f to a single check; %zu of %zu answers differ\n",
+              seconds / (ours.batch_seconds / kBatch), kind, seconds * 1e9, seconds / ours.single_seconds,
+              num_different, configurations.size());
+  return !is_same_shape || num_different == 0;
+}
+#endif
+
+// The arm among as many things as 100 obstacles, made of very many parts. False where answers differ.
+bool MeasureCompounds() {
+  constexpr std::size_t kNumBalls = 60;
+  Random random;
+  Case empty = EmptyCase(60, 0);
+  for (std::size_t i = 0; i < kNumSegments; ++i) {
+    empty.free.push_back(random.segment(0.1));
+  }
+  const auto balls = kavo::benchmarks::BumpyBalls(kNumBalls, Occupied(empty, empty.free), random);
+  const auto seconds_of = [](const auto& call) {
+    const auto begin = std::chrono::steady_clock::now();
+    call();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+  };
+  struct Shape {
+    std::string name;
+    kavo::ObstacleShape shape;
+    bool is_same_in_fcl;
+  };
+  std::vector<Shape> shapes;
+  for (const std::size_t count : {1000U, 100000U}) {
+    const kavo::MeshObstacle mesh = kavo::benchmarks::MeshOf(balls, count);
+    // FCL knows the surface only.
+    shapes.push_back(
+        {"mesh of " + std::to_string(mesh.mesh->triangles().size()) + " triangles", mesh, false});
+  }
+  for (const std::size_t count : {10000U, 100000U, 1000000U}) {
+    std::vector<Eigen::Vector3d> points = kavo::benchmarks::PointsOn(balls, count, random);
+    shapes.push_back(
+        {"cloud of " + std::to_string(count) + " points",
+         kavo::PointCloudObstacle{std::make_shared<const kavo::PointCloud>(std::move(points), 0.005)},
+         false});
+  }
+  for (const double size : {0.01, 0.004}) {
+    const kavo::OctreeObstacle octree =
+        kavo::benchmarks::OctreeOf(kavo::benchmarks::PointsOn(balls, 3000000, random), size);
+    shapes.push_back(
+        {"octree of " + std::to_string(octree.octree->cells().size()) + " leaves", octree, true});
+  }
+  for (const auto& [name, shape, is_same_in_fcl] : shapes) {
+    Case subject = EmptyCase(60, 0);
+    subject.name = "60 spheres, " + name;
+    subject.free = empty.free;
+    subject.world.add(shape, Pose3());
+    const double view_seconds = seconds_of([&] { subject.world.view(); });
+    Row row;
+    if (!MeasureCase(subject, row)) {
+      return false;
+    }
+    std::printf("%s (snapshot in %.1f us)\n", subject.name.c_str(), view_seconds * 1e6);
+    Print("free", row.free);
+    Print("colliding", row.colliding);
+    Print("mixed", row.mixed);
+#ifdef KAVO_BENCHMARK_FCL
+    const auto environment = CreateRobotEnvironment(subject.config());
+    if (!CompareWithFcl(subject, shape, subject.free, "free", row.free, is_same_in_fcl) ||
+        !CompareWithFcl(subject, shape, SegmentsInContact(*environment, false), "colliding", row.colliding,
+                        is_same_in_fcl)) {
+      std::fprintf(stderr, "%s: FCL answers otherwise\n", subject.name.c_str());
+      return false;
+    }
+#endif
+  }
+  return true;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -435,7 +551,7 @@ int main(int argc, char** argv) {
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
     return 1;
   }
-  if (!CompareKinematics(MakeCase(60, 1))) {
+  if (!CompareKinematics(MakeCase(60, 1)) || !MeasureCompounds()) {
     return 1;
   }
   for (const int num_spheres : {20, 60, 200}) {

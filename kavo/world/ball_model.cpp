@@ -33,6 +33,8 @@ class OfConfigurations {
   std::uint32_t All() const { return contacts_.wanted; }
   // What is left to be asked where something is near in some lanes.
   std::uint32_t Narrow(std::uint32_t, std::uint32_t near) const { return near & contacts_.wanted; }
+  // The lanes that this is about.
+  std::uint32_t LanesOf(std::uint32_t open) const { return open & contacts_.wanted; }
   // False when there is no more to ask.
   bool Note(const Question&, std::uint32_t touching, std::uint32_t near) {
     contacts_.unsure |= near;
@@ -60,6 +62,7 @@ class OfMotion {
   std::uint32_t Narrow(std::uint32_t intervals, std::uint32_t near) const {
     return intervals & (near | near >> 1);
   }
+  std::uint32_t LanesOf(std::uint32_t open) const { return open | open << 1; }
   bool Note(const Question& question, std::uint32_t touching, std::uint32_t) {
     if (touching != 0) {
       contact_ = question;
@@ -94,7 +97,7 @@ HWY_INLINE bool AskBundle(D d, Data& data, Data::Bundle& bundle, const LaneSolid
   const Distance<kKind, D> distance(d, solid);
   PlaceBundle(d, data, bundle);
   FindReach(d, data, bundle, margin);
-  open = asked.Narrow(open, distance.Near(bundle.centers.values, bundle.reach + margin));
+  open = asked.Narrow(open, distance.Near(bundle.centers.values, bundle.reach + margin, asked.LanesOf(open)));
   if (open == 0) {
     return true;
   }
@@ -103,7 +106,7 @@ HWY_INLINE bool AskBundle(D d, Data& data, Data::Bundle& bundle, const LaneSolid
     Data::Twig& twig = data.twigs[t];
     if (!bundle.hasOneTwig()) {
       const float reach = Reach(data, twig.radius + bundle.padding, bundle.measured, 1.0f);
-      if (distance.NearIfAny(PlaceTwig(d, data, bundle, twig), reach + margin) == 0) {
+      if (distance.NearIfAny(PlaceTwig(d, data, bundle, twig), reach + margin, asked.LanesOf(open)) == 0) {
         continue;
       }
     }
@@ -111,13 +114,13 @@ HWY_INLINE bool AskBundle(D d, Data& data, Data::Bundle& bundle, const LaneSolid
     FindReaches(data, bundle, twig);
     for (std::uint32_t i = twig.first_ball; i < twig.end_ball; ++i) {
       const float* const centers = data.placed[i].values;
-      const std::uint32_t near = distance.NearIfAny(centers, data.reaches[i] + margin);
+      const std::uint32_t near = distance.NearIfAny(centers, data.reaches[i] + margin, asked.LanesOf(open));
       if (HWY_LIKELY(near == 0)) {
         continue;
       }
       all_near |= near;
       const float radius = data.balls[i].radius + bundle.padding;
-      if (!asked.Note(question, distance.Touching(centers, radius, margin), near)) {
+      if (!asked.Note(question, distance.Touching(centers, radius, margin, near), near)) {
         return false;
       }
     }
@@ -131,8 +134,8 @@ HWY_NOINLINE bool AskPart(D d, Data& data, Data::Part& part, const LaneSolid& so
                           Asked& asked) {
   const Distance<kKind, D> distance(d, solid);
   const float margin = part.margin + solid.margin;
-  const std::uint32_t open =
-      asked.Narrow(asked.All(), distance.Near(part.centers.values, part.reach + margin));
+  const std::uint32_t open = asked.Narrow(
+      asked.All(), distance.Near(part.centers.values, part.reach + margin, asked.LanesOf(asked.All())));
   if (open == 0) {
     return true;
   }
@@ -459,6 +462,7 @@ BallModel::Verdict AskOne(Data& data, const SolidLanes& lanes, Question& questio
 
 // Whether the true balls of a question touch in any lane.
 bool Touches(Data& data, const SolidLanes& lanes, const Question& question) {
+  constexpr std::uint32_t kAllLanes = (1u << kNumLanes) - 1u;
   const Lanes<kNumLanes> d;
   if (question.kind == Question::Kind::kPair) {
     const Data::Pair& pair = data.bundle_pairs[question.object];
@@ -493,7 +497,7 @@ bool Touches(Data& data, const SolidLanes& lanes, const Question& question) {
     const Distance<decltype(kind)::value, Lanes<kNumLanes>> distance(d, solid);
     const float margin = MarginOf(data, bundle) + solid.margin;
     const auto is_near = [&](float radius, const float* centers) {
-      return distance.NearIfAny(centers, radius + bundle.padding + margin) != 0;
+      return distance.NearIfAny(centers, radius + bundle.padding + margin, kAllLanes) != 0;
     };
     if (!is_near(bundle.radius, bundle.centers.values)) {
       return false;
@@ -506,7 +510,7 @@ bool Touches(Data& data, const SolidLanes& lanes, const Question& question) {
       PlaceBalls(d, data, bundle, twig);
       for (std::uint32_t i = twig.first_ball; i < twig.end_ball; ++i) {
         const float radius = data.balls[i].radius + bundle.padding;
-        if (distance.Touching(data.placed[i].values, radius, margin) != 0) {
+        if (distance.Touching(data.placed[i].values, radius, margin, kAllLanes) != 0) {
           return true;
         }
       }

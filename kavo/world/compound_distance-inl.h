@@ -58,14 +58,17 @@ class LocalCenters {
     }
   }
 
-  // The box around all that is within reach.
-  HWY_INLINE void getBox(float reach, float (&low)[3], float (&high)[3]) const {
+  // The box around all that is within reach in some lanes.
+  HWY_INLINE void getBox(float reach, std::uint32_t lanes, float (&low)[3], float (&high)[3]) const {
+    const V infinity = hn::Inf(d_);
     for (std::size_t axis = 0; axis < 3; ++axis) {
-      V lowest = at(axis, 0);
-      V highest = lowest;
-      for (std::size_t lane = hn::Lanes(d_); lane < D::kCount; lane += hn::Lanes(d_)) {
-        lowest = hn::Min(lowest, at(axis, lane));
-        highest = hn::Max(highest, at(axis, lane));
+      V lowest = infinity;
+      V highest = hn::Neg(infinity);
+      for (std::size_t lane = 0; lane < D::kCount; lane += hn::Lanes(d_)) {
+        const std::uint8_t bits[8] = {static_cast<std::uint8_t>(lanes >> lane)};
+        const auto mask = hn::LoadMaskBits(d_, bits);
+        lowest = hn::Min(lowest, hn::IfThenElse(mask, at(axis, lane), infinity));
+        highest = hn::Max(highest, hn::IfThenElse(mask, at(axis, lane), hn::Neg(infinity)));
       }
       low[axis] = hn::GetLane(hn::MinOfLanes(d_, lowest)) - reach;
       high[axis] = hn::GetLane(hn::MaxOfLanes(d_, highest)) + reach;
@@ -139,14 +142,15 @@ class LocalCenters {
   alignas(64) float values_[3 * kNumLanes];
 };
 
-// The lanes in which a part is within reach.
+// Those of the lanes in which a part is within reach.
 template <class D>
-HWY_INLINE std::uint32_t FindNearParts(const Compound& compound, const LocalCenters<D>& centers,
-                                       float reach) {
+HWY_INLINE std::uint32_t FindNearParts(const Compound& compound, const LocalCenters<D>& centers, float reach,
+                                       std::uint32_t asked) {
   float low[3];
   float high[3];
-  centers.getBox(reach, low, high);
-  std::uint32_t near = 0;
+  centers.getBox(reach, asked, low, high);
+  // Those that are not asked about count as found.
+  std::uint32_t near = LocalCenters<D>::kAll & ~asked;
   const auto enter = [&](const BoundsGroup& group, std::uint32_t part) {
     const std::uint32_t lanes =
         centers.within(reach, [&](std::size_t lane) { return centers.fromBox(group, part, lane); });
@@ -179,7 +183,7 @@ HWY_INLINE std::uint32_t FindNearParts(const Compound& compound, const LocalCent
       });
       break;
   }
-  return near;
+  return near & asked;
 }
 
 // Those of the lanes whose centres are inside, where no part is as near as rounding may shift them.
@@ -199,27 +203,27 @@ HWY_INLINE std::uint32_t FindInside(const LaneSolid& solid, const LocalCenters<D
   return inside;
 }
 
-// In which lanes a ball comes within reach of a compound; in others it certainly does not. The reach has room
-// for rounding.
+// Those of the lanes in which a ball comes within reach of a compound; in others it certainly does not. The
+// reach has room for rounding.
 template <class D>
-HWY_NOINLINE std::uint32_t FindNearCompound(D d, const LaneSolid& solid, const float* placed, float reach) {
+HWY_NOINLINE std::uint32_t FindNearCompound(D d, const LaneSolid& solid, const float* placed, float reach,
+                                            std::uint32_t asked) {
   const LocalCenters<D> centers(d, solid, placed);
-  const std::uint32_t near = FindNearParts(*solid.compound, centers, reach);
-  return near | FindInside(solid, centers, LocalCenters<D>::kAll & ~near);
+  const std::uint32_t near = FindNearParts(*solid.compound, centers, reach, asked);
+  return near | FindInside(solid, centers, asked & ~near);
 }
 
-// In which lanes a ball touches a compound for certain.
+// Those of the lanes in which a ball touches a compound for certain.
 template <class D>
 HWY_NOINLINE std::uint32_t FindTouchingCompound(D d, const LaneSolid& solid, const float* placed, float reach,
-                                                float margin) {
+                                                float margin, std::uint32_t asked) {
   if (!(reach > margin)) {
     return 0;
   }
   const LocalCenters<D> centers(d, solid, placed);
-  const std::uint32_t touching = FindNearParts(*solid.compound, centers, reach - margin);
+  const std::uint32_t touching = FindNearParts(*solid.compound, centers, reach - margin, asked);
   // What no part is near by the margin stays inside or outside wherever rounding may have shifted it.
-  return touching |
-         (reach > 2.0f * margin ? FindInside(solid, centers, LocalCenters<D>::kAll & ~touching) : 0);
+  return touching | (reach > 2.0f * margin ? FindInside(solid, centers, asked & ~touching) : 0);
 }
 
 }  // namespace

@@ -33,13 +33,14 @@ class Distance {
 
   HWY_INLINE Distance(D d, const LaneSolid& solid) : d_(d), solid_(solid) {}
 
-  // In which lanes a ball comes within reach; in others it certainly does not.
-  HWY_INLINE std::uint32_t Near(const float* centers, float reach) const {
+  // In which lanes a ball comes within reach; in others it certainly does not. Here and below it may leave
+  // out lanes that are not asked about.
+  HWY_INLINE std::uint32_t Near(const float* centers, float reach, std::uint32_t) const {
     return FindNear(d_, reach + solid_.rounding, [&](std::size_t lane) { return Squared(centers + lane); });
   }
 
   // The same, faster where most are far.
-  HWY_INLINE std::uint32_t NearIfAny(const float* centers, float reach) const {
+  HWY_INLINE std::uint32_t NearIfAny(const float* centers, float reach, std::uint32_t) const {
     const auto squared = [&](std::size_t lane) { return Squared(centers + lane); };
     return HWY_LIKELY(!IsAnyNear(d_, reach + solid_.rounding, squared))
                ? 0
@@ -47,7 +48,7 @@ class Distance {
   }
 
   // In which lanes a ball touches for certain.
-  HWY_INLINE std::uint32_t Touching(const float* centers, float radius, float margin) const {
+  HWY_INLINE std::uint32_t Touching(const float* centers, float radius, float margin, std::uint32_t) const {
     return FindTouching(d_, radius + solid_.rounding, margin,
                         [&](std::size_t lane) { return Squared(centers + lane); });
   }
@@ -133,12 +134,15 @@ class Distance<LaneSolid::Kind::kCompound, D> {
  public:
   HWY_INLINE Distance(D d, const LaneSolid& solid) : d_(d), solid_(solid) {}
 
-  HWY_INLINE std::uint32_t Near(const float* centers, float reach) const {
-    return FindNearCompound(d_, solid_, centers, reach + solid_.rounding);
+  HWY_INLINE std::uint32_t Near(const float* centers, float reach, std::uint32_t asked) const {
+    return FindNearCompound(d_, solid_, centers, reach + solid_.rounding, asked);
   }
-  HWY_INLINE std::uint32_t NearIfAny(const float* centers, float reach) const { return Near(centers, reach); }
-  HWY_INLINE std::uint32_t Touching(const float* centers, float radius, float margin) const {
-    return FindTouchingCompound(d_, solid_, centers, radius + solid_.rounding, margin);
+  HWY_INLINE std::uint32_t NearIfAny(const float* centers, float reach, std::uint32_t asked) const {
+    return Near(centers, reach, asked);
+  }
+  HWY_INLINE std::uint32_t Touching(const float* centers, float radius, float margin,
+                                    std::uint32_t asked) const {
+    return FindTouchingCompound(d_, solid_, centers, radius + solid_.rounding, margin, asked);
   }
 
  private:

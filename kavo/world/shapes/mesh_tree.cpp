@@ -20,17 +20,27 @@ Eigen::Vector3d Cross(const Eigen::Vector3d& a, const Eigen::Vector3d& b) {
   return {a[1] * b[2] - a[2] * b[1], a[2] * b[0] - a[0] * b[2], a[0] * b[1] - a[1] * b[0]};
 }
 
+MeshTree::Corners CornersOf(const TriangleMesh& mesh, std::size_t index) {
+  TriangleMesh::Triangle triangle = mesh.triangles()[index];
+  std::sort(triangle.begin(), triangle.end());
+  return {mesh.vertices()[triangle[0]], mesh.vertices()[triangle[1]], mesh.vertices()[triangle[2]]};
+}
+
+Bounds BoundsOf(const MeshTree::Corners& corners) {
+  Bounds bounds{};
+  for (int axis = 0; axis < 3; ++axis) {
+    const auto [low, high] = std::minmax({corners[0][axis], corners[1][axis], corners[2][axis]});
+    bounds.low[axis] = low;
+    bounds.high[axis] = high;
+  }
+  return bounds;
+}
+
 std::vector<Bounds> BoundsOf(const TriangleMesh& mesh) {
-  std::vector<Bounds> bounds(mesh.triangles().size());
-  for (std::size_t i = 0; i < bounds.size(); ++i) {
-    const TriangleMesh::Triangle& triangle = mesh.triangles()[i];
-    for (int axis = 0; axis < 3; ++axis) {
-      const auto [low, high] =
-          std::minmax({mesh.vertices()[triangle[0]][axis], mesh.vertices()[triangle[1]][axis],
-                       mesh.vertices()[triangle[2]][axis]});
-      bounds[i].low[axis] = low;
-      bounds[i].high[axis] = high;
-    }
+  std::vector<Bounds> bounds;
+  bounds.reserve(mesh.triangles().size());
+  for (std::size_t i = 0; i < mesh.triangles().size(); ++i) {
+    bounds.push_back(BoundsOf(CornersOf(mesh, i)));
   }
   return bounds;
 }
@@ -225,13 +235,9 @@ MeshTree::MeshTree(const TriangleMesh& mesh) : Compound(Parts::kTriangles, Bound
   corners_.reserve(tree().items.size());
   closed_pieces_.reserve(tree().items.size());
   for (const std::uint32_t item : tree().items) {
-    TriangleMesh::Triangle triangle = mesh.triangles()[item];
-    std::sort(triangle.begin(), triangle.end());
-    corners_.push_back(
-        {mesh.vertices()[triangle[0]], mesh.vertices()[triangle[1]], mesh.vertices()[triangle[2]]});
+    corners_.push_back(CornersOf(mesh, item));
     const std::uint32_t piece = mesh.pieces()[item];
     closed_pieces_.push_back(mesh.isPieceClosed(piece) ? piece : kNone);
-    has_closed_pieces_ = has_closed_pieces_ || closed_pieces_.back() != kNone;
   }
   std::vector<LaneTriangle> triangles;
   triangles.reserve(corners_.size());
@@ -246,6 +252,25 @@ MeshTree::MeshTree(const TriangleMesh& mesh) : Compound(Parts::kTriangles, Bound
     bounds_.low[axis] = (*low)[axis];
     bounds_.high[axis] = (*high)[axis];
   }
+  if (std::any_of(closed_pieces_.begin(), closed_pieces_.end(),
+                  [](std::uint32_t piece) { return piece != kNone; })) {
+    makeGrid();
+  }
+}
+
+void MeshTree::makeGrid() {
+  constexpr double kCellsForTriangle = 16.0;
+  constexpr double kMostCells = 1 << 18;
+  grid_.emplace(bounds_, std::min(kCellsForTriangle * static_cast<double>(corners_.size()), kMostCells));
+  for (std::size_t place = 0; place < corners_.size(); ++place) {
+    if (closed_pieces_[place] != kNone) {
+      grid_->mark(BoundsOf(corners_[place]), [&](const std::array<double, 3>& middle, double reach) {
+        const Eigen::Vector3d point(middle[0], middle[1], middle[2]);
+        return NearestInTriangle(corners_[place], point).squared_distance <= reach * reach;
+      });
+    }
+  }
+  grid_->fill([&](const double* point) { return crossesOdd(point); });
 }
 
 double MeshTree::signedDistance(const double* point, Interior interior) const {
@@ -281,7 +306,7 @@ MeshTree::Nearest MeshTree::nearest(const Eigen::Vector3d& point) const {
 }
 
 bool MeshTree::contains(const double* point) const {
-  if (!has_closed_pieces_) {
+  if (!grid_) {
     return false;
   }
   for (int axis = 0; axis < 3; ++axis) {
@@ -289,6 +314,11 @@ bool MeshTree::contains(const double* point) const {
       return false;
     }
   }
+  const InsideGrid::Side side = grid_->sideOf(point);
+  return side == InsideGrid::Side::kUnknown ? crossesOdd(point) : side == InsideGrid::Side::kInside;
+}
+
+bool MeshTree::crossesOdd(const double* point) const {
   const Ray ray(point, bounds_);
   OddPieces odd;
   do {

@@ -4,11 +4,12 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <limits>
+#include <optional>
 #include <vector>
 
 #include "kavo/util/export.h"
 #include "kavo/world/shapes/compound_internal.h"
+#include "kavo/world/shapes/inside_grid_internal.h"
 
 namespace kavo {
 
@@ -45,11 +46,15 @@ class KAVO_EXPORT MeshTree final : public Compound {
   bool contains(const double* point) const override;
 
  private:
+  void makeGrid();
+  bool crossesOdd(const double* point) const;
+
   std::vector<Corners> corners_;
   // By place; of the pieces that are not closed none.
   std::vector<std::uint32_t> closed_pieces_;
-  bool has_closed_pieces_ = false;
   Bounds bounds_;
+  // Of the closed pieces; empty without any.
+  std::optional<InsideGrid> grid_;
 };
 
 //! The point of a triangle nearest to another, and how far it is.
