@@ -50,7 +50,8 @@ std::vector<planning::CSpacePlanner> Planners(const BenchOptions& options, const
 }
 
 int Bench(const BenchOptions& options) {
-  Situations situations(options.robot.Load(), options.rules);
+  const SceneOptions no_more;
+  Situations situations(options.robot.Load(), options.rules, no_more);
   const formats::LoadedRobot& robot = situations.Robot();
   PlannerSettings settings = options.planner;
   settings.SetDefault("task_space_frame_name", robot.tip_frame);

@@ -64,14 +64,14 @@ std::vector<Eigen::VectorXd> ForRobot(const formats::PathFile& file, const Robot
 
 int Check(const CheckOptions& options) {
   const std::string file = options.path_file == "-" ? "/dev/stdin" : options.path_file;
-  Situations situations(options.robot.Load(), options.rules);
+  Situations situations(options.robot.Load(), options.rules, options.scene);
   const formats::PathFile path_file = formats::ReadPath(file, options.run);
   std::vector<Eigen::VectorXd> path = ForRobot(path_file, *situations.Robot().description);
   // A plan says where the joints stood that it does not move.
   formats::Request stood;
   stood.file = file;
   stood.start = path_file.held_joints;
-  const Situation situation = situations.Read(options.scene.Files(), &stood, path.front());
+  const Situation situation = situations.Read(options.scene.SceneFiles(), &stood, path.front());
   const RobotDescription& robot = *situation.robot->description;
   for (Eigen::VectorXd& q : path) {
     options.rules.PutOnLimits(robot, "a waypoint", q, situations.GetNotes());

@@ -9,13 +9,16 @@
 #include <memory>
 #include <numeric>
 #include <optional>
+#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "apps/kavo/command.h"
 #include "apps/kavo/parameters.h"
 #include "apps/kavo/reach.h"
 #include "apps/kavo/robot_options.h"
+#include "apps/kavo/scene_options.h"
 #include "apps/kavo/text.h"
 #include "kavo/kinematics/interface/robot_description_internal.h"
 #include "kavo/motion_planning/interface/motion_planner_config.h"
@@ -26,6 +29,7 @@ namespace {
 
 struct InfoOptions {
   RobotOptions robot;
+  SceneOptions scene;
   std::string at;
   bool parameters = false;
 };
@@ -123,6 +127,56 @@ void PrintReach(const RobotDescription& robot, const std::string& frame) {
             << Number(SampleReach(robot, frame, reach.center), 4) << " m\n";
 }
 
+std::vector<std::string> PartCells(const std::string& name, const std::string& frame,
+                                   const formats::SceneObject::Part& part) {
+  const Eigen::Vector3d& at = part.pose.translation();
+  return {Printable(name),   KindOf(part.shape), SizeText(part.shape), Printable(frame),
+          Number(at.x(), 5), Number(at.y(), 5),  Number(at.z(), 5)};
+}
+
+void PrintScene(const formats::Scene& scene) {
+  std::cout << "\n" << scene.file << ":\n";
+  std::vector<std::vector<std::string>> rows = {{"object", "shape", "size", "frame", "x", "y", "z"}};
+  for (const formats::SceneObject& object : scene.objects) {
+    for (const formats::SceneObject::Part& part : object.parts) {
+      rows.push_back(PartCells(object.id, object.frame.empty() ? "world" : object.frame, part));
+    }
+  }
+  for (const formats::AttachedObject& attached : scene.attached) {
+    for (const formats::SceneObject::Part& part : attached.object.parts) {
+      rows.push_back(PartCells(attached.object.id,
+                               attached.object.frame.empty() ? "world" : attached.object.frame, part));
+    }
+  }
+  std::cout << Table(rows);
+  for (const formats::AttachedObject& attached : scene.attached) {
+    std::cout << "'" << Printable(attached.object.id) << "' is attached to link '" << Printable(attached.link)
+              << "'"
+              << (attached.touch_links.empty() ? "" : " and may touch " + JoinQuoted(attached.touch_links))
+              << "\n";
+  }
+  for (const auto& [link, padding] : scene.link_padding) {
+    std::cout << "padding of link '" << Printable(link) << "': " << Distance(padding) << "\n";
+  }
+  for (const formats::Unhonoured& unhonoured : scene.unhonoured) {
+    std::cout << "not honoured: " << Printable(ToText(unhonoured)) << "\n";
+  }
+}
+
+void PrintScenes(const SceneOptions& options) {
+  std::set<std::string> names;
+  for (const std::string& file : options.SceneFiles()) {
+    const formats::Scene scene = formats::ReadScene(file, options.FileOptions());
+    for (const formats::SceneObject& object : scene.objects) {
+      names.insert(object.id);
+    }
+    PrintScene(scene);
+  }
+  if (const formats::Scene obstacles = options.Obstacles(std::move(names)); !obstacles.objects.empty()) {
+    PrintScene(obstacles);
+  }
+}
+
 void PrintParameters(const std::shared_ptr<RobotDescription>& robot) {
   const planning::MotionPlannerConfig config = CommandDefaults(robot);
   for (const Parameter& parameter : planning::Parameters()) {
@@ -157,6 +211,7 @@ int Info(const InfoOptions& options) {
   for (const auto& link : robot.uncovered_links) {
     std::cout << "not covered by spheres: link '" << Printable(link.name) << "' (" << link.kind << ")\n";
   }
+  PrintScenes(options.scene);
   return kDone;
 }
 
@@ -164,10 +219,11 @@ int Info(const InfoOptions& options) {
 
 void AddInfoCommand(CLI::App& app, Run& run) {
   const auto options = std::make_shared<InfoOptions>();
-  CLI::App* info =
-      app.add_subcommand("info", "Show a robot: joints, frames, spheres, reach; or all settings");
+  CLI::App* info = app.add_subcommand(
+      "info", "Show a robot: joints, frames, spheres, reach; what stands around it; or all settings");
   options->robot.AddOptions(*info);
   info->get_option("--robot")->required(false)->default_str("franka");
+  options->scene.AddOptions(*info);
   info->add_option("--at", options->at,
                    "Show where the frames are at this configuration, relative to the robot's base: metres, "
                    "quaternions")
@@ -178,6 +234,7 @@ void AddInfoCommand(CLI::App& app, Run& run) {
       "Examples, with the files of the source tree:\n"
       "  kavo info --robot examples/own_robot/arm.urdf --srdf examples/own_robot/arm.srdf --group arm\n"
       "  kavo info --robot franka --at default\n"
+      "  kavo info --scene examples/scene.yaml --obstacle cone:0.1,0.3@0.4,0.4,0.15\n"
       "  kavo info --params");
   info->callback([options, &run] { run = [options] { return Info(*options); }; });
 }

@@ -64,9 +64,8 @@ struct PlanOptions {
   // The files that are read: what each is, and its name.
   std::vector<std::pair<std::string, std::string>> Inputs() const {
     std::vector<std::pair<std::string, std::string>> inputs = robot.Files();
-    for (const std::string& file : scene.Files()) {
-      inputs.emplace_back("scene", file);
-    }
+    const std::vector<std::pair<std::string, std::string>> of_scene = scene.Files();
+    inputs.insert(inputs.end(), of_scene.begin(), of_scene.end());
     inputs.emplace_back("request", request_file);
     inputs.emplace_back("config", planner.File());
     return inputs;
@@ -105,22 +104,23 @@ class Planning {
         json_file_("--json", options.json_file, options.Inputs()),
         csv_file_("--csv", options.csv_file, options.Inputs()),
         settings_(options.planner),
-        situations_(options.robot.Load(), options.rules),
+        situations_(options.robot.Load(), options.rules, options.scene),
         seconds_(options.time_limit) {
     if (json_file_.IsSameAs(csv_file_)) {
       throw UnusableInput("--json and --csv cannot both be written to " + *options.csv_file);
     }
     if (options_.request_file.empty()) {
       const Query query = QueryOfOptions(situations_.Robot());
-      situation_ = situations_.Read(options_.scene.Files(), nullptr, query.start);
+      situation_ = situations_.Read(options_.scene.SceneFiles(), nullptr, query.start);
       queries_ = {query};
       queries_.front().start = situation_.start;
       if (auto* goal = std::get_if<Eigen::VectorXd>(&queries_.front().target)) {
         options_.rules.PutOnLimits(Robot(), "the goal", *goal, situations_.GetNotes());
       }
     } else {
-      const formats::Request request = formats::ReadRequest(options_.request_file);
-      situation_ = situations_.Read(options_.scene.Files(), &request);
+      const formats::Request request =
+          formats::ReadRequest(options_.request_file, options_.scene.FileOptions());
+      situation_ = situations_.Read(options_.scene.SceneFiles(), &request);
       queries_ = situations_.QueriesOf(request, situation_);
       num_attempts_ = request.num_planning_attempts;
       if (!seconds_) {

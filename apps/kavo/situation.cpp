@@ -3,10 +3,14 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <set>
+#include <utility>
 
 #include "apps/kavo/command.h"
 #include "apps/kavo/text.h"
 #include "kavo/kinematics/interface/kinematics_internal.h"
+#include "kavo/kinematics/interface/robot_description_internal.h"
+#include "kavo/world/shapes/cut_out.h"
 
 namespace kavo::command {
 
@@ -27,6 +31,20 @@ std::optional<std::size_t> CoordinateOf(const RobotDescription& robot, const std
 bool IsThere(double wanted, double value) { return std::fabs(wanted - value) <= 1e-4; }
 
 std::string Quoted(const std::string& name) { return "'" + Printable(name) + "'"; }
+
+// The spheres of the robot, larger by its paddings and a margin, relative to its base.
+std::vector<math::Sphere> SpheresAt(const RobotDescription& robot, const Eigen::VectorXd& q, double margin) {
+  const CollisionModel& collision = dynamic_cast<const RobotDescriptionInternal&>(robot).collision();
+  const std::unique_ptr<Kinematics> kinematics = robot.kinematics();
+  std::vector<math::Sphere> all;
+  for (const std::string& frame : collision.frames) {
+    const Pose3 pose = kinematics->pose(q, kinematics->frame(frame));
+    for (const math::Sphere& sphere : collision.spheresOf(frame)) {
+      all.push_back({pose * sphere.center, sphere.radius + collision.paddingOf(frame) + margin});
+    }
+  }
+  return all;
+}
 
 // What is held is read, but does not move with the robot yet.
 std::vector<formats::Unhonoured> FindAttached(const std::vector<formats::AttachedObject>& all,
@@ -109,10 +127,49 @@ std::optional<Pose3> Situations::FindFrame(const std::string& frame, const std::
   return kinematics->pose(situation.start, kinematics->frame(frame));
 }
 
-void Situations::PlaceObjects(const std::vector<formats::Scene>& scenes, Situation& situation) {
+void Situations::CutOutRobot(double margin, const formats::FramePoses& frames, const Situation& situation,
+                             formats::Scene& scene) {
+  const std::vector<math::Sphere> spheres = SpheresAt(*situation.robot->description, situation.start, margin);
+  for (formats::SceneObject& object : scene.objects) {
+    const Pose3 base_from_object =
+        object.frame.empty() ? situation.base_pose.inverse() : frames.at(object.frame);
+    std::vector<formats::SceneObject::Part> left;
+    for (formats::SceneObject::Part& part : object.parts) {
+      std::vector<math::Sphere> of_part = spheres;
+      const Pose3 part_from_base = (base_from_object * part.pose).inverse();
+      for (math::Sphere& sphere : of_part) {
+        sphere.center = part_from_base * sphere.center;
+      }
+      bool is_left = true;
+      std::string cut;
+      if (auto* obstacle = std::get_if<PointCloudObstacle>(&part.shape)) {
+        RemainingPoints remaining = CutOut(obstacle->cloud, of_part);
+        cut = std::to_string(remaining.num_cut) + " of " + std::to_string(obstacle->cloud->points().size()) +
+              " points";
+        is_left = remaining.cloud != nullptr;
+        obstacle->cloud = std::move(remaining.cloud);
+      } else if (auto* octomap = std::get_if<OctreeObstacle>(&part.shape)) {
+        RemainingCells remaining = CutOut(octomap->octree, of_part);
+        cut = std::to_string(remaining.num_cut) + " of the smallest cells";
+        is_left = remaining.octree != nullptr;
+        octomap->octree = std::move(remaining.octree);
+      }
+      if (!cut.empty()) {
+        notes_.Say(cut + " of object " + Quoted(object.id) + " are where the robot is at the start, " +
+                   Distance(margin) + " around it, and are cut out");
+      }
+      if (is_left) {
+        left.push_back(std::move(part));
+      }
+    }
+    object.parts = std::move(left);
+  }
+}
+
+void Situations::PlaceObjects(std::vector<formats::Scene>& scenes, Situation& situation) {
   using Kind = formats::Unhonoured::Kind;
   std::vector<formats::Unhonoured> unhonoured;
-  for (const formats::Scene& scene : scenes) {
+  for (formats::Scene& scene : scenes) {
     formats::FramePoses frames;
     for (const formats::SceneObject& object : scene.objects) {
       if (object.frame.empty() || object.parts.empty() || frames.count(object.frame) != 0) {
@@ -139,6 +196,9 @@ void Situations::PlaceObjects(const std::vector<formats::Scene>& scenes, Situati
       unhonoured.push_back(*difference);
     }
     rules_.Admit(unhonoured, situation.scope);
+    if (scene_.CutMargin()) {
+      CutOutRobot(*scene_.CutMargin(), frames, situation, scene);
+    }
     AddToWorld(scene, situation.world, frames);
   }
 }
@@ -159,13 +219,19 @@ Situation Situations::Read(const std::vector<std::string>& scene_files, const fo
     rules_.Admit(FindAttached(request->attached, request->file), situation.scope);
   }
   std::vector<formats::Scene> scenes;
+  std::set<std::string> names;
   for (const std::string& file : scene_files) {
-    scenes.push_back(formats::ReadScene(file));
+    scenes.push_back(formats::ReadScene(file, scene_.FileOptions()));
     formats::Scene& scene = scenes.back();
     CheckNames(file, scene.joint_state);
     state.insert(scene.joint_state.begin(), scene.joint_state.end());
     situation.base_pose = scene.base_pose;
+    for (const formats::SceneObject& object : scene.objects) {
+      names.insert(object.id);
+    }
   }
+  scenes.push_back(scene_.Obstacles(std::move(names)));
+  scenes.back().base_pose = situation.base_pose;
   if (request != nullptr && request->base_pose) {
     situation.base_pose = *request->base_pose;
     for (formats::Scene& scene : scenes) {

@@ -10,6 +10,7 @@
 
 #include "apps/kavo/input_rules.h"
 #include "apps/kavo/robot_options.h"
+#include "apps/kavo/scene_options.h"
 #include "kavo/formats/request.h"
 #include "kavo/formats/result_file.h"
 #include "kavo/formats/scene.h"
@@ -40,7 +41,9 @@ struct Query {
 //! or `formats::FileError`, unless the rules let it pass.
 class Situations {
  public:
-  Situations(RobotModel robot, const InputRules& rules) : robot_(std::move(robot)), rules_(rules) {}
+  //! \param scene How scenes are read, and what stands around the robot beside them.
+  Situations(RobotModel robot, const InputRules& rules, const SceneOptions& scene)
+      : robot_(std::move(robot)), rules_(rules), scene_(scene) {}
 
   //! The robot without any state.
   const formats::LoadedRobot& Robot() { return *robot_.Make({}); }
@@ -68,11 +71,14 @@ class Situations {
                       const Eigen::VectorXd& q);
   std::optional<Pose3> FindFrame(const std::string& frame, const std::string& what,
                                  const Situation& situation);
-  void PlaceObjects(const std::vector<formats::Scene>& scenes, Situation& situation);
+  void CutOutRobot(double margin, const formats::FramePoses& frames, const Situation& situation,
+                   formats::Scene& scene);
+  void PlaceObjects(std::vector<formats::Scene>& scenes, Situation& situation);
   Query QueryOf(const formats::Request& request, const formats::Request::Goal& goal, Situation& situation);
 
   RobotModel robot_;
   const InputRules& rules_;
+  const SceneOptions& scene_;
   Notes notes_;
 };
 
