@@ -186,15 +186,22 @@ HWY_INLINE std::uint32_t FindNearParts(const Compound& compound, const LocalCent
   return near & asked;
 }
 
+// The same, also of what fills a surface.
+template <class D>
+HWY_INLINE std::uint32_t FindNearParts(const LaneSolid& solid, const LocalCenters<D>& centers, float reach,
+                                       std::uint32_t asked) {
+  const std::uint32_t near = FindNearParts(*solid.compound, centers, reach, asked);
+  return HWY_LIKELY(solid.filling == nullptr)
+             ? near
+             : near | FindNearParts(*solid.filling, centers, reach, asked & ~near);
+}
+
 // Those of the lanes whose centres are inside, where no part is as near as rounding may shift them.
 template <class D>
 HWY_INLINE std::uint32_t FindInside(const LaneSolid& solid, const LocalCenters<D>& centers,
-                                    std::uint32_t lanes) {
-  if (!solid.is_solid || solid.compound->parts() != Compound::Parts::kTriangles) {
-    return 0;
-  }
+                                    std::uint32_t asked) {
   std::uint32_t inside = 0;
-  for (; lanes != 0; lanes &= lanes - 1) {
+  for (std::uint32_t lanes = solid.is_solid ? asked : 0; lanes != 0; lanes &= lanes - 1) {
     const auto lane = static_cast<std::uint32_t>(hwy::Num0BitsBelowLS1Bit_Nonzero32(lanes));
     double point[3];
     centers.getPoint(lane, point);
@@ -209,7 +216,7 @@ template <class D>
 HWY_NOINLINE std::uint32_t FindNearCompound(D d, const LaneSolid& solid, const float* placed, float reach,
                                             std::uint32_t asked) {
   const LocalCenters<D> centers(d, solid, placed);
-  const std::uint32_t near = FindNearParts(*solid.compound, centers, reach, asked);
+  const std::uint32_t near = FindNearParts(solid, centers, reach, asked);
   return near | FindInside(solid, centers, asked & ~near);
 }
 
@@ -221,7 +228,7 @@ HWY_NOINLINE std::uint32_t FindTouchingCompound(D d, const LaneSolid& solid, con
     return 0;
   }
   const LocalCenters<D> centers(d, solid, placed);
-  const std::uint32_t touching = FindNearParts(*solid.compound, centers, reach - margin, asked);
+  const std::uint32_t touching = FindNearParts(solid, centers, reach - margin, asked);
   // What no part is near by the margin stays inside or outside wherever rounding may have shifted it.
   return touching | (reach > 2.0f * margin ? FindInside(solid, centers, asked & ~touching) : 0);
 }

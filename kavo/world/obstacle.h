@@ -49,7 +49,8 @@ struct ConeObstacle {
 enum class Interior {
   //! The inside of every piece that is closed, whichever way its faces turn. Other pieces are surfaces.
   kIfClosed,
-  //! Of pieces that are not closed too, what most rays along the axes of the mesh take for inside.
+  //! Of a surface that is not closed too: cells of a grid of some ten thousand that it keeps clear of, where
+  //! most of the six rays along the axes of the mesh cross it an odd number of times.
   kSolid,
   //! Nothing.
   kEmpty

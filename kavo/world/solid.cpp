@@ -56,6 +56,12 @@ double DistanceFromCone(double radius, double half_height, double side, double z
   return std::sqrt(std::min(squared, outside_side * outside_side + beyond_base * beyond_base));
 }
 
+double DistanceFromCompound(const Solid& solid, const double* local) {
+  const double distance = solid.compound->signedDistance(local, solid.interior);
+  return solid.filling != nullptr ? std::min(distance, solid.filling->signedDistance(local, solid.interior))
+                                  : distance;
+}
+
 double DistanceWithoutPadding(const Solid& solid, const double* point) {
   if (solid.kind == Solid::Kind::kSphere) {
     const double dx = point[0] - solid.center[0];
@@ -94,7 +100,7 @@ double DistanceWithoutPadding(const Solid& solid, const double* point) {
     case Solid::Kind::kCone:
       return DistanceFromCone(solid.radius, solid.half[2], std::sqrt(x * x + y * y), z);
     case Solid::Kind::kCompound:
-      return solid.compound->signedDistance(local, solid.interior);
+      return DistanceFromCompound(solid, local);
   }
   return 0.0;
 }
@@ -122,6 +128,7 @@ struct SetShape {
   void operator()(const MeshObstacle& mesh) const {
     setCompound(*mesh.mesh->tree());
     solid.interior = mesh.interior;
+    solid.filling = mesh.interior == Interior::kSolid ? mesh.mesh->tree()->filling() : nullptr;
   }
   void operator()(const PointCloudObstacle& cloud) const { setCompound(*cloud.cloud->tree()); }
   void operator()(const OctreeObstacle& octree) const { setCompound(*octree.octree->tree()); }
@@ -254,7 +261,8 @@ bool Touches(const Solid& solid, const double* point, double radius) {
   }
   double local[3];
   ToLocal(solid, point, local);
-  return solid.compound->touches(local, radius, solid.padding, solid.interior);
+  return solid.compound->touches(local, radius, solid.padding, solid.interior) ||
+         (solid.filling != nullptr && solid.filling->touches(local, radius, solid.padding, solid.interior));
 }
 
 double SignedDistanceAtAnyScale(const Solid& solid, const double* point) {
@@ -271,7 +279,7 @@ double SignedDistanceAtAnyScale(const Solid& solid, const double* point) {
   ToLocal(scaled, near, local);
   if (std::fabs(local[0]) + std::fabs(local[1]) + std::fabs(local[2]) <= kLargestPlainMagnitude * kDown) {
     const double unscaled[3] = {local[0] * kUp, local[1] * kUp, local[2] * kUp};
-    return solid.compound->signedDistance(unscaled, solid.interior) - solid.padding;
+    return DistanceFromCompound(solid, unscaled) - solid.padding;
   }
   // From so far away all of it is one point.
   return (std::sqrt(local[0] * local[0] + local[1] * local[1] + local[2] * local[2]) - scaled.padding) * kUp;

@@ -33,6 +33,8 @@ struct Solid {
   //! Whoever holds the shape keeps this.
   const Compound* compound = nullptr;
   Interior interior = Interior::kIfClosed;
+  //! Of `Interior::kSolid`, null for nothing.
+  const Compound* filling = nullptr;
   //! Sum of the absolute values of all lengths above, and the extent of a compound.
   double magnitude = 0.0;
 };

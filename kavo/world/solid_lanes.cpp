@@ -56,7 +56,8 @@ LaneSolid::LaneSolid(const Solid& solid)
     case Solid::Kind::kCompound:
       kind = Kind::kCompound;
       compound = solid.compound;
-      is_solid = solid.interior != Interior::kEmpty;
+      filling = solid.filling;
+      is_solid = solid.interior != Interior::kEmpty && compound->parts() == Compound::Parts::kTriangles;
       break;
   }
 }

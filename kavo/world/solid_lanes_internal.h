@@ -40,6 +40,7 @@ struct LaneSolid {
   float margin = 0.0f;
   //! As in `Solid`.
   const Compound* compound = nullptr;
+  const Compound* filling = nullptr;
   bool is_solid = false;
 };
 

@@ -63,7 +63,9 @@ class RandomScene {
       case 4:
         return ConeObstacle{0.5 * a, b};
       case 5:
-        return MeshObstacle{mesh(0.5 * a, integer(0, 3) == 0)};
+        return integer(0, 3) != 0 ? MeshObstacle{mesh(0.5 * a, false)}
+                                  : MeshObstacle{mesh(0.5 * a, true),
+                                                 integer(0, 3) != 0 ? Interior::kIfClosed : Interior::kSolid};
       case 6: {
         std::vector<Eigen::Vector3d> points;
         std::vector<double> radii;

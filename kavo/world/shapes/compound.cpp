@@ -16,6 +16,8 @@ Compound::Compound(Parts parts, const std::vector<Bounds>& bounds) : parts_(part
 
 bool Compound::contains(const double*) const { return false; }
 
+const Compound* Compound::filling() const { return nullptr; }
+
 Bounds Compound::boundsAround(const double* point, double radius) const {
   Bounds bounds{};
   for (int axis = 0; axis < 3; ++axis) {

@@ -41,7 +41,7 @@ class Compound {
   virtual ~Compound() = default;
 
   //! Signed distance of a point (coordinates of the shape, metres): to the nearest part, negative inside.
-  //! \param interior Which inside there is, of a mesh.
+  //! \param interior Whether a mesh has an inside. What fills it where it is open does not count here.
   virtual double signedDistance(const double* point, Interior interior) const = 0;
 
   //! Whether the signed distance less the padding is at most `radius`; takes less than to work it out.
@@ -50,6 +50,10 @@ class Compound {
 
   //! Whether a point is inside of what the parts enclose: cubes and balls enclose nothing but themselves.
   virtual bool contains(const double* point) const;
+
+  //! What is solid too where all of a surface that is open counts as one (`Interior::kSolid`); null for
+  //! nothing. Worked out at the first call.
+  virtual const Compound* filling() const;
 
   //! What the parts are. The boxes of the tree are those around balls, and cubes themselves, to rounding.
   Parts parts() const { return parts_; }

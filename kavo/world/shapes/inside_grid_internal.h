@@ -58,6 +58,21 @@ class InsideGrid {
     }
   }
 
+  //! Calls `visit(middle, size)` for the cells that are not marked.
+  template <class Visit>
+  void visitUnmarked(const Visit& visit) const {
+    std::array<std::size_t, 3> cell{};
+    for (cell[2] = 0; cell[2] < counts_[2]; ++cell[2]) {
+      for (cell[1] = 0; cell[1] < counts_[1]; ++cell[1]) {
+        for (cell[0] = 0; cell[0] < counts_[0]; ++cell[0]) {
+          if (sides_[indexOf(cell)] != Side::kUnknown) {
+            visit(middleOf(cell), size_);
+          }
+        }
+      }
+    }
+  }
+
   //! Of a point within the bounds.
   Side sideOf(const double* point) const { return sides_[indexOf(cellOf(point))]; }
 

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <utility>
 
+#include "kavo/world/shapes/cell_tree_internal.h"
 #include "kavo/world/shapes/triangle_mesh.h"
 
 namespace kavo::internal {
@@ -135,8 +136,12 @@ class OddPieces {
   std::uint32_t end_ = kNone;
 };
 
-// A ray from a point along an axis, the way that leaves a box soonest.
+// A ray from a point along an axis.
 struct Ray {
+  Ray(const double* from, int axis_in, bool is_upward_in)
+      : point(from), axis(axis_in), is_upward(is_upward_in) {}
+
+  // The way that leaves a box soonest.
   Ray(const double* from, const Bounds& box) : point(from) {
     double shortest = std::numeric_limits<double>::infinity();
     for (int along = 0; along < 3; ++along) {
@@ -252,25 +257,63 @@ MeshTree::MeshTree(const TriangleMesh& mesh) : Compound(Parts::kTriangles, Bound
     bounds_.low[axis] = (*low)[axis];
     bounds_.high[axis] = (*high)[axis];
   }
-  if (std::any_of(closed_pieces_.begin(), closed_pieces_.end(),
-                  [](std::uint32_t piece) { return piece != kNone; })) {
-    makeGrid();
+  const auto is_closed = [this](std::size_t place) { return closed_pieces_[place] != kNone; };
+  if (!mesh.isClosed() && mesh.numPieces() == 1) {
+    return;
   }
-}
-
-void MeshTree::makeGrid() {
   constexpr double kCellsForTriangle = 16.0;
   constexpr double kMostCells = 1 << 18;
   grid_.emplace(bounds_, std::min(kCellsForTriangle * static_cast<double>(corners_.size()), kMostCells));
+  mark(*grid_, is_closed);
+  grid_->fill([&](const double* point) { return crossesOdd(point); });
+}
+
+template <class IsMarked>
+void MeshTree::mark(InsideGrid& grid, const IsMarked& is_marked) const {
   for (std::size_t place = 0; place < corners_.size(); ++place) {
-    if (closed_pieces_[place] != kNone) {
-      grid_->mark(BoundsOf(corners_[place]), [&](const std::array<double, 3>& middle, double reach) {
+    if (is_marked(place)) {
+      grid.mark(BoundsOf(corners_[place]), [&](const std::array<double, 3>& middle, double reach) {
         const Eigen::Vector3d point(middle[0], middle[1], middle[2]);
         return NearestInTriangle(corners_[place], point).squared_distance <= reach * reach;
       });
     }
   }
-  grid_->fill([&](const double* point) { return crossesOdd(point); });
+}
+
+const Compound* MeshTree::filling() const {
+  std::call_once(filled_, [this] { fill(); });
+  return filling_.get();
+}
+
+void MeshTree::fill() const {
+  if (std::find(closed_pieces_.begin(), closed_pieces_.end(), kNone) == closed_pieces_.end()) {
+    return;
+  }
+  // Fine enough to see the shape, coarse enough to be made in a moment.
+  constexpr double kNumCells = 1 << 16;
+  InsideGrid grid(bounds_, kNumCells);
+  mark(grid, [](std::size_t) { return true; });
+  std::vector<Octree::Cell> cells;
+  grid.visitUnmarked([&](const std::array<double, 3>& middle, double size) {
+    int num_odd = 0;
+    for (int axis = 0; axis < 3; ++axis) {
+      for (const bool is_upward : {false, true}) {
+        const Ray ray(middle.data(), axis, is_upward);
+        bool is_odd = false;
+        tree().findOverlapping(ray.bounds(), [&](std::uint32_t place) {
+          is_odd = is_odd != ray.crosses(corners_[place]);
+          return false;
+        });
+        num_odd += is_odd ? 1 : 0;
+      }
+    }
+    if (num_odd > 3) {
+      cells.push_back({{middle[0], middle[1], middle[2]}, size});
+    }
+  });
+  if (!cells.empty()) {
+    filling_ = std::make_unique<const CellTree>(std::move(cells));
+  }
 }
 
 double MeshTree::signedDistance(const double* point, Interior interior) const {

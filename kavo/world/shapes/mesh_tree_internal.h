@@ -4,6 +4,8 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
+#include <mutex>
 #include <optional>
 #include <vector>
 
@@ -45,8 +47,14 @@ class KAVO_EXPORT MeshTree final : public Compound {
   //! times. Rounding may tip it on the surface only, wherever the ray passes.
   bool contains(const double* point) const override;
 
+  //! Cells of a grid that the surface keeps clear of, from the middle of which most of the six rays along the
+  //! axes cross it an odd number of times.
+  const Compound* filling() const override;
+
  private:
-  void makeGrid();
+  template <class IsMarked>
+  void mark(InsideGrid& grid, const IsMarked& is_marked) const;
+  void fill() const;
   bool crossesOdd(const double* point) const;
 
   std::vector<Corners> corners_;
@@ -55,6 +63,8 @@ class KAVO_EXPORT MeshTree final : public Compound {
   Bounds bounds_;
   // Of the closed pieces; empty without any.
   std::optional<InsideGrid> grid_;
+  mutable std::once_flag filled_;
+  mutable std::unique_ptr<const Compound> filling_;
 };
 
 //! The point of a triangle nearest to another, and how far it is.

@@ -120,6 +120,33 @@ TEST(TriangleMeshTest, MeshesOfBoxesAnswerAsBoxes) {
   }
 }
 
+// A box without one of its faces, of which the caller says that it is solid.
+TEST(TriangleMeshTest, ASurfaceWithAHoleIsFilledWhereItIsSaidToBeSolid) {
+  test::RandomScene random(54);
+  GridBox box;
+  box.add(random, Eigen::Vector3d::Zero(), {1.0, 1.0, 1.0}, 8);
+  box.triangles.erase(box.triangles.begin(), box.triangles.begin() + 128);
+  const auto mesh = std::make_shared<const TriangleMesh>(box.vertices, box.triangles);
+  ASSERT_EQ(mesh->numOpenEdges(), 32u);
+  World solid;
+  solid.add(MeshObstacle{mesh, Interior::kSolid}, Pose3());
+  World surface;
+  surface.add(MeshObstacle{mesh}, Pose3());
+  for (int i = 0; i < 2000; ++i) {
+    const Eigen::Vector3d point = random.point(0.8);
+    // Cells that the surface runs through are not filled.
+    const double from_box = point.cwiseAbs().maxCoeff() - 0.5;
+    const double distance = solid.view().nearestObstacle(point)->distance;
+    if (from_box < -0.07) {
+      EXPECT_LT(distance, 0.0) << point.transpose();
+      EXPECT_FALSE(surface.view().inCollision(point, 0.0));
+    } else if (from_box > 0.0) {
+      EXPECT_GT(distance, 0.0) << point.transpose();
+      EXPECT_TRUE(point[0] < -0.5 || distance == surface.view().nearestObstacle(point)->distance);
+    }
+  }
+}
+
 // More pieces around a point than are looked at in one go; and of those that it is in, an even number.
 TEST(TriangleMeshTest, PiecesInOneAnotherAreEachSolid) {
   test::RandomScene random(52);
