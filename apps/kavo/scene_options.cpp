@@ -14,8 +14,10 @@ namespace {
 
 constexpr char kObstacle[] = "--obstacle";
 
-std::string CheckNotNegative(const std::string& text) {
-  return util::ParseNumber(text).value_or(-1.0) >= 0.0 ? "" : text + " is not a number of at least 0";
+// What is larger than the largest cloud there may be is no radius.
+std::string CheckRadius(const std::string& text) {
+  const double metres = util::ParseNumber(text).value_or(-1.0);
+  return metres >= 0.0 && metres <= 1e30 ? "" : text + " is not a number of at least 0";
 }
 
 }  // namespace
@@ -37,7 +39,7 @@ void SceneOptions::AddOptions(CLI::App& app) {
   app.add_option("--point-radius", shapes_.points.radius, "Radius of each point of a cloud")
       ->type_name("METRES")
       ->group(group)
-      ->check(CheckNotNegative)
+      ->check(CheckRadius)
       ->capture_default_str();
   app.add_option("--voxel", shapes_.points.voxel_size,
                  "Make the points of a cloud that lie in one cell of a grid of this size one, with a radius "
@@ -65,7 +67,7 @@ void SceneOptions::AddOptions(CLI::App& app) {
       ->group(group)
       ->expected(0, 1)
       ->default_str("0.01")
-      ->check(CheckNotNegative);
+      ->check(CheckRadius);
 }
 
 std::vector<std::pair<std::string, std::string>> SceneOptions::Files() const {

@@ -140,6 +140,10 @@ ObstacleShape ReadOctreeObstacle(const std::string& file, const formats::OctreeF
   return OctreeObstacle{std::make_shared<const Octree>(std::move(cells))};
 }
 
+std::string Counted(std::size_t number, const std::string& what) {
+  return std::to_string(number) + " " + what + (number == 1 ? "" : "s");
+}
+
 std::string Range(double least, double most) {
   return Number(least, 4) + (least == most ? "" : " to " + Number(most, 4)) + " m";
 }
@@ -151,8 +155,8 @@ std::string MeshText(const MeshObstacle& obstacle) {
     num_closed += mesh.isPieceClosed(piece) ? 1 : 0;
   }
   const bool is_closed = num_closed == mesh.numPieces();
-  std::string text = std::to_string(mesh.triangles().size()) + " triangles, " +
-                     (is_closed ? "closed" : "open (" + std::to_string(mesh.numOpenEdges()) + " edges)");
+  std::string text = Counted(mesh.triangles().size(), "triangle") + ", " +
+                     (is_closed ? "closed" : "open (" + Counted(mesh.numOpenEdges(), "edge") + ")");
   switch (obstacle.interior) {
     case Interior::kEmpty:
       return text + ", taken as a surface";
@@ -174,14 +178,14 @@ std::string CloudText(const PointCloud& cloud) {
     least = std::min(least, cloud.radius(i));
     most = std::max(most, cloud.radius(i));
   }
-  return std::to_string(cloud.points().size()) + " points of radius " + Range(least, most);
+  return Counted(cloud.points().size(), "point") + " of radius " + Range(least, most);
 }
 
 std::string OctreeText(const Octree& octree) {
   const auto [least, most] =
       std::minmax_element(octree.cells().begin(), octree.cells().end(),
                           [](const Octree::Cell& a, const Octree::Cell& b) { return a.size < b.size; });
-  return std::to_string(octree.cells().size()) + " cells of " + Range(least->size, most->size);
+  return Counted(octree.cells().size(), "cell") + " of " + Range(least->size, most->size);
 }
 
 }  // namespace

@@ -45,9 +45,10 @@ using FramePoses = std::map<std::string, Pose3>;
 //! Shapes are boxes, spheres, cylinders, cones, meshes and planes. A plane a x + b y + c z + d = 0 stands for
 //! a solid half-space, the side on which a x + b y + c z + d <= 0: its normal points away from what is solid.
 //! A mesh is given by vertices and triangles or, in YAML, by `resource` (or `mesh_resource`), the name of a
-//! file as `FindResource` takes it, with a `scale`. An octomap with data becomes an object "<octomap>". Other
-//! shapes are refused by the name of their object. A scale of links is listed as not honoured; keys without a
-//! meaning for planning are ignored. There is a warning for a scene without any obstacle.
+//! file as `FindResource` takes it, with a `scale` (or `dimensions`). An octomap with data becomes an object
+//! "<octomap>". Other shapes are refused by the name of their object. A scale of links is listed as not
+//! honoured; keys without a meaning for planning are ignored. There is a warning for a scene without any
+//! obstacle.
 //!
 //! Throws `FileError` for a file that cannot be read or does not have this form.
 //!

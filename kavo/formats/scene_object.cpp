@@ -131,7 +131,10 @@ Surface ReadSurface(const YamlValue& mesh) {
 
 // One number for all axes, or one for each.
 Eigen::Vector3d ReadScale(const YamlValue& mesh) {
-  const std::optional<YamlValue> value = mesh.find("scale");
+  std::optional<YamlValue> value = mesh.find("scale");
+  if (!value) {
+    value = mesh.find("dimensions");
+  }
   if (!value) {
     return Eigen::Vector3d::Ones();
   }
@@ -256,7 +259,7 @@ void SceneObjectReader::add(const YamlValue& solid, ObstacleShape shape, const P
 }
 
 std::shared_ptr<const TriangleMesh> SceneObjectReader::readMesh(const YamlValue& value) {
-  value.warnOfOtherKeys({"vertices", "triangles", "resource", "mesh_resource", "scale"}, "a mesh", said_);
+  value.warnOfOtherKeys({"vertices", "triangles", "resource", "mesh_resource", "scale", "dimensions"}, "a mesh", said_);
   for (const char* key : {"resource", "mesh_resource"}) {
     if (const std::optional<YamlValue> resource = value.find(key)) {
       return readMeshFile(*resource, value);

@@ -160,7 +160,7 @@ world:
         - vertices: [[0, 0, 0], {x: 1, y: 0, z: 0}, [0, 1, 0], [0, 0, 1]]
           triangles: [{vertex_indices: [0, 1, 2]}, [0, 1, 3], [0, 2, 3], [1, 2, 3]]
       mesh_poses: [{position: [0, 0, -1]}]
-    - {id: file, pose: {position: [5, 0, 0]}, meshes: [{resource: meshes/tetrahedron.ply, scale: [2, 2, 1]}]}
+    - {id: file, pose: {position: [5, 0, 0]}, meshes: [{resource: meshes/tetrahedron.ply, dimensions: [2, 2, 1]}]}
     - {id: cone, pose: {position: [10, 0, 0]}, primitives: [{type: 4, dimensions: [2, 1]}]}
   octomap:
     header: {frame_id: table}
