@@ -1,6 +1,7 @@
 #include "kavo/world/bounds_tree_internal.h"
 
 #include <cmath>
+#include <numeric>
 
 #include "kavo/math/constants_internal.h"
 
@@ -120,6 +121,104 @@ BoundsTree::BoundsTree(const std::vector<Bounds>& items_in) {
   items.reserve(entries.size());
   groups.resize(1);
   Fill(*this, 0, entries.begin(), entries.end());
+}
+
+CurveOrder::CurveOrder(const Bounds& bounds) {
+  // One scale for all axes: cells are cubes.
+  double size = 0.0;
+  for (int axis = 0; axis < 3; ++axis) {
+    size = std::max(size, bounds.high[axis] - bounds.low[axis]);
+  }
+  for (int axis = 0; axis < 3; ++axis) {
+    low_[axis] = bounds.low[axis];
+    scale_[axis] = size > 0.0 ? ((1u << kNumBits) - 1u) / size : 0.0;
+  }
+}
+
+// By Skilling, "Programming the Hilbert curve" (2004).
+std::uint64_t CurveOrder::keyOf(const Bounds& bounds) const {
+  std::uint32_t x[3];
+  for (int axis = 0; axis < 3; ++axis) {
+    x[axis] = static_cast<std::uint32_t>((bounds.middle(axis) - low_[axis]) * scale_[axis]);
+  }
+  // Without branches: nobody could foretell them.
+  for (std::uint32_t bit = kNumBits - 1; bit > 0; --bit) {
+    const std::uint32_t lower = (1u << bit) - 1u;
+    for (std::uint32_t& coordinate : x) {
+      const std::uint32_t is_set = 0u - (coordinate >> bit & 1u);
+      const std::uint32_t exchanged = (x[0] ^ coordinate) & lower & ~is_set;
+      x[0] ^= exchanged | (lower & is_set);
+      coordinate ^= exchanged;
+    }
+  }
+  x[1] ^= x[0];
+  x[2] ^= x[1];
+  std::uint32_t flips = 0;
+  for (std::uint32_t bit = kNumBits - 1; bit > 0; --bit) {
+    flips ^= (0u - (x[2] >> bit & 1u)) & ((1u << bit) - 1u);
+  }
+  std::uint64_t key = 0;
+  for (const std::uint32_t coordinate : x) {
+    // Every third bit.
+    std::uint32_t spread = coordinate ^ flips;
+    spread = (spread | spread << 16) & 0x030000ffu;
+    spread = (spread | spread << 8) & 0x0300f00fu;
+    spread = (spread | spread << 4) & 0x030c30c3u;
+    spread = (spread | spread << 2) & 0x09249249u;
+    key = key << 1 | spread;
+  }
+  return key;
+}
+
+void CurveOrder::Sort(std::vector<std::uint64_t>& keys) {
+  std::vector<std::uint64_t> sorted(keys.size());
+  for (std::uint32_t shift = 32; shift < 32 + 3 * kNumBits; shift += kNumBits) {
+    constexpr std::uint64_t kMask = (1u << kNumBits) - 1u;
+    std::vector<std::size_t> places(kMask + 2, 0);
+    for (const std::uint64_t key : keys) {
+      ++places[(key >> shift & kMask) + 1];
+    }
+    std::partial_sum(places.begin(), places.end(), places.begin());
+    for (const std::uint64_t key : keys) {
+      sorted[places[key >> shift & kMask]++] = key;
+    }
+    keys.swap(sorted);
+  }
+}
+
+// How many groups there are in each level, the leaves first.
+static std::vector<std::size_t> LevelSizes(std::size_t count) {
+  std::vector<std::size_t> sizes;
+  do {
+    count = (count + BoundsGroup::kSize - 1) / BoundsGroup::kSize;
+    sizes.push_back(count);
+  } while (count > 1);
+  return sizes;
+}
+
+void BoundsTree::startLevels() {
+  const std::vector<std::size_t> sizes = LevelSizes(items.size());
+  groups.resize(std::accumulate(sizes.begin(), sizes.end(), std::size_t{0}));
+  std::size_t group = 0;
+  for (std::size_t level = sizes.size(); level-- > 0;) {
+    const std::size_t below = level == 0 ? 0 : group + sizes[level];
+    for (std::size_t i = 0; i < sizes[level]; ++i, ++group) {
+      groups[group].leaf = level == 0;
+      groups[group].first = static_cast<std::uint32_t>(below + i * BoundsGroup::kSize);
+    }
+  }
+}
+
+void BoundsTree::finishLevels() {
+  std::size_t end = groups.size();
+  for (const std::size_t size : LevelSizes(items.size())) {
+    const std::size_t begin = end - size;
+    const std::size_t above = begin - (size + BoundsGroup::kSize - 1) / BoundsGroup::kSize;
+    for (std::size_t i = 0; begin > 0 && i < size; ++i) {
+      GroupBounds(groups[begin + i]).put(groups[above + i / BoundsGroup::kSize], i % BoundsGroup::kSize);
+    }
+    end = begin;
+  }
 }
 
 bool BoundsTree::findOverlapping(const Bounds& bounds, bool (*is_found)(const void*, std::uint32_t),

@@ -6,6 +6,8 @@
 #include <limits>
 #include <vector>
 
+#include "kavo/math/constants_internal.h"
+
 namespace kavo::internal {
 
 //! A bound in single precision, cut to its range. Rounding keeps order (a <= b gives Rounded(a) <=
@@ -39,11 +41,59 @@ struct alignas(64) BoundsGroup {
   bool leaf = true;
 };
 
+//! Where places are along Hilbert's curve through a box.
+class CurveOrder {
+ public:
+  explicit CurveOrder(const Bounds& bounds);
+
+  //! 30 bits.
+  std::uint64_t keyOf(const Bounds& bounds) const;
+
+  //! Sorts by the upper half; equal ones stay as they are.
+  static void Sort(std::vector<std::uint64_t>& keys);
+
+ private:
+  static constexpr std::uint32_t kNumBits = 10;
+  double low_[3];
+  double scale_[3];
+};
+
 //! A tree of boxes around items.
 struct BoundsTree {
   BoundsTree() = default;
+  //! Cuts the items into lists of about equal length, neighbours together, again and again.
   //! \param items At least one.
   explicit BoundsTree(const std::vector<Bounds>& items);
+
+  //! Takes the items in the order of a curve through all of space that keeps neighbours together, eight by
+  //! eight: for very many, in a tenth of the time. After Kamel and Faloutsos ("On packing R-trees", 1993).
+  //! \param count At least one.
+  //! \param bounds_of `Bounds(std::size_t item)`.
+  template <class BoundsOf>
+  BoundsTree(std::size_t count, const BoundsOf& bounds_of) {
+    Bounds middles{{math::kInf, math::kInf, math::kInf}, {-math::kInf, -math::kInf, -math::kInf}};
+    for (std::size_t i = 0; i < count; ++i) {
+      const Bounds bounds = bounds_of(i);
+      for (int axis = 0; axis < 3; ++axis) {
+        middles.low[axis] = std::min(middles.low[axis], bounds.middle(axis));
+        middles.high[axis] = std::max(middles.high[axis], bounds.middle(axis));
+      }
+    }
+    const CurveOrder order(middles);
+    std::vector<std::uint64_t> keys(count);
+    for (std::size_t i = 0; i < count; ++i) {
+      keys[i] = order.keyOf(bounds_of(i)) << 32 | i;
+    }
+    CurveOrder::Sort(keys);
+    items.resize(count);
+    startLevels();
+    for (std::size_t place = 0; place < count; ++place) {
+      items[place] = static_cast<std::uint32_t>(keys[place]);
+      groups[firstLeaf() + place / BoundsGroup::kSize].enclose(place % BoundsGroup::kSize,
+                                                               bounds_of(items[place]));
+    }
+    finishLevels();
+  }
 
   //! Whether `is_found(place)` for any item whose box overlaps another. Ends with the first.
   template <class IsFound>
@@ -62,6 +112,14 @@ struct BoundsTree {
   std::vector<std::uint32_t> items;
 
  private:
+  std::size_t firstLeaf() const {
+    return groups.size() - (items.size() + BoundsGroup::kSize - 1) / BoundsGroup::kSize;
+  }
+  // Makes the groups of all levels, the root first, around nothing yet.
+  void startLevels();
+  // Fits those above the leaves.
+  void finishLevels();
+
   bool findOverlapping(const Bounds& bounds, bool (*is_found)(const void*, std::uint32_t),
                        const void* context) const;
 };

@@ -4,14 +4,12 @@
 
 namespace kavo::internal {
 
-Compound::Compound(Parts parts, const std::vector<Bounds>& bounds) : parts_(parts), tree_(bounds) {
+Compound::Compound(Parts parts, BoundsTree tree) : parts_(parts), tree_(std::move(tree)) {
+  const GroupBounds all(tree_.groups.front());
   for (int axis = 0; axis < 3; ++axis) {
-    double largest = 0.0;
-    for (const Bounds& part : bounds) {
-      largest = std::max(largest, std::max(std::fabs(part.low[axis]), std::fabs(part.high[axis])));
-    }
-    extent_ += largest;
+    extent_ += static_cast<double>(std::max(std::fabs(all.low[axis]), std::fabs(all.high[axis])));
   }
+  extent_ *= 1.0 + 0x1p-20;
 }
 
 bool Compound::contains(const double*) const { return false; }

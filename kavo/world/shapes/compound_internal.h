@@ -64,11 +64,11 @@ class Compound {
   //! By place; empty where parts are no triangles.
   const std::vector<LaneTriangle>& triangles() const { return triangles_; }
 
-  //! The largest sum of the coordinates' absolute values in a part.
+  //! No sum of the coordinates' absolute values in a part is larger.
   double extent() const { return extent_; }
 
  protected:
-  Compound(Parts parts, const std::vector<Bounds>& bounds);
+  Compound(Parts parts, BoundsTree tree);
 
   void setTriangles(std::vector<LaneTriangle> triangles) { triangles_ = std::move(triangles); }
 

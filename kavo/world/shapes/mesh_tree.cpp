@@ -37,15 +37,6 @@ Bounds BoundsOf(const MeshTree::Corners& corners) {
   return bounds;
 }
 
-std::vector<Bounds> BoundsOf(const TriangleMesh& mesh) {
-  std::vector<Bounds> bounds;
-  bounds.reserve(mesh.triangles().size());
-  for (std::size_t i = 0; i < mesh.triangles().size(); ++i) {
-    bounds.push_back(BoundsOf(CornersOf(mesh, i)));
-  }
-  return bounds;
-}
-
 Eigen::Vector3d NearestInSegment(const Eigen::Vector3d& a, const Eigen::Vector3d& b,
                                  const Eigen::Vector3d& point) {
   const Eigen::Vector3d way = b - a;
@@ -236,7 +227,10 @@ NearInTriangle NearestInTriangle(const MeshTree::Corners& corners, const Eigen::
   return nearest;
 }
 
-MeshTree::MeshTree(const TriangleMesh& mesh) : Compound(Parts::kTriangles, BoundsOf(mesh)), bounds_{} {
+MeshTree::MeshTree(const TriangleMesh& mesh)
+    : Compound(Parts::kTriangles,
+               {mesh.triangles().size(), [&mesh](std::size_t i) { return BoundsOf(CornersOf(mesh, i)); }}),
+      bounds_{} {
   corners_.reserve(tree().items.size());
   closed_pieces_.reserve(tree().items.size());
   for (const std::uint32_t item : tree().items) {

@@ -15,13 +15,11 @@ namespace {
 
 constexpr char kFile[] = "world/shapes/octree";
 
-std::vector<Bounds> BoundsOf(const std::vector<Octree::Cell>& cells) {
-  std::vector<Bounds> bounds(cells.size());
-  for (std::size_t i = 0; i < cells.size(); ++i) {
-    for (int axis = 0; axis < 3; ++axis) {
-      bounds[i].low[axis] = cells[i].center[axis] - 0.5 * cells[i].size;
-      bounds[i].high[axis] = cells[i].center[axis] + 0.5 * cells[i].size;
-    }
+Bounds BoundsOf(const Octree::Cell& cell) {
+  Bounds bounds{};
+  for (int axis = 0; axis < 3; ++axis) {
+    bounds.low[axis] = cell.center[axis] - 0.5 * cell.size;
+    bounds.high[axis] = cell.center[axis] + 0.5 * cell.size;
   }
   return bounds;
 }
@@ -29,7 +27,8 @@ std::vector<Bounds> BoundsOf(const std::vector<Octree::Cell>& cells) {
 }  // namespace
 
 CellTree::CellTree(std::vector<Octree::Cell> cells)
-    : Compound(Parts::kCubes, BoundsOf(cells)), cells_(std::move(cells)) {}
+    : Compound(Parts::kCubes, {cells.size(), [&cells](std::size_t i) { return BoundsOf(cells[i]); }}),
+      cells_(std::move(cells)) {}
 
 double CellTree::signedDistance(const double* point, Interior) const {
   return least(point, [&](std::uint32_t place) { return distance(place, point); });

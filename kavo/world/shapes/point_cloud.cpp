@@ -14,14 +14,11 @@ namespace {
 
 constexpr char kFile[] = "world/shapes/point_cloud";
 
-std::vector<Bounds> BoundsOf(const std::vector<Eigen::Vector3d>& points, const std::vector<double>& radii) {
-  std::vector<Bounds> bounds(points.size());
-  for (std::size_t i = 0; i < points.size(); ++i) {
-    const double radius = radii.size() == 1 ? radii[0] : radii[i];
-    for (int axis = 0; axis < 3; ++axis) {
-      bounds[i].low[axis] = points[i][axis] - radius;
-      bounds[i].high[axis] = points[i][axis] + radius;
-    }
+Bounds BoundsOf(const Eigen::Vector3d& point, double radius) {
+  Bounds bounds{};
+  for (int axis = 0; axis < 3; ++axis) {
+    bounds.low[axis] = point[axis] - radius;
+    bounds.high[axis] = point[axis] + radius;
   }
   return bounds;
 }
@@ -44,7 +41,9 @@ std::shared_ptr<const PointTree> MakeTree(std::vector<Eigen::Vector3d> points, s
 }  // namespace
 
 PointTree::PointTree(std::vector<Eigen::Vector3d> points, std::vector<double> radii)
-    : Compound(Parts::kBalls, BoundsOf(points, radii)),
+    : Compound(Parts::kBalls,
+               {points.size(),
+                [&](std::size_t i) { return BoundsOf(points[i], radii.size() == 1 ? radii[0] : radii[i]); }}),
       points_(std::move(points)),
       radii_(std::move(radii)) {}
 
