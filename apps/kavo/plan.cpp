@@ -328,6 +328,10 @@ class Planning {
 
   std::string Failure(const Attempt& attempt) const {
     std::string text = HeldJointsText(*situation_.robot) + ExplainFailure(attempt.report, Robot());
+    if (attempt.report.status == planning::SearchStatus::kInvalidStart &&
+        TouchesWhatWasSeen(attempt.report)) {
+      text += "  if that is the robot itself, as a sensor saw it: --ignore-robot cuts it out\n";
+    }
     if (attempt.report.status == planning::SearchStatus::kStartTooClose) {
       text += "  " + ExplainNearest(Robot(), situation_.world.view(), attempt.query.start) + "\n";
     } else if (attempt.report.status == planning::SearchStatus::kTargetTooClose) {
@@ -349,6 +353,15 @@ class Planning {
                      "task_space_planning_params/x_target_zone_tolerance=0.03,0.03,0.03\n");
     }
     return text;
+  }
+
+  // Whether a fault is a contact with a point cloud or an octree from which the robot was not cut out.
+  bool TouchesWhatWasSeen(const QueryReport& report) const {
+    if (!report.fault || !report.fault->contact || options_.scene.CutMargin()) {
+      return false;
+    }
+    const ObstacleShape shape = situation_.world.shape(report.fault->contact->obstacle);
+    return std::holds_alternative<PointCloudObstacle>(shape) || std::holds_alternative<OctreeObstacle>(shape);
   }
 
   Eigen::Vector3d Position(const Eigen::VectorXd& q, const std::string& frame) const {

@@ -92,6 +92,11 @@ TEST(ObstacleTest, WhatTheRobotOccupiesIsCutOut) {
   const Outcome hit = check({"--obstacle", cloud + "@2,0,0"});
   EXPECT_EQ(hit.status, 1);
   EXPECT_THAT(hit.output, HasSubstr(" into 'scan' (its sphere 1 "));
+  const Outcome plan =
+      RunKavo({"plan", "--robot", "three_link", "--start", "0,0,0", "--goal", "1,0,0", "--obstacle", octree});
+  EXPECT_EQ(plan.status, 1);
+  EXPECT_THAT(plan.output, HasSubstr(" into 'map' "));
+  EXPECT_THAT(plan.output, HasSubstr("--ignore-robot cuts it out\n"));
   const Outcome cut =
       check({"--obstacle", cloud + "@2,0,0", "--obstacle", octree + "@2,0,0", "--ignore-robot"});
   EXPECT_EQ(cut.status, 0) << cut.output;
