@@ -123,6 +123,10 @@ class PcdReader {
       const std::string_view key = words.front();
       words.erase(words.begin());
       if (key == "FIELDS" || key == "COLUMNS") {
+        // What came of them before is one for each of the former ones.
+        if (!fields_.empty()) {
+          reader_.fail("the fields again", "them once");
+        }
         fields_.resize(words.size());
         for (std::size_t i = 0; i < words.size(); ++i) {
           fields_[i].name = words[i];
