@@ -1,4 +1,5 @@
 #include "kavo/formats/assimp_internal.h"
+#include "kavo/formats/dae_internal.h"
 #include "kavo/formats/file_error.h"
 #include "kavo/formats/text_internal.h"
 
@@ -109,6 +110,9 @@ void CheckLines(const std::string& content, const std::string& file) {
 // Adds the mesh of a node, placed.
 void AddMesh(const aiMesh& mesh, const aiMatrix4x4& transform, const std::string& file, Surface& surface) {
   const auto first = static_cast<std::uint32_t>(surface.vertices.size());
+  if (surface.vertices.size() + mesh.mNumVertices > 8 * kMaxMeshTriangles) {
+    Fail(file, "more than " + std::to_string(8 * kMaxMeshTriangles) + " vertices", "a coarser mesh");
+  }
   for (unsigned int i = 0; i < mesh.mNumVertices; ++i) {
     const aiVector3D& vertex = mesh.mVertices[i];
     const auto row = [&](unsigned int r) {
@@ -137,8 +141,13 @@ void AddMesh(const aiMesh& mesh, const aiMatrix4x4& transform, const std::string
 
 }  // namespace
 
-Surface ReadByAssimp(const std::string& content, const std::string& file, const std::string& ending) {
-  CheckLines(content, file);
+Surface ReadByAssimp(const std::string& whole, const std::string& file, const std::string& ending) {
+  const bool is_dae = ending == "dae";
+  const std::string extract = is_dae ? ExtractDae(whole, file) : "";
+  const std::string& content = is_dae ? extract : whole;
+  if (!is_dae) {
+    CheckLines(content, file);
+  }
   const std::string name = "mesh." + ending;
   Assimp::Importer importer;
   importer.SetIOHandler(new OneFile(name, content));

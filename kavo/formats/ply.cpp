@@ -101,8 +101,8 @@ class PlyReader {
         elements_.back().properties.push_back({std::string(words[2]), typeOf(words[1]), {}});
       } else if (!elements_.empty() && words.size() == 5 && words[0] == "property" && words[1] == "list") {
         elements_.back().properties.push_back({std::string(words[4]), typeOf(words[3]), typeOf(words[2])});
-      } else if (!words.empty() && words[0] != "comment" && words[0] != "obj_info") {
-        fail(Quoted(words[0]) + " in the header", "format, element, property or comment");
+      } else if (!words.empty() && (words[0] == "element" || words[0] == "property")) {
+        fail("an " + Quoted(words[0]) + " that does not fit in the header", "its kind and its name");
       }
     }
     if (!form) {
