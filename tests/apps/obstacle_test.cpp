@@ -97,8 +97,14 @@ TEST(ObstacleTest, WhatTheRobotOccupiesIsCutOut) {
   EXPECT_EQ(plan.status, 1);
   EXPECT_THAT(plan.output, HasSubstr(" into 'map' "));
   EXPECT_THAT(plan.output, HasSubstr("--ignore-robot cuts it out\n"));
-  const Outcome cut =
-      check({"--obstacle", cloud + "@2,0,0", "--obstacle", octree + "@2,0,0", "--ignore-robot"});
+  // With the base elsewhere in the world.
+  const std::string scene =
+      folder.Write("scene.yaml",
+                   "robot_state: {multi_dof_joint_state: {transforms: [{translation: [5, 0, 1], rotation: "
+                   "[0, 0, 1, 0]}]}}\n"
+                   "collision_objects: [{id: far, primitives: [{type: sphere, dimensions: [1]}]}]");
+  const Outcome cut = check(
+      {"--scene", scene, "--obstacle", cloud + "@3,0,1", "--obstacle", octree + "@3,0,1", "--ignore-robot"});
   EXPECT_EQ(cut.status, 0) << cut.output;
   EXPECT_THAT(cut.errors,
               HasSubstr("2 of 3 points of object 'scan' are where the robot is at the start, 10 mm "
