@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <optional>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -22,9 +23,26 @@ namespace kavo::formats {
 
 namespace {
 
+// The columns that names of x, y and z in small or large letters head; none where one of these is missing.
+std::optional<std::array<std::size_t, 3>> FindColumns(const std::vector<std::string_view>& names) {
+  std::array<std::size_t, 3> columns;
+  for (std::size_t axis = 0; axis < 3; ++axis) {
+    const auto found = std::find_if(names.begin(), names.end(), [&](std::string_view name) {
+      return name == std::string_view("xyz").substr(axis, 1) ||
+             name == std::string_view("XYZ").substr(axis, 1);
+    });
+    if (found == names.end()) {
+      return std::nullopt;
+    }
+    columns[axis] = static_cast<std::size_t>(found - names.begin());
+  }
+  return columns;
+}
+
 std::vector<Eigen::Vector3d> ParsePointLines(std::string_view text, const std::string& file) {
   TextReader reader(text, file);
   std::vector<Eigen::Vector3d> points;
+  std::optional<std::array<std::size_t, 3>> columns;
   while (!reader.isAtEnd()) {
     std::string_view line = reader.readLine();
     line = line.substr(0, std::min(line.find('#'), line.find("//")));
@@ -32,10 +50,18 @@ std::vector<Eigen::Vector3d> ParsePointLines(std::string_view text, const std::s
     if (words.empty()) {
       continue;
     }
+    if (!columns) {
+      columns = FindColumns(words);
+      if (columns) {
+        continue;
+      }
+      columns = {0, 1, 2};
+    }
     Eigen::Vector3d point;
     for (std::size_t axis = 0; axis < 3; ++axis) {
+      const std::size_t column = (*columns)[axis];
       const std::optional<double> number =
-          axis < words.size() ? ParseMeasured(words[axis]) : std::optional<double>();
+          column < words.size() ? ParseMeasured(words[column]) : std::optional<double>();
       if (!number) {
         reader.fail(Quoted(line), "x y z of a point");
       }
@@ -168,7 +194,7 @@ Balls MergeByVoxel(const std::vector<Eigen::Vector3d>& points, double radius, do
 }  // namespace
 
 LoadedPointCloud ReadPointCloud(const std::string& file, const PointCloudOptions& options) {
-  return ParsePointCloud(ReadFile(file, kMaxCloudSize), file, options);
+  return ParsePointCloud(ReadTextFile(file, kMaxCloudSize), file, options);
 }
 
 LoadedPointCloud ParsePointCloud(const std::string& bytes, const std::string& file,

@@ -36,7 +36,8 @@ struct LoadedPointCloud {
 //! Fields of PCD and properties of PLY may come in any order and be of any type; those other than x, y and z
 //! are passed over. The VIEWPOINT of PCD says where the sensor stood: it is not applied, and one that is not
 //! the origin is warned about. A line of text has x, y and z, with blanks, commas or semicolons between them,
-//! and may go on with other columns; what follows # or // is passed over.
+//! and may go on with other columns; what follows # or // is passed over. A first line that names the columns
+//! says which are x, y and z.
 //!
 //! Throws `FileError` for a file that cannot be read, does not have one of these forms, claims more points
 //! than it has bytes for (without making room for them) or has no point that is finite.

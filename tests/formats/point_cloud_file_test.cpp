@@ -60,6 +60,7 @@ TEST(PointCloudFile, EveryFormGivesTheSamePoints) {
   const std::string vertex = "element vertex 4\nproperty double x\n";
   const std::vector<std::pair<std::string, std::string>> cases = {
       {"text", "1 2 -3\n# a comment\n\n0.5\t.25 0 77 88 // colour\nnan 0 0\n+1,2;-3e0"},
+      {"text with names of columns", "Z,intensity,X,Y\n-3,7,1,2\n0,7,.5,.25\n0,7,inf,0\n-3,7,1,2\n"},
       {"PCD in text, other fields between",
        pcd + "FIELDS rgb z y x n\nSIZE 4 4 4 4 4\nTYPE U F F F F\nCOUNT 1 1 1 1 2\nWIDTH 2\nHEIGHT 2\n" +
            ends + "POINTS 4\nDATA ascii\n7 -3 2 1 0 0\n7 0 0.25 0.5 0 0\n7 nan nan nan 0 0\n7 -3 2 1 0 0\n"},
