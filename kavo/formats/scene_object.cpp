@@ -259,7 +259,8 @@ void SceneObjectReader::add(const YamlValue& solid, ObstacleShape shape, const P
 }
 
 std::shared_ptr<const TriangleMesh> SceneObjectReader::readMesh(const YamlValue& value) {
-  value.warnOfOtherKeys({"vertices", "triangles", "resource", "mesh_resource", "scale", "dimensions"}, "a mesh", said_);
+  value.warnOfOtherKeys({"vertices", "triangles", "resource", "mesh_resource", "scale", "dimensions"},
+                        "a mesh", said_);
   for (const char* key : {"resource", "mesh_resource"}) {
     if (const std::optional<YamlValue> resource = value.find(key)) {
       return readMeshFile(*resource, value);

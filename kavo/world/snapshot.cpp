@@ -78,101 +78,145 @@ bool IsFinite(const double* point) {
 }  // namespace
 
 Snapshot::Snapshot(const std::vector<Item>& items)
-    : largest_magnitude_(kLargestPlainMagnitude), touches_(BestTouches()) {
-  const auto layout = std::make_shared<Layout>();
-  layout->places.reserve(items.size());
+    : most_places_(2 * items.size() + 64),
+      largest_magnitude_(kLargestPlainMagnitude),
+      touches_(BestTouches()) {
+  places_.reserve(items.size());
   // Of the bounded ones.
   std::vector<Bounds> bounds;
   std::vector<std::size_t> bounded;
   bounds.reserve(items.size());
   bounded.reserve(items.size());
   for (const Item& item : items) {
-    if (item.name) {
-      layout->names.emplace_back(item.handle, item.name);
+    Place& place = places_.emplace_back();
+    place.handle = item.handle;
+    if (!item.solid) {
+      continue;
     }
-    if (item.compound) {
-      layout->compounds.push_back(item.compound);
-    }
-    if (!(item.solid.magnitude <= kLargestPlainMagnitude)) {
-      largest_magnitude_ = -1.0;
-    }
-    has_plain_lanes_ =
-        has_plain_lanes_ && item.solid.magnitude <= static_cast<double>(BallModel::kLargestLength);
-    if (item.solid.kind == Solid::Kind::kHalfSpace) {
-      layout->places.emplace_back(item.handle, static_cast<std::uint32_t>(half_spaces_.size()));
-      lanes_.half_spaces.emplace_back(item.solid);
-      half_spaces_.push_back(item.solid);
-      layout->half_space_handles.push_back(item.handle);
+    note(*item.solid);
+    if (item.solid->kind == Solid::Kind::kHalfSpace) {
+      addHalfSpace(item, place);
     } else {
-      bounds.push_back(BoundsOf(item.solid));
-      bounded.push_back(layout->places.size());
-      layout->places.emplace_back(item.handle, 0);
+      bounds.push_back(BoundsOf(*item.solid));
+      bounded.push_back(places_.size() - 1);
     }
   }
-  if (!bounds.empty()) {
-    BoundsTree tree(bounds);
-    groups_ = std::move(tree.groups);
-    solids_.reserve(bounds.size());
-    lanes_.solids.reserve(bounds.size());
-    layout->handles.reserve(bounds.size());
-    for (const std::uint32_t place : tree.items) {
-      const std::size_t item = bounded[place];
-      layout->places[item].second = static_cast<std::uint32_t>(solids_.size());
-      layout->handles.push_back(items[item].handle);
-      solids_.push_back(items[item].solid);
-      lanes_.solids.emplace_back(items[item].solid);
-    }
-    linkGroups(*layout);
-  }
-  layout->leaf_extent = leaf_extent_;
-  layout_ = layout;
-}
-
-void Snapshot::linkGroups(Layout& layout) {
-  layout.leaves.resize(solids_.size());
-  layout.parents.resize(groups_.size());
-  for (std::uint32_t i = 0; i < groups_.size(); ++i) {
-    const BoundsGroup& group = groups_[i];
-    if (group.leaf) {
-      leaf_extent_ += GroupBounds(group).extent();
-    }
-    for (std::uint32_t lane = 0; lane < BoundsGroup::kSize; ++lane) {
-      if (group.low[0][lane] <= group.high[0][lane]) {
-        (group.leaf ? layout.leaves : layout.parents)[group.first + lane] = i;
-      }
+  tree_ = ObstacleTree(bounds);
+  const std::vector<std::uint32_t> order = tree_.takeItems();
+  addRoom();
+  for (std::uint32_t i = 0; i < order.size(); ++i) {
+    if (order[i] != ObstacleTree::kNone) {
+      const std::size_t item = bounded[order[i]];
+      places_[item].index = i;
+      put(i, items[item]);
     }
   }
 }
 
-bool Snapshot::move(ObstacleHandle obstacle, const Solid& solid) {
+void Snapshot::note(const Solid& solid) {
+  if (!(solid.magnitude <= kLargestPlainMagnitude)) {
+    largest_magnitude_ = -1.0;
+  }
+  has_plain_lanes_ = has_plain_lanes_ && solid.magnitude <= static_cast<double>(BallModel::kLargestLength);
+}
+
+const Snapshot::Place* Snapshot::find(ObstacleHandle obstacle) const {
   const auto found = std::lower_bound(
-      layout_->places.begin(), layout_->places.end(), obstacle,
-      [](const auto& place, ObstacleHandle handle) { return place.first.id() < handle.id(); });
+      places_.begin(), places_.end(), obstacle,
+      [](const Place& place, ObstacleHandle handle) { return place.handle.id() < handle.id(); });
+  return found != places_.end() && found->handle == obstacle ? &*found : nullptr;
+}
+
+// For what the tree has places for.
+void Snapshot::addRoom() {
+  solids_.resize(tree_.numPlaces());
+  lanes_.solids.resize(tree_.numPlaces());
+  tags_.resize(tree_.numPlaces());
+}
+
+void Snapshot::put(std::uint32_t index, const Item& item) {
+  solids_[index] = *item.solid;
+  lanes_.solids[index] = LaneSolid(*item.solid);
+  tags_[index] = {item.handle, item.name, item.compound};
+}
+
+void Snapshot::addHalfSpace(const Item& item, Place& place) {
+  place.is_half_space = true;
+  place.index = static_cast<std::uint32_t>(half_spaces_.size());
+  half_spaces_.push_back(*item.solid);
+  lanes_.half_spaces.emplace_back(*item.solid);
+  half_space_tags_.push_back({item.handle, item.name, nullptr});
+}
+
+void Snapshot::removeHalfSpace(Place& place) {
+  // The last one takes its place.
+  const std::uint32_t index = std::exchange(place.index, ObstacleTree::kNone);
+  if (index + 1 < half_spaces_.size()) {
+    half_spaces_[index] = half_spaces_.back();
+    lanes_.half_spaces[index] = lanes_.half_spaces.back();
+    half_space_tags_[index] = half_space_tags_.back();
+    places_[static_cast<std::size_t>(find(half_space_tags_[index].handle) - places_.data())].index = index;
+  }
+  half_spaces_.pop_back();
+  lanes_.half_spaces.pop_back();
+  half_space_tags_.pop_back();
+}
+
+bool Snapshot::insert(const Item& item, Place& place) {
+  const std::optional<std::uint32_t> index =
+      tree_.insert(BoundsOf(*item.solid), [this](std::uint32_t from, std::uint32_t to) {
+        addRoom();
+        solids_[to] = solids_[from];
+        lanes_.solids[to] = lanes_.solids[from];
+        tags_[to] = std::exchange(tags_[from], Tag());
+        places_[static_cast<std::size_t>(find(tags_[to].handle) - places_.data())].index = to;
+      });
+  if (index) {
+    addRoom();
+    place.index = *index;
+    put(*index, item);
+  }
+  return index.has_value();
+}
+
+bool Snapshot::set(const Item& item) {
   // Where something is too large for single precision, or may have been until now, all has to be looked at.
-  if (found == layout_->places.end() || found->first != obstacle || !has_plain_lanes_ ||
-      !(solid.magnitude <= static_cast<double>(BallModel::kLargestLength))) {
+  if (!has_plain_lanes_ ||
+      (item.solid && !(item.solid->magnitude <= static_cast<double>(BallModel::kLargestLength)))) {
     return false;
   }
-  const std::uint32_t place = found->second;
-  if (solid.kind == Solid::Kind::kHalfSpace) {
-    half_spaces_[place] = solid;
-    lanes_.half_spaces[place] = LaneSolid(solid);
-    return true;
+  const Place* const found = find(item.handle);
+  if (found == nullptr) {
+    if (!places_.empty() && item.handle.id() < places_.back().handle.id()) {
+      return false;
+    }
+    places_.emplace_back().handle = item.handle;
   }
-  solids_[place] = solid;
-  lanes_.solids[place] = LaneSolid(solid);
-  std::size_t group = layout_->leaves[place];
-  leaf_extent_ -= GroupBounds(groups_[group]).extent();
-  groups_[group].enclose(place - groups_[group].first, BoundsOf(solid));
-  leaf_extent_ += GroupBounds(groups_[group]).extent();
-  while (group != 0) {
-    const std::size_t parent = layout_->parents[group];
-    GroupBounds(groups_[group]).put(groups_[parent], group - groups_[parent].first);
-    group = parent;
+  Place& place =
+      found != nullptr ? places_[static_cast<std::size_t>(found - places_.data())] : places_.back();
+  const bool is_in = place.index != ObstacleTree::kNone;
+  if (!item.solid) {
+    if (is_in && place.is_half_space) {
+      removeHalfSpace(place);
+    } else if (is_in) {
+      tree_.remove(place.index);
+      tags_[place.index] = Tag();
+      place.index = ObstacleTree::kNone;
+    }
+  } else if (item.solid->kind == Solid::Kind::kHalfSpace) {
+    if (is_in) {
+      half_spaces_[place.index] = *item.solid;
+      lanes_.half_spaces[place.index] = LaneSolid(*item.solid);
+    } else {
+      addHalfSpace(item, place);
+    }
+  } else if (is_in) {
+    tree_.move(place.index, BoundsOf(*item.solid));
+    put(place.index, item);
+  } else if (!insert(item, place)) {
+    return false;
   }
-  // By then every query looks at that much more; to make a tree anew takes as long as some thousand moves.
-  constexpr double kLargestGrowth = 1.25;
-  return leaf_extent_ <= kLargestGrowth * layout_->leaf_extent;
+  return !tree_.isPoor() && places_.size() <= most_places_;
 }
 
 bool Snapshot::inCollision(const Eigen::Vector3d& center, double radius, const ObstacleSet* except) const {
@@ -190,30 +234,31 @@ bool Snapshot::inCollision(const Eigen::Vector3d& center, double radius, const O
       return true;
     }
   }
-  return !groups_.empty() && touches_(groups_.data(), solids_.data(), except, point, radius);
+  return groups() != nullptr && touches_(groups(), solids_.data(), except, point, radius);
 }
 
 std::string Snapshot::name(ObstacleHandle obstacle) const {
-  const auto found = std::find_if(layout_->names.begin(), layout_->names.end(),
-                                  [&](const auto& entry) { return entry.first == obstacle; });
-  return found != layout_->names.end() ? *found->second : std::string();
+  const Place* const place = find(obstacle);
+  if (place == nullptr || place->index == ObstacleTree::kNone) {
+    return {};
+  }
+  const Tag& tag = (place->is_half_space ? half_space_tags_ : tags_)[place->index];
+  return tag.name ? *tag.name : std::string();
 }
 
 ObstacleSet Snapshot::named(const std::vector<std::string>& names) const {
+  const auto is_named = [&](const Tag& tag) {
+    return tag.name && std::find(names.begin(), names.end(), *tag.name) != names.end();
+  };
   ObstacleSet set;
-  for (const auto& [handle, name] : layout_->names) {
-    if (std::find(names.begin(), names.end(), *name) == names.end()) {
-      continue;
+  for (std::uint32_t i = 0; i < half_spaces_.size(); ++i) {
+    if (is_named(half_space_tags_[i])) {
+      set.addHalfSpace(i);
     }
-    for (std::uint32_t i = 0; i < half_spaces_.size(); ++i) {
-      if (layout_->half_space_handles[i] == handle) {
-        set.addHalfSpace(i);
-      }
-    }
-    for (std::uint32_t i = 0; i < solids_.size(); ++i) {
-      if (layout_->handles[i] == handle) {
-        set.addSolid(i);
-      }
+  }
+  for (std::uint32_t i = 0; i < solids_.size(); ++i) {
+    if (is_named(tags_[i])) {
+      set.addSolid(i);
     }
   }
   return set;
@@ -233,7 +278,7 @@ bool Snapshot::inCollisionAtAnyScale(const double* center, double radius, const 
     }
   }
   for (std::uint32_t i = 0; i < solids_.size(); ++i) {
-    if (touches(solids_[i]) && !(except != nullptr && except->hasSolid(i))) {
+    if (!tags_[i].isFree() && touches(solids_[i]) && !(except != nullptr && except->hasSolid(i))) {
       return true;
     }
   }
@@ -249,12 +294,12 @@ std::optional<WorldView::Nearest> Snapshot::nearestObstacle(const Eigen::Vector3
   }
   for (std::uint32_t i = 0; i < half_spaces_.size(); ++i) {
     if (!(except != nullptr && except->hasHalfSpace(i))) {
-      Consider(half_spaces_[i], layout_->half_space_handles[i], p, nearest);
+      Consider(half_spaces_[i], half_space_tags_[i].handle, p, nearest);
     }
   }
   const auto consider_solid = [&](std::uint32_t i) {
-    if (!(except != nullptr && except->hasSolid(i))) {
-      Consider(solids_[i], layout_->handles[i], p, nearest);
+    if (!tags_[i].isFree() && !(except != nullptr && except->hasSolid(i))) {
+      Consider(solids_[i], tags_[i].handle, p, nearest);
     }
   };
   // To measure a few solids takes less than to find out which of them to measure.
@@ -263,7 +308,7 @@ std::optional<WorldView::Nearest> Snapshot::nearestObstacle(const Eigen::Vector3
       std::fabs(p[0]) + std::fabs(p[1]) + std::fabs(p[2]) <= std::min(largest_magnitude_, kLargestBound);
   if (is_bounded && solids_.size() > kFewSolids) {
     double least = nearest ? nearest->distance : math::kInf;
-    FindNearest(groups_.data(), p, least, [&](std::uint32_t index, double& so_far) {
+    FindNearest(groups(), p, least, [&](std::uint32_t index, double& so_far) {
       consider_solid(index);
       so_far = nearest ? nearest->distance : math::kInf;
     });

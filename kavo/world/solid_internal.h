@@ -16,6 +16,8 @@ namespace kavo::internal {
 struct Solid {
   enum class Kind : std::uint8_t { kSphere, kBox, kCylinder, kCapsule, kHalfSpace, kCone, kCompound };
 
+  //! Nothing in particular.
+  Solid() = default;
   //! \param padding What it is grown by.
   Solid(const ObstacleShape& shape, const Pose3& pose, double padding);
 

@@ -20,8 +20,13 @@ ObstacleHandle WorldState::add(Entry entry) {
   const std::lock_guard<std::mutex> lock(mutex_);
   const std::uint64_t id = next_id.fetch_add(1, std::memory_order_relaxed);
   entries_.emplace(id, std::move(entry));
-  dropSnapshots();
+  noteEdit(ObstacleHandle(id));
   return ObstacleHandle(id);
+}
+
+Snapshot::Item WorldState::Entry::item(ObstacleHandle handle) const {
+  return enabled ? Snapshot::Item{handle, Solid(shape, pose, padding), name, CompoundOf(shape)}
+                 : Snapshot::Item{handle, std::nullopt, nullptr, nullptr};
 }
 
 bool WorldState::move(ObstacleHandle obstacle, const Pose3& pose) {
@@ -30,15 +35,10 @@ bool WorldState::move(ObstacleHandle obstacle, const Pose3& pose) {
   if (found == entries_.end()) {
     return false;
   }
-  if (latest_ && found->second.enabled) {
-    moved_.push_back(obstacle);
-    ++num_moves_;
-    // Where more were moved, it is as well to look at all obstacles.
-    if (moved_.size() > std::max<std::size_t>(64, entries_.size() / 16)) {
-      moved_.pop_front();
-    }
-  }
   found->second.pose = pose;
+  if (found->second.enabled) {
+    noteEdit(obstacle);
+  }
   return true;
 }
 
@@ -48,8 +48,10 @@ bool WorldState::setEnabled(ObstacleHandle obstacle, bool enabled) {
   if (found == entries_.end()) {
     return false;
   }
-  found->second.enabled = enabled;
-  dropSnapshots();
+  if (found->second.enabled != enabled) {
+    found->second.enabled = enabled;
+    noteEdit(obstacle);
+  }
   return true;
 }
 
@@ -60,16 +62,24 @@ bool WorldState::setPadding(ObstacleHandle obstacle, double padding) {
     return false;
   }
   found->second.padding = padding;
-  dropSnapshots();
+  if (found->second.enabled) {
+    noteEdit(obstacle);
+  }
   return true;
 }
 
 bool WorldState::remove(ObstacleHandle obstacle) {
   const std::lock_guard<std::mutex> lock(mutex_);
-  if (entries_.erase(obstacle.id()) == 0) {
+  const auto found = entries_.find(obstacle.id());
+  if (found == entries_.end()) {
     return false;
   }
-  dropSnapshots();
+  if (CompoundOf(found->second.shape)) {
+    // What it is made of takes more memory than it takes time to make spares.
+    spares_->clear();
+  }
+  entries_.erase(found);
+  noteEdit(obstacle);
   return true;
 }
 
@@ -100,79 +110,94 @@ std::vector<ObstacleHandle> WorldState::handles() const {
 
 std::shared_ptr<const Snapshot> WorldState::snapshot() {
   const std::lock_guard<std::mutex> lock(mutex_);
-  if (!latest_ || latest_->num_moves != num_moves_) {
-    std::unique_ptr<Posed> posed = latest_ ? moveSnapshot() : nullptr;
-    if (!posed) {
+  if (!latest_ || latest_->num_edits != num_edits_) {
+    std::unique_ptr<Version> version = latest_ ? mendSnapshot() : nullptr;
+    if (!version) {
       dropSnapshots();
-      posed = makeSnapshot();
+      version = makeSnapshot();
     }
-    const auto give_back = [spares = std::weak_ptr<SpareSnapshots>(spares_)](Posed* unused) {
-      std::unique_ptr<Posed> owned(unused);
+    const auto give_back = [spares = std::weak_ptr<SpareSnapshots>(spares_)](Version* unused) {
+      std::unique_ptr<Version> owned(unused);
       if (const auto kept = spares.lock()) {
         kept->give(std::move(owned));
       }
     };
-    latest_ = std::shared_ptr<Posed>(posed.release(), give_back);
+    latest_ = std::shared_ptr<Version>(version.release(), give_back);
   }
   return {latest_, &latest_->snapshot};
 }
 
-std::unique_ptr<WorldState::Posed> WorldState::makeSnapshot() const {
+std::unique_ptr<WorldState::Version> WorldState::makeSnapshot() const {
   std::vector<Snapshot::Item> items;
   items.reserve(entries_.size());
   for (const auto& [id, entry] : entries_) {
-    if (entry.enabled) {
-      items.push_back({ObstacleHandle(id), entry.solid(), entry.name, CompoundOf(entry.shape)});
-    }
+    items.push_back(entry.item(ObstacleHandle(id)));
   }
-  return std::make_unique<Posed>(Posed{Snapshot(items), num_moves_, spares_->generation()});
+  return std::make_unique<Version>(Version{Snapshot(items), num_edits_, spares_->generation()});
 }
 
 // Null where that takes as long as to make one.
-std::unique_ptr<WorldState::Posed> WorldState::moveSnapshot() const {
-  const auto num_missed = [this](const Posed& posed) { return num_moves_ - posed.num_moves; };
-  std::unique_ptr<Posed> posed = spares_->take();
-  if (!posed || num_missed(*posed) > moved_.size()) {
-    if (num_missed(*latest_) > moved_.size()) {
+std::unique_ptr<WorldState::Version> WorldState::mendSnapshot() const {
+  const auto num_missed = [this](const Version& version) { return num_edits_ - version.num_edits; };
+  std::unique_ptr<Version> version = spares_->take();
+  if (!version || num_missed(*version) > edited_.size()) {
+    if (num_missed(*latest_) > edited_.size()) {
       return nullptr;
     }
-    posed = std::make_unique<Posed>(*latest_);
+    version = std::make_unique<Version>(*latest_);
+    version->generation = spares_->generation();
   }
-  for (std::uint64_t i = moved_.size() - num_missed(*posed); i < moved_.size(); ++i) {
-    if (!posed->snapshot.move(moved_[i], entries_.at(moved_[i].id()).solid())) {
+  for (std::uint64_t i = edited_.size() - num_missed(*version); i < edited_.size(); ++i) {
+    const auto found = entries_.find(edited_[i].id());
+    const Snapshot::Item item = found != entries_.end()
+                                    ? found->second.item(edited_[i])
+                                    : Snapshot::Item{edited_[i], std::nullopt, nullptr, nullptr};
+    if (!version->snapshot.set(item)) {
       return nullptr;
     }
   }
-  posed->num_moves = num_moves_;
-  return posed;
+  version->num_edits = num_edits_;
+  return version;
+}
+
+void WorldState::noteEdit(ObstacleHandle obstacle) {
+  if (!latest_) {
+    return;
+  }
+  edited_.push_back(obstacle);
+  ++num_edits_;
+  // Where more were edited, it is as well to look at all obstacles.
+  if (edited_.size() > std::max<std::size_t>(64, entries_.size() / 16)) {
+    edited_.pop_front();
+  }
 }
 
 void WorldState::dropSnapshots() {
   latest_.reset();
-  moved_.clear();
+  edited_.clear();
   spares_->clear();
 }
 
 // What is missing counts as older than all.
-bool SpareSnapshots::IsOlder(const std::unique_ptr<Posed>& a, const std::unique_ptr<Posed>& b) {
-  return b && (!a || a->num_moves < b->num_moves);
+bool SpareSnapshots::IsOlder(const std::unique_ptr<Version>& a, const std::unique_ptr<Version>& b) {
+  return b && (!a || a->num_edits < b->num_edits);
 }
 
-std::unique_ptr<SpareSnapshots::Posed> SpareSnapshots::take() {
+std::unique_ptr<SpareSnapshots::Version> SpareSnapshots::take() {
   const std::lock_guard<std::mutex> lock(mutex_);
   return std::move(*std::max_element(spares_.begin(), spares_.end(), IsOlder));
 }
 
-void SpareSnapshots::give(std::unique_ptr<Posed> posed) {
+void SpareSnapshots::give(std::unique_ptr<Version> version) {
   const std::lock_guard<std::mutex> lock(mutex_);
-  std::unique_ptr<Posed>& oldest = *std::min_element(spares_.begin(), spares_.end(), IsOlder);
-  if (posed->generation == generation_ && IsOlder(oldest, posed)) {
-    oldest.swap(posed);
+  std::unique_ptr<Version>& oldest = *std::min_element(spares_.begin(), spares_.end(), IsOlder);
+  if (version->generation == generation_ && IsOlder(oldest, version)) {
+    oldest.swap(version);
   }
 }
 
 void SpareSnapshots::clear() {
-  std::array<std::unique_ptr<Posed>, 3> dropped;
+  std::array<std::unique_ptr<Version>, 3> dropped;
   const std::lock_guard<std::mutex> lock(mutex_);
   ++generation_;
   spares_.swap(dropped);

@@ -17,32 +17,32 @@
 
 namespace kavo::internal {
 
-//! Snapshots that nobody asks any more, kept because bringing one up to date after a few moves takes far less
+//! Snapshots that nobody asks any more, kept because bringing one up to date after a few edits takes far less
 //! than making one. Every operation may be called from any thread.
 class SpareSnapshots {
  public:
-  //! A snapshot as it is after so many moves of obstacles.
-  struct Posed {
+  //! A snapshot as it is after so many edits.
+  struct Version {
     Snapshot snapshot;
-    std::uint64_t num_moves;
+    std::uint64_t num_edits;
     std::uint64_t generation;
   };
 
-  //! The one with the most moves; null without any.
-  std::unique_ptr<Posed> take();
+  //! The one with the most edits; null without any.
+  std::unique_ptr<Version> take();
   //! Keeps one, unless it is of an earlier generation or there are enough newer ones.
-  void give(std::unique_ptr<Posed> posed);
+  void give(std::unique_ptr<Version> version);
   //! Drops all: a new generation begins.
   void clear();
   std::uint64_t generation() const;
 
  private:
-  static bool IsOlder(const std::unique_ptr<Posed>& a, const std::unique_ptr<Posed>& b);
+  static bool IsOlder(const std::unique_ptr<Version>& a, const std::unique_ptr<Version>& b);
 
   mutable std::mutex mutex_;
   std::uint64_t generation_ = 0;
   // A view holds one snapshot, an environment may hold one or two from before.
-  std::array<std::unique_ptr<Posed>, 3> spares_;
+  std::array<std::unique_ptr<Version>, 3> spares_;
 };
 
 //! What copies of a `World` and its views share. Every operation may be called from any thread.
@@ -56,7 +56,7 @@ class WorldState {
     bool enabled = true;
     double padding = 0.0;
 
-    Solid solid() const { return Solid(shape, pose, padding); }
+    Snapshot::Item item(ObstacleHandle handle) const;
   };
 
   ObstacleHandle add(Entry entry);
@@ -70,26 +70,26 @@ class WorldState {
   //! In the order of adding.
   std::vector<ObstacleHandle> handles() const;
 
-  //! The enabled obstacles as they are now. Made at the first call after an edit, or from a former one where
-  //! obstacles were only moved, and shared until the next.
+  //! The enabled obstacles as they are now. Made at the first call after an edit, from a former one where few
+  //! obstacles were edited since, and shared until the next.
   std::shared_ptr<const Snapshot> snapshot();
 
  private:
-  using Posed = SpareSnapshots::Posed;
+  using Version = SpareSnapshots::Version;
 
-  std::unique_ptr<Posed> makeSnapshot() const;
-  std::unique_ptr<Posed> moveSnapshot() const;
-  // After any edit but a move.
+  std::unique_ptr<Version> makeSnapshot() const;
+  std::unique_ptr<Version> mendSnapshot() const;
+  void noteEdit(ObstacleHandle obstacle);
   void dropSnapshots();
 
   mutable std::mutex mutex_;
   // Handles grow in the order of adding.
   std::map<std::uint64_t, Entry> entries_;
-  // The last one that was asked for; null after any edit but a move.
-  std::shared_ptr<const Posed> latest_;
-  // How many moves there were, and the last of them.
-  std::uint64_t num_moves_ = 0;
-  std::deque<ObstacleHandle> moved_;
+  // The last one that was asked for.
+  std::shared_ptr<const Version> latest_;
+  // How many edits there were, and what the last of them edited.
+  std::uint64_t num_edits_ = 0;
+  std::deque<ObstacleHandle> edited_;
   // What is handed out comes back here with its last user, unless the world is gone by then.
   std::shared_ptr<SpareSnapshots> spares_ = std::make_shared<SpareSnapshots>();
 };

@@ -62,10 +62,11 @@ class RandomScene {
         return CapsuleObstacle{0.5 * a, b};
       case 4:
         return ConeObstacle{0.5 * a, b};
-      case 5:
-        return integer(0, 3) != 0 ? MeshObstacle{mesh(0.5 * a, false)}
-                                  : MeshObstacle{mesh(0.5 * a, true),
-                                                 integer(0, 3) != 0 ? Interior::kIfClosed : Interior::kSolid};
+      case 5: {
+        const bool is_open = integer(0, 3) == 0;
+        const bool is_filled = is_open && integer(0, 9) == 0;
+        return MeshObstacle{mesh(0.5 * a, is_open), is_filled ? Interior::kSolid : Interior::kIfClosed};
+      }
       case 6: {
         std::vector<Eigen::Vector3d> points;
         std::vector<double> radii;

@@ -153,25 +153,26 @@ Answers AnswersOf(const WorldView& view, const std::vector<Eigen::Vector3d>& poi
   return answers;
 }
 
-// Moving an obstacle mends a snapshot that was in use before. It must answer as one that is made anew, and
-// views that were not updated must not see any of it.
-TEST(World, MovedObstaclesAreWhereTheyWouldBeInANewWorld) {
-  constexpr int kNumObstacles = 300;
+// An edit mends a snapshot that was in use before. It must answer as one that is made anew, and views that
+// were not updated must not see any of it.
+TEST(World, EditedObstaclesAreWhereTheyWouldBeInANewWorld) {
   test::RandomScene random(31);
   World world;
   std::vector<ObstacleHandle> handles;
   int num_added = 0;
-  const auto add = [&] {
+  const auto add = [&](const Pose3& pose) {
     const bool is_bounded = num_added % 50 != 0;
     handles.push_back(world.add(is_bounded ? random.bounded(num_added % test::RandomScene::kNumKinds, 0.4)
                                            : ObstacleShape(HalfSpaceObstacle{}),
-                                is_bounded ? random.pose(3.0) : At(0.0, 0.0, -3.5),
-                                std::to_string(num_added)));
+                                is_bounded ? pose : At(0.0, 0.0, -3.5), std::to_string(num_added)));
     ++num_added;
   };
-  for (int i = 0; i < kNumObstacles; ++i) {
-    add();
+  for (int i = 0; i < 300; ++i) {
+    add(random.pose(3.0));
   }
+  const auto any = [&] {
+    return static_cast<std::size_t>(random.integer(0, static_cast<int>(handles.size()) - 1));
+  };
   struct Former {
     WorldView view;
     std::vector<Eigen::Vector3d> points;
@@ -181,30 +182,46 @@ TEST(World, MovedObstaclesAreWhereTheyWouldBeInANewWorld) {
   for (int step = 0; step < 1500; ++step) {
     SCOPED_TRACE(step);
     const int edit = random.integer(0, 59);
-    for (int i = edit == 0 ? 100 : random.integer(1, 3); i > 0; --i) {
-      const ObstacleHandle handle = handles[static_cast<std::size_t>(random.integer(0, kNumObstacles - 1))];
+    for (int i = edit == 0 ? 100 : random.integer(0, 2); i > 0; --i) {
+      const ObstacleHandle handle = handles[any()];
       const Pose3 pose = world.pose(handle);
       // Nudged, put anywhere, or too far away for single precision.
-      const int kind = random.integer(0, 99);
+      const int kind = random.integer(0, 199);
       const Eigen::Vector3d place =
-          kind < 70 ? pose.translation() + random.point(0.05) : random.point(kind < 99 ? 3.0 : 1e9);
+          kind < 140 ? pose.translation() + random.point(0.05) : random.point(kind < 199 ? 3.0 : 1e9);
       world.move(handle, Pose3(pose.rotation(), place));
     }
-    if (edit == 1) {
-      world.remove(handles.front());
-      handles.erase(handles.begin());
-      add();
-    } else if (edit == 2) {
-      world.disable(handles.front());
-    } else if (edit == 3) {
-      world.enable(handles.front());
+    if (edit < 10) {
+      const std::size_t removed = any();
+      world.remove(handles[removed]);
+      handles.erase(handles.begin() + static_cast<std::ptrdiff_t>(removed));
+    } else if (edit < 20) {
+      add(random.pose(3.0));
+    } else if (edit < 25) {
+      world.disable(handles[any()]);
+    } else if (edit < 30) {
+      world.enable(handles[any()]);
+    } else if (edit < 35) {
+      world.setPadding(handles[any()], random.uniform(0.0, 0.1));
+    } else if (edit == 35) {
+      // So many in one place that leaves get full, and soon gone again.
+      const Pose3 pose = random.pose(2.0);
+      for (int i = 0; i < 12; ++i) {
+        add(Pose3(pose.rotation(), pose.translation() + random.point(0.1)));
+      }
+    } else if (edit == 36) {
+      for (int i = 0; i < 12; ++i) {
+        world.remove(handles.back());
+        handles.pop_back();
+      }
     }
     std::vector<Eigen::Vector3d> points(20);
     std::generate(points.begin(), points.end(), [&random] { return random.point(4.0); });
     World anew;
     for (const ObstacleHandle handle : handles) {
       if (world.isEnabled(handle)) {
-        anew.add(world.shape(handle), world.pose(handle), world.name(handle));
+        const ObstacleHandle copy = anew.add(world.shape(handle), world.pose(handle), world.name(handle));
+        anew.setPadding(copy, world.padding(handle));
       }
     }
     former.push_back({world.view(), points, AnswersOf(anew.view(), points)});

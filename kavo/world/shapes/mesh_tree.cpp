@@ -284,7 +284,7 @@ void MeshTree::fill() const {
     return;
   }
   // Fine enough to see the shape, coarse enough to be made in a moment.
-  constexpr double kNumCells = 1 << 16;
+  constexpr double kNumCells = 1 << 15;
   InsideGrid grid(bounds_, kNumCells);
   mark(grid, [](std::size_t) { return true; });
   std::vector<Octree::Cell> cells;
