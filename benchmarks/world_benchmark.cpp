@@ -1,8 +1,8 @@
 // Sphere queries against a world, compared with a reference: a list of shapes with a virtual test each.
 //
 // Each benchmark of a scene reports the time of one query; the lines that start with "ratio" say how many
-// times faster the world answers the same queries than the list does. The program ends with an error if an
-// answer differs.
+// times faster the world answers the same queries than the list does, and than FCL does among meshes, clouds
+// and octrees, where it is there. The program ends with an error if an answer differs.
 
 #include <benchmark/benchmark.h>
 
@@ -13,12 +13,15 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdio>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <random>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "benchmarks/compounds.h"
 #include "benchmarks/ratio.h"
 #include "kavo/math/pose3.h"
 #include "kavo/math/rigid_transform.h"
@@ -335,6 +338,88 @@ bool CompareEdits(std::size_t num_obstacles) {
   });
 }
 
+// What it takes to make a shape of very many parts from memory and to have it answer, to move it and to ask
+// about balls next to it.
+bool CompareCompound(const std::string& name, const std::vector<Query>& queries,
+                     const std::function<kavo::ObstacleShape()>& make) {
+  std::optional<kavo::ObstacleShape> shape;
+  double made = 1e9;
+  for (int i = 0; i < 5; ++i) {
+    shape.reset();
+    const auto begin = std::chrono::steady_clock::now();
+    shape = make();
+    kavo::World world;
+    world.add(*shape, Pose3());
+    benchmark::DoNotOptimize(world.view().inCollision(queries.front().center, queries.front().radius));
+    const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - begin;
+    made = std::min(made, elapsed.count());
+  }
+  kavo::World world;
+  const kavo::ObstacleHandle handle = world.add(*shape, Pose3());
+  kavo::WorldView view = world.view();
+  const double moved = kavo::benchmarks::BestSeconds([&] {
+    world.move(handle, Pose3());
+    view.update();
+  });
+  const auto of_all = [&](const auto& ask) {
+    return kavo::benchmarks::BestSeconds([&] {
+             for (const Query& query : queries) {
+               benchmark::DoNotOptimize(ask(query));
+             }
+           }) /
+           static_cast<double>(queries.size());
+  };
+  const auto touches = [&](const Query& query) { return view.inCollision(query.center, query.radius); };
+  const auto nearest = [&](const Query& query) { return view.nearestObstacle(query.center)->distance; };
+  const auto num_touching = std::count_if(queries.begin(), queries.end(), touches);
+  const double touch_seconds = of_all(touches);
+  std::printf(
+      "%-28s made in %8.2f ms, moved in %6.0f ns; a ball %7.1f ns (%ld of %zu touch), nearest %8.1f ns\n",
+      name.c_str(), made * 1e3, moved * 1e9, touch_seconds * 1e9, static_cast<long>(num_touching),
+      queries.size(), of_all(nearest) * 1e9);
+  for (const Query& query : queries) {
+    if (touches(query) != (nearest(query) <= query.radius)) {
+      std::fprintf(stderr, "%s: contact and distance differ\n", name.c_str());
+      return false;
+    }
+  }
+#ifdef KAVO_BENCHMARK_FCL
+  kavo::benchmarks::FclCompound fcl(*shape);
+  const auto by_fcl = [&](const Query& query) { return fcl.touches(query.center, query.radius); };
+  kavo::benchmarks::PrintRatio(name + ", a ball, FCL", touch_seconds, of_all(by_fcl));
+#endif
+  return true;
+}
+
+bool CompareCompounds() {
+  Random random;
+  const auto balls = kavo::benchmarks::BumpyBalls(60, {}, random);
+  std::vector<Query> queries;
+  for (int i = 0; i < 500; ++i) {
+    const kavo::benchmarks::BumpyBall& ball = balls[static_cast<std::size_t>(i) % balls.size()];
+    const Eigen::Vector3d place = ball.at(random(-1.0, 1.0), random(-3.1, 3.1)) - ball.center;
+    queries.push_back({ball.center + place * random(0.95, 1.6), random(0.02, 0.08)});
+  }
+  bool is_right = true;
+  for (const std::size_t count : {1000U, 100000U}) {
+    is_right = CompareCompound("mesh, about " + std::to_string(count) + " triangles", queries,
+                               [&] { return kavo::benchmarks::MeshOf(balls, count); }) &&
+               is_right;
+  }
+  for (const std::size_t count : {10000U, 100000U, 1000000U}) {
+    const std::vector<Eigen::Vector3d> points = kavo::benchmarks::PointsOn(balls, count, random);
+    const auto make = [&] {
+      return kavo::PointCloudObstacle{std::make_shared<const kavo::PointCloud>(points, 0.005)};
+    };
+    is_right = CompareCompound("cloud, " + std::to_string(count) + " points", queries, make) && is_right;
+  }
+  const std::vector<kavo::Octree::Cell> cells =
+      kavo::benchmarks::OctreeOf(kavo::benchmarks::PointsOn(balls, 3000000, random), 0.01).octree->cells();
+  return CompareCompound("octree, " + std::to_string(cells.size()) + " leaves", queries,
+                         [&] { return kavo::OctreeObstacle{std::make_shared<const kavo::Octree>(cells)}; }) &&
+         is_right;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -361,7 +446,8 @@ int main(int argc, char** argv) {
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();
 
-  bool equal = std::all_of(scenes.begin(), scenes.end(), Compare);
+  bool equal = CompareCompounds();
+  equal = std::all_of(scenes.begin(), scenes.end(), Compare) && equal;
   for (const std::size_t num_obstacles : {100U, 10000U}) {
     if (!CompareEdits(num_obstacles)) {
       std::fprintf(stderr, "%zu obstacles: a world with edited ones answers differently\n", num_obstacles);

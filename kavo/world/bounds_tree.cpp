@@ -22,6 +22,30 @@ bool FindInTree(const BoundsGroup* groups, const float (&low)[3], const float (&
   return FindOverlapping(groups, low, high, [&](std::uint32_t place) { return is_found(context, place); });
 }
 
+void LeastDistances(const BoundsGroup& group, const double* point, double* distances) {
+  namespace hn = hwy::HWY_NAMESPACE;
+  const hn::CappedTag<double, BoundsGroup::kSize> d;
+  const hn::Rebind<float, decltype(d)> narrow;
+  const auto infinity = hn::Set(d, math::kInf);
+  for (std::size_t lane = 0; lane < BoundsGroup::kSize; lane += hn::Lanes(d)) {
+    auto squared_distance = hn::Zero(d);
+    auto size = hn::Zero(d);
+    auto is_empty = hn::Lt(size, size);
+    for (int axis = 0; axis < 3; ++axis) {
+      const auto low = hn::PromoteTo(d, hn::Load(narrow, group.low[axis] + lane));
+      const auto high = hn::PromoteTo(d, hn::Load(narrow, group.high[axis] + lane));
+      const auto at = hn::Set(d, point[axis]);
+      is_empty = hn::Or(is_empty, hn::Gt(low, high));
+      const auto gap = hn::Max(hn::Max(hn::Sub(low, at), hn::Sub(at, high)), hn::Zero(d));
+      squared_distance = hn::Add(squared_distance, hn::Mul(gap, gap));
+      size = hn::Add(size, hn::Add(hn::Abs(at), hn::Abs(hn::IfThenElse(hn::Lt(at, low), low, high))));
+    }
+    const auto distance = hn::Sub(hn::Sqrt(squared_distance), hn::Mul(hn::Set(d, 0x1p-22), size));
+    const auto bound = hn::IfThenElse(hn::Gt(distance, hn::Zero(d)), distance, hn::Neg(infinity));
+    hn::StoreU(hn::IfThenElse(is_empty, infinity, bound), d, distances + lane);
+  }
+}
+
 }  // namespace
 }  // namespace kavo::internal::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();
@@ -30,6 +54,7 @@ HWY_AFTER_NAMESPACE();
 namespace kavo::internal {
 
 HWY_EXPORT(FindInTree);
+HWY_EXPORT(LeastDistances);
 
 namespace {
 
@@ -254,21 +279,9 @@ void GroupBounds::put(BoundsGroup& parent, std::size_t lane) const {
   }
 }
 
-double LeastDistance(const BoundsGroup& group, std::size_t lane, const double* point) {
-  double squared_distance = 0.0;
-  double size = 0.0;
-  for (int axis = 0; axis < 3; ++axis) {
-    const auto low = static_cast<double>(group.low[axis][lane]);
-    const auto high = static_cast<double>(group.high[axis][lane]);
-    if (low > high) {
-      return math::kInf;
-    }
-    const double gap = std::max(std::max(low - point[axis], point[axis] - high), 0.0);
-    squared_distance += gap * gap;
-    size += std::fabs(point[axis]) + (point[axis] < low ? std::fabs(low) : std::fabs(high));
-  }
-  const double distance = std::sqrt(squared_distance) - 0x1p-22 * size;
-  return distance > 0.0 ? distance : -math::kInf;
+void FindLeastDistances(const BoundsGroup& group, const double* point,
+                        double (&distances)[BoundsGroup::kSize]) {
+  HWY_DYNAMIC_DISPATCH(LeastDistances)(group, point, distances);
 }
 
 }  // namespace kavo::internal

@@ -136,10 +136,11 @@ struct GroupBounds {
   float high[3];
 };
 
-//! Nothing in a lane is nearer to the point, as computed distances go: bounds are taken for wider than they
-//! are by more than their own rounding and that of a distance. Minus infinity where the point may be inside,
-//! infinity for an empty lane.
-double LeastDistance(const BoundsGroup& group, std::size_t lane, const double* point);
+//! How near to a point the lanes of a group may be, as computed distances go: bounds are taken for wider than
+//! they are by more than their own rounding and that of a distance. Minus infinity where the point may be
+//! inside, infinity for an empty lane.
+void FindLeastDistances(const BoundsGroup& group, const double* point,
+                        double (&distances)[BoundsGroup::kSize]);
 
 //! Goes through the items of a tree that may be nearest to a point: the nearest boxes of a group first, and
 //! only those that may hold an item as near as `nearest`.
@@ -149,6 +150,8 @@ template <class Consider>
 void FindNearest(const BoundsGroup* groups, const double* point, double& nearest, const Consider& consider,
                  std::size_t group = 0) {
   const BoundsGroup& bounds = groups[group];
+  double distances[BoundsGroup::kSize];
+  FindLeastDistances(bounds, point, distances);
   struct Part {
     double distance;
     std::uint32_t index;
@@ -156,13 +159,12 @@ void FindNearest(const BoundsGroup* groups, const double* point, double& nearest
   Part parts[BoundsGroup::kSize];
   std::size_t num_parts = 0;
   for (std::uint32_t lane = 0; lane < BoundsGroup::kSize; ++lane) {
-    const double distance = LeastDistance(bounds, lane, point);
-    if (distance < std::numeric_limits<double>::infinity()) {
+    if (!(distances[lane] > nearest) && distances[lane] < math::kInf) {
       std::size_t place = num_parts++;
-      for (; place > 0 && parts[place - 1].distance > distance; --place) {
+      for (; place > 0 && parts[place - 1].distance > distances[lane]; --place) {
         parts[place] = parts[place - 1];
       }
-      parts[place] = {distance, bounds.first + lane};
+      parts[place] = {distances[lane], bounds.first + lane};
     }
   }
   for (std::size_t i = 0; i < num_parts && !(parts[i].distance > nearest); ++i) {
