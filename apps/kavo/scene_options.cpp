@@ -68,6 +68,7 @@ void SceneOptions::AddOptions(CLI::App& app) {
       ->expected(0, 1)
       ->default_str("0.01")
       ->check(CheckRadius);
+  contacts_.AddOptions(app);
 }
 
 std::vector<std::pair<std::string, std::string>> SceneOptions::Files() const {
@@ -78,6 +79,8 @@ std::vector<std::pair<std::string, std::string>> SceneOptions::Files() const {
   for (const std::string& obstacle : obstacles_) {
     files.emplace_back("obstacle", FileOfShape(ParsePlacedShape(kObstacle, obstacle, false).shape));
   }
+  const auto of_contacts = contacts_.Files();
+  files.insert(files.end(), of_contacts.begin(), of_contacts.end());
   return files;
 }
 

@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "apps/kavo/contact_options.h"
 #include "apps/kavo/shape_option.h"
 #include "kavo/formats/scene.h"
 #include "kavo/formats/scene_file_options.h"
@@ -16,7 +17,7 @@ class App;
 
 namespace kavo::command {
 
-//! The options that say which obstacles there are.
+//! The options that say which obstacles there are, and how the robot gets on with them.
 class SceneOptions {
  public:
   //! This object must outlive the parsing.
@@ -40,11 +41,16 @@ class SceneOptions {
   //! and octrees, if it is (metres).
   std::optional<double> CutMargin() const { return cut_margin_; }
 
+  //! How the files of shapes are taken.
+  const ShapeFileOptions& Shapes() const { return shapes_; }
+  const ContactOptions& Contacts() const { return contacts_; }
+
  private:
   std::vector<std::string> scenes_;
   std::vector<std::string> obstacles_;
   ShapeFileOptions shapes_;
   std::optional<double> cut_margin_;
+  ContactOptions contacts_;
 };
 
 }  // namespace kavo::command

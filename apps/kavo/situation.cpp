@@ -8,8 +8,10 @@
 
 #include "apps/kavo/command.h"
 #include "apps/kavo/text.h"
+#include "kavo/formats/robot_in_scene.h"
 #include "kavo/kinematics/interface/kinematics_internal.h"
 #include "kavo/kinematics/interface/robot_description_internal.h"
+#include "kavo/kinematics/interface/robot_variants.h"
 #include "kavo/world/shapes/cut_out.h"
 
 namespace kavo::command {
@@ -44,19 +46,6 @@ std::vector<math::Sphere> SpheresAt(const RobotDescription& robot, const Eigen::
     }
   }
   return all;
-}
-
-// What is held is read, but does not move with the robot yet.
-std::vector<formats::Unhonoured> FindAttached(const std::vector<formats::AttachedObject>& all,
-                                              const std::string& file) {
-  std::vector<formats::Unhonoured> unhonoured;
-  for (const formats::AttachedObject& attached : all) {
-    unhonoured.push_back(
-        {formats::Unhonoured::Kind::kAttachedObjects,
-         "object " + Quoted(attached.object.id) + " attached to link " + Quoted(attached.link), file,
-         attached.object.line});
-  }
-  return unhonoured;
 }
 
 }  // namespace
@@ -166,6 +155,61 @@ void Situations::CutOutRobot(double margin, const formats::FramePoses& frames, c
   }
 }
 
+// What a request attaches goes before what scenes do, and is in none of them.
+void Situations::TakeAttached(const formats::Request& request, std::vector<formats::Scene>& scenes) {
+  std::vector<formats::AttachedObject> attached = request.attached;
+  for (formats::Scene& scene : scenes) {
+    formats::TakeAttached(scene, attached);
+    const auto is_held = [&](const formats::AttachedObject& by_scene) {
+      return std::any_of(attached.begin(), attached.end(), [&](const formats::AttachedObject& by_request) {
+        return by_request.object.id == by_scene.object.id;
+      });
+    };
+    scene.attached.erase(std::remove_if(scene.attached.begin(), scene.attached.end(), is_held),
+                         scene.attached.end());
+  }
+  formats::Scene of_request;
+  of_request.file = request.file;
+  of_request.base_pose = scenes.back().base_pose;
+  of_request.attached = std::move(attached);
+  scenes.push_back(std::move(of_request));
+}
+
+// The robot holding what the scenes and the options attach, under the rules of the scenes.
+std::shared_ptr<RobotDescription> Situations::Attach(const std::vector<formats::Scene>& scenes,
+                                                     const Situation& situation) {
+  std::shared_ptr<RobotDescription> robot = situation.robot->description;
+  std::set<std::string> names;
+  for (const formats::Scene& scene : scenes) {
+    for (const formats::SceneObject& object : scene.objects) {
+      names.insert(object.id);
+    }
+  }
+  for (const formats::Scene& scene : scenes) {
+    for (const formats::AttachedObject& attached : scene.attached) {
+      const std::string& frame = attached.object.frame;
+      formats::FramePoses frames;
+      if (const auto pose = frame.empty()
+                                ? std::nullopt
+                                : FindFrame(frame, "object " + Quoted(attached.object.id), situation)) {
+        frames[frame] = *pose;
+      }
+      if (!names.insert(attached.object.id).second) {
+        throw UnusableInput(scene.file + ": found object " + Quoted(attached.object.id) +
+                            " attached to link " + Quoted(attached.link) +
+                            ", whose name something else has, expected another name");
+      }
+      robot = WithAttached(*robot, CoverObject(PlaceAttached(attached, *robot, situation.start, scene.file,
+                                                             situation.base_pose, frames)));
+    }
+  }
+  robot = scene_.Contacts().Attach(robot, scene_.Shapes(), names);
+  for (const formats::Scene& scene : scenes) {
+    robot = WithSceneRules(*situation.robot, *robot, scene);
+  }
+  return robot;
+}
+
 void Situations::PlaceObjects(std::vector<formats::Scene>& scenes, Situation& situation) {
   using Kind = formats::Unhonoured::Kind;
   std::vector<formats::Unhonoured> unhonoured;
@@ -185,16 +229,6 @@ void Situations::PlaceObjects(std::vector<formats::Scene>& scenes, Situation& si
       }
     }
     unhonoured.insert(unhonoured.end(), scene.unhonoured.begin(), scene.unhonoured.end());
-    const std::vector<formats::Unhonoured> attached = FindAttached(scene.attached, scene.file);
-    unhonoured.insert(unhonoured.end(), attached.begin(), attached.end());
-    for (const auto& [link, padding] : scene.link_padding) {
-      if (padding > 0.0) {
-        unhonoured.push_back({Kind::kLinkPadding, "a padding of link " + Quoted(link), scene.file, 0});
-      }
-    }
-    if (const auto difference = FindMatrixDifference(scene, *situation.robot)) {
-      unhonoured.push_back(*difference);
-    }
     rules_.Admit(unhonoured, situation.scope);
     if (scene_.CutMargin()) {
       CutOutRobot(*scene_.CutMargin(), frames, situation, scene);
@@ -216,7 +250,6 @@ Situation Situations::Read(const std::vector<std::string>& scene_files, const fo
     }
     state = request->start;
     rules_.Admit(request->unhonoured, situation.scope);
-    rules_.Admit(FindAttached(request->attached, request->file), situation.scope);
   }
   std::vector<formats::Scene> scenes;
   std::set<std::string> names;
@@ -243,10 +276,17 @@ Situation Situations::Read(const std::vector<std::string>& scene_files, const fo
   situation.start =
       start ? *start
             : formats::ConfigurationFromJoints(description, state, description.defaultCSpaceConfiguration());
-  rules_.Admit(*situation.robot, situation.scope);
   rules_.PutOnLimits(description, "the start", situation.start, notes_);
   CheckState(state, *situation.robot, situation.start);
+  if (request != nullptr) {
+    TakeAttached(*request, scenes);
+  }
+  auto robot = std::make_shared<formats::LoadedRobot>(*situation.robot);
+  robot->description = Attach(scenes, situation);
+  situation.robot = robot;
   PlaceObjects(scenes, situation);
+  robot->description = scene_.Contacts().Apply(robot->description, situation.world);
+  rules_.Admit(*robot, situation.scope);
   return situation;
 }
 

@@ -20,7 +20,8 @@ namespace kavo::command {
 
 //! The robot among its obstacles, as the files say.
 struct Situation {
-  //! With the joints that are not planned for where the request and the scenes put them.
+  //! With the joints that are not planned for where the request and the scenes put them, holding what these
+  //! and the options attach to it, under their rules of contact.
   std::shared_ptr<const formats::LoadedRobot> robot;
   //! In the frame of the robot's base.
   World world;
@@ -73,6 +74,9 @@ class Situations {
                                  const Situation& situation);
   void CutOutRobot(double margin, const formats::FramePoses& frames, const Situation& situation,
                    formats::Scene& scene);
+  static void TakeAttached(const formats::Request& request, std::vector<formats::Scene>& scenes);
+  std::shared_ptr<RobotDescription> Attach(const std::vector<formats::Scene>& scenes,
+                                           const Situation& situation);
   void PlaceObjects(std::vector<formats::Scene>& scenes, Situation& situation);
   Query QueryOf(const formats::Request& request, const formats::Request::Goal& goal, Situation& situation);
 

@@ -2,15 +2,10 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <iterator>
-#include <set>
 #include <utility>
 
 #include "kavo/formats/allowed_collisions_internal.h"
-#include "kavo/formats/robot_file.h"
-#include "kavo/formats/scene.h"
 #include "kavo/formats/text_internal.h"
-#include "kavo/kinematics/interface/robot_description_internal.h"
 
 namespace kavo::formats {
 
@@ -67,68 +62,6 @@ std::optional<AllowedCollisions> ReadAllowedCollisions(const YamlValue& matrix) 
     return std::nullopt;
   }
   return allowed;
-}
-
-namespace {
-
-using NamePair = std::pair<std::string, std::string>;
-
-// The pairs of links that the robot is looked at for, or those that it is not looked at for, if either is
-// known.
-class RobotPairs {
- public:
-  explicit RobotPairs(const LoadedRobot& robot) {
-    if (robot.srdf && !robot.srdf->disabled_pairs.empty()) {
-      is_list_of_allowed_ = true;
-      for (const Srdf::DisabledPair& pair : robot.srdf->disabled_pairs) {
-        pairs_.insert(std::minmax(pair.link1, pair.link2));
-      }
-    } else if (const auto* description =
-                   dynamic_cast<const RobotDescriptionInternal*>(robot.description.get())) {
-      for (const auto& [a, b] : description->collision().pairs) {
-        pairs_.insert(std::minmax(a, b));
-      }
-    }
-  }
-
-  bool AreKnown() const { return !pairs_.empty(); }
-  bool MayTouch(const std::string& a, const std::string& b) const {
-    return (pairs_.count(std::minmax(a, b)) != 0) == is_list_of_allowed_;
-  }
-
- private:
-  std::set<NamePair> pairs_;
-  bool is_list_of_allowed_ = false;
-};
-
-}  // namespace
-
-std::optional<Unhonoured> FindMatrixDifference(const Scene& scene, const LoadedRobot& robot) {
-  if (!scene.allowed_collisions) {
-    return std::nullopt;
-  }
-  const AllowedCollisions& allowed = *scene.allowed_collisions;
-  const auto difference = [&](const std::string& what) {
-    return Unhonoured{Unhonoured::Kind::kAllowedCollisionMatrix, what, scene.file, allowed.line};
-  };
-  const RobotPairs pairs(robot);
-  for (auto a = robot.bodies.begin(); a != robot.bodies.end(); ++a) {
-    for (auto b = std::next(a); pairs.AreKnown() && b != robot.bodies.end(); ++b) {
-      const bool may_touch = allowed.allows(a->first, b->first);
-      if (a->second != b->second && may_touch != pairs.MayTouch(a->first, b->first)) {
-        return difference("an allowed collision matrix by which links " + Quoted(a->first) + " and " +
-                          Quoted(b->first) + (may_touch ? " may" : " must not") +
-                          " touch, other than by the robot's " + (robot.srdf ? "SRDF" : "own pairs"));
-      }
-    }
-    for (const SceneObject& object : scene.objects) {
-      if (!object.parts.empty() && allowed.allows(a->first, object.id)) {
-        return difference("an allowed collision matrix by which link " + Quoted(a->first) + " and object " +
-                          Quoted(object.id) + " may touch");
-      }
-    }
-  }
-  return std::nullopt;
 }
 
 }  // namespace kavo::formats

@@ -84,10 +84,4 @@ KAVO_EXPORT void TakeAttached(Scene& scene, std::vector<AttachedObject>& attache
 KAVO_EXPORT std::vector<ObstacleHandle> AddToWorld(const Scene& scene, World& world,
                                                    const FramePoses& frames = {});
 
-//! The first pair of links of the robot whose contact the scene's allowed collision matrix treats otherwise
-//! than the robot's SRDF does (without one: than the pairs that the robot's description looks at), or the
-//! first object of the scene that a link may touch. Only links with spheres count that are not of one rigid
-//! body.
-KAVO_EXPORT std::optional<Unhonoured> FindMatrixDifference(const Scene& scene, const LoadedRobot& robot);
-
 }  // namespace kavo::formats

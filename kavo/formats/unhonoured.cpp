@@ -6,10 +6,11 @@ namespace kavo::formats {
 
 const std::vector<Unhonoured::Kind>& UnhonouredKinds() {
   using Kind = Unhonoured::Kind;
-  static const std::vector<Kind> kinds = {Kind::kPathConstraints,       Kind::kVisibilityConstraints,
-                                          Kind::kTrajectoryConstraints, Kind::kOrientationConstraints,
-                                          Kind::kLinkPadding,           Kind::kLinkScale,
-                                          Kind::kAttachedObjects,       Kind::kAllowedCollisionMatrix,
+  static const std::vector<Kind> kinds = {Kind::kPathConstraints,
+                                          Kind::kVisibilityConstraints,
+                                          Kind::kTrajectoryConstraints,
+                                          Kind::kOrientationConstraints,
+                                          Kind::kLinkScale,
                                           Kind::kUnknownFrames};
   return kinds;
 }
@@ -24,14 +25,8 @@ const char* ToString(Unhonoured::Kind kind) {
       return "trajectory_constraints";
     case Unhonoured::Kind::kOrientationConstraints:
       return "orientation_constraints";
-    case Unhonoured::Kind::kLinkPadding:
-      return "link_padding";
     case Unhonoured::Kind::kLinkScale:
       return "link_scale";
-    case Unhonoured::Kind::kAttachedObjects:
-      return "attached_objects";
-    case Unhonoured::Kind::kAllowedCollisionMatrix:
-      return "allowed_collision_matrix";
     case Unhonoured::Kind::kUnknownFrames:
       return "unknown_frames";
   }

@@ -15,10 +15,7 @@ struct KAVO_EXPORT Unhonoured {
     kVisibilityConstraints,
     kTrajectoryConstraints,
     kOrientationConstraints,
-    kLinkPadding,
     kLinkScale,
-    kAttachedObjects,
-    kAllowedCollisionMatrix,
     kUnknownFrames,
   };
 

@@ -127,8 +127,6 @@ TEST_F(InputTest, WhatIsNotHonouredIsRefusedUnlessIgnored) {
       {"path_constraints", "path_constraints: {joint_constraints: [{}]}\n", objects + "}]}"},
       {"link_scale", "", objects + "}]}\nlink_scale: [{link_name: upper, scale: 2}]"},
       {"unknown_frames", "", objects + ", header: {frame_id: hall}}]}"},
-      {"allowed_collision_matrix", "",
-       objects + "}]}\nallowed_collision_matrix: {default_entry_names: [o], default_entry_values: [true]}"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.kind);

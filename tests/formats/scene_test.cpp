@@ -245,42 +245,6 @@ TEST(Scene, ObjectsInOtherFramesArePlacedWhereTheseAre) {
   EXPECT_NEAR(world.view().nearestObstacle({1, 3, 0})->distance, -0.5, 1e-12);
 }
 
-TEST(Scene, AMatrixThatDiffersFromTheSrdfIsFound) {
-  LoadedRobot robot;
-  robot.bodies = {{"a", 0}, {"b", 1}, {"c", 2}, {"rigid with c", 2}};
-  Srdf srdf;
-  srdf.disabled_pairs = {{"b", "a", "", 0}};
-  robot.srdf = std::make_shared<const Srdf>(srdf);
-  const auto difference = [&](const std::string& matrix) {
-    const Scene scene = ParseSceneYaml(
-        "{collision_objects: [{id: o, primitives: [{type: sphere, dimensions: [1]}]}],\n"
-        "allowed_collision_matrix: {" +
-            matrix + "}}",
-        "s");
-    const auto found = FindMatrixDifference(scene, robot);
-    return found ? ToText(*found) : "none";
-  };
-  const std::string other = " touch, other than by the robot's SRDF";
-  const std::string start = "s:2: an allowed collision matrix by which ";
-  const std::pair<const char*, std::string> cases[] = {
-      {"", "none"},
-      {"entry_names: [a, b, c], entry_values: [[0, 1, 0], [1, 0, 0], [0, 0, 1]]", "none"},
-      {"entry_names: [a, b], entry_values: [{enabled: [false, true]}, {enabled: [true, false]}]", "none"},
-      {"entry_names: [a, b], entry_values: [[0, 0], [0, 0]]",
-       start + "links \"a\" and \"b\" must not" + other},
-      {"entry_names: [a, b], entry_values: [[0, 1], [1, 0]], default_entry_names: [c], "
-       "default_entry_values: [true]",
-       start + "links \"a\" and \"c\" may" + other},
-      // Where both have a default, both have to allow it.
-      {"default_entry_names: [a, b, c, rigid with c, o], default_entry_values: [1, 1, 0, 0, 0]", "none"},
-      {"entry_names: [a, b, o], entry_values: [[0, 1, 0], [1, 0, 1], [0, 1, 0]]",
-       start + "link \"b\" and object \"o\" may touch"},
-  };
-  for (const auto& [matrix, expected] : cases) {
-    EXPECT_EQ(difference(matrix), expected) << matrix;
-  }
-}
-
 TEST(Scene, FaultsInYamlAreNamedWithTheirLine) {
   const LogCapture quiet;
   testing::ExpectFaults("scene_yaml", [](const std::string& text) { ParseSceneYaml(text, "s"); });

@@ -70,6 +70,9 @@ std::unique_ptr<RobotDescription> WithAttached(const RobotDescription& robot, co
   for (const math::Sphere& sphere : body.spheres) {
     data.collision.addSphere(body.name, sphere);
   }
+  if (!body.allowed_obstacles.empty()) {
+    data.collision.allowed_obstacles[body.name] = body.allowed_obstacles;
+  }
   data.attached.push_back(body);
   return std::make_unique<RobotDescriptionInternal>(std::move(data));
 }

@@ -28,6 +28,8 @@ struct AttachedBody {
   std::vector<math::Sphere> spheres;
   //! Frames of the robot that it may touch, beside those that it does not move against.
   std::vector<std::string> touch_frames;
+  //! The names of obstacles that it may touch.
+  std::vector<std::string> allowed_obstacles = {};
 };
 
 //! The robot with another frame that carries the spheres of a body. A robot that must not touch itself must

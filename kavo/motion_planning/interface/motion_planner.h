@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "kavo/kinematics/interface/robot_description.h"
+#include "kavo/motion_planning/interface/attached_object.h"
 #include "kavo/motion_planning/interface/query_report.h"
 #include "kavo/motion_planning/util/stop_condition.h"
 #include "kavo/util/export.h"
@@ -156,6 +157,16 @@ class KAVO_EXPORT MotionPlanner {
   //! the next query on. Settings stay, and random choices go on where they are. Fatal, without a change,
   //! unless it has the same coordinates and limits, and the task-space frame.
   virtual void setRobot(std::shared_ptr<RobotDescription> robot_description) = 0;
+
+  //! Has the robot hold an object from the next query on: it is covered by spheres (see `CoverObject`), goes
+  //! along with the robot, and touches what a link would touch. A form of the robot, as for `setRobot`.
+  //! Fatal, without a change, for what `WithAttached` and `CoverObject` refuse, and for the name of an
+  //! obstacle that the planner sees: what is attached is no longer in the world (see `AttachFromWorld`).
+  virtual void attach(const AttachedObject& object) = 0;
+
+  //! Takes from the robot what it holds: what was attached under a name, or the spheres of what came with a
+  //! form of the robot. Fatal for another name, and for that of the task-space frame.
+  virtual AttachedObject detach(const std::string& name) = 0;
 
  protected:
   MotionPlanner() = default;

@@ -16,6 +16,8 @@
 #include "kavo/motion_planning/util/motion_shortening.h"
 #include "kavo/motion_planning/util/smoothing.h"
 #include "kavo/util/log_message.h"
+#include "kavo/world/ball_model_internal.h"
+#include "kavo/world/snapshot_internal.h"
 
 namespace kavo::planning {
 
@@ -188,6 +190,38 @@ void MotionPlannerInternal::setRobot(std::shared_ptr<RobotDescription> robot_des
     bi_rrt_environment_->SetRobot(*robot_description);
   }
   robot_description_ = std::move(robot_description);
+}
+
+void MotionPlannerInternal::attach(const AttachedObject& object) {
+  const auto& snapshot = *kavo::internal::SnapshotOf(world_view_);
+  KAVO_CHECK(snapshot.named({object.name}).isEmpty(), kFile, 280)
+      << "An object \"" << object.name << "\" cannot be attached: there is an obstacle of that name.";
+  attached_objects_.reserve(attached_objects_.size() + 1);
+  AttachedObject kept = object;
+  setRobot(WithAttached(*robot_description_, CoverObject(object)));
+  attached_objects_.push_back(std::move(kept));
+}
+
+AttachedObject MotionPlannerInternal::detach(const std::string& name) {
+  KAVO_CHECK(name != motion_planner_config_.task_space_frame_name, kFile, 290)
+      << "\"" << name << "\" is the task-space frame and cannot be detached.";
+  AttachedObject detached;
+  for (const AttachedBody& body : AttachedBodies(*robot_description_)) {
+    if (body.name == name) {
+      detached = {name, body.frame, body.pose, {}, body.touch_frames, body.allowed_obstacles, {}};
+      for (const math::Sphere& sphere : body.spheres) {
+        detached.parts.push_back({SphereObstacle{sphere.radius}, Pose3::FromTranslation(sphere.center)});
+      }
+    }
+  }
+  setRobot(WithoutAttached(*robot_description_, name));
+  const auto known = std::find_if(attached_objects_.begin(), attached_objects_.end(),
+                                  [&](const AttachedObject& object) { return object.name == name; });
+  if (known != attached_objects_.end()) {
+    detached = std::move(*known);
+    attached_objects_.erase(known);
+  }
+  return detached;
 }
 
 void MotionPlannerInternal::validateMotionPlannerConfig() const {

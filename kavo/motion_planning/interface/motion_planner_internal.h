@@ -36,6 +36,8 @@ class KAVO_INTERNAL_EXPORT MotionPlannerInternal final : public MotionPlanner {
   void setStopCondition(StopCondition stop_condition) override;
   std::shared_ptr<RobotDescription> robot() const override { return robot_description_; }
   void setRobot(std::shared_ptr<RobotDescription> robot_description) override;
+  void attach(const AttachedObject& object) override;
+  AttachedObject detach(const std::string& name) override;
 
  private:
   void validateMotionPlannerConfig() const;
@@ -60,6 +62,8 @@ class KAVO_INTERNAL_EXPORT MotionPlannerInternal final : public MotionPlanner {
 
   WorldView world_view_;
   std::shared_ptr<RobotDescription> robot_description_;
+  // What it holds, where that is known by its shape.
+  std::vector<AttachedObject> attached_objects_;
   MotionPlannerConfig motion_planner_config_;
   // Seeds are dealt in the order of building: two to the environment, one to the Jacobian-transpose planner.
   int next_seed_;

@@ -1,0 +1,83 @@
+#include "kavo/motion_planning/interface/attached_object.h"
+
+#include "kavo/kinematics/interface/kinematics.h"
+#include "kavo/motion_planning/interface/motion_planner.h"
+#include "kavo/util/log_message.h"
+
+namespace kavo {
+
+namespace {
+
+constexpr char kFile[] = "motion_planning/interface/attached_object";
+
+Pose3 PoseOf(const MotionPlanner& planner, const std::string& frame, const Eigen::VectorXd& q) {
+  const std::unique_ptr<Kinematics> kinematics = planner.robot()->kinematics();
+  return kinematics->pose(q, kinematics->frame(frame));
+}
+
+}  // namespace
+
+AttachedBody CoverObject(const AttachedObject& object) {
+  KAVO_CHECK(!object.parts.empty(), kFile, 24)
+      << "An object \"" << object.name << "\" cannot be attached: it has no parts.";
+  const CoverOptions options{object.cover_tolerance.value_or(DefaultCoverTolerance(object.parts)), {}};
+  return {object.name,         object.frame,
+          object.pose,         CoverBySpheres(object.parts, options).spheres,
+          object.touch_frames, object.allowed_obstacles};
+}
+
+AttachedObject AttachFromWorld(MotionPlanner& planner, World& world, const std::string& obstacle,
+                               const std::string& frame, const Eigen::VectorXd& q,
+                               const std::vector<std::string>& touch_frames,
+                               const std::vector<std::string>& allowed_obstacles) {
+  std::vector<ObstacleHandle> handles;
+  for (const ObstacleHandle handle : world.obstacles()) {
+    if (world.isEnabled(handle) && world.name(handle) == obstacle) {
+      handles.push_back(handle);
+    }
+  }
+  KAVO_CHECK(!handles.empty(), kFile, 44) << "There is no obstacle \"" << obstacle << "\" to be attached.";
+  const Pose3 pose = world.pose(handles.front());
+  AttachedObject object;
+  object.name = obstacle;
+  object.frame = frame;
+  object.pose = PoseOf(planner, frame, q).inverse() * pose;
+  for (const ObstacleHandle handle : handles) {
+    object.parts.push_back({world.shape(handle), pose.inverse() * world.pose(handle)});
+  }
+  object.touch_frames = touch_frames;
+  object.allowed_obstacles = allowed_obstacles;
+  // Out of the way first, since its name must not be that of an obstacle; for good once it is attached.
+  for (const ObstacleHandle handle : handles) {
+    world.disable(handle);
+  }
+  planner.updateWorldView();
+  try {
+    planner.attach(object);
+  } catch (...) {
+    for (const ObstacleHandle handle : handles) {
+      world.enable(handle);
+    }
+    planner.updateWorldView();
+    throw;
+  }
+  for (const ObstacleHandle handle : handles) {
+    world.remove(handle);
+  }
+  return object;
+}
+
+std::vector<ObstacleHandle> DetachIntoWorld(MotionPlanner& planner, World& world, const std::string& name,
+                                            const Eigen::VectorXd& q) {
+  // Where it is, as long as it is part of the robot.
+  const Pose3 pose = PoseOf(planner, name, q);
+  const AttachedObject object = planner.detach(name);
+  std::vector<ObstacleHandle> handles;
+  for (const CoverPart& part : object.parts) {
+    handles.push_back(world.add(part.shape, pose * part.pose, object.name));
+  }
+  planner.updateWorldView();
+  return handles;
+}
+
+}  // namespace kavo
