@@ -25,6 +25,8 @@ class ContactOptions {
   //! This object must outlive the parsing.
   void AddOptions(CLI::App& app);
 
+  bool IsEmpty() const { return attached_.empty() && allowed_.empty() && paddings_.empty(); }
+
   //! The files that are read: what each is, and its name.
   std::vector<std::pair<std::string, std::string>> Files() const;
 

@@ -19,8 +19,10 @@
 #include "apps/kavo/reach.h"
 #include "apps/kavo/robot_options.h"
 #include "apps/kavo/scene_options.h"
+#include "apps/kavo/situation.h"
 #include "apps/kavo/text.h"
 #include "kavo/kinematics/interface/robot_description_internal.h"
+#include "kavo/kinematics/interface/robot_variants.h"
 #include "kavo/motion_planning/interface/motion_planner_config.h"
 
 namespace kavo::command {
@@ -149,17 +151,46 @@ void PrintScene(const formats::Scene& scene) {
     }
   }
   std::cout << Table(rows);
-  for (const formats::AttachedObject& attached : scene.attached) {
-    std::cout << "'" << Printable(attached.object.id) << "' is attached to link '" << Printable(attached.link)
-              << "'"
-              << (attached.touch_links.empty() ? "" : " and may touch " + JoinQuoted(attached.touch_links))
-              << "\n";
-  }
-  for (const auto& [link, padding] : scene.link_padding) {
-    std::cout << "padding of link '" << Printable(link) << "': " << Distance(padding) << "\n";
-  }
   for (const formats::Unhonoured& unhonoured : scene.unhonoured) {
     std::cout << "not honoured: " << Printable(ToText(unhonoured)) << "\n";
+  }
+}
+
+// What the robot holds, what it may touch and how far it has to stay away, as the scenes and options say.
+void PrintRules(const RobotDescription& robot) {
+  const auto& collision = dynamic_cast<const RobotDescriptionInternal&>(robot).collision();
+  for (const AttachedBody& body : AttachedBodies(robot)) {
+    std::cout << "'" << Printable(body.name) << "' is held by '" << Printable(body.frame) << "', as "
+              << collision.spheresOf(body.name).size() << " spheres\n";
+  }
+  const std::vector<std::string> frames = robot.kinematics()->frameNames();
+  for (const std::string& frame : frames) {
+    if (const std::vector<std::string> names = collision.allowedObstaclesOf(frame); !names.empty()) {
+      std::cout << "'" << Printable(frame) << "' may touch " << JoinQuoted(names) << "\n";
+    }
+  }
+  for (const std::string& frame : frames) {
+    if (const double padding = collision.paddingOf(frame); padding > 0.0) {
+      std::cout << "'" << Printable(frame) << "' stays " << Distance(padding) << " away from obstacles\n";
+    }
+  }
+  std::cout << "pairs of frames that must not touch each other among these: " << collision.pairs.size()
+            << "\n";
+}
+
+void PrintSituation(const RobotModel& robot, const SceneOptions& scene) {
+  const InputRules rules;
+  try {
+    const Situation situation = Situations(robot, rules, scene).Read(scene.SceneFiles(), nullptr);
+    PrintRules(*situation.robot->description);
+    for (const ObstacleHandle obstacle : situation.world.obstacles()) {
+      if (const double padding = situation.world.padding(obstacle); padding > 0.0) {
+        std::cout << "obstacle '" << Printable(situation.world.name(obstacle)) << "' is " << Distance(padding)
+                  << " larger all around\n";
+      }
+    }
+  } catch (const UnusableInput& unusable) {
+    std::cout << "cannot be planned for as it stands: " << unusable.what() << "\n";
   }
 }
 
@@ -186,7 +217,8 @@ void PrintParameters(const std::shared_ptr<RobotDescription>& robot) {
 }
 
 int Info(const InfoOptions& options) {
-  const std::shared_ptr<const formats::LoadedRobot> made = options.robot.Load().Make({});
+  RobotModel model = options.robot.Load();
+  const std::shared_ptr<const formats::LoadedRobot> made = model.Make({});
   const formats::LoadedRobot& robot = *made;
   if (options.parameters) {
     PrintParameters(robot.description);
@@ -212,6 +244,10 @@ int Info(const InfoOptions& options) {
     std::cout << "not covered by spheres: link '" << Printable(link.name) << "' (" << link.kind << ")\n";
   }
   PrintScenes(options.scene);
+  if (!options.scene.IsEmpty()) {
+    std::cout << "\nrobot '" << Printable(robot.name) << "' among these:\n";
+    PrintSituation(model, options.scene);
+  }
   return kDone;
 }
 

@@ -23,6 +23,9 @@ class SceneOptions {
   //! This object must outlive the parsing.
   void AddOptions(CLI::App& app);
 
+  //! Whether they say nothing at all.
+  bool IsEmpty() const { return scenes_.empty() && obstacles_.empty() && contacts_.IsEmpty(); }
+
   //! The scenes.
   const std::vector<std::string>& SceneFiles() const { return scenes_; }
 
