@@ -113,7 +113,7 @@ TEST(CommandLineTest, WritesItsOwnManualPageAndCompletion) {
     return ReadFile(folder / "out");
   };
   EXPECT_EQ(complete("kavo b", 1), "bench\n");
-  EXPECT_EQ(complete("kavo check --pa", 2), "--path\n");
+  EXPECT_EQ(complete("kavo check --pat", 2), "--path\n");
   EXPECT_EQ(complete("kavo info --robot fra", 3), "franka\n");
   EXPECT_EQ(complete("kavo plan --scene " + script.substr(0, script.size() - 3), 3), script + "\n");
 }
