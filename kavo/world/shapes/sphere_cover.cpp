@@ -121,7 +121,7 @@ class CoverSearch {
 
 // Of the points as many as a fraction of the disc of the ball that covers one best is wide.
 void CoverSearch::choosePoints() {
-  constexpr double kSpacing = 0.25;
+  constexpr double kSpacing = 0.3;
   const std::vector<Eigen::Vector3d> samples = outside_.samples();
   const PointIndex index(samples);
   std::vector<std::uint32_t> order(samples.size());
@@ -230,13 +230,17 @@ std::vector<Eigen::Vector3d> CoverSearch::findUncovered() {
 std::optional<std::vector<math::Sphere>> CoverSearch::run() {
   // In the first rounds new places are tried, in those that follow gaps are closed with what has been found
   // and balls about points in the gaps; at last by such balls alone, which comes to an end.
-  constexpr int kTryingRounds = 4;
+  constexpr int kTryingRounds = 3;
   constexpr int kClosingRounds = 12;
-  constexpr std::size_t kFirstEffort = 10'000'000;
-  constexpr std::size_t kEffort = 5'000'000;
+  constexpr std::size_t kFirstEffort = 6'000'000;
+  constexpr std::size_t kEffort = 3'000'000;
   choosePoints();
   addEnclosing(points_);
-  const std::vector<Ball> first_balls = balls_;
+  // Every fourth of the first ones is enough beside those that come to be tried near chosen ones.
+  std::vector<Ball> first_balls;
+  for (std::size_t i = 0; i < balls_.size(); i += 4) {
+    first_balls.push_back(balls_[i]);
+  }
   std::vector<Ball> good_balls;
   select(0, kFirstEffort);
   double share = 0.5;

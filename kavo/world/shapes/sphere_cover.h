@@ -47,7 +47,7 @@ struct SphereCover {
 //! \param parts At least one; a half-space, a size that is not positive (radii of points may be zero) and a
 //!     pose that is not finite are fatal errors.
 //! \return The same for the same input on every machine. How long it takes depends above all on the number of
-//!     spheres: some ten milliseconds for ten of them, a second for a hundred.
+//!     spheres: some tenths of a second for twenty of them, some seconds for a hundred.
 KAVO_EXPORT SphereCover CoverBySpheres(const std::vector<CoverPart>& parts, const CoverOptions& options);
 
 //! A tolerance that suits the size of the parts: a thirtieth of the diagonal of the box around them, at least
