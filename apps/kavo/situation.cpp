@@ -187,12 +187,14 @@ std::shared_ptr<RobotDescription> Situations::Attach(const std::vector<formats::
   }
   for (const formats::Scene& scene : scenes) {
     for (const formats::AttachedObject& attached : scene.attached) {
+      // A frame of the robot is known to whoever places the object, and of no interest after that.
       const std::string& frame = attached.object.frame;
+      const std::vector<std::string> own = robot->kinematics()->frameNames();
       formats::FramePoses frames;
-      if (const auto pose = frame.empty()
-                                ? std::nullopt
-                                : FindFrame(frame, "object " + Quoted(attached.object.id), situation)) {
-        frames[frame] = *pose;
+      if (!frame.empty() && std::find(own.begin(), own.end(), frame) == own.end()) {
+        if (const auto pose = FindFrame(frame, "object " + Quoted(attached.object.id), situation)) {
+          frames[frame] = *pose;
+        }
       }
       if (!names.insert(attached.object.id).second) {
         throw UnusableInput(scene.file + ": found object " + Quoted(attached.object.id) +

@@ -169,6 +169,50 @@ TEST_F(InputTest, ALinkWithoutSpheresIsRefusedUnlessAllowed) {
               HasSubstr("check: proven free at every "));
 }
 
+TEST_F(InputTest, WhatIsHeldAllowedAndPaddedCounts) {
+  // A pin 0.3 m beyond the tip at the last waypoint.
+  const std::string scene =
+      Replaced(Replaced(kPegScene, "[2, 0, 0]", "[1.243, 1.935, 0]"), "[0.25]", "[0.05]");
+  const std::string held =
+      scene +
+      "robot_state: {attached_collision_objects: [{link_name: gripper, object: {id: cup, "
+      "primitives: [{type: sphere, dimensions: [0.1]}], primitive_poses: [{position: "
+      "[0.3, 0, 0]}]}}]}\n";
+  const std::string let_touch =
+      "allowed_collision_matrix: {entry_names: [cup, peg], entry_values: [[0, 1], [1, 0]]}\n";
+  const struct {
+    std::string scene;
+    Arguments options;
+    int status;
+    std::string text;
+  } cases[] = {
+      {scene, {}, 0, "clearance: 150 mm"},
+      {scene, {"--attach", "sphere:0.1@gripper,0.3,0,0"}, 1, "frame 'sphere' reaches"},
+      {scene, {"--attach", "sphere:0.1@gripper,0.3,0,0", "--allow", "peg:sphere"}, 0, "clearance: 150 mm"},
+      {scene, {"--padding", "0.2"}, 1, "clearance: -50.2 mm between frame 'lower' and 'peg'"},
+      {scene, {"--padding", "0.2", "--padding", "lower=0.1"}, 0, "clearance: 49.8 mm"},
+      {scene, {"--padding", "peg=0.2"}, 1, "clearance: -50.2 mm between frame 'lower' and 'peg'"},
+      {held, {}, 1, "frame 'cup' reaches"},
+      {held + let_touch, {}, 0, "clearance: 150 mm"},
+      {scene + "link_padding: [{link_name: lower, padding: 0.2}]\n", {}, 1, "frame 'lower' reaches"},
+      {scene, {"--attach", "sphere:0.1@claw"}, 2, "the robot has no frame 'claw'"},
+      {scene, {"--allow", "lower:cup"}, 2, "--allow lower:cup: expected LINK:NAME"},
+      {scene, {"--padding", "cup=0.1"}, 2, "there is no link or obstacle 'cup'"},
+      {scene, {"--padding", "-0.1"}, 2, "a number of at least 0"},
+  };
+  const std::string path = folder_.Write("path.csv", "1.5707963267948966,0\n1,0\n");
+  for (const auto& c : cases) {
+    const Outcome check = Run({"check", "--path", path}, c.options, c.scene);
+    EXPECT_EQ(check.status, c.status) << c.text << check.errors;
+    EXPECT_THAT(check.output + check.errors, HasSubstr(c.text));
+  }
+  EXPECT_THAT(RunKavo({"info", "--robot", folder_ / "arm.urdf", "--scene",
+                       folder_.Write("held.yaml", held + let_touch), "--padding", "lower=0.1"})
+                  .output,
+              AllOf(HasSubstr("'cup' is held by 'gripper', as "), HasSubstr("'cup' may touch 'peg'"),
+                    HasSubstr("'lower' stays 100 mm away from obstacles")));
+}
+
 TEST_F(InputTest, ObjectsInTheFrameOfALinkAreThere) {
   const auto scene = [](const std::string& frame, const std::string& place) {
     return "collision_objects: [{id: cup, header: {frame_id: " + frame +
