@@ -154,9 +154,11 @@ CurveOrder::CurveOrder(const Bounds& bounds) {
   for (int axis = 0; axis < 3; ++axis) {
     size = std::max(size, bounds.high[axis] - bounds.low[axis]);
   }
+  // Places that are no farther apart than the least numbers are count as one.
+  const double scale = ((1u << kNumBits) - 1u) / size;
   for (int axis = 0; axis < 3; ++axis) {
     low_[axis] = bounds.low[axis];
-    scale_[axis] = size > 0.0 ? ((1u << kNumBits) - 1u) / size : 0.0;
+    scale_[axis] = std::isfinite(scale) ? scale : 0.0;
   }
 }
 
