@@ -6,6 +6,7 @@
 #include <limits>
 #include <memory>
 #include <utility>
+#include <variant>
 
 #include "kavo/math/bounding_sphere.h"
 #include "kavo/util/log_message.h"
@@ -296,6 +297,19 @@ std::optional<SphereCover> CoverWithin(const CoverRegion& region, double toleran
   return SphereCover{std::move(*spheres), tolerance, tolerance};
 }
 
+// Parts that are all spheres are their own cover.
+std::optional<SphereCover> OwnCover(const std::vector<CoverPart>& parts, double tolerance) {
+  SphereCover cover{{}, 0.0, tolerance};
+  for (const CoverPart& part : parts) {
+    const auto* const sphere = std::get_if<SphereObstacle>(&part.shape);
+    if (sphere == nullptr) {
+      return std::nullopt;
+    }
+    cover.spheres.push_back({part.pose.translation(), sphere->radius});
+  }
+  return cover;
+}
+
 }  // namespace
 
 SphereCover CoverBySpheres(const std::vector<CoverPart>& parts, const CoverOptions& options) {
@@ -305,6 +319,10 @@ SphereCover CoverBySpheres(const std::vector<CoverPart>& parts, const CoverOptio
   KAVO_CHECK(options.max_spheres ? *options.max_spheres > 0 : options.tolerance > 0.0, kFile, 302)
       << "A cover of no spheres, or of tolerance zero without a largest number of spheres.";
   const std::size_t max_spheres = options.max_spheres.value_or(kMaxSpheres);
+  if (std::optional<SphereCover> own = OwnCover(parts, options.tolerance);
+      own && own->spheres.size() <= max_spheres) {
+    return *own;
+  }
   // Below that, rounding would be as large as what is measured.
   double low = std::max(options.tolerance, 1e-9 * region.diagonal() + 1e4 * region.rounding());
   if (options.tolerance > 1e-4 * region.diagonal()) {
