@@ -153,6 +153,28 @@ TEST_P(BatchTest, DecidesAsTheExactCheckWhereContactBegins) {
   EXPECT_GT(num_boundaries, 300);
 }
 
+// A small ball on a rail through a closed mesh, mostly far from its surface.
+TEST_P(BatchTest, KnowsTheInsideOfAMesh) {
+  World world;
+  world.add(MeshObstacle{test::RandomScene(61).mesh(1.0, false)}, Pose3());
+  RobotDescriptionBuilder builder("base");
+  builder.addJoint({"rail", JointType::kPrismatic, "base", "cart", {}, {1.0, 0.0, 0.0}, {{-2.0, 2.0}}});
+  builder.addCollisionSphere("cart", {0.0, 0.01, 0.02}, 0.01);
+  const auto description = builder.build();
+  const auto environment =
+      CreateRobotEnvironment({description.get(), world.view(), Eigen::VectorXd::Ones(1), 10, 1, 2});
+  const testing::PlainCheck plain(*description, world);
+  int num_valid = 0;
+  for (int k = 0; k < 100; ++k) {
+    const Eigen::MatrixXd batch = Eigen::MatrixXd::Constant(1, 3, -1.5 + 0.03 * k);
+    num_valid += environment->CountValid(batch) == 3 ? 1 : 0;
+    ASSERT_EQ(environment->CountValid(batch), plain.CountValid(batch)) << k;
+  }
+  EXPECT_GT(num_valid, 20);
+  EXPECT_LT(num_valid, 80);
+  EXPECT_FALSE(environment->IsValidMotion(Eigen::VectorXd::Zero(1), Eigen::VectorXd::Constant(1, 0.05), 1.0));
+}
+
 TEST_P(BatchTest, TakesAnyAngleAndManyConfigurations) {
   // Where the arm is at the angle 0, which no lane must be taken for.
   World world;
