@@ -51,7 +51,7 @@ std::vector<planning::CSpacePlanner> Planners(const BenchOptions& options, const
 
 int Bench(const BenchOptions& options) {
   const SceneOptions no_more;
-  Situations situations(options.robot.Load(), options.rules, no_more);
+  Situations situations(options.robot.Load(options.rules.AllowsUncovered()), options.rules, no_more);
   const formats::LoadedRobot& robot = situations.Robot();
   PlannerSettings settings = options.planner;
   settings.SetDefault("task_space_frame_name", robot.tip_frame);
@@ -63,6 +63,9 @@ int Bench(const BenchOptions& options) {
   }
   const std::vector<Problem> problems = ReadProblems(options.directory, options.families, situations);
   std::vector<std::pair<std::string, std::string>> files = options.robot.Files();
+  for (auto& file : MeshFiles(robot)) {
+    files.push_back(std::move(file));
+  }
   files.emplace_back("config", options.planner.File());
   std::vector<std::pair<std::string, std::string>> inputs = files;
   for (const Problem& problem : problems) {

@@ -64,7 +64,7 @@ std::vector<Eigen::VectorXd> ForRobot(const formats::PathFile& file, const Robot
 
 int Check(const CheckOptions& options) {
   const std::string file = options.path_file == "-" ? "/dev/stdin" : options.path_file;
-  Situations situations(options.robot.Load(), options.rules, options.scene);
+  Situations situations(options.robot.Load(options.rules.AllowsUncovered()), options.rules, options.scene);
   const formats::PathFile path_file = formats::ReadPath(file, options.run);
   std::vector<Eigen::VectorXd> path = ForRobot(path_file, *situations.Robot().description);
   // A plan says where the joints stood that it does not move.

@@ -34,5 +34,6 @@ void AddCheckCommand(CLI::App& app, Run& run);
 void AddBenchCommand(CLI::App& app, Run& run);
 void AddInfoCommand(CLI::App& app, Run& run);
 void AddPairsCommand(CLI::App& app, Run& run);
+void AddSpheresCommand(CLI::App& app, Run& run);
 
 }  // namespace kavo::command

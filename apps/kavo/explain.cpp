@@ -162,7 +162,7 @@ std::string ExplainFailure(const QueryReport& report, const RobotDescription& ro
 
 std::string Explain(const planning::PathCheck& check, const RobotDescription& robot, const Scope& scope,
                     std::size_t num_segments, double step_size) {
-  std::string text = check.IsValid()   ? scope.Verdict("valid") + " at all "
+  std::string text = check.IsValid()   ? scope.Verdict(false) + " at all "
                      : check.first_bad ? "NOT valid at " + std::to_string(check.num_bad) + " of "
                                        : "STOPPED before the end, nothing found in the first ";
   text += std::to_string(check.num_configurations) + " configurations, " + Number(step_size) +
@@ -178,7 +178,7 @@ std::string Explain(const planning::PathProof& proof, const RobotDescription& ro
   using Verdict = planning::PathProof::Verdict;
   std::string text;
   if (proof.IsFree()) {
-    text = scope.Verdict("proven free") + " at every configuration" +
+    text = scope.Verdict(true) + " at every configuration" +
            (scope.has_spheres ? ", sphere by sphere; clearances within " + Distance(options.tolerance) : "");
   } else if (proof.verdict == Verdict::kStopped) {
     text = "STOPPED before the end of the proof, nothing found until then";

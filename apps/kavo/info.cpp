@@ -194,10 +194,10 @@ void PrintSituation(const RobotModel& robot, const SceneOptions& scene) {
   }
 }
 
-void PrintScenes(const SceneOptions& options) {
+void PrintScenes(const SceneOptions& options, const formats::PackageFolders& packages) {
   std::set<std::string> names;
   for (const std::string& file : options.SceneFiles()) {
-    const formats::Scene scene = formats::ReadScene(file, options.FileOptions());
+    const formats::Scene scene = formats::ReadScene(file, options.FileOptions(packages));
     for (const formats::SceneObject& object : scene.objects) {
       names.insert(object.id);
     }
@@ -217,7 +217,7 @@ void PrintParameters(const std::shared_ptr<RobotDescription>& robot) {
 }
 
 int Info(const InfoOptions& options) {
-  RobotModel model = options.robot.Load();
+  RobotModel model = options.robot.Load(true);
   const std::shared_ptr<const formats::LoadedRobot> made = model.Make({});
   const formats::LoadedRobot& robot = *made;
   if (options.parameters) {
@@ -232,6 +232,9 @@ int Info(const InfoOptions& options) {
   const auto& description = dynamic_cast<const RobotDescriptionInternal&>(*robot.description);
   PrintJoints(description);
   PrintFrames(description, at);
+  if (const std::string table = LinkShapeTable(robot, false); !table.empty()) {
+    std::cout << "\n" << table;
+  }
   PrintReach(*robot.description, robot.tip_frame);
   for (const auto& [name, q] : robot.named_configurations) {
     std::cout << "configuration '" << Printable(name) << "': " << Configuration(q) << "\n";
@@ -243,7 +246,7 @@ int Info(const InfoOptions& options) {
   for (const auto& link : robot.uncovered_links) {
     std::cout << "not covered by spheres: link '" << Printable(link.name) << "' (" << link.kind << ")\n";
   }
-  PrintScenes(options.scene);
+  PrintScenes(options.scene, options.robot.Packages());
   if (!options.scene.IsEmpty()) {
     std::cout << "\nrobot '" << Printable(robot.name) << "' among these:\n";
     PrintSituation(model, options.scene);

@@ -36,9 +36,11 @@ std::vector<std::string> Scope::Ignored() const {
   return names;
 }
 
-std::string Scope::Verdict(const std::string& word) const {
-  std::string text = word;
-  if (!has_spheres) {
+std::string Scope::Verdict(bool is_proof) const {
+  std::string text = is_proof ? "proven free" : "valid";
+  if (cover) {
+    text = (is_proof ? "proven for " : "valid for ") + cover->Text();
+  } else if (!has_spheres) {
     text += " for the limits only (the robot has no collision spheres)";
   } else if (!uncovered_links.empty()) {
     text += " for the covered links only (not " + JoinQuoted(uncovered_links) + ")";
@@ -79,9 +81,10 @@ void InputRules::AddOptions(CLI::App& app) {
       ->group(group)
       ->allow_extra_args(false)
       ->check(CLI::IsMember(KindNames()).description(""));
-  app.add_flag("--allow-uncovered", allows_uncovered_,
-               "Take a robot of which some links have collision geometry but no spheres for it; they are not "
-               "checked")
+  app.add_flag(
+         "--allow-uncovered", allows_uncovered_,
+         "Take a robot of which some links have collision geometry that no spheres stand for (a mesh that "
+         "is missing, or all with --no-cover); it is not checked")
       ->group(group);
   app.add_option(
          "--limit-tolerance", limit_tolerance_,
@@ -127,24 +130,23 @@ void InputRules::Admit(const std::vector<formats::Unhonoured>& unhonoured, Scope
 void InputRules::Admit(const formats::LoadedRobot& robot, Scope& scope) const {
   const auto& description = dynamic_cast<const RobotDescriptionInternal&>(*robot.description);
   scope.has_spheres = !description.collision().frames.empty();
+  scope.cover = FindCompleteCover(robot);
   scope.num_self_collision_pairs = description.collision().pairs.size();
   if (robot.uncovered_links.empty()) {
     return;
   }
   std::vector<std::string> names;
   std::string text;
-  bool are_all_meshes = true;
   for (const formats::LoadedRobot::UncoveredLink& link : robot.uncovered_links) {
     text += (names.empty() ? "'" : ", '") + link.name + "' (" + link.kind + ")";
-    are_all_meshes = are_all_meshes && link.kind == "mesh";
     names.push_back(link.name);
   }
   if (!allows_uncovered_) {
     throw UnusableInput("collision geometry of " + std::to_string(names.size()) +
                         (names.size() == 1 ? " link" : " links") +
-                        " is not covered by spheres: " + Printable(text) + "; give " +
-                        (are_all_meshes ? "" : "--cover METRES, which covers boxes and cylinders, or ") +
-                        "--spheres FILE; or --allow-uncovered, and they are not checked");
+                        " is not covered by spheres: " + Printable(text) +
+                        "; leave --no-cover out, or give --spheres FILE; or "
+                        "--allow-uncovered, and they are not checked");
   }
   scope.uncovered_links = names;
 }

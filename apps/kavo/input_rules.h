@@ -2,10 +2,12 @@
 
 #include <Eigen/Core>
 #include <cstddef>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
 
+#include "apps/kavo/link_shapes.h"
 #include "kavo/formats/robot_file.h"
 #include "kavo/formats/unhonoured.h"
 
@@ -23,6 +25,8 @@ struct Scope {
   std::vector<std::string> uncovered_links;
   //! Whether the robot has spheres at all.
   bool has_spheres = true;
+  //! What the spheres are a complete cover of.
+  std::optional<CompleteCover> cover;
   //! Pairs of frames of the robot that were looked at for contact with each other.
   std::size_t num_self_collision_pairs = 0;
 
@@ -30,8 +34,9 @@ struct Scope {
   std::vector<std::string> Ignored() const;
 
   //! What a path that passes is: "valid", "valid for the covered links only (not 'hand')", "valid with
-  //! attached_objects ignored", with another word for it if it was proven.
-  std::string Verdict(const std::string& word) const;
+  //! attached_objects ignored", "proven for the collision meshes (cover 5 mm)".
+  //! \param is_proof Whether it was proven, and not only looked at.
+  std::string Verdict(bool is_proof) const;
 
   //! "27 pairs of frames looked at", "not looked at".
   std::string SelfCollision() const;
@@ -58,6 +63,8 @@ class InputRules {
   //! Throws `UnusableInput` for a robot with links that are not covered, unless that is allowed; they then go
   //! to the scope, as do its pairs of frames.
   void Admit(const formats::LoadedRobot& robot, Scope& scope) const;
+
+  bool AllowsUncovered() const { return allows_uncovered_; }
 
   bool IsIgnored(formats::Unhonoured::Kind kind) const { return ignored_.count(kind) != 0; }
 

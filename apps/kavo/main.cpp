@@ -72,6 +72,7 @@ int main(int argc, char** argv) {
   kavo::command::AddBenchCommand(app, run);
   kavo::command::AddInfoCommand(app, run);
   kavo::command::AddPairsCommand(app, run);
+  kavo::command::AddSpheresCommand(app, run);
   std::string overview;
   AddHelpCommand(app, run, overview);
   app.footer(

@@ -18,6 +18,7 @@
 #include "apps/kavo/builtin_robots.h"
 #include "apps/kavo/command.h"
 #include "apps/kavo/help.h"
+#include "apps/kavo/link_shapes.h"
 #include "apps/kavo/output_file.h"
 #include "apps/kavo/text.h"
 #include "kavo/formats/robot_file.h"
@@ -33,8 +34,7 @@ namespace {
 struct PairsOptions {
   std::string robot;
   std::string srdf;
-  std::string spheres;
-  std::optional<double> cover;
+  LinkShapeOptions link_shapes;
   int num_samples = FramePairOptions().num_samples;
   bool disable_unseen = false;
   std::optional<std::string> output;
@@ -93,22 +93,21 @@ bool IsOfUser(const formats::Srdf::DisabledPair& pair) {
 
 formats::LoadedRobot Load(const PairsOptions& options) {
   if (IsBuiltin(options.robot)) {
-    if (!options.srdf.empty() || !options.spheres.empty() || options.cover) {
+    if (!options.srdf.empty() || options.link_shapes.AreGiven()) {
       throw UnusableInput("the built-in robot '" + options.robot + "' takes no further robot options");
     }
     return LoadBuiltin(options.robot, false);
   }
   formats::RobotFileOptions robot;
   robot.srdf_file = options.srdf;
-  robot.spheres_file = options.spheres;
-  robot.cover_tolerance = options.cover;
+  options.link_shapes.Apply(robot);
   return formats::LoadRobot(options.robot, robot);
 }
 
 std::string SrdfText(const PairsOptions& options, const formats::LoadedRobot& robot,
                      const std::vector<formats::Srdf::DisabledPair>& pairs) {
   std::map<std::string, std::vector<math::Sphere>> spheres;
-  if (!options.spheres.empty() || options.cover) {
+  if (options.link_shapes.GivesSpheres()) {
     const auto& description = dynamic_cast<const RobotDescriptionInternal&>(*robot.description);
     for (const std::string& frame : description.collision().frames) {
       spheres[frame] = description.collision().spheresOf(frame);
@@ -123,8 +122,8 @@ std::string SrdfText(const PairsOptions& options, const formats::LoadedRobot& ro
 }
 
 int Pairs(const PairsOptions& options) {
-  const std::vector<std::pair<std::string, std::string>> inputs = {{"robot", options.robot},
-                                                                   {"spheres", options.spheres}};
+  std::vector<std::pair<std::string, std::string>> inputs = options.link_shapes.Files();
+  inputs.emplace_back("robot", options.robot);
   // The SRDF that is read may be the one that is written.
   OutputFile output("--output", options.output, inputs);
   const formats::LoadedRobot robot = Load(options);
@@ -189,15 +188,7 @@ void AddPairsCommand(CLI::App& app, Run& run) {
           "'User' stay")
       ->type_name("FILE")
       ->group("Robot");
-  pairs->add_option("--spheres", options->spheres, "YAML file with the collision spheres of the links")
-      ->type_name("FILE")
-      ->group("Robot");
-  pairs
-      ->add_option("--cover", options->cover,
-                   "Cover collision boxes and cylinders by spheres that bulge no more than this (metres)")
-      ->type_name("METRES")
-      ->check(CheckPositive)
-      ->group("Robot");
+  options->link_shapes.AddOptions(*pairs);
   pairs->add_option("--samples", options->num_samples, "Random configurations to look at")
       ->type_name("N")
       ->group("Pairs")

@@ -19,6 +19,9 @@ CheckedPath CheckAlong(const std::vector<Eigen::VectorXd>& path, const Situation
   formats::PathCheck& record = checked.record;
   record.ignored = scope.Ignored();
   record.uncovered_links = scope.uncovered_links;
+  if (scope.cover) {
+    record.cover_tolerance = scope.cover->tolerance;
+  }
   record.num_self_collision_pairs = scope.num_self_collision_pairs;
   const auto note_clearances = [&](const auto& found) {
     if (found.clearance) {
@@ -32,7 +35,7 @@ CheckedPath CheckAlong(const std::vector<Eigen::VectorXd>& path, const Situation
     const planning::PathCheck check =
         planning::CheckPath(robot, situation.world.view(), path, *step_size, stop);
     record.passed = check.IsValid();
-    record.verdict = check.IsValid() ? scope.Verdict("valid") : "not valid";
+    record.verdict = check.IsValid() ? scope.Verdict(false) : "not valid";
     record.step = *step_size;
     record.num_configurations = check.num_configurations;
     record.fault = check.first_bad ? Explain(check.first_bad->fault, robot) : "";
@@ -42,7 +45,7 @@ CheckedPath CheckAlong(const std::vector<Eigen::VectorXd>& path, const Situation
     const planning::PathProofOptions options;
     const planning::PathProof proof = planning::ProvePath(robot, situation.world.view(), path, options, stop);
     record.passed = proof.IsFree();
-    record.verdict = proof.IsFree() ? scope.Verdict("proven free") : ToString(proof.verdict);
+    record.verdict = proof.IsFree() ? scope.Verdict(true) : ToString(proof.verdict);
     record.tolerance = options.tolerance;
     record.num_configurations = proof.num_placements;
     record.fault = proof.bad ? Explain(proof.bad->fault, robot) : "";

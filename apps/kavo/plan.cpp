@@ -104,7 +104,7 @@ class Planning {
         json_file_("--json", options.json_file, options.Inputs()),
         csv_file_("--csv", options.csv_file, options.Inputs()),
         settings_(options.planner),
-        situations_(options.robot.Load(), options.rules, options.scene),
+        situations_(options.robot.Load(options.rules.AllowsUncovered()), options.rules, options.scene),
         seconds_(options.time_limit) {
     if (json_file_.IsSameAs(csv_file_)) {
       throw UnusableInput("--json and --csv cannot both be written to " + *options.csv_file);
@@ -119,7 +119,7 @@ class Planning {
       }
     } else {
       const formats::Request request =
-          formats::ReadRequest(options_.request_file, options_.scene.FileOptions());
+          formats::ReadRequest(options_.request_file, options_.scene.FileOptions(options_.robot.Packages()));
       situation_ = situations_.Read(options_.scene.SceneFiles(), &request);
       queries_ = situations_.QueriesOf(request, situation_);
       num_attempts_ = request.num_planning_attempts;
@@ -372,7 +372,11 @@ class Planning {
   formats::PlanRecord Record(const Attempt& attempt) const {
     formats::PlanRecord record;
     record.version = Version();
-    record.files = HashFiles(options_.Inputs());
+    std::vector<std::pair<std::string, std::string>> files = options_.Inputs();
+    for (auto& file : MeshFiles(*situation_.robot)) {
+      files.push_back(std::move(file));
+    }
+    record.files = HashFiles(files);
     record.robot = situation_.robot->name;
     record.held_joints = HeldJoints(*situation_.robot);
     record.joint_names = JointNames(Robot());

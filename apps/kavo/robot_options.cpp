@@ -47,14 +47,7 @@ void RobotOptions::AddOptions(CLI::App& app) {
       ->type_name("JOINT=VALUE")
       ->allow_extra_args(false)
       ->group(group);
-  app.add_option("--spheres", spheres_, "YAML file with the collision spheres of the links")
-      ->type_name("FILE")
-      ->group(group);
-  app.add_option("--cover", cover_,
-                 "Cover collision boxes and cylinders by spheres that bulge no more than this (metres)")
-      ->type_name("METRES")
-      ->check(CheckPositive)
-      ->group(group);
+  link_shapes_.AddOptions(app);
   app.add_flag_function(
          "--self-collision,!--no-self-collision", [this](std::int64_t count) { self_collision_ = count > 0; },
          "Whether the robot must not touch itself either: all pairs of links but those that the SRDF "
@@ -64,12 +57,13 @@ void RobotOptions::AddOptions(CLI::App& app) {
       ->group(group);
 }
 
-RobotModel::RobotModel(formats::LoadedRobot robot) {
+RobotModel::RobotModel(formats::LoadedRobot robot, formats::PackageFolders packages)
+    : packages_(std::move(packages)) {
   made_[{}] = std::make_shared<const formats::LoadedRobot>(std::move(robot));
 }
 
-RobotModel::RobotModel(formats::RobotFiles files, std::string group)
-    : files_(std::move(files)), group_(std::move(group)) {
+RobotModel::RobotModel(formats::RobotFiles files, std::string group, formats::PackageFolders packages)
+    : files_(std::move(files)), group_(std::move(group)), packages_(std::move(packages)) {
   made_[{}] = std::make_shared<const formats::LoadedRobot>(files_->make());
 }
 
@@ -93,18 +87,22 @@ std::vector<std::pair<std::string, std::string>> RobotOptions::Files() const {
   if (IsBuiltin(robot_)) {
     return {};
   }
-  return {{"robot", robot_}, {"srdf", srdf_}, {"spheres", spheres_}};
+  std::vector<std::pair<std::string, std::string>> files = {{"robot", robot_}, {"srdf", srdf_}};
+  for (const auto& file : link_shapes_.Files()) {
+    files.push_back(file);
+  }
+  return files;
 }
 
-RobotModel RobotOptions::Load() const {
+RobotModel RobotOptions::Load(bool allows_uncovered) const {
   if (IsBuiltin(robot_)) {
-    if (!srdf_.empty() || !group_.empty() || !coordinates_.empty() || !spheres_.empty() ||
-        !joint_values_.empty() || cover_) {
+    if (!srdf_.empty() || !group_.empty() || !coordinates_.empty() || link_shapes_.AreGiven() ||
+        !joint_values_.empty()) {
       throw UnusableInput(
           "the built-in robot '" + robot_ +
           "' takes no further robot options but --no-self-collision; they go with a URDF file");
     }
-    return RobotModel(LoadBuiltin(robot_, self_collision_.value_or(true)));
+    return RobotModel(LoadBuiltin(robot_, self_collision_.value_or(true)), Packages());
   }
   const std::string suggestion = Suggestion(robot_, {"franka", "three_link"});
   if (std::error_code unused; !suggestion.empty() && !std::filesystem::exists(robot_, unused)) {
@@ -114,8 +112,8 @@ RobotModel RobotOptions::Load() const {
   options.srdf_file = srdf_;
   options.group = group_;
   options.joints = coordinates_;
-  options.spheres_file = spheres_;
-  options.cover_tolerance = cover_;
+  link_shapes_.Apply(options);
+  options.allow_unreadable_meshes = allows_uncovered;
   options.self_collision = self_collision_.value_or(false);
   options.self_collision_if_listed = !self_collision_;
   for (const std::string& text : joint_values_) {
@@ -126,7 +124,7 @@ RobotModel RobotOptions::Load() const {
     }
     options.joint_values[text.substr(0, sign)] = *value;
   }
-  return RobotModel(formats::RobotFiles::Read(robot_, options), group_);
+  return RobotModel(formats::RobotFiles::Read(robot_, options), group_, Packages());
 }
 
 std::map<std::string, double> HeldJoints(const formats::LoadedRobot& robot) {

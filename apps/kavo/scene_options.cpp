@@ -84,8 +84,9 @@ std::vector<std::pair<std::string, std::string>> SceneOptions::Files() const {
   return files;
 }
 
-formats::SceneFileOptions SceneOptions::FileOptions() const {
+formats::SceneFileOptions SceneOptions::FileOptions(const formats::PackageFolders& packages) const {
   formats::SceneFileOptions options;
+  options.packages = packages;
   options.mesh_interior = shapes_.mesh_interior;
   options.octrees = shapes_.octrees;
   return options;

@@ -33,7 +33,8 @@ class SceneOptions {
   std::vector<std::pair<std::string, std::string>> Files() const;
 
   //! How the files of scenes are taken.
-  formats::SceneFileOptions FileOptions() const;
+  //! \param packages Where their meshes are looked for.
+  formats::SceneFileOptions FileOptions(const formats::PackageFolders& packages) const;
 
   //! The obstacles that stand in no scene, as one of their own, in the world of the files. Reads their files;
   //! throws `UnusableInput` or `formats::FileError`.

@@ -256,7 +256,7 @@ Situation Situations::Read(const std::vector<std::string>& scene_files, const fo
   std::vector<formats::Scene> scenes;
   std::set<std::string> names;
   for (const std::string& file : scene_files) {
-    scenes.push_back(formats::ReadScene(file, scene_.FileOptions()));
+    scenes.push_back(formats::ReadScene(file, scene_.FileOptions(robot_.Packages())));
     formats::Scene& scene = scenes.back();
     CheckNames(file, scene.joint_state);
     state.insert(scene.joint_state.begin(), scene.joint_state.end());

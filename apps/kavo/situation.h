@@ -42,6 +42,7 @@ struct Query {
 //! or `formats::FileError`, unless the rules let it pass.
 class Situations {
  public:
+  //! The options must outlive this object.
   //! \param scene How scenes are read, and what stands around the robot beside them.
   Situations(RobotModel robot, const InputRules& rules, const SceneOptions& scene)
       : robot_(std::move(robot)), rules_(rules), scene_(scene) {}

@@ -93,6 +93,7 @@ Json CheckToJson(const PlanRecord::Check& check) {
           {"verdict", check.verdict},
           {"ignored", check.ignored},
           {"uncovered_links", check.uncovered_links},
+          {"cover_tolerance", NumberOrNull(check.cover_tolerance)},
           {"self_collision_pairs", check.num_self_collision_pairs},
           {"step", NumberOrNull(check.step)},
           {"num_configurations", check.num_configurations},

@@ -38,11 +38,15 @@ struct InputFile {
 //! How a path fared in a check apart from the planner's own: a proof, or a look at configurations along it.
 struct PathCheck {
   bool passed = false;
-  //! For a reader: "proven free" or "valid" with what that is restricted to, or how it failed.
+  //! For a reader: "proven free", "proven for ..." or "valid" with what that is restricted to, or how it
+  //! failed.
   std::string verdict;
   //! Kinds of what was asked for and ignored, and links that were not looked at.
   std::vector<std::string> ignored;
   std::vector<std::string> uncovered_links;
+  //! Where the robot's spheres hold every point of its collision geometry: how far they may reach beyond it
+  //! (metres).
+  std::optional<double> cover_tolerance;
   //! Pairs of frames of the robot that were looked at for contact with each other.
   std::uint64_t num_self_collision_pairs = 0;
   //! Distance between the configurations that were looked at; none for a proof, which covers all.

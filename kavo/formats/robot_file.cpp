@@ -8,8 +8,8 @@
 #include <utility>
 
 #include "kavo/formats/file_error.h"
+#include "kavo/formats/link_cover_internal.h"
 #include "kavo/formats/robot_joints_internal.h"
-#include "kavo/formats/sphere_cover_internal.h"
 #include "kavo/formats/text_internal.h"
 #include "kavo/formats/urdf_internal.h"
 #include "kavo/formats/yaml_value_internal.h"
@@ -49,7 +49,7 @@ class RobotFiles::Impl {
       warnOfSrdf();
     }
     without_description_.tip_frame = tipFrame();
-    link_spheres_ = placeSpheres(spheres, without_description_.uncovered_links);
+    link_spheres_ = placeSpheres(spheres);
     const std::vector<std::size_t> bodies = rigidBodies();
     for (std::size_t link = 0; link < urdf_.links.size(); ++link) {
       if (!link_spheres_[link].empty()) {
@@ -153,32 +153,46 @@ class RobotFiles::Impl {
   }
 
   // The spheres of each link.
-  std::vector<Spheres> placeSpheres(const std::optional<FileText>& file,
-                                    std::vector<LoadedRobot::UncoveredLink>& uncovered) {
-    std::map<std::string, Spheres> given;
-    if (file) {
-      given = readSpheres(*file);
+  std::vector<Spheres> placeSpheres(const std::optional<FileText>& file) {
+    using Source = LoadedRobot::LinkShape::Source;
+    const std::map<std::string, Spheres> of_file =
+        file ? readSpheres(*file) : std::map<std::string, Spheres>();
+    const std::map<std::string, Spheres> of_srdf =
+        srdf_ ? srdf_->link_spheres : std::map<std::string, Spheres>();
+    LinkCovers covers(urdf_, options_);
+    std::vector<LinkCovers::Cover> of_links;
+    for (std::size_t i = 0; i < urdf_.links.size(); ++i) {
+      const Urdf::Link& link = urdf_.links[i];
+      LinkCovers::Cover of_link{i, {}, shapeOf(link), true};
+      if (const auto given = of_file.find(link.name); given != of_file.end()) {
+        of_link.shape.source = Source::kSpheresFile;
+        of_link.spheres = given->second;
+      } else if (const auto found = of_srdf.find(link.name); found != of_srdf.end()) {
+        of_link.shape.source = Source::kSrdf;
+        of_link.spheres = found->second;
+      } else if (of_link.shape.num_balls < link.collisions.size() && options_.cover) {
+        covers.add(i, of_link.shape);
+      } else {
+        of_link.shape.source = of_link.shape.num_balls > 0 ? Source::kUrdf : Source::kNone;
+        of_link.is_whole = of_link.shape.num_balls == link.collisions.size();
+        of_link.spheres = ballsOf(link);
+      }
+      of_links.push_back(std::move(of_link));
     }
-    if (srdf_) {
-      given.insert(srdf_->link_spheres.begin(), srdf_->link_spheres.end());
+    for (LinkCovers::Cover& cover : covers.make()) {
+      of_links[cover.link] = std::move(cover);
     }
     std::vector<Spheres> link_spheres;
-    for (const Urdf::Link& link : urdf_.links) {
-      Spheres spheres;
-      if (const auto found = given.find(link.name); found != given.end()) {
-        spheres = found->second;
-      } else {
-        bool is_uncovered = false;
-        for (const Urdf::Collision& collision : link.collisions) {
-          const std::optional<Spheres> cover = coverSolid(link, collision);
-          if (cover) {
-            spheres.insert(spheres.end(), cover->begin(), cover->end());
-          } else if (!std::exchange(is_uncovered, true)) {
-            uncovered.push_back({link.name, kindText(collision.kind)});
-          }
-        }
+    for (LinkCovers::Cover& of_link : of_links) {
+      const Urdf::Link& link = urdf_.links[of_link.link];
+      if (!of_link.is_whole) {
+        without_description_.uncovered_links.push_back({link.name, firstUncovered(link)});
       }
-      link_spheres.push_back(std::move(spheres));
+      of_link.shape.num_spheres = of_link.spheres.size();
+      if (!link.collisions.empty() || of_link.shape.source != Source::kNone) {
+        without_description_.link_shapes.push_back(std::move(of_link.shape));
+      }
+      link_spheres.push_back(std::move(of_link.spheres));
     }
     return link_spheres;
   }
@@ -208,49 +222,61 @@ class RobotFiles::Impl {
     return given;
   }
 
-  static const char* kindText(Urdf::Collision::Kind kind) {
-    switch (kind) {
-      case Urdf::Collision::Kind::kSphere:
-        return "sphere";
-      case Urdf::Collision::Kind::kBox:
-        return "box";
-      case Urdf::Collision::Kind::kCylinder:
-        return "cylinder";
-      case Urdf::Collision::Kind::kMesh:
-        return "mesh";
-    }
-    return "";
-  }
-
-  // The spheres that stand for a solid, in the link's frame; none if nothing does.
-  std::optional<Spheres> coverSolid(const Urdf::Link& link, const Urdf::Collision& collision) const {
-    const bool is_sphere = collision.kind == Urdf::Collision::Kind::kSphere;
-    if (collision.kind == Urdf::Collision::Kind::kMesh || (!is_sphere && !options_.cover_tolerance)) {
-      return std::nullopt;
-    }
-    std::optional<Spheres> cover;
-    if (is_sphere) {
-      cover = Spheres{{Eigen::Vector3d::Zero(), collision.radius}};
-    } else if (collision.kind == Urdf::Collision::Kind::kBox) {
-      cover = CoverBox(0.5 * collision.size, *options_.cover_tolerance);
-    } else {
-      cover = CoverCylinder(collision.radius, 0.5 * collision.length, *options_.cover_tolerance);
-    }
-    const std::string solid = std::string("a ") + kindText(collision.kind) + " of link " + Quoted(link.name);
-    if (!cover) {
-      fail(urdf_.file, collision.line,
-           solid + " that takes more than " + std::to_string(kMaxCoverSpheres) + " spheres to cover it to " +
-               NumberText(*options_.cover_tolerance) + " m",
-           "a larger tolerance");
-    }
-    for (math::Sphere& sphere : *cover) {
-      sphere.center = collision.pose * sphere.center;
-      if (!std::isfinite(sphere.center[0]) || !std::isfinite(sphere.center[1]) ||
-          !std::isfinite(sphere.center[2]) || !std::isfinite(sphere.radius)) {
-        fail(urdf_.file, collision.line, solid + " that is too large or too far away", "finite numbers");
+  static LoadedRobot::LinkShape shapeOf(const Urdf::Link& link) {
+    LoadedRobot::LinkShape shape;
+    shape.link = link.name;
+    for (const Urdf::Collision& collision : link.collisions) {
+      switch (collision.kind) {
+        case Urdf::Collision::Kind::kSphere:
+          ++shape.num_balls;
+          break;
+        case Urdf::Collision::Kind::kBox:
+          ++shape.num_boxes;
+          break;
+        case Urdf::Collision::Kind::kCylinder:
+          ++shape.num_cylinders;
+          break;
+        case Urdf::Collision::Kind::kMesh:
+          ++shape.num_meshes;
+          break;
       }
     }
-    return cover;
+    return shape;
+  }
+
+  // The spheres of a link's geometry, in the link's frame.
+  Spheres ballsOf(const Urdf::Link& link) const {
+    Spheres spheres;
+    for (const Urdf::Collision& collision : link.collisions) {
+      if (collision.kind != Urdf::Collision::Kind::kSphere) {
+        continue;
+      }
+      spheres.push_back({collision.pose.translation(), collision.radius});
+      if (!spheres.back().center.allFinite()) {
+        fail(urdf_.file, collision.line, "a sphere of link " + Quoted(link.name) + " that is too far away",
+             "finite numbers");
+      }
+    }
+    return spheres;
+  }
+
+  // With covers only meshes can be what is left.
+  std::string firstUncovered(const Urdf::Link& link) const {
+    for (const Urdf::Collision& collision : link.collisions) {
+      switch (collision.kind) {
+        case Urdf::Collision::Kind::kSphere:
+          break;
+        case Urdf::Collision::Kind::kBox:
+        case Urdf::Collision::Kind::kCylinder:
+          if (!options_.cover) {
+            return collision.kind == Urdf::Collision::Kind::kBox ? "box" : "cylinder";
+          }
+          break;
+        case Urdf::Collision::Kind::kMesh:
+          return "mesh";
+      }
+    }
+    return "";
   }
 
   std::shared_ptr<RobotDescription> build(const std::map<std::string, Eigen::VectorXd>& configurations,

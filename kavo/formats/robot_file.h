@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "kavo/formats/resource.h"
 #include "kavo/formats/srdf.h"
 #include "kavo/kinematics/interface/joint_limits.h"
 #include "kavo/kinematics/interface/robot_description.h"
@@ -33,10 +34,24 @@ struct RobotFileOptions {
   //! others stay at zero, or at the limit nearest to zero when that is out of range.
   std::map<std::string, double> joint_values;
 
-  //! With a value, boxes and cylinders of the collision geometry are covered with spheres such that every
-  //! point of the solid lies in a sphere and no sphere reaches beyond the solid by more than this (metres,
-  //! positive and finite; anything else is a fatal error).
+  //! Whether links that get no spheres from elsewhere, and whose collision geometry is not spheres alone, are
+  //! covered by spheres: every point of the union of a link's solids lies in one, and none reaches beyond
+  //! that union by more than a tolerance (`CoverBySpheres`). Without, spheres of the geometry stand for
+  //! themselves and the rest is listed in `uncovered_links`.
+  bool cover = true;
+  //! The tolerance (metres, positive and finite; anything else is a fatal error); without one, it follows
+  //! from the size of each link (`DefaultCoverTolerance`).
   std::optional<double> cover_tolerance;
+  //! No more spheres than this for a link, whatever the tolerance.
+  std::optional<std::size_t> max_cover_spheres;
+  //! Folder in which covers are kept from one time to the next; empty for none. It is made when it is needed,
+  //! and may be deleted at any time.
+  std::string cover_cache;
+  //! Where meshes are looked for whose names begin with `package://`, see `FindResource`.
+  PackageFolders packages;
+  //! What happens where a mesh cannot be found or read. If true, there is a warning, its link is listed in
+  //! `uncovered_links`, and the link's other solids are covered; if not, a `FileError`.
+  bool allow_unreadable_meshes = false;
 
   //! Whether the robot is to know the pairs of frames that must not touch each other: all pairs of links with
   //! spheres, but for those on one rigid body (only fixed joints between them) and those that the SRDF
@@ -49,6 +64,37 @@ struct RobotFileOptions {
 
 //! A robot from its files.
 struct LoadedRobot {
+  //! What stands for the collision geometry of a link.
+  struct LinkShape {
+    enum class Source {
+      //! Spheres of the file of spheres, of the SRDF, or of the collision geometry itself.
+      kSpheresFile,
+      kSrdf,
+      kUrdf,
+      //! Spheres that cover the collision geometry.
+      kCover,
+      //! Nothing.
+      kNone,
+    };
+
+    std::string link;
+    Source source = Source::kNone;
+    std::size_t num_spheres = 0;
+    //! What its collision geometry consists of.
+    std::size_t num_balls = 0;
+    std::size_t num_boxes = 0;
+    std::size_t num_cylinders = 0;
+    std::size_t num_meshes = 0;
+    //! Of a cover, as are all below: the files of its meshes, and the number of triangles in them.
+    std::vector<std::string> mesh_files;
+    std::size_t num_triangles = 0;
+    //! How far spheres may reach beyond the geometry, and a bound for how far they do (metres).
+    double tolerance = 0.0;
+    double bulge = 0.0;
+    //! How long it took to read the meshes and to make the cover, or to find it made.
+    double seconds = 0.0;
+  };
+
   //! A link with a collision solid that no sphere stands for.
   struct UncoveredLink {
     std::string name;
@@ -92,8 +138,10 @@ struct LoadedRobot {
   //! several groups have one name, that of the chosen group stands. They may be outside the limits.
   std::map<std::string, Eigen::VectorXd> named_configurations;
   std::vector<Srdf::EndEffector> end_effectors;
-  //! Links whose collision geometry is not wholly made of spheres, in kinematic order.
+  //! Links of whose collision geometry a part is not covered by spheres, in kinematic order.
   std::vector<UncoveredLink> uncovered_links;
+  //! Of each link with collision geometry or spheres, in kinematic order.
+  std::vector<LinkShape> link_shapes;
   //! The joints of the URDF that are no coordinates, and the virtual joints of the SRDF, by name.
   std::map<std::string, OtherJoint> other_joints;
   //! Null without one.
@@ -107,7 +155,7 @@ struct LoadedRobot {
   std::string tip_frame;
 };
 
-//! The text of a file and the name for its errors.
+//! The text of a file and its name: for errors, and for a URDF to find the meshes that it names.
 struct FileText {
   std::string file;
   std::string text;
@@ -127,9 +175,9 @@ struct FileText {
 //!
 //! The spheres of a link come from the file of spheres (YAML, `link: [{center: [x, y, z], radius: r}]`, by
 //! itself, under `collision_spheres`, or under that in `robot_cfg: {kinematics: ...}`; centres in the link's
-//! frame); else from the SRDF; else from the spheres, and if wanted the boxes and cylinders, of its collision
-//! geometry. Links that have other collision geometry and no spheres from the first two are listed in
-//! `uncovered_links`. Visuals, inertias, materials and transmissions are not looked at.
+//! frame); else from the SRDF; else from its collision geometry, which is spheres alone or is covered by
+//! spheres, unless the options say otherwise. Visuals, inertias, materials and transmissions are not looked
+//! at: a visual mesh may be missing.
 //!
 //! @code
 //! kavo::formats::RobotFileOptions options;

@@ -15,7 +15,7 @@ TEST(Examples, EveryLineOfHelpAndReadmeWorks) {
   const std::filesystem::path root = KAVO_SOURCE_DIR;
   const std::filesystem::path program = KAVO_COMMAND;
   std::string lines;
-  for (const char* const command : {"plan", "check", "bench", "info", "pairs"}) {
+  for (const char* const command : {"plan", "check", "bench", "info", "pairs", "spheres"}) {
     const std::string help = RunKavo({command, "--help"}).output;
     const std::size_t heading = help.find("Examples");
     ASSERT_NE(heading, std::string::npos) << command;
@@ -35,8 +35,8 @@ TEST(Examples, EveryLineOfHelpAndReadmeWorks) {
   std::filesystem::create_directories(folder / "build/release/apps");
   std::filesystem::create_directory_symlink(program.parent_path(), folder / "build/release/apps/kavo");
   std::filesystem::create_directory_symlink(root / "examples", folder / "examples");
-  const std::string run = "cd '" + folder / "." + "' && PATH='" + program.parent_path().string() +
-                          "':$PATH sh lines >output 2>errors";
+  const std::string run = "cd '" + folder / "." + "' && XDG_CACHE_HOME='" + folder / "cache" + "' PATH='" +
+                          program.parent_path().string() + "':$PATH sh lines >output 2>errors";
   EXPECT_EQ(std::system(run.c_str()), 0) << ReadFile(folder / "output") << ReadFile(folder / "errors");
   // The SRDF of the example holds what the command makes of its spheres.
   EXPECT_EQ(ReadFile(folder / "arm_with_pairs.srdf"), ReadFile(root / "examples/own_robot/arm.srdf"));

@@ -10,6 +10,7 @@ namespace kavo::testing {
 namespace {
 
 using ::testing::AllOf;
+using ::testing::ContainsRegex;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
@@ -150,23 +151,69 @@ TEST_F(InputTest, WhatIsNotHonouredIsRefusedUnlessIgnored) {
   EXPECT_THAT(Bench({"--ignore", "link_scale"}).output, HasSubstr("ignored in 1 of 1 problems: link_scale"));
 }
 
-TEST_F(InputTest, ALinkWithoutSpheresIsRefusedUnlessAllowed) {
+TEST_F(InputTest, WhatStandsForALink) {
   const std::string urdf = Replaced(
       Urdf(), "<link name=\"gripper\"/>",
       "<link name='gripper'><collision><geometry><box size='0.1 0.1 0.1'/></geometry></collision></link>");
-  const Outcome refused = Plan(kPegRequest, {}, kPegScene, urdf);
+  const auto check = [&] { return nlohmann::json::parse(ReadFile(folder_ / "out.json"))["check"]; };
+  const Outcome covered =
+      Plan(kPegRequest, {"--cover", "0.05", "--json", folder_ / "out.json"}, kPegScene, urdf);
+  EXPECT_THAT(covered.output, HasSubstr("check: proven for the collision geometry (cover 50 mm) at every "));
+  EXPECT_EQ(check()["cover_tolerance"], 0.05);
+  const Outcome refused = Plan(kPegRequest, {"--no-cover"}, kPegScene, urdf);
   EXPECT_EQ(refused.status, 2);
   EXPECT_THAT(refused.errors,
-              HasSubstr("of 1 link is not covered by spheres: 'gripper' (box); give --cover"));
+              HasSubstr("of 1 link is not covered by spheres: 'gripper' (box); leave --no-cover out, or"));
+
+  // A mesh that is missing is refused too, unless that is allowed, and is not missed where it is.
+  const std::string meshed =
+      Replaced(urdf, "<box size='0.1 0.1 0.1'/>", "<mesh filename='package://grip/a.stl'/>");
+  const Outcome missing = Plan(kPegRequest, {}, kPegScene, meshed);
+  EXPECT_EQ(missing.status, 2);
+  EXPECT_THAT(missing.errors, AllOf(HasSubstr("arm.urdf:9: found \"package://grip/a.stl\", which is not in "),
+                                    HasSubstr("(--package grip=DIR)")));
   const Outcome allowed =
-      Plan(kPegRequest, {"--allow-uncovered", "--json", folder_ / "out.json"}, kPegScene, urdf);
+      Plan(kPegRequest, {"--allow-uncovered", "--json", folder_ / "out.json"}, kPegScene, meshed);
   EXPECT_EQ(allowed.status, 0);
   EXPECT_THAT(allowed.output,
               HasSubstr("check: proven free for the covered links only (not 'gripper') at every "));
-  EXPECT_EQ(nlohmann::json::parse(ReadFile(folder_ / "out.json"))["check"]["uncovered_links"],
-            nlohmann::json({"gripper"}));
-  EXPECT_THAT(Plan(kPegRequest, {"--cover", "0.05"}, kPegScene, urdf).output,
-              HasSubstr("check: proven free at every "));
+  EXPECT_EQ(check()["uncovered_links"], nlohmann::json({"gripper"}));
+  folder_.Write("parts/a.stl",
+                "solid a\nfacet normal 0 0 1\nouter loop\nvertex 0 0 0\nvertex 0.1 0 0\nvertex 0 0.1 0\n"
+                "endloop\nendfacet\nendsolid a\n");
+  const std::string package = "grip=" + folder_ / "parts";
+  const Outcome found =
+      Plan(kPegRequest, {"--package", package, "--json", folder_ / "out.json"}, kPegScene, meshed);
+  EXPECT_THAT(found.output, HasSubstr("check: proven for the collision meshes (cover "));
+  EXPECT_EQ(nlohmann::json::parse(ReadFile(folder_ / "out.json"))["files"].back()["name"],
+            folder_ / "parts/a.stl");
+  EXPECT_EQ(Plan(kPegRequest, {"--package", "grip"}, kPegScene, meshed).status, 2);
+  EXPECT_THAT(RunKavo({"info", "--robot", folder_ / "arm.urdf", "--package", package}).output,
+              AllOf(ContainsRegex("post +spheres of the URDF +1 sphere +- +1 +- +-\n"),
+                    ContainsRegex("gripper +cover +1 mesh +1 +[1-9][0-9]* +[0-9.]+ mm +[0-9.]+ mm\n")));
+
+  // Written to a file, the covers are the same spheres.
+  for (const std::string name : {"spheres.yaml", "spheres.srdf"}) {
+    const Outcome written = RunKavo({"spheres", folder_ / "arm.urdf", "--package", package, "-o",
+                                     folder_ / name, "--tolerance", "0.003"});
+    EXPECT_EQ(written.status, 0) << written.errors;
+    EXPECT_THAT(written.output,
+                HasSubstr(": they hold every point of the collision meshes (cover 3 mm) and "));
+    const auto spheres_in = [&](const std::string& srdf) {
+      return srdf.substr(0, srdf.rfind("</link_sphere_approximation>"));
+    };
+    const auto spheres_of = [&](const Arguments& more) {
+      Arguments arguments = {"pairs", "--robot", folder_ / "arm.urdf", "-o", "-", "--package", package};
+      arguments.insert(arguments.end(), more.begin(), more.end());
+      return spheres_in(RunKavo(arguments).output);
+    };
+    const std::string covered_anew = spheres_of({"--cover", "0.003"});
+    EXPECT_THAT(covered_anew, HasSubstr("<link_sphere_approximation link=\"gripper\">"));
+    EXPECT_EQ(name == "spheres.yaml" ? spheres_of({"--spheres", folder_ / name})
+                                     : spheres_in(ReadFile(folder_ / name)),
+              covered_anew)
+        << name;
+  }
 }
 
 TEST_F(InputTest, WhatIsHeldAllowedAndPaddedCounts) {

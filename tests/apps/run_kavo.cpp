@@ -21,7 +21,10 @@ std::string Quoted(const std::string& text) {
 Outcome RunKavo(const std::vector<std::string>& arguments, const std::string& input,
                 const std::string& signal, int seconds) {
   const Folder folder;
-  std::string line = (signal.empty() ? ""
+  // Covers that one run keeps are there for the next, and none go to the user's own.
+  static const Folder cache;
+  std::string line = "XDG_CACHE_HOME=" + Quoted(cache.path()) + " " +
+                     (signal.empty() ? ""
                                      : "timeout --preserve-status --signal " + signal + " " +
                                            std::to_string(seconds) + " ") +
                      Quoted(KAVO_COMMAND);

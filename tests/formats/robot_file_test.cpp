@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <filesystem>
 #include <iomanip>
 #include <locale>
 #include <new>
@@ -367,133 +368,184 @@ TEST(RobotFile, IsMadeWithJointsWhereAStatePutsThem) {
   EXPECT_EQ(joints.at("twist").value(q), 5.1);
 }
 
+// A box, open at one side, of edges 0.2 about (1, 0, 0).
+constexpr char kOpenBox[] =
+    "o box\nv 0.9 -0.1 -0.1\nv 1.1 -0.1 -0.1\nv 1.1 0.1 -0.1\nv 0.9 0.1 -0.1\nv 0.9 -0.1 0.1\n"
+    "v 1.1 -0.1 0.1\nv 1.1 0.1 0.1\nv 0.9 0.1 0.1\nf 1 2 3 4\nf 1 2 6 5\nf 2 3 7 6\nf 3 4 8 7\nf 4 1 5 8\n";
+
+// One link with all kinds of solids, and one that rests on it.
+std::string Solids() {
+  const auto collision = [](const std::string& inside) {
+    return "<collision><origin xyz='1 2 3' rpy='0.1 0.2 0.3'/><geometry>" + inside +
+           "</geometry></collision>";
+  };
+  return Links("base", collision("<box size='0.1 0.2 0.3'/>") + collision("<sphere radius='0.1'/>") +
+                           collision("<cylinder radius='0.05' length='0.4'/>") +
+                           collision("<mesh filename='package://parts/box.obj' scale='0.5 1 -1'/>")) +
+         Links("a", kSphere) + JointText("move", "continuous", "base", "a");
+}
+
 TEST(RobotFile, WhereSpheresComeFrom) {
   const LogCapture log;
   const std::string box = "<collision><geometry><box size='1 1 1'/></geometry></collision>";
-  const std::string urdf =
-      Links("base a b c",
-            "<collision><origin xyz='0 0 1' rpy='1 2 3'/><geometry><sphere radius='0.5'/></geometry>"
-            "</collision>" +
-                box) +
-      Links("d", "<collision><geometry><mesh filename='d.stl'/></geometry></collision>" + box) +
-      JointText("move", "continuous", "base", "a") + JointText("b", "fixed", "base", "b") +
-      JointText("c", "fixed", "base", "c") + JointText("d", "fixed", "base", "d");
+  const std::string ball =
+      "<collision><origin xyz='0 0 1' rpy='1 2 3'/><geometry><sphere radius='0.5'/></geometry></collision>";
+  const std::string urdf = Links("base", ball) + Links("a b c e", ball + box) + Links("d") +
+                           JointText("move", "continuous", "base", "a") +
+                           JointText("b", "fixed", "base", "b") + JointText("c", "fixed", "base", "c") +
+                           JointText("d", "fixed", "base", "d") + JointText("e", "fixed", "base", "e");
   const std::string srdf =
       "<link_sphere_approximation link='a'><sphere center='1 2 3' radius='0.25'/></link_sphere_approximation>"
       "<link_sphere_approximation link='b'><sphere center='4 5 6' radius='0.25'/></link_sphere_approximation>"
       "<link_sphere_approximation link='c'><sphere center='0 0 0' radius='0'/></link_sphere_approximation>";
   const std::string bare = "b: [{center: [7, 8, 9], radius: 0.125}]";
-  const std::string spheres = "collision_spheres: {" + bare + "}\nother: 1";
   RobotFileOptions options;
   const auto text = [](const LoadedRobot& robot) {
+    const char* const sources[] = {"file", "srdf", "urdf", "cover", "none"};
     std::ostringstream out;
-    for (const std::string& frame : Internal(robot).collision().frames) {
-      for (const math::Sphere& s : Internal(robot).collision().spheresOf(frame)) {
-        out << frame << " " << s.center.transpose().format(Eigen::IOFormat(3, 1, " ", " ")) << " " << s.radius
-            << "; ";
+    for (const LoadedRobot::LinkShape& shape : robot.link_shapes) {
+      out << shape.link << " " << sources[static_cast<int>(shape.source)] << " ";
+      const std::vector<math::Sphere> spheres = Internal(robot).collision().spheresOf(shape.link);
+      EXPECT_EQ(spheres.size(), shape.num_spheres);
+      for (const math::Sphere& s : spheres) {
+        if (shape.source != LoadedRobot::LinkShape::Source::kCover) {
+          out << s.center.transpose().format(Eigen::IOFormat(3, 1, " ", " ")) << " " << s.radius << "; ";
+        }
       }
-    }
-    for (const LoadedRobot::UncoveredLink& link : robot.uncovered_links) {
-      out << link.name << " " << link.kind << "; ";
     }
     return out.str();
   };
-  EXPECT_EQ(text(Parse(urdf, options, srdf, spheres)),
-            "base 0 0 1 0.5; a 1 2 3 0.25; b 7 8 9 0.125; base box; d mesh; ");
-  EXPECT_THAT(log.warnings(),
-              ElementsAre("arm.urdf: collision geometry of 2 links is not covered by spheres and will not be "
-                          "checked: \"base\" (box), \"d\" (mesh)."));
-  // To this tolerance one sphere will do. Files of spheres come in several forms.
-  options.cover_tolerance = 0.5;
-  for (const std::string& form :
-       {bare, "robot_cfg: {kinematics: {other: 1, collision_spheres: {" + bare + "}}}"}) {
-    EXPECT_EQ(text(Parse(urdf, options, srdf, form)),
-              "base 0 0 1 0.5; base 0 0 0 0.866025; a 1 2 3 0.25; b 7 8 9 0.125; d 0 0 0 0.866025; d mesh; ");
+  const std::string given = "base urdf 0 0 1 0.5; a srdf 1 2 3 0.25; b file 7 8 9 0.125; c srdf ";
+  // Files of spheres come in several forms.
+  for (const std::string& form : {"collision_spheres: {" + bare + "}\nother: 1", bare,
+                                  "robot_cfg: {kinematics: {other: 1, collision_spheres: {" + bare + "}}}"}) {
+    EXPECT_EQ(text(Parse(urdf, options, srdf, form)), given + "e cover ");
   }
+  EXPECT_THAT(log.warnings(), IsEmpty());
+  options.cover = false;
+  EXPECT_EQ(text(Parse(urdf, options, srdf, bare)), given + "e urdf 0 0 1 0.5; ");
+  EXPECT_THAT(log.warnings(),
+              ElementsAre("arm.urdf: collision geometry of 1 link is not covered by spheres and will not be "
+                          "checked: \"e\" (box)."));
 }
 
-TEST(RobotFile, CoversHoldEveryPointAndStayWithinTheTolerance) {
-  const struct {
-    // Edge lengths, or radius and length.
-    std::vector<double> size;
-    double tolerance;
-    std::size_t max_spheres;
-  } cases[] = {
-      {{0.1, 0.1, 0.3}, 0.12, 1},
-      {{0.1, 0.1, 0.3}, 0.1, 2},
-      {{0.1, 0.1, 0.3}, 0.02, 24},
-      {{0.3, 0.02, 0.2}, 0.01, 108},
-      {{1.0, 0.6, 0.8}, 0.05, 172},
-      // Tall cylinders without and with rings along the edges, and flat ones.
-      {{0.05, 0.05}, 0.05, 1},
-      {{0.05, 0.4}, 0.03, 4},
-      {{0.05, 0.4}, 0.02, 21},
-      {{0.05, 0.4}, 0.001, 592},
-      {{0.05, 0.1}, 0.01, 23},
-      {{0.2, 0.04}, 0.01, 243},
-      {{0.2, 0.3}, 0.05, 22},
-      {{0.2, 0.01}, 0.02, 130},
-  };
+TEST(RobotFile, CoversHoldAllSolidsOfALink) {
+  const testing::Folder folder;
+  folder.Write("parts/box.obj", kOpenBox);
+  const std::string urdf = folder.Write("arms/arm.urdf", "<robot name='arm'>" + Solids() + "</robot>");
+  RobotFileOptions options;
+  options.cover_tolerance = 0.05;
+  const LoadedRobot robot = LoadRobot(urdf, options);
+  const LoadedRobot::LinkShape& shape = robot.link_shapes[0];
+  EXPECT_EQ(shape.num_boxes + shape.num_cylinders + shape.num_balls + shape.num_meshes, 4u);
+  EXPECT_THAT(shape.mesh_files, ElementsAre(folder / "parts/box.obj"));
+  EXPECT_EQ(shape.num_triangles, 10u);
+  EXPECT_EQ(shape.tolerance, 0.05);
+  EXPECT_LE(shape.bulge, 0.05);
+
+  const Eigen::Isometry3d pose =
+      Eigen::Translation3d(1.0, 2.0, 3.0) * Eigen::AngleAxisd(0.3, Eigen::Vector3d::UnitZ()) *
+      Eigen::AngleAxisd(0.2, Eigen::Vector3d::UnitY()) * Eigen::AngleAxisd(0.1, Eigen::Vector3d::UnitX());
+  const std::vector<math::Sphere> spheres = Internal(robot).collision().spheresOf("base");
   std::mt19937 engine(7);
-  for (const auto& c : cases) {
-    const bool is_box = c.size.size() == 3;
-    std::ostringstream solid;
-    Eigen::Vector3d extent(2 * c.size[0], 2 * c.size[0], c.size[1]);
-    if (is_box) {
-      extent = {c.size[0], c.size[1], c.size[2]};
-      solid << "<box size='" << c.size[0] << " " << c.size[1] << " " << c.size[2] << "'/>";
-    } else {
-      solid << "<cylinder radius='" << c.size[0] << "' length='" << c.size[1] << "'/>";
-    }
-    RobotFileOptions options;
-    options.cover_tolerance = c.tolerance;
-    const LoadedRobot robot =
-        Parse(Links("base", "<collision><origin xyz='1 2 3' rpy='0.1 0.2 0.3'/><geometry>" + solid.str() +
-                                "</geometry></collision>") +
-                  Links("a") + JointText("move", "continuous", "base", "a"),
-              options);
-    const Eigen::Isometry3d pose =
-        Eigen::Translation3d(1.0, 2.0, 3.0) * Eigen::AngleAxisd(0.3, Eigen::Vector3d::UnitZ()) *
-        Eigen::AngleAxisd(0.2, Eigen::Vector3d::UnitY()) * Eigen::AngleAxisd(0.1, Eigen::Vector3d::UnitX());
-    const std::vector<math::Sphere> spheres = Internal(robot).collision().spheresOf("base");
-    EXPECT_LE(spheres.size(), c.max_spheres) << solid.str() << " " << c.tolerance;
-
-    // The point of the solid that is nearest to one in its frame.
-    const auto nearest = [&](const Eigen::Vector3d& p) {
-      if (is_box) {
-        return Eigen::Vector3d(p.cwiseMin(extent / 2).cwiseMax(-extent / 2));
-      }
-      const double scale = std::fmin(1.0, c.size[0] / std::fmax(p.head<2>().norm(), 1e-300));
-      return Eigen::Vector3d(p[0] * scale, p[1] * scale, std::clamp(p[2], -c.size[1] / 2, c.size[1] / 2));
-    };
-    double farthest = 0.0;
-    for (const math::Sphere& sphere : spheres) {
-      const Eigen::Vector3d center = pose.inverse() * sphere.center;
-      for (int i = 0; i < 200; ++i) {
-        // Along an axis of the solid, and away from that of a cylinder, too: there a sphere reaches farthest.
-        Eigen::Vector3d direction = RandomVec(engine, 3, -1.0, 1.0);
-        if (i < 6) {
-          direction = Eigen::Vector3d::Unit(i / 2) * (i % 2 == 0 ? 1.0 : -1.0);
-        } else if (i == 6) {
-          direction = {center[0], center[1], 0.0};
-        }
-        const Eigen::Vector3d p = center + sphere.radius * direction.normalized();
-        farthest = std::fmax(farthest, (p - nearest(p)).norm());
-      }
-    }
-    EXPECT_LE(farthest, c.tolerance) << solid.str();
-
-    // Inside, on faces, on edges and in corners.
-    for (int i = 0; i < 6000; ++i) {
-      const double reach = i % 2 == 0 ? 0.5 : 1.0;
-      const Eigen::Vector3d placed = pose * nearest(RandomVec(engine, 3, -reach, reach).cwiseProduct(extent));
-      ASSERT_TRUE(std::any_of(spheres.begin(), spheres.end(),
-                              [&](const math::Sphere& sphere) {
-                                return (placed - sphere.center).norm() <= sphere.radius + 1e-12;
-                              }))
-          << solid.str() << " " << c.tolerance;
+  for (int i = 0; i < 2000; ++i) {
+    const Eigen::Vector3d p = RandomVec(engine, 3, -1.0, 1.0);
+    Eigen::Vector3d on_wall = 0.1 * p;
+    on_wall[i % 2] = 0.1;
+    for (const Eigen::Vector3d& point :
+         {Eigen::Vector3d(0.05 * p[0], 0.1 * p[1], 0.15 * p[2]), Eigen::Vector3d(0.1 * p.normalized()),
+          Eigen::Vector3d(0.05 * std::cos(9.0 * p[0]), 0.05 * std::sin(9.0 * p[0]), 0.2 * p[1]),
+          // Scaled, and turned over at the open side.
+          Eigen::Vector3d(0.5 * (1.0 + on_wall[0]), on_wall[1], on_wall[2]),
+          Eigen::Vector3d(0.5 + 0.05 * p[0], 0.1 * p[1], 0.1)}) {
+      const Eigen::Vector3d placed = pose * point;
+      ASSERT_TRUE(std::any_of(spheres.begin(), spheres.end(), [&](const math::Sphere& sphere) {
+        return (placed - sphere.center).norm() <= sphere.radius + 1e-9;
+      })) << point.transpose();
     }
   }
+  options.max_cover_spheres = 3;
+  EXPECT_LE(LoadRobot(urdf, options).link_shapes[0].num_spheres, 3u);
+}
+
+TEST(RobotFile, AMeshThatCannotBeRead) {
+  const testing::Folder folder;
+  const std::string urdf = folder.Write("arm.urdf", "<robot name='arm'>\n" + Solids() + "</robot>");
+  EXPECT_THAT(testing::FileErrorOf([&] { LoadRobot(urdf); }),
+              HasSubstr("arm.urdf:2: found \"package://parts/box.obj\", which is not in " + folder.path() +
+                        "/parts, "));
+  RobotFileOptions options;
+  options.packages["parts"] = folder.path() + "/other";
+  folder.Write("other/box.obj", "v 0 0 0\n");
+  EXPECT_THAT(testing::FileErrorOf([&] { LoadRobot(urdf, options); }), HasSubstr("/other/box.obj: found "));
+  options.allow_unreadable_meshes = true;
+  const LogCapture log;
+  const LoadedRobot robot = LoadRobot(urdf, options);
+  ASSERT_EQ(robot.uncovered_links.size(), 1u);
+  EXPECT_EQ(robot.uncovered_links[0].kind, "mesh");
+  // The other solids are there.
+  EXPECT_EQ(robot.link_shapes[0].source, LoadedRobot::LinkShape::Source::kCover);
+  EXPECT_THAT(log.warnings(), ElementsAre(HasSubstr("; link \"base\" goes without it."),
+                                          HasSubstr("will not be checked: \"base\" (mesh).")));
+}
+
+TEST(RobotFile, CoversAreKept) {
+  const testing::Folder folder;
+  const std::string cache = folder / "cache/kavo";
+  folder.Write("parts/box.obj", kOpenBox);
+  const std::string urdf = folder.Write("arm.urdf", "<robot name='arm'>" + Solids() + "</robot>");
+  RobotFileOptions options;
+  options.cover_cache = cache;
+  const auto bits = [&] {
+    std::string text;
+    for (const math::Sphere& sphere : Internal(LoadRobot(urdf, options)).collision().spheresOf("base")) {
+      for (const double number : {sphere.center[0], sphere.center[1], sphere.center[2], sphere.radius}) {
+        text.append(reinterpret_cast<const char*>(&number), sizeof number);
+      }
+    }
+    return text;
+  };
+  const auto entries = [&] {
+    std::vector<std::string> files;
+    for (const auto& entry : std::filesystem::directory_iterator(cache)) {
+      files.push_back(entry.path().string());
+    }
+    return files;
+  };
+  const std::string made = bits();
+  ASSERT_EQ(entries().size(), 1u);
+  const std::string file = entries()[0];
+  const std::string kept = testing::ReadFile(file);
+  EXPECT_EQ(bits(), made);
+  // A cover that is found is one that was kept: with another number in it and a sum that fits, it would be
+  // taken. Any damage shows, and is made good.
+  for (const std::size_t size :
+       {std::size_t{0}, std::size_t{7}, kept.size() - 1, kept.size(), kept.size() + 8}) {
+    std::string damaged = kept;
+    damaged.resize(size, 'x');
+    if (size == kept.size()) {
+      damaged[kept.size() / 2] = static_cast<char>(damaged[kept.size() / 2] ^ 1);
+    }
+    folder.Write("cache/kavo/" + std::filesystem::path(file).filename().string(), damaged);
+    EXPECT_EQ(bits(), made) << size;
+    EXPECT_EQ(testing::ReadFile(file), kept) << size;
+  }
+  // Another tolerance, another scale and another place of a file, of which only the first two matter.
+  options.cover_tolerance = 0.05;
+  const std::string coarse = bits();
+  EXPECT_NE(coarse, made);
+  EXPECT_EQ(entries().size(), 2u);
+  folder.Write("elsewhere/parts/box.obj", kOpenBox);
+  options.packages["parts"] = folder / "elsewhere/parts";
+  EXPECT_EQ(bits(), coarse);
+  EXPECT_EQ(entries().size(), 2u);
+  folder.Write("elsewhere/parts/box.obj", std::string(kOpenBox) + "f 5 6 7 8\n");
+  bits();
+  EXPECT_EQ(entries().size(), 3u);
+  // A folder that cannot be.
+  options.cover_cache = folder.Write("file", "") + "/below";
+  options.packages.clear();
+  EXPECT_EQ(bits(), coarse);
 }
 
 TEST(RobotFile, PairsThatMustNotTouch) {
@@ -602,14 +654,6 @@ TEST(RobotFile, FaultsOfTheOptions) {
   for (const auto& [name, srdf, message] : of_groups) {
     EXPECT_EQ(Fault(Arm(), group(name), srdf), message);
   }
-
-  RobotFileOptions fine;
-  fine.cover_tolerance = 0.001;
-  EXPECT_EQ(Fault(Links("base", "<collision><geometry><box size='1 1 1'/></geometry></collision>") +
-                      Links("a") + JointText("j", "continuous", "base", "a"),
-                  fine),
-            "arm.urdf:2: found a box of link \"base\" that takes more than 5000 spheres to cover it to 0.001 "
-            "m, expected a larger tolerance");
 }
 
 TEST(RobotFile, FaultsOfTheOtherFiles) {
