@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <map>
 #include <memory>
 #include <string>
 #include <utility>
@@ -44,7 +45,8 @@ struct MovingJoint {
   Eigen::Vector3d axis;
 };
 
-// A collision sphere.
+// A collision sphere, or a ball around some of one frame: what is far from all of these need not be asked of
+// each.
 struct Ball {
   std::size_t frame;
   // Among the spheres of the frame.
@@ -56,9 +58,16 @@ struct Ball {
   const kavo::internal::ObstacleSet* allowed;
   // The joints that carry it.
   const std::vector<std::size_t>* joints;
+  // The balls that it is around; none for a collision sphere.
+  std::size_t first_part = 0;
+  std::size_t end_part = 0;
+
+  bool HasParts() const { return first_part != end_part; }
+  // How far from its centre those of its parts may be.
+  double Extent() const { return HasParts() ? sphere.radius : 0.0; }
 };
 
-// Two spheres that must not touch each other.
+// Two balls that must not touch each other.
 struct BallPair {
   std::size_t a;
   std::size_t b;
@@ -85,6 +94,8 @@ class Arm {
 
   const std::vector<MovingJoint>& Joints() const { return joints_; }
   const std::vector<Ball>& Balls() const { return balls_; }
+  // The balls around all spheres of a frame, and the pairs of those of frames that must not touch.
+  const std::vector<std::size_t>& Roots() const { return roots_; }
   const std::vector<BallPair>& Pairs() const { return pairs_; }
   // The distance of the farthest sphere from the origin of its frame.
   double LargestOffset() const { return largest_offset_; }
@@ -123,35 +134,103 @@ class Arm {
     };
     // Pointers into it are kept, here and below.
     allowed_.reserve(robot.collision().frames.size());
-    // By frame: its first sphere, and the one after its last.
-    std::vector<std::pair<std::size_t, std::size_t>> ranges(plan.frames.size());
+    // By frame.
+    std::map<std::size_t, std::size_t> roots;
     for (const std::string& name : robot.collision().frames) {
       const auto frame = static_cast<std::size_t>(kinematics_->frame(name).index());
       const std::vector<math::Sphere> spheres = robot.collision().spheresOf(name);
       const double padding = robot.collision().paddingOf(name);
       allowed_.push_back(snapshot.named(robot.collision().allowedObstaclesOf(name)));
-      ranges[frame].first = balls_.size();
+      std::vector<Ball> of_frame;
       for (std::size_t i = 0; i < spheres.size(); ++i) {
         // What touches nothing is left out.
         if (spheres[i].radius >= 0.0) {
-          balls_.push_back(
+          of_frame.push_back(
               {frame, i, spheres[i], spheres[i].radius + padding, &allowed_.back(), &chain(frame)});
           largest_offset_ = std::max(largest_offset_, Norm(spheres[i].center));
         }
       }
-      ranges[frame].second = balls_.size();
+      if (!of_frame.empty()) {
+        roots[frame] = balls_.size();
+        roots_.push_back(balls_.size());
+        balls_.emplace_back();
+        PutAround(of_frame.begin(), of_frame.end(), balls_.size() - 1);
+      }
     }
     linkages_.reserve(robot.collision().pairs.size());
     for (const auto& [name_a, name_b] : robot.collision().pairs) {
       const auto a = static_cast<std::size_t>(kinematics_->frame(name_a).index());
       const auto b = static_cast<std::size_t>(kinematics_->frame(name_b).index());
       linkages_.push_back(Between(chain(a), chain(b)));
-      for (std::size_t i = ranges[a].first; i < ranges[a].second; ++i) {
-        for (std::size_t k = ranges[b].first; k < ranges[b].second; ++k) {
-          pairs_.push_back({i, k, &linkages_.back()});
-        }
+      if (roots.count(a) != 0 && roots.count(b) != 0) {
+        pairs_.push_back({roots[a], roots[b], &linkages_.back()});
       }
     }
+  }
+
+  // Makes a ball around collision spheres, and below it balls around halves of halves of them.
+  using BallIterator = std::vector<Ball>::iterator;
+  void PutAround(BallIterator begin, BallIterator end, std::size_t place) {
+    if (end - begin == 1) {
+      balls_[place] = *begin;
+      return;
+    }
+    std::vector<BallIterator> cuts = {begin};
+    Split(begin, end, 2, cuts);
+    Ball ball = *begin;
+    ball.sphere = Around(begin, end);
+    ball.padded_radius += ball.sphere.radius - begin->sphere.radius;
+    ball.first_part = balls_.size();
+    ball.end_part = balls_.size() + cuts.size() - 1;
+    balls_[place] = ball;
+    balls_.resize(ball.end_part);
+    for (std::size_t i = 0; i + 1 < cuts.size(); ++i) {
+      PutAround(cuts[i], cuts[i + 1], ball.first_part + i);
+    }
+  }
+
+  // Halves them across their widest direction, and the halves again.
+  static void Split(BallIterator begin, BallIterator end, int times, std::vector<BallIterator>& cuts) {
+    if (times == 0 || end - begin == 1) {
+      cuts.push_back(end);
+      return;
+    }
+    int widest = 0;
+    double largest = -1.0;
+    for (int axis = 0; axis < 3; ++axis) {
+      const auto less = [axis](const Ball& a, const Ball& b) {
+        return a.sphere.center[axis] < b.sphere.center[axis];
+      };
+      const auto [low, high] = std::minmax_element(begin, end, less);
+      if (const double extent = high->sphere.center[axis] - low->sphere.center[axis]; extent > largest) {
+        largest = extent;
+        widest = axis;
+      }
+    }
+    std::sort(begin, end, [widest](const Ball& a, const Ball& b) {
+      const double in_a = a.sphere.center[widest];
+      const double in_b = b.sphere.center[widest];
+      return in_a != in_b ? in_a < in_b : a.index < b.index;
+    });
+    const auto middle = begin + (end - begin) / 2;
+    Split(begin, middle, times - 1, cuts);
+    Split(middle, end, times - 1, cuts);
+  }
+
+  // About the middle of the box around their centres; larger by more than rounding.
+  static math::Sphere Around(BallIterator begin, BallIterator end) {
+    Eigen::Vector3d low = begin->sphere.center;
+    Eigen::Vector3d high = low;
+    for (auto ball = begin; ball != end; ++ball) {
+      low = low.cwiseMin(ball->sphere.center);
+      high = high.cwiseMax(ball->sphere.center);
+    }
+    math::Sphere around{0.5 * low + 0.5 * high, 0.0};
+    for (auto ball = begin; ball != end; ++ball) {
+      const double reach = Norm(ball->sphere.center - around.center) + ball->sphere.radius;
+      around.radius = std::max(around.radius, reach + kRounding * (reach + Norm(around.center)));
+    }
+    return around;
   }
 
   // The joints of one chain down to what carries both, then those of the other one upwards.
@@ -166,7 +245,9 @@ class Arm {
   std::unique_ptr<Kinematics> kinematics_;
   std::unique_ptr<FrameSweep> sweep_;
   std::vector<MovingJoint> joints_;
+  // Those that a ball is around stand side by side.
   std::vector<Ball> balls_;
+  std::vector<std::size_t> roots_;
   std::vector<BallPair> pairs_;
   // Of the frames with spheres.
   std::vector<kavo::internal::ObstacleSet> allowed_;
@@ -201,13 +282,7 @@ class Prover {
       proof_.verdict = Verdict::kBeyondLimits;
       return proof_;
     }
-    Open all;
-    for (std::size_t i = 0; i < arm_.Balls().size(); ++i) {
-      all.balls.push_back(i);
-    }
-    for (std::size_t i = 0; i < arm_.Pairs().size(); ++i) {
-      all.pairs.push_back(i);
-    }
+    const Open all{arm_.Roots(), arm_.Pairs()};
     // The waypoints first: what is found there spares much of the search for the smallest clearance.
     for (std::size_t i = 0; i < path_.size() && !end_; ++i) {
       LookAt(PlaceOfWaypoint(i), 0.0, all);
@@ -232,10 +307,10 @@ class Prover {
   }
 
  private:
-  // What is not proven yet on a part of a segment: indices of balls, for the obstacles, and of pairs.
+  // What is not proven yet on a part of a segment: indices of balls, for the obstacles, and pairs of them.
   struct Open {
     std::vector<std::size_t> balls;
-    std::vector<std::size_t> pairs;
+    std::vector<BallPair> pairs;
   };
 
   // A ball where the robot was placed last.
@@ -268,7 +343,6 @@ class Prover {
 
   void Prove(double begin, double end, const Open& open) {
     const double middle = begin + 0.5 * (end - begin);
-    num_bounds_ += open.balls.size() + open.pairs.size();
     if (!(begin < middle && middle < end) || num_bounds_ > options_.max_num_bounds) {
       end_ = Verdict::kUndecided;
       return;
@@ -294,52 +368,85 @@ class Prover {
       return still_open;
     }
     PlaceRobot(place, half_width);
-    for (const std::size_t i : open.balls) {
-      const Ball& ball = arm_.Balls()[i];
-      const Eigen::Vector3d& center = PlaceBall(i);
-      if (!center.allFinite()) {
-        GiveUpOn(ball, place);
-        return still_open;
-      }
-      const auto nearest = snapshot_->nearestObstacle(center, ball.allowed);
-      if (!nearest) {
-        continue;
-      }
-      const double gap = nearest->distance - ball.padded_radius;
-      if (!proof_.clearance || gap < proof_.clearance->distance) {
-        const std::string& frame = arm_.FrameName(ball);
-        proof_.clearance = {gap, frame, nearest->obstacle, {}, place};
-        if (ConfigurationFault* const fault = NoteSmallest(gap, place)) {
-          fault->contact = {frame, ball.index, center, ball.padded_radius, nearest->obstacle, {}, -gap};
-        }
-      }
-      const double bound = gap - Travel(i) - kRounding * (length_ + std::fabs(nearest->distance));
-      if (!IsSettled(bound, proof_.clearance->distance)) {
-        still_open.balls.push_back(i);
-      }
+    for (const std::size_t ball : open.balls) {
+      LookAtBall(ball, place, still_open);
     }
-    for (const std::size_t i : open.pairs) {
-      const BallPair& pair = arm_.Pairs()[i];
-      const Ball& a = arm_.Balls()[pair.a];
-      const Ball& b = arm_.Balls()[pair.b];
-      const double distance = Norm(PlaceBall(pair.a) - PlaceBall(pair.b));
-      if (!std::isfinite(distance)) {
-        GiveUpOn(a, place);
-        return still_open;
-      }
-      const double gap = distance - a.sphere.radius - b.sphere.radius;
-      if (!proof_.self_clearance || gap < proof_.self_clearance->distance) {
-        proof_.self_clearance = {gap, {arm_.FrameName(a), arm_.FrameName(b)}, place};
-        if (ConfigurationFault* const fault = NoteSmallest(gap, place)) {
-          fault->self_contact = {{arm_.FrameName(a), arm_.FrameName(b)}, {a.index, b.index}, -gap};
-        }
-      }
-      const double bound = gap - Travel(pair) - kRounding * length_;
-      if (!IsSettled(bound, proof_.self_clearance->distance)) {
-        still_open.pairs.push_back(i);
-      }
+    for (const BallPair& pair : open.pairs) {
+      LookAtPair(pair, place, still_open);
     }
     return still_open;
+  }
+
+  void LookAtBall(std::size_t index, const PathPlace& place, Open& still_open) {
+    if (end_) {
+      return;
+    }
+    ++num_bounds_;
+    const Ball& ball = arm_.Balls()[index];
+    const Eigen::Vector3d& center = PlaceBall(index);
+    if (!center.allFinite()) {
+      GiveUpOn(ball, place);
+      return;
+    }
+    const auto nearest = snapshot_->nearestObstacle(center, ball.allowed);
+    if (!nearest) {
+      return;
+    }
+    const double gap = nearest->distance - ball.padded_radius;
+    const double bound = gap - Travel(index) - kRounding * (length_ + std::fabs(nearest->distance));
+    if (ball.HasParts()) {
+      if (!AreSettled(bound, proof_.clearance)) {
+        for (std::size_t part = ball.first_part; part < ball.end_part; ++part) {
+          LookAtBall(part, place, still_open);
+        }
+      }
+      return;
+    }
+    if (!proof_.clearance || gap < proof_.clearance->distance) {
+      const std::string& frame = arm_.FrameName(ball);
+      proof_.clearance = {gap, frame, nearest->obstacle, {}, place};
+      if (ConfigurationFault* const fault = NoteSmallest(gap, place)) {
+        fault->contact = {frame, ball.index, center, ball.padded_radius, nearest->obstacle, {}, -gap};
+      }
+    }
+    if (!IsSettled(bound, proof_.clearance->distance)) {
+      still_open.balls.push_back(index);
+    }
+  }
+
+  void LookAtPair(const BallPair& pair, const PathPlace& place, Open& still_open) {
+    if (end_) {
+      return;
+    }
+    ++num_bounds_;
+    const Ball& a = arm_.Balls()[pair.a];
+    const Ball& b = arm_.Balls()[pair.b];
+    const double distance = Norm(PlaceBall(pair.a) - PlaceBall(pair.b));
+    if (!std::isfinite(distance)) {
+      GiveUpOn(a, place);
+      return;
+    }
+    const double gap = distance - a.sphere.radius - b.sphere.radius;
+    const double bound = gap - Travel(pair) - kRounding * length_;
+    if (a.HasParts() || b.HasParts()) {
+      if (!AreSettled(bound, proof_.self_clearance)) {
+        const bool of_a = a.HasParts() && (!b.HasParts() || a.sphere.radius >= b.sphere.radius);
+        const Ball& larger = of_a ? a : b;
+        for (std::size_t part = larger.first_part; part < larger.end_part; ++part) {
+          LookAtPair({of_a ? part : pair.a, of_a ? pair.b : part, pair.joints}, place, still_open);
+        }
+      }
+      return;
+    }
+    if (!proof_.self_clearance || gap < proof_.self_clearance->distance) {
+      proof_.self_clearance = {gap, {arm_.FrameName(a), arm_.FrameName(b)}, place};
+      if (ConfigurationFault* const fault = NoteSmallest(gap, place)) {
+        fault->self_contact = {{arm_.FrameName(a), arm_.FrameName(b)}, {a.index, b.index}, -gap};
+      }
+    }
+    if (!IsSettled(bound, proof_.self_clearance->distance)) {
+      still_open.pairs.push_back(pair);
+    }
   }
 
   // What is wrong at the place of the smallest gap so far, for the caller to fill in; null if it was not
@@ -365,6 +472,13 @@ class Prover {
   // lower the smallest clearance by more than the tolerance.
   bool IsSettled(double bound, double smallest) const {
     return (bound > 0.0 || IsRefused()) && bound >= smallest - options_.tolerance;
+  }
+
+  // The same for all parts of a ball, from a bound on their gaps. Where they are within an obstacle that
+  // bound means nothing.
+  template <class Clearance>
+  bool AreSettled(double bound, const std::optional<Clearance>& clearance) const {
+    return bound > 0.0 && clearance && IsSettled(bound, clearance->distance);
   }
 
   // Also works out how far each joint moves things within half the width of a part of the segment: by the
@@ -408,7 +522,8 @@ class Prover {
         const MovingJoint& joint = arm_.Joints()[j];
         moves[j] = reaches_[j];
         if (!joint.slides && moves[j] > 0.0) {
-          moves[j] *= Norm(axes_[j].cross(placed.center - (*frames_)[joint.frame].translation));
+          moves[j] *=
+              Norm(axes_[j].cross(placed.center - (*frames_)[joint.frame].translation)) + ball.Extent();
         }
       }
     }
