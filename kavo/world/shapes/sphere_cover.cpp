@@ -268,7 +268,8 @@ std::optional<std::vector<math::Sphere>> CoverSearch::run() {
       balls_.insert(balls_.end(), first_balls.begin(), first_balls.end());
     } else {
       makeExact();
-      good_balls.insert(good_balls.end(), balls_.begin() + num_chosen, balls_.end());
+      good_balls.insert(good_balls.end(), balls_.begin() + static_cast<std::ptrdiff_t>(num_chosen),
+                        balls_.end());
       balls_.insert(balls_.end(), good_balls.begin(), good_balls.end());
     }
     select(num_chosen, round < kTryingRounds + kClosingRounds ? kEffort : 0);
