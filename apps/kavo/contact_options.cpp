@@ -153,15 +153,13 @@ std::shared_ptr<RobotDescription> ContactOptions::Apply(std::shared_ptr<RobotDes
                           ": expected LINK:NAME with a link of the robot, or something that it holds, and an "
                           "obstacle or another link");
     }
-    const auto& [link, name] = *allowed;
-    if (Contains(frames, name)) {
-      pairs.erase(std::remove_if(pairs.begin(), pairs.end(),
-                                 [&](const auto& pair) {
-                                   return std::minmax(pair.first, pair.second) == std::minmax(link, name);
-                                 }),
-                  pairs.end());
+    if (Contains(frames, allowed->second)) {
+      const auto is_allowed = [&](const auto& pair) {
+        return std::minmax(pair.first, pair.second) == std::minmax(allowed->first, allowed->second);
+      };
+      pairs.erase(std::remove_if(pairs.begin(), pairs.end(), is_allowed), pairs.end());
     }
-    rules.allowed_obstacles[link].push_back(name);
+    rules.allowed_obstacles[allowed->first].push_back(allowed->second);
   }
   return WithContactRules(*WithCollisionPairs(*robot, pairs), rules);
 }
