@@ -74,7 +74,7 @@ struct ContactRules {
 //!
 //! @code
 //! const std::shared_ptr<kavo::RobotDescription> robot = kavo::WithContactRules(
-//!     *kavo::LoadFrankaRobotDescription(), {{{"hand", 0.02}}, {{"link0", {"table"}}}});
+//!     *kavo::LoadFrankaRobotDescription(), {{{"hand", 0.02}}, {{"base", {"table"}}}});
 //! assert(kavo::ContactRulesOf(*robot).paddings.at("hand") == 0.02);
 //! @endcode
 KAVO_EXPORT std::unique_ptr<RobotDescription> WithContactRules(const RobotDescription& robot,

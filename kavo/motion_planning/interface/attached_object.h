@@ -53,7 +53,7 @@ KAVO_EXPORT AttachedBody CoverObject(const AttachedObject& object);
 //! const std::shared_ptr<kavo::RobotDescription> robot = kavo::LoadFrankaRobotDescription();
 //! const auto planner = kavo::CreateMotionPlanner(robot, world.view());
 //! const Eigen::VectorXd q = robot->defaultCSpaceConfiguration();
-//! kavo::AttachFromWorld(*planner, world, "box", "tool", q, {"hand", "leftfinger", "rightfinger"});
+//! kavo::AttachFromWorld(*planner, world, "box", "tool", q, {"hand", "left_finger", "right_finger"});
 //! assert(world.numObstacles() == 1);
 //! Eigen::VectorXd there = q;
 //! there[0] += 0.5;
