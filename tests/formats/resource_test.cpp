@@ -15,11 +15,11 @@ TEST(Resource, WhereFilesAreLookedFor) {
   for (const char* file :
        {"prefix/share/arm/in_prefix", "prefix/share/arm/everywhere", "listed/arm/in_listed",
         "listed/arm/everywhere", "listed/stack/group/arm/in_nested", "listed/stack/group/arm/in_listed",
-        "work/arm/in_neighbour", "work/arm/everywhere", "work/robot/robots/robot.urdf", "work/robot/own",
-        "work/robot/robot/twin", "given/mesh", "given/everywhere", "work/robot/robots/.hidden/arm/secret"}) {
+        "shop/arm/in_neighbour", "shop/arm/everywhere", "shop/robot/robots/robot.urdf", "shop/robot/own",
+        "shop/robot/robot/twin", "given/mesh", "given/everywhere", "shop/robot/robots/.hidden/arm/secret"}) {
     folder.Write(file, "");
   }
-  const std::string by = root + "/work/robot/robots/robot.urdf";
+  const std::string by = root + "/shop/robot/robots/robot.urdf";
   setenv("AMENT_PREFIX_PATH", (root + "/none:" + root + "/prefix").c_str(), 1);
   setenv("ROS_PACKAGE_PATH", (":" + root + "/listed/").c_str(), 1);
   const auto find = [&](const std::string& name, const PackageFolders& packages = {}) {
@@ -37,10 +37,10 @@ TEST(Resource, WhereFilesAreLookedFor) {
       {"package://arm/in_prefix", "prefix/share/arm/in_prefix"},
       {"package://arm/in_listed", "listed/arm/in_listed"},
       {"package://arm/in_nested", "listed/stack/group/arm/in_nested"},
-      {"package://arm/in_neighbour", "work/arm/in_neighbour"},
-      {"package://robot/./below/../own", "work/robot/own"},
-      {"package://robot/twin", "work/robot/robot/twin"},
-      {"../own", "work/robot/robots/../own"},
+      {"package://arm/in_neighbour", "shop/arm/in_neighbour"},
+      {"package://robot/./below/../own", "shop/robot/own"},
+      {"package://robot/twin", "shop/robot/robot/twin"},
+      {"../own", "shop/robot/robots/../own"},
       {"file://" + root + "/given/mesh", "given/mesh"},
       {root + "/given/mesh", "given/mesh"},
   };
@@ -49,18 +49,18 @@ TEST(Resource, WhereFilesAreLookedFor) {
   }
   const PackageFolders given = {{"arm", root + "/given"}};
   EXPECT_EQ(find("package://arm/everywhere", given), "given/everywhere");
-  const std::string line = "work/robot/robots/robot.urdf:7: found ";
+  const std::string line = "shop/robot/robots/robot.urdf:7: found ";
   EXPECT_EQ(find("package://arm/in_listed", given),
             line +
                 "\"package://arm/in_listed\", which is not in given, expected that file in the folder of "
                 "package \"arm\"");
   EXPECT_EQ(find("../../other"), line +
                                      "\"../../other\", for which there is no file "
-                                     "work/robot/robots/../../other, expected the name of one that exists");
+                                     "shop/robot/robots/../../other, expected the name of one that exists");
   const std::string missing = find("package://arm/secret");
   EXPECT_EQ(missing.find(line + "\"package://arm/secret\", which is not in none/share/arm, prefix/share/arm, "
-                                "listed/arm, listed/stack/group/arm, work/robot/robots/arm, "
-                                "work/robot/arm, work/arm, "),
+                                "listed/arm, listed/stack/group/arm, shop/robot/robots/arm, "
+                                "shop/robot/arm, shop/arm, "),
             0u)
       << missing;
   EXPECT_NE(missing.find(", /arm, expected the folder of package \"arm\" to be given (--package arm=DIR) or "
