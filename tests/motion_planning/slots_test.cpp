@@ -32,13 +32,14 @@ TEST(SlotsTest, OperationsKeepTheirPlaces) {
             (std::vector<std::ptrdiff_t>{2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12}));
   EXPECT_EQ(Slots(&Environment::CSpaceDimension, &Environment::CSpaceCoordLimits,
                   &Environment::CSpaceDistanceMetric, &Environment::IsValidConfiguration,
-                  &Environment::SampleConfiguration, &Environment::CountValid, &Environment::IsValidMotion),
-            (std::vector<std::ptrdiff_t>{2, 3, 4, 5, 6, 7, 8}));
+                  &Environment::SampleConfiguration, &Environment::CountValid, &Environment::IsValidMotion,
+                  &Environment::IsValidCurve),
+            (std::vector<std::ptrdiff_t>{2, 3, 4, 5, 6, 7, 8, 9}));
   EXPECT_EQ(Slots(&RobotEnvironment::TaskSpacePosition, &RobotEnvironment::GetTaskSpacePositionJacobian,
                   &RobotEnvironment::SampleTaskSpace, &RobotEnvironment::UpdateWorldView,
                   &RobotEnvironment::SetBasePose),
-            (std::vector<std::ptrdiff_t>{9, 10, 11, 12, 13}));
-  EXPECT_EQ(Slots(&Basic3dEnvironment::UpdateWorldView), (std::vector<std::ptrdiff_t>{9}));
+            (std::vector<std::ptrdiff_t>{10, 11, 12, 13, 14}));
+  EXPECT_EQ(Slots(&Basic3dEnvironment::UpdateWorldView), (std::vector<std::ptrdiff_t>{10}));
   EXPECT_EQ(Slots(&RRT::CSpaceDimension, &RRT::TryToFindPath, &RRT::GetAllValidatedConfigurations,
                   &RRT::GetAllValidatedEdges),
             (std::vector<std::ptrdiff_t>{2, 3, 4, 5}));

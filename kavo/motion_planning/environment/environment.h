@@ -81,6 +81,17 @@ class KAVO_EXPORT Environment {
   virtual bool IsValidMotion(const Eigen::Ref<const Eigen::VectorXd>& q_start,
                              const Eigen::Ref<const Eigen::VectorXd>& q_end, double resolution) const;
 
+  //! The same of a motion along a Bezier curve, every configuration of it: the blend of a corner, or what a
+  //! controller runs between two samples.
+  //!
+  //! As above, an environment that can prove this overrides the default, which asks about points that are
+  //! evenly spaced in the parameter of the curve. One that proves may refuse a curve of which a control point
+  //! is beyond the limits, although the curve is within them.
+  //! \param control_points One to a column, from where the curve begins to where it ends: two are the straight
+  //!     motion, one is a configuration. None, or rows other than `CSpaceDimension()`, are a fatal error.
+  //! \param resolution See `IsValidMotion`; bounds the distance of two points along the curve.
+  virtual bool IsValidCurve(const Eigen::Ref<const Eigen::MatrixXd>& control_points, double resolution) const;
+
   //! How many configurations `CountValid` checks in little more time than one. Planners look that many steps
   //! ahead; with 1, the default, an environment is asked about a configuration only when all before it are
   //! known to be valid and used. An environment of several at once must not change in the middle of a query,
