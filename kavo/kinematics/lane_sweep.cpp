@@ -109,6 +109,19 @@ HWY_INLINE hn::Vec<D> Value(D d, const LaneStep& step, const Coordinates& coordi
   }
 }
 
+// What a joint does where it stands at a value, in the lanes from `lane` on.
+template <class D, class V = hn::Vec<D>>
+HWY_INLINE void StoreMotion(D d, const LaneStep& step, V value, std::size_t lane) {
+  if (step.is_revolute) {
+    V sin, cos;
+    SinCos(d, value, sin, cos);
+    hn::Store(hn::Mul(sin, hn::Set(d, step.turn_sign)), d, step.sine + lane);
+    hn::Store(cos, d, step.cosine + lane);
+  } else {
+    hn::Store(value, d, step.sine + lane);
+  }
+}
+
 // Works out the motions of all joints; see `LaneSweep::compute`. Apart from the steps: one sine takes long,
 // but many of them can be under way at a time.
 template <std::size_t kLanes, class Coordinates>
@@ -126,14 +139,7 @@ HWY_INLINE std::uint32_t MoveLanes(const LaneStep* steps, std::size_t count, con
         hn::StoreMaskBits(d, hn::Not(in_range), bits);
         too_large |= static_cast<std::uint32_t>(bits[0]) << lane;
       }
-      if (step->is_revolute) {
-        V sin, cos;
-        SinCos(d, value, sin, cos);
-        hn::Store(hn::Mul(sin, hn::Set(d, step->turn_sign)), d, step->sine + lane);
-        hn::Store(cos, d, step->cosine + lane);
-      } else {
-        hn::Store(value, d, step->sine + lane);
-      }
+      StoreMotion(d, *step, value, lane);
     }
   }
   return too_large;
@@ -148,6 +154,18 @@ std::uint32_t Move(const LaneStep* steps, std::size_t count, const double* coord
 std::uint32_t MoveAlong(const LaneStep* steps, std::size_t count, const double* start, const double* way,
                         const double* times) {
   return MoveLanes<kNumLanes>(steps, count, Along{start, way, times});
+}
+
+void MoveRoughly(const LaneStep* steps, std::size_t count, const float* coordinates) {
+  const hn::CappedTag<float, kNumLanes> d;
+  for (const LaneStep* step = steps; step != steps + count; ++step) {
+    const auto multiplier = hn::Set(d, static_cast<float>(step->multiplier));
+    const auto summand = hn::Set(d, static_cast<float>(step->summand));
+    for (std::size_t lane = 0; lane < kNumLanes; lane += hn::Lanes(d)) {
+      const auto coordinate = hn::Load(d, coordinates + step->coordinate * kNumLanes + lane);
+      StoreMotion(d, *step, hn::Add(hn::Mul(coordinate, multiplier), summand), lane);
+    }
+  }
 }
 
 // The last column of one row of base * offset: only the terms that are not zero are added.
@@ -259,6 +277,7 @@ namespace kavo::kinematics::internal {
 HWY_EXPORT(ChooseRun);
 HWY_EXPORT(Move);
 HWY_EXPORT(MoveAlong);
+HWY_EXPORT(MoveRoughly);
 
 namespace {
 
@@ -322,6 +341,7 @@ LaneSweep::LaneSweep(const Kinematics::Plan& plan)
   }
   move_ = &HWY_DYNAMIC_DISPATCH(Move);
   move_along_ = &HWY_DYNAMIC_DISPATCH(MoveAlong);
+  move_roughly_ = &HWY_DYNAMIC_DISPATCH(MoveRoughly);
   for (std::size_t i = 0; i < plan.steps.size(); ++i) {
     steps_.push_back(MakeStep(plan.steps[i]));
     steps_.back().base = &places_[static_cast<std::size_t>(plan.steps[i].parent + 1)];

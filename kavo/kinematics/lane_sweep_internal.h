@@ -75,6 +75,9 @@ class KAVO_EXPORT LaneSweep {
   //! The frames in the order of the plan; they stay where they are in memory.
   const std::vector<Frame>& frames() const { return frames_; }
 
+  //! Where the part of a slot of the plan is after a call of `compute`; -1 is the base.
+  const math::LaneTransforms& place(int slot) const { return places_[static_cast<std::size_t>(slot + 1)]; }
+
   //! Places the robot base; identity at first. Holds for later calls of `compute`.
   void setBase(const math::RigidTransform& base);
 
@@ -105,6 +108,15 @@ class KAVO_EXPORT LaneSweep {
     return move_along_(steps_.data(), steps_.size(), start, way, times);
   }
 
+  //! The same for coordinates in single precision, and for joints that stand anywhere: what is stated of
+  //! errors does not hold.
+  //! \param coordinates Coordinate c of the configuration in lane i at [c * `math::kNumLanes` + i].
+  void moveRoughly(const float* coordinates) {
+    run_ = &LaneStep::run_all;
+    num_placed_ = 0;
+    move_roughly_(steps_.data(), steps_.size(), coordinates);
+  }
+
   //! Goes on with it: places the parts up to that of a slot of the plan, unless they are placed already.
   void placeUpTo(int slot) {
     for (; static_cast<int>(num_placed_) <= slot; ++num_placed_) {
@@ -116,11 +128,13 @@ class KAVO_EXPORT LaneSweep {
  private:
   using MoveFunction = std::uint32_t (*)(const LaneStep* steps, std::size_t count, const double* coordinates,
                                          std::size_t num_lanes);
+  using MoveRoughlyFunction = void (*)(const LaneStep* steps, std::size_t count, const float* coordinates);
   using MoveAlongFunction = std::uint32_t (*)(const LaneStep* steps, std::size_t count, const double* start,
                                               const double* way, const double* times);
 
   MoveFunction move_;
   MoveAlongFunction move_along_;
+  MoveRoughlyFunction move_roughly_;
   LaneStep::Run LaneStep::*run_ = &LaneStep::run_all;
   std::size_t num_placed_ = 0;
   std::vector<LaneStep> steps_;

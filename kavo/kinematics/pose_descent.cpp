@@ -17,9 +17,8 @@ constexpr double kLeastDamping = 1e-14;
 // Keeps what rounding costs in placing a frame another way out of the tolerance.
 constexpr double kWithin = 1.0 - 1e-6;
 
-// A descent ends when some steps in a row have not brought the squared error below this share.
+// A descent ends when so many steps in a row have not brought the squared error below a share.
 constexpr int kStepsToFall = 4;
-constexpr double kFall = 0.9;
 
 double Length(const double* v, const std::array<bool, 3>& counts) {
   double sum = 0.0;
@@ -255,11 +254,11 @@ void PoseDescent::step(Eigen::VectorXd& q, bool may_turn) {
   }
 }
 
-bool PoseDescent::descend(Eigen::VectorXd& q, int max_steps, bool may_turn) {
+bool PoseDescent::descend(Eigen::VectorXd& q, int max_steps, double fall, bool may_turn) {
   double last = place(q).squared;
   for (int i = 0; !isReached(); ++i) {
     if (i % kStepsToFall == kStepsToFall - 1) {
-      if (!(error_.squared < kFall * last)) {
+      if (!(error_.squared < fall * last)) {
         return false;
       }
       last = error_.squared;

@@ -66,6 +66,7 @@ class PoseDescent {
 
   //! Places the frame. Holds for the calls below.
   const PoseError& place(const Eigen::VectorXd& q);
+  const PoseError& error() const { return error_; }
   bool isReached() const;
   //! The angle that remains.
   double angle() const;
@@ -77,8 +78,9 @@ class PoseDescent {
   void step(Eigen::VectorXd& q, bool may_turn);
 
   //! Places and steps until the target is reached or the error no longer falls.
+  //! \param fall Share below which some steps in a row have to bring the squared error.
   //! \return Whether it is reached; `q` is placed.
-  bool descend(Eigen::VectorXd& q, int max_steps, bool may_turn);
+  bool descend(Eigen::VectorXd& q, int max_steps, double fall, bool may_turn);
 
   //! Of the target.
   const PoseTarget& target() const { return target_; }

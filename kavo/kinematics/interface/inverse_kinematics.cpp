@@ -6,6 +6,7 @@
 
 #include "kavo/kinematics/interface/robot_description_internal.h"
 #include "kavo/kinematics/pose_descent_internal.h"
+#include "kavo/kinematics/pose_lanes_internal.h"
 #include "kavo/math/constants_internal.h"
 #include "kavo/math/vector_math_internal.h"
 #include "kavo/util/log_message.h"
@@ -16,9 +17,18 @@ namespace kavo {
 namespace {
 
 using kinematics::internal::PoseDescent;
+using kinematics::internal::PoseLanes;
 using kinematics::internal::PoseModel;
 
 constexpr char kFile[] = "kinematics/interface/inverse_kinematics";
+
+// Lanes that ended within this squared error are worth going on with in double precision; how far that goes.
+constexpr double kWorthFinishing = 1e-3;
+constexpr int kStepsToFinish = 12;
+constexpr double kFallToFinish = 0.9;
+// The same where it is about how near it gets.
+constexpr int kStepsToSettle = 200;
+constexpr double kFallToSettle = 1.0 - 1e-6;
 
 // Solutions nearer to one another count as one.
 constexpr double kDistinct = 1e-3;
@@ -57,6 +67,7 @@ class InverseKinematics::Impl {
       : model_(robot.model(), frame, robot.jointLimits()),
         default_(robot.defaultCSpaceConfiguration()),
         descent_(model_),
+        lanes_(model_),
         q_(static_cast<Eigen::Index>(model_.coordinates.size())),
         nearest_(q_.size()) {}
 
@@ -77,21 +88,25 @@ class InverseKinematics::Impl {
     nearest_squared_ = math::kInf;
 
     InverseKinematicsResult result;
-    for (const Eigen::VectorXd& seed : options.seeds) {
-      if (result.solutions.size() == options.max_solutions) {
-        break;
+    lanes_.setTarget(target);
+    std::size_t num_seeds = 0;
+    search(options, result, [&] {
+      if (num_seeds == options.seeds.size()) {
+        return false;
       }
-      setLocal(seed, true);
-      search(options, result);
-    }
-    while (result.solutions.size() < options.max_solutions && result.num_restarts < options.max_restarts) {
-      setRestart(options.seed, options.first_restart + result.num_restarts);
-      ++result.num_restarts;
-      search(options, result);
-    }
+      setLocal(options.seeds[num_seeds++], true);
+      return true;
+    });
+    search(options, result, [&] {
+      if (result.num_restarts == options.max_restarts) {
+        return false;
+      }
+      setRestart(options.seed, options.first_restart + result.num_restarts++);
+      return true;
+    });
     if (found_.empty() && nearest_squared_ < math::kInf) {
       q_ = nearest_;
-      descent_.descend(q_, kStepsToSettle, true);
+      descent_.descend(q_, kStepsToSettle, kFallToSettle, true);
       result.nearest = settled();
     }
     if (options.reference) {
@@ -107,7 +122,7 @@ class InverseKinematics::Impl {
     anchor_ = q;
     descent_.setTarget(target);
     setLocal(q, false);
-    if (descent_.descend(q_, kStepsToSettle, false)) {
+    if (descent_.descend(q_, kStepsToSettle, kFallToFinish, false)) {
       return global(q_);
     }
     if (nearest != nullptr) {
@@ -117,8 +132,6 @@ class InverseKinematics::Impl {
   }
 
  private:
-  static constexpr int kStepsToSettle = 100;
-
   void checkConfiguration(const Eigen::VectorXd& q) const {
     KAVO_CHECK(q.size() == default_.size() && math::IsFinite(q), kFile, 122)
         << "A configuration has " << default_.size() << " finite entries; one with " << q.size()
@@ -164,10 +177,50 @@ class InverseKinematics::Impl {
     });
   }
 
-  // From `q_` on.
-  void search(const InverseKinematicsOptions& options, InverseKinematicsResult& result) {
-    if (!descent_.descend(q_, kStepsToSettle, true)) {
-      const double squared = descent_.place(q_).squared;
+  // Descends from configurations that `next` puts into `q_`, as long as it finds some, in all lanes.
+  template <typename Next>
+  void search(const InverseKinematicsOptions& options, InverseKinematicsResult& result, const Next& next) {
+    std::uint32_t active = 0;
+    const auto refill = [&](std::size_t lane) {
+      if (next()) {
+        lanes_.begin(lane, q_);
+        active |= std::uint32_t{1} << lane;
+      } else {
+        active &= ~(std::uint32_t{1} << lane);
+      }
+    };
+    if (result.solutions.size() == options.max_solutions) {
+      return;
+    }
+    for (std::size_t lane = 0; lane < math::kNumLanes; ++lane) {
+      refill(lane);
+    }
+    while (active != 0) {
+      const std::uint32_t ended = lanes_.step() & active;
+      for (std::size_t lane = 0; lane < math::kNumLanes; ++lane) {
+        if ((ended >> lane & 1) == 0) {
+          continue;
+        }
+        lanes_.get(lane, q_);
+        const double squared = lanes_.squared(lane);
+        if ((lanes_.isNear(lane) || squared < kWorthFinishing) && !isKnown(q_)) {
+          finish(options, result);
+          if (result.solutions.size() == options.max_solutions) {
+            return;
+          }
+        } else if (squared < nearest_squared_) {
+          nearest_squared_ = squared;
+          nearest_ = q_;
+        }
+        refill(lane);
+      }
+    }
+  }
+
+  // From `q_` on in double precision.
+  void finish(const InverseKinematicsOptions& options, InverseKinematicsResult& result) {
+    if (!descent_.descend(q_, kStepsToFinish, kFallToFinish, true)) {
+      const double squared = descent_.error().squared;
       if (squared < nearest_squared_) {
         nearest_squared_ = squared;
         nearest_ = q_;
@@ -217,6 +270,7 @@ class InverseKinematics::Impl {
   // What coordinates that do not move the frame stay at.
   Eigen::VectorXd anchor_;
   PoseDescent descent_;
+  PoseLanes lanes_;
   Eigen::VectorXd q_;
   std::vector<Eigen::VectorXd> found_;
   double nearest_squared_ = math::kInf;

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "tests/kinematics/random_robot.h"
-#include "tests/support/fatal.h"
+#include "tests/support/every_target.h"
 #include "tests/support/vectors.h"
 
 namespace kavo {
@@ -98,6 +98,42 @@ TEST(InverseKinematicsTest, AgreesWithTheForwardKinematicsOnRandomRobots) {
   }
   EXPECT_EQ(num_solved, num_targets);
 }
+
+// Answers to a few hundred questions of all kinds.
+std::vector<Eigen::VectorXd> ManyAnswers() {
+  std::mt19937 engine(5);
+  std::vector<Eigen::VectorXd> answers;
+  for (int round = 0; round < 200; ++round) {
+    const testing::RandomRobot robot(engine, 1 + round % 12);
+    const auto description = robot.description();
+    const auto kinematics = description->kinematics();
+    const auto n = static_cast<Eigen::Index>(description->numCSpaceCoords());
+    const std::string& name = robot.joints().back().child_frame;
+    const Pose3 pose = kinematics->pose(RandomVec(engine, n, -3.0, 3.0), kinematics->frame(name));
+    PoseTarget target = RandomTarget(pose, engine);
+    if (round % 8 == 0) {
+      target.pose = target.pose * Pose3::FromTranslation({20.0, 0.0, 0.0});
+    }
+    InverseKinematicsOptions options;
+    options.max_solutions = 3;
+    const InverseKinematicsResult result = SolveInverseKinematics(*description, name, target, options);
+    answers.insert(answers.end(), result.solutions.begin(), result.solutions.end());
+    if (result.nearest) {
+      answers.push_back(result.nearest->q);
+    }
+  }
+  return answers;
+}
+
+using InverseKinematicsTargetTest = testing::EveryTargetTest;
+
+TEST_P(InverseKinematicsTargetTest, AnswersTheSameBits) {
+  const std::vector<Eigen::VectorXd> answers = ManyAnswers();
+  TearDown();
+  EXPECT_EQ(answers, ManyAnswers());
+}
+
+KAVO_INSTANTIATE_FOR_EVERY_TARGET(InverseKinematicsTargetTest);
 
 }  // namespace
 }  // namespace kavo
