@@ -1,0 +1,42 @@
+#pragma once
+
+#include <Eigen/Core>
+#include <optional>
+
+#include "kavo/kinematics/interface/robot_description.h"
+#include "kavo/util/export.h"
+
+namespace kavo::planning {
+
+//! How fast the coordinates of a robot may move, each by itself and in both directions alike.
+struct MotionLimits {
+  //! One for each coordinate: radians, or metres for one that slides, per second, second squared and second
+  //! cubed. From `kLeastMotionLimit` to `kGreatestMotionLimit`.
+  Eigen::VectorXd velocity;
+  Eigen::VectorXd acceleration;
+  //! None where nobody asks for it.
+  std::optional<Eigen::VectorXd> jerk;
+};
+
+inline constexpr double kLeastMotionLimit = 1e-6;
+inline constexpr double kGreatestMotionLimit = 1e9;
+
+//! What is assumed of a joint of which nothing is known: slow enough for any arm.
+inline constexpr double kDefaultTurningVelocity = 1.0;
+inline constexpr double kDefaultTurningAcceleration = 2.0;
+inline constexpr double kDefaultTurningJerk = 20.0;
+inline constexpr double kDefaultSlidingVelocity = 0.1;
+inline constexpr double kDefaultSlidingAcceleration = 0.5;
+inline constexpr double kDefaultSlidingJerk = 5.0;
+
+//! These, for each coordinate of a robot, with a jerk. Descriptions as for `ExtractJointLimits`.
+KAVO_EXPORT MotionLimits DefaultMotionLimits(const RobotDescription& robot);
+
+//! Those that the maker of the built-in Franka arm has published, with a jerk.
+KAVO_EXPORT MotionLimits FrankaMotionLimits();
+
+//! A fatal error unless there are as many limits of each kind as coordinates, all of them in the range above.
+//! A jerk is only looked at if there is one.
+KAVO_EXPORT void ValidateMotionLimits(const MotionLimits& limits, Eigen::Index num_coordinates);
+
+}  // namespace kavo::planning
