@@ -20,6 +20,11 @@ constexpr double kWithin = 1.0 - 1e-6;
 // A descent ends when so many steps in a row have not brought the squared error below a share.
 constexpr int kStepsToFall = 4;
 
+// Of a descent that takes no step uphill: what the damping is multiplied by where one is taken and divided by
+// where not, and the share of the squared error that is no gain.
+constexpr double kEase = 0.3;
+constexpr double kSettled = 1e-9;
+
 double Length(const double* v, const std::array<bool, 3>& counts) {
   double sum = 0.0;
   for (std::size_t i = 0; i < 3; ++i) {
@@ -220,11 +225,12 @@ double PoseDescent::angle() const {
   return 2.0 * half;
 }
 
-void PoseDescent::step(Eigen::VectorXd& q, bool may_turn) {
+double PoseDescent::damping() const { return kDamping * error_.squared + kLeastDamping; }
+
+void PoseDescent::step(Eigen::VectorXd& q, double damping, bool may_turn) {
   setColumns(q);
   const std::size_t rows = static_cast<std::size_t>(num_rows_);
   const std::size_t count = model_.coordinates.size();
-  const double damping = kDamping * error_.squared + kLeastDamping;
   double y[6];
   double change[6];
   const bool by_rows = rows <= count;
@@ -248,6 +254,10 @@ void PoseDescent::step(Eigen::VectorXd& q, bool may_turn) {
     } else {
       by = change[c];
     }
+    // A target may be so far away that squares overflow.
+    if (!std::isfinite(by)) {
+      continue;
+    }
     const PoseModel::Coordinate& coordinate = model_.coordinates[c];
     double& value = q[static_cast<Eigen::Index>(c)];
     value = coordinate.brought(value - by * coordinate.unit, may_turn);
@@ -266,10 +276,34 @@ bool PoseDescent::descend(Eigen::VectorXd& q, int max_steps, double fall, bool m
     if (i == max_steps) {
       return false;
     }
-    step(q, may_turn);
+    step(q, damping(), may_turn);
     place(q);
   }
   return true;
+}
+
+bool PoseDescent::settle(Eigen::VectorXd& q, int max_steps, bool may_turn) {
+  double squared = place(q).squared;
+  double damping = this->damping();
+  Eigen::VectorXd next = q;
+  for (int i = 0; i < max_steps && !isReached(); ++i) {
+    next = q;
+    step(next, damping, may_turn);
+    const double next_squared = place(next).squared;
+    if (next_squared < squared) {
+      const bool is_settled = squared - next_squared < kSettled * squared;
+      q = next;
+      squared = next_squared;
+      damping *= kEase;
+      if (is_settled) {
+        break;
+      }
+    } else {
+      damping /= kEase;
+      place(q);
+    }
+  }
+  return isReached();
 }
 
 // What remains of the rotation, and its derivative by small turns about the axes of the target. All three

@@ -74,13 +74,20 @@ class PoseDescent {
   //! The coordinates that stand at a limit while the error falls beyond it.
   const std::vector<char>& blocked() const { return blocked_; }
 
-  //! Goes one step from the configuration that was placed last.
-  void step(Eigen::VectorXd& q, bool may_turn);
+  //! Goes one step from the configuration that was placed last, of which `q` is one.
+  void step(Eigen::VectorXd& q, double damping, bool may_turn);
+  //! That is best on the way to a target within reach.
+  double damping() const;
 
   //! Places and steps until the target is reached or the error no longer falls.
   //! \param fall Share below which some steps in a row have to bring the squared error.
   //! \return Whether it is reached; `q` is placed.
   bool descend(Eigen::VectorXd& q, int max_steps, double fall, bool may_turn);
+
+  //! Goes where the error is least, or until the target is reached, without a step uphill (Marquardt 1963).
+  //! What else goes to and fro about the nearest place to a target that is out of reach.
+  //! \return As of `descend`.
+  bool settle(Eigen::VectorXd& q, int max_steps, bool may_turn);
 
   //! Of the target.
   const PoseTarget& target() const { return target_; }

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "kavo/math/constants_internal.h"
+
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "kavo/kinematics/pose_lanes.cpp"
 #include <hwy/foreach_target.h>
@@ -317,8 +319,7 @@ HWY_INLINE void Move(const Program& program, std::size_t index, std::size_t lane
   float* const at = program.values + index * kNumLanes + lane;
   V value = hn::Sub(hn::Load(d, at), hn::Mul(by, hn::Set(d, coordinate.unit)));
   if (coordinate.turns) {
-    const V turns =
-        hn::Floor(hn::Mul(hn::Sub(value, hn::Set(d, coordinate.turn_begin)), hn::Set(d, 0.159154943f)));
+    const V turns = hn::Floor(hn::Add(hn::Mul(value, hn::Set(d, 0.159154943f)), hn::Set(d, 0.5f)));
     value = hn::Sub(value, hn::Mul(turns, hn::Set(d, 6.28318531f)));
   } else {
     const V min = hn::Set(d, coordinate.min);
@@ -500,14 +501,17 @@ void PoseLanes::setTarget(const PoseTarget& target) {
   program_.coordinates.clear();
   for (const PoseModel::Coordinate& coordinate : model_.coordinates) {
     program_.coordinates.push_back({coordinate.turns, ToFloat(coordinate.limits.min),
-                                    ToFloat(coordinate.limits.max), ToFloat(coordinate.turn_begin),
-                                    ToFloat(coordinate.unit)});
+                                    ToFloat(coordinate.limits.max), ToFloat(coordinate.unit)});
   }
 }
 
 void PoseLanes::begin(std::size_t lane, const Eigen::VectorXd& q) {
   for (std::size_t c = 0; c < model_.coordinates.size(); ++c) {
-    coordinates_[c].values[lane] = ToFloat(q[static_cast<Eigen::Index>(c)]);
+    double value = q[static_cast<Eigen::Index>(c)];
+    if (model_.coordinates[c].turns) {
+      value -= math::kTwoPi * std::floor(value / math::kTwoPi + 0.5);
+    }
+    coordinates_[c].values[lane] = ToFloat(value);
     at_limit_[c].values[lane] = 0.0f;
   }
   bound_.values[lane] = 1e30f;

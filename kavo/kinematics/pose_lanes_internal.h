@@ -67,7 +67,7 @@ class KAVO_EXPORT PoseLanes {
 
   struct Coordinate {
     bool turns;
-    float min, max, turn_begin, unit;
+    float min, max, unit;
   };
 
   //! How the rotation counts.
@@ -88,8 +88,8 @@ class KAVO_EXPORT PoseLanes {
     std::size_t axis;
     //! Squares of what is near, in the units of the error.
     float near_position, near_rotation;
-    //! All lanes, coordinate by coordinate: value, -1 or 1 at the lower or the upper limit, slope of half the
-    //! squared error, and six derivatives.
+    //! All lanes, coordinate by coordinate: value (of those that turn, on the turn around zero), -1 or 1 at
+    //! the lower or the upper limit, slope of half the squared error, and six derivatives.
     float* values;
     float* at_limit;
     float* slopes;

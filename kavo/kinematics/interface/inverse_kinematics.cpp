@@ -26,9 +26,9 @@ constexpr char kFile[] = "kinematics/interface/inverse_kinematics";
 constexpr double kWorthFinishing = 1e-3;
 constexpr int kStepsToFinish = 12;
 constexpr double kFallToFinish = 0.9;
-// The same where it is about how near it gets.
-constexpr int kStepsToSettle = 200;
-constexpr double kFallToSettle = 1.0 - 1e-6;
+constexpr int kStepsToFollow = 30;
+// Where it is about how near it gets.
+constexpr int kStepsToSettle = 100;
 
 // Solutions nearer to one another count as one.
 constexpr double kDistinct = 1e-3;
@@ -85,7 +85,7 @@ class InverseKinematics::Impl {
     model_.setAnchor(anchor_);
     descent_.setTarget(target);
     found_.clear();
-    nearest_squared_ = math::kInf;
+    has_nearest_ = false;
 
     InverseKinematicsResult result;
     lanes_.setTarget(target);
@@ -104,9 +104,9 @@ class InverseKinematics::Impl {
       setRestart(options.seed, options.first_restart + result.num_restarts++);
       return true;
     });
-    if (found_.empty() && nearest_squared_ < math::kInf) {
+    if (found_.empty() && has_nearest_) {
       q_ = nearest_;
-      descent_.descend(q_, kStepsToSettle, kFallToSettle, true);
+      descent_.settle(q_, kStepsToSettle, true);
       result.nearest = settled();
     }
     if (options.reference) {
@@ -122,7 +122,8 @@ class InverseKinematics::Impl {
     anchor_ = q;
     descent_.setTarget(target);
     setLocal(q, false);
-    if (descent_.descend(q_, kStepsToSettle, kFallToFinish, false)) {
+    if (descent_.descend(q_, kStepsToFollow, kFallToFinish, false) ||
+        descent_.settle(q_, kStepsToSettle, false)) {
       return global(q_);
     }
     if (nearest != nullptr) {
@@ -208,23 +209,27 @@ class InverseKinematics::Impl {
           if (result.solutions.size() == options.max_solutions) {
             return;
           }
-        } else if (squared < nearest_squared_) {
-          nearest_squared_ = squared;
-          nearest_ = q_;
+        } else {
+          consider(squared);
         }
         refill(lane);
       }
     }
   }
 
+  // Keeps `q_` if it is the nearest so far. Errors may be beyond all numbers.
+  void consider(double squared) {
+    if (!has_nearest_ || squared < nearest_squared_) {
+      has_nearest_ = true;
+      nearest_squared_ = std::isnan(squared) ? math::kInf : squared;
+      nearest_ = q_;
+    }
+  }
+
   // From `q_` on in double precision.
   void finish(const InverseKinematicsOptions& options, InverseKinematicsResult& result) {
     if (!descent_.descend(q_, kStepsToFinish, kFallToFinish, true)) {
-      const double squared = descent_.error().squared;
-      if (squared < nearest_squared_) {
-        nearest_squared_ = squared;
-        nearest_ = q_;
-      }
+      consider(descent_.error().squared);
       return;
     }
     if (isKnown(q_)) {
@@ -247,7 +252,7 @@ class InverseKinematics::Impl {
     nearest.position_error = error.position;
     nearest.orientation_error = descent_.angle();
     Eigen::VectorXd beyond = q_;
-    descent_.step(beyond, false);
+    descent_.step(beyond, descent_.damping(), false);
     for (std::size_t c = 0; c < model_.coordinates.size(); ++c) {
       if (descent_.blocked()[c] != 0) {
         nearest.coordinates_at_limits.push_back(static_cast<std::size_t>(model_.coordinates[c].index));
@@ -273,7 +278,8 @@ class InverseKinematics::Impl {
   PoseLanes lanes_;
   Eigen::VectorXd q_;
   std::vector<Eigen::VectorXd> found_;
-  double nearest_squared_ = math::kInf;
+  bool has_nearest_ = false;
+  double nearest_squared_ = 0.0;
   Eigen::VectorXd nearest_;
 };
 
@@ -305,8 +311,9 @@ InverseKinematicsResult SolveInverseKinematics(const RobotDescription& robot, co
 std::string Explain(const RobotDescription& robot, const NearestPose& nearest) {
   util::TextStream text;
   text.precision(3);
-  text << "the nearest it got: " << 1e3 * nearest.position_error << " mm, "
-       << nearest.orientation_error * (180.0 / math::kPi) << " degrees";
+  const bool is_far = nearest.position_error >= 1.0;
+  text << "the nearest it got: " << (is_far ? 1.0 : 1e3) * nearest.position_error
+       << (is_far ? " m, " : " mm, ") << nearest.orientation_error * (180.0 / math::kPi) << " degrees";
   const char* separator = "; ";
   for (const std::size_t coordinate : nearest.coordinates_at_limits) {
     text << separator << robot.cSpaceCoordName(coordinate);

@@ -114,7 +114,7 @@ KAVO_EXPORT InverseKinematicsResult SolveInverseKinematics(const RobotDescriptio
                                                            const std::string& frame, const PoseTarget& target,
                                                            const InverseKinematicsOptions& options = {});
 
-//! "the nearest it got: 12 mm, 3 degrees; joint4 at its limit".
+//! Such as "the nearest it got: 12 mm, 3 degrees; joint4 at its limit".
 KAVO_EXPORT std::string Explain(const RobotDescription& robot, const NearestPose& nearest);
 //! Why a search has no solution; of one that has some, their number.
 KAVO_EXPORT std::string Explain(const RobotDescription& robot, const InverseKinematicsResult& result);
