@@ -46,6 +46,8 @@ formats::LoadedRobot LoadBuiltin(const std::string& name, bool self_collision) {
     robot.description = WithCollisionPairs(*robot.description,
                                            name == "franka" ? PairsOfFranka() : Pairs{{"link1", "link3"}});
   }
+  robot.motion_limits =
+      name == "franka" ? planning::FrankaMotionLimits() : planning::DefaultMotionLimits(*robot.description);
   const std::unique_ptr<Kinematics> kinematics = robot.description->kinematics();
   robot.tip_frame = kinematics->frameNames().back();
   // Both are chains: what as many joints carry is one body.

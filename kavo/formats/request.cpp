@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "kavo/formats/robot_state_internal.h"
+#include "kavo/formats/scaling_internal.h"
 #include "kavo/formats/scene_object_internal.h"
 #include "kavo/formats/text_internal.h"
 #include "kavo/formats/yaml_value_internal.h"
@@ -97,6 +98,8 @@ void ReadEffort(const YamlValue& root, Request& request) {
       request.allowed_planning_time = seconds;
     }
   }
+  request.velocity_scaling = ReadScaling(root, "max_velocity_scaling_factor");
+  request.acceleration_scaling = ReadScaling(root, "max_acceleration_scaling_factor");
   if (const std::optional<YamlValue> attempts = root.find("num_planning_attempts")) {
     const double number = attempts->number();
     if (number != std::floor(number) || number < 0.0 || number > 1e6) {

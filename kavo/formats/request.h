@@ -47,6 +47,9 @@ struct Request {
   std::optional<Pose3> base_pose;
   //! Seconds that a query may take.
   std::optional<double> allowed_planning_time;
+  //! Above 0, at most 1: how much of the limits of velocity and acceleration a trajectory may use.
+  std::optional<double> velocity_scaling;
+  std::optional<double> acceleration_scaling;
   //! How often to try, at least 1.
   int num_planning_attempts = 1;
   std::string file;
@@ -55,8 +58,9 @@ struct Request {
 
 //! Reads a motion-plan request in YAML: `group_name`, `start_state.joint_state`, and `goal_constraints[]`
 //! with `joint_constraints[]` or `position_constraints[]`; `allowed_planning_time` (zero for none) and
-//! `num_planning_attempts`. Tolerances are ignored, as is the choice of a planner. Constraints on
-//! orientation, visibility, the path or the trajectory are listed as not honoured.
+//! `num_planning_attempts`; `max_velocity_scaling_factor` and `max_acceleration_scaling_factor` (zero for
+//! none). Tolerances are ignored, as is the choice of a planner. Constraints on orientation, visibility, the
+//! path or the trajectory are listed as not honoured.
 //!
 //! Throws `FileError` for a file that cannot be read or does not have this form, and for a position
 //! constraint with an offset from the origin of its link.

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <limits>
 #include <memory>
 #include <set>
 #include <utility>
@@ -49,6 +50,7 @@ class RobotFiles::Impl {
       warnOfSrdf();
     }
     without_description_.tip_frame = tipFrame();
+    without_description_.motion_limits = motionLimits();
     link_spheres_ = placeSpheres(spheres);
     const std::vector<std::size_t> bodies = rigidBodies();
     for (std::size_t link = 0; link < urdf_.links.size(); ++link) {
@@ -77,6 +79,16 @@ class RobotFiles::Impl {
   [[noreturn]] static void fail(const std::string& file, int line, const std::string& found,
                                 const std::string& expected) {
     throw FileError(file, line, "found " + found + ", expected " + expected);
+  }
+
+  planning::MotionLimits motionLimits() const {
+    const auto unknown = Eigen::VectorXd::Constant(static_cast<Eigen::Index>(joints_.coordinates.size()),
+                                                   std::numeric_limits<double>::infinity());
+    planning::MotionLimits limits{unknown, unknown, {}};
+    for (std::size_t i = 0; i < joints_.coordinates.size(); ++i) {
+      limits.velocity[static_cast<Eigen::Index>(i)] = urdf_.joints[joints_.coordinates[i]].velocity;
+    }
+    return limits;
   }
 
   std::map<std::string, Eigen::VectorXd> namedConfigurations() const {

@@ -11,6 +11,7 @@
 #include "kavo/formats/srdf.h"
 #include "kavo/kinematics/interface/joint_limits.h"
 #include "kavo/kinematics/interface/robot_description.h"
+#include "kavo/motion_planning/trajectory/motion_limits.h"
 #include "kavo/util/export.h"
 
 namespace kavo::formats {
@@ -137,6 +138,10 @@ struct LoadedRobot {
   //! The group states of the SRDF that give every coordinate a value, in c-space order. Where states of
   //! several groups have one name, that of the chosen group stands. They may be outside the limits.
   std::map<std::string, Eigen::VectorXd> named_configurations;
+  //! What is known of how fast the coordinates may move, infinite where nothing is (see
+  //! `planning::WithDefaults`): of a URDF, the velocities that it states and that are positive. Those of
+  //! joints that follow others are not enforced.
+  planning::MotionLimits motion_limits;
   std::vector<Srdf::EndEffector> end_effectors;
   //! Links of whose collision geometry a part is not covered by spheres, in kinematic order.
   std::vector<UncoveredLink> uncovered_links;

@@ -11,7 +11,8 @@ const std::vector<Unhonoured::Kind>& UnhonouredKinds() {
                                           Kind::kTrajectoryConstraints,
                                           Kind::kOrientationConstraints,
                                           Kind::kLinkScale,
-                                          Kind::kUnknownFrames};
+                                          Kind::kUnknownFrames,
+                                          Kind::kPositionLimits};
   return kinds;
 }
 
@@ -29,6 +30,8 @@ const char* ToString(Unhonoured::Kind kind) {
       return "link_scale";
     case Unhonoured::Kind::kUnknownFrames:
       return "unknown_frames";
+    case Unhonoured::Kind::kPositionLimits:
+      return "position_limits";
   }
   return "unknown";
 }

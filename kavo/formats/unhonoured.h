@@ -17,6 +17,7 @@ struct KAVO_EXPORT Unhonoured {
     kOrientationConstraints,
     kLinkScale,
     kUnknownFrames,
+    kPositionLimits,
   };
 
   Kind kind = Kind::kPathConstraints;

@@ -17,6 +17,7 @@
 #include "kavo/formats/text_internal.h"
 #include "kavo/formats/urdf_internal.h"
 #include "kavo/formats/xml_internal.h"
+#include "kavo/util/parse_number.h"
 
 namespace kavo::formats {
 
@@ -458,6 +459,11 @@ Urdf::Joint ReadJoint(const XmlFile& xml, const Element& element, const urdf::Mo
   joint.limits = joint.type == JointType::kContinuous
                      ? kinematics::JointLimits{-kInfinity, kInfinity}
                      : kinematics::JointLimits{read->limits->lower, read->limits->upper};
+  // Zero stands for a value that nobody knew.
+  if (const Element* const limit = element.FirstChildElement("limit"); limit != nullptr) {
+    const auto velocity = util::ParseNumber(XmlFile::attribute(*limit, "velocity", ""));
+    joint.velocity = velocity.value_or(0.0) > 0.0 ? *velocity : kInfinity;
+  }
   return joint;
 }
 

@@ -2,6 +2,7 @@
 
 #include <Eigen/Core>
 #include <cstddef>
+#include <limits>
 #include <map>
 #include <optional>
 #include <string>
@@ -56,6 +57,8 @@ struct Urdf {
     Eigen::Vector3d axis = Eigen::Vector3d::UnitX();
     //! Of every joint that is not fixed; infinite for a continuous one.
     kinematics::JointLimits limits;
+    //! The largest velocity, positive; infinite where none is stated.
+    double velocity = std::numeric_limits<double>::infinity();
     //! Of a joint that is not fixed. Following joints from one to the next comes to an end.
     std::optional<Mimic> mimic;
   };

@@ -26,6 +26,8 @@ TEST(Request, KeepsAllGoalsInOrder) {
   EXPECT_EQ(request.group_name, "arm");
   EXPECT_EQ(request.allowed_planning_time, 2.5);
   EXPECT_EQ(request.num_planning_attempts, 3);
+  EXPECT_EQ(request.velocity_scaling, 0.5);
+  EXPECT_FALSE(request.acceleration_scaling);
   EXPECT_THAT(request.start, ElementsAre(Pair("b", 1.0), Pair("finger", 2.0)));
   ASSERT_TRUE(request.base_pose);
   EXPECT_EQ(request.base_pose->translation(), Eigen::Vector3d(0, 0, 4));

@@ -169,23 +169,26 @@ TEST(RobotFile, LimitsAsUrdfSays) {
     std::string limit;
     double lower;
     double upper;
+    double velocity;
     std::string warning;
   } cases[] = {
-      {"continuous", "", -inf, inf, ""},
-      {"continuous", "<limit lower='2' upper='x'/>", -inf, inf, ""},
-      {"revolute", "<limit effort='1' velocity='1'/>", 0.0, 0.0, ""},
-      {"revolute", "<limit upper='3141'/>", 0.0, 3141.0, ""},
-      {"revolute", "<limit lower='-6284'/>", -6284.0, 0.0, "6284 rad, more than a thousand turns"},
-      {"prismatic", "<limit lower='-0.5'/>", -0.5, 0.0, ""},
-      {"prismatic", "<limit upper='1000.5'/>", 0.0, 1000.5, "1000.5 m, more than a kilometre"},
+      {"continuous", "", -inf, inf, inf, ""},
+      {"continuous", "<limit lower='2' upper='x' velocity='3.5'/>", -inf, inf, 3.5, ""},
+      {"revolute", "<limit effort='1' velocity='1'/>", 0.0, 0.0, 1.0, ""},
+      {"revolute", "<limit upper='3141' velocity='0'/>", 0.0, 3141.0, inf, ""},
+      {"revolute", "<limit lower='-6284' velocity='-1'/>", -6284.0, 0.0, inf,
+       "6284 rad, more than a thousand turns"},
+      {"prismatic", "<limit lower='-0.5' velocity='fast'/>", -0.5, 0.0, inf, ""},
+      {"prismatic", "<limit upper='1000.5'/>", 0.0, 1000.5, inf, "1000.5 m, more than a kilometre"},
   };
-  for (const auto& [type, limit, lower, upper, warning] : cases) {
+  for (const auto& [type, limit, lower, upper, velocity, warning] : cases) {
     SCOPED_TRACE(type + limit);
     const LogCapture log;
     const LoadedRobot robot = Parse(Links("base a", kSphere) + JointText("j", type, "base", "a", limit));
     const kinematics::JointLimits limits = ExtractJointLimits(robot.description.get()).front();
     EXPECT_EQ(limits.min, lower);
     EXPECT_EQ(limits.max, upper);
+    EXPECT_EQ(robot.motion_limits.velocity[0], velocity);
     EXPECT_EQ(log.warnings().size(), warning.empty() ? 0u : 1u);
     EXPECT_THAT(log.warnings(), Each("arm.urdf:4: joint \"j\" ranges over " + warning +
                                      ": planning will take long, if it comes to an end at all."));

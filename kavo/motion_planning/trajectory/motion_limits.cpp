@@ -1,5 +1,8 @@
 #include "kavo/motion_planning/trajectory/motion_limits.h"
 
+#include <algorithm>
+#include <cmath>
+
 #include "kavo/util/log_message.h"
 
 namespace kavo::planning {
@@ -25,6 +28,25 @@ MotionLimits DefaultMotionLimits(const RobotDescription& robot) {
     limits.velocity[i] = kDefaultSlidingVelocity;
     limits.acceleration[i] = kDefaultSlidingAcceleration;
     (*limits.jerk)[i] = kDefaultSlidingJerk;
+  }
+  return limits;
+}
+
+MotionLimits WithDefaults(const MotionLimits& known, const RobotDescription& robot) {
+  MotionLimits limits = DefaultMotionLimits(robot);
+  const auto take = [](const Eigen::VectorXd& from, Eigen::VectorXd& to) {
+    KAVO_CHECK(from.size() == to.size(), kFile, 30)
+        << "Expected limits of " << to.size() << " coordinates, got " << from.size() << ".";
+    for (Eigen::Index i = 0; i < to.size(); ++i) {
+      if (!std::isinf(from[i])) {
+        to[i] = std::min(from[i], kGreatestMotionLimit);
+      }
+    }
+  };
+  take(known.velocity, limits.velocity);
+  take(known.acceleration, limits.acceleration);
+  if (known.jerk) {
+    take(*known.jerk, *limits.jerk);
   }
   return limits;
 }

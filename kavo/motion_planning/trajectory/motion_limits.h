@@ -32,6 +32,11 @@ inline constexpr double kDefaultSlidingJerk = 5.0;
 //! These, for each coordinate of a robot, with a jerk. Descriptions as for `ExtractJointLimits`.
 KAVO_EXPORT MotionLimits DefaultMotionLimits(const RobotDescription& robot);
 
+//! Known limits, infinite where nothing is known (a jerk may be missing as a whole), with those defaults in
+//! place of infinity; those above `kGreatestMotionLimit` become that. Fatal for other numbers of limits than
+//! the robot has coordinates.
+KAVO_EXPORT MotionLimits WithDefaults(const MotionLimits& known, const RobotDescription& robot);
+
 //! Those that the maker of the built-in Franka arm has published, with a jerk.
 KAVO_EXPORT MotionLimits FrankaMotionLimits();
 

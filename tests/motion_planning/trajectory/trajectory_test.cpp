@@ -229,6 +229,18 @@ TEST(TrajectoryTest, SamplesAtAPeriodAndAtTheEnd) {
   EXPECT_EQ(samples[4].position, Vector2d(3.0, 0.0));
 }
 
+TEST(MotionLimitsTest, DefaultsStandForWhatIsNotKnown) {
+  const double inf = testing::kInf;
+  const auto robot = LoadThreeLinkArmRobotDescription();
+  const MotionLimits limits =
+      WithDefaults({Eigen::Vector3d(inf, 3.0, 1e30), Eigen::Vector3d(inf, inf, 7.0), std::nullopt}, *robot);
+  EXPECT_EQ(limits.velocity, Eigen::Vector3d(kDefaultTurningVelocity, 3.0, kGreatestMotionLimit));
+  EXPECT_EQ(limits.acceleration,
+            Eigen::Vector3d(kDefaultTurningAcceleration, kDefaultTurningAcceleration, 7.0));
+  EXPECT_EQ(limits.jerk, Eigen::Vector3d::Constant(kDefaultTurningJerk));
+  ValidateMotionLimits(limits, 3);
+}
+
 // The same in every build.
 TEST(TrajectoryTest, HasTheSameBitsEverywhere) {
   const Path path = {Vector2d(0.1, 0.2), Vector2d(1.3, -0.7), Vector2d(0.4, -0.9), Vector2d(-1.0, 0.3)};
