@@ -40,20 +40,26 @@ double SmallestDistance(const testing::RandomRobot& made, const Eigen::Vector3d&
     return (made.place(q, last) * center - Eigen::Vector3d(0.1, 0.2, 0.3)).norm();
   };
   Eigen::VectorXd best = RandomVec(engine, made.num_coordinates(), -1.2, 0.9);
+  double least = distance(best);
+  const auto take_if_nearer = [&](const Eigen::VectorXd& q) {
+    if (const double there = distance(q); there < least) {
+      best = q;
+      least = there;
+    }
+  };
   for (int i = 0; i < 300; ++i) {
-    const Eigen::VectorXd q = RandomVec(engine, made.num_coordinates(), -1.2, 0.9);
-    best = distance(q) < distance(best) ? q : best;
+    take_if_nearer(RandomVec(engine, made.num_coordinates(), -1.2, 0.9));
   }
   for (double step = 0.3; step > 1e-5; step *= 0.8) {
     for (Eigen::Index k = 0; k < best.size(); ++k) {
       for (const double change : {step, -step}) {
         Eigen::VectorXd q = best;
         q[k] = std::clamp(q[k] + change, -1.2, 0.9);
-        best = distance(q) < distance(best) ? q : best;
+        take_if_nearer(q);
       }
     }
   }
-  return distance(best);
+  return least;
 }
 
 TEST(FramePairs, NothingIsProvenThatTouchesSomewhere) {
@@ -64,7 +70,7 @@ TEST(FramePairs, NothingIsProvenThatTouchesSomewhere) {
   options.max_boxes = 2000;
   int num_proven = 0;
   int num_found = 0;
-  for (int round = 0; round < 400; ++round) {
+  for (int round = 0; round < 200; ++round) {
     const testing::RandomRobot made(engine, 2 + round % 4);
     const Eigen::Vector3d center = RandomVec(engine, 3, -0.3, 0.3);
     const double distance = SmallestDistance(made, center, engine);
@@ -77,8 +83,8 @@ TEST(FramePairs, NothingIsProvenThatTouchesSomewhere) {
       num_proven += apart == Kind::kNever ? 1 : 0;
     }
   }
-  EXPECT_GT(num_proven, 50);
-  EXPECT_GT(num_found, 20);
+  EXPECT_GT(num_proven, 25);
+  EXPECT_GT(num_found, 10);
 }
 
 }  // namespace

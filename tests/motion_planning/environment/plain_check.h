@@ -3,6 +3,7 @@
 #include <cmath>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "kavo/kinematics/interface/kinematics_internal.h"
 #include "kavo/kinematics/interface/robot_description_internal.h"
@@ -31,18 +32,23 @@ class PlainCheck {
       }
     }
     for (const std::string& frame : robot_.collision().frames) {
+      const math::RigidTransform pose = base_ * Pose(q, frame);
+      const auto& view = robot_.collision().allowedObstaclesOf(frame).empty() ? view_ : view_of_others_;
       for (const math::Sphere& sphere : robot_.collision().spheresOf(frame)) {
         const double reach = sphere.radius + robot_.collision().paddingOf(frame);
-        const auto& view = robot_.collision().allowedObstaclesOf(frame).empty() ? view_ : view_of_others_;
-        if (view.inCollision(base_ * Pose(q, frame) * sphere.center, reach)) {
+        if (view.inCollision(pose * sphere.center, reach)) {
           return false;
         }
       }
     }
     for (const auto& [a, b] : robot_.collision().pairs) {
+      const math::RigidTransform pose_a = Pose(q, a);
+      const math::RigidTransform pose_b = Pose(q, b);
+      const std::vector<math::Sphere> spheres_b = robot_.collision().spheresOf(b);
       for (const math::Sphere& sphere_a : robot_.collision().spheresOf(a)) {
-        for (const math::Sphere& sphere_b : robot_.collision().spheresOf(b)) {
-          const Eigen::Vector3d d = Pose(q, a) * sphere_a.center - Pose(q, b) * sphere_b.center;
+        const Eigen::Vector3d at = pose_a * sphere_a.center;
+        for (const math::Sphere& sphere_b : spheres_b) {
+          const Eigen::Vector3d d = at - pose_b * sphere_b.center;
           if (std::sqrt(d[0] * d[0] + d[1] * d[1] + d[2] * d[2]) <= sphere_a.radius + sphere_b.radius) {
             return false;
           }
