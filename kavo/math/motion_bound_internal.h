@@ -20,8 +20,8 @@ struct JointReach {
 //! The joints on the way from a frame to a point, those next to the frame first.
 using JointReaches = std::vector<JointReach>;
 
-//! How fast a point moves at most, and how fast its velocity changes, while a robot goes straight in c-space
-//! from one configuration to another in one unit of time. Metres.
+//! How fast a point moves at most, and how fast its velocity changes, while a robot goes from one
+//! configuration to another in one unit of time. Metres.
 struct MotionBound {
   float speed = 0.0f;
   float acceleration = 0.0f;
@@ -45,7 +45,7 @@ struct MotionBound {
 //! The speed is the sum of what all joints give. Of the acceleration a pair of joints gives the product of
 //! their rates times the reach of the one that is farther along, counted in both orders, where the nearer
 //! one turns; the axis of a sliding joint does not turn with what it carries.
-//! \param rates How far each joint of the robot goes (radians or metres), not negative, rounded up.
+//! \param rates How fast each joint of the robot goes at most (radians or metres), not negative, rounded up.
 inline void AddMotion(const JointReaches& joints, const float* rates, MotionBound& bound) {
   float turned = 0.0f;
   for (const JointReach& joint : joints) {
@@ -56,6 +56,17 @@ inline void AddMotion(const JointReaches& joints, const float* rates, MotionBoun
       bound.speed += speed;
       bound.acceleration += speed * (2.0f * turned + (joint.turns ? rate : 0.0f));
       turned += joint.turns ? rate : 0.0f;
+    }
+  }
+}
+
+//! What is added where the robot does not go straight in c-space: each joint then gives the change of its
+//! rate times its reach.
+//! \param bends How fast the rate of each joint changes at most, not negative, rounded up.
+inline void AddBend(const JointReaches& joints, const float* bends, MotionBound& bound) {
+  for (const JointReach& joint : joints) {
+    if (bends[joint.joint] > 0.0f) {
+      bound.acceleration += bends[joint.joint] * joint.reach;
     }
   }
 }

@@ -72,6 +72,14 @@ HWY_INLINE float Reach(const Data& data, float radius, const math::MotionBound& 
   return bound.enlarged(radius + num_balls * data.clearance, data.spacing) * (1.0f + 0x1p-18f);
 }
 
+// The bounds on what the motion does to a point, added to those that are there.
+HWY_INLINE void AddMotion(const Data& data, const math::JointReaches& joints, math::MotionBound& bound) {
+  math::AddMotion(joints, data.rates, bound);
+  if (HWY_UNLIKELY(data.bends != nullptr)) {
+    math::AddBend(joints, data.bends, bound);
+  }
+}
+
 // How exactly a part is placed.
 HWY_INLINE void FindMargin(const Data& data, Data::Part& part) {
   if (!part.margin_placement.isDue(data.placement)) {
@@ -161,7 +169,7 @@ HWY_INLINE void FindReach(D d, Data& data, Data::Bundle& bundle, float margin) {
   }
   if (data.is_motion && bundle.motion.isDue(data.motion)) {
     bundle.bound = math::MotionBound();
-    math::AddMotion(bundle.reaches, data.rates, bundle.bound);
+    AddMotion(data, bundle.reaches, bundle.bound);
     bundle.turned = TurnedBy(bundle.reaches, data.rates);
   }
   bundle.measured =

@@ -192,7 +192,7 @@ HWY_INLINE bool AskPartInWorld(D d, Data& data, Data::Part& part, const SolidLan
                                const BoundsGroup* groups, Asked& asked) {
   if (data.is_motion && part.motion.isDue(data.motion)) {
     part.bound = math::MotionBound();
-    math::AddMotion(part.reaches, data.rates, part.bound);
+    AddMotion(data, part.reaches, part.bound);
   }
   part.reach = Reach(
       data, part.radius + part.padding,
@@ -227,8 +227,8 @@ HWY_INLINE bool AskPartInWorld(D d, Data& data, Data::Part& part, const SolidLan
 
 HWY_INLINE math::MotionBound BoundOf(const Data& data, const math::JointReaches (&reaches)[2]) {
   math::MotionBound bound;
-  math::AddMotion(reaches[0], data.rates, bound);
-  math::AddMotion(reaches[1], data.rates, bound);
+  AddMotion(data, reaches[0], bound);
+  AddMotion(data, reaches[1], bound);
   return bound;
 }
 
@@ -642,9 +642,10 @@ void BallModel::setExcept(std::size_t bundle, const ObstacleSet* except) {
   data_->bundles[bundle].except = except;
 }
 
-void BallModel::startMotion(const float* rates, float clearance) {
+void BallModel::startMotion(const float* rates, const float* bends, float clearance) {
   ++data_->motion;
   data_->rates = rates;
+  data_->bends = bends;
   data_->clearance = clearance;
 }
 

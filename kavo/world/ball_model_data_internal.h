@@ -132,6 +132,7 @@ struct BallModel::Data {
   // Whether the lanes are placements along a motion.
   bool is_motion = false;
   const float* rates = nullptr;
+  const float* bends = nullptr;
   float clearance = 0.0f;
   float spacing = 0.0f;
 };

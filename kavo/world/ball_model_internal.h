@@ -168,9 +168,10 @@ class KAVO_EXPORT BallModel {
   void findContacts(const WorldView& view, std::size_t num_lanes, Contacts& contacts);
 
   //! Starts with another motion.
-  //! \param rates Of each joint, over the whole motion; see `math::AddMotion`. Must stay as they are.
+  //! \param rates, bends Of each joint, over the whole motion; see `math::AddMotion`; no bends (null) where it is straight.
+  //!     Must stay as they are.
   //! \param clearance What is added to the radius of each ball.
-  void startMotion(const float* rates, float clearance);
+  void startMotion(const float* rates, const float* bends, float clearance);
 
   //! Starts with another block of placements along the motion, all lanes of which are placed.
   //! \param spacing Of neighbours, as a share of the motion.

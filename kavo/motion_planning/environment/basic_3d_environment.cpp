@@ -1,8 +1,11 @@
 #include "kavo/motion_planning/environment/basic_3d_environment.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstddef>
 
+#include "kavo/math/bezier_internal.h"
+#include "kavo/math/vector_math_internal.h"
 #include "kavo/util/log_message.h"
 #include "kavo/util/random_generator.h"
 
@@ -24,6 +27,8 @@ namespace {
 
 // Metres: what comes nearer than about half of this to an obstacle is not proven.
 constexpr double kLeastPart = 1e-5;
+// Enough for ten metres along an obstacle as near as the least part is long.
+constexpr int kMostParts = 10000000;
 
 class Basic3dEnvironmentImpl final : public Basic3dEnvironment {
  public:
@@ -61,6 +66,22 @@ class Basic3dEnvironmentImpl final : public Basic3dEnvironment {
            !IsOutsideConfigurationLimits(end) && IsFree(start, end);
   }
 
+  // Likewise: the ball around the middle of a part that reaches its control points.
+  bool IsValidCurve(const Eigen::Ref<const Eigen::MatrixXd>& control_points,
+                    double /*resolution*/) const override {
+    KAVO_CHECK(control_points.rows() == 3 && control_points.cols() > 0,
+               "motion_planning/environment/basic_3d_environment", 110)
+        << "A curve of [" << control_points.cols() << "] control points of [" << control_points.rows()
+        << "] coordinates is none of a point in space.";
+    for (Eigen::Index i = 0; i < control_points.cols(); ++i) {
+      if (IsOutsideConfigurationLimits(control_points.col(i))) {
+        return false;
+      }
+    }
+    int num_left = kMostParts;
+    return control_points.allFinite() && IsFree(control_points, num_left);
+  }
+
   std::optional<Eigen::VectorXd> SampleConfiguration() const override {
     for (std::uint64_t attempt = 0; attempt < max_sampling_attempts_; ++attempt) {
       const Eigen::VectorXd q = sampler_.Sample();
@@ -83,8 +104,7 @@ class Basic3dEnvironmentImpl final : public Basic3dEnvironment {
   }
 
   bool IsFree(const Eigen::Vector3d& start, const Eigen::Vector3d& end) const {
-    // Enough for ten metres along an obstacle as near as the least part is long.
-    int num_left = 10000000;
+    int num_left = kMostParts;
     const auto is_free = [&](const Eigen::Vector3d& a, const Eigen::Vector3d& b,
                              const auto& recurse) -> bool {
       const Eigen::Vector3d middle = 0.5 * a + 0.5 * b;
@@ -100,6 +120,23 @@ class Basic3dEnvironmentImpl final : public Basic3dEnvironment {
              recurse(a, middle, recurse) && recurse(middle, b, recurse);
     };
     return is_free(start, end, is_free);
+  }
+
+  bool IsFree(const Eigen::MatrixXd& control_points, int& num_left) const {
+    const Eigen::Vector3d middle = math::BezierPoint(control_points, 0.5);
+    double length = 0.0;
+    for (Eigen::Index i = 0; i < control_points.cols(); ++i) {
+      length = std::max(length, math::Distance(middle, control_points.col(i)));
+    }
+    const double reach = length * (1.0 + 1e-9) + 1e-12 * control_points.cwiseAbs().maxCoeff();
+    if (!world_view_.inCollision(middle, reach)) {
+      return true;
+    }
+    if (!(length > 0.5 * kLeastPart) || --num_left <= 0 || world_view_.inCollision(middle, 0.0)) {
+      return false;
+    }
+    const auto [first, second] = math::SplitBezier(control_points, 0.5);
+    return IsFree(first, num_left) && IsFree(second, num_left);
   }
 
   bool IsInCollision(const Eigen::VectorXd& q) const {

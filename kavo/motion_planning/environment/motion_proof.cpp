@@ -4,6 +4,7 @@
 #include <cmath>
 #include <utility>
 
+#include "kavo/math/bezier_internal.h"
 #include "kavo/math/constants_internal.h"
 #include "kavo/math/lane_transforms_internal.h"
 #include "kavo/math/vector_math_internal.h"
@@ -40,10 +41,22 @@ MotionProof::MotionProof(RobotBalls& balls, kinematics::internal::LaneSweep& lan
 bool MotionProof::IsFree(const WorldView& view, const std::optional<math::RigidTransform>& base,
                          const Eigen::Ref<const Eigen::VectorXd>& q_start,
                          const Eigen::Ref<const Eigen::VectorXd>& q_end) {
-  view_ = &view;
-  base_ = &base;
+  curve_.resize(0, 0);
   q_start_ = q_start.data();
   way_ = q_end - q_start;
+  return Prove(view, base);
+}
+
+bool MotionProof::IsFree(const WorldView& view, const std::optional<math::RigidTransform>& base,
+                         const Eigen::Ref<const Eigen::MatrixXd>& control_points) {
+  curve_ = control_points;
+  way_ = math::BezierBound(math::BezierDerivative(curve_));
+  return Prove(view, base);
+}
+
+bool MotionProof::Prove(const WorldView& view, const std::optional<math::RigidTransform>& base) {
+  view_ = &view;
+  base_ = &base;
   most_placements_ = work_.num_placements + kMostPlacements;
   double squared_length = 0.0;
   for (const double distance : way_) {
@@ -66,8 +79,9 @@ bool MotionProof::IsFree(const WorldView& view, const std::optional<math::RigidT
       return false;
     }
     if (block == 0.0) {
-      balls_.reach.getRates(way_, rates_);
-      balls_.model.startMotion(rates_.data(), static_cast<float>(kClearance));
+      GetRates();
+      balls_.model.startMotion(rates_.data(), IsCurved() ? bends_.data() : nullptr,
+                               static_cast<float>(kClearance));
     }
     lane_sweep_.placeAll();
     switch (balls_.model.askAll(view, questions_)) {
@@ -86,6 +100,13 @@ bool MotionProof::IsFree(const WorldView& view, const std::optional<math::RigidT
   return true;
 }
 
+void MotionProof::GetRates() {
+  balls_.reach.getRates(way_, rates_);
+  if (IsCurved()) {
+    balls_.reach.getRates(math::BezierBound(math::BezierDerivative(math::BezierDerivative(curve_))), bends_);
+  }
+}
+
 bool MotionProof::Place(double begin, double spacing) {
   work_.num_placements += math::kNumLanes;
   double times[math::kNumLanes];
@@ -94,7 +115,19 @@ bool MotionProof::Place(double begin, double spacing) {
   }
   balls_.model.startBlock(static_cast<float>(spacing) * (1.0f + 0x1p-20f));
   // Off the motion by rounding only, which the clearance has room for; so is the end.
+  if (IsCurved()) {
+    return MoveAlongCurve(times);
+  }
   return lane_sweep_.moveAlong(q_start_, way_.data(), times) == 0;
+}
+
+bool MotionProof::MoveAlongCurve(const double (&times)[math::kNumLanes]) {
+  coordinates_.resize(static_cast<std::size_t>(curve_.rows()) * math::kNumLanes);
+  for (Eigen::Index c = 0; c < curve_.rows(); ++c) {
+    math::GetBezierCoordinate(curve_, c, times,
+                              coordinates_.data() + static_cast<std::size_t>(c) * math::kNumLanes);
+  }
+  return lane_sweep_.move(coordinates_.data(), math::kNumLanes) == 0;
 }
 
 int MotionProof::LastSlotOf(const Question& question) const {
@@ -217,7 +250,7 @@ bool MotionProof::ProveRun(double begin, double end, std::size_t num_intervals, 
 }
 
 bool MotionProof::ProveAllExactly(double num_parts) {
-  balls_.reach.getRates(way_, rates_);
+  GetRates();
   items_.clear();
   for (std::size_t i = 0; i < balls_.bundles.size(); ++i) {
     if (SlotOf(i) >= 0) {
@@ -286,8 +319,12 @@ bool MotionProof::ProveExactly(double begin, double end, std::size_t first) {
 void MotionProof::PlaceExactly(double t, std::size_t first, std::vector<Eigen::Vector3d>& centers) {
   ++work_.num_placements;
   q_.resize(way_.size());
-  for (Eigen::Index c = 0; c < q_.size(); ++c) {
-    q_[c] = q_start_[c] + t * way_[c];
+  if (IsCurved()) {
+    q_ = math::BezierPoint(curve_, t);
+  } else {
+    for (Eigen::Index c = 0; c < q_.size(); ++c) {
+      q_[c] = q_start_[c] + t * way_[c];
+    }
   }
   const std::vector<math::RigidTransform>& frames = sweep_.compute(q_);
   for (std::size_t i = first; i < items_.size(); ++i) {
@@ -340,12 +377,19 @@ MotionProof::Item MotionProof::MakeItem(const Question& question) const {
   Item item{a, b, question.kind == Question::Kind::kPair, {}};
   if (item.is_pair) {
     const auto& pair = balls_.bundle_pairs[question.object];
-    math::AddMotion(pair.reaches_a, rates_.data(), item.bound);
-    math::AddMotion(pair.reaches_b, rates_.data(), item.bound);
+    AddMotion(pair.reaches_a, item.bound);
+    AddMotion(pair.reaches_b, item.bound);
   } else {
-    math::AddMotion(balls_.bundles[a].reaches, rates_.data(), item.bound);
+    AddMotion(balls_.bundles[a].reaches, item.bound);
   }
   return item;
+}
+
+void MotionProof::AddMotion(const math::JointReaches& reaches, math::MotionBound& bound) const {
+  math::AddMotion(reaches, rates_.data(), bound);
+  if (IsCurved()) {
+    math::AddBend(reaches, bends_.data(), bound);
+  }
 }
 
 const math::Sphere& MotionProof::SphereOf(std::size_t bundle, std::size_t k) const {

@@ -59,6 +59,11 @@ class MotionProof {
               const Eigen::Ref<const Eigen::VectorXd>& q_start,
               const Eigen::Ref<const Eigen::VectorXd>& q_end);
 
+  //! The same of a motion along a Bezier curve.
+  //! \param control_points Two or more, one to a column; finite.
+  bool IsFree(const WorldView& view, const std::optional<math::RigidTransform>& base,
+              const Eigen::Ref<const Eigen::MatrixXd>& control_points);
+
   const Work& GetWork() const { return work_; }
 
  private:
@@ -81,8 +86,12 @@ class MotionProof {
     int num_misses;
   };
 
+  bool Prove(const WorldView& view, const std::optional<math::RigidTransform>& base);
+  void GetRates();
+  bool IsCurved() const { return curve_.cols() > 0; }
   // Begins a block of placements. False where lanes do not serve.
   bool Place(double begin, double spacing);
+  bool MoveAlongCurve(const double (&times)[math::kNumLanes]);
   int LastSlotOf(const Question& question) const;
   bool TouchesAsBefore();
   void Remember(const Question& question);
@@ -95,6 +104,7 @@ class MotionProof {
   std::optional<bool> DecideExactly(const Item& item, double spacing, const Eigen::Vector3d* from,
                                     const Eigen::Vector3d* to, double& enlargement) const;
   Item MakeItem(const Question& question) const;
+  void AddMotion(const math::JointReaches& reaches, math::MotionBound& bound) const;
   const math::Sphere& SphereOf(std::size_t bundle, std::size_t k) const;
   std::size_t NumBalls(std::size_t bundle) const { return balls_.bundles[bundle].spheres.size(); }
   int SlotOf(std::size_t bundle) const { return balls_.part_slots[balls_.bundles[bundle].part]; }
@@ -104,12 +114,16 @@ class MotionProof {
   FrameSweep& sweep_;
   std::vector<RobotBalls::Frame> frames_;
 
-  // The motion.
+  // The motion. Where it is curved, `way_` is what the coordinates never go faster than.
   const WorldView* view_ = nullptr;
   const std::optional<math::RigidTransform>* base_ = nullptr;
   const double* q_start_ = nullptr;
   Eigen::VectorXd way_;
   std::vector<float> rates_;
+  // The control points of one that is curved; none of a straight one.
+  Eigen::MatrixXd curve_;
+  std::vector<float> bends_;
+  std::vector<double> coordinates_;
   std::uint64_t most_placements_ = 0;
   // Open questions: those of a run behind those of the one that it is part of.
   std::vector<Question> questions_;

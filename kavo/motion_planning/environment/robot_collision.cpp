@@ -185,12 +185,6 @@ bool RobotCollision::CollectionTouches(const Collection& collection, const math:
   return false;
 }
 
-bool RobotCollision::IsFreeMotion(const Eigen::Ref<const Eigen::VectorXd>& q_start,
-                                  const Eigen::Ref<const Eigen::VectorXd>& q_end) {
-  LookAtWorld();
-  return !fixed_are_near_ && (collections_.empty() || proof_->IsFree(world_view_, base_, q_start, q_end));
-}
-
 std::uint32_t RobotCollision::FindFree(const double* coordinates, std::uint32_t wanted,
                                        bool only_below_first) {
   if (wanted == 0 || collections_.empty()) {

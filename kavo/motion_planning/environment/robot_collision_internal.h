@@ -65,8 +65,12 @@ class RobotCollision {
   std::uint32_t FindFree(const double* coordinates, std::uint32_t wanted, bool only_below_first);
 
   //! Whether nothing is touched anywhere on a motion, nor approached nearer than `MotionProof::kClearance`.
-  bool IsFreeMotion(const Eigen::Ref<const Eigen::VectorXd>& q_start,
-                    const Eigen::Ref<const Eigen::VectorXd>& q_end);
+  //! \param motion As `MotionProof::IsFree` takes it: both ends, or control points.
+  template <class... Motion>
+  bool IsFreeMotion(const Motion&... motion) {
+    LookAtWorld();
+    return !fixed_are_near_ && (collections_.empty() || proof_->IsFree(world_view_, base_, motion...));
+  }
   const MotionProof::Work& ProofWork() const { return proof_->GetWork(); }
   //! As `RobotEnvironment::MotionSpeeds`.
   Eigen::VectorXd MotionSpeeds() const;

@@ -107,15 +107,26 @@ class RobotEnvironmentImpl final : public RobotEnvironment {
         << "] coordinates does not fit the [" << dimension_ << "] of the configuration space.";
     ++statistics_.num_motions;
     // Between two configurations within the limits all are.
-    if (!IsWithinLimits(q_start) || !IsWithinLimits(q_end)) {
-      return false;
+    return IsWithinLimits(q_start) && IsWithinLimits(q_end) && IsFree(q_start, q_end);
+  }
+
+  bool IsValidCurve(const Eigen::Ref<const Eigen::MatrixXd>& control_points,
+                    double resolution) const override {
+    KAVO_CHECK(static_cast<size_t>(control_points.rows()) == dimension_ && control_points.cols() > 0,
+               "motion_planning/environment/robot_environment", 180)
+        << "A curve of [" << control_points.cols() << "] control points of [" << control_points.rows()
+        << "] coordinates does not fit the [" << dimension_ << "] of the configuration space.";
+    const Eigen::Index last = control_points.cols() - 1;
+    if (last <= 1) {
+      return IsValidMotion(control_points.col(0), control_points.col(last), resolution);
     }
-    const internal::MotionProof::Work before = collision_.ProofWork();
-    const bool is_free = collision_.IsFreeMotion(q_start, q_end);
-    const internal::MotionProof::Work& after = collision_.ProofWork();
-    statistics_.num_placements += after.num_placements - before.num_placements;
-    statistics_.num_divisions += after.num_divisions - before.num_divisions;
-    return is_free;
+    ++statistics_.num_motions;
+    for (Eigen::Index i = 0; i <= last; ++i) {
+      if (!IsWithinLimits(control_points.col(i))) {
+        return false;
+      }
+    }
+    return IsFree(control_points);
   }
 
   Eigen::VectorXd MotionSpeeds() const override { return collision_.MotionSpeeds(); }
@@ -180,6 +191,16 @@ class RobotEnvironmentImpl final : public RobotEnvironment {
   }
 
  private:
+  template <class... Motion>
+  bool IsFree(const Motion&... motion) const {
+    const internal::MotionProof::Work before = collision_.ProofWork();
+    const bool is_free = collision_.IsFreeMotion(motion...);
+    const internal::MotionProof::Work& after = collision_.ProofWork();
+    statistics_.num_placements += after.num_placements - before.num_placements;
+    statistics_.num_divisions += after.num_divisions - before.num_divisions;
+    return is_free;
+  }
+
   bool IsWithinLimits(const Eigen::Ref<const Eigen::VectorXd>& q) const {
     const Eigen::VectorXd& min = limits_.Min();
     const Eigen::VectorXd& max = limits_.Max();

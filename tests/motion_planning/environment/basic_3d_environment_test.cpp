@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <tuple>
 
@@ -68,6 +69,34 @@ TEST(Basic3dEnvironmentTest, MotionsAreProven) {
         std::tuple(Vec({0.5, 0.5, 0.5}), Vec({0.5, 0.5, 0.5}), true)}) {
     EXPECT_EQ(environment->IsValidMotion(from, to, 1.0), is_valid) << from.transpose();
   }
+}
+
+// Over a top, nearest to a wall there, and down again.
+TEST(Basic3dEnvironmentTest, CurvesAreProvenAndByDefaultSampled) {
+  World world;
+  world.add(BoxObstacle{{0.5, 0.1, 0.5}}, Pose3::FromTranslation({0.0, 0.55 + 1e-5, 0.0}));
+  const auto proven = CreateBasic3dEnvironment({world.view(), UnitBox(), 10, 1});
+  testing::ScriptedEnvironment sampled(3, {}, [](const Eigen::VectorXd& q) { return !(q[1] > 0.499); });
+  for (const auto& [control, above, is_free, is_seen_free] :
+       {std::tuple(1.0, 0.0, true, false), std::tuple(1.0 + 3e-5, 0.0, false, false),
+        std::tuple(0.996, 0.0, true, true), std::tuple(0.9, -0.9, true, true),
+        std::tuple(0.5, kNaN, false, false)}) {
+    Eigen::MatrixXd points(3, 3);
+    points << -0.5, 0.0, 0.5, 0.0, control, 0.0, above, above, above;
+    EXPECT_EQ(proven->IsValidCurve(points, 1.0), is_free) << control;
+    sampled.questions.clear();
+    EXPECT_EQ(sampled.IsValidCurve(points, 0.01), is_seen_free) << control;
+    if (is_seen_free) {
+      auto& seen = sampled.questions;
+      std::sort(seen.begin(), seen.end(), [](const auto& a, const auto& b) { return a[0] < b[0]; });
+      EXPECT_EQ(seen.front(), points.col(0));
+      EXPECT_EQ(seen.back(), points.col(2));
+      for (std::size_t i = 1; i < seen.size(); ++i) {
+        EXPECT_LE((seen[i] - seen[i - 1]).norm(), 0.01);
+      }
+    }
+  }
+  EXPECT_FALSE(proven->IsValidCurve(1.1 * Eigen::MatrixXd::Identity(3, 3), 1.0));
 }
 
 TEST(Basic3dEnvironmentTest, GivesUpWithAWarning) {

@@ -23,12 +23,39 @@ using testing::PlainCheck;
 using testing::RandomVec;
 using testing::Vec;
 
+// Straight with two control points, along a Bezier curve with more.
 struct Motion {
-  Eigen::VectorXd begin;
-  Eigen::VectorXd end;
+  Eigen::MatrixXd points;
 
-  Eigen::VectorXd At(double t) const { return begin + t * (end - begin); }
+  Eigen::VectorXd At(double t) const {
+    Eigen::MatrixXd left = points;
+    while (left.cols() > 1) {
+      const Eigen::Index n = left.cols() - 1;
+      left = ((1.0 - t) * left.leftCols(n) + t * left.rightCols(n)).eval();
+    }
+    return left;
+  }
+
+  bool IsValidIn(const Environment& environment) const {
+    return points.cols() == 2 ? environment.IsValidMotion(points.col(0), points.col(1), 1.0)
+                              : environment.IsValidCurve(points, 1.0);
+  }
 };
+
+// Every third curve turns back where the middle of its parameter is: that is all that comes so far.
+Motion RandomMotion(std::mt19937& engine, int num_coordinates, int num_points, double length) {
+  Motion motion{Eigen::MatrixXd(num_coordinates, num_points)};
+  motion.points.col(0) = RandomVec(engine, num_coordinates, -2.9, 2.9);
+  for (int i = 1; i < num_points; ++i) {
+    motion.points.col(i) = motion.points.col(0) +
+                           length * (RandomVec(engine, num_coordinates, -2.9, 2.9) - motion.points.col(0));
+  }
+  if (num_points > 2 && engine() % 3 == 0) {
+    motion.points.rightCols(num_points / 2) =
+        motion.points.leftCols(num_points / 2).rowwise().reverse().eval();
+  }
+  return motion;
+}
 
 bool TouchesAnywhere(const PlainCheck& plain, const Motion& motion, int num_parts) {
   for (int i = 0; i <= num_parts; ++i) {
@@ -75,7 +102,7 @@ TEST_P(MotionTest, AcceptsNothingThatTouches) {
   std::mt19937 engine(53);
   int num_accepted = 0;
   int num_refused = 0;
-  for (int round = 0; round < 1500; ++round) {
+  for (int round = 0; round < 750; ++round) {
     const testing::RandomRobot robot(engine, 1 + round % 10);
     const auto description = robot.withSpheres(engine);
     const auto n = static_cast<int>(description->numCSpaceCoords());
@@ -84,19 +111,18 @@ TEST_P(MotionTest, AcceptsNothingThatTouches) {
       const Eigen::VectorXd v = RandomVec(engine, 7, -1.0, 1.0);
       base = Pose3(Eigen::Quaterniond(v[0], v[1], v[2], v[3]), v.tail<3>());
     }
-    const Motion whole{RandomVec(engine, n, -2.9, 2.9), RandomVec(engine, n, -2.9, 2.9)};
-    const Motion motion{whole.begin, whole.At(std::ldexp(1.0, -(round % 8)))};
+    const Motion motion =
+        RandomMotion(engine, n, round % 2 == 0 ? 2 : 3 + round / 2 % 4, std::ldexp(1.0, -(round / 8 % 8)));
     test::RandomScene scene(static_cast<std::uint32_t>(round));
     World world;
     const auto& model = dynamic_cast<const RobotDescriptionInternal&>(*description);
     if (const auto frames = model.collision().frames; !frames.empty() && round % 7 != 0) {
+      const double at = round % 3 == 0 ? scene.uniform(0.0, 1.0) : 0.5;
       const auto& frame = frames[engine() % frames.size()];
       const auto spheres = model.collision().spheresOf(frame);
       math::Sphere sphere = spheres[engine() % spheres.size()];
-      sphere.center =
-          math::RigidTransform(base) *
-          (model.model().transform(motion.At(scene.uniform(0.0, 1.0)), model.model().frame(frame)) *
-           sphere.center);
+      sphere.center = math::RigidTransform(base) *
+                      (model.model().transform(motion.At(at), model.model().frame(frame)) * sphere.center);
       const double gaps[] = {-1e-4, -1e-5, 1e-5, 5e-5, 2e-4, 1e-3, 1e-2};
       AddGrazed(sphere, gaps[engine() % 7], scene, world);
     } else {
@@ -113,16 +139,16 @@ TEST_P(MotionTest, AcceptsNothingThatTouches) {
         CreateRobotEnvironment({description.get(), world.view(), Eigen::VectorXd::Ones(n), 10, 1, 2});
     environment->SetBasePose(base);
     const PlainCheck plain(*description, world, base);
-    const bool is_accepted = environment->IsValidMotion(motion.begin, motion.end, 1.0);
+    const bool is_accepted = motion.IsValidIn(*environment);
     (is_accepted ? num_accepted : num_refused) += 1;
-    if (round % 5 == 0) {
+    if (round % 5 == 0 || motion.points.cols() > 2) {
       ASSERT_FALSE(is_accepted && TouchesAnywhere(plain, motion, 1000)) << "round " << round;
       continue;
     }
-    ASSERT_EQ(CheckPath(*description, world.view(), {motion.begin}, 1.0).IsValid(),
-              plain.IsValid(motion.begin));
+    ASSERT_EQ(CheckPath(*description, world.view(), {motion.At(0.0)}, 1.0).IsValid(),
+              plain.IsValid(motion.At(0.0)));
     // What is refused comes nearer than what is kept and the least enlargement together.
-    const PathProof proof = ProvePath(*description, world.view(), {motion.begin, motion.end});
+    const PathProof proof = ProvePath(*description, world.view(), {motion.At(0.0), motion.At(1.0)});
     ASSERT_TRUE(!is_accepted || proof.IsFree()) << "round " << round;
     ASSERT_TRUE(is_accepted || IsNearer(proof, 1.5e-5)) << "round " << round;
   }
@@ -157,6 +183,30 @@ TEST_P(MotionTest, KeepsAClearance) {
         CreateRobotEnvironment({description.get(), world.view(), Eigen::VectorXd::Ones(1), 10, 1, 2});
     EXPECT_EQ(environment->IsValidMotion(Vec({row.from}), Vec({row.to}), 1.0), row.is_valid)
         << row.above_floor << " " << row.beside_ball;
+  }
+}
+
+// A cart that turns back right before a wall, where lanes serve and where they do not.
+TEST_P(MotionTest, SeesHowFarACurveGoes) {
+  RobotDescriptionBuilder builder("base");
+  builder.addJoint({"rail", JointType::kPrismatic, "base", "cart", {}, {1.0, 0.0, 0.0}, {{-100.0, 100.0}}});
+  const auto description = builder.addCollisionSphere("cart", Eigen::Vector3d::Zero(), 0.5).build();
+  for (const double begin : {0.0, 20.0}) {
+    for (const double gap : {-1e-4, -1e-5, -1e-6, 1.5e-5, 1e-4}) {
+      for (const double way : {1.0, 0.3, 0.02}) {
+        // Both go as far as that.
+        for (const Eigen::VectorXd& points : {Vec({0.0, 2.0, 0.0}), Vec({0.0, 4.0 / 3.0, 4.0 / 3.0, 0.0})}) {
+          World world;
+          world.add(BoxObstacle{{0.2, 1.0, 1.0}},
+                    Pose3::FromTranslation({begin + way + 0.5 + gap + 0.1, 0.0, 0.0}));
+          const auto environment =
+              CreateRobotEnvironment({description.get(), world.view(), Eigen::VectorXd::Ones(1), 10, 1, 2});
+          const Eigen::MatrixXd curve = begin + way * points.transpose().array();
+          EXPECT_EQ(environment->IsValidCurve(curve, 1.0), gap > 0.0)
+              << begin << " " << gap << " " << way << " " << points.size();
+        }
+      }
+    }
   }
 }
 
