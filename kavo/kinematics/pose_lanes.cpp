@@ -260,11 +260,10 @@ HWY_INLINE void Backward(V l10, V l20, V l21, V& x0, V& x1, V x2) {
   x0 = hn::Sub(hn::Sub(x0, hn::Mul(l20, x2)), hn::Mul(l10, x1));
 }
 
-// Solves (m m^T + damping) x = b, where b(i) and x(i, value) read and take entry i: by L D L^T in blocks of
-// three.
-template <class Right, class Take>
-HWY_INLINE void SolveDamped(const Matrix& m, V damping, const Right& right, const Take& take) {
+// Solves (m m^T + damping) x = b by L D L^T in blocks of three. Entry i of b and x at [i * kNumLanes].
+void SolveDamped(const Matrix& m, const float* damping_lanes, const float* right, float* x) {
   const D d;
+  const V damping = hn::Load(d, damping_lanes);
   const V least = hn::Mul(damping, hn::Set(d, 0.5f));
   const V zero = hn::Zero(d);
   V p00 = damping, l10 = zero, p11 = damping, l20 = zero, l21 = zero, p22 = damping;
@@ -295,11 +294,12 @@ HWY_INLINE void SolveDamped(const Matrix& m, V damping, const Right& right, cons
   V r3, r4, r5;
   Factor(least, p33, l43, p44, l53, l54, p55, r3, r4, r5);
 
-  V x0 = right(0), x1 = right(1), x2 = right(2);
+  V x0 = hn::Load(d, right + 0 * kNumLanes), x1 = hn::Load(d, right + 1 * kNumLanes),
+    x2 = hn::Load(d, right + 2 * kNumLanes);
   Forward(l10, l20, l21, x0, x1, x2);
-  V x3 = hn::Sub(right(3), Sum(l30, x0, l31, x1, l32, x2));
-  V x4 = hn::Sub(right(4), Sum(l40, x0, l41, x1, l42, x2));
-  V x5 = hn::Sub(right(5), Sum(l50, x0, l51, x1, l52, x2));
+  V x3 = hn::Sub(hn::Load(d, right + 3 * kNumLanes), Sum(l30, x0, l31, x1, l32, x2));
+  V x4 = hn::Sub(hn::Load(d, right + 4 * kNumLanes), Sum(l40, x0, l41, x1, l42, x2));
+  V x5 = hn::Sub(hn::Load(d, right + 5 * kNumLanes), Sum(l50, x0, l51, x1, l52, x2));
   Forward(l43, l53, l54, x3, x4, x5);
   x3 = hn::Mul(x3, r3);
   x4 = hn::Mul(x4, r4);
@@ -309,7 +309,12 @@ HWY_INLINE void SolveDamped(const Matrix& m, V damping, const Right& right, cons
   x1 = hn::Sub(hn::Mul(x1, r1), Sum(l31, x3, l41, x4, l51, x5));
   x2 = hn::Sub(hn::Mul(x2, r2), Sum(l32, x3, l42, x4, l52, x5));
   Backward(l10, l20, l21, x0, x1, x2);
-  take(x0, x1, x2, x3, x4, x5);
+  hn::Store(x0, d, x);
+  hn::Store(x1, d, x + kNumLanes);
+  hn::Store(x2, d, x + 2 * kNumLanes);
+  hn::Store(x3, d, x + 3 * kNumLanes);
+  hn::Store(x4, d, x + 4 * kNumLanes);
+  hn::Store(x5, d, x + 5 * kNumLanes);
 }
 
 // Moves a coordinate.
@@ -334,8 +339,9 @@ HWY_INLINE void Move(const Program& program, std::size_t index, std::size_t lane
 }
 
 // Whether a lane is near its target or goes on in vain, and how long it has.
-HWY_INLINE std::uint32_t Judge(const Program& program, std::size_t lane, V position, V rotation, V squared) {
+HWY_INLINE std::uint32_t Judge(const Program& program, std::size_t lane, V position, V rotation) {
   const D d;
+  const V squared = hn::Add(position, rotation);
   const V one = hn::Set(d, 1.0f);
   const V bound = hn::Load(d, program.bound + lane);
   const auto falls = hn::Lt(squared, bound);
@@ -352,53 +358,51 @@ HWY_INLINE std::uint32_t Judge(const Program& program, std::size_t lane, V posit
   return static_cast<std::uint32_t>(bits[0]) << lane;
 }
 
+// Goes the step that the derivatives and what remains ask for.
+void MoveAll(const Program& program, std::size_t lane, const Rows& rows) {
+  const D d;
+  const std::size_t count = program.coordinates.size();
+  for (std::size_t c = 0; c < count; ++c) {
+    SetSlope(program, c, lane, rows);
+  }
+  HWY_ALIGN float damping[kNumLanes];
+  hn::Store(
+      hn::Add(hn::Mul(hn::Load(d, program.squared + lane), hn::Set(d, kDamping)), hn::Set(d, kLeastDamping)),
+      d, damping);
+  HWY_ALIGN float x[6 * kNumLanes];
+  const float* const derivatives = program.derivatives + lane;
+  if (count >= 6) {
+    SolveDamped({derivatives, kNumLanes, 6 * kNumLanes, count}, damping, rows.error[0], x);
+    for (std::size_t c = 0; c < count; ++c) {
+      const auto product = [&](std::size_t row) {
+        return hn::Mul(hn::Load(d, derivatives + (6 * c + row) * kNumLanes),
+                       hn::Load(d, x + row * kNumLanes));
+      };
+      Move(program, c, lane,
+           hn::Add(hn::Add(hn::Add(product(0), product(1)), product(2)),
+                   hn::Add(hn::Add(product(3), product(4)), product(5))));
+    }
+  } else {
+    SolveDamped({derivatives, 6 * kNumLanes, kNumLanes, 6}, damping, program.slopes + lane, x);
+    for (std::size_t c = 0; c < count; ++c) {
+      Move(program, c, lane, hn::Load(d, x + c * kNumLanes));
+    }
+  }
+}
+
 template <Rotation kRotation>
 std::uint32_t Step(const Program& program) {
   const D d;
   std::uint32_t ended = 0;
-  const std::size_t count = program.coordinates.size();
   for (std::size_t lane = 0; lane < kNumLanes; lane += hn::Lanes(d)) {
     Rows rows;
     V position, rotation;
     SetRows<kRotation>(program, lane, rows, position, rotation);
-    const V squared = hn::Add(position, rotation);
-    ended |= Judge(program, lane, position, rotation, squared);
+    ended |= Judge(program, lane, position, rotation);
     for (const PoseLanes::Joint& joint : program.joints) {
       SetDerivatives<kRotation>(program, joint, lane, rows);
     }
-    for (std::size_t c = 0; c < count; ++c) {
-      SetSlope(program, c, lane, rows);
-    }
-    const V damping = hn::Add(hn::Mul(squared, hn::Set(d, kDamping)), hn::Set(d, kLeastDamping));
-    const float* const derivatives = program.derivatives + lane;
-    if (count >= 6) {
-      const auto right = [&](std::size_t i) { return hn::Load(d, rows.error[i]); };
-      SolveDamped({derivatives, kNumLanes, 6 * kNumLanes, count}, damping, right,
-                  [&](V x0, V x1, V x2, V x3, V x4, V x5) {
-                    for (std::size_t c = 0; c < count; ++c) {
-                      const float* const at = derivatives + 6 * c * kNumLanes;
-                      const auto entry = [&](std::size_t row) { return hn::Load(d, at + row * kNumLanes); };
-                      Move(program, c, lane,
-                           hn::Add(Sum(entry(0), x0, entry(1), x1, entry(2), x2),
-                                   Sum(entry(3), x3, entry(4), x4, entry(5), x5)));
-                    }
-                  });
-    } else {
-      const auto right = [&](std::size_t i) { return hn::Load(d, program.slopes + i * kNumLanes + lane); };
-      SolveDamped({derivatives, 6 * kNumLanes, kNumLanes, 6}, damping, right,
-                  [&](V x0, V x1, V x2, V x3, V x4, V) {
-                    const auto move = [&](std::size_t c, V x) {
-                      if (c < count) {
-                        Move(program, c, lane, x);
-                      }
-                    };
-                    move(0, x0);
-                    move(1, x1);
-                    move(2, x2);
-                    move(3, x3);
-                    move(4, x4);
-                  });
-    }
+    MoveAll(program, lane, rows);
   }
   return ended;
 }
