@@ -9,6 +9,7 @@
 #include "kavo/math/pose3.h"
 #include "kavo/motion_planning/interface/motion_planner.h"
 #include "kavo/motion_planning/interface/motion_planner_config.h"
+#include "kavo/motion_planning/interface/time_path.h"
 #include "kavo/motion_planning/trajectory/blended_path.h"
 #include "kavo/motion_planning/trajectory/jerk_limited.h"
 #include "kavo/motion_planning/trajectory/motion_limits.h"

@@ -21,6 +21,7 @@ using Piece = BlendedPath::Piece;
 // A waypoint that stays, and those that lie on the way to it.
 struct Corner {
   std::size_t waypoint = 0;
+  bool stops = false;
   struct Passed {
     std::size_t waypoint = 0;
     // Of the segment that ends at this corner, 0 to 1.
@@ -61,8 +62,12 @@ double ShareOnRay(const Eigen::VectorXd& from, const Eigen::VectorXd& through, c
 
 // The path without repeated waypoints and without those that it passes straight. The ray of a run is that of
 // its first segment, so that what is left out stays within twice the tolerance of the run, however many.
-std::vector<Corner> FindCorners(const std::vector<Eigen::VectorXd>& path) {
-  std::vector<Corner> corners = {{0, {}}};
+std::vector<Corner> FindCorners(const std::vector<Eigen::VectorXd>& path,
+                                const std::vector<std::size_t>& stops) {
+  std::vector<Corner> corners = {{0, false, {}}};
+  const auto stops_at = [&](std::size_t waypoint) {
+    return std::find(stops.begin(), stops.end(), waypoint) != stops.end();
+  };
   // The second waypoint of the run, and how far along its ray the last corner is.
   std::size_t through = 0;
   double share = 0.0;
@@ -70,6 +75,7 @@ std::vector<Corner> FindCorners(const std::vector<Eigen::VectorXd>& path) {
     Corner& last = corners.back();
     if (LargestDifference(path[i], path[last.waypoint]) <= kPathTolerance) {
       last.passed.push_back({i, share});
+      last.stops = last.stops || stops_at(i);
       // The path is to end where it ends.
       if (i + 1 == path.size() && corners.size() > 1) {
         std::swap(last.passed.back().waypoint, last.waypoint);
@@ -77,17 +83,19 @@ std::vector<Corner> FindCorners(const std::vector<Eigen::VectorXd>& path) {
       continue;
     }
     const std::size_t from = corners.size() > 1 ? corners[corners.size() - 2].waypoint : 0;
-    const double further = corners.size() > 1 ? ShareOnRay(path[from], path[through], path[i], share) : 0.0;
+    const double further =
+        corners.size() > 1 && !last.stops ? ShareOnRay(path[from], path[through], path[i], share) : 0.0;
     if (further > 0.0) {
       last.passed.push_back({last.waypoint, share});
       last.waypoint = i;
+      last.stops = stops_at(i);
       share = further;
       continue;
     }
     for (Corner::Passed& passed : last.passed) {
       passed.share /= std::max(share, 1.0);
     }
-    corners.push_back({i, {}});
+    corners.push_back({i, stops_at(i), {}});
     through = i;
     share = 1.0;
   }
@@ -158,6 +166,10 @@ void CheckInput(const std::vector<Eigen::VectorXd>& path, Eigen::Index dimension
   }
   KAVO_CHECK(options.deviation >= 0.0 && std::isfinite(options.deviation), kFile, 22)
       << "The deviation of blends must be finite and not negative, got " << options.deviation << ".";
+  for (const std::size_t waypoint : options.stops) {
+    KAVO_CHECK(waypoint < path.size(), kFile, 24)
+        << "A path of " << path.size() << " waypoints cannot be stopped on at waypoint " << waypoint << ".";
+  }
   const Eigen::VectorXd& speeds = options.top_speeds;
   KAVO_CHECK(speeds.size() == 0 ||
                  (speeds.size() == dimension && (speeds.array() > 0.0).all() && speeds.allFinite()),
@@ -184,7 +196,10 @@ class BlendedPath::Builder {
  public:
   Builder(const std::vector<Eigen::VectorXd>& path, const Environment& environment,
           const BlendOptions& options)
-      : path_(path), environment_(environment), options_(options), corners_(FindCorners(path)) {
+      : path_(path),
+        environment_(environment),
+        options_(options),
+        corners_(FindCorners(path, options.stops)) {
     const Eigen::VectorXd speeds =
         options.top_speeds.size() > 0 ? options.top_speeds : Eigen::VectorXd::Ones(path.front().size());
     for (std::size_t i = 1; i < corners_.size(); ++i) {
@@ -218,7 +233,7 @@ class BlendedPath::Builder {
   std::optional<Piece> FindBlend(std::size_t corner) {
     const Segment& in = segments_[corner - 1];
     const Segment& out = segments_[corner];
-    if (options_.deviation == 0.0 || TurnsBack(in, out)) {
+    if (options_.deviation == 0.0 || corners_[corner].stops || TurnsBack(in, out)) {
       return {};
     }
     double reach = LargestReach(in, out, options_);

@@ -19,6 +19,9 @@ struct BlendOptions {
   //! The limits of velocity. Blends begin and end as long before and after their corner as these take the
   //! robot there. Empty: ones.
   Eigen::VectorXd top_speeds;
+  //! Waypoints, by index, at which the robot is to stop whatever the deviation; the first and the last one
+  //! count for nothing. One that the path does not have is a fatal error.
+  std::vector<std::size_t> stops;
   //! For an environment that samples, see `Environment::IsValidCurve`.
   double resolution = 0.02;
 };

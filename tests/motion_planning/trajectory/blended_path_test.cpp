@@ -94,6 +94,7 @@ TEST(BlendedPathTest, RepeatedCollinearAndTurningWaypoints) {
     std::string name;
     Path path;
     double deviation;
+    std::vector<std::size_t> stops;
     std::size_t num_pieces;
     std::size_t num_stops;
     // Of each waypoint.
@@ -102,25 +103,35 @@ TEST(BlendedPathTest, RepeatedCollinearAndTurningWaypoints) {
   };
   const Vector2d a(0.0, 0.0), b(1.0, 0.0), c(1.0, 1.0), d(3.0, 0.0);
   const Case cases[] = {
-      {"one", {a}, 0.1, 0, 0, {0}, {0.0}},
-      {"nowhere", {a, a, a}, 0.1, 0, 0, {0, 0, 0}, {0.0, 0.0, 0.0}},
-      {"repeated", {a, a, b, b, c, c}, 0.0, 2, 1, {0, 0, 0, 0, 1, 1}, {0.0, 0.0, 1.0, 1.0, 1.0, 1.0}},
-      {"blended", {a, b, b, c}, 0.05, 3, 0, {0, 1, 0, 2}, {0.0, 0.2, 0.8, 0.8}},
-      {"straight", {a, b, b, d}, 0.0, 1, 0, {0, 0, 0, 0}, {0.0, 1.0, 1.0, 3.0}},
-      {"back", {a, d, b}, 0.1, 2, 1, {0, 0, 1}, {0.0, 3.0, 2.0}},
+      {"one", {a}, 0.1, {}, 0, 0, {0}, {0.0}},
+      {"nowhere", {a, a, a}, 0.1, {}, 0, 0, {0, 0, 0}, {0.0, 0.0, 0.0}},
+      {"repeated", {a, a, b, b, c, c}, 0.0, {}, 2, 1, {0, 0, 0, 0, 1, 1}, {0.0, 0.0, 1.0, 1.0, 1.0, 1.0}},
+      {"blended", {a, b, b, c}, 0.05, {}, 3, 0, {0, 1, 0, 2}, {0.0, 0.2, 0.8, 0.8}},
+      {"straight", {a, b, b, d}, 0.0, {}, 1, 0, {0, 0, 0, 0}, {0.0, 1.0, 1.0, 3.0}},
+      {"back", {a, d, b}, 0.1, {}, 2, 1, {0, 0, 1}, {0.0, 3.0, 2.0}},
       {"nearly straight",
        {a, b, Vector2d(2.0, 5e-10), Vector2d(2.5, -5e-10), d},
        0.0,
+       {},
        1,
        0,
        {0, 0, 0, 0, 0},
        {0.0, 1.0, 2.0, 2.5, 3.0}},
-      {"ends where it ends", {a, d, b, Vector2d(1.0, 5e-10)}, 0.0, 2, 1, {0, 0, 1, 1}, {0.0, 3.0, 2.0, 2.0}},
+      {"ends where it ends",
+       {a, d, b, Vector2d(1.0, 5e-10)},
+       0.0,
+       {},
+       2,
+       1,
+       {0, 0, 1, 1},
+       {0.0, 3.0, 2.0, 2.0}},
+      {"told to stop", {a, b, b, d, c}, 0.05, {2, 4}, 4, 1, {0, 0, 0, 2, 3}, {0.0, 1.0, 1.0, 0.1, 1.9}},
   };
   for (const Case& item : cases) {
     SCOPED_TRACE(item.name);
     BlendOptions options;
     options.deviation = item.deviation;
+    options.stops = item.stops;
     const BlendedPath blended = BlendPath(item.path, ScriptedEnvironment(2, {}), options);
     EXPECT_EQ(blended.Pieces().size(), item.num_pieces);
     EXPECT_EQ(blended.NumStops(), item.num_stops);

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "kavo/motion_planning/interface/time_path.h"
 #include "kavo/motion_planning/trajectory/blended_path.h"
 #include "kavo/motion_planning/trajectory/jerk_limited.h"
 #include "kavo/motion_planning/trajectory/time_optimal.h"
@@ -22,17 +23,9 @@ using testing::Path;
 using testing::RandomVec;
 using testing::ScriptedEnvironment;
 
-BlendedPath Blended(const Path& path, double deviation, bool is_smooth, const Eigen::VectorXd& speeds) {
-  BlendOptions options;
-  options.deviation = deviation;
-  options.is_smooth = is_smooth;
-  options.top_speeds = speeds;
-  return BlendPath(path, ScriptedEnvironment(static_cast<int>(path.front().size()), {}), options);
-}
-
 Trajectory Timed(const Path& path, const MotionLimits& limits, double deviation = 0.0) {
-  const BlendedPath blended = Blended(path, deviation, limits.jerk.has_value(), limits.velocity);
-  return limits.jerk ? JerkLimitedTrajectory(blended, limits) : TimeOptimalTrajectory(blended, limits);
+  const ScriptedEnvironment environment(static_cast<int>(path.front().size()), {});
+  return TimePath(path, environment, limits, {deviation, {}, limits.jerk.has_value()}).trajectory;
 }
 
 double LargestShare(const Eigen::VectorXd& q, const Eigen::VectorXd& limits) {
@@ -89,9 +82,7 @@ TEST(TrajectoryTest, KeepsLimitsOnRandomPathsAndIsFasterThanStopping) {
       EXPECT_LE(trajectory.UseOf(limits).velocity, 1.0);
       EXPECT_LE(trajectory.UseOf(limits).acceleration, 1.0);
       EXPECT_LE(trajectory.UseOf(limits).jerk, 1.0);
-      if (!is_smooth) {
-        EXPECT_LE(trajectory.Duration(), Timed(path, limits).Duration() * (1.0 + 1e-9));
-      }
+      EXPECT_LE(trajectory.Duration(), Timed(path, limits).Duration());
       // From rest to rest, through the waypoints.
       EXPECT_EQ(trajectory.At(0.0).position, path.front());
       EXPECT_EQ(trajectory.At(trajectory.Duration()).position, path.back());
@@ -163,7 +154,7 @@ TEST(TrajectoryTest, BeginsAndEndsAtSpeedsThatArePossible) {
     if (is_smooth) {
       limits.jerk = Vector2d(1e3, 1e3);
     }
-    const BlendedPath blended = Blended(path, 0.0, is_smooth, limits.velocity);
+    const BlendedPath blended = BlendPath(path, ScriptedEnvironment(2, {}));
     const auto timed = [&](const EndSpeeds& speeds) {
       return is_smooth ? JerkLimitedTrajectory(blended, limits, speeds)
                        : TimeOptimalTrajectory(blended, limits, speeds);
