@@ -4,12 +4,13 @@
 #include <cmath>
 #include <cstddef>
 #include <nlohmann/json.hpp>
-#include <string_view>
+#include <utility>
 
+#include "kavo/formats/csv_internal.h"
 #include "kavo/formats/file_error.h"
+#include "kavo/formats/json_internal.h"
 #include "kavo/formats/text_internal.h"
 #include "kavo/util/log_message.h"
-#include "kavo/util/parse_number.h"
 
 namespace kavo::formats {
 
@@ -17,29 +18,6 @@ namespace {
 
 // Keeps the order in which keys are added.
 using Json = nlohmann::ordered_json;
-
-std::string Dump(const Json& value) { return value.dump(-1, ' ', false, Json::error_handler_t::replace); }
-
-// Indented, but with a list of plain values, such as a configuration, in one line.
-void Print(const Json& value, const std::string& indent, std::string* text) {
-  const bool is_flat =
-      std::all_of(value.begin(), value.end(), [](const Json& element) { return element.is_primitive(); });
-  if (!value.is_structured() || value.empty() || (value.is_array() && is_flat)) {
-    *text += Dump(value);
-    return;
-  }
-  const std::string inner = indent + "  ";
-  char separator = value.is_array() ? '[' : '{';
-  for (const auto& [key, element] : value.items()) {
-    *text += separator + ("\n" + inner);
-    if (value.is_object()) {
-      *text += Dump(key) + ": ";
-    }
-    Print(element, inner, text);
-    separator = ',';
-  }
-  *text += "\n" + indent + (value.is_array() ? ']' : '}');
-}
 
 template <typename Derived>
 Json ToArray(const Eigen::DenseBase<Derived>& v) {
@@ -102,123 +80,6 @@ Json CheckToJson(const PlanRecord::Check& check) {
           {"self_clearance", NumberOrNull(check.self_clearance)},
           {"tolerance", NumberOrNull(check.tolerance)}};
 }
-
-// One field of a line of CSV.
-struct Field {
-  std::string text;
-  bool is_quoted = false;
-  int line = 0;
-
-  std::optional<double> number() const { return is_quoted ? std::nullopt : util::ParseNumber(text); }
-};
-
-std::string CsvName(const std::string& name) {
-  if (name.find_first_of(",\"\r\n") == std::string::npos && name == Trimmed(name) && !name.empty() &&
-      !util::ParseNumber(name)) {
-    return name;
-  }
-  std::string quoted = "\"";
-  for (const char c : name) {
-    quoted += c == '"' ? "\"\"" : std::string(1, c);
-  }
-  return quoted + "\"";
-}
-
-class CsvReader {
- public:
-  CsvReader(std::string_view text, const std::string& file) : rest_(text), file_(file) {}
-
-  PathFile read() {
-    PathFile path;
-    std::vector<Field> fields = readRecord();
-    const std::size_t num_fields = fields.size();
-    if (std::none_of(fields.begin(), fields.end(),
-                     [](const Field& field) { return field.number().has_value(); })) {
-      for (Field& field : fields) {
-        path.joint_names.push_back(std::move(field.text));
-      }
-      fields = readRecord();
-    }
-    for (; !fields.empty(); fields = readRecord()) {
-      if (fields.size() != num_fields) {
-        throw FileError(file_, fields.front().line,
-                        "found " + std::to_string(fields.size()) + " values, expected " +
-                            std::to_string(num_fields) + " as in the first line");
-      }
-      Eigen::VectorXd& q = path.configurations.emplace_back(static_cast<Eigen::Index>(num_fields));
-      for (std::size_t i = 0; i < num_fields; ++i) {
-        const std::optional<double> number = fields[i].number();
-        if (!number) {
-          throw FileError(file_, fields[i].line,
-                          "found " + Quoted(fields[i].text) + ", expected a finite number");
-        }
-        q[static_cast<Eigen::Index>(i)] = *number;
-      }
-    }
-    if (path.configurations.empty()) {
-      throw FileError(file_, 0, "found no configuration, expected at least one");
-    }
-    return path;
-  }
-
- private:
-  // The fields of the next line that is not blank; none at the end of the text.
-  std::vector<Field> readRecord() {
-    while (!rest_.empty()) {
-      std::vector<Field> fields = {readField()};
-      while (skip(',')) {
-        fields.push_back(readField());
-      }
-      skip('\n');
-      ++line_;
-      if (fields.size() > 1 || fields.front().is_quoted || !fields.front().text.empty()) {
-        return fields;
-      }
-    }
-    return {};
-  }
-
-  // Up to a comma or the end of the line. In quotes both are part of the field.
-  Field readField() {
-    Field field;
-    field.line = line_;
-    rest_.remove_prefix(std::min(rest_.find_first_not_of(" \t\r"), rest_.size()));
-    field.is_quoted = skip('"');
-    if (field.is_quoted) {
-      do {
-        const std::size_t end = rest_.find('"');
-        if (end == std::string_view::npos) {
-          throw FileError(file_, field.line, "found a quote that does not end, expected another quote");
-        }
-        // Two quotes stand for one that does not end the field.
-        field.text.append(rest_.substr(0, end + 1));
-        rest_.remove_prefix(end + 1);
-      } while (skip('"'));
-      field.text.pop_back();
-      line_ += static_cast<int>(std::count(field.text.begin(), field.text.end(), '\n'));
-    }
-    const std::size_t end = std::min(rest_.find_first_of(",\n"), rest_.size());
-    const std::string_view plain = Trimmed(rest_.substr(0, end));
-    rest_.remove_prefix(end);
-    if (field.is_quoted && !plain.empty()) {
-      throw FileError(file_, line_, "found " + Quoted(plain) + " after a quote, expected a comma");
-    }
-    field.text += plain;
-    return field;
-  }
-
-  bool skip(char c) {
-    if (rest_.empty() || rest_.front() != c) {
-      return false;
-    }
-    rest_.remove_prefix(1);
-    return true;
-  }
-
-  std::string_view rest_;
-  std::string file_;
-  int line_ = 1;
-};
 
 PathFile ParseJsonPath(const std::string& text, const std::string& file,
                        const std::optional<std::size_t>& run) {
@@ -315,28 +176,17 @@ std::string ToJson(const PlanRecord& record) {
   for (const auto& [name, setting] : record.settings) {
     json["settings"][name] = std::visit([](const auto& value) { return Json(value); }, setting);
   }
-  std::string text;
-  Print(json, "", &text);
-  return text + "\n";
+  return JsonText(json);
 }
 
 std::string ToCsv(const std::vector<std::string>& joint_names,
                   const std::vector<Eigen::VectorXd>& configurations) {
-  std::string text;
-  for (const std::string& name : joint_names) {
-    text += (&name == &joint_names.front() ? "" : ",") + CsvName(name);
-  }
-  text += '\n';
   for (const Eigen::VectorXd& q : configurations) {
     KAVO_CHECK(static_cast<std::size_t>(q.size()) == joint_names.size(), "formats/result_file", 140)
         << "A configuration must have one value for each joint name: expected " << joint_names.size()
         << ", got " << q.size() << ".";
-    for (Eigen::Index i = 0; i < q.size(); ++i) {
-      text += (i == 0 ? "" : ",") + NumberText(q[i]);
-    }
-    text += '\n';
   }
-  return text;
+  return CsvText({joint_names, configurations});
 }
 
 void WriteJson(const PlanRecord& record, const std::string& file) { WriteTextFile(file, ToJson(record)); }
@@ -352,8 +202,14 @@ PathFile ReadPath(const std::string& file, const std::optional<std::size_t>& run
 
 PathFile ParsePath(const std::string& text, const std::string& file, const std::optional<std::size_t>& run) {
   const std::size_t begin = text.find_first_not_of(" \t\r\n");
-  return run || (begin != std::string::npos && text[begin] == '{') ? ParseJsonPath(text, file, run)
-                                                                   : CsvReader(text, file).read();
+  if (run || (begin != std::string::npos && text[begin] == '{')) {
+    return ParseJsonPath(text, file, run);
+  }
+  CsvTable table = ParseCsv(text, file);
+  if (table.rows.empty()) {
+    throw FileError(file, 0, "found no configuration, expected at least one");
+  }
+  return {std::move(table.names), std::move(table.rows), {}};
 }
 
 }  // namespace kavo::formats
