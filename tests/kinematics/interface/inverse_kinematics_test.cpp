@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
+#include <cstring>
 #include <random>
 #include <string>
 #include <vector>
@@ -72,6 +74,8 @@ TEST(InverseKinematicsTest, AgreesWithTheForwardKinematicsOnRandomRobots) {
     const PoseTarget target = RandomTarget(kinematics->pose(RandomVec(engine, n, -3.0, 3.0), frame), engine);
     InverseKinematicsOptions options;
     options.max_solutions = 3;
+    // Some of these robots have hardly any room.
+    options.max_restarts = 1000;
     options.reference = RandomVec(engine, n, -3.0, 3.0);
     const InverseKinematicsResult result = SolveInverseKinematics(*description, name, target, options);
     ++num_targets;
@@ -283,6 +287,26 @@ std::vector<Eigen::VectorXd> ManyAnswers() {
     }
   }
   return answers;
+}
+
+TEST(InverseKinematicsTest, IsTheSameInEveryBuild) {
+  const auto robot = LoadFrankaRobotDescription();
+  const auto kinematics = robot->kinematics();
+  InverseKinematics solver(*robot, "tool");
+  std::mt19937 engine(3);
+  std::uint64_t hash = 14695981039346656037u;
+  for (int i = 0; i < 100; ++i) {
+    PoseTarget target;
+    target.pose = kinematics->pose(RandomVec(engine, 7, -1.5, 1.5), kinematics->frame("tool"));
+    target.rotation_counts[2] = i % 2 == 0;
+    const InverseKinematicsResult result = solver.solve(target);
+    for (const double coordinate : result.nearest ? result.nearest->q : result.solutions.front()) {
+      std::uint64_t bits = 0;
+      std::memcpy(&bits, &coordinate, sizeof(bits));
+      hash = (hash ^ bits) * 1099511628211u;
+    }
+  }
+  EXPECT_EQ(hash, 9544999594360490253u);
 }
 
 using InverseKinematicsTargetTest = testing::EveryTargetTest;
