@@ -13,6 +13,7 @@
 #include "kavo/motion_planning/trajectory/blended_path.h"
 #include "kavo/motion_planning/trajectory/jerk_limited.h"
 #include "kavo/motion_planning/trajectory/motion_limits.h"
+#include "kavo/motion_planning/trajectory/sample_interpolation.h"
 #include "kavo/motion_planning/trajectory/time_optimal.h"
 #include "kavo/motion_planning/trajectory/trajectory.h"
 #include "kavo/motion_planning/util/path_check.h"

@@ -8,9 +8,11 @@
 #include <string>
 #include <vector>
 
+#include "kavo/math/bezier_internal.h"
 #include "kavo/motion_planning/interface/time_path.h"
 #include "kavo/motion_planning/trajectory/blended_path.h"
 #include "kavo/motion_planning/trajectory/jerk_limited.h"
+#include "kavo/motion_planning/trajectory/sample_interpolation.h"
 #include "kavo/motion_planning/trajectory/time_optimal.h"
 #include "tests/motion_planning/scripted_environment.h"
 #include "tests/support/vectors.h"
@@ -218,6 +220,39 @@ TEST(TrajectoryTest, SamplesAtAPeriodAndAtTheEnd) {
   EXPECT_EQ(samples[4].time, trajectory.Duration());
   EXPECT_NEAR(samples[3].velocity[0], 1.0, 1e-8);
   EXPECT_EQ(samples[4].position, Vector2d(3.0, 0.0));
+}
+
+// Against the largest of many differences, which a bound is above, but not far.
+TEST(TrajectoryTest, KnowsHowFarControllersAreFromIt) {
+  const MotionLimits limits{Vector2d(1.1, 0.7), Vector2d(2.3, 1.9), {}};
+  const Trajectory trajectory =
+      Timed({Vector2d(0.1, 0.2), Vector2d(1.3, -0.7), Vector2d(0.4, -0.9)}, limits, 0.1);
+  for (const double period : {0.01, 0.1, 1.0, 100.0}) {
+    const std::vector<Trajectory::State> samples = trajectory.Samples(period);
+    for (const SampleInterpolation interpolation :
+         {SampleInterpolation::kLinear, SampleInterpolation::kCubic, SampleInterpolation::kQuintic}) {
+      SCOPED_TRACE(std::to_string(period) + " " + ToString(interpolation));
+      double largest = 0.0;
+      for (std::size_t i = 1; i < samples.size(); ++i) {
+        const double t = samples[i].time - samples[i - 1].time;
+        const Eigen::MatrixXd curve = InterpolationCurve(samples[i - 1], samples[i], interpolation);
+        for (int k = 0; k <= 50; ++k) {
+          const Eigen::VectorXd q = math::BezierPoint(curve, k / 50.0);
+          const Trajectory::State state = trajectory.At(samples[i - 1].time + t * k / 50.0);
+          largest = std::max(largest, (q - state.position).cwiseAbs().maxCoeff());
+        }
+        if (interpolation != SampleInterpolation::kLinear) {
+          EXPECT_LT((static_cast<double>(curve.cols() - 1) / t * (curve.col(1) - curve.col(0)) -
+                     samples[i - 1].velocity)
+                        .norm(),
+                    1e-9);
+        }
+      }
+      const double bound = InterpolationDeviation(trajectory, samples, interpolation);
+      EXPECT_GE(bound, largest - 1e-12);
+      EXPECT_LE(bound, 3.0 * largest + 1e-12);
+    }
+  }
 }
 
 TEST(MotionLimitsTest, DefaultsStandForWhatIsNotKnown) {
