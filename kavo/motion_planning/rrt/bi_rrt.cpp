@@ -154,17 +154,47 @@ class BiRRTImpl final : public BiRRT {
 
   std::optional<Connection> TryToConnect(const std::vector<Eigen::VectorXd>& starts,
                                          const std::vector<Eigen::VectorXd>& goals) override {
+    KAVO_CHECK(!goals.empty(), kFile, 7) << "A query needs a start and a goal.";
+    bool is_drawn = false;
+    return TryToConnect(starts, [&]() -> std::optional<std::vector<Eigen::VectorXd>> {
+      return std::exchange(is_drawn, true) ? std::nullopt : std::optional(goals);
+    });
+  }
+
+  std::optional<Connection> TryToConnect(const std::vector<Eigen::VectorXd>& starts,
+                                         const GoalSource& draw_goals) override {
+    KAVO_CHECK(!starts.empty(), kFile, 7) << "A query needs a start and a goal.";
     StartSearch();
-    for (MotionTree& tree : trees_) {
-      tree.Clear();
+    for (std::size_t side : {kStart, kGoal}) {
+      trees_[side].Clear();
+      roots_[side].clear();
+      num_given_[side] = 0;
     }
-    if (!PlantRoots(starts, kStart, SearchStatus::kInvalidStart, SearchStatus::kStartTooClose) ||
-        !PlantRoots(goals, kGoal, SearchStatus::kInvalidTarget, SearchStatus::kTargetTooClose)) {
+    PlantRoots(starts, kStart);
+    if (!HasRoots(kStart, SearchStatus::kInvalidStart, SearchStatus::kStartTooClose)) {
+      return std::nullopt;
+    }
+    bool is_exhausted = false;
+    while (roots_[kGoal].empty() && !is_exhausted && !ShouldStop()) {
+      is_exhausted = !DrawGoals(draw_goals);
+    }
+    if (status_ == SearchStatus::kStopped ||
+        !HasRoots(kGoal, SearchStatus::kInvalidTarget, SearchStatus::kTargetTooClose)) {
       return std::nullopt;
     }
     side_ = kGoal;
-    bool is_connected = MayExtend(config_.max_iterations) && TryStraightMotions();
+    bool is_connected = MayExtend(config_.max_iterations) && TryStraightMotions(0);
+    std::uint64_t next_draw = kFirstDraw;
     while (!is_connected && MayExtend(config_.max_iterations)) {
+      if (!is_exhausted && num_iterations_ >= next_draw) {
+        next_draw *= 2;
+        const std::size_t num_goals = roots_[kGoal].size();
+        is_exhausted = !DrawGoals(draw_goals);
+        if (num_goals < roots_[kGoal].size() && TryStraightMotions(num_goals)) {
+          is_connected = true;
+          break;
+        }
+      }
       ++num_iterations_;
       // The smaller tree, or the one that was not grown last.
       if (static_cast<double>(Other().Size()) < config_.balance * static_cast<double>(Tree().Size())) {
@@ -209,6 +239,9 @@ class BiRRTImpl final : public BiRRT {
   }
 
  private:
+  // The samples after which goals are drawn again.
+  static constexpr std::uint64_t kFirstDraw = 16;
+
   static constexpr std::size_t kStart = 0;
   static constexpr std::size_t kGoal = 1;
 
@@ -216,41 +249,60 @@ class BiRRTImpl final : public BiRRT {
   MotionTree& Tree() { return trees_[side_]; }
   MotionTree& Other() { return trees_[1 - side_]; }
 
-  // Makes what is usable of some configurations the roots of a tree. False, with a status, if nothing is.
-  bool PlantRoots(const std::vector<Eigen::VectorXd>& configurations, std::size_t side,
-                  SearchStatus if_invalid, SearchStatus if_too_close) {
-    KAVO_CHECK(!configurations.empty(), kFile, 7) << "A query needs a start and a goal.";
-    roots_[side].clear();
-    bool is_any_too_close = false;
-    for (std::size_t i = 0; i < configurations.size(); ++i) {
-      const Eigen::VectorXd& q = configurations[i];
+  // Makes what is usable of some configurations roots of a tree.
+  void PlantRoots(const std::vector<Eigen::VectorXd>& configurations, std::size_t side) {
+    for (const Eigen::VectorXd& q : configurations) {
       KAVO_CHECK(q.size() == dimension_, kFile, 8)
           << "A configuration of [" << q.size() << "] coordinates does not fit the [" << dimension_
           << "] of the configuration space.";
+      const std::size_t number = num_given_[side]++;
       if (environment_->IsValidMotion(q, q, resolution_)) {
-        roots_[side].push_back(i);
+        roots_[side].push_back({trees_[side].Size(), number});
         trees_[side].Add(q, MotionTree::kNoParent);
-      } else if (ValidateConfiguration(*environment_, q, if_invalid)) {
-        is_any_too_close = true;
+      } else if (ValidateConfiguration(*environment_, q, SearchStatus::kNone)) {
+        is_any_too_close_ = true;
         KAVO_LOG(LogLevel::kWarning) << "Configuration [" << q.transpose()
                                      << "] is valid, but too close to a contact to prove a motion from it.";
       }
     }
-    const SearchStatus failure = is_any_too_close ? if_too_close : if_invalid;
-    status_ = roots_[side].empty() ? failure : SearchStatus::kNone;
+  }
+
+  // False, with a status, if nothing was usable.
+  bool HasRoots(std::size_t side, SearchStatus if_invalid, SearchStatus if_too_close) {
+    const bool is_any_too_close = std::exchange(is_any_too_close_, false);
+    if (roots_[side].empty()) {
+      status_ = is_any_too_close ? if_too_close : if_invalid;
+    }
     return !roots_[side].empty();
   }
 
-  // From the start that is nearest to each goal.
-  bool TryStraightMotions() {
+  // False once there are no more.
+  bool DrawGoals(const GoalSource& draw_goals) {
+    const std::optional<std::vector<Eigen::VectorXd>> goals = draw_goals();
+    if (goals) {
+      PlantRoots(*goals, kGoal);
+    }
+    return goals.has_value();
+  }
+
+  // To the goals from one on, each from the node of the start tree that is nearest to it.
+  bool TryStraightMotions(std::size_t first_goal) {
     ++num_iterations_;
-    for (std::size_t goal = 0; goal < trees_[kGoal].Size(); ++goal) {
+    for (std::size_t i = first_goal; i < roots_[kGoal].size(); ++i) {
+      const std::size_t goal = roots_[kGoal][i].node;
       q_new_ = trees_[kGoal].Configuration(goal);
       if (Join(trees_[kStart].FindNearest(q_new_).node, goal)) {
         return true;
       }
     }
     return false;
+  }
+
+  // Which of the starts or goals a root is.
+  std::size_t NumberOf(std::size_t side, std::size_t node) const {
+    const std::vector<Root>& roots = roots_[side];
+    return std::find_if(roots.begin(), roots.end(), [&](const Root& root) { return root.node == node; })
+        ->number;
   }
 
   bool Sample() {
@@ -381,7 +433,7 @@ class BiRRTImpl final : public BiRRT {
       connection_.path.emplace_back(start_tree.Configuration(node));
       root = node;
     }
-    connection_.start = roots_[kStart][root];
+    connection_.start = NumberOf(kStart, root);
     std::reverse(connection_.path.begin(), connection_.path.end());
     for (std::size_t node = goal_node; node != MotionTree::kNoParent; node = goal_tree.Parent(node)) {
       Eigen::VectorXd q = goal_tree.Configuration(node);
@@ -395,7 +447,7 @@ class BiRRTImpl final : public BiRRT {
       connection_.path.push_back(std::move(q));
       root = node;
     }
-    connection_.goal = roots_[kGoal][root];
+    connection_.goal = NumberOf(kGoal, root);
     return true;
   }
 
@@ -416,8 +468,15 @@ class BiRRTImpl final : public BiRRT {
   std::vector<Side> sides_;
   EvenSequence sequence_;
   std::array<MotionTree, 2> trees_;
-  // Of the nodes of each tree that are roots, which start or goal they are.
-  std::array<std::vector<std::size_t>, 2> roots_;
+  // A node that is a root, and which start or goal it is.
+  struct Root {
+    std::size_t node;
+    std::size_t number;
+  };
+  std::array<std::vector<Root>, 2> roots_;
+  // Starts and goals that there have been.
+  std::array<std::size_t, 2> num_given_ = {0, 0};
+  bool is_any_too_close_ = false;
   std::size_t side_ = kStart;
   Connection connection_;
   // Of an extension; kept for their memory.

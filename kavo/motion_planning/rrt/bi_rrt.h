@@ -4,6 +4,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -76,7 +77,7 @@ class KAVO_EXPORT BiRRT : public RRT {
   struct Connection {
     //! From the start (first) to the goal (last).
     std::vector<Eigen::VectorXd> path;
-    //! Which of the starts and goals it joins.
+    //! Which of the starts and goals it joins, in the order in which they were given or drawn.
     std::size_t start = 0;
     std::size_t goal = 0;
   };
@@ -90,6 +91,16 @@ class KAVO_EXPORT BiRRT : public RRT {
 
   //! Nodes that the last query left in the tree of the starts and in that of the goals.
   virtual std::array<std::uint64_t, 2> NumNodes() const = 0;
+
+  //! Finds further goals, perhaps none this time; empty once there will never be another.
+  using GoalSource = std::function<std::optional<std::vector<Eigen::VectorXd>>()>;
+
+  //! The same for goals that are found while the search goes on, such as configurations in which a frame has
+  //! a pose: some before the search, as often as it takes until one is usable, and further ones whenever the
+  //! number of samples has doubled since, from 16 on. The query ends at once where no goal is usable.
+  //! \param draw_goals Must not call the planner.
+  virtual std::optional<Connection> TryToConnect(const std::vector<Eigen::VectorXd>& starts,
+                                                 const GoalSource& draw_goals) = 0;
 };
 
 //! The range that a planner chooses: a twelfth of the diagonal of the scaled limits, in which a coordinate
