@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "apps/kavo/bench_run.h"
+#include "kavo/formats/result_file.h"
 
 namespace kavo::command {
 

@@ -10,8 +10,10 @@
 #include <variant>
 #include <vector>
 
+#include "apps/kavo/ask.h"
 #include "apps/kavo/attempts.h"
 #include "apps/kavo/explain.h"
+#include "apps/kavo/explain_goals.h"
 #include "apps/kavo/interrupt.h"
 #include "apps/kavo/progress.h"
 #include "kavo/motion_planning/environment/robot_environment.h"
@@ -59,14 +61,6 @@ void Check(const Problem& problem, double step_size, const std::optional<double>
   }
 }
 
-MotionPlanner::Results Ask(MotionPlanner& planner, const Query& query) {
-  if (const auto* target = std::get_if<formats::PlanRecord::PositionTarget>(&query.target)) {
-    planner.setParam("task_space_frame_name", target->frame);
-    return planner.planToTaskSpaceTarget(query.start, target->position, false);
-  }
-  return planner.planToCSpaceTarget(query.start, std::get<Eigen::VectorXd>(query.target), false);
-}
-
 void RunOnce(const Problem& problem, const PlannerSettings& settings, const BenchPlan& plan, BenchRun& run) {
   const World& world = problem.situation.world;
   const std::shared_ptr<RobotDescription> robot = problem.situation.robot->description;
@@ -81,18 +75,23 @@ void RunOnce(const Problem& problem, const PlannerSettings& settings, const Benc
     config.planner = plan.planners[run.planner];
     const auto planner = CreateMotionPlanner(config, robot, world.view());
     planner->setStopCondition(attempts.Stop());
-    results = Ask(*planner, problem.query);
-    run.report = planner->queryReport();
+    Answer answer = Ask(*planner, config, problem.query, false);
+    results = std::move(answer.results);
+    run.report = std::move(answer.report);
     if (results.path_found || !run.HasValidEnds()) {
       break;
     }
   }
+  const Goal& goal = problem.query.stages.front().goals.front();
+  const auto* const q_goal = std::get_if<Eigen::VectorXd>(&goal);
   if (run.report.fault) {
     run.fault = Explain(*run.report.fault, *robot);
   } else if (run.report.status == planning::SearchStatus::kStartTooClose) {
     run.fault = ExplainNearest(*robot, world.view(), problem.query.start);
-  } else if (run.report.status == planning::SearchStatus::kTargetTooClose) {
-    run.fault = ExplainNearest(*robot, world.view(), std::get<Eigen::VectorXd>(problem.query.target));
+  } else if (run.report.status == planning::SearchStatus::kTargetTooClose && q_goal != nullptr) {
+    run.fault = ExplainNearest(*robot, world.view(), *q_goal);
+  } else if (!run.report.goals.empty()) {
+    run.fault = Explain(run.report.goals.front(), goal, *robot);
   }
   run.found = results.path_found;
   if (run.found) {

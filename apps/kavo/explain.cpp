@@ -18,8 +18,10 @@ std::string Obstacle(const std::string& name) {
   return name.empty() ? "an obstacle without a name" : Quoted(name);
 }
 
+bool IsOfLine(const QueryReport& report) { return report.planner == "line"; }
+
 bool IsOfMotions(const QueryReport& report) {
-  return report.planner == ToString(planning::CSpacePlanner::kBiRrt);
+  return report.planner == ToString(planning::CSpacePlanner::kBiRrt) || IsOfLine(report);
 }
 
 // "on segment 2 of 3 at 45 %".
@@ -91,7 +93,9 @@ std::string Explain(const planning::ConfigurationFault& fault, const RobotDescri
 
 std::string ExplainWork(const QueryReport& report) {
   const bool is_of_motions = IsOfMotions(report);
-  std::string text = std::to_string(report.num_iterations) + (is_of_motions ? " samples, " : " extensions, ");
+  std::string text = std::to_string(report.num_iterations) + (IsOfLine(report) ? " waypoints, "
+                                                              : is_of_motions  ? " samples, "
+                                                                               : " extensions, ");
   if (report.num_nodes.size() == 2) {
     text += std::to_string(report.num_nodes[0]) + " and " + std::to_string(report.num_nodes[1]) + " nodes, ";
   }

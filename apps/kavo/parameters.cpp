@@ -166,9 +166,10 @@ CLI::Option* PlannerSettings::AddOptions(CLI::App& app) {
       ->check(CLI::Range(0, std::numeric_limits<int>::max()));
   return app
       .add_option("--planner", planner_,
-                  "What answers queries to a configuration: bi_rrt proves every motion of its paths free; "
-                  "rrt_connect checks points step_size apart. bi_rrt unless a file of settings is given, "
-                  "where it is what that says, or rrt_connect. Goes before --set planner=")
+                  "What answers: bi_rrt proves every motion of its paths free; rrt_connect, to a "
+                  "configuration, and jt_rrt, to a position, check points step_size apart. Poses, lines and "
+                  "several goals are for bi_rrt. It is bi_rrt unless a file of settings is given, where it "
+                  "is what that says, or rrt_connect, with which jt_rrt goes. Goes before --set planner=")
       ->type_name("NAME")
       ->group(group);
 }
@@ -214,7 +215,10 @@ void PlannerSettings::Load(const std::shared_ptr<RobotDescription>& robot) {
     }
     set(name, ParseSetting(*parameter, text.substr(sign + 1)));
   }
-  if (!planner_.empty()) {
+  if (IsForPositions()) {
+    // That of points, which goes with it, is the one that leaves positions to it.
+    config_->planner = planning::CSpacePlanner::kRrtConnect;
+  } else if (!planner_.empty()) {
     config_->planner = ParsePlanner("--planner", planner_);
   }
   if (effort_) {

@@ -59,6 +59,9 @@ class PlannerSettings {
   //! operations below.
   void Load(const std::shared_ptr<RobotDescription>& robot);
 
+  //! Whether the planner of one position is asked for by its own name, which plans to nothing else.
+  bool IsForPositions() const { return planner_ == "jt_rrt"; }
+
   //! These settings with another seed and step size.
   planning::MotionPlannerConfig With(int seed, double step_size) const;
 

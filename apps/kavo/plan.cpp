@@ -11,9 +11,11 @@
 #include <variant>
 #include <vector>
 
+#include "apps/kavo/ask.h"
 #include "apps/kavo/attempts.h"
 #include "apps/kavo/command.h"
 #include "apps/kavo/explain.h"
+#include "apps/kavo/explain_goals.h"
 #include "apps/kavo/help.h"
 #include "apps/kavo/input_rules.h"
 #include "apps/kavo/interrupt.h"
@@ -22,6 +24,7 @@
 #include "apps/kavo/path_checking.h"
 #include "apps/kavo/progress.h"
 #include "apps/kavo/provenance.h"
+#include "apps/kavo/query_options.h"
 #include "apps/kavo/reach.h"
 #include "apps/kavo/robot_options.h"
 #include "apps/kavo/scene_options.h"
@@ -48,10 +51,7 @@ struct PlanOptions {
   InputRules rules;
   PlannerSettings planner;
   std::string request_file;
-  std::string start;
-  std::string goal;
-  std::string target;
-  std::string frame;
+  QueryOptions query;
   std::optional<std::string> json_file;
   std::optional<std::string> csv_file;
   std::optional<double> check_step;
@@ -72,11 +72,12 @@ struct PlanOptions {
   }
 };
 
-// One seed's try at one goal.
+// One seed's try at one query.
 struct Attempt {
   planning::MotionPlannerConfig config;
   Query query;
   MotionPlanner::Results results;
+  std::vector<StagedResults::Part> parts;
   QueryReport report;
   // Empty without a path, and where none is wanted.
   std::optional<CheckedPath> check;
@@ -109,19 +110,16 @@ class Planning {
     if (json_file_.IsSameAs(csv_file_)) {
       throw UnusableInput("--json and --csv cannot both be written to " + *options.csv_file);
     }
+    std::vector<Stage> stages;
     if (options_.request_file.empty()) {
-      const Query query = QueryOfOptions(situations_.Robot());
-      situation_ = situations_.Read(options_.scene.SceneFiles(), nullptr, query.start);
-      queries_ = {query};
-      queries_.front().start = situation_.start;
-      if (auto* goal = std::get_if<Eigen::VectorXd>(&queries_.front().target)) {
-        options_.rules.PutOnLimits(Robot(), "the goal", *goal, situations_.GetNotes());
-      }
+      situation_ =
+          situations_.Read(options_.scene.SceneFiles(), nullptr, options_.query.Start(situations_.Robot()));
+      stages = options_.query.Stages(situations_, situation_);
     } else {
       const formats::Request request =
           formats::ReadRequest(options_.request_file, options_.scene.FileOptions(options_.robot.Packages()));
       situation_ = situations_.Read(options_.scene.SceneFiles(), &request);
-      queries_ = situations_.QueriesOf(request, situation_);
+      stages = {{situations_.GoalsOf(request, situation_)}};
       num_attempts_ = request.num_planning_attempts;
       if (!seconds_) {
         seconds_ = request.allowed_planning_time;
@@ -129,6 +127,7 @@ class Planning {
     }
     settings_.SetDefault("task_space_frame_name", situation_.robot->tip_frame);
     settings_.Load(situation_.robot->description);
+    MakeQueries(std::move(stages));
   }
 
   int Run() {
@@ -139,6 +138,27 @@ class Planning {
   }
 
  private:
+  // One for all, but where planners of one goal are asked: then one for each goal.
+  void MakeQueries(std::vector<Stage> stages) {
+    for (Stage& stage : stages) {
+      for (Goal& goal : stage.goals) {
+        if (auto* const pose = std::get_if<PoseGoal>(&goal)) {
+          pose->frame = pose->frame.empty() ? settings_.TaskSpaceFrame() : pose->frame;
+        } else if (settings_.IsForPositions()) {
+          throw UnusableInput("--planner jt_rrt plans to positions, not to a configuration");
+        }
+      }
+    }
+    if (stages.size() == 1 && !stages.front().line &&
+        settings_.Config().planner != planning::CSpacePlanner::kBiRrt) {
+      for (const Goal& goal : stages.front().goals) {
+        queries_.push_back({situation_.start, {{{goal}}}});
+      }
+    } else {
+      queries_ = {{situation_.start, std::move(stages)}};
+    }
+  }
+
   Attempt TryAll() {
     const Stoppable stoppable;
     std::optional<Attempt> best;
@@ -167,23 +187,6 @@ class Planning {
     }
   }
 
-  Query QueryOfOptions(const formats::LoadedRobot& robot) const {
-    Query query;
-    query.start = ParseConfiguration("--start", options_.start, robot);
-    if (!options_.goal.empty()) {
-      query.target = ParseConfiguration("--goal", options_.goal, robot);
-      return query;
-    }
-    const auto numbers = ParseNumbers(options_.target);
-    if (!numbers || numbers->size() != 3) {
-      throw UnusableInput("--target " + options_.target +
-                          ": expected X,Y,Z in metres, in the frame of the robot's base");
-    }
-    query.target = formats::PlanRecord::PositionTarget{
-        options_.frame, Eigen::Vector3d((*numbers)[0], (*numbers)[1], (*numbers)[2])};
-    return query;
-  }
-
   // With the first seed, or with the first of the next ones: as many as the request says until there is a
   // path, as many as the options say until one passes the check.
   Attempt Try(const Query& query, const Attempts& attempts) {
@@ -210,7 +213,8 @@ class Planning {
   static bool IsHopeless(planning::SearchStatus status) {
     using planning::SearchStatus;
     return status == SearchStatus::kInvalidStart || status == SearchStatus::kInvalidTarget ||
-           status == SearchStatus::kStartTooClose || status == SearchStatus::kTargetTooClose;
+           status == SearchStatus::kStartTooClose || status == SearchStatus::kTargetTooClose ||
+           status == SearchStatus::kUnreachableTarget;
   }
 
   // A path that passes between the points of one check is found out by the next, finer one: every second try
@@ -222,7 +226,7 @@ class Planning {
 
   Attempt TryOnce(const Query& query, int seed, double step_size, const StopCondition& stop) {
     const Silence silence(options_.verbose ? LogLevel::kInfo : LogLevel::kError);
-    Attempt attempt{settings_.With(seed, step_size), query, {}, {}, {}};
+    Attempt attempt{settings_.With(seed, step_size), query, {}, {}, {}, {}};
     const auto planner =
         CreateMotionPlanner(attempt.config, situation_.robot->description, situation_.world.view());
     Progress progress(options_.quiet);
@@ -235,18 +239,10 @@ class Planning {
       situations_.GetNotes().Say("the interpolated path is left out: step_size is below " +
                                  Number(kLeastStepInterpolated));
     }
-    if (auto* target = std::get_if<formats::PlanRecord::PositionTarget>(&attempt.query.target)) {
-      if (!target->frame.empty()) {
-        planner->setParam("task_space_frame_name", target->frame);
-      } else {
-        target->frame = settings_.TaskSpaceFrame();
-      }
-      attempt.results = planner->planToTaskSpaceTarget(query.start, target->position, interpolates);
-    } else {
-      attempt.results =
-          planner->planToCSpaceTarget(query.start, std::get<Eigen::VectorXd>(query.target), interpolates);
-    }
-    attempt.report = planner->queryReport();
+    auto answer = Ask(*planner, attempt.config, query, interpolates);
+    attempt.results = std::move(answer.results);
+    attempt.report = std::move(answer.report);
+    attempt.parts = std::move(answer.parts);
     if (attempt.results.path_found && !options_.is_unchecked) {
       attempt.check = CheckAlong(attempt.results.path, situation_, options_.check_step, progress);
     }
@@ -301,11 +297,12 @@ class Planning {
     for (const Eigen::VectorXd& q : path) {
       text += "  " + Configuration(q) + "\n";
     }
-    if (const auto* target = std::get_if<formats::PlanRecord::PositionTarget>(&attempt.query.target)) {
-      text += "frame '" + Printable(target->frame) + "' ends " +
-              Distance((Position(path.back(), target->frame) - target->position).norm()) +
-              " from the target\n";
-    } else if ((path.back() - std::get<Eigen::VectorXd>(attempt.query.target)).norm() > 1.0) {
+    const Goal& goal = attempt.query.stages.back().goals.front();
+    if (!attempt.parts.empty()) {
+      text += ExplainStages(attempt.query, attempt.parts, path, Robot());
+    } else if (const auto* pose = std::get_if<PoseGoal>(&goal)) {
+      text += ExplainEnd(*pose, path.back(), Robot()) + "\n";
+    } else if ((path.back() - std::get<Eigen::VectorXd>(goal)).norm() > 1.0) {
       text += "the path ends at the goal but for whole turns of joints without limits\n";
     }
     text += "time: search " + Time(report.search_seconds) + ", shortening " +
@@ -334,19 +331,19 @@ class Planning {
     }
     if (attempt.report.status == planning::SearchStatus::kStartTooClose) {
       text += "  " + ExplainNearest(Robot(), situation_.world.view(), attempt.query.start) + "\n";
-    } else if (attempt.report.status == planning::SearchStatus::kTargetTooClose) {
-      text +=
-          "  " +
-          ExplainNearest(Robot(), situation_.world.view(), std::get<Eigen::VectorXd>(attempt.query.target)) +
-          "\n";
     }
-    const auto* target = std::get_if<formats::PlanRecord::PositionTarget>(&attempt.query.target);
+    if (!attempt.parts.empty()) {
+      return text + ExplainStages(attempt.query, attempt.parts, {}, Robot());
+    }
+    const Goal& goal = attempt.query.stages.front().goals.front();
+    const auto* const target = std::get_if<PoseGoal>(&goal);
+    if (attempt.report.status == planning::SearchStatus::kTargetTooClose) {
+      text += "  " + ExplainNearest(Robot(), situation_.world.view(), std::get<Eigen::VectorXd>(goal)) + "\n";
+    }
     if (target != nullptr && attempt.report.status == planning::SearchStatus::kIterationsSpent) {
       const Reach reach = FindReach(Robot(), target->frame);
-      const double distance = (target->position - reach.center).norm();
-      text += "  the target is " + Number(distance, 4) + " m from the first joint; frame '" +
-              Printable(target->frame) + "' gets no farther from there than " + Number(reach.distance, 4) +
-              " m" +
+      const double distance = (target->pose.translation() - reach.center).norm();
+      text += "  " + ExplainReach(reach, distance, target->frame) +
               (distance > reach.distance
                    ? ": out of reach\n"
                    : "\nA zone of 0.03 around the target is found far sooner than the default: --set "
@@ -364,11 +361,6 @@ class Planning {
     return std::holds_alternative<PointCloudObstacle>(shape) || std::holds_alternative<OctreeObstacle>(shape);
   }
 
-  Eigen::Vector3d Position(const Eigen::VectorXd& q, const std::string& frame) const {
-    const auto kinematics = Robot().kinematics();
-    return kinematics->position(q, kinematics->frame(frame));
-  }
-
   formats::PlanRecord Record(const Attempt& attempt) const {
     formats::PlanRecord record;
     record.version = Version();
@@ -381,7 +373,8 @@ class Planning {
     record.held_joints = HeldJoints(*situation_.robot);
     record.joint_names = JointNames(Robot());
     record.start = attempt.query.start;
-    record.target = attempt.query.target;
+    record.stages = attempt.query.stages;
+    record.parts = attempt.parts;
     record.settings = AllSettings(attempt.config);
     record.seed = attempt.config.seed;
     record.found = attempt.results.path_found;
@@ -414,8 +407,9 @@ int Plan(const PlanOptions& options) {
   if (options.json_file == "-" && options.csv_file == "-") {
     throw UnusableInput("--json - and --csv - cannot both have the standard output");
   }
-  if (options.request_file.empty() && (options.start.empty() || (options.goal + options.target).empty())) {
-    throw UnusableInput("what to plan? Give --request FILE, or --start with --goal or --target");
+  if (options.request_file.empty() && !options.query.IsComplete()) {
+    throw UnusableInput(
+        "what to plan? Give --request FILE, or --start with --goal, --target, --pose or --line");
   }
   if (options.quiet) {
     util::log_level_threshold = static_cast<int>(LogLevel::kError);
@@ -433,28 +427,7 @@ void AddQueryOptions(CLI::App& plan, PlanOptions& options) {
               "Motion-plan request (YAML). Its goals are tried in order until a path passes the check")
           ->type_name("FILE")
           ->group(group);
-  plan.add_option("--start", options.start,
-                  "Configuration to start from: numbers with commas between them, one for each joint, or a "
-                  "name ('default', or a named configuration of the SRDF)")
-      ->type_name("Q|NAME")
-      ->group(group)
-      ->excludes(request);
-  CLI::Option* goal = plan.add_option("--goal", options.goal, "Configuration to go to, likewise")
-                          ->type_name("Q|NAME")
-                          ->group(group)
-                          ->excludes(request);
-  CLI::Option* target =
-      plan.add_option("--target", options.target,
-                      "Position to take a frame to, metres in the frame of the robot's base")
-          ->type_name("X,Y,Z")
-          ->group(group)
-          ->excludes(request)
-          ->excludes(goal);
-  plan.add_option("--frame", options.frame, "The frame to take there; the tip of the robot unless given")
-      ->type_name("FRAME")
-      ->group(group)
-      ->needs(target);
-
+  options.query.AddOptions(plan, request);
   plan.add_option("--time-limit", options.time_limit,
                   "Stop planning after this time, all goals and seeds together; goes before the request's "
                   "allowed_planning_time")
@@ -527,6 +500,9 @@ void AddPlanCommand(CLI::App& app, Run& run) {
       "            --goal 0,0.05,0,-1.815,0,3.436,0.7854\n"
       "  kavo plan --robot franka --scene examples/scene.yaml --start default \\\n"
       "            --target 0.5,0.2,0.4 --frame tool\n"
+      "  kavo plan --robot franka --scene examples/scene.yaml --start default --frame tool --free-axis z \\\n"
+      "            --pose 0.4,0.3,0.5,1,0,0,0 --then line=0.4,0.3,0.4 --then line=0.4,0.3,0.5 \\\n"
+      "            --then goal=default\n"
       "  kavo plan --robot examples/own_robot/arm.urdf --srdf examples/own_robot/arm.srdf --group arm \\\n"
       "            --scene examples/own_robot/scene.yaml --request examples/own_robot/request.yaml \\\n"
       "            --verify --json plan.json");

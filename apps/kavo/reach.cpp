@@ -1,5 +1,7 @@
 #include "apps/kavo/reach.h"
 
+#include "apps/kavo/text.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
@@ -37,6 +39,11 @@ Reach FindReach(const RobotDescription& robot, const std::string& frame) {
   }
   reach.distance += plan.frames.front().offset.transform.translation.norm();
   return reach;
+}
+
+std::string ExplainReach(const Reach& reach, double distance, const std::string& frame) {
+  return "the target is " + Number(distance, 4) + " m from the first joint; frame '" + Printable(frame) +
+         "' gets no farther from there than " + Number(reach.distance, 4) + " m";
 }
 
 double SampleReach(const RobotDescription& robot, const std::string& frame, const Eigen::Vector3d& center) {

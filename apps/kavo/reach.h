@@ -19,6 +19,9 @@ struct Reach {
 //! From the distances between the joints that carry the frame.
 Reach FindReach(const RobotDescription& robot, const std::string& frame);
 
+//! "the target is 2 m from the first joint; frame 'hand' gets no farther from there than 1 m".
+std::string ExplainReach(const Reach& reach, double distance, const std::string& frame);
+
 //! The largest distance of the frame from a point among random configurations within the limits; the same in
 //! every call.
 double SampleReach(const RobotDescription& robot, const std::string& frame, const Eigen::Vector3d& center);

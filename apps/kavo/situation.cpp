@@ -292,8 +292,8 @@ Situation Situations::Read(const std::vector<std::string>& scene_files, const fo
   return situation;
 }
 
-Query Situations::QueryOf(const formats::Request& request, const formats::Request::Goal& goal,
-                          Situation& situation) {
+Goal Situations::GoalOf(const formats::Request& request, const formats::Request::Goal& goal,
+                        Situation& situation) {
   const formats::LoadedRobot& robot = *situation.robot;
   // All constraints of one goal hold together.
   if (goal.positions.size() + (goal.joints.empty() ? 0 : 1) > 1) {
@@ -301,8 +301,6 @@ Query Situations::QueryOf(const formats::Request& request, const formats::Reques
                         ": found a goal of several positions, or of joint values and positions; " +
                         "expected joint values or one position");
   }
-  Query query;
-  query.start = situation.start;
   if (goal.joints.empty()) {
     const formats::Request::PositionTarget& target = goal.positions.front();
     Pose3 base_from_frame = situation.base_pose.inverse();
@@ -316,8 +314,7 @@ Query Situations::QueryOf(const formats::Request& request, const formats::Reques
                      situation.scope);
       }
     }
-    query.target = formats::PlanRecord::PositionTarget{target.link, base_from_frame * target.position};
-    return query;
+    return PoseGoal::Position(target.link, base_from_frame * target.position);
   }
   CheckNames(request.file, goal.joints);
   bool names_any = false;
@@ -336,22 +333,21 @@ Query Situations::QueryOf(const formats::Request& request, const formats::Reques
                         ": found a goal that names none of the robot's joints, expected some of " +
                         Join(JointNames(*robot.description), ","));
   }
-  Eigen::VectorXd target = formats::ConfigurationFromJoints(*robot.description, goal.joints, query.start);
+  Eigen::VectorXd target = formats::ConfigurationFromJoints(*robot.description, goal.joints, situation.start);
   rules_.PutOnLimits(*robot.description, "the goal", target, notes_);
   CheckFollowers("the goal", goal.joints, robot, target);
-  query.target = target;
-  return query;
+  return target;
 }
 
-std::vector<Query> Situations::QueriesOf(const formats::Request& request, Situation& situation) {
-  std::vector<Query> queries;
+std::vector<Goal> Situations::GoalsOf(const formats::Request& request, Situation& situation) {
+  std::vector<Goal> goals;
   for (const formats::Request::Goal& goal : request.goals) {
-    queries.push_back(QueryOf(request, goal, situation));
+    goals.push_back(GoalOf(request, goal, situation));
   }
-  if (queries.empty()) {
+  if (goals.empty()) {
     throw UnusableInput(request.file + ": found no goal, expected at least one");
   }
-  return queries;
+  return goals;
 }
 
 double Length(const std::vector<Eigen::VectorXd>& path) {

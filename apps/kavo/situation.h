@@ -5,15 +5,14 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <variant>
 #include <vector>
 
 #include "apps/kavo/input_rules.h"
 #include "apps/kavo/robot_options.h"
 #include "apps/kavo/scene_options.h"
 #include "kavo/formats/request.h"
-#include "kavo/formats/result_file.h"
 #include "kavo/formats/scene.h"
+#include "kavo/motion_planning/interface/stage.h"
 #include "kavo/world/world.h"
 
 namespace kavo::command {
@@ -34,8 +33,8 @@ struct Situation {
 //! What one planning run is asked.
 struct Query {
   Eigen::VectorXd start;
-  //! A configuration, or a position relative to the robot's base; an empty frame is the planner's.
-  std::variant<Eigen::VectorXd, formats::PlanRecord::PositionTarget> target;
+  //! At least one, each with a goal; poses are relative to the robot's base.
+  std::vector<Stage> stages;
 };
 
 //! Brings the files about a robot together. Whatever they ask for that cannot be had ends in `UnusableInput`
@@ -56,10 +55,16 @@ class Situations {
   Situation Read(const std::vector<std::string>& scene_files, const formats::Request* request,
                  const std::optional<Eigen::VectorXd>& start = {});
 
-  //! One query for each goal of the request; joints that a goal does not name stay where they start. Throws
-  //! `UnusableInput` without a goal, for one that names none of the robot's joints, and for one that is more
-  //! than joint values or one position: a planner takes one of them.
-  std::vector<Query> QueriesOf(const formats::Request& request, Situation& situation);
+  //! The goals of the request; joints that a goal does not name stay where they start. Throws `UnusableInput`
+  //! without a goal, for one that names none of the robot's joints, and for one that is more than joint
+  //! values or one position: a planner takes one of them.
+  std::vector<Goal> GoalsOf(const formats::Request& request, Situation& situation);
+
+  //! Where a frame is relative to the robot's base: one of the robot's (one that moves is taken where it is
+  //! at the start, which is said) or the one that its base stands in. Empty for others.
+  //! \param what Is given in it, for the note.
+  std::optional<Pose3> FindFrame(const std::string& frame, const std::string& what,
+                                 const Situation& situation);
 
   const InputRules& Rules() const { return rules_; }
   Notes& GetNotes() { return notes_; }
@@ -71,15 +76,13 @@ class Situations {
   void CheckState(const JointValues& state, const formats::LoadedRobot& robot, const Eigen::VectorXd& start);
   void CheckFollowers(const std::string& what, const JointValues& joints, const formats::LoadedRobot& robot,
                       const Eigen::VectorXd& q);
-  std::optional<Pose3> FindFrame(const std::string& frame, const std::string& what,
-                                 const Situation& situation);
   void CutOutRobot(double margin, const formats::FramePoses& frames, const Situation& situation,
                    formats::Scene& scene);
   static void TakeAttached(const formats::Request& request, std::vector<formats::Scene>& scenes);
   std::shared_ptr<RobotDescription> Attach(const std::vector<formats::Scene>& scenes,
                                            const Situation& situation);
   void PlaceObjects(std::vector<formats::Scene>& scenes, Situation& situation);
-  Query QueryOf(const formats::Request& request, const formats::Request::Goal& goal, Situation& situation);
+  Goal GoalOf(const formats::Request& request, const formats::Request::Goal& goal, Situation& situation);
 
   RobotModel robot_;
   const InputRules& rules_;

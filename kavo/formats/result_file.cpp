@@ -36,9 +36,86 @@ Json ToArray(const std::vector<Eigen::VectorXd>& path) {
   return array;
 }
 
-Json TargetToJson(const Eigen::VectorXd& target) { return ToArray(target); }
-Json TargetToJson(const PlanRecord::PositionTarget& target) {
-  return {{"frame", target.frame}, {"position", ToArray(target.position)}};
+Json PoseToJson(const Pose3& pose) {
+  return {{"position", ToArray(pose.translation())},
+          {"orientation", ToArray(Eigen::VectorXd(pose.rotation().coeffs()))}};
+}
+
+Json RegionToJson(const PoseGoal::Region& region) {
+  struct ToJson {
+    Json operator()(const BoxObstacle& box) const { return {{"box", ToArray(box.size)}}; }
+    Json operator()(const SphereObstacle& sphere) const { return {{"sphere", {{"radius", sphere.radius}}}}; }
+    Json operator()(const CylinderObstacle& cylinder) const {
+      return {{"cylinder", {{"radius", cylinder.radius}, {"height", cylinder.height}}}};
+    }
+  };
+  Json json = std::visit(ToJson(), region.shape);
+  json.update(PoseToJson(region.pose));
+  return json;
+}
+
+Json GoalToJson(const Eigen::VectorXd& configuration) { return ToArray(configuration); }
+Json GoalToJson(const PoseGoal& goal) {
+  Json json = {{"frame", goal.frame}, {"position", ToArray(goal.pose.translation())}};
+  if (!goal.IsPosition()) {
+    json.update(PoseToJson(goal.pose));
+    const auto number = [](const std::optional<double>& value) { return value ? Json(*value) : Json(); };
+    json["position_tolerance"] = number(goal.position_tolerance);
+    json["orientation_tolerance"] = number(goal.orientation_tolerance);
+    json["tool"] = PoseToJson(goal.tool);
+    json["free_translations"] = goal.free_translations;
+    json["free_rotations"] = goal.free_rotations;
+    for (const PoseGoal::Region& region : goal.regions) {
+      json["regions"].push_back(RegionToJson(region));
+    }
+    if (goal.axis_tolerances) {
+      const bool is_euler =
+          goal.axis_tolerances->parameterization == PoseGoal::AxisTolerances::Parameterization::kEulerAngles;
+      json["axis_tolerances"] = {{"angles", ToArray(goal.axis_tolerances->angles)},
+                                 {"parameterization", is_euler ? "euler_angles" : "rotation_vector"}};
+    }
+  }
+  return json;
+}
+Json GoalToJson(const Goal& goal) {
+  return std::visit([](const auto& either) { return GoalToJson(either); }, goal);
+}
+
+// The goal that was reached in the last stage, or the first one of it.
+Json TargetToJson(const PlanRecord& record) {
+  if (record.stages.empty() || record.stages.back().goals.empty()) {
+    return {};
+  }
+  const bool is_reached = record.parts.size() == record.stages.size() && record.parts.back().goal;
+  return GoalToJson(record.stages.back().goals[is_reached ? *record.parts.back().goal : 0]);
+}
+
+Json StageToJson(const Stage& stage, const StagedResults::Part* part) {
+  Json json = {{"kind", stage.line ? "line" : "free"}, {"goals", Json::array()}};
+  for (const Goal& goal : stage.goals) {
+    json["goals"].push_back(GoalToJson(goal));
+  }
+  if (part != nullptr) {
+    json["goal"] = part->goal ? Json(*part->goal) : Json();
+    json["first_waypoint"] = part->first;
+    json["last_waypoint"] = part->last;
+    json["status"] = planning::ToString(part->report.status);
+    if (part->line) {
+      json["line"] = {{"end", planning::ToString(part->line->end)},
+                      {"fraction", part->line->fraction},
+                      {"deviation", part->line->deviation},
+                      {"angle", part->line->angle}};
+    }
+  }
+  return json;
+}
+
+Json StagesToJson(const PlanRecord& record) {
+  Json json;
+  for (std::size_t i = 0; i < record.stages.size() && !record.parts.empty(); ++i) {
+    json.push_back(StageToJson(record.stages[i], i < record.parts.size() ? &record.parts[i] : nullptr));
+  }
+  return json;
 }
 
 Json StatisticsToJson(const QueryReport& report) {
@@ -164,7 +241,8 @@ std::string ToJson(const PlanRecord& record) {
                {"joint_names", record.joint_names},
                {"held_joints", record.held_joints},
                {"start", ToArray(record.start)},
-               {"target", std::visit([](const auto& target) { return TargetToJson(target); }, record.target)},
+               {"target", TargetToJson(record)},
+               {"stages", StagesToJson(record)},
                {"settings", Json::object()},
                {"seed", record.seed},
                {"found", record.found},

@@ -13,18 +13,13 @@
 
 #include "kavo/motion_planning/interface/parameters.h"
 #include "kavo/motion_planning/interface/query_report.h"
+#include "kavo/motion_planning/interface/stage.h"
 #include "kavo/util/export.h"
 
 namespace kavo::formats {
 
 // Not inside of the record: clang does not take a nested class with default values for one that can be made
 // in place, in its `optional` and its `variant`.
-
-//! A position that a frame was to reach, relative to the robot base.
-struct FramePosition {
-  std::string frame;
-  Eigen::Vector3d position = Eigen::Vector3d::Zero();
-};
 
 //! A file that a query came from.
 struct InputFile {
@@ -67,7 +62,6 @@ struct PathCheck {
 struct PlanRecord {
   using Setting = planning::ParameterValue;
 
-  using PositionTarget = FramePosition;
   using Check = PathCheck;
 
   //! Of the program that made it.
@@ -79,7 +73,10 @@ struct PlanRecord {
   //! Joints that are not planned for and do not stand where they rest.
   std::map<std::string, double> held_joints;
   Eigen::VectorXd start;
-  std::variant<Eigen::VectorXd, PositionTarget> target;
+  //! What was asked for: mostly one stage with one goal.
+  std::vector<Stage> stages;
+  //! What came of the stages, where there are several or they have several goals.
+  std::vector<StagedResults::Part> parts;
   //! By name, in the order in which they are to be written.
   std::vector<std::pair<std::string, Setting>> settings;
   int seed = 0;
@@ -104,9 +101,11 @@ struct PathFile {
 };
 
 //! The record as JSON, indented by two spaces and with the keys in one order: version, files,
-//! robot, joint_names, held_joints, start, target, settings, seed, found, status, path, interpolated_path,
-//! statistics, check. Numbers are written such that reading them gives the same bits; what is not finite, or
-//! not there, becomes null. The target is an array (a configuration) or {frame, position}.
+//! robot, joint_names, held_joints, start, target, stages (null without parts), settings, seed, found,
+//! status, path, interpolated_path, statistics, check. Numbers are written such that reading them gives the
+//! same bits; what is not finite, or not there, becomes null. The target is the goal of the last stage that
+//! was reached, or its first one: an array (a configuration), {frame, position}, or a pose of more keys
+//! (docs/formats.md).
 KAVO_EXPORT std::string ToJson(const PlanRecord& record);
 
 //! Configurations as CSV: a line with the joint names, then one configuration a line. Numbers are as short as

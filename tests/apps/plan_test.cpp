@@ -126,12 +126,13 @@ TEST_F(PlanTest, SaysWhyThereIsNoPath) {
       {{"--start", "left", "--goal", "0.17522458210478567,0", "--verify"},
        {"the goal is valid, but nearer to a contact than bi_rrt can prove a motion",
         "frame 'lower' is 0.001 mm from 'peg' (its sphere 1 of radius 0.1 m at "}},
-      {{"--start", "left", "--target", "2,2,0", "--set", few},
+      {{"--start", "left", "--target", "2,2,0", "--set", few, "--planner", "jt_rrt"},
        {"iterations spent",
         "the target is 2.828 m from the first joint; frame 'gripper' gets no farther from there "
         "than 2 m: out of reach"}},
-      {{"--start", "left", "--target", "0,0.5,0.5", "--frame", "upper", "--set", few},
-       {"frame 'upper' gets no farther from there than 0 m: out of reach"}},
+      {{"--start", "left", "--target", "0,0.5,0.5", "--frame", "upper"},
+       {"unreachable target",
+        "0.7071 m from the first joint; frame 'upper' gets no farther from there than 0 m: out of reach"}},
   };
   for (const auto& c : cases) {
     const Outcome plan = RunKavo(Plan(c.query));
@@ -165,7 +166,8 @@ TEST_F(PlanTest, RefusesWhatItCannotUse) {
       {{"--start", "left", "--goal", "1,2,3"}, "expected 2 numbers (shoulder,elbow) or one of the names"},
       {{"--start", "left", "--goal", "up"}, "'default', 'into_the_peg', 'left', 'right', 'too_far'"},
       {{"--start", "left", "--target", "1,2"}, "--target 1,2: expected X,Y,Z"},
-      {{"--start", "left", "--target", "1,1,0", "--frame", "hand"}, "There is no frame \"hand\""},
+      {{"--start", "left", "--target", "1,1,0", "--frame", "hand"},
+       "--frame hand: expected a frame of the robot"},
       {{"--request", foreign},
        "foreign.yaml: found a goal that names none of the robot's joints, expected some of shoulder,elbow"},
       {{"--request", both}, "both.yaml: found a goal of several positions, or of joint values and positions"},
@@ -232,10 +234,15 @@ goal_constraints:
   - joint_constraints: [{joint_name: shoulder, position: 0}]
   - joint_constraints: [{joint_name: shoulder, position: 1.5}, {joint_name: elbow, position: 0.5}]
 )");
-  const Outcome plan = RunKavo(Plan({"--request", request, "--csv", "-"}));
-  EXPECT_EQ(plan.status, 0);
-  EXPECT_EQ(plan.output, "shoulder,elbow\n1,0\n1.5,0.5\n");
+  const std::string path = "shoulder,elbow\n1,0\n1.5,0.5\n";
+  const Outcome plan = RunKavo(Plan({"--request", request, "--csv", "-", "--planner", "rrt_connect"}));
+  EXPECT_EQ(plan.output, path);
   EXPECT_THAT(plan.errors, HasSubstr("goal 1 of 2: invalid target; trying the next"));
+  // The other planner takes them together.
+  const Outcome at_once = RunKavo(Plan({"--request", request, "--csv", folder_ / "path.csv"}));
+  EXPECT_EQ(ReadFile(folder_ / "path.csv"), path);
+  EXPECT_THAT(at_once.output, AllOf(HasSubstr("goal 2 of 2 reached: configuration 1.5,0.5\n"),
+                                    HasSubstr("goal 1 left out: frame 'lower' reaches 350 mm into 'peg'")));
   // A path that fails the check is not lost to a goal that cannot be reached.
   const std::string bad_first =
       folder_.Write("bad_first.yaml", R"(start_state: {joint_state: {name: [shoulder], position: [1]}}
@@ -267,6 +274,73 @@ goal_constraints:
     EXPECT_EQ(target["frame"], "upper");
     EXPECT_NEAR(target["position"][0].get<double>(), 2.0, 1e-12);
     EXPECT_NEAR(target["position"][1].get<double>(), 2.0, 1e-12);
+  }
+}
+
+TEST(PlanToPoseTest, GoesToPosesAlongLinesAndOnFromThere) {
+  const auto plan = [](const Arguments& more) {
+    Arguments arguments = {"plan", "--robot", "franka", "--start", "default"};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    return RunKavo(arguments);
+  };
+  const std::string pose = "0.4,0.2,0.5,2,0,0,0";
+  const struct {
+    Arguments query;
+    Arguments output;
+  } cases[] = {
+      {{"--pose", pose, "--frame", "hand"},
+       {"frame 'hand' ends less than 0.001 mm and less than 0.001 degrees from the pose", "proven free"}},
+      {{"--pose", pose, "--free-axis", "z", "--position-tolerance", "0.05", "--orientation-tolerance", "0.3"},
+       {"frame 'tool' ends ", "proven free"}},
+      {{"--target", "0.4,0.2,0.5"}, {"frame 'tool' ends less than 0.001 mm from the target", "; bi_rrt, "}},
+      {{"--target", "0.4,0.2,0.5", "--planner", "jt_rrt", "--set",
+        "task_space_planning_params/x_target_zone_tolerance=0.05,0.05,0.05"},
+       {"from the target", "; jt_rrt, "}},
+      {{"--pose", pose, "--target", "9,0,0", "--goal", "default"},
+       {"goal 1 of 3 reached: configuration 0,", "goal 2 left out: the target is 9", ": out of reach"}},
+      {{"--line", "0.1,0,0.1,0,0,0,1", "--pose-frame", "tool", "--line-step", "0.02", "--line-deviation",
+        "0.01"},
+       {"line to pose 0.406891,0,0.386882 of frame 'tool': within ", " of the line; frame 'tool' ends "}},
+      {{"--pose", pose, "--then", "line=0.4,0.2,0.4", "--then", "line=" + pose, "--then", "target=0.3,0,0.5",
+        "--then", "pose=" + pose, "--then", "goal=default"},
+       {"stage 1 of 6, waypoints 1 to 2, to pose 0.4,0.2,0.5 of frame 'tool'",
+        "line to position 0.4,0.2,0.4 of frame 'tool': within ", "stage 4 of 6, ",
+        "to configuration 0,-0.785398,0,-2.35619,0,1.5708,0.785398\n", "proven free"}},
+  };
+  for (const auto& c : cases) {
+    const Outcome outcome = plan(c.query);
+    EXPECT_EQ(outcome.status, 0) << outcome.errors;
+    for (const std::string& part : c.output) {
+      EXPECT_THAT(outcome.output, HasSubstr(part));
+    }
+  }
+  const Outcome early = plan({"--line", "1.5,0,0.5"});
+  EXPECT_EQ(early.status, 1);
+  EXPECT_THAT(early.output, AllOf(HasSubstr("no path: line ends early\n  line for "),
+                                  HasSubstr("of the line the frame gets no farther: the nearest")));
+  const auto json =
+      nlohmann::json::parse(plan({"--pose", pose, "--then", "line=0.4,0.2,0.4", "--json", "-"}).output);
+  EXPECT_EQ(json["target"]["position"], nlohmann::json({0.4, 0.2, 0.4}));
+  EXPECT_EQ(json["stages"][0]["goals"][0]["orientation"], nlohmann::json({1.0, 0.0, 0.0, 0.0}));
+  EXPECT_EQ(json["stages"][1]["last_waypoint"].get<std::size_t>() + 1, json["path"].size());
+  EXPECT_EQ(json["stages"][1]["line"]["end"], "complete");
+
+  const struct {
+    Arguments query;
+    std::string error;
+  } refused[] = {
+      {{"--pose", "0,0,0,0,0,0,0"}, "--pose 0,0,0,0,0,0,0: expected a quaternion that is not zero"},
+      {{"--pose", "0,0,0,0,0,1"}, "--pose 0,0,0,0,0,1: expected X,Y,Z,QX,QY,QZ,QW"},
+      {{"--pose", pose, "--pose-frame", "hadn"},
+       "--pose-frame hadn: expected a frame of the robot; did you mean 'hand'?"},
+      {{"--pose", pose, "--then", "lien=" + pose}, "--then lien=" + pose + ": expected goal=Q, "},
+      {{"--pose", pose, "--line", pose}, "--line"},
+      {{"--goal", "default", "--planner", "jt_rrt"}, "--planner jt_rrt plans to positions"},
+  };
+  for (const auto& c : refused) {
+    const Outcome outcome = plan(c.query);
+    EXPECT_EQ(outcome.status, 2) << c.error;
+    EXPECT_THAT(outcome.errors, HasSubstr(c.error));
   }
 }
 

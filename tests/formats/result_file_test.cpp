@@ -31,7 +31,7 @@ PlanRecord SmallRecord() {
   record.joint_names = {"a", "b"};
   record.held_joints = {{"torso", 0.25}};
   record.start = Vec({0.1, -0.0});
-  record.target = Vec({1, 1e-300});
+  record.stages = {{{Vec({1, 1e-300})}}};
   record.settings = {{"z", 0.5}, {"a", std::int64_t{7}}, {"on", true}, {"frame", "tool"}};
   record.settings.emplace_back("weights", std::vector<double>{1, 2});
   record.settings.emplace_back("limits", std::vector<std::array<double, 2>>{{-1, 1}, {0, 2}});
@@ -60,12 +60,24 @@ PlanRecord SmallRecord() {
 TEST(ResultFile, JsonIsLaidOutForReaders) {
   PlanRecord record = SmallRecord();
   EXPECT_EQ(ToJson(record), testing::ReadFile(KAVO_SOURCE_DIR "/tests/formats/data/plan.json"));
-  record.target = PlanRecord::PositionTarget{"tool", {1, 2, std::numeric_limits<double>::infinity()}};
+  const PoseGoal position = PoseGoal::Position("tool", {1, 2, std::numeric_limits<double>::infinity()});
+  PoseGoal pose;
+  pose.frame = "tool";
+  pose.pose = Pose3::FromTranslation({0, 0, 0.5});
+  pose.regions = {{SphereObstacle{0.25}, Pose3()}};
+  pose.axis_tolerances = {{{0.1, 0.2, 4}}};
+  record.stages = {{{pose}, planning::LineOptions()}, {{record.start, position}}};
+  record.parts.resize(2);
+  record.parts[1].goal = 1;
   record.path.clear();
   record.check.reset();
   const std::string text = ToJson(record);
   EXPECT_THAT(text, ::testing::HasSubstr(
                         "\"target\": {\n    \"frame\": \"tool\",\n    \"position\": [1.0,2.0,null]\n  }"));
+  for (const char* part : {R"("kind": "line")", R"("orientation": [0.0,0.0,0.0,1.0])", R"("radius": 0.25)",
+                           R"("angles": [0.1,0.2,4.0])", R"("goal": 1)"}) {
+    EXPECT_THAT(text, ::testing::HasSubstr(part));
+  }
   EXPECT_THAT(text, ::testing::HasSubstr("\"path\": [],"));
   EXPECT_THAT(text, ::testing::HasSubstr("\"check\": null\n}"));
 }

@@ -1,13 +1,18 @@
 #pragma once
 
 #include <Eigen/Core>
+#include <cstddef>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "kavo/kinematics/interface/robot_description.h"
 #include "kavo/motion_planning/interface/attached_object.h"
+#include "kavo/motion_planning/interface/goal.h"
 #include "kavo/motion_planning/interface/query_report.h"
+#include "kavo/motion_planning/interface/stage.h"
+#include "kavo/motion_planning/util/line_motion.h"
 #include "kavo/motion_planning/util/stop_condition.h"
 #include "kavo/util/export.h"
 #include "kavo/world/world_view.h"
@@ -15,8 +20,9 @@
 namespace kavo {
 
 //! Plans collision-free paths of one robot among the obstacles of a world: to a configuration (by
-//! RRT-Connect, or by trees of whole motions that are proven free) or to a position of one frame (by a
-//! Jacobian-transpose RRT). Made by `CreateMotionPlanner`.
+//! RRT-Connect, or by trees of whole motions that are proven free), to a position of one frame (by a
+//! Jacobian-transpose RRT), to the pose of a frame or to any one of several goals (by trees of motions), and
+//! along a line of the tool. Made by `CreateMotionPlanner`.
 //!
 //! Configurations hold one value for each c-space coordinate of the robot: radians, or metres for a prismatic
 //! joint. Planners of equal settings and worlds give equal answers. One thread at a time.
@@ -82,6 +88,8 @@ class KAVO_EXPORT MotionPlanner {
     //! that lie between these: that all points of `path` are valid does not mean that all of these are.
     //! `QueryReport::first_invalid_interpolated` tells.
     std::vector<Eigen::VectorXd> interpolated_path;
+    //! Of several goals the one that the path ends in.
+    std::optional<std::size_t> goal = std::nullopt;
   };
 
   virtual ~MotionPlanner();
@@ -115,9 +123,13 @@ class KAVO_EXPORT MotionPlanner {
   //! | bi_rrt_params/domain | double, not negative; 0 is everywhere | 3 |
   //! | bi_rrt_params/samples | string, "low_discrepancy" or "environment" | low_discrepancy |
   //! | effort | int, not negative: rounds in which paths of bi_rrt are shortened | 1 |
+  //! | pose_planning_params/position_tolerance | double, positive, metres | 1e-4 |
+  //! | pose_planning_params/orientation_tolerance | double, positive, radians | 1e-3 |
+  //! | pose_planning_params/max_configurations | int, at least 1 | 64 |
   //!
-  //! The last six start nothing over but what they are about: the other planner, and queries to a position,
-  //! go on in their random choices. What they mean is in `planning::BiRRTConfig`.
+  //! The last nine start nothing over but what they are about: the other planner, and queries to a position,
+  //! go on in their random choices. What those from "planner" to "effort" mean is in `planning::BiRRTConfig`;
+  //! the last three are for pose goals, see `planToGoals`.
   //!
   //! Weights other than one have no effect on queries to a configuration while accelerator trees are enabled,
   //! which measure the plain distance; a planner warns of that once.
@@ -167,6 +179,80 @@ class KAVO_EXPORT MotionPlanner {
   //! Takes from the robot what it holds: what was attached under a name, or the spheres of what came with a
   //! form of the robot. Fatal for another name, and for that of the task-space frame.
   virtual AttachedObject detach(const std::string& name) = 0;
+
+  //! A path to any one of several goals: configurations and poses of frames. `Results::goal` is the one that
+  //! it ends in, `QueryReport::goals` says what became of each. Goals that are of no use are left out; there
+  //! is no path where that leaves none. The planner is "bi_rrt", whatever the setting of that name says: each
+  //! motion of the path is proven free.
+  //!
+  //! A pose stands for configurations in which the frame has it, found by inverse kinematics: some before the
+  //! search, more as it goes on without a path, at most `pose_planning_params/max_configurations`. How many
+  //! are found when is a matter of counts, not of time. They meet the pose to within 1e-5 m and 1e-4 rad
+  //! where they can, else within its tolerances; each is checked. What a goal leaves open (regions, and
+  //! tolerances that are not small) is filled by random poses within it.
+  //!
+  //! No goal, a configuration of another length than the robot's, an unknown frame, a pose that is not finite
+  //! and a tolerance that is not positive are fatal errors.
+  //!
+  //! @code
+  //! const std::shared_ptr<kavo::RobotDescription> robot = kavo::LoadFrankaRobotDescription();
+  //! kavo::World world;
+  //! world.add(kavo::HalfSpaceObstacle{}, kavo::Pose3::FromTranslation({0.0, 0.0, -0.1}), "floor");
+  //! const auto planner = kavo::CreateMotionPlanner(robot, world.view());
+  //! kavo::PoseGoal below;
+  //! below.pose = kavo::Pose3(Eigen::Quaterniond(0.0, 1.0, 0.0, 0.0), {0.5, 0.2, -0.3});
+  //! kavo::PoseGoal above = below;
+  //! above.pose = kavo::Pose3(below.pose.rotation(), {0.5, 0.2, 0.3});
+  //! above.free_rotations[2] = true;  // Round about its own z axis the tool may stand as it likes.
+  //! const Eigen::VectorXd start = robot->defaultCSpaceConfiguration();
+  //! const kavo::MotionPlanner::Results results = planner->planToGoals(start, {below, above}, false);
+  //! assert(results.path_found && results.goal == 1u);
+  //! assert(planner->queryReport().goals[0].fault->contact->obstacle_name == "floor");
+  //! @endcode
+  virtual Results planToGoals(const Eigen::VectorXd& q_initial, const std::vector<Goal>& goals,
+                              bool generate_interpolated_path) = 0;
+
+  //! A path on which a tool goes straight to a pose while its orientation turns evenly, as in approach and
+  //! retreat. Every motion of it is proven free, and it stays near the line as the options say; see
+  //! `planning::FollowLine`. A goal that is a position alone (`PoseGoal::Position`) keeps the orientation
+  //! that the frame has; otherwise regions, tolerances and what is free do not matter here.
+  virtual planning::LineMotion planLine(const Eigen::VectorXd& q_initial, const PoseGoal& goal,
+                                        const planning::LineOptions& options) = 0;
+
+  //! A path of several stages, one after another, such as to a pose beside an object and on along a line.
+  //! Where lines follow, a stage ends only in configurations from which they can be gone. Fatal without a
+  //! stage, and as `planToGoals` and `planLine`. `queryReport` is of the last stage tried.
+  //!
+  //! @code
+  //! const std::shared_ptr<kavo::RobotDescription> robot = kavo::LoadFrankaRobotDescription();
+  //! kavo::World world;
+  //! world.add(kavo::HalfSpaceObstacle{}, kavo::Pose3::FromTranslation({0.0, 0.0, -0.1}), "floor");
+  //! const auto planner = kavo::CreateMotionPlanner(robot, world.view());
+  //! kavo::PoseGoal beside;
+  //! beside.pose = kavo::Pose3(Eigen::Quaterniond(0.0, 1.0, 0.0, 0.0), {0.5, 0.2, 0.4});
+  //! kavo::PoseGoal at = beside;
+  //! at.pose = kavo::Pose3(beside.pose.rotation(), {0.5, 0.2, 0.25});
+  //! const Eigen::VectorXd start = robot->defaultCSpaceConfiguration();
+  //! const kavo::planning::LineOptions line;
+  //! const auto results = planner->planStages(start, {{{beside}}, {{at}, line}, {{beside}, line},
+  //! {{start}}}); assert(results.path_found && results.parts.size() == 4 && results.path.back() == start);
+  //! @endcode
+  virtual StagedResults planStages(const Eigen::VectorXd& q_initial, const std::vector<Stage>& stages) = 0;
+
+  //! A path to the pose of a frame, see `planToGoals`.
+  Results planToPose(const Eigen::VectorXd& q_initial, const PoseGoal& goal,
+                     bool generate_interpolated_path) {
+    return planToGoals(q_initial, {goal}, generate_interpolated_path);
+  }
+
+  //! The same, relative to the robot's base and within the tolerances that are set.
+  Results planToPose(const Eigen::VectorXd& q_initial, const std::string& frame, const Pose3& pose,
+                     bool generate_interpolated_path) {
+    PoseGoal goal;
+    goal.frame = frame;
+    goal.pose = pose;
+    return planToPose(q_initial, goal, generate_interpolated_path);
+  }
 
  protected:
   MotionPlanner() = default;

@@ -129,6 +129,11 @@ MotionPlannerConfig::MotionPlannerConfig(const YAML::Node& node, bool checks_ran
     ReadIfThere(map, "samples", bi_rrt.samples);
   }
   ReadIfThere(node, "effort", effort);
+  if (const YAML::Node map = node["pose_planning_params"]; map.IsDefined()) {
+    ReadIfThere(map, "position_tolerance", pose_position_tolerance);
+    ReadIfThere(map, "orientation_tolerance", pose_orientation_tolerance);
+    ReadIfThere(map, "max_configurations", max_pose_configurations);
+  }
 }
 
 YAML::Node internal::LoadYaml(const std::string& file) {

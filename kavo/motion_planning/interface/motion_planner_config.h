@@ -39,9 +39,10 @@ struct KAVO_EXPORT MotionPlannerConfig {
   explicit MotionPlannerConfig(const std::shared_ptr<RobotDescription>& robot_description);
 
   //! From the root of a YAML document; see examples/planner.yaml for its keys. All but `tesk_tree_params`,
-  //! `max_nodes`, `planner`, `bi_rrt_params` with all in it and `effort` are required. Throws yaml-cpp's
-  //! `YAML::TypedBadConversion` for a key that is missing or does not convert, `YAML::InvalidNode` for a key
-  //! of a map that is missing; a seed, step size, weight or limit out of range is a fatal error.
+  //! `max_nodes`, `planner`, `bi_rrt_params` with all in it, `effort` and `pose_planning_params` with all in
+  //! it are required. Throws yaml-cpp's `YAML::TypedBadConversion` for a key that is missing or does not
+  //! convert, `YAML::InvalidNode` for a key of a map that is missing; a seed, step size, weight or limit out
+  //! of range is a fatal error.
   explicit MotionPlannerConfig(const YAML::Node& node);
 
   //! The settings of such a document as they stand, for those who ask `FindSettingFault` what is wrong with
@@ -82,6 +83,11 @@ struct KAVO_EXPORT MotionPlannerConfig {
   BiRRTConfig bi_rrt;
   //! Work that its paths are shortened with, see `ShortenByMotions`.
   int effort = kDefaultEffort;
+  //! Tolerances of pose goals that have none of their own: metres, and radians.
+  double pose_position_tolerance = 1e-4;
+  double pose_orientation_tolerance = 1e-3;
+  //! Configurations that one pose goal stands for in a search, at most.
+  std::size_t max_pose_configurations = 64;
 
  private:
   MotionPlannerConfig(const YAML::Node& node, bool checks_ranges);

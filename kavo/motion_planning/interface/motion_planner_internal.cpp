@@ -153,7 +153,7 @@ MotionPlanner::Results MotionPlannerInternal::planToCSpaceTarget(const Eigen::Ve
     rebuild();
   }
   if (motion_planner_config_.planner == CSpacePlanner::kBiRrt) {
-    return planByMotions(q_initial, q_target, generate_interpolated_path);
+    return planToConfiguration(q_initial, q_target, generate_interpolated_path);
   }
   return plan(*rrt_connect_, q_initial, q_target, {&rrt_connect_trees_[0], &rrt_connect_trees_[1]},
               generate_interpolated_path);
@@ -190,6 +190,7 @@ void MotionPlannerInternal::setRobot(std::shared_ptr<RobotDescription> robot_des
     bi_rrt_environment_->SetRobot(*robot_description);
   }
   robot_description_ = std::move(robot_description);
+  pose_solvers_.reset();
 }
 
 void MotionPlannerInternal::attach(const AttachedObject& object) {
@@ -375,8 +376,8 @@ MotionPlanner::Results MotionPlannerInternal::generateResults(
   return results;
 }
 
-MotionPlanner::Results MotionPlannerInternal::planByMotions(const Eigen::VectorXd& q_initial,
-                                                            const Eigen::VectorXd& q_target,
+template <typename Connect>
+MotionPlanner::Results MotionPlannerInternal::planByMotions(const Connect& connect,
                                                             bool generate_interpolated_path) {
   if (!bi_rrt_) {
     createBiRrt();
@@ -385,7 +386,7 @@ MotionPlanner::Results MotionPlannerInternal::planByMotions(const Eigen::VectorX
   report_.planner = ToString(CSpacePlanner::kBiRrt);
   const RobotEnvironment::Statistics before = bi_rrt_environment_->GetStatistics();
   auto begin = std::chrono::steady_clock::now();
-  std::optional<BiRRT::Connection> connection = bi_rrt_->TryToConnect({q_initial}, {q_target});
+  std::optional<BiRRT::Connection> connection = connect();
   report_.search_seconds = SecondsSince(begin);
   report_.num_iterations = bi_rrt_->LastNumIterations();
   Results results;
@@ -398,6 +399,7 @@ MotionPlanner::Results MotionPlannerInternal::planByMotions(const Eigen::VectorX
     report_.was_shortening_stopped = shortened.was_stopped;
     results.path_found = true;
     results.path = std::move(shortened.path);
+    results.goal = connection->goal;
     if (generate_interpolated_path) {
       results.interpolated_path = DivideEvenly(results.path, motion_planner_config_.step_size);
     }
@@ -405,16 +407,184 @@ MotionPlanner::Results MotionPlannerInternal::planByMotions(const Eigen::VectorX
   reportWork(before, bi_rrt_environment_->GetStatistics());
   report_.first_invalid_interpolated = findInvalid(*bi_rrt_environment_, results.interpolated_path);
   const SearchStatus status = bi_rrt_->LastStatus();
+  const bool has_trees = status != SearchStatus::kInvalidStart && status != SearchStatus::kInvalidTarget &&
+                         status != SearchStatus::kStartTooClose && status != SearchStatus::kTargetTooClose;
+  if (has_trees) {
+    const std::array<std::uint64_t, 2> num_nodes = bi_rrt_->NumNodes();
+    report_.num_nodes.assign(num_nodes.begin(), num_nodes.end());
+  }
+  return results;
+}
+
+MotionPlanner::Results MotionPlannerInternal::planToConfiguration(const Eigen::VectorXd& q_initial,
+                                                                  const Eigen::VectorXd& q_target,
+                                                                  bool generate_interpolated_path) {
+  Results results = planByMotions([&] { return bi_rrt_->TryToConnect({q_initial}, {q_target}); },
+                                  generate_interpolated_path);
+  // Of one goal that need not be said.
+  results.goal.reset();
+  const SearchStatus status = bi_rrt_->LastStatus();
   if (status == SearchStatus::kInvalidStart || status == SearchStatus::kInvalidTarget) {
     report_.fault =
         bi_rrt_environment_->FindFault(status == SearchStatus::kInvalidStart ? q_initial : q_target);
-  } else if (status != SearchStatus::kStartTooClose && status != SearchStatus::kTargetTooClose) {
-    const std::array<std::uint64_t, 2> num_nodes = bi_rrt_->NumNodes();
-    report_.num_nodes.assign(num_nodes.begin(), num_nodes.end());
   }
   // Last: a query that an exception has ended has none.
   report_.status = status;
   return results;
+}
+
+MotionPlanner::Results MotionPlannerInternal::planToGoals(const Eigen::VectorXd& q_initial,
+                                                          const std::vector<Goal>& goals,
+                                                          bool generate_interpolated_path) {
+  internal::GoalDraws draws(goals, q_initial, motion_planner_config_, environmentOfMotions(), poseSolvers());
+  Results results =
+      planByMotions([&] { return bi_rrt_->TryToConnect({q_initial}, [&] { return draws.Draw(); }); },
+                    generate_interpolated_path);
+  if (results.goal) {
+    results.goal = draws.GoalOf(*results.goal);
+  }
+  SearchStatus status = bi_rrt_->LastStatus();
+  report_.goals = draws.Reports();
+  if (status == SearchStatus::kInvalidStart) {
+    report_.fault = bi_rrt_environment_->FindFault(q_initial);
+  } else if (status == SearchStatus::kInvalidTarget) {
+    const auto any = [&](const auto& is_so) {
+      return std::any_of(report_.goals.begin(), report_.goals.end(), is_so);
+    };
+    if (any([](const GoalReport& goal) { return goal.is_too_close; })) {
+      status = SearchStatus::kTargetTooClose;
+    } else if (!any([](const GoalReport& goal) { return goal.fault.has_value(); }) &&
+               any([](const GoalReport& goal) { return goal.nearest.has_value(); })) {
+      status = SearchStatus::kUnreachableTarget;
+    }
+  }
+  // Last, as above.
+  report_.status = status;
+  return results;
+}
+
+LineMotion MotionPlannerInternal::planLine(const Eigen::VectorXd& q_initial, const PoseGoal& goal,
+                                           const LineOptions& options) {
+  const RobotEnvironment& environment = environmentOfMotions();
+  report_ = QueryReport{};
+  report_.planner = "line";
+  const RobotEnvironment::Statistics before = environment.GetStatistics();
+  const auto begin = std::chrono::steady_clock::now();
+  LineMotion motion = followLine(q_initial, goal, options, poseSolvers());
+  report_.search_seconds = SecondsSince(begin);
+  report_.num_iterations = motion.path.size() - 1;
+  reportRawPath(motion.path);
+  reportWork(before, environment.GetStatistics());
+  if (motion.IsComplete()) {
+    report_.status = SearchStatus::kFound;
+  } else if (motion.end == LineMotion::End::kStopped) {
+    report_.status = SearchStatus::kStopped;
+  } else if (motion.end == LineMotion::End::kInvalidStart) {
+    report_.status = motion.fault ? SearchStatus::kInvalidStart : SearchStatus::kStartTooClose;
+    report_.fault = motion.fault;
+  } else {
+    report_.status = SearchStatus::kLineEndsEarly;
+  }
+  return motion;
+}
+
+LineMotion MotionPlannerInternal::followLine(const Eigen::VectorXd& q_initial, const PoseGoal& goal,
+                                             const LineOptions& options, internal::PoseSolvers& solvers) {
+  LineOptions stopped = options;
+  if (stop_condition_) {
+    stopped.stop_condition = [&] {
+      return stop_condition_() || (options.stop_condition && options.stop_condition());
+    };
+  }
+  const std::string& frame = goal.frame.empty() ? motion_planner_config_.task_space_frame_name : goal.frame;
+  Pose3 pose = goal.pose;
+  if (goal.IsPosition()) {
+    const auto kinematics = robot_description_->kinematics();
+    pose = Pose3(kinematics->pose(q_initial, kinematics->frame(frame)).rotation(), pose.translation());
+  }
+  return FollowLine(*robot_description_, environmentOfMotions(), solvers.Of(frame), frame, goal.tool,
+                    q_initial, pose, stopped);
+}
+
+StagedResults MotionPlannerInternal::planStages(const Eigen::VectorXd& q_initial,
+                                                const std::vector<Stage>& stages) {
+  KAVO_CHECK(!stages.empty(), kFile, 300) << "A motion needs a stage.";
+  for (const Stage& stage : stages) {
+    KAVO_CHECK(!stage.line || (stage.goals.size() == 1 && std::holds_alternative<PoseGoal>(stage.goals[0])),
+               kFile, 301)
+        << "A line needs just one goal, a pose.";
+  }
+  // Of their own: those of the planner are in use while it asks.
+  internal::PoseSolvers solvers_ahead(robot_description_);
+  StagedResults results;
+  results.path = {q_initial};
+  for (std::size_t i = 0; i < stages.size(); ++i) {
+    // Whether the lines after the stage can be gone from where it ends.
+    const auto leads_on = [&](const Eigen::VectorXd& q) {
+      Eigen::VectorXd q_next = q;
+      for (std::size_t k = i + 1; k < stages.size() && stages[k].line; ++k) {
+        const LineMotion line =
+            followLine(q_next, std::get<PoseGoal>(stages[k].goals.front()), *stages[k].line, solvers_ahead);
+        if (!line.IsComplete()) {
+          return false;
+        }
+        q_next = line.path.back();
+      }
+      return true;
+    };
+    const Eigen::VectorXd q_start = results.path.back();
+    StagedResults::Part part;
+    part.first = results.path.size() - 1;
+    std::vector<Eigen::VectorXd> path;
+    if (stages[i].line) {
+      part.line = planLine(q_start, std::get<PoseGoal>(stages[i].goals.front()), *stages[i].line);
+      path = std::exchange(part.line->path, {});
+      part.goal = part.line->IsComplete() ? std::optional<std::size_t>(0) : std::nullopt;
+    } else {
+      std::vector<Goal> goals = stages[i].goals;
+      const bool looks_ahead = i + 1 < stages.size() && stages[i + 1].line;
+      for (Goal& goal : goals) {
+        auto* const pose = std::get_if<PoseGoal>(&goal);
+        if (pose != nullptr && looks_ahead) {
+          pose->accepts = [&leads_on, accepts = pose->accepts](const Eigen::VectorXd& q) {
+            return (!accepts || accepts(q)) && leads_on(q);
+          };
+        }
+      }
+      Results of_stage = planToGoals(q_start, goals, false);
+      path = std::move(of_stage.path);
+      part.goal = of_stage.goal;
+    }
+    part.report = report_;
+    if (!path.empty()) {
+      results.path.insert(results.path.end(), path.begin() + 1, path.end());
+    }
+    part.last = results.path.size() - 1;
+    const bool is_done = part.goal.has_value();
+    results.parts.push_back(std::move(part));
+    if (!is_done) {
+      return results;
+    }
+  }
+  results.path_found = true;
+  return results;
+}
+
+RobotEnvironment& MotionPlannerInternal::environmentOfMotions() {
+  if (needs_rebuild_) {
+    rebuild();
+  }
+  if (!bi_rrt_) {
+    createBiRrt();
+  }
+  return *bi_rrt_environment_;
+}
+
+internal::PoseSolvers& MotionPlannerInternal::poseSolvers() {
+  if (!pose_solvers_) {
+    pose_solvers_.emplace(robot_description_);
+  }
+  return *pose_solvers_;
 }
 
 void MotionPlannerInternal::reportRawPath(const std::vector<Eigen::VectorXd>& path) {

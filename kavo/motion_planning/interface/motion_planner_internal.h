@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "kavo/motion_planning/environment/robot_environment.h"
+#include "kavo/motion_planning/interface/goal_draws_internal.h"
 #include "kavo/motion_planning/interface/motion_planner.h"
 #include "kavo/motion_planning/interface/motion_planner_config.h"
 #include "kavo/motion_planning/rrt/bi_rrt.h"
@@ -38,6 +39,11 @@ class KAVO_INTERNAL_EXPORT MotionPlannerInternal final : public MotionPlanner {
   void setRobot(std::shared_ptr<RobotDescription> robot_description) override;
   void attach(const AttachedObject& object) override;
   AttachedObject detach(const std::string& name) override;
+  Results planToGoals(const Eigen::VectorXd& q_initial, const std::vector<Goal>& goals,
+                      bool generate_interpolated_path) override;
+  planning::LineMotion planLine(const Eigen::VectorXd& q_initial, const PoseGoal& goal,
+                                const planning::LineOptions& options) override;
+  StagedResults planStages(const Eigen::VectorXd& q_initial, const std::vector<Stage>& stages) override;
 
  private:
   void validateMotionPlannerConfig() const;
@@ -53,8 +59,15 @@ class KAVO_INTERNAL_EXPORT MotionPlannerInternal final : public MotionPlanner {
                std::array<const std::unique_ptr<Tree>*, 2> trees, bool generate_interpolated_path);
   Results generateResults(const std::optional<std::vector<std::shared_ptr<Node>>>& nodes,
                           bool generate_interpolated_path);
-  Results planByMotions(const Eigen::VectorXd& q_initial, const Eigen::VectorXd& q_target,
-                        bool generate_interpolated_path);
+  // Asks the planner of motions for a connection by a function.
+  template <typename Connect>
+  Results planByMotions(const Connect& connect, bool generate_interpolated_path);
+  Results planToConfiguration(const Eigen::VectorXd& q_initial, const Eigen::VectorXd& q_target,
+                              bool generate_interpolated_path);
+  LineMotion followLine(const Eigen::VectorXd& q_initial, const PoseGoal& goal, const LineOptions& options,
+                        internal::PoseSolvers& solvers);
+  RobotEnvironment& environmentOfMotions();
+  internal::PoseSolvers& poseSolvers();
   void reportRawPath(const std::vector<Eigen::VectorXd>& path);
   void reportWork(const RobotEnvironment::Statistics& before, const RobotEnvironment::Statistics& after);
   std::optional<std::size_t> findInvalid(const RobotEnvironment& environment,
@@ -77,6 +90,8 @@ class KAVO_INTERNAL_EXPORT MotionPlannerInternal final : public MotionPlanner {
   // Made when they are used first. An environment apart, so that the others' random choices stay as they are.
   std::shared_ptr<RobotEnvironment> bi_rrt_environment_;
   std::shared_ptr<BiRRT> bi_rrt_;
+  // Likewise. Of the robot as it is.
+  std::optional<internal::PoseSolvers> pose_solvers_;
   bool needs_rebuild_ = false;
   bool has_warned_of_weights_ = false;
   StopCondition stop_condition_;

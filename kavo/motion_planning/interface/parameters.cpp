@@ -285,6 +285,24 @@ Change SetEffort(const ParameterValue& value, const RobotDescription&, Config& c
   return {Effect::kNone};
 }
 
+// Queries look at these when they begin: nothing is built from them.
+Change AtOnce(Change change) {
+  change.effect = change.effect == Effect::kRejected ? change.effect : Effect::kNone;
+  return change;
+}
+
+Change SetPosePositionTolerance(const ParameterValue& value, const RobotDescription&, Config& config) {
+  return AtOnce(SetPositive("position_tolerance", value, config.pose_position_tolerance));
+}
+
+Change SetPoseOrientationTolerance(const ParameterValue& value, const RobotDescription&, Config& config) {
+  return AtOnce(SetPositive("orientation_tolerance", value, config.pose_orientation_tolerance));
+}
+
+Change SetMaxPoseConfigurations(const ParameterValue& value, const RobotDescription&, Config& config) {
+  return AtOnce(SetCount("max_configurations", value, config.max_pose_configurations));
+}
+
 // The settings of the accelerator tree, also while it is off.
 TeskTreeConfig TeskTree(const Config& config) {
   return config.tesk_tree_config.value_or(
@@ -429,6 +447,23 @@ const std::vector<ParameterRow>& Rows() {
         [](const Config& c) -> ParameterValue { return std::int64_t{c.effort}; }, true},
        253,
        SetEffort},
+      {{"pose_planning_params/position_tolerance", Type::kDouble,
+        "How far from a goal's position a frame may end that is taken to a pose, metres, positive.",
+        [](const Config& c) -> ParameterValue { return c.pose_position_tolerance; }, true},
+       256,
+       SetPosePositionTolerance},
+      {{"pose_planning_params/orientation_tolerance", Type::kDouble,
+        "How far it may be turned from the goal's orientation: the angle of the rotation that remains, "
+        "radians, positive; pi or more leaves it free.",
+        [](const Config& c) -> ParameterValue { return c.pose_orientation_tolerance; }, true},
+       259,
+       SetPoseOrientationTolerance},
+      {{"pose_planning_params/max_configurations", Type::kInt,
+        "Configurations that one pose goal stands for in a search; at least 1. They are found while the "
+        "search goes on.",
+        [](const Config& c) { return Count(c.max_pose_configurations); }, true},
+       262,
+       SetMaxPoseConfigurations},
   };
   return kRows;
 }

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "kavo/motion_planning/environment/configuration_fault.h"
+#include "kavo/motion_planning/interface/goal_report.h"
 #include "kavo/motion_planning/rrt/search_status.h"
 
 namespace kavo {
@@ -37,13 +38,15 @@ struct QueryReport {
   //! The first configuration of `interpolated_path` that is not valid; empty if all are, if none was asked
   //! for, or if the stop condition came before one was found. Finding out counts nowhere above.
   std::optional<std::size_t> first_invalid_interpolated;
-  //! What answered: "rrt_connect", "bi_rrt" or "jt_rrt"; empty before the first query.
+  //! What answered: "rrt_connect", "bi_rrt", "jt_rrt" or, along a line, "line"; empty before the first query.
   std::string planner;
   //! Whole motions checked, searching and shortening, the placements of the robot that this took, and how
   //! often a part of one had to be divided.
   std::uint64_t num_motions = 0;
   std::uint64_t num_placements = 0;
   std::uint64_t num_divisions = 0;
+  //! Of `MotionPlanner::planToGoals`: what became of each goal.
+  std::vector<GoalReport> goals;
 };
 
 }  // namespace kavo

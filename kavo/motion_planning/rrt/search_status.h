@@ -23,6 +23,10 @@ enum class SearchStatus {
   kStartTooClose,
   //! The same of the target.
   kTargetTooClose,
+  //! No configuration has the pose that is the target.
+  kUnreachableTarget,
+  //! A line cannot be followed to its end.
+  kLineEndsEarly,
 };
 
 //! "found", "invalid start", and so on.
@@ -48,6 +52,10 @@ inline const char* ToString(SearchStatus status) {
       return "start too close";
     case SearchStatus::kTargetTooClose:
       return "target too close";
+    case SearchStatus::kUnreachableTarget:
+      return "unreachable target";
+    case SearchStatus::kLineEndsEarly:
+      return "line ends early";
   }
   return "unknown";
 }

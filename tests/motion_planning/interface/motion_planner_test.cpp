@@ -70,6 +70,18 @@ class MotionPlannerTest : public ::testing::Test {
     return answers;
   }
 
+  // The same for settings of poses.
+  std::vector<Path> AnswersToPoses(MotionPlanner& planner) const {
+    const auto kinematics = robot_->kinematics();
+    const Pose3 pose = kinematics->pose(kGoal, kinematics->frame("tool"));
+    std::vector<Path> answers;
+    for (const Eigen::Vector3d& start : {Eigen::Vector3d(-0.4, 0.1, 0.2), Eigen::Vector3d(1.0, 1.0, 1.0)}) {
+      answers.push_back(planner.planToPose(start, "tool", pose, false).path);
+      answers.push_back(planner.planToGoals(start, {PoseGoal::Position("tool", kTarget)}, false).path);
+    }
+    return answers;
+  }
+
   static void PlanByMotions(MotionPlannerConfig& config) { config.planner = CSpacePlanner::kBiRrt; }
 
   // Silences the notices about accelerator trees.
@@ -194,13 +206,21 @@ TEST_F(MotionPlannerTest, AcceptedParametersEqualAFreshPlannerWithThemAndWrongTy
       {"bi_rrt_params/samples", "environment",
        [](auto& c) { c.bi_rrt.samples = planning::BiRRTConfig::Samples::kEnvironment; }, "STRING", 250},
       {"effort", 0, [](auto& c) { c.effort = 0; }, "INTEGER", 253},
+      {"pose_planning_params/position_tolerance", 1e-9, [](auto& c) { c.pose_position_tolerance = 1e-9; },
+       "FLOAT64", 256},
+      {"pose_planning_params/orientation_tolerance", 1e-9,
+       [](auto& c) { c.pose_orientation_tolerance = 1e-9; }, "FLOAT64", 259},
+      {"pose_planning_params/max_configurations", 1, [](auto& c) { c.max_pose_configurations = 1; },
+       "INTEGER", 262},
   };
   EXPECT_EQ(std::size(cases), planning::Parameters().size());
   const std::vector<Path> defaults = Answers(*Make(), 1);
   const std::vector<Path> defaults_of_bi_rrt = Answers(*Make([](auto& c) { PlanByMotions(c); }), 1);
+  const std::vector<Path> defaults_of_poses = AnswersToPoses(*Make());
   for (const auto& c : cases) {
     const auto tuned = Make();
-    const bool is_of_bi_rrt = c.line > 238;
+    const bool is_of_poses = c.line > 253;
+    const bool is_of_bi_rrt = c.line > 238 && !is_of_poses;
     if (is_of_bi_rrt) {
       tuned->setParam("planner", "bi_rrt");
       // Made already, and made anew with the setting.
@@ -211,18 +231,23 @@ TEST_F(MotionPlannerTest, AcceptedParametersEqualAFreshPlannerWithThemAndWrongTy
       // Only shortening goes by it, and so the search goes on.
       tuned->setParam("bi_rrt_params/range", 0.0);
     }
-    const std::vector<Path> answers = Answers(*tuned, 1);
-    EXPECT_EQ(answers, Answers(*Make([&](auto& config) {
+    const auto answers_of = [&](MotionPlanner& planner) {
+      return is_of_poses ? AnswersToPoses(planner) : Answers(planner, 1);
+    };
+    const std::vector<Path> answers = answers_of(*tuned);
+    EXPECT_EQ(answers, answers_of(*Make([&](auto& config) {
                 if (is_of_bi_rrt) {
                   PlanByMotions(config);
                 }
                 c.edit(config);
-              }),
-                               1))
+              })))
         << c.name;
     // The accelerator tree has no back-end, and its metric need not show.
     if (c.name.find("tesk_tree") == std::string::npos) {
-      EXPECT_NE(answers, is_of_bi_rrt ? defaults_of_bi_rrt : defaults) << c.name;
+      EXPECT_NE(answers, is_of_poses    ? defaults_of_poses
+                         : is_of_bi_rrt ? defaults_of_bi_rrt
+                                        : defaults)
+          << c.name;
     }
     const ParamValue wrong = c.type == "INTEGER" ? ParamValue(1.0) : ParamValue(1);
     ExpectFatal([&] { tuned->setParam(c.name, wrong); },
