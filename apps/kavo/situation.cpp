@@ -18,6 +18,9 @@ namespace kavo::command {
 
 namespace {
 
+// Of a turn that a request tolerates: none at all is beyond reach. Radians.
+constexpr double kLeastTolerance = 1e-4;
+
 using Other = formats::LoadedRobot::OtherJoint;
 
 std::optional<std::size_t> CoordinateOf(const RobotDescription& robot, const std::string& joint) {
@@ -292,29 +295,65 @@ Situation Situations::Read(const std::vector<std::string>& scene_files, const fo
   return situation;
 }
 
+template <typename Target>
+Pose3 Situations::FrameOf(const Target& target, const char* kind, const std::string& file,
+                          Situation& situation) {
+  if (target.frame.empty()) {
+    return situation.base_pose.inverse();
+  }
+  const std::string what = std::string("the ") + kind + " for link " + Quoted(target.link);
+  if (const std::optional<Pose3> pose = FindFrame(target.frame, what, situation)) {
+    return *pose;
+  }
+  rules_.Admit({{formats::Unhonoured::Kind::kUnknownFrames,
+                 what + " in an unknown frame " + Quoted(target.frame), file, target.line}},
+               situation.scope);
+  return situation.base_pose.inverse();
+}
+
+PoseGoal Situations::PoseGoalOf(const formats::Request& request, const formats::Request::Goal& goal,
+                                Situation& situation) {
+  PoseGoal result;
+  Eigen::Vector3d position = Eigen::Vector3d::Zero();
+  Eigen::Quaterniond rotation = Eigen::Quaterniond::Identity();
+  result.free_translations = {true, true, true};
+  result.free_rotations = {true, true, true};
+  for (const formats::Request::PositionTarget& target : goal.positions) {
+    const Pose3 frame = FrameOf(target, "position", request.file, situation);
+    result.frame = target.link;
+    result.tool = Pose3::FromTranslation(target.offset);
+    result.free_translations = {false, false, false};
+    position = frame * target.position;
+    for (const PoseGoal::Region& region : target.regions) {
+      result.regions.push_back({region.shape, frame * region.pose});
+    }
+  }
+  for (const formats::Request::OrientationTarget& target : goal.orientations) {
+    const Pose3 frame = FrameOf(target, "orientation", request.file, situation);
+    result.frame = target.link;
+    result.free_rotations = {false, false, false};
+    rotation = (frame * Pose3::FromRotation(target.orientation)).rotation();
+    result.axis_tolerances = target.tolerances;
+    result.axis_tolerances->angles = target.tolerances.angles.cwiseMax(kLeastTolerance);
+  }
+  result.pose = Pose3(rotation, position);
+  return result;
+}
+
 Goal Situations::GoalOf(const formats::Request& request, const formats::Request::Goal& goal,
                         Situation& situation) {
   const formats::LoadedRobot& robot = *situation.robot;
   // All constraints of one goal hold together.
-  if (goal.positions.size() + (goal.joints.empty() ? 0 : 1) > 1) {
-    throw UnusableInput(request.file +
-                        ": found a goal of several positions, or of joint values and positions; " +
-                        "expected joint values or one position");
+  const bool has_pose = !goal.positions.empty() || !goal.orientations.empty();
+  if (goal.positions.size() > 1 || goal.orientations.size() > 1 || (has_pose && !goal.joints.empty()) ||
+      (!goal.positions.empty() && !goal.orientations.empty() &&
+       goal.positions.front().link != goal.orientations.front().link)) {
+    throw UnusableInput(
+        request.file + ": found a goal of several positions or orientations, of several links, or of joint " +
+        "values and such; expected joint values, or a position, an orientation or both of " + "one link");
   }
-  if (goal.joints.empty()) {
-    const formats::Request::PositionTarget& target = goal.positions.front();
-    Pose3 base_from_frame = situation.base_pose.inverse();
-    if (!target.frame.empty()) {
-      const std::string what = "the position for link " + Quoted(target.link);
-      if (const std::optional<Pose3> pose = FindFrame(target.frame, what, situation)) {
-        base_from_frame = *pose;
-      } else {
-        rules_.Admit({{formats::Unhonoured::Kind::kUnknownFrames,
-                       what + " in an unknown frame " + Quoted(target.frame), request.file, target.line}},
-                     situation.scope);
-      }
-    }
-    return PoseGoal::Position(target.link, base_from_frame * target.position);
+  if (has_pose) {
+    return PoseGoalOf(request, goal, situation);
   }
   CheckNames(request.file, goal.joints);
   bool names_any = false;

@@ -57,7 +57,7 @@ class Situations {
 
   //! The goals of the request; joints that a goal does not name stay where they start. Throws `UnusableInput`
   //! without a goal, for one that names none of the robot's joints, and for one that is more than joint
-  //! values or one position: a planner takes one of them.
+  //! values or a pose of one link.
   std::vector<Goal> GoalsOf(const formats::Request& request, Situation& situation);
 
   //! Where a frame is relative to the robot's base: one of the robot's (one that moves is taken where it is
@@ -83,6 +83,11 @@ class Situations {
                                            const Situation& situation);
   void PlaceObjects(std::vector<formats::Scene>& scenes, Situation& situation);
   Goal GoalOf(const formats::Request& request, const formats::Request::Goal& goal, Situation& situation);
+  PoseGoal PoseGoalOf(const formats::Request& request, const formats::Request::Goal& goal,
+                      Situation& situation);
+  // Where the frame of a constraint is relative to the robot's base: of a position or an orientation.
+  template <typename Target>
+  Pose3 FrameOf(const Target& target, const char* kind, const std::string& file, Situation& situation);
 
   RobotModel robot_;
   const InputRules& rules_;

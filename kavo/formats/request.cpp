@@ -19,25 +19,79 @@ namespace kavo::formats {
 
 namespace {
 
-Request::PositionTarget ReadPositionTarget(const YamlValue& constraint) {
-  Request::PositionTarget target;
+// The link and the frame of a constraint.
+template <typename Target>
+Target ReadTarget(const YamlValue& constraint) {
+  Target target;
   const YamlValue link = constraint.get("link_name");
   target.link = link.text();
   target.line = link.line();
   if (const std::string frame = ReadFrameName(constraint); frame != "world") {
     target.frame = frame;
   }
-  if (const std::optional<YamlValue> offset = constraint.find("target_point_offset");
-      offset && !offset->vector().isZero(0.0)) {
-    offset->fail("a `target_point_offset` of link " + Quoted(target.link),
-                 "none: the target is for the link's origin");
+  return target;
+}
+
+PoseGoal::Region ReadRegion(const YamlValue& primitive, const Pose3& pose, const std::string& link) {
+  PoseGoal::Region region;
+  region.pose = pose;
+  const ObstacleShape shape = ReadPrimitive(primitive, "the region for link " + Quoted(link));
+  if (const auto* box = std::get_if<BoxObstacle>(&shape)) {
+    region.shape = *box;
+  } else if (const auto* sphere = std::get_if<SphereObstacle>(&shape)) {
+    region.shape = *sphere;
+  } else if (const auto* cylinder = std::get_if<CylinderObstacle>(&shape)) {
+    region.shape = *cylinder;
+  } else {
+    primitive.get("type").fail("a box, a sphere or a cylinder");
+  }
+  return region;
+}
+
+Request::PositionTarget ReadPositionTarget(const YamlValue& constraint) {
+  auto target = ReadTarget<Request::PositionTarget>(constraint);
+  if (const std::optional<YamlValue> offset = constraint.find("target_point_offset")) {
+    target.offset = offset->vector();
   }
   const YamlValue region = constraint.get("constraint_region");
   const std::vector<YamlValue> poses = region.elements("primitive_poses");
-  if (poses.empty()) {
-    region.fail("no `primitive_poses`", "the pose of the region for link " + Quoted(target.link));
+  const std::vector<YamlValue> primitives = region.elements("primitives");
+  if (poses.empty() || poses.size() < primitives.size()) {
+    region.fail(poses.empty() ? "no `primitive_poses`" : "fewer `primitive_poses` than `primitives`",
+                "the pose of the region for link " + Quoted(target.link));
   }
   target.position = poses.front().pose("position", "orientation").translation();
+  for (std::size_t i = 0; i < primitives.size(); ++i) {
+    target.regions.push_back(
+        ReadRegion(primitives[i], poses[i].pose("position", "orientation"), target.link));
+  }
+  return target;
+}
+
+Request::OrientationTarget ReadOrientationTarget(const YamlValue& constraint) {
+  using Parameterization = PoseGoal::AxisTolerances::Parameterization;
+  auto target = ReadTarget<Request::OrientationTarget>(constraint);
+  constraint.get("orientation");
+  target.orientation = constraint.pose("", "orientation").rotation();
+  const std::array<const char*, 3> axes = {"x", "y", "z"};
+  for (std::size_t i = 0; i < 3; ++i) {
+    const std::string key = std::string("absolute_") + axes[i] + "_axis_tolerance";
+    if (const std::optional<YamlValue> tolerance = constraint.find(key)) {
+      const double angle = tolerance->number();
+      if (angle < 0.0) {
+        tolerance->fail("a tolerance that is not negative");
+      }
+      target.tolerances.angles[static_cast<Eigen::Index>(i)] = angle;
+    }
+  }
+  if (const std::optional<YamlValue> parameterization = constraint.find("parameterization")) {
+    const double number = parameterization->number();
+    if (number != 0.0 && number != 1.0) {
+      parameterization->fail("0 for Euler angles or 1 for a rotation vector");
+    }
+    target.tolerances.parameterization =
+        number == 0.0 ? Parameterization::kEulerAngles : Parameterization::kRotationVector;
+  }
   return target;
 }
 
@@ -54,15 +108,16 @@ Request::Goal ReadGoal(const YamlValue& constraints, std::vector<Unhonoured>& un
   for (const YamlValue& constraint : constraints.elements("position_constraints")) {
     goal.positions.push_back(ReadPositionTarget(constraint));
   }
-  const auto list = [&](const char* key, Kind kind, const char* what) {
-    if (const std::vector<YamlValue> found = constraints.elements(key); !found.empty()) {
-      unhonoured.push_back(found.front().unhonoured(kind, what));
-    }
-  };
-  list("orientation_constraints", Kind::kOrientationConstraints, "an orientation constraint of a goal");
-  list("visibility_constraints", Kind::kVisibilityConstraints, "a visibility constraint of a goal");
-  if (goal.joints.empty() && goal.positions.empty()) {
-    constraints.fail("a goal without them", "`joint_constraints` or `position_constraints`");
+  for (const YamlValue& constraint : constraints.elements("orientation_constraints")) {
+    goal.orientations.push_back(ReadOrientationTarget(constraint));
+  }
+  if (const auto found = constraints.elements("visibility_constraints"); !found.empty()) {
+    unhonoured.push_back(
+        found.front().unhonoured(Kind::kVisibilityConstraints, "a visibility constraint of a goal"));
+  }
+  if (goal.joints.empty() && goal.positions.empty() && goal.orientations.empty()) {
+    constraints.fail("a goal without them",
+                     "`joint_constraints`, `position_constraints` or `orientation_constraints`");
   }
   return goal;
 }

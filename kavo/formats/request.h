@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Eigen/Core>
+#include <Eigen/Geometry>
 #include <map>
 #include <optional>
 #include <string>
@@ -11,13 +12,14 @@
 #include "kavo/formats/unhonoured.h"
 #include "kavo/kinematics/interface/robot_description.h"
 #include "kavo/math/pose3.h"
+#include "kavo/motion_planning/interface/goal.h"
 #include "kavo/util/export.h"
 
 namespace kavo::formats {
 
 //! What is to be planned, as a request file gives it. Metres and radians.
 struct Request {
-  //! A position that a link is to reach.
+  //! A position that a point of a link is to reach.
   struct PositionTarget {
     std::string link;
     //! The frame that the position is in; empty for the world.
@@ -26,13 +28,31 @@ struct Request {
     int line = 0;
     //! The centre of the first solid of the constraint's region.
     Eigen::Vector3d position = Eigen::Vector3d::Zero();
+    //! The point, in the coordinates of the link.
+    Eigen::Vector3d offset = Eigen::Vector3d::Zero();
+    //! It is to be in one of these, the poses of which are in the same frame as the position. Empty where the
+    //! file gives poses without shapes: then at `position`.
+    std::vector<PoseGoal::Region> regions;
   };
 
-  //! One alternative goal. At least one of the two is not empty.
+  //! An orientation that a link is to have.
+  struct OrientationTarget {
+    std::string link;
+    //! The frame that the orientation is in; empty for the world.
+    std::string frame;
+    //! Line of the file.
+    int line = 0;
+    Eigen::Quaterniond orientation = Eigen::Quaterniond::Identity();
+    //! How far the link may be turned from there; of zero, too.
+    PoseGoal::AxisTolerances tolerances;
+  };
+
+  //! One alternative goal: all that it holds has to be so together. At least one of the three is not empty.
   struct Goal {
     //! Joint values by name.
     std::map<std::string, double> joints;
     std::vector<PositionTarget> positions;
+    std::vector<OrientationTarget> orientations;
   };
 
   //! The name of the joint group that is to move; may be empty.
@@ -57,13 +77,13 @@ struct Request {
 };
 
 //! Reads a motion-plan request in YAML: `group_name`, `start_state.joint_state`, and `goal_constraints[]`
-//! with `joint_constraints[]` or `position_constraints[]`; `allowed_planning_time` (zero for none) and
-//! `num_planning_attempts`; `max_velocity_scaling_factor` and `max_acceleration_scaling_factor` (zero for
-//! none). Tolerances are ignored, as is the choice of a planner. Constraints on orientation, visibility, the
-//! path or the trajectory are listed as not honoured.
+//! with `joint_constraints[]`, `position_constraints[]` or `orientation_constraints[]`;
+//! `allowed_planning_time` (zero for none) and `num_planning_attempts`; `max_velocity_scaling_factor` and
+//! `max_acceleration_scaling_factor` (zero for none). The tolerances of joints and all weights are ignored,
+//! as is the choice of a planner. Constraints on visibility, the path or the trajectory are listed as not
+//! honoured.
 //!
-//! Throws `FileError` for a file that cannot be read or does not have this form, and for a position
-//! constraint with an offset from the origin of its link.
+//! Throws `FileError` for a file that cannot be read or does not have this form.
 //!
 //! @code
 //! const auto request = kavo::formats::ReadRequest("examples/own_robot/request.yaml");

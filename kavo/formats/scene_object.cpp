@@ -48,37 +48,6 @@ std::vector<Pose3> ReadPoses(const YamlValue& object, const std::string& kind, s
   return poses;
 }
 
-ObstacleShape ReadPrimitive(const YamlValue& primitive, const std::string& id) {
-  // By name, or by the number of the message.
-  static const std::map<std::string, std::string> kNameOfType = {
-      {"1", "box"}, {"2", "sphere"}, {"3", "cylinder"}, {"4", "cone"}};
-  const YamlValue type = primitive.get("type");
-  const auto numbered = kNameOfType.find(type.text());
-  const std::string name = numbered == kNameOfType.end() ? type.text() : numbered->second;
-  const std::optional<std::size_t> num_sizes = NumSizes(name);
-  if (!num_sizes) {
-    type.fail("shape " + Quoted(name) + " in object " + Quoted(id), kExpectedShapes);
-  }
-  const YamlValue dimensions = primitive.get("dimensions");
-  std::vector<YamlValue> elements = dimensions.elements();
-  if (elements.size() != *num_sizes) {
-    dimensions.fail(name == "box"      ? "the dimensions [x, y, z] of a box"
-                    : name == "sphere" ? "the dimensions [radius] of a sphere"
-                                       : "the dimensions [height, radius] of a " + name);
-  }
-  std::array<double, 3> sizes{};
-  for (std::size_t i = 0; i < *num_sizes; ++i) {
-    sizes[i] = elements[i].number();
-    if (sizes[i] <= 0.0) {
-      elements[i].fail("a positive size");
-    }
-  }
-  if (*num_sizes == 2) {
-    std::swap(sizes[0], sizes[1]);
-  }
-  return MakeShape(name, sizes);
-}
-
 Pose3 ReadPlane(const YamlValue& plane) {
   const YamlValue coefficients = plane.get("coef");
   const std::vector<YamlValue> elements = coefficients.elements();
@@ -148,6 +117,37 @@ Eigen::Vector3d ReadScale(const YamlValue& mesh) {
 
 }  // namespace
 
+ObstacleShape ReadPrimitive(const YamlValue& primitive, const std::string& owner) {
+  // By name, or by the number of the message.
+  static const std::map<std::string, std::string> kNameOfType = {
+      {"1", "box"}, {"2", "sphere"}, {"3", "cylinder"}, {"4", "cone"}};
+  const YamlValue type = primitive.get("type");
+  const auto numbered = kNameOfType.find(type.text());
+  const std::string name = numbered == kNameOfType.end() ? type.text() : numbered->second;
+  const std::optional<std::size_t> num_sizes = NumSizes(name);
+  if (!num_sizes) {
+    type.fail("shape " + Quoted(name) + " in " + owner, kExpectedShapes);
+  }
+  const YamlValue dimensions = primitive.get("dimensions");
+  std::vector<YamlValue> elements = dimensions.elements();
+  if (elements.size() != *num_sizes) {
+    dimensions.fail(name == "box"      ? "the dimensions [x, y, z] of a box"
+                    : name == "sphere" ? "the dimensions [radius] of a sphere"
+                                       : "the dimensions [height, radius] of a " + name);
+  }
+  std::array<double, 3> sizes{};
+  for (std::size_t i = 0; i < *num_sizes; ++i) {
+    sizes[i] = elements[i].number();
+    if (sizes[i] <= 0.0) {
+      elements[i].fail("a positive size");
+    }
+  }
+  if (*num_sizes == 2) {
+    std::swap(sizes[0], sizes[1]);
+  }
+  return MakeShape(name, sizes);
+}
+
 SceneObject SceneObjectReader::read(const YamlValue& value) { return readIn(ReadFrameName(value), value); }
 
 SceneObject SceneObjectReader::readIn(const std::string& frame_name, const YamlValue& value) {
@@ -167,7 +167,8 @@ SceneObject SceneObjectReader::readIn(const std::string& frame_name, const YamlV
   const std::vector<YamlValue> primitives = value.elements("primitives");
   const std::vector<Pose3> poses = ReadPoses(value, "primitive", primitives.size());
   for (std::size_t i = 0; i < primitives.size(); ++i) {
-    add(primitives[i], ReadPrimitive(primitives[i], object.id), object_pose * poses[i], object);
+    add(primitives[i], ReadPrimitive(primitives[i], "object " + Quoted(object.id)), object_pose * poses[i],
+        object);
   }
   const std::vector<YamlValue> meshes = value.elements("meshes");
   const std::vector<Pose3> mesh_poses = ReadPoses(value, "mesh", meshes.size());

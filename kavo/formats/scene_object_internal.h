@@ -17,6 +17,10 @@
 
 namespace kavo::formats {
 
+//! A box, sphere, cylinder or cone.
+//! \param owner What it belongs to, for errors: `object "o"`.
+ObstacleShape ReadPrimitive(const YamlValue& primitive, const std::string& owner);
+
 //! Reads the objects of a scene and those that a robot state has attached: messages in YAML.
 class SceneObjectReader {
  public:

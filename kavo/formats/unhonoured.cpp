@@ -6,13 +6,9 @@ namespace kavo::formats {
 
 const std::vector<Unhonoured::Kind>& UnhonouredKinds() {
   using Kind = Unhonoured::Kind;
-  static const std::vector<Kind> kinds = {Kind::kPathConstraints,
-                                          Kind::kVisibilityConstraints,
-                                          Kind::kTrajectoryConstraints,
-                                          Kind::kOrientationConstraints,
-                                          Kind::kLinkScale,
-                                          Kind::kUnknownFrames,
-                                          Kind::kPositionLimits};
+  static const std::vector<Kind> kinds = {Kind::kPathConstraints,       Kind::kVisibilityConstraints,
+                                          Kind::kTrajectoryConstraints, Kind::kLinkScale,
+                                          Kind::kUnknownFrames,         Kind::kPositionLimits};
   return kinds;
 }
 
@@ -24,8 +20,6 @@ const char* ToString(Unhonoured::Kind kind) {
       return "visibility_constraints";
     case Unhonoured::Kind::kTrajectoryConstraints:
       return "trajectory_constraints";
-    case Unhonoured::Kind::kOrientationConstraints:
-      return "orientation_constraints";
     case Unhonoured::Kind::kLinkScale:
       return "link_scale";
     case Unhonoured::Kind::kUnknownFrames:

@@ -14,7 +14,6 @@ struct KAVO_EXPORT Unhonoured {
     kPathConstraints,
     kVisibilityConstraints,
     kTrajectoryConstraints,
-    kOrientationConstraints,
     kLinkScale,
     kUnknownFrames,
     kPositionLimits,

@@ -170,7 +170,9 @@ TEST_F(PlanTest, RefusesWhatItCannotUse) {
        "--frame hand: expected a frame of the robot"},
       {{"--request", foreign},
        "foreign.yaml: found a goal that names none of the robot's joints, expected some of shoulder,elbow"},
-      {{"--request", both}, "both.yaml: found a goal of several positions, or of joint values and positions"},
+      {{"--request", both},
+       "both.yaml: found a goal of several positions or orientations, of several links, or of joint values "
+       "and"},
       {{"--request", folder_.Write("no_goal.yaml", "start_state: {}\n")}, "no_goal.yaml: found no goal"},
       {{"--start", "left", "--goal", "right", "--set", "speed=1"}, "--set speed=1: expected NAME=VALUE"},
       {{"--start", "left", "--goal", "right", "--set", "seed=1.5"}, "--set seed=1.5: expected an integer"},
@@ -275,6 +277,23 @@ goal_constraints:
     EXPECT_NEAR(target["position"][0].get<double>(), 2.0, 1e-12);
     EXPECT_NEAR(target["position"][1].get<double>(), 2.0, 1e-12);
   }
+}
+
+TEST(PlanToPoseTest, PutsAPointOfALinkIntoTheRegionOfARequest) {
+  const Outcome outcome = RunKavo({"plan", "--robot", "franka", "--request",
+                                   KAVO_SOURCE_DIR "/tests/formats/data/pose_request.yaml", "--json", "-"});
+  ASSERT_EQ(outcome.status, 0) << outcome.errors;
+  const auto json = nlohmann::json::parse(outcome.output);
+  EXPECT_EQ(json["stages"][0]["goal"], 0);
+  const auto end = json["path"].back().get<std::vector<double>>();
+  const auto kinematics = LoadFrankaRobotDescription()->kinematics();
+  const Pose3 hand =
+      kinematics->pose(Eigen::Map<const Eigen::VectorXd>(end.data(), 7), kinematics->frame("hand"));
+  const Eigen::Vector3d off = hand * Eigen::Vector3d(0.0, 0.0, 0.1) - Eigen::Vector3d(0.5, 0.1, 0.3);
+  EXPECT_TRUE((off.cwiseAbs().array() <= Eigen::Array3d(0.01, 0.02, 0.03)).all()) << off;
+  const Eigen::AngleAxisd turn(Eigen::Quaterniond(0.0, 1.0, 0.0, 0.0).conjugate() * hand.rotation());
+  const Eigen::Vector3d turns = turn.angle() * turn.axis();
+  EXPECT_TRUE((turns.cwiseAbs().array() <= Eigen::Array3d(0.01, 0.02, 3.14)).all()) << turns;
 }
 
 TEST(PlanToPoseTest, GoesToPosesAlongLinesAndOnFromThere) {

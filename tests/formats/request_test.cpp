@@ -50,6 +50,33 @@ TEST(Request, KeepsAllGoalsInOrder) {
   EXPECT_EQ(only_start.num_planning_attempts, 1);
 }
 
+TEST(Request, ReadsRegionsAndOrientations) {
+  const Request request = ReadRequest(KAVO_SOURCE_DIR "/tests/formats/data/pose_request.yaml");
+  EXPECT_TRUE(request.unhonoured.empty());
+  ASSERT_EQ(request.goals.size(), 2u);
+  ASSERT_EQ(request.goals[0].positions.size(), 1u);
+  const Request::PositionTarget& position = request.goals[0].positions[0];
+  EXPECT_EQ(position.offset, Eigen::Vector3d(0, 0, 0.1));
+  EXPECT_EQ(position.position, Eigen::Vector3d(0.5, 0.1, 0.3));
+  ASSERT_EQ(position.regions.size(), 2u);
+  EXPECT_EQ(std::get<BoxObstacle>(position.regions[0].shape).size, Eigen::Vector3d(0.02, 0.04, 0.06));
+  EXPECT_EQ(position.regions[0].pose.rotation().z(), 1.0);
+  EXPECT_EQ(std::get<CylinderObstacle>(position.regions[1].shape).radius, 0.01);
+  EXPECT_EQ(position.regions[1].pose.translation(), Eigen::Vector3d(0.5, -0.1, 0.3));
+
+  using Parameterization = PoseGoal::AxisTolerances::Parameterization;
+  ASSERT_EQ(request.goals[0].orientations.size(), 1u);
+  const Request::OrientationTarget& turned = request.goals[0].orientations[0];
+  EXPECT_EQ(turned.link, "hand");
+  EXPECT_EQ(turned.frame, "");
+  EXPECT_EQ(turned.orientation.x(), 1.0);
+  EXPECT_EQ(turned.tolerances.angles, Eigen::Vector3d(0.01, 0.02, 3.14));
+  EXPECT_EQ(turned.tolerances.parameterization, Parameterization::kRotationVector);
+  ASSERT_EQ(request.goals[1].orientations.size(), 1u);
+  EXPECT_EQ(request.goals[1].orientations[0].tolerances.angles, Eigen::Vector3d::Zero());
+  EXPECT_EQ(request.goals[1].orientations[0].tolerances.parameterization, Parameterization::kEulerAngles);
+}
+
 TEST(Request, FaultsAreNamedWithTheirLine) {
   testing::ExpectFaults("request", [](const std::string& text) { ParseRequest(text, "r"); });
 }
@@ -65,8 +92,6 @@ TEST(Request, WhatIsNotHonouredIsListed) {
        "path_constraints r:2: constraints on the path"},
       {"start_state: {}\ntrajectory_constraints: {constraints: [{joint_constraints: [{}]}]}",
        "trajectory_constraints r:2: constraints on the trajectory"},
-      {goal + "orientation_constraints: [{}]}]",
-       "orientation_constraints r:1: an orientation constraint of a goal"},
       {goal + "visibility_constraints: [{}]}]",
        "visibility_constraints r:1: a visibility constraint of a goal"},
   };

@@ -10,9 +10,13 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
         kavo::formats::ConfigurationFromJoints(*robot, request.start, robot->defaultCSpaceConfiguration());
     kavo::testing::Require(start.allFinite());
     for (const kavo::formats::Request::Goal& goal : request.goals) {
-      kavo::testing::Require(!goal.joints.empty() || !goal.positions.empty());
+      kavo::testing::Require(!goal.joints.empty() || !goal.positions.empty() || !goal.orientations.empty());
       for (const kavo::formats::Request::PositionTarget& target : goal.positions) {
-        kavo::testing::Require(target.position.allFinite());
+        kavo::testing::Require(target.position.allFinite() && target.offset.allFinite());
+      }
+      for (const kavo::formats::Request::OrientationTarget& target : goal.orientations) {
+        kavo::testing::Require(target.orientation.coeffs().allFinite() &&
+                               target.tolerances.angles.allFinite());
       }
     }
   });
