@@ -35,7 +35,9 @@ struct PathProof {
     //! Somewhere the clearance is below the least one that was asked for. `bad` is where it is smallest, and
     //! the depth in it negative.
     kTooNear,
-    //! `bad` is the first waypoint that is beyond a limit or not finite. Nothing else was looked at.
+    //! `bad` is the first waypoint that is beyond a limit or not finite, or where a curve is farthest beyond
+    //! a
+    //! limit. Nothing else was looked at.
     kBeyondLimits,
     //! Given up: a segment takes more bounds than were allowed, or a frame cannot be placed, in `bad`. What
     //! was looked at is free.
@@ -51,7 +53,8 @@ struct PathProof {
   //! tolerance, unless the proof was given up or stopped. Empty where there is nothing to measure.
   std::optional<PathCheck::Clearance> clearance;
   std::optional<PathCheck::SelfClearance> self_clearance;
-  //! The smallest of the whole path, which is at a waypoint.
+  //! The smallest of the whole path, which is at a waypoint but for curves; there to within 1e-12 of the
+  //! largest values of the coordinate.
   std::optional<PathCheck::LimitMargin> limit_margin;
   //! Configurations in which the robot was placed.
   std::uint64_t num_placements = 0;
@@ -91,5 +94,17 @@ KAVO_EXPORT PathProof ProvePath(const RobotDescription& robot, const WorldView& 
                                 const std::vector<Eigen::VectorXd>& path,
                                 const PathProofOptions& options = {},
                                 const StopCondition& stop_condition = {});
+
+//! The same for a motion along Bezier curves, such as what a controller runs between samples or a path with
+//! blended corners. A coordinate is within limits where it is on the curve itself, to within 1e-12 of its
+//! largest value in the control points.
+//! \param pieces Each by its control points, one to a column: two for a straight piece. At least one piece of at
+//!     least one point of the robot's number of coordinates, each beginning where the one before ends (to
+//!     1e-9); otherwise a fatal error. In a `PathPlace`, `segment` is the index of a piece and `fraction` its
+//!     parameter.
+KAVO_EXPORT PathProof ProveCurves(const RobotDescription& robot, const WorldView& world_view,
+                                  const std::vector<Eigen::MatrixXd>& pieces,
+                                  const PathProofOptions& options = {},
+                                  const StopCondition& stop_condition = {});
 
 }  // namespace kavo::planning

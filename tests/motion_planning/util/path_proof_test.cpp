@@ -26,12 +26,20 @@ using testing::RandomVec;
 using testing::Vec;
 using Verdict = PathProof::Verdict;
 
+Eigen::VectorXd PointOf(Eigen::MatrixXd points, double t) {
+  for (Eigen::Index n = points.cols() - 1; n > 0; --n) {
+    points = ((1.0 - t) * points.leftCols(n) + t * points.rightCols(n)).eval();
+  }
+  return points;
+}
+
 // Adds a pin that a ball of the robot passes, somewhere along the motion, at a distance of about some
 // millionths: mostly too near or in contact, and seen by few samples. Returns where.
-Eigen::VectorXd AddPin(const RobotDescription& robot, const Eigen::VectorXd& from, const Eigen::VectorXd& to,
-                       std::mt19937& engine, World& world) {
+Eigen::VectorXd AddPin(const RobotDescription& robot, const Eigen::MatrixXd& motion, std::mt19937& engine,
+                       World& world) {
   const auto& description = dynamic_cast<const RobotDescriptionInternal&>(robot);
-  const Eigen::VectorXd q = from + (to - from) * RandomVec(engine, 1, 0.0, 1.0)[0];
+  const double t = RandomVec(engine, 1, 0.0, 1.0)[0];
+  const Eigen::VectorXd q = PointOf(motion, t);
   const auto& frames = description.collision().frames;
   if (frames.empty()) {
     return q;
@@ -42,7 +50,7 @@ Eigen::VectorXd AddPin(const RobotDescription& robot, const Eigen::VectorXd& fro
   const auto center = [&](const Eigen::VectorXd& at) {
     return kinematics->pose(at, kinematics->frame(frame)) * ball.center;
   };
-  const Eigen::Vector3d velocity = center(q + 1e-6 * (to - from)) - center(q);
+  const Eigen::Vector3d velocity = center(PointOf(motion, t + 1e-6)) - center(q);
   const Eigen::Vector3d side = (velocity + Eigen::Vector3d::Constant(1e-12)).unitOrthogonal();
   const double gaps[] = {-1e-5, -1e-9, 5e-7, 3e-6, 1e-4};
   const double pin = 1e-3;
@@ -52,8 +60,8 @@ Eigen::VectorXd AddPin(const RobotDescription& robot, const Eigen::VectorXd& fro
 }
 
 // Random trees of joints of every kind (some follow others) on random motions among random obstacles and a
-// pin that they graze, held against a look at many configurations by the other check. Most trees are small:
-// there the bounds are tight.
+// pin that they graze, straight and along curves, held against a look at many configurations by the other
+// check. Most trees are small: there the bounds are tight.
 TEST(PathProofTest, IsRightAboutRandomMotions) {
   std::mt19937 engine(11);
   std::map<Verdict, int> counts;
@@ -70,16 +78,20 @@ TEST(PathProofTest, IsRightAboutRandomMotions) {
     }
     const int n = random_robot.num_coordinates();
     const double size = round % 2 == 0 ? 6.0 : 0.5;
-    const Eigen::VectorXd from = RandomVec(engine, n, -2.9, 2.9);
-    const Eigen::VectorXd to = (from + RandomVec(engine, n, -size, size)).cwiseMax(-3.0).cwiseMin(3.0);
-    const Eigen::VectorXd at_pin = AddPin(*robot, from, to, engine, world);
+    Eigen::MatrixXd motion = RandomVec(engine, n, -2.9, 2.9).replicate(1, round % 3 == 1 ? 3 + round % 4 : 2);
+    for (Eigen::Index i = 1; i < motion.cols(); ++i) {
+      motion.col(i) = (motion.col(0) + RandomVec(engine, n, -size, size)).cwiseMax(-3.0).cwiseMin(3.0);
+    }
+    std::vector<Eigen::VectorXd> looked_at = {AddPin(*robot, motion, engine, world)};
+    for (int i = 0; i <= 200; ++i) {
+      looked_at.push_back(PointOf(motion, i / 200.0));
+    }
 
     PathProofOptions options;
     options.tolerance = 1e-3;
-    const PathProof proof = ProvePath(*robot, world.view(), {from, to}, options);
+    const PathProof proof = ProveCurves(*robot, world.view(), {motion}, options);
     ++counts[proof.verdict];
-    const PathCheck seen =
-        CheckPath(*robot, world.view(), {from, at_pin, to}, std::max((to - from).norm() / 200.0, 1e-9));
+    const PathCheck seen = CheckPath(*robot, world.view(), looked_at, 1e9);
     num_seen_once += seen.num_bad == 1 ? 1 : 0;
     ASSERT_EQ(seen.clearance.has_value(), proof.clearance.has_value());
     ASSERT_EQ(seen.self_clearance.has_value(), proof.self_clearance.has_value());
@@ -203,6 +215,22 @@ TEST(PathProofTest, TellsContactFromTheSmallestGap) {
   }
 }
 
+// To and fro, back where it began at both ends and in the middle, up to a wall on one side.
+TEST(PathProofTest, FollowsACurveWhereItGoes) {
+  for (const double control : {6.0, -6.0}) {
+    for (const double gap : {-1e-5, 1e-5}) {
+      World world;
+      world.add(BoxObstacle{{0.1, 9.0, 9.0}},
+                Pose3::FromTranslation({std::sqrt(3.0) + 0.5 + gap + 0.05, 0.0, 0.0}));
+      Eigen::MatrixXd curve = Eigen::MatrixXd::Constant(2, 4, 3.0);
+      curve.row(0) << 0.0, control, -control, 0.0;
+      const PathProof proof = ProveCurves(*Cart(), world.view(), {curve});
+      EXPECT_EQ(proof.verdict, gap < 0.0 ? Verdict::kTouches : Verdict::kFree) << control;
+      EXPECT_LE(proof.clearance->distance, gap + 1e-4);
+    }
+  }
+}
+
 TEST(PathProofTest, EndsForWhateverItIsGiven) {
   World world;
   world.add(SphereObstacle{0.1}, Pose3::FromTranslation({0.0, 0.0, 3.0}));
@@ -245,6 +273,22 @@ TEST(PathProofTest, EndsForWhateverItIsGiven) {
   }
   EXPECT_EQ(ProvePath(*robot, world.view(), {Vec({3.0, kNaN})}).verdict, Verdict::kBeyondLimits);
   EXPECT_EQ(ProvePath(*robot, world.view(), {Vec({3.5, 1.0}), Vec({-1.0, 1.0})}).limit_margin->distance, 0.5);
+
+  // A rail from -4 to 4, and a control point beyond that.
+  for (const auto& [control, margin] : {std::pair(4.5, 1.75), std::pair(8.0, 0.0), std::pair(9.0, -0.5)}) {
+    Eigen::MatrixXd curve(2, 3);
+    curve << 0.0, control, 0.0, 1.0, 1.0, 1.0;
+    const PathProof proof = ProveCurves(*robot, world.view(), {curve.leftCols(1), curve});
+    EXPECT_EQ(proof.verdict, margin < 0.0 ? Verdict::kBeyondLimits : Verdict::kFree);
+    EXPECT_NEAR(proof.limit_margin->distance, margin, 1e-11);
+    EXPECT_EQ(proof.limit_margin->place.segment, 1u);
+    EXPECT_NEAR(proof.limit_margin->place.fraction, 0.5, 1e-5);
+    EXPECT_EQ(proof.bad && proof.bad->fault.limit->value > 4.4, margin < 0.0);
+    curve(0, 1) = kNaN;
+    EXPECT_EQ(ProveCurves(*robot, world.view(), {curve}).verdict, Verdict::kBeyondLimits);
+    const Eigen::MatrixXd elsewhere = Eigen::MatrixXd::Zero(2, 2);
+    EXPECT_THROW(ProveCurves(*robot, world.view(), {curve, elsewhere}), util::FatalError);
+  }
 
   int num_asked = 0;
   const PathProof stopped = ProvePath(*robot, world.view(), {Vec({0.0, 1.0}), Vec({3.0, 2.0})}, {},
