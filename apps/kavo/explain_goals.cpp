@@ -79,7 +79,8 @@ std::string Explain(const planning::LineMotion& line, const RobotDescription& ro
     case End::kContact:
       return where + "something is in the way: " + ExplainFault(line.fault, robot);
     case End::kAstray:
-      return where + "the frame would stray from it between any two waypoints";
+      return where + "the frame would stray from it between any two waypoints, most by joint '" +
+             Printable(robot.cSpaceCoordName(line.jumping.value_or(0))) + "'";
     case End::kStopped:
       break;
   }

@@ -162,14 +162,11 @@ class LineFollower {
     }
     const Eigen::VectorXd way = *next - q;
     Eigen::Index farthest = 0;
-    if (way.cwiseAbs().maxCoeff(&farthest) > options_.max_joint_step) {
-      motion.end = LineMotion::End::kJump;
-      motion.jumping = static_cast<std::size_t>(farthest);
-      return false;
-    }
+    const bool is_jump = way.cwiseAbs().maxCoeff(&farthest) > options_.max_joint_step;
     const auto [deviation, angle] = Straying(way);
-    if (!(deviation <= options_.max_deviation && angle <= options_.max_angle)) {
-      motion.end = LineMotion::End::kAstray;
+    if (is_jump || !(deviation <= options_.max_deviation && angle <= options_.max_angle)) {
+      motion.end = is_jump ? LineMotion::End::kJump : LineMotion::End::kAstray;
+      motion.jumping = static_cast<std::size_t>(farthest);
       return false;
     }
     if (!environment_.IsValidMotion(q, *next, options_.max_joint_step)) {

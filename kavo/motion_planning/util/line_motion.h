@@ -44,11 +44,12 @@ struct LineMotion {
     kInvalidStart,
     //! The tool cannot get on: see `nearest`.
     kUnreachable,
-    //! It could only with a jump of coordinate `jumping`.
+    //! It could only with a jump of a coordinate, see `jumping`.
     kJump,
     //! Something is in the way: see `fault`; without one, too near to prove a motion past it.
     kContact,
-    //! Between two waypoints it strays too far from the line, however near they are.
+    //! Between two waypoints it may stray too far from the line, however near they are; `jumping` is the
+    //! coordinate that goes farthest there.
     kAstray,
     kStopped,
   };
