@@ -30,6 +30,7 @@
 #include "apps/kavo/scene_options.h"
 #include "apps/kavo/situation.h"
 #include "apps/kavo/text.h"
+#include "apps/kavo/trajectory_options.h"
 #include "kavo/formats/request.h"
 #include "kavo/formats/result_file.h"
 #include "kavo/motion_planning/interface/motion_planner.h"
@@ -50,6 +51,7 @@ struct PlanOptions {
   SceneOptions scene;
   InputRules rules;
   PlannerSettings planner;
+  TrajectoryOptions trajectory;
   std::string request_file;
   QueryOptions query;
   std::optional<std::string> json_file;
@@ -66,6 +68,8 @@ struct PlanOptions {
     std::vector<std::pair<std::string, std::string>> inputs = robot.Files();
     const std::vector<std::pair<std::string, std::string>> of_scene = scene.Files();
     inputs.insert(inputs.end(), of_scene.begin(), of_scene.end());
+    const std::vector<std::pair<std::string, std::string>> of_trajectory = trajectory.Files();
+    inputs.insert(inputs.end(), of_trajectory.begin(), of_trajectory.end());
     inputs.emplace_back("request", request_file);
     inputs.emplace_back("config", planner.File());
     return inputs;
@@ -104,11 +108,18 @@ class Planning {
       : options_(options),
         json_file_("--json", options.json_file, options.Inputs()),
         csv_file_("--csv", options.csv_file, options.Inputs()),
+        trajectory_(options.trajectory, options.Inputs()),
         settings_(options.planner),
         situations_(options.robot.Load(options.rules.AllowsUncovered()), options.rules, options.scene),
         seconds_(options.time_limit) {
     if (json_file_.IsSameAs(csv_file_)) {
       throw UnusableInput("--json and --csv cannot both be written to " + *options.csv_file);
+    }
+    for (const OutputFile* const other : {&json_file_, &csv_file_}) {
+      if (trajectory_.File().IsSameAs(*other) ||
+          (trajectory_.File().IsStandardOutput() && other->IsStandardOutput())) {
+        throw UnusableInput("--trajectory cannot be written where --json or --csv is");
+      }
     }
     std::vector<Stage> stages;
     if (options_.request_file.empty()) {
@@ -124,7 +135,10 @@ class Planning {
       if (!seconds_) {
         seconds_ = request.allowed_planning_time;
       }
+      velocity_scaling_ = request.velocity_scaling;
+      acceleration_scaling_ = request.acceleration_scaling;
     }
+    options_.rules.Admit(trajectory_.Unhonoured(), situation_.scope);
     settings_.SetDefault("task_space_frame_name", situation_.robot->tip_frame);
     settings_.Load(situation_.robot->description);
     MakeQueries(std::move(stages));
@@ -132,12 +146,25 @@ class Planning {
 
   int Run() {
     const Attempt attempt = TryAll();
+    if (attempt.results.path_found && attempt.IsGood() && trajectory_.IsWanted()) {
+      made_trajectory_ = trajectory_.Make(attempt.results.path, EndsOfStages(attempt), situation_,
+                                          velocity_scaling_, acceleration_scaling_, situations_.GetNotes());
+    }
     Print(attempt);
     WriteFiles(attempt);
     return attempt.IsGood() ? kDone : kNoPath;
   }
 
  private:
+  // Waypoints at which something is done before the robot goes on.
+  static std::vector<std::size_t> EndsOfStages(const Attempt& attempt) {
+    std::vector<std::size_t> ends;
+    for (std::size_t i = 0; i + 1 < attempt.parts.size(); ++i) {
+      ends.push_back(attempt.parts[i].last);
+    }
+    return ends;
+  }
+
   // One for all, but where planners of one goal are asked: then one for each goal.
   void MakeQueries(std::vector<Stage> stages) {
     for (Stage& stage : stages) {
@@ -253,14 +280,17 @@ class Planning {
   void Print(const Attempt& attempt) const {
     const bool found = attempt.results.path_found;
     const bool is_csv = csv_file_.IsStandardOutput() || options_.quiet;
-    if (json_file_.IsStandardOutput()) {
+    if (trajectory_.File().IsStandardOutput()) {
+      std::cout << (made_trajectory_ ? made_trajectory_->contents : "");
+    } else if (json_file_.IsStandardOutput()) {
       std::cout << formats::ToJson(Record(attempt));
     } else if (!is_csv) {
       std::cout << (found ? Answer(attempt) : Failure(attempt));
     } else if (found) {
       std::cout << formats::ToCsv(JointNames(Robot()), attempt.results.path);
     }
-    if ((is_csv || json_file_.IsStandardOutput()) && !attempt.IsGood() && !options_.quiet) {
+    if ((is_csv || json_file_.IsStandardOutput() || trajectory_.File().IsStandardOutput()) &&
+        !attempt.IsGood() && !options_.quiet) {
       std::cerr << (found ? "kavo: the path fails the check\n" : Failure(attempt));
     }
     std::cout.flush();
@@ -280,6 +310,9 @@ class Planning {
     }
     if (csv_file_.IsFile() && attempt.results.path_found) {
       write(csv_file_, formats::ToCsv(JointNames(Robot()), attempt.results.path));
+    }
+    if (trajectory_.File().IsFile() && made_trajectory_) {
+      write(trajectory_.File(), made_trajectory_->contents);
     }
     if (!failures.empty()) {
       throw UnusableInput(failures);
@@ -315,6 +348,10 @@ class Planning {
       text += "interpolated path: NOT valid at its configuration " +
               std::to_string(*report.first_invalid_interpolated + 1) + " of " +
               std::to_string(attempt.results.interpolated_path.size()) + "\n";
+    }
+    if (trajectory_.IsWanted()) {
+      text +=
+          made_trajectory_ ? made_trajectory_->text : "trajectory: none, since the path fails the check\n";
     }
     text += "check: " + (attempt.check ? attempt.check->text : "none\n");
     if (attempt.check && !attempt.check->record.fault.empty() && !options_.num_more_seeds) {
@@ -385,6 +422,9 @@ class Planning {
     if (attempt.check) {
       record.check = attempt.check->record;
     }
+    if (made_trajectory_) {
+      record.trajectory = made_trajectory_->record;
+    }
     return record;
   }
 
@@ -394,12 +434,18 @@ class Planning {
   // Opened before any work.
   OutputFile json_file_;
   OutputFile csv_file_;
+  TrajectoryMaker trajectory_;
   PlannerSettings settings_;
   Situations situations_;
   Situation situation_;
   // For everything together.
   std::optional<double> seconds_;
   int num_attempts_ = 1;
+  // Of the path that is the answer, where one is wanted.
+  std::optional<MadeTrajectory> made_trajectory_;
+  // Of the request.
+  std::optional<double> velocity_scaling_;
+  std::optional<double> acceleration_scaling_;
   std::vector<Query> queries_;
 };
 
@@ -490,6 +536,7 @@ void AddPlanCommand(CLI::App& app, Run& run) {
   AddQueryOptions(*plan, *options);
   options->planner.AddOptions(*plan);
   AddCheckOptions(*plan, *options);
+  options->trajectory.AddOptions(*plan);
   AddOutputOptions(*plan, *options);
   plan->footer(
       "Prints the waypoints, what the search cost, and whether the path is proven free, apart from the\n"

@@ -158,6 +158,23 @@ Json CheckToJson(const PlanRecord::Check& check) {
           {"tolerance", NumberOrNull(check.tolerance)}};
 }
 
+Json TrajectoryToJson(const TrajectoryRecord& trajectory) {
+  const planning::MotionLimits& limits = trajectory.limits;
+  return {{"duration", trajectory.duration},
+          {"period", trajectory.period},
+          {"num_samples", trajectory.num_samples},
+          {"waypoint_times", trajectory.waypoint_times},
+          {"blend_deviation", trajectory.blend_deviation},
+          {"num_blends", trajectory.num_blends},
+          {"num_tightened", trajectory.num_tightened},
+          {"num_stops", trajectory.num_stops},
+          {"cubic_deviation", trajectory.cubic_deviation},
+          {"quintic_deviation", trajectory.quintic_deviation},
+          {"velocity_limits", ToArray(limits.velocity)},
+          {"acceleration_limits", ToArray(limits.acceleration)},
+          {"jerk_limits", limits.jerk ? ToArray(*limits.jerk) : Json()}};
+}
+
 PathFile ParseJsonPath(const std::string& text, const std::string& file,
                        const std::optional<std::size_t>& run) {
   Json root;
@@ -250,7 +267,8 @@ std::string ToJson(const PlanRecord& record) {
                {"path", ToArray(record.path)},
                {"interpolated_path", ToArray(record.interpolated_path)},
                {"statistics", StatisticsToJson(record.statistics)},
-               {"check", record.check ? CheckToJson(*record.check) : Json()}};
+               {"check", record.check ? CheckToJson(*record.check) : Json()},
+               {"trajectory", record.trajectory ? TrajectoryToJson(*record.trajectory) : Json()}};
   for (const auto& [name, setting] : record.settings) {
     json["settings"][name] = std::visit([](const auto& value) { return Json(value); }, setting);
   }

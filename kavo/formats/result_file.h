@@ -14,6 +14,7 @@
 #include "kavo/motion_planning/interface/parameters.h"
 #include "kavo/motion_planning/interface/query_report.h"
 #include "kavo/motion_planning/interface/stage.h"
+#include "kavo/motion_planning/trajectory/motion_limits.h"
 #include "kavo/util/export.h"
 
 namespace kavo::formats {
@@ -58,6 +59,27 @@ struct PathCheck {
   std::optional<double> tolerance;
 };
 
+//! What was made of a path in time.
+struct TrajectoryRecord {
+  double duration = 0.0;
+  //! Of the samples that were written.
+  double period = 0.0;
+  std::uint64_t num_samples = 0;
+  //! When each waypoint of the path is passed, or the middle of its blend.
+  std::vector<double> waypoint_times;
+  //! How far blends may be from the path (radians or metres), and corners that are blended, that are blended
+  //! more closely since something is near, and that the robot stops at.
+  double blend_deviation = 0.0;
+  std::uint64_t num_blends = 0;
+  std::uint64_t num_tightened = 0;
+  std::uint64_t num_stops = 0;
+  //! How far a controller that interpolates the samples may be from the trajectory, in any coordinate.
+  double cubic_deviation = 0.0;
+  double quintic_deviation = 0.0;
+  //! That it keeps; without a jerk that is not limited.
+  planning::MotionLimits limits;
+};
+
 //! A query and its answer, as they go into a file. Metres, radians and seconds.
 struct PlanRecord {
   using Setting = planning::ParameterValue;
@@ -88,6 +110,8 @@ struct PlanRecord {
   QueryReport statistics;
   //! None where the path was not checked.
   std::optional<Check> check;
+  //! None where none was asked for.
+  std::optional<TrajectoryRecord> trajectory;
 };
 
 //! Configurations along a path.
@@ -102,10 +126,10 @@ struct PathFile {
 
 //! The record as JSON, indented by two spaces and with the keys in one order: version, files,
 //! robot, joint_names, held_joints, start, target, stages (null without parts), settings, seed, found,
-//! status, path, interpolated_path, statistics, check. Numbers are written such that reading them gives the
-//! same bits; what is not finite, or not there, becomes null. The target is the goal of the last stage that
-//! was reached, or its first one: an array (a configuration), {frame, position}, or a pose of more keys
-//! (docs/formats.md).
+//! status, path, interpolated_path, statistics, check, trajectory. Numbers are written such that reading them
+//! gives the same bits; what is not finite, or not there, becomes null. The target is the goal of the last
+//! stage that was reached, or its first one: an array (a configuration), {frame, position}, or a pose of more
+//! keys (docs/formats.md).
 KAVO_EXPORT std::string ToJson(const PlanRecord& record);
 
 //! Configurations as CSV: a line with the joint names, then one configuration a line. Numbers are as short as

@@ -54,6 +54,10 @@ PlanRecord SmallRecord() {
   record.check->uncovered_links = {"hand"};
   record.check->self_clearance = 0.25;
   record.check->tolerance = 0.01;
+  record.trajectory.emplace();
+  record.trajectory->duration = 1.5;
+  record.trajectory->waypoint_times = {0.0, 1.5};
+  record.trajectory->limits = {Vec({1, 2}), Vec({3, 4}), std::nullopt};
   return record;
 }
 
@@ -71,6 +75,7 @@ TEST(ResultFile, JsonIsLaidOutForReaders) {
   record.parts[1].goal = 1;
   record.path.clear();
   record.check.reset();
+  record.trajectory.reset();
   const std::string text = ToJson(record);
   EXPECT_THAT(text, ::testing::HasSubstr(
                         "\"target\": {\n    \"frame\": \"tool\",\n    \"position\": [1.0,2.0,null]\n  }"));
@@ -79,7 +84,7 @@ TEST(ResultFile, JsonIsLaidOutForReaders) {
     EXPECT_THAT(text, ::testing::HasSubstr(part));
   }
   EXPECT_THAT(text, ::testing::HasSubstr("\"path\": [],"));
-  EXPECT_THAT(text, ::testing::HasSubstr("\"check\": null\n}"));
+  EXPECT_THAT(text, ::testing::HasSubstr("\"check\": null,\n  \"trajectory\": null\n}"));
 }
 
 // Bit for bit, by way of the disk.

@@ -196,7 +196,7 @@ std::optional<Trajectory> JerkLimitedTrajectory(const BlendedPath& path, const M
     }
     timing.Build(builder);
   }
-  return builder.Build();
+  return builder.Build(rates->end);
 }
 
 Trajectory JerkLimitedTrajectory(const BlendedPath& path, const MotionLimits& limits) {

@@ -251,7 +251,7 @@ std::optional<Trajectory> TimeOptimalTrajectory(const BlendedPath& path, const M
     }
     timing.GoForward(start, builder);
   }
-  return builder.Build();
+  return builder.Build(rates->end);
 }
 
 Trajectory TimeOptimalTrajectory(const BlendedPath& path, const MotionLimits& limits) {

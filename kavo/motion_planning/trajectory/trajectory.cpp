@@ -68,24 +68,20 @@ class Polynomial {
 
 Trajectory::State Trajectory::At(double time) const {
   KAVO_CHECK(!std::isnan(time), kFile, 20) << "A trajectory has no state at the time NaN.";
-  State state;
-  state.time = time;
-  state.position = end_;
-  state.velocity = state.acceleration = Eigen::VectorXd::Zero(Dimension());
-  if (starts_.empty()) {
+  State state{time, end_, end_velocity_, Eigen::VectorXd::Zero(Dimension())};
+  const double within = std::max(time, 0.0);
+  if (within >= duration_) {
     return state;
   }
-  const double within = std::clamp(time, 0.0, duration_);
   const auto next = std::upper_bound(starts_.begin() + 1, starts_.end(), within);
   const auto piece = static_cast<Eigen::Index>(next - starts_.begin()) - 1;
   const double t = within - *(next - 1);
   for (Eigen::Index i = 0; i < Dimension(); ++i) {
     const Polynomial polynomial(coefficients_.row(i).segment<5>(5 * piece));
-    if (within < duration_) {
-      state.position[i] = std::clamp(polynomial.Position(t), lower_[i], upper_[i]);
-    }
-    state.velocity[i] = polynomial.Velocity(t);
-    state.acceleration[i] = polynomial.Acceleration(t);
+    state.position[i] = std::clamp(polynomial.Position(t), lower_[i], upper_[i]);
+    // Zero has no sign for those who read it.
+    state.velocity[i] = polynomial.Velocity(t) + 0.0;
+    state.acceleration[i] = polynomial.Acceleration(t) + 0.0;
   }
   return state;
 }

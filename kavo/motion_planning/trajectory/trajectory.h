@@ -45,7 +45,8 @@ class KAVO_EXPORT Trajectory {
   Eigen::Index Dimension() const { return end_.size(); }
 
   //! Before 0 and after the duration, what it is then. NaN is a fatal error. No coordinate leaves the range
-  //! that the waypoints of the path have. Where the acceleration jumps, it is the one after.
+  //! that the waypoints of the path have. Where the acceleration jumps, it is the one after; at the end,
+  //! zero.
   State At(double time) const;
 
   //! The states at all multiples of a period, and at the end. A period that is not positive, or one that
@@ -70,6 +71,7 @@ class KAVO_EXPORT Trajectory {
   std::vector<double> starts_;
   Eigen::MatrixXd coefficients_;
   Eigen::VectorXd end_;
+  Eigen::VectorXd end_velocity_;
   Eigen::VectorXd lower_;
   Eigen::VectorXd upper_;
   std::vector<double> waypoint_times_;

@@ -80,7 +80,7 @@ std::vector<double> TrajectoryBuilder::WaypointTimes() const {
   return times;
 }
 
-Trajectory TrajectoryBuilder::Build() const {
+Trajectory TrajectoryBuilder::Build(double end_rate) const {
   const Eigen::Index dimension = path_.Start().size();
   Trajectory trajectory;
   trajectory.lower_ = trajectory.upper_ = path_.Start();
@@ -92,7 +92,14 @@ Trajectory TrajectoryBuilder::Build() const {
       }
     }
   }
-  trajectory.end_ = path_.Pieces().empty() ? path_.Start() : path_.Pieces().back().end;
+  trajectory.end_ = path_.Start();
+  trajectory.end_velocity_ = Eigen::VectorXd::Zero(dimension);
+  if (!path_.Pieces().empty()) {
+    trajectory.end_ = path_.Pieces().back().end;
+    if (end_rate > 0.0) {
+      trajectory.end_velocity_ = end_rate * path_.Pieces().back().direction_out;
+    }
+  }
   trajectory.coefficients_.resize(dimension, static_cast<Eigen::Index>(5 * parts_.size()));
   trajectory.starts_.reserve(parts_.size());
   for (const Part& part : parts_) {
@@ -123,6 +130,7 @@ double TrajectoryBuilder::NeededTime(const Trajectory& trajectory) const {
 
 void TrajectoryBuilder::SlowDown(double times, Trajectory& trajectory) {
   trajectory.duration_ *= times;
+  trajectory.end_velocity_ /= times;
   for (std::vector<double>* const all : {&trajectory.starts_, &trajectory.waypoint_times_}) {
     for (double& time : *all) {
       time *= times;

@@ -33,8 +33,9 @@ class TrajectoryBuilder {
   //! In the order of the path. One that takes no time is left out.
   void Add(const Part& part);
 
-  //! The trajectory, slowed down as a whole if rounding has taken it beyond a limit.
-  Trajectory Build() const;
+  //! \param end_rate The rate of the parameter at the end.
+  //! \return The trajectory, slowed down as a whole if rounding has taken it beyond a limit.
+  Trajectory Build(double end_rate) const;
 
  private:
   std::vector<double> WaypointTimes() const;

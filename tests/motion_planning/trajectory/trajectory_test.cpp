@@ -89,7 +89,7 @@ TEST(TrajectoryTest, KeepsLimitsOnRandomPathsAndIsFasterThanStopping) {
       EXPECT_EQ(trajectory.At(0.0).position, path.front());
       EXPECT_EQ(trajectory.At(trajectory.Duration()).position, path.back());
       EXPECT_EQ(trajectory.At(-1.0).velocity, Eigen::VectorXd::Zero(n));
-      EXPECT_LT(LargestShare(trajectory.At(trajectory.Duration()).velocity, limits.velocity), 1e-9);
+      EXPECT_EQ(trajectory.At(trajectory.Duration()).velocity, Eigen::VectorXd::Zero(n));
       const std::vector<double>& times = trajectory.WaypointTimes();
       ASSERT_EQ(times.size(), path.size());
       EXPECT_TRUE(std::is_sorted(times.begin(), times.end()));
