@@ -25,6 +25,10 @@ constexpr int kStepsToFall = 4;
 constexpr double kEase = 0.3;
 constexpr double kSettled = 1e-9;
 
+// The room that a tolerance leaves, and from which on.
+constexpr double kRoom = 0.9;
+constexpr double kLeastToleranceWithRoom = 1e-3;
+
 double Length(const double* v, const std::array<bool, 3>& counts) {
   double sum = 0.0;
   for (std::size_t i = 0; i < 3; ++i) {
@@ -156,6 +160,18 @@ void PoseModel::setAnchor(const Eigen::VectorXd& anchor) {
   }
 }
 
+PoseRoom::PoseRoom(const PoseTarget& target, double unit_length) {
+  if (target.position_tolerance > kLeastToleranceWithRoom) {
+    position = kRoom * target.position_tolerance / unit_length;
+  }
+  if (target.orientation_tolerance > kLeastToleranceWithRoom) {
+    double sine = 0.0;
+    double cosine = 0.0;
+    SinCos(0.5 * std::fmin(kRoom * target.orientation_tolerance, math::kPi), &sine, &cosine);
+    rotation = 2.0 * sine;
+  }
+}
+
 PoseDescent::PoseDescent(const PoseModel& model)
     : model_(model),
       plan_(model.plan),
@@ -170,6 +186,7 @@ void PoseDescent::setTarget(const PoseTarget& target) {
   target_ = target;
   double cosine = 0.0;
   SinCos(0.5 * std::fmin(target.orientation_tolerance, math::kPi), &half_tolerance_sine_, &cosine);
+  room_ = PoseRoom(target, model_.unit_length);
   const math::RigidTransform from_base(target.pose.inverse());
   for (std::size_t i = 0; i < plan_.steps.size(); ++i) {
     if (plan_.steps[i].parent < 0) {
@@ -200,15 +217,15 @@ const PoseError& PoseDescent::place(const Eigen::VectorXd& q) {
   ToQuaternion(placed_.rotation, rotation_);
   error_.position = Length(placed_.translation.data(), target_.position_counts);
   error_.half_angle_sine = Length(rotation_, target_.rotation_counts);
-  const double distance = error_.position / model_.unit_length;
-  error_.squared = distance * distance + 4.0 * error_.half_angle_sine * error_.half_angle_sine;
+  const double distance = std::fmax(error_.position / model_.unit_length - room_.position, 0.0);
+  const double turn = std::fmax(2.0 * error_.half_angle_sine - room_.rotation, 0.0);
+  error_.squared = distance * distance + turn * turn;
   return error_;
 }
 
 bool PoseDescent::isReached() const {
   return error_.position <= kWithin * target_.position_tolerance &&
-         (error_.half_angle_sine <= kWithin * half_tolerance_sine_ ||
-          target_.orientation_tolerance >= math::kPi);
+         error_.half_angle_sine <= kWithin * half_tolerance_sine_;
 }
 
 double PoseDescent::angle() const {
@@ -317,6 +334,7 @@ void PoseDescent::setErrorRows() {
       rows_[num_rows_++] = placed_.translation[i] / model_.unit_length;
     }
   }
+  const int num_positions = num_rows_;
   const auto& counts = target_.rotation_counts;
   const int num_counts = counts[0] + counts[1] + counts[2];
   const double w = rotation_[3];
@@ -339,6 +357,45 @@ void PoseDescent::setErrorRows() {
     }
   } else if (num_counts == 1) {
     rows_[num_rows_++] = 2.0 * rotation_[counts[0] ? 0 : (counts[1] ? 1 : 2)];
+  }
+  blocks_[0] = {0, num_positions, room_.position};
+  blocks_[1] = {num_positions, num_rows_, room_.rotation};
+  for (Block& block : blocks_) {
+    leaveRoom(block);
+  }
+}
+
+// Takes off the vector of a block what it may be long.
+void PoseDescent::leaveRoom(Block& block) {
+  if (block.room == 0.0) {
+    return;
+  }
+  double squared = 0.0;
+  for (int r = block.begin; r < block.end; ++r) {
+    squared += rows_[r] * rows_[r];
+  }
+  const double length = std::sqrt(squared);
+  const bool is_within = length <= block.room;
+  block.share = is_within ? 0.0 : 1.0 - block.room / length;
+  block.share_along = is_within ? 0.0 : 1.0;
+  for (int r = block.begin; r < block.end; ++r) {
+    block.direction[r - block.begin] = is_within ? 0.0 : rows_[r] / length;
+    rows_[r] *= block.share;
+  }
+}
+
+// The derivative of that, from the one of the whole vector.
+void PoseDescent::leaveRoom(const Block& block, double* column) const {
+  if (block.room == 0.0) {
+    return;
+  }
+  double along = 0.0;
+  for (int r = block.begin; r < block.end; ++r) {
+    along += column[r] * block.direction[r - block.begin];
+  }
+  for (int r = block.begin; r < block.end; ++r) {
+    column[r] = block.share * column[r] +
+                (block.share_along - block.share) * along * block.direction[r - block.begin];
   }
 }
 
@@ -385,6 +442,9 @@ void PoseDescent::setColumns(const Eigen::VectorXd& q) {
   for (std::size_t c = 0; c < model_.coordinates.size(); ++c) {
     const PoseModel::Coordinate& coordinate = model_.coordinates[c];
     const double value = q[static_cast<Eigen::Index>(c)];
+    for (const Block& block : blocks_) {
+      leaveRoom(block, columns_.data() + 6 * c);
+    }
     double uphill = 0.0;
     for (int r = 0; r < num_rows_; ++r) {
       uphill += columns_[6 * c + static_cast<std::size_t>(r)] * rows_[r];

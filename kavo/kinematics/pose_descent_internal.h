@@ -50,8 +50,19 @@ struct PoseError {
   double position = 0.0;
   //! Sine of half the angle.
   double half_angle_sine = 0.0;
-  //! Squares of both, the position in the model's unit, the rotation as twice that sine.
+  //! Squares of both as far as they are beyond the room of the target, the position in the model's unit, the
+  //! rotation as twice that sine.
   double squared = 0.0;
+};
+
+//! How far a frame may be from a target without being drawn to it, in the units of the squared error: most of
+//! a tolerance, but nothing of a fine one, which is as well met in the middle.
+struct PoseRoom {
+  PoseRoom() = default;
+  PoseRoom(const PoseTarget& target, double unit_length);
+
+  double position = 0.0;
+  double rotation = 0.0;
 };
 
 //! Brings a frame to a pose by damped least squares in double precision, step by step.
@@ -93,12 +104,27 @@ class PoseDescent {
   const PoseTarget& target() const { return target_; }
 
  private:
+  // Rows of the equations that are one vector.
+  struct Block {
+    int begin = 0;
+    int end = 0;
+    // How long the vector may be at no error.
+    double room = 0.0;
+    // What is left of it beyond that, as a share, and of what is along it.
+    double share = 1.0;
+    double share_along = 1.0;
+    double direction[3] = {};
+  };
+
   void setErrorRows();
   void setColumns(const Eigen::VectorXd& q);
+  void leaveRoom(Block& block);
+  void leaveRoom(const Block& block, double* column) const;
 
   const PoseModel& model_;
   PoseTarget target_;
   double half_tolerance_sine_ = 0.0;
+  PoseRoom room_;
   // The plan from the target on, to the tool.
   Kinematics::Plan plan_;
   std::vector<Columns> slots_;
@@ -110,6 +136,7 @@ class PoseDescent {
   // What remains, row by row, and its derivatives, coordinate by coordinate.
   int num_rows_ = 0;
   double rows_[6] = {};
+  Block blocks_[2];
   std::vector<double> columns_;
   std::vector<char> blocked_;
 };

@@ -61,7 +61,34 @@ struct Rows {
   HWY_ALIGN float error[6][kNumLanes];
   HWY_ALIGN float tool[3][kNumLanes];
   HWY_ALIGN float quaternion[4][kNumLanes];
+  // Of the position and of the rotation, if they have room: what is left of them, as a share, of what is
+  // along them less that, and where they point.
+  HWY_ALIGN float share[2][kNumLanes];
+  HWY_ALIGN float share_along[2][kNumLanes];
+  HWY_ALIGN float direction[6][kNumLanes];
 };
+
+// Takes off the position or the rotation what it may be off; `squared` is its square before, and after.
+HWY_INLINE V LeaveRoom(const Program& program, std::size_t block, V squared, Rows& rows) {
+  if (program.room[block] == 0.0f) {
+    return squared;
+  }
+  const D d;
+  const V one = hn::Set(d, 1.0f);
+  const V room = hn::Set(d, program.room[block]);
+  const V length = hn::Sqrt(squared);
+  const auto is_beyond = hn::Gt(length, room);
+  const V inverse = hn::IfThenElseZero(is_beyond, hn::Div(one, hn::Max(length, room)));
+  const V share = hn::IfThenElseZero(is_beyond, hn::Sub(one, hn::Mul(room, inverse)));
+  hn::Store(share, d, rows.share[block]);
+  hn::Store(hn::Sub(hn::IfThenElseZero(is_beyond, one), share), d, rows.share_along[block]);
+  for (std::size_t row = 3 * block; row < 3 * block + 3; ++row) {
+    const V error = hn::Load(d, rows.error[row]);
+    hn::Store(hn::Mul(error, inverse), d, rows.direction[row]);
+    hn::Store(hn::Mul(error, share), d, rows.error[row]);
+  }
+  return hn::Mul(squared, hn::Mul(share, share));
+}
 
 template <Rotation kRotation>
 HWY_INLINE void SetRows(const Program& program, std::size_t lane, Rows& rows, V& position, V& rotation) {
@@ -176,6 +203,24 @@ HWY_INLINE void SetDerivatives(const Program& program, const PoseLanes::Joint& j
                    hn::Set(d, program.rotation_scale[1])));
     put(5, hn::Mul(hn::Add(hn::Mul(q(3), z), Difference(x, q(1), y, q(0))),
                    hn::Set(d, program.rotation_scale[2])));
+  }
+}
+
+// What `LeaveRoom` makes of the derivatives of a coordinate.
+HWY_INLINE void ScaleDerivatives(const Program& program, std::size_t block, std::size_t coordinate,
+                                 std::size_t lane, const Rows& rows) {
+  if (program.room[block] == 0.0f) {
+    return;
+  }
+  const D d;
+  float* const at = program.derivatives + (6 * coordinate + 3 * block) * kNumLanes + lane;
+  const auto direction = [&](std::size_t i) { return hn::Load(d, rows.direction[3 * block + i]); };
+  const auto entry = [&](std::size_t i) { return hn::Load(d, at + i * kNumLanes); };
+  const V along = Sum(entry(0), direction(0), entry(1), direction(1), entry(2), direction(2));
+  const V share_along = hn::Mul(along, hn::Load(d, rows.share_along[block]));
+  const V share = hn::Load(d, rows.share[block]);
+  for (std::size_t i = 0; i < 3; ++i) {
+    hn::Store(Sum(entry(i), share, direction(i), share_along), d, at + i * kNumLanes);
   }
 }
 
@@ -339,9 +384,8 @@ HWY_INLINE void Move(const Program& program, std::size_t index, std::size_t lane
 }
 
 // Whether a lane is near its target or goes on in vain, and how long it has.
-HWY_INLINE std::uint32_t Judge(const Program& program, std::size_t lane, V position, V rotation) {
+HWY_INLINE std::uint32_t Judge(const Program& program, std::size_t lane, V position, V rotation, V squared) {
   const D d;
-  const V squared = hn::Add(position, rotation);
   const V one = hn::Set(d, 1.0f);
   const V bound = hn::Load(d, program.bound + lane);
   const auto falls = hn::Lt(squared, bound);
@@ -363,6 +407,8 @@ void MoveAll(const Program& program, std::size_t lane, const Rows& rows) {
   const D d;
   const std::size_t count = program.coordinates.size();
   for (std::size_t c = 0; c < count; ++c) {
+    ScaleDerivatives(program, 0, c, lane, rows);
+    ScaleDerivatives(program, 1, c, lane, rows);
     SetSlope(program, c, lane, rows);
   }
   HWY_ALIGN float damping[kNumLanes];
@@ -398,7 +444,8 @@ std::uint32_t Step(const Program& program) {
     Rows rows;
     V position, rotation;
     SetRows<kRotation>(program, lane, rows, position, rotation);
-    ended |= Judge(program, lane, position, rotation);
+    const V squared = hn::Add(LeaveRoom(program, 0, position, rows), LeaveRoom(program, 1, rotation, rows));
+    ended |= Judge(program, lane, position, rotation, squared);
     for (const PoseLanes::Joint& joint : program.joints) {
       SetDerivatives<kRotation>(program, joint, lane, rows);
     }
@@ -499,6 +546,9 @@ void PoseLanes::setTarget(const PoseTarget& target) {
     program_.rotation = Rotation::kAboutTwoOrNone;
     step_ = &HWY_DYNAMIC_DISPATCH(StepAboutTwoOrNone);
   }
+  const PoseRoom room(target, model_.unit_length);
+  program_.room[0] = ToFloat(room.position);
+  program_.room[1] = ToFloat(room.rotation);
   const auto square = [](double value) { return ToFloat(value * value); };
   program_.near_position = square(std::fmax(kNearPosition, target.position_tolerance) / model_.unit_length);
   program_.near_rotation = square(std::fmax(kNearRotation, target.orientation_tolerance));

@@ -86,6 +86,8 @@ class KAVO_EXPORT PoseLanes {
     //! For each axis one or zero, and the one that matters: the free one or the only one.
     float rotation_scale[3];
     std::size_t axis;
+    //! As of `PoseRoom`: of the position, of the rotation.
+    float room[2];
     //! Squares of what is near, in the units of the error.
     float near_position, near_rotation;
     //! All lanes, coordinate by coordinate: value (of those that turn, on the turn around zero), -1 or 1 at

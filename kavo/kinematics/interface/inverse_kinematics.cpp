@@ -39,12 +39,16 @@ const RobotDescriptionInternal& Internal(const RobotDescription& robot) {
   return static_cast<const RobotDescriptionInternal&>(robot);
 }
 
-void CheckTarget(const PoseTarget& target) {
+PoseTarget Checked(PoseTarget target) {
   KAVO_CHECK(target.pose.isFinite() && target.tool.isFinite(), kFile, 33)
       << "The pose of the target, or that of the tool, has a coefficient that is not finite.";
   KAVO_CHECK(target.position_tolerance > 0.0 && target.orientation_tolerance > 0.0, kFile, 35)
       << "The tolerances are " << target.position_tolerance << " m and " << target.orientation_tolerance
       << " rad; both have to be positive.";
+  if (target.orientation_tolerance >= math::kPi) {
+    target.rotation_counts = {false, false, false};
+  }
+  return target;
 }
 
 // The end of SplitMix64 (Steele, Lea, Flood 2014).
@@ -71,8 +75,8 @@ class InverseKinematics::Impl {
         q_(static_cast<Eigen::Index>(model_.coordinates.size())),
         nearest_(q_.size()) {}
 
-  InverseKinematicsResult solve(const PoseTarget& target, const InverseKinematicsOptions& options) {
-    CheckTarget(target);
+  InverseKinematicsResult solve(const PoseTarget& asked, const InverseKinematicsOptions& options) {
+    const PoseTarget target = Checked(asked);
     KAVO_CHECK(options.max_solutions >= 1, kFile, 66) << "No solutions are asked for.";
     for (const Eigen::VectorXd& seed : options.seeds) {
       checkConfiguration(seed);
@@ -117,10 +121,9 @@ class InverseKinematics::Impl {
 
   std::optional<Eigen::VectorXd> follow(const Eigen::VectorXd& q, const PoseTarget& target,
                                         NearestPose* nearest) {
-    CheckTarget(target);
     checkConfiguration(q);
     anchor_ = q;
-    descent_.setTarget(target);
+    descent_.setTarget(Checked(target));
     setLocal(q, false);
     if (descent_.descend(q_, kStepsToFollow, kFallToFinish, false) ||
         descent_.settle(q_, kStepsToSettle, false)) {

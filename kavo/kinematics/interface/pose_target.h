@@ -13,7 +13,8 @@ namespace kavo {
 //! the frame times `tool`), the remaining translation is that of `pose`^-1 C, of which the axes that count
 //! make one Euclidean length. The remaining rotation is that of `pose`^-1 C, too: as a unit quaternion whose
 //! real part is not negative, the part of its vector that counts is as long as the sine of half of the angle.
-//! With one free axis this is the angle between the axis as it is and as it is to be.
+//! With one free axis this is the angle between the axis as it is and as it is to be. A tolerance above 1e-3
+//! is room to move in: solutions are anywhere within it; up to that they are sought in the middle.
 struct KAVO_EXPORT PoseTarget {
   //! Of the tool relative to the robot base.
   Pose3 pose;

@@ -47,10 +47,15 @@ PoseTarget RandomTarget(const Pose3& pose, std::mt19937& engine) {
     const Eigen::VectorXd v = RandomVec(engine, 7, -0.5, 0.5);
     target.tool = Pose3(Eigen::Quaterniond(v[0], v[1], v[2], v[3]), v.tail<3>());
   }
-  target.pose = pose * target.tool;
   const double tolerances[] = {1e-10, 1e-5, 1e-2};
   target.position_tolerance = tolerances[engine() % 3];
   target.orientation_tolerance = 10.0 * tolerances[engine() % 3];
+  // Few robots get all the way to a pose that is off by as much as a wide tolerance leaves room for.
+  Eigen::Vector3d shift = RandomVec(engine, 3, -0.5, 0.5);
+  shift *= target.position_tolerance == 1e-2 ? 1e-2 : 0.0;
+  const Eigen::Vector3d axis = RandomVec(engine, 3, -1.0, 1.0).normalized();
+  const Eigen::AngleAxisd turn(target.orientation_tolerance == 1e-1 ? 0.08 : 0.0, axis);
+  target.pose = pose * target.tool * Pose3(Eigen::Quaterniond(turn), shift);
   if (engine() % 2 == 0) {
     for (std::size_t i = 0; i < 3; ++i) {
       target.position_counts[i] = engine() % 3 != 0;
