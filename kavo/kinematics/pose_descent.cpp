@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "kavo/kinematics/angle_internal.h"
 #include "kavo/kinematics/sin_cos_internal.h"
 #include "kavo/math/constants_internal.h"
 
@@ -230,16 +231,7 @@ bool PoseDescent::isReached() const {
 
 double PoseDescent::angle() const {
   const double sine = std::fmin(error_.half_angle_sine, 1.0);
-  const double cosine = std::sqrt(1.0 - sine * sine);
-  // The sine of what is missing is added until it is nothing.
-  double half = sine;
-  for (int i = 0; i < 4; ++i) {
-    double s = 0.0;
-    double c = 0.0;
-    SinCos(half, &s, &c);
-    half += sine * c - cosine * s;
-  }
-  return 2.0 * half;
+  return 2.0 * Angle(sine, std::sqrt(1.0 - sine * sine));
 }
 
 double PoseDescent::damping() const { return kDamping * error_.squared + kLeastDamping; }
