@@ -31,6 +31,11 @@ QueryReport Total(const std::vector<StagedResults::Part>& parts) {
 
 }  // namespace
 
+Goal WithoutTolerances(const Goal& goal) {
+  const auto* const range = std::get_if<ConfigurationGoal>(&goal);
+  return range != nullptr ? Goal(range->configuration) : goal;
+}
+
 Answer Ask(MotionPlanner& planner, const planning::MotionPlannerConfig& config, const Query& query,
            bool interpolates) {
   const Stage& first = query.stages.front();
@@ -53,11 +58,11 @@ Answer Ask(MotionPlanner& planner, const planning::MotionPlannerConfig& config, 
       MotionPlanner::Results results = planner.planToCSpaceTarget(query.start, *q, interpolates);
       return {std::move(results), planner.queryReport(), {}};
     }
-    const PoseGoal& pose = std::get<PoseGoal>(first.goals.front());
-    if (pose.IsPosition() && config.planner != planning::CSpacePlanner::kBiRrt) {
-      planner.setParam("task_space_frame_name", pose.frame);
+    const auto* const pose = std::get_if<PoseGoal>(&first.goals.front());
+    if (pose != nullptr && pose->IsPosition() && config.planner != planning::CSpacePlanner::kBiRrt) {
+      planner.setParam("task_space_frame_name", pose->frame);
       MotionPlanner::Results results =
-          planner.planToTaskSpaceTarget(query.start, pose.pose.translation(), interpolates);
+          planner.planToTaskSpaceTarget(query.start, pose->pose.translation(), interpolates);
       return {std::move(results), planner.queryReport(), {}};
     }
   }

@@ -8,6 +8,7 @@
 #include <system_error>
 #include <utility>
 
+#include "apps/kavo/ask.h"
 #include "apps/kavo/command.h"
 #include "apps/kavo/text.h"
 #include "kavo/formats/request.h"
@@ -47,7 +48,7 @@ void ReadFamily(const fs::path& directory, const std::string& family, Situations
       const std::string request_file = (directory / ("request" + *name + ".yaml")).string();
       const formats::Request request = formats::ReadRequest(request_file);
       Situation situation = situations.Read({file.string()}, &request);
-      Query query{situation.start, {{{situations.GoalsOf(request, situation).front()}}}};
+      Query query{situation.start, {{{WithoutTolerances(situations.GoalsOf(request, situation).front())}}}};
       problems.push_back({family, *name, file.string(), request_file, std::move(situation), std::move(query),
                           request.allowed_planning_time, request.num_planning_attempts});
     }

@@ -33,6 +33,9 @@ std::string Describe(const Goal& goal) {
   if (const auto* q = std::get_if<Eigen::VectorXd>(&goal)) {
     return "configuration " + Configuration(*q);
   }
+  if (const auto* range = std::get_if<ConfigurationGoal>(&goal)) {
+    return "configuration " + Configuration(range->configuration) + " within tolerances";
+  }
   const PoseGoal& pose = std::get<PoseGoal>(goal);
   return (pose.IsPosition() ? "position " : "pose ") + Configuration(pose.pose.translation()) +
          " of frame '" + Printable(pose.frame) + "'";

@@ -179,7 +179,7 @@ class Planning {
     if (stages.size() == 1 && !stages.front().line &&
         settings_.Config().planner != planning::CSpacePlanner::kBiRrt) {
       for (const Goal& goal : stages.front().goals) {
-        queries_.push_back({situation_.start, {{{goal}}}});
+        queries_.push_back({situation_.start, {{{WithoutTolerances(goal)}}}});
       }
     } else {
       queries_ = {{situation_.start, std::move(stages)}};

@@ -20,6 +20,8 @@ namespace {
 
 // Of a turn that a request tolerates: none at all is beyond reach. Radians.
 constexpr double kLeastTolerance = 1e-4;
+// Of a joint, below and above together: a smaller one gains nothing.
+constexpr double kWideTolerance = 0.01;
 
 using Other = formats::LoadedRobot::OtherJoint;
 
@@ -375,7 +377,17 @@ Goal Situations::GoalOf(const formats::Request& request, const formats::Request:
   Eigen::VectorXd target = formats::ConfigurationFromJoints(*robot.description, goal.joints, situation.start);
   rules_.PutOnLimits(*robot.description, "the goal", target, notes_);
   CheckFollowers("the goal", goal.joints, robot, target);
-  return target;
+  const Eigen::VectorXd zero = Eigen::VectorXd::Zero(target.size());
+  ConfigurationGoal with_tolerances{target, zero, zero};
+  bool is_wide = false;
+  for (const auto& [name, tolerances] : goal.joint_tolerances) {
+    if (const auto i = CoordinateOf(*robot.description, name)) {
+      with_tolerances.below[static_cast<Eigen::Index>(*i)] = tolerances.first;
+      with_tolerances.above[static_cast<Eigen::Index>(*i)] = tolerances.second;
+      is_wide = is_wide || tolerances.first + tolerances.second > kWideTolerance;
+    }
+  }
+  return is_wide ? Goal(with_tolerances) : Goal(target);
 }
 
 std::vector<Goal> Situations::GoalsOf(const formats::Request& request, Situation& situation) {

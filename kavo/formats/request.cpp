@@ -104,6 +104,17 @@ Request::Goal ReadGoal(const YamlValue& constraints, std::vector<Unhonoured>& un
     if (!goal.joints.emplace(name.text(), constraint.get("position").number()).second) {
       name.fail("joint " + Quoted(name.text()) + " again", "one position for each joint");
     }
+    const auto tolerance = [&](const char* key) {
+      const std::optional<YamlValue> value = constraint.find(key);
+      if (value && value->number() < 0.0) {
+        value->fail("a tolerance that is not negative");
+      }
+      return value ? value->number() : 0.0;
+    };
+    const std::pair tolerances(tolerance("tolerance_below"), tolerance("tolerance_above"));
+    if (tolerances.first > 0.0 || tolerances.second > 0.0) {
+      goal.joint_tolerances.emplace(name.text(), tolerances);
+    }
   }
   for (const YamlValue& constraint : constraints.elements("position_constraints")) {
     goal.positions.push_back(ReadPositionTarget(constraint));

@@ -5,6 +5,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "kavo/formats/scene_file_options.h"
@@ -49,8 +50,9 @@ struct Request {
 
   //! One alternative goal: all that it holds has to be so together. At least one of the three is not empty.
   struct Goal {
-    //! Joint values by name.
+    //! Joint values by name, and how far a joint may be below and above its own, where it may.
     std::map<std::string, double> joints;
+    std::map<std::string, std::pair<double, double>> joint_tolerances;
     std::vector<PositionTarget> positions;
     std::vector<OrientationTarget> orientations;
   };
@@ -79,8 +81,8 @@ struct Request {
 //! Reads a motion-plan request in YAML: `group_name`, `start_state.joint_state`, and `goal_constraints[]`
 //! with `joint_constraints[]`, `position_constraints[]` or `orientation_constraints[]`;
 //! `allowed_planning_time` (zero for none) and `num_planning_attempts`; `max_velocity_scaling_factor` and
-//! `max_acceleration_scaling_factor` (zero for none). The tolerances of joints and all weights are ignored,
-//! as is the choice of a planner. Constraints on visibility, the path or the trajectory are listed as not
+//! `max_acceleration_scaling_factor` (zero for none). All weights are ignored, as is the choice of
+//! a planner. Constraints on visibility, the path or the trajectory are listed as not
 //! honoured.
 //!
 //! Throws `FileError` for a file that cannot be read or does not have this form.

@@ -77,6 +77,11 @@ Json GoalToJson(const PoseGoal& goal) {
   }
   return json;
 }
+Json GoalToJson(const ConfigurationGoal& goal) {
+  return {{"configuration", ToArray(goal.configuration)},
+          {"below", ToArray(goal.below)},
+          {"above", ToArray(goal.above)}};
+}
 Json GoalToJson(const Goal& goal) {
   return std::visit([](const auto& either) { return GoalToJson(either); }, goal);
 }

@@ -245,6 +245,15 @@ goal_constraints:
   EXPECT_EQ(ReadFile(folder_ / "path.csv"), path);
   EXPECT_THAT(at_once.output, AllOf(HasSubstr("goal 2 of 2 reached: configuration 1.5,0.5\n"),
                                     HasSubstr("goal 1 left out: frame 'lower' reaches 350 mm into 'peg'")));
+  // Into the peg, but for what is tolerated.
+  const std::string wide =
+      folder_.Write("wide.yaml", R"(start_state: {joint_state: {name: [shoulder], position: [1]}}
+goal_constraints:
+  - joint_constraints: [{joint_name: shoulder, position: 0, tolerance_above: 0.5, tolerance_below: 0.1}]
+)");
+  EXPECT_THAT(RunKavo(Plan({"--request", wide})).output, HasSubstr("check: proven free"));
+  EXPECT_THAT(RunKavo(Plan({"--request", wide, "--planner", "rrt_connect"})).output,
+              HasSubstr("the goal is not valid"));
   // A path that fails the check is not lost to a goal that cannot be reached.
   const std::string bad_first =
       folder_.Write("bad_first.yaml", R"(start_state: {joint_state: {name: [shoulder], position: [1]}}

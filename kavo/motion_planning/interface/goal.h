@@ -87,7 +87,16 @@ struct PoseError {
 //! here.
 KAVO_EXPORT PoseError ErrorOf(const PoseGoal& goal, const Pose3& tool);
 
-//! One of several goals: a configuration, or the pose of a frame.
-using Goal = std::variant<Eigen::VectorXd, PoseGoal>;
+//! A configuration, and how far each coordinate may be from it.
+struct ConfigurationGoal {
+  //! What is aimed at: the goal wherever it can be.
+  Eigen::VectorXd configuration;
+  //! Not negative, one for each coordinate; radians or metres.
+  Eigen::VectorXd below;
+  Eigen::VectorXd above;
+};
+
+//! One of several goals: a configuration, the pose of a frame, or a configuration with tolerances.
+using Goal = std::variant<Eigen::VectorXd, PoseGoal, ConfigurationGoal>;
 
 }  // namespace kavo

@@ -25,6 +25,9 @@ constexpr double kShrunk = 0.95;
 // Configurations and restarts of one draw from one pose.
 constexpr std::size_t kAtOnce = 4;
 constexpr std::uint64_t kRestartsAtOnce = 64;
+// Random configurations of one draw within the tolerances of a configuration, and draws from it.
+constexpr std::uint64_t kTriesAtOnce = 64;
+constexpr std::uint64_t kMostDraws = 64;
 // Restarts after which a pose that no configuration has is out of reach, one of which none is usable is
 // given up, and one is used up that brings nothing new.
 constexpr std::uint64_t kRestartsToReach = 256;
@@ -187,10 +190,12 @@ GoalDraws::GoalDraws(const std::vector<Goal>& goals, const Eigen::VectorXd& q_in
   KAVO_CHECK(!goals.empty(), kFile, 5) << "A query needs a goal.";
   for (std::size_t i = 0; i < goals.size(); ++i) {
     if (const auto* q = std::get_if<Eigen::VectorXd>(&goals[i])) {
-      KAVO_CHECK(q->size() == q_initial.size(), kFile, 6)
-          << "Goal " << i << " has [" << q->size() << "] coordinates, the robot [" << q_initial.size()
-          << "].";
-      configurations_.emplace_back(i, *q);
+      const Eigen::VectorXd zero = Eigen::VectorXd::Zero(q_initial.size());
+      AddRange(i, {*q, zero, zero});
+      continue;
+    }
+    if (const auto* range = std::get_if<ConfigurationGoal>(&goals[i])) {
+      AddRange(i, *range);
       continue;
     }
     PoseGoal pose = std::get<PoseGoal>(goals[i]);
@@ -207,11 +212,13 @@ GoalDraws::GoalDraws(const std::vector<Goal>& goals, const Eigen::VectorXd& q_in
 
 std::optional<std::vector<Eigen::VectorXd>> GoalDraws::Draw() {
   std::vector<Eigen::VectorXd> drawn;
-  for (const auto& [goal, q] : configurations_) {
-    TakeConfiguration(goal, q, drawn);
+  bool may_go_on = false;
+  for (Range& range : ranges_) {
+    if (!range.is_exhausted) {
+      may_go_on = true;
+      DrawRange(range, drawn);
+    }
   }
-  bool may_go_on = !configurations_.empty();
-  configurations_.clear();
   for (Pose& pose : poses_) {
     if (!pose.is_exhausted) {
       may_go_on = true;
@@ -221,14 +228,56 @@ std::optional<std::vector<Eigen::VectorXd>> GoalDraws::Draw() {
   return may_go_on ? std::optional(std::move(drawn)) : std::nullopt;
 }
 
-void GoalDraws::TakeConfiguration(std::size_t goal, const Eigen::VectorXd& q,
+void GoalDraws::AddRange(std::size_t goal, const ConfigurationGoal& range) {
+  for (const Eigen::VectorXd* q : {&range.configuration, &range.below, &range.above}) {
+    KAVO_CHECK(q->size() == q_initial_.size(), kFile, 6)
+        << "Goal " << goal << " has [" << q->size() << "] coordinates, the robot [" << q_initial_.size()
+        << "].";
+  }
+  KAVO_CHECK((range.below.array() >= 0.0).all() && (range.above.array() >= 0.0).all(), kFile, 7)
+      << "The tolerances of a goal must not be negative.";
+  const kinematics::ConfigurationLimits& limits = environment_.CSpaceCoordLimits();
+  const Eigen::VectorXd& q = range.configuration;
+  ranges_.push_back({goal, q, (q - range.below).cwiseMax(limits.Min()),
+                     (q + range.above).cwiseMin(limits.Max()),
+                     util::RandomGenerator<double>(static_cast<std::uint32_t>(config_.seed))});
+  ranges_.back().generator.SetRange(0.0, 1.0);
+}
+
+// What is aimed at first; then, if it is of no use, and whenever the search goes on, others within the range.
+void GoalDraws::DrawRange(Range& range, std::vector<Eigen::VectorXd>& drawn) {
+  std::size_t num_taken =
+      range.num_draws == 0 && TakeConfiguration(range.goal, range.aim, drawn) ? kAtOnce : 0;
+  const bool has_width = (range.max - range.min).maxCoeff() > 0.0;
+  for (std::uint64_t i = 0; has_width && i < kTriesAtOnce && num_taken < kAtOnce; ++i) {
+    Eigen::VectorXd q = range.aim;
+    for (Eigen::Index k = 0; k < q.size(); ++k) {
+      if (range.min[k] < range.max[k]) {
+        q[k] =
+            std::min(range.min[k] + range.generator.Sample() * (range.max[k] - range.min[k]), range.max[k]);
+      }
+    }
+    num_taken += TakeConfiguration(range.goal, q, drawn) ? 1 : 0;
+  }
+  ++range.num_draws;
+  range.is_exhausted = !has_width || range.num_draws >= kMostDraws ||
+                       reports_[range.goal].num_configurations >= config_.max_pose_configurations;
+}
+
+bool GoalDraws::TakeConfiguration(std::size_t goal, const Eigen::VectorXd& q,
                                   std::vector<Eigen::VectorXd>& drawn) {
+  GoalReport& report = reports_[goal];
   if (environment_.IsValidMotion(q, q, config_.step_size)) {
     Take(goal, q, drawn);
-  } else {
-    reports_[goal].fault = environment_.FindFault(q);
-    reports_[goal].is_too_close = !reports_[goal].fault;
+    report.fault.reset();
+    return true;
   }
+  if (report.num_configurations == 0 && !report.fault && !report.is_too_close) {
+    report.fault = environment_.FindFault(q);
+    report.is_too_close = !report.fault;
+  }
+  ++report.num_rejected;
+  return false;
 }
 
 void GoalDraws::DrawPose(Pose& pose, std::vector<Eigen::VectorXd>& drawn) {

@@ -15,6 +15,7 @@
 #include "kavo/motion_planning/interface/goal.h"
 #include "kavo/motion_planning/interface/goal_report.h"
 #include "kavo/motion_planning/interface/motion_planner_config.h"
+#include "kavo/util/random_generator.h"
 
 namespace kavo::planning::internal {
 
@@ -64,7 +65,20 @@ class GoalDraws {
     bool is_exhausted = false;
   };
 
-  void TakeConfiguration(std::size_t goal, const Eigen::VectorXd& q, std::vector<Eigen::VectorXd>& drawn);
+  // Configurations within limits of their own.
+  struct Range {
+    std::size_t goal;
+    Eigen::VectorXd aim;
+    Eigen::VectorXd min;
+    Eigen::VectorXd max;
+    util::RandomGenerator<double> generator;
+    std::uint64_t num_draws = 0;
+    bool is_exhausted = false;
+  };
+
+  void AddRange(std::size_t goal, const ConfigurationGoal& range);
+  bool TakeConfiguration(std::size_t goal, const Eigen::VectorXd& q, std::vector<Eigen::VectorXd>& drawn);
+  void DrawRange(Range& range, std::vector<Eigen::VectorXd>& drawn);
   void DrawPose(Pose& pose, std::vector<Eigen::VectorXd>& drawn);
   bool IsUsable(Pose& pose, const Eigen::VectorXd& q);
   bool IsWithin(const Pose& pose, const Eigen::VectorXd& q) const;
@@ -75,7 +89,7 @@ class GoalDraws {
   const MotionPlannerConfig& config_;
   const RobotEnvironment& environment_;
   std::unique_ptr<Kinematics> kinematics_;
-  std::vector<std::pair<std::size_t, Eigen::VectorXd>> configurations_;
+  std::vector<Range> ranges_;
   std::vector<Pose> poses_;
   std::vector<Eigen::VectorXd> drawn_;
   std::vector<std::size_t> goal_of_drawn_;

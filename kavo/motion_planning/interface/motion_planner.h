@@ -220,8 +220,8 @@ class KAVO_EXPORT MotionPlanner {
                                         const planning::LineOptions& options) = 0;
 
   //! A path of several stages, one after another, such as to a pose beside an object and on along a line.
-  //! Where lines follow, a stage ends only in configurations from which they can be gone. Fatal without a
-  //! stage, and as `planToGoals` and `planLine`. `queryReport` is of the last stage tried.
+  //! Where lines follow a pose, it is taken only in configurations from which they can be gone. Fatal without
+  //! a stage, and as `planToGoals` and `planLine`. `queryReport` is of the last stage tried.
   //!
   //! @code
   //! const std::shared_ptr<kavo::RobotDescription> robot = kavo::LoadFrankaRobotDescription();

@@ -191,6 +191,18 @@ TEST_F(GoalsTest, SaysWhichGoalWasReachedAndWhyOthersWereNot) {
     EXPECT_EQ(planner_->planToGoals(start_, c.goals, false).path_found, c.status == SearchStatus::kFound);
     EXPECT_EQ(planner_->queryReport().status, c.status);
   }
+  // Within the floor as it is aimed at, but not all that is tolerated.
+  Eigen::VectorXd low = start_;
+  low[1] = 1.1;
+  const Eigen::VectorXd below = Eigen::VectorXd::Zero(7);
+  Eigen::VectorXd above = below;
+  above[3] = 2.0;
+  const auto in_range = planner_->planToGoals(start_, {ConfigurationGoal{low, below, above}}, false);
+  ASSERT_TRUE(in_range.path_found);
+  const Eigen::VectorXd off = in_range.path.back() - low;
+  EXPECT_TRUE(off[3] > 0.0 && off[3] <= 2.0) << off.transpose();
+  EXPECT_EQ(off.norm(), off[3]);
+  EXPECT_FALSE(planner_->planToGoals(start_, {ConfigurationGoal{low, below, below}}, false).path_found);
   planner_->setStopCondition([] { return true; });
   planner_->planToGoals(start_, goals, false);
   EXPECT_EQ(planner_->queryReport().status, SearchStatus::kStopped);
