@@ -24,40 +24,51 @@ bool IsOfMotions(const QueryReport& report) {
   return report.planner == ToString(planning::CSpacePlanner::kBiRrt) || IsOfLine(report);
 }
 
-// "on segment 2 of 3 at 45 %".
-std::string Where(const planning::PathPlace& place, std::size_t num_segments) {
-  if (num_segments == 0) {
+// How places along a path are told.
+struct Segments {
+  std::size_t count;
+  // When they begin and end; empty for a path without time.
+  const std::vector<double>& times;
+};
+
+// "on segment 2 of 3 at 45 %", "at 1.2 s".
+std::string Where(const planning::PathPlace& place, const Segments& segments) {
+  if (segments.count == 0) {
     return "at the only configuration";
   }
-  return "on segment " + std::to_string(place.segment + 1) + " of " + std::to_string(num_segments) + " at " +
-         Number(place.fraction * 100.0, 3) + " %";
+  if (!segments.times.empty()) {
+    const double begin = segments.times[place.segment];
+    return "at " + Number(begin + place.fraction * (segments.times[place.segment + 1] - begin)) + " s";
+  }
+  return "on segment " + std::to_string(place.segment + 1) + " of " + std::to_string(segments.count) +
+         " at " + Number(place.fraction * 100.0, 3) + " %";
 }
 
 std::string Bad(const char* what, const planning::PathCheck::Bad& bad, const RobotDescription& robot,
-                std::size_t num_segments) {
-  return std::string("  ") + what + ": " + Where(bad.place, num_segments) + ", " +
+                const Segments& segments) {
+  return std::string("  ") + what + ": " + Where(bad.place, segments) + ", " +
          Configuration(bad.place.configuration) + "\n    " + Explain(bad.fault, robot) + "\n";
 }
 
 // The smallest distances along a path, in lines.
 template <typename Found>
-std::string Nearest(const Found& found, const RobotDescription& robot, std::size_t num_segments) {
+std::string Nearest(const Found& found, const RobotDescription& robot, const Segments& segments) {
   std::string text;
   if (found.clearance) {
     text += "  smallest clearance: " + Distance(found.clearance->distance) + " between frame " +
             Quoted(found.clearance->frame) + " and " + Obstacle(found.clearance->obstacle_name) + ", " +
-            Where(found.clearance->place, num_segments) + "\n";
+            Where(found.clearance->place, segments) + "\n";
   }
   if (found.self_clearance) {
     text += "  smallest clearance from itself: " + Distance(found.self_clearance->distance) +
             " between frames " + Quoted(found.self_clearance->frames[0]) + " and " +
-            Quoted(found.self_clearance->frames[1]) + ", " +
-            Where(found.self_clearance->place, num_segments) + "\n";
+            Quoted(found.self_clearance->frames[1]) + ", " + Where(found.self_clearance->place, segments) +
+            "\n";
   }
   if (found.limit_margin) {
     text += "  nearest to a limit: joint " + Quoted(robot.cSpaceCoordName(found.limit_margin->coordinate)) +
             ", " + Number(found.limit_margin->distance, 3) + " from it, " +
-            Where(found.limit_margin->place, num_segments) + "\n";
+            Where(found.limit_margin->place, segments) + "\n";
   }
   return text;
 }
@@ -172,13 +183,14 @@ std::string Explain(const planning::PathCheck& check, const RobotDescription& ro
   text += std::to_string(check.num_configurations) + " configurations, " + Number(step_size) +
           " apart or nearer\n  self-collision: " + scope.SelfCollision() + "\n";
   if (check.first_bad) {
-    text += Bad("first bad", *check.first_bad, robot, num_segments);
+    text += Bad("first bad", *check.first_bad, robot, {num_segments, {}});
   }
-  return text + Nearest(check, robot, num_segments);
+  return text + Nearest(check, robot, {num_segments, {}});
 }
 
 std::string Explain(const planning::PathProof& proof, const RobotDescription& robot, const Scope& scope,
-                    std::size_t num_segments, const planning::PathProofOptions& options) {
+                    std::size_t num_segments, const planning::PathProofOptions& options,
+                    const std::vector<double>& times) {
   using Verdict = planning::PathProof::Verdict;
   std::string text;
   if (proof.IsFree()) {
@@ -194,9 +206,9 @@ std::string Explain(const planning::PathProof& proof, const RobotDescription& ro
   text += proof.verdict == Verdict::kBeyondLimits ? "; nothing else was looked at\n"
                                                   : "\n  self-collision: " + scope.SelfCollision() + "\n";
   if (proof.bad) {
-    text += Bad("bad", *proof.bad, robot, num_segments);
+    text += Bad("bad", *proof.bad, robot, {num_segments, times});
   }
-  return text + Nearest(proof, robot, num_segments);
+  return text + Nearest(proof, robot, {num_segments, times});
 }
 
 }  // namespace kavo::command

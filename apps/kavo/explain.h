@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <string>
+#include <vector>
 
 #include "apps/kavo/input_rules.h"
 #include "kavo/kinematics/interface/robot_description.h"
@@ -37,7 +38,9 @@ std::string Explain(const planning::PathCheck& check, const RobotDescription& ro
 
 //! What a proof found, likewise.
 //! \param options That it was made with.
+//! \param times Of a path in time, when the segments begin and end; places are told by them then.
 std::string Explain(const planning::PathProof& proof, const RobotDescription& robot, const Scope& scope,
-                    std::size_t num_segments, const planning::PathProofOptions& options);
+                    std::size_t num_segments, const planning::PathProofOptions& options,
+                    const std::vector<double>& times = {});
 
 }  // namespace kavo::command

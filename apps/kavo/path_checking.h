@@ -8,6 +8,9 @@
 #include "apps/kavo/progress.h"
 #include "apps/kavo/situation.h"
 #include "kavo/formats/result_file.h"
+#include "kavo/motion_planning/trajectory/motion_limits.h"
+#include "kavo/motion_planning/trajectory/sample_interpolation.h"
+#include "kavo/motion_planning/trajectory/trajectory.h"
 
 namespace kavo::command {
 
@@ -22,5 +25,12 @@ struct CheckedPath {
 //! Proves a path, or with a step size checks configurations no farther apart than it; until a signal comes.
 CheckedPath CheckAlong(const std::vector<Eigen::VectorXd>& path, const Situation& situation,
                        const std::optional<double>& step_size, Progress& progress);
+
+//! Proves what a controller runs that interpolates samples, and looks at how fast it goes.
+//! \param samples Ascending in time, see `planning::FindRatePeaks`.
+//! \param limits Infinite where none is known.
+CheckedPath CheckSamples(const std::vector<planning::Trajectory::State>& samples,
+                         planning::SampleInterpolation interpolation, const planning::MotionLimits& limits,
+                         const Situation& situation, Progress& progress);
 
 }  // namespace kavo::command

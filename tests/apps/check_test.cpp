@@ -82,5 +82,57 @@ TEST_F(CheckTest, TakesNamedJointsInAnyOrderAndStandardInput) {
   }
 }
 
+// The velocities of both joints are limited to 1 by the URDF, that of the shoulder to less by a file, and of
+// its acceleration only the file knows.
+TEST_F(CheckTest, LooksAtTrajectories) {
+  const std::string limits =
+      folder_.Write("limits.yaml", "joint_limits: {shoulder: {max_velocity: 0.8, max_acceleration: 4}}\n");
+  const std::string message =
+      "joint_names: [elbow, shoulder]\npoints:\n"
+      "- {positions: [0, 1], velocities: [0, 0], time_from_start: {sec: 0, nanosec: 0}}\n"
+      "- {positions: [0, 0.5], velocities: [0, 0], time_from_start: {sec: 1, nanosec: 0}}\n";
+  const struct {
+    std::string text;
+    bool has_limits;
+    int status;
+    std::string found;
+  } rows[] = {
+      {message, false, 0, "2 samples, 1 s, cubic between them: proven free at every configuration"},
+      {message, false, 0, "  smallest clearance: 640 mm between frame 'lower' and 'peg', at 1 s\n"},
+      {message, true, 0,
+       "  velocity between samples: 93.75 % of its limit, joint 'shoulder' with 0.75 of 0.8 at 0.5 s\n"
+       "  acceleration between samples: 75 % of its limit, joint 'shoulder' with 3 of 4 at 0 s\n"
+       "  acceleration: no limit is known of 1 of 2 joints\n"},
+      {"time,shoulder,elbow\n0,1,0\n0.6,0.5,0\n", false, 0, "linear between them: proven free"},
+      {"time,shoulder,elbow\n0,1,0\n0.6,0.5,0\n", true, 1, "NOT within limits of velocity; proven free"},
+      {"time,shoulder,elbow\n3,1,0\n", true, 0, "1 samples, 0 us, linear between them: proven free"},
+      // It swings through the peg, which no straight line between the samples would.
+      {"time,shoulder,elbow,shoulder/velocity,elbow/velocity\n0,0.5,0,-3,0\n1,0.5,0,3,0\n", false, 1,
+       "NOT within limits of velocity; NOT proven free: touches\n"},
+      {"time,shoulder,elbow,shoulder/velocity,elbow/velocity\n0,0.5,0,-0.9,0\n2,0.5,0,0.9,0\n", false, 1,
+       "cubic between them: NOT proven free: touches\n"},
+      {"time,shoulder,elbow,shoulder/velocity,elbow/velocity,shoulder/acceleration,elbow/acceleration\n"
+       "0,1,0,0,0,4.1,0\n5,1,0,0,0,0,0\n",
+       true, 1, "quintic between them: NOT within limits of acceleration; proven free"},
+      {"time,shoulder,elbow\n0,2.9,0\n1,3.1,0\n", false, 1,
+       "beyond limits; nothing else was looked at\n  bad: at 1 s, 3.1,0"},
+      {"time,shoulder,elbow,shoulder/velocity,elbow/velocity\n0,2.9,0,1,0\n1,2.9,0,-1,0\n", false, 1,
+       "bad: at 0.5 s, 3.15,0\n    joint 'shoulder' is at 3.15, outside its limits"},
+      {"time,shoulder,elbow\n0,1,0\n1,1,0\n1,0.9,0\n", false, 1,
+       "NOT in order: sample 3 is at 1 s, the one before at 1 s; nothing else was looked at"},
+      {"time,shoulder\n0,1\n", false, 2, ""},
+  };
+  for (const auto& row : rows) {
+    std::vector<std::string> arguments = {"--trajectory", folder_.Write("trajectory", row.text)};
+    if (row.has_limits) {
+      arguments.insert(arguments.end(), {"--joint-limits", limits});
+    }
+    const Outcome outcome = Run(arguments);
+    EXPECT_EQ(outcome.status, row.status) << row.text << outcome.errors;
+    EXPECT_THAT(outcome.output, HasSubstr(row.found)) << row.text;
+  }
+  EXPECT_THAT(Run({}).errors, HasSubstr("expected one of --path and --trajectory"));
+}
+
 }  // namespace
 }  // namespace kavo::testing

@@ -12,6 +12,8 @@ namespace {
 
 constexpr char kFile[] = "motion_planning/trajectory/trajectory";
 constexpr double kMostSamples = 1e7;
+// Of a period: the last sample but the end itself is no nearer to the end than this.
+constexpr double kLeastShare = 1e-3;
 
 // The motion of one coordinate on one piece.
 class Polynomial {
@@ -91,7 +93,9 @@ std::vector<Trajectory::State> Trajectory::Samples(double period) const {
       << "A period must be positive and give less than " << kMostSamples << " samples of " << Duration()
       << " s, got " << period << ".";
   std::vector<State> samples;
-  for (double k = 0.0; k * period < Duration(); k += 1.0) {
+  // Controllers divide by the time between samples: not by what rounding leaves of a period.
+  const double last = Duration() - kLeastShare * period;
+  for (double k = 0.0; k * period < last || (k == 0.0 && Duration() > 0.0); k += 1.0) {
     samples.push_back(At(k * period));
   }
   samples.push_back(At(Duration()));

@@ -49,8 +49,9 @@ class KAVO_EXPORT Trajectory {
   //! zero.
   State At(double time) const;
 
-  //! The states at all multiples of a period, and at the end. A period that is not positive, or one that
-  //! gives more than ten million samples, is a fatal error.
+  //! The states at all multiples of a period, but for one that is within a thousandth of a period of the end,
+  //! and at the end. A period that is not positive, or one that gives more than ten million samples, is a
+  //! fatal error.
   std::vector<State> Samples(double period) const;
 
   //! When each waypoint of the path is passed: where its corner is blended, the middle of the blend.

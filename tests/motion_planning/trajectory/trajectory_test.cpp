@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <map>
 #include <random>
 #include <string>
 #include <vector>
@@ -13,6 +14,7 @@
 #include "kavo/motion_planning/trajectory/blended_path.h"
 #include "kavo/motion_planning/trajectory/jerk_limited.h"
 #include "kavo/motion_planning/trajectory/sample_interpolation.h"
+#include "kavo/motion_planning/trajectory/sample_limits.h"
 #include "kavo/motion_planning/trajectory/time_optimal.h"
 #include "tests/motion_planning/scripted_environment.h"
 #include "tests/support/vectors.h"
@@ -220,6 +222,8 @@ TEST(TrajectoryTest, SamplesAtAPeriodAndAtTheEnd) {
   EXPECT_EQ(samples[4].time, trajectory.Duration());
   EXPECT_NEAR(samples[3].velocity[0], 1.0, 1e-8);
   EXPECT_EQ(samples[4].position, Vector2d(3.0, 0.0));
+  // The last multiple is the end but for rounding.
+  EXPECT_EQ(trajectory.Samples(trajectory.Duration() / 7.0 * (1.0 - 1e-12)).size(), 8u);
 }
 
 // Against the largest of many differences, which a bound is above, but not far.
@@ -278,6 +282,68 @@ TEST(TrajectoryTest, HasTheSameBitsEverywhere) {
   const Trajectory smooth = Timed(path, limits, 0.03);
   EXPECT_EQ(smooth.Duration(), 5.3623552673773975);
   EXPECT_EQ(smooth.At(2.0).position[0], 1.2633530343183563);
+}
+
+// Of random trajectories that use all of their limits: whatever controllers make of their samples is allowed,
+// the peaks are those of dense samples of what they run, and a little faster is too fast.
+TEST(TrajectoryTest, PeaksOfSamplesAreFoundAndAllowedOnlyWithinLimits) {
+  std::mt19937 engine(8);
+  std::map<bool, double> most;
+  for (int round = 0; round < 60; ++round) {
+    Path path(static_cast<std::size_t>(2 + round % 4));
+    for (Eigen::VectorXd& q : path) {
+      q = RandomVec(engine, 2, -2.0, 2.0);
+    }
+    const MotionLimits limits{RandomVec(engine, 2, 0.5, 2.0), RandomVec(engine, 2, 0.5, 8.0), {}};
+    const auto samples = Timed(path, limits, round % 2 * 0.1).Samples(round % 3 == 0 ? 0.3 : 0.02);
+    for (const auto interpolation :
+         {SampleInterpolation::kLinear, SampleInterpolation::kCubic, SampleInterpolation::kQuintic}) {
+      SCOPED_TRACE(ToString(interpolation) + std::to_string(round));
+      const bool is_linear = interpolation == SampleInterpolation::kLinear;
+      // Of what is between samples, in this order.
+      Eigen::Array2d dense = Eigen::Array2d::Zero();
+      for (std::size_t i = 1; i < samples.size(); ++i) {
+        const double period = samples[i].time - samples[i - 1].time;
+        const Eigen::MatrixXd rates =
+            math::BezierDerivative(InterpolationCurve(samples[i - 1], samples[i], interpolation)) / period;
+        for (double t = 0.0; t <= 1.0; t += 0.125) {
+          const Eigen::VectorXd bend = math::BezierPoint(math::BezierDerivative(rates), t) / period;
+          dense[0] = std::max(dense[0], LargestShare(math::BezierPoint(rates, t), limits.velocity));
+          dense[1] = std::max(dense[1], LargestShare(bend, limits.acceleration));
+        }
+      }
+      // What is allowed of velocities differs from one time between samples to the next, unless nothing
+      // limits accelerations.
+      MotionLimits only_velocity = limits;
+      only_velocity.acceleration.setConstant(testing::kInf);
+      const auto peaks = FindRatePeaks(samples, interpolation, limits);
+      for (const bool is_acceleration : {false, true}) {
+        for (const RatePeak& peak :
+             is_acceleration ? peaks : FindRatePeaks(samples, interpolation, only_velocity)) {
+          EXPECT_FALSE(peak.IsBeyond()) << peak.value << " " << peak.allowed;
+          if (peak.is_interpolated && peak.is_acceleration == is_acceleration &&
+              !(is_linear && is_acceleration)) {
+            const double use = peak.value / peak.limit;
+            EXPECT_GE(use, dense[is_acceleration ? 1 : 0] * (1.0 - 1e-9));
+            EXPECT_LE(use, dense[is_acceleration ? 1 : 0] * 1.05);
+            most[is_acceleration] = std::max(most[is_acceleration], use);
+          }
+        }
+      }
+      auto faster = samples;
+      for (auto& sample : faster) {
+        sample.time /= 1.2;
+        sample.velocity *= 1.2;
+        sample.acceleration *= 1.44;
+      }
+      const auto faster_peaks = FindRatePeaks(faster, interpolation, limits);
+      EXPECT_TRUE(is_linear || std::any_of(faster_peaks.begin(), faster_peaks.end(),
+                                           [](const RatePeak& peak) { return peak.IsBeyond(); }));
+    }
+  }
+  // Interpolation does exceed what it interpolates.
+  EXPECT_GT(most[false], 1.005);
+  EXPECT_GT(most[true], 1.3);
 }
 
 }  // namespace
