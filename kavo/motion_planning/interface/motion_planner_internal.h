@@ -9,10 +9,9 @@
 #include <vector>
 
 #include "kavo/motion_planning/environment/robot_environment.h"
-#include "kavo/motion_planning/interface/goal_draws_internal.h"
 #include "kavo/motion_planning/interface/motion_planner.h"
 #include "kavo/motion_planning/interface/motion_planner_config.h"
-#include "kavo/motion_planning/rrt/bi_rrt.h"
+#include "kavo/motion_planning/interface/motion_queries_internal.h"
 #include "kavo/motion_planning/rrt/jt_rrt.h"
 #include "kavo/motion_planning/rrt/rrt.h"
 #include "kavo/motion_planning/tree/tree.h"
@@ -53,25 +52,16 @@ class KAVO_INTERNAL_EXPORT MotionPlannerInternal final : public MotionPlanner {
   void createRrtConnect();
   void createJtRrt();
   std::shared_ptr<RobotEnvironment> makeRobotEnvironment(int c_space_seed) const;
-  void createBiRrt();
 
   Results plan(RRT& planner, const Eigen::VectorXd& q_initial, const Eigen::VectorXd& target,
                std::array<const std::unique_ptr<Tree>*, 2> trees, bool generate_interpolated_path);
   Results generateResults(const std::optional<std::vector<std::shared_ptr<Node>>>& nodes,
                           bool generate_interpolated_path);
-  // Asks the planner of motions for a connection by a function.
-  template <typename Connect>
-  Results planByMotions(const Connect& connect, bool generate_interpolated_path);
-  Results planToConfiguration(const Eigen::VectorXd& q_initial, const Eigen::VectorXd& q_target,
-                              bool generate_interpolated_path);
-  LineMotion followLine(const Eigen::VectorXd& q_initial, const PoseGoal& goal, const LineOptions& options,
-                        internal::PoseSolvers& solvers);
-  RobotEnvironment& environmentOfMotions();
-  internal::PoseSolvers& poseSolvers();
-  void reportRawPath(const std::vector<Eigen::VectorXd>& path);
-  void reportWork(const RobotEnvironment::Statistics& before, const RobotEnvironment::Statistics& after);
-  std::optional<std::size_t> findInvalid(const RobotEnvironment& environment,
-                                         const std::vector<Eigen::VectorXd>& configurations) const;
+  // That of the planner by motions, made when it is asked for first.
+  internal::MotionQueries& byMotions();
+  // Has it answer a query, and takes over its report.
+  template <typename Query>
+  auto ask(const Query& query);
 
   WorldView world_view_;
   std::shared_ptr<RobotDescription> robot_description_;
@@ -87,11 +77,9 @@ class KAVO_INTERNAL_EXPORT MotionPlannerInternal final : public MotionPlanner {
   std::unique_ptr<Tree> jt_rrt_c_space_tree_;
   std::unique_ptr<Tree> jt_rrt_task_space_tree_;
   std::shared_ptr<JtRRT> jt_rrt_;
-  // Made when they are used first. An environment apart, so that the others' random choices stay as they are.
-  std::shared_ptr<RobotEnvironment> bi_rrt_environment_;
-  std::shared_ptr<BiRRT> bi_rrt_;
-  // Likewise. Of the robot as it is.
-  std::optional<internal::PoseSolvers> pose_solvers_;
+  // Made when it is used first. With an environment apart, so that the others' random choices stay as they
+  // are.
+  std::optional<internal::MotionQueries> by_motions_;
   bool needs_rebuild_ = false;
   bool has_warned_of_weights_ = false;
   StopCondition stop_condition_;
