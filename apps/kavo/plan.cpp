@@ -148,14 +148,17 @@ class Planning {
     const Attempt attempt = TryAll();
     if (attempt.results.path_found && attempt.IsGood() && trajectory_.IsWanted()) {
       made_trajectory_ = trajectory_.Make(attempt.results.path, EndsOfStages(attempt), situation_,
-                                          velocity_scaling_, acceleration_scaling_, situations_.GetNotes());
+                                          velocity_scaling_, acceleration_scaling_,
+                                          attempt.check && !options_.check_step, situations_.GetNotes());
     }
     Print(attempt);
     WriteFiles(attempt);
-    return attempt.IsGood() ? kDone : kNoPath;
+    return attempt.IsGood() && (!made_trajectory_ || HasGoodTrajectory()) ? kDone : kNoPath;
   }
 
  private:
+  bool HasGoodTrajectory() const { return made_trajectory_ && made_trajectory_->is_good; }
+
   // Waypoints at which something is done before the robot goes on.
   static std::vector<std::size_t> EndsOfStages(const Attempt& attempt) {
     std::vector<std::size_t> ends;
@@ -281,7 +284,7 @@ class Planning {
     const bool found = attempt.results.path_found;
     const bool is_csv = csv_file_.IsStandardOutput() || options_.quiet;
     if (trajectory_.File().IsStandardOutput()) {
-      std::cout << (made_trajectory_ ? made_trajectory_->contents : "");
+      std::cout << (HasGoodTrajectory() ? made_trajectory_->contents : "");
     } else if (json_file_.IsStandardOutput()) {
       std::cout << formats::ToJson(Record(attempt));
     } else if (!is_csv) {
@@ -311,7 +314,7 @@ class Planning {
     if (csv_file_.IsFile() && attempt.results.path_found) {
       write(csv_file_, formats::ToCsv(JointNames(Robot()), attempt.results.path));
     }
-    if (trajectory_.File().IsFile() && made_trajectory_) {
+    if (trajectory_.File().IsFile() && HasGoodTrajectory()) {
       write(trajectory_.File(), made_trajectory_->contents);
     }
     if (!failures.empty()) {

@@ -7,10 +7,13 @@
 #include <limits>
 
 #include "apps/kavo/command.h"
+#include "apps/kavo/explain.h"
 #include "apps/kavo/help.h"
+#include "apps/kavo/interrupt.h"
 #include "apps/kavo/robot_options.h"
 #include "apps/kavo/text.h"
 #include "kavo/motion_planning/trajectory/sample_interpolation.h"
+#include "kavo/motion_planning/util/path_proof.h"
 #include "kavo/util/parse_number.h"
 
 namespace kavo::command {
@@ -109,6 +112,22 @@ std::string CornersText(const formats::TrajectoryRecord& record) {
     text += " (" + std::to_string(record.num_tightened) + " more closely, since something is near)";
   }
   return text + ", " + Count(record.num_stops, "stop");
+}
+
+// Of a path that was proven with its corners.
+void Prove(const planning::BlendedPath& path, const Situation& situation, MadeTrajectory& made) {
+  std::vector<Eigen::MatrixXd> pieces;
+  for (const planning::BlendedPath::Piece& piece : path.Pieces()) {
+    pieces.push_back(piece.ControlPoints());
+  }
+  const planning::PathProof proof = planning::ProveCurves(
+      *situation.robot->description, situation.world.view(), pieces, {}, [] { return Signal() != 0; });
+  made.is_good = proof.IsFree();
+  made.record.verdict = proof.IsFree() ? situation.scope.Verdict(true) : ToString(proof.verdict);
+  made.text += (proof.IsFree() ? "; " : "; NOT proven free: ") + made.record.verdict;
+  if (proof.bad) {
+    made.text += " (" + Explain(proof.bad->fault, *situation.robot->description) + ")";
+  }
 }
 
 }  // namespace
@@ -210,7 +229,8 @@ planning::MotionLimits TrajectoryMaker::Limits(const formats::LoadedRobot& robot
 MadeTrajectory TrajectoryMaker::Make(const std::vector<Eigen::VectorXd>& path,
                                      const std::vector<std::size_t>& stops, const Situation& situation,
                                      const std::optional<double>& velocity_scaling,
-                                     const std::optional<double>& acceleration_scaling, Notes& notes) const {
+                                     const std::optional<double>& acceleration_scaling, bool proves,
+                                     Notes& notes) const {
   const planning::MotionLimits limits =
       Limits(*situation.robot, velocity_scaling, acceleration_scaling, notes);
   const TimedPath timed = TimePath(path, *situation.robot->description, situation.world.view(), limits,
@@ -237,9 +257,13 @@ MadeTrajectory TrajectoryMaker::Make(const std::vector<Eigen::VectorXd>& path,
   record.limits = limits;
   made.contents = ToText(ToFile(states, JointNames(*situation.robot->description)), form_);
   made.text = "trajectory: " + Number(record.duration, 4) + " s, " + Count(record.num_samples, "sample") +
-              "; " + CornersText(record) + "\n  between samples a controller leaves it by no more than " +
-              Number(record.cubic_deviation, 2) + " (cubic) or " + Number(record.quintic_deviation, 2) +
-              " (quintic) in any joint\n";
+              "; " + CornersText(record);
+  if (proves && !timed.path.Pieces().empty()) {
+    Prove(timed.path, situation, made);
+  }
+  made.text += "\n  between samples a controller leaves it by no more than " +
+               Number(record.cubic_deviation, 2) + " (cubic) or " + Number(record.quintic_deviation, 2) +
+               " (quintic) in any joint\n";
   return made;
 }
 

@@ -55,6 +55,8 @@ struct MadeTrajectory {
   formats::TrajectoryRecord record;
   //! Of the file of the trajectory.
   std::string contents;
+  //! Whether the way with its blends was proven, or nobody asked for that.
+  bool is_good = true;
 };
 
 //! Makes the trajectory that the options ask for, if they ask for one. Throws `UnusableInput` or
@@ -77,9 +79,10 @@ class TrajectoryMaker {
   //! \param velocity_scaling, acceleration_scaling Of a request; options go before them, and they before the
   //!     file of limits.
   //! \param stops Waypoints, by index, to stop at.
+  //! \param proves Whether the way with its blends is proven apart from what made it; until a signal comes.
   MadeTrajectory Make(const std::vector<Eigen::VectorXd>& path, const std::vector<std::size_t>& stops,
                       const Situation& situation, const std::optional<double>& velocity_scaling,
-                      const std::optional<double>& acceleration_scaling, Notes& notes) const;
+                      const std::optional<double>& acceleration_scaling, bool proves, Notes& notes) const;
 
  private:
   planning::MotionLimits Limits(const formats::LoadedRobot& robot,

@@ -173,6 +173,7 @@ Json TrajectoryToJson(const TrajectoryRecord& trajectory) {
           {"num_blends", trajectory.num_blends},
           {"num_tightened", trajectory.num_tightened},
           {"num_stops", trajectory.num_stops},
+          {"verdict", trajectory.verdict},
           {"cubic_deviation", trajectory.cubic_deviation},
           {"quintic_deviation", trajectory.quintic_deviation},
           {"velocity_limits", ToArray(limits.velocity)},

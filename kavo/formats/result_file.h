@@ -73,6 +73,9 @@ struct TrajectoryRecord {
   std::uint64_t num_blends = 0;
   std::uint64_t num_tightened = 0;
   std::uint64_t num_stops = 0;
+  //! What the way with its blends was proven to be, apart from what made it, or why it was not; empty where
+  //! nobody looked.
+  std::string verdict;
   //! How far a controller that interpolates the samples may be from the trajectory, in any coordinate.
   double cubic_deviation = 0.0;
   double quintic_deviation = 0.0;

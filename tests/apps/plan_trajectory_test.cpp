@@ -99,7 +99,8 @@ TEST_F(PlanTrajectoryTest, WritesSamplesInThreeForms) {
     EXPECT_NEAR(samples.accelerations[1][0], 2.0, 1e-6);
     if (c.file != "-") {
       EXPECT_THAT(plan.output,
-                  AllOf(HasSubstr("\ntrajectory: 1.5 s, 5 samples; 0 corners blended within 0.05, 0 stops\n"),
+                  AllOf(HasSubstr("\ntrajectory: 1.5 s, 5 samples; 0 corners blended within 0.05, 0 stops; "
+                                  "proven free\n"),
                         HasSubstr("between samples a controller leaves it by no more than 0.")));
     }
   }
@@ -117,6 +118,7 @@ TEST_F(PlanTrajectoryTest, BlendsCornersOrStopsAtThem) {
   const auto blended = record("0.1");
   const auto stopping = record("0");
   EXPECT_GT(blended["num_blends"], 0);
+  EXPECT_EQ(blended["verdict"], "proven free");
   EXPECT_EQ(stopping["num_blends"], 0);
   EXPECT_EQ(stopping["num_stops"], stopping["waypoint_times"].size() - 2);
   EXPECT_LT(blended["duration"], stopping["duration"]);
