@@ -33,12 +33,20 @@ TimedPath TimePath(const std::vector<Eigen::VectorXd>& path, const planning::Env
     return TimedPath{std::move(blended), std::move(trajectory)};
   };
   TimedPath timed = make();
-  if (timed.path.NumBlends() > 0) {
-    blend.deviation = 0.0;
-    TimedPath stopping = make();
-    if (stopping.trajectory.Duration() < timed.trajectory.Duration()) {
-      return stopping;
+  const auto try_another = [&] {
+    TimedPath other = make();
+    if (other.trajectory.Duration() < timed.trajectory.Duration()) {
+      timed = std::move(other);
     }
+  };
+  if (timed.path.NumBlends() > 0) {
+    if (options.limits_jerk) {
+      // Speed only changes between blends.
+      blend.largest_share = 0.25;
+      try_another();
+    }
+    blend.deviation = 0.0;
+    try_another();
   }
   return timed;
 }

@@ -13,8 +13,8 @@ namespace {
 
 constexpr char kFile[] = "motion_planning/trajectory/blended_path";
 
-// Of a segment. Two blends that share one leave a piece of it that is not lost in rounding.
-constexpr double kLargestShare = 0.4999995;
+// Two blends that share a segment leave a piece of it that is not lost in rounding.
+constexpr double kUsedOfShare = 1.0 - 1e-6;
 
 using Piece = BlendedPath::Piece;
 
@@ -139,7 +139,7 @@ Piece MakeBlend(const Segment& in, const Eigen::VectorXd& corner, const Segment&
 double LargestReach(const Segment& in, const Segment& out, const BlendOptions& options) {
   const double turn = LargestDifference(in.direction, out.direction);
   return std::min((options.is_smooth ? 16.0 / 3.0 : 4.0) * options.deviation / turn,
-                  kLargestShare * std::min(in.length, out.length));
+                  kUsedOfShare * options.largest_share * std::min(in.length, out.length));
 }
 
 bool TurnsBack(const Segment& in, const Segment& out) {
@@ -166,6 +166,9 @@ void CheckInput(const std::vector<Eigen::VectorXd>& path, Eigen::Index dimension
   }
   KAVO_CHECK(options.deviation >= 0.0 && std::isfinite(options.deviation), kFile, 22)
       << "The deviation of blends must be finite and not negative, got " << options.deviation << ".";
+  KAVO_CHECK(options.largest_share > 0.0 && options.largest_share <= 0.5, kFile, 25)
+      << "The share of blends in a segment must be above 0, and 0.5 at most, got " << options.largest_share
+      << ".";
   for (const std::size_t waypoint : options.stops) {
     KAVO_CHECK(waypoint < path.size(), kFile, 24)
         << "A path of " << path.size() << " waypoints cannot be stopped on at waypoint " << waypoint << ".";

@@ -14,6 +14,8 @@ struct BlendOptions {
   //! How far a blend may be from the path, the largest over the coordinates (radians or metres). Zero: the
   //! robot stops at each corner. Not negative, finite; otherwise a fatal error.
   double deviation = 0.0;
+  //! How much of either segment a blend may take: above 0, and 0.5 at most; otherwise a fatal error.
+  double largest_share = 0.5;
   //! Whether the second derivative is continuous, as it has to be where the jerk is limited.
   bool is_smooth = false;
   //! The limits of velocity. Blends begin and end as long before and after their corner as these take the
@@ -94,10 +96,10 @@ inline constexpr double kPathTolerance = 1e-9;
 inline constexpr int kMaxBlendHalvings = 6;
 
 //! Rounds the corners of a path by blends that lie in the triangle of their corner, so that they keep limits,
-//! and take no more than half of each segment (Kunz and Stilman, "Time-optimal trajectory generation for path
-//! following with bounded acceleration and velocity", 2012, with parabolas in place of their circles). Each
-//! is asked of the environment (`Environment::IsValidCurve`), and made smaller where it is not valid.
-//! Segments are taken for valid. Where the path turns back the robot stops.
+//! and take no more than half of each segment (Kunz and Stilman, "Time-optimal
+//! trajectory generation for path following with bounded acceleration and velocity", 2012, with parabolas in
+//! place of their circles). Each is asked of the environment (`Environment::IsValidCurve`), and made smaller
+//! where it is not valid. Segments are taken for valid. Where the path turns back the robot stops.
 //! \param path At least one configuration of the environment's dimension, all finite; otherwise a fatal
 //!     error.
 //!
