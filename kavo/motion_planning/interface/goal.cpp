@@ -29,9 +29,9 @@ struct Outside {
   }
 };
 
-double PositionError(const PoseGoal& goal, const Eigen::Vector3d& position) {
+// Of a position, which is `off` in the coordinates of the goal's pose.
+double PositionError(const PoseGoal& goal, const Eigen::Vector3d& position, Eigen::Vector3d off) {
   if (goal.regions.empty()) {
-    Eigen::Vector3d off = goal.pose.matrix().transpose() * (position - goal.pose.translation());
     for (Eigen::Index i = 0; i < 3; ++i) {
       off[i] = goal.free_translations[static_cast<std::size_t>(i)] ? 0.0 : off[i];
     }
@@ -44,27 +44,32 @@ double PositionError(const PoseGoal& goal, const Eigen::Vector3d& position) {
   return least;
 }
 
-// The turns about x, y and z that a rotation is made of.
-Eigen::Vector3d TurnsOf(const Eigen::Quaterniond& rotation, PoseGoal::AxisTolerances::Parameterization by) {
-  if (by == PoseGoal::AxisTolerances::Parameterization::kRotationVector) {
+// How far the worst of the turns about x, y and z that make a rotation is beyond its tolerance.
+double BeyondTolerances(const Eigen::Quaterniond& rotation, const PoseGoal::AxisTolerances& tolerances) {
+  const auto beyond = [&](const Eigen::Vector3d& turns) {
+    return std::max(0.0, (turns.cwiseAbs() - tolerances.angles).maxCoeff());
+  };
+  if (tolerances.parameterization == PoseGoal::AxisTolerances::Parameterization::kRotationVector) {
     const Eigen::Vector3d axis = rotation.vec();
     const double sine = Norm(axis);
-    return sine > 0.0 ? Eigen::Vector3d(axis * (2.0 * Angle(sine, rotation.w()) / sine))
-                      : Eigen::Vector3d(Eigen::Vector3d::Zero());
+    return beyond(sine > 0.0 ? Eigen::Vector3d(axis * (2.0 * Angle(sine, rotation.w()) / sine))
+                             : Eigen::Vector3d(Eigen::Vector3d::Zero()));
   }
-  const Eigen::Matrix3d r = rotation.toRotationMatrix();
-  return {Angle(-r(1, 2), r(2, 2)), Angle(r(0, 2), std::sqrt(r(1, 2) * r(1, 2) + r(2, 2) * r(2, 2))),
-          Angle(-r(0, 1), r(0, 0))};
+  const Eigen::Matrix3d r = Pose3::FromRotation(rotation).matrix();
+  const Eigen::Vector3d turns(Angle(-r(1, 2), r(2, 2)),
+                              Angle(r(0, 2), std::sqrt(r(1, 2) * r(1, 2) + r(2, 2) * r(2, 2))),
+                              Angle(-r(0, 1), r(0, 0)));
+  // The same rotation is half a turn more about x, pi less the turn about y, and half a turn more about z.
+  return std::min(beyond(turns), beyond(math::kPi - turns.cwiseAbs().array()));
 }
 
-double OrientationError(const PoseGoal& goal, const Eigen::Quaterniond& rotation) {
-  Eigen::Quaterniond off = goal.pose.rotation().conjugate() * rotation;
+double OrientationError(const PoseGoal& goal, const Pose3& off_goal) {
+  Eigen::Quaterniond off = off_goal.rotation();
   if (off.w() < 0.0) {
     off.coeffs() = -off.coeffs();
   }
   if (goal.axis_tolerances) {
-    const Eigen::Vector3d turns = TurnsOf(off, goal.axis_tolerances->parameterization);
-    return std::max(0.0, (turns.cwiseAbs() - goal.axis_tolerances->angles).maxCoeff());
+    return BeyondTolerances(off, *goal.axis_tolerances);
   }
   Eigen::Vector3d sines = off.vec();
   for (Eigen::Index i = 0; i < 3; ++i) {
@@ -77,7 +82,8 @@ double OrientationError(const PoseGoal& goal, const Eigen::Quaterniond& rotation
 }  // namespace
 
 PoseError ErrorOf(const PoseGoal& goal, const Pose3& tool) {
-  return {PositionError(goal, tool.translation()), OrientationError(goal, tool.rotation())};
+  const Pose3 off = goal.pose.inverse() * tool;
+  return {PositionError(goal, tool.translation(), off.translation()), OrientationError(goal, off)};
 }
 
 }  // namespace kavo

@@ -62,20 +62,21 @@ void Check(const PoseGoal& goal) {
   }
 }
 
-// A rotation by the turns of an axis tolerance.
-Eigen::Quaterniond Turned(const Eigen::Vector3d& turns, PoseGoal::AxisTolerances::Parameterization by) {
+// A rotation by the turns of an axis tolerance. Put together as poses, whose products are the same
+// everywhere.
+Pose3 Turned(const Eigen::Vector3d& turns, PoseGoal::AxisTolerances::Parameterization by) {
   const auto about = [](double angle, const Eigen::Vector3d& axis) {
     double sin = 0.0;
     double cos = 0.0;
     kinematics::internal::SinCos(0.5 * angle, &sin, &cos);
-    return Eigen::Quaterniond(cos, sin * axis[0], sin * axis[1], sin * axis[2]);
+    return Pose3::FromRotation({cos, sin * axis[0], sin * axis[1], sin * axis[2]});
   };
   if (by == PoseGoal::AxisTolerances::Parameterization::kEulerAngles) {
     return about(turns[0], Eigen::Vector3d::UnitX()) * about(turns[1], Eigen::Vector3d::UnitY()) *
            about(turns[2], Eigen::Vector3d::UnitZ());
   }
   const double angle = std::sqrt(turns[0] * turns[0] + turns[1] * turns[1] + turns[2] * turns[2]);
-  return angle > 0.0 ? about(angle, turns / angle) : Eigen::Quaterniond::Identity();
+  return angle > 0.0 ? about(angle, turns / angle) : Pose3();
 }
 
 // Poses that a goal allows, apart from its own: draw after draw.
@@ -89,8 +90,8 @@ class PoseDraw {
     const double y = generator_.Sample();
     return {x, y, generator_.Sample()};
   }
-  Eigen::Vector3d InBall() { return InSome(3); }
-  Eigen::Vector3d InCircle() { return InSome(2); }
+  Eigen::Vector3d InBall() { return InSome(1.0); }
+  Eigen::Vector3d InCircle() { return InSome(0.0); }
 
   Eigen::Vector3d operator()(const SphereObstacle& sphere) { return kShrunk * sphere.radius * InBall(); }
   Eigen::Vector3d operator()(const BoxObstacle& box) {
@@ -102,11 +103,12 @@ class PoseDraw {
   }
 
  private:
-  Eigen::Vector3d InSome(Eigen::Index dimension) {
+  // `z_counts`: whether the third coordinate does, as 1 or 0.
+  Eigen::Vector3d InSome(double z_counts) {
     Eigen::Vector3d point;
     do {
       point = InCube();
-    } while (point.head(dimension).squaredNorm() > 1.0);
+    } while (point[0] * point[0] + point[1] * point[1] + z_counts * point[2] * point[2] > 1.0);
     return point;
   }
 
@@ -133,10 +135,10 @@ PoseTarget TargetOf(const PoseGoal& goal, std::uint64_t k, bool is_fine, std::ui
       target.position_counts[i] = !goal.free_translations[i];
     }
     if (k > 0 && position_tolerance > kFinePosition) {
-      position += goal.pose.matrix() * (kShrunk * (position_tolerance - kFinePosition) * draw.InBall());
+      position = goal.pose * (kShrunk * (position_tolerance - kFinePosition) * draw.InBall());
     }
   }
-  Eigen::Quaterniond rotation = goal.pose.rotation();
+  Pose3 turned;
   if (goal.axis_tolerances) {
     const Eigen::Vector3d& angles = goal.axis_tolerances->angles;
     Eigen::Vector3d turns = Eigen::Vector3d::Zero();
@@ -147,17 +149,17 @@ PoseTarget TargetOf(const PoseGoal& goal, std::uint64_t k, bool is_fine, std::ui
       }
     }
     target.orientation_tolerance = std::min(kFineOrientation, angles.minCoeff());
-    rotation = rotation * Turned(turns, goal.axis_tolerances->parameterization);
+    turned = Turned(turns, goal.axis_tolerances->parameterization);
   } else {
     for (std::size_t i = 0; i < 3; ++i) {
       target.rotation_counts[i] = !goal.free_rotations[i] && !IsFree(orientation_tolerance);
     }
     if (k > 0 && !IsFree(orientation_tolerance) && orientation_tolerance > kFineOrientation) {
-      rotation = rotation * Turned(kShrunk * (orientation_tolerance - kFineOrientation) * draw.InBall(),
-                                   PoseGoal::AxisTolerances::Parameterization::kRotationVector);
+      turned = Turned(kShrunk * (orientation_tolerance - kFineOrientation) * draw.InBall(),
+                      PoseGoal::AxisTolerances::Parameterization::kRotationVector);
     }
   }
-  target.pose = Pose3(rotation, position);
+  target.pose = Pose3(goal.pose.rotation(), position) * turned;
   return target;
 }
 
@@ -190,7 +192,7 @@ GoalDraws::GoalDraws(const std::vector<Goal>& goals, const Eigen::VectorXd& q_in
   KAVO_CHECK(!goals.empty(), kFile, 5) << "A query needs a goal.";
   for (std::size_t i = 0; i < goals.size(); ++i) {
     if (const auto* q = std::get_if<Eigen::VectorXd>(&goals[i])) {
-      const Eigen::VectorXd zero = Eigen::VectorXd::Zero(q_initial.size());
+      const Eigen::VectorXd zero = Eigen::VectorXd::Zero(environment.CSpaceDimension());
       AddRange(i, {*q, zero, zero});
       continue;
     }
@@ -230,9 +232,9 @@ std::optional<std::vector<Eigen::VectorXd>> GoalDraws::Draw() {
 
 void GoalDraws::AddRange(std::size_t goal, const ConfigurationGoal& range) {
   for (const Eigen::VectorXd* q : {&range.configuration, &range.below, &range.above}) {
-    KAVO_CHECK(q->size() == q_initial_.size(), kFile, 6)
-        << "Goal " << goal << " has [" << q->size() << "] coordinates, the robot [" << q_initial_.size()
-        << "].";
+    KAVO_CHECK(q->size() == environment_.CSpaceDimension(), kFile, 6)
+        << "Goal " << goal << " has [" << q->size() << "] coordinates, the robot ["
+        << environment_.CSpaceDimension() << "].";
   }
   KAVO_CHECK((range.below.array() >= 0.0).all() && (range.above.array() >= 0.0).all(), kFile, 7)
       << "The tolerances of a goal must not be negative.";
@@ -308,7 +310,6 @@ void GoalDraws::DrawPose(Pose& pose, std::vector<Eigen::VectorXd>& drawn) {
     const InverseKinematicsResult result = pose.solver->solve(target, options);
     options.first_restart += result.num_restarts;
     report.num_restarts += result.num_restarts;
-    pose.is_reached = pose.is_reached || !result.solutions.empty() || result.num_filtered > 0;
     const auto distance = [](const NearestPose& nearest) {
       return nearest.position_error + nearest.orientation_error;
     };
@@ -338,7 +339,11 @@ void GoalDraws::DrawPose(Pose& pose, std::vector<Eigen::VectorXd>& drawn) {
 }
 
 bool GoalDraws::IsUsable(Pose& pose, const Eigen::VectorXd& q) {
-  if (IsKnown(q) || !IsWithin(pose, q)) {
+  if (!IsWithin(pose, q)) {
+    return false;
+  }
+  pose.is_reached = true;
+  if (IsKnown(q)) {
     return false;
   }
   GoalReport& report = reports_[pose.goal];

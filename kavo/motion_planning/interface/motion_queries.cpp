@@ -136,6 +136,7 @@ MotionPlanner::Results MotionQueries::PlanToConfiguration(const Eigen::VectorXd&
 MotionPlanner::Results MotionQueries::PlanToGoals(const Eigen::VectorXd& q_initial,
                                                   const std::vector<Goal>& goals,
                                                   bool generate_interpolated_path) {
+  report_ = QueryReport{};
   GoalDraws draws(goals, q_initial, config_, *environment_, pose_solvers_);
   Results results = Plan([&] { return bi_rrt_->TryToConnect({q_initial}, [&] { return draws.Draw(); }); },
                          generate_interpolated_path);
@@ -171,9 +172,9 @@ LineMotion MotionQueries::PlanLine(const Eigen::VectorXd& q_initial, const PoseG
   LineMotion motion = Follow(q_initial, goal, options, pose_solvers_);
   report_.search_seconds = SecondsSince(begin);
   report_.num_iterations = motion.path.size() - 1;
-  ReportRawPath(motion.path, report_);
   ReportWork(before, environment_->GetStatistics(), report_);
   if (motion.IsComplete()) {
+    ReportRawPath(motion.path, report_);
     report_.status = SearchStatus::kFound;
   } else if (motion.end == LineMotion::End::kStopped) {
     report_.status = SearchStatus::kStopped;
@@ -196,9 +197,10 @@ LineMotion MotionQueries::Follow(const Eigen::VectorXd& q_initial, const PoseGoa
   }
   const std::string& frame = goal.frame.empty() ? config_.task_space_frame_name : goal.frame;
   Pose3 pose = goal.pose;
-  if (goal.IsPosition()) {
+  if (goal.free_rotations == std::array{true, true, true}) {
     const auto kinematics = robot_->kinematics();
-    pose = Pose3(kinematics->pose(q_initial, kinematics->frame(frame)).rotation(), pose.translation());
+    const Pose3 tool = kinematics->pose(q_initial, kinematics->frame(frame)) * goal.tool;
+    pose = Pose3(tool.rotation(), pose.translation());
   }
   return FollowLine(*robot_, *environment_, solvers.Of(frame), frame, goal.tool, q_initial, pose, stopped);
 }

@@ -25,7 +25,7 @@ constexpr std::uint64_t kTicks = 64;
 constexpr double kMostSteps = 1e6;
 // How far spare motion is drawn to the middle of a range in one step, try after try.
 constexpr double kDraws[] = {0.0, 0.02, 0.05};
-// Beyond this turn of a motion the bound of its angle does not hold.
+// Beyond this turn of a motion, or of its line, the bound of its angle does not hold.
 constexpr double kLargestTurn = 1.0;
 
 double Norm(const Eigen::Vector3d& v) { return std::sqrt(v[0] * v[0] + v[1] * v[1] + v[2] * v[2]); }
@@ -34,7 +34,7 @@ double Norm(const Eigen::Vector3d& v) { return std::sqrt(v[0] * v[0] + v[1] * v[
 class Line {
  public:
   Line(const Pose3& from, const Pose3& to) : from_(from), to_(to) {
-    Eigen::Quaterniond turn = from.rotation().conjugate() * to.rotation();
+    Eigen::Quaterniond turn = (from.inverse() * to).rotation();
     if (turn.w() < 0.0) {
       turn.coeffs() = -turn.coeffs();
     }
@@ -53,9 +53,10 @@ class Line {
     double sin = 0.0;
     double cos = 0.0;
     kinematics::internal::SinCos(0.5 * fraction * angle_, &sin, &cos);
-    const Eigen::Quaterniond turn(cos, sin * axis_[0], sin * axis_[1], sin * axis_[2]);
-    return {from_.rotation() * turn,
-            from_.translation() + fraction * (to_.translation() - from_.translation())};
+    const Pose3 turn = Pose3::FromRotation({cos, sin * axis_[0], sin * axis_[1], sin * axis_[2]});
+    return Pose3(from_.rotation(),
+                 from_.translation() + fraction * (to_.translation() - from_.translation())) *
+           turn;
   }
 
  private:
@@ -212,7 +213,8 @@ class LineFollower {
     constexpr double kSpread = 1.04;
     const double deviation = options_.position_tolerance + 0.125 * static_cast<double>(bound.acceleration);
     const double angle = kSpread * options_.orientation_tolerance + 0.125 * (1.0 + kSpread) * change_of_turn;
-    return {deviation, turn <= kLargestTurn ? angle : math::kInf};
+    const double largest_turn = turn + 2.0 * options_.orientation_tolerance;
+    return {deviation, largest_turn <= kLargestTurn ? angle : math::kInf};
   }
 
   const RobotEnvironment& environment_;

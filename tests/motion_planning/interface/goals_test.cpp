@@ -77,6 +77,13 @@ TEST(PoseGoalTest, ErrorsAreWhatIsLeftOfThePose) {
        {Turn(0.15, x) * Turn(-0.3, y) * Turn(3.0, z), {0, 0, 0}},
        0,
        0.05},
+      {"Euler angles beyond a quarter turn",
+       [](PoseGoal& g) {
+         g.axis_tolerances = {{{0.1, 4.0, 0.1}}};
+       },
+       {Turn(2.5, y) * Turn(-0.3, z), {0, 0, 0}},
+       0,
+       0.2},
       {"rotation vector",
        [](PoseGoal& g) {
          g.axis_tolerances = {{{0.1, 0.4, 4.0}, AxisTolerances::Parameterization::kRotationVector}};
@@ -258,7 +265,9 @@ TEST_F(GoalsTest, LinesThatEndEarlySayWhereAndWhy) {
   const Eigen::Vector3d tool = ToolAt(start_).translation();
   const auto to = [&](const Eigen::Vector3d& position) {
     // In the orientation that it has.
-    return planner_->planLine(start_, PoseGoal::Position("tool", position), {});
+    PoseGoal goal = PoseGoal::Position("tool", position);
+    goal.tool = Pose3::FromRotation(Turn(0.4, {1, 2, 0}));
+    return planner_->planLine(start_, goal, {});
   };
   const LineMotion into_floor = to({tool[0], tool[1], -0.2});
   EXPECT_EQ(into_floor.end, LineMotion::End::kContact);
