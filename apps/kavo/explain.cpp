@@ -153,8 +153,14 @@ std::string ExplainFailure(const QueryReport& report, const RobotDescription& ro
                                      "works out those that cannot touch "
                                      "or always do), or give --no-self-collision\n"
                                    : "";
-    return std::string("no path: the ") + (is_invalid_start ? "start" : "goal") + " is not valid\n  " +
-           (report.fault ? Explain(*report.fault, robot) : "the position is not finite") + "\n" + advice;
+    // Of goals each has reasons of its own.
+    const std::string what = is_invalid_start          ? "the start is not valid\n"
+                             : report.goals.size() > 1 ? "no goal is valid\n"
+                                                       : "the goal is not valid\n";
+    const std::string why = report.fault           ? Explain(*report.fault, robot)
+                            : report.goals.empty() ? "the position is not finite"
+                                                   : "";
+    return "no path: " + what + (why.empty() ? "" : "  " + why + "\n") + advice;
   }
   if (report.status == SearchStatus::kStartTooClose || report.status == SearchStatus::kTargetTooClose) {
     return std::string("no path: the ") + (report.status == SearchStatus::kStartTooClose ? "start" : "goal") +

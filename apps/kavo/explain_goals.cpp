@@ -1,5 +1,6 @@
 #include "apps/kavo/explain_goals.h"
 
+#include <array>
 #include <cmath>
 #include <cstddef>
 #include <variant>
@@ -27,6 +28,12 @@ std::string ExplainFault(const std::optional<planning::ConfigurationFault>& faul
   return fault ? Explain(*fault, robot) : "it is too near to a contact to prove a motion";
 }
 
+// Whether a goal asks for just one position of its frame.
+bool HasPosition(const PoseGoal& goal) {
+  return goal.free_translations == std::array{false, false, false} && goal.regions.empty() &&
+         goal.tool.translation().isZero(0.0);
+}
+
 }  // namespace
 
 std::string Describe(const Goal& goal) {
@@ -49,7 +56,7 @@ std::string Explain(const GoalReport& report, const Goal& goal, const RobotDescr
     const PoseGoal& pose = std::get<PoseGoal>(goal);
     const Reach reach = FindReach(robot, pose.frame);
     const double distance = (pose.pose.translation() - reach.center).norm();
-    return distance > reach.distance && pose.IsPosition()
+    return distance > reach.distance && HasPosition(pose)
                ? ExplainReach(reach, distance, pose.frame) + ": out of reach"
                : "no configuration was found in " + std::to_string(report.num_restarts) + " tries, " +
                      kavo::Explain(robot, *report.nearest);
@@ -62,7 +69,8 @@ std::string Explain(const GoalReport& report, const Goal& goal, const RobotDescr
     return "from none of " + std::to_string(report.num_not_accepted) +
            " valid configurations can the line that follows be gone";
   }
-  return text + ExplainFault(report.fault, robot);
+  // Neither of them where the query ended before the goal had its turn.
+  return report.fault || report.is_too_close ? text + ExplainFault(report.fault, robot) : "";
 }
 
 std::string Explain(const planning::LineMotion& line, const RobotDescription& robot) {
@@ -74,7 +82,7 @@ std::string Explain(const planning::LineMotion& line, const RobotDescription& ro
     case End::kInvalidStart:
       return "its start is not valid: " + ExplainFault(line.fault, robot);
     case End::kUnreachable:
-      return where + "the frame gets no farther: " +
+      return where + "the frame gets no farther: at the next waypoint, " +
              (line.nearest ? kavo::Explain(robot, *line.nearest) : std::string());
     case End::kJump:
       return where + "joint '" + Printable(robot.cSpaceCoordName(line.jumping.value_or(0))) +
@@ -109,7 +117,7 @@ std::string ExplainStages(const Query& query, const std::vector<StagedResults::P
       line = part.goal ? "goal " + std::to_string(*part.goal + 1) + " of " + std::to_string(goals.size()) +
                              " reached: " + Describe(goals[*part.goal])
                        : "none of " + std::to_string(goals.size()) + " goals reached";
-    } else if (parts.size() > 1 || part.line) {
+    } else if (query.stages.size() > 1 || part.line) {
       line = (part.line ? "line to " : "to ") + Describe(goals.front());
     }
     if (part.line) {

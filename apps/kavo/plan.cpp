@@ -172,16 +172,25 @@ class Planning {
   void MakeQueries(std::vector<Stage> stages) {
     for (Stage& stage : stages) {
       for (Goal& goal : stage.goals) {
-        if (auto* const pose = std::get_if<PoseGoal>(&goal)) {
+        auto* const pose = std::get_if<PoseGoal>(&goal);
+        if (pose != nullptr) {
           pose->frame = pose->frame.empty() ? settings_.TaskSpaceFrame() : pose->frame;
-        } else if (settings_.IsForPositions()) {
-          throw UnusableInput("--planner jt_rrt plans to positions, not to a configuration");
+        }
+        if (settings_.IsForPositions() && !(pose != nullptr && pose->IsPosition() && stages.size() == 1)) {
+          throw UnusableInput(
+              "--planner jt_rrt plans to positions, not to a configuration, a pose or in stages");
         }
       }
     }
     if (stages.size() == 1 && !stages.front().line &&
         settings_.Config().planner != planning::CSpacePlanner::kBiRrt) {
       for (const Goal& goal : stages.front().goals) {
+        const auto* const pose = std::get_if<PoseGoal>(&goal);
+        if (pose != nullptr && pose->IsPosition() && pose->position_tolerance) {
+          throw UnusableInput(
+              "--position-tolerance is not for jt_rrt: --set "
+              "task_space_planning_params/x_target_final_tolerance=M says how near it is to get");
+        }
         queries_.push_back({situation_.start, {{{WithoutTolerances(goal)}}}});
       }
     } else {
@@ -224,7 +233,7 @@ class Planning {
     for (int i = 0;; ++i) {
       const Attempt attempt = TryOnce(query, attempts.Seed(i), StepSizeOf(i), attempts.Stop());
       Keep(attempt, best);
-      const bool is_hopeless = IsHopeless(attempt.report.status);
+      const bool is_hopeless = IsHopeless(attempt);
       const bool is_enough = attempt.results.path_found && i >= options_.num_more_seeds.value_or(0);
       if (attempt.IsGood() || is_hopeless || is_enough || !attempts.MayTry(i + 1)) {
         return *std::move(best);
@@ -239,12 +248,14 @@ class Planning {
     }
   }
 
-  // Whether no seed can change how a query ended.
-  static bool IsHopeless(planning::SearchStatus status) {
+  // Whether no seed can change how a query ended. On a line from the start none counts.
+  static bool IsHopeless(const Attempt& attempt) {
     using planning::SearchStatus;
+    const SearchStatus status = attempt.report.status;
     return status == SearchStatus::kInvalidStart || status == SearchStatus::kInvalidTarget ||
            status == SearchStatus::kStartTooClose || status == SearchStatus::kTargetTooClose ||
-           status == SearchStatus::kUnreachableTarget;
+           status == SearchStatus::kUnreachableTarget ||
+           (status == SearchStatus::kLineEndsEarly && attempt.parts.size() == 1);
   }
 
   // A path that passes between the points of one check is found out by the next, finer one: every second try

@@ -176,7 +176,11 @@ void QueryOptions::AddOptions(CLI::App& app, CLI::Option* request) {
       ->group(group)
       ->excludes(request);
   const auto add_tolerance = [&](const char* name, auto& value, const char* type, const char* text) {
-    return app.add_option(name, value, text)->type_name(type)->group(group)->check(CheckPositive);
+    return app.add_option(name, value, text)
+        ->type_name(type)
+        ->group(group)
+        ->excludes(request)
+        ->check(CheckPositive);
   };
   add_tolerance("--position-tolerance", position_tolerance_, "M",
                 "How far from a pose's position the frame may end; 0.0001 unless set. It gets within 1e-05 "
@@ -208,7 +212,39 @@ Eigen::VectorXd QueryOptions::Start(const formats::LoadedRobot& robot) const {
   return ParseConfiguration("--start", start_, robot);
 }
 
+void QueryOptions::CheckUse() const {
+  const auto goes_on = [&](const std::string& kind) {
+    return std::any_of(then_.begin(), then_.end(),
+                       [&](const std::string& text) { return KindAndValue(text).first == kind; });
+  };
+  const bool has_line = !line_.empty() || goes_on("line");
+  const bool has_pose = !poses_.empty() || goes_on("pose");
+  const bool has_position = has_pose || !targets_.empty() || goes_on("target");
+  const planning::LineOptions defaults;
+  const struct {
+    const char* option;
+    bool is_given;
+    bool is_of_use;
+    const char* for_what;
+  } options[] = {
+      {"--frame", !frame_.empty(), has_position || has_line, "a target, a pose or a line"},
+      {"--pose-frame", !pose_frame_.empty(), has_position || has_line, "a target, a pose or a line"},
+      {"--position-tolerance", position_tolerance_.has_value(), has_position, "a target or a pose"},
+      {"--orientation-tolerance", orientation_tolerance_.has_value(), has_pose, "a pose"},
+      {"--free-axis", !free_axes_.empty(), has_pose, "a pose"},
+      {"--line-step", line_options_.step != defaults.step, has_line, "a line"},
+      {"--line-deviation", line_options_.max_deviation != defaults.max_deviation, has_line, "a line"},
+  };
+  for (const auto& option : options) {
+    if (option.is_given && !option.is_of_use) {
+      throw UnusableInput(std::string(option.option) + ": is for " + option.for_what +
+                          ", and the query has none");
+    }
+  }
+}
+
 std::vector<Stage> QueryOptions::Stages(Situations& situations, Situation& situation) const {
+  CheckUse();
   Reader reader(*this, situations, situation);
   std::vector<Stage> stages;
   if (!line_.empty()) {

@@ -37,6 +37,8 @@ class QueryOptions {
  private:
   class Reader;
 
+  // Options that go with what the query has not are refused.
+  void CheckUse() const;
   bool HasGoals() const { return !(goals_.empty() && targets_.empty() && poses_.empty()); }
 
   std::string start_;

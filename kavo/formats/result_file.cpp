@@ -57,9 +57,11 @@ Json RegionToJson(const PoseGoal::Region& region) {
 Json GoalToJson(const Eigen::VectorXd& configuration) { return ToArray(configuration); }
 Json GoalToJson(const PoseGoal& goal) {
   Json json = {{"frame", goal.frame}, {"position", ToArray(goal.pose.translation())}};
-  if (!goal.IsPosition()) {
+  const auto number = [](const std::optional<double>& value) { return value ? Json(*value) : Json(); };
+  if (goal.IsPosition() && goal.position_tolerance) {
+    json["position_tolerance"] = *goal.position_tolerance;
+  } else if (!goal.IsPosition()) {
     json.update(PoseToJson(goal.pose));
-    const auto number = [](const std::optional<double>& value) { return value ? Json(*value) : Json(); };
     json["position_tolerance"] = number(goal.position_tolerance);
     json["orientation_tolerance"] = number(goal.orientation_tolerance);
     json["tool"] = PoseToJson(goal.tool);
@@ -95,6 +97,30 @@ Json TargetToJson(const PlanRecord& record) {
   return GoalToJson(record.stages.back().goals[is_reached ? *record.parts.back().goal : 0]);
 }
 
+// What became of a goal: why it was of no use, if it was of none.
+Json GoalReportToJson(const GoalReport& report) {
+  Json json = {{"num_configurations", report.num_configurations},
+               {"num_rejected", report.num_rejected},
+               {"num_not_accepted", report.num_not_accepted},
+               {"num_restarts", report.num_restarts},
+               {"is_too_close", report.is_too_close}};
+  if (report.nearest) {
+    json["nearest"] = {{"configuration", ToArray(report.nearest->q)},
+                       {"position_error", report.nearest->position_error},
+                       {"orientation_error", report.nearest->orientation_error},
+                       {"coordinates_at_limits", report.nearest->coordinates_at_limits}};
+  }
+  if (report.fault && report.fault->limit) {
+    json["fault"] = {{"coordinate", report.fault->limit->coordinate}};
+  } else if (report.fault && report.fault->contact) {
+    json["fault"] = {{"frame", report.fault->contact->frame},
+                     {"obstacle", report.fault->contact->obstacle_name}};
+  } else if (report.fault && report.fault->self_contact) {
+    json["fault"] = {{"frames", report.fault->self_contact->frames}};
+  }
+  return json;
+}
+
 Json StageToJson(const Stage& stage, const StagedResults::Part* part) {
   Json json = {{"kind", stage.line ? "line" : "free"}, {"goals", Json::array()}};
   for (const Goal& goal : stage.goals) {
@@ -105,6 +131,9 @@ Json StageToJson(const Stage& stage, const StagedResults::Part* part) {
     json["first_waypoint"] = part->first;
     json["last_waypoint"] = part->last;
     json["status"] = planning::ToString(part->report.status);
+    for (const GoalReport& report : part->report.goals) {
+      json["goal_reports"].push_back(GoalReportToJson(report));
+    }
     if (part->line) {
       json["line"] = {{"end", planning::ToString(part->line->end)},
                       {"fraction", part->line->fraction},

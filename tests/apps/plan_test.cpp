@@ -344,11 +344,17 @@ TEST(PlanToPoseTest, GoesToPosesAlongLinesAndOnFromThere) {
   }
   const Outcome early = plan({"--line", "1.5,0,0.5"});
   EXPECT_EQ(early.status, 1);
-  EXPECT_THAT(early.output, AllOf(HasSubstr("no path: line ends early\n  line for "),
-                                  HasSubstr("of the line the frame gets no farther: the nearest")));
+  EXPECT_THAT(early.output,
+              AllOf(HasSubstr("no path: line ends early\n  line for "),
+                    HasSubstr("of the line the frame gets no farther: at the next waypoint, the nearest")));
+  const Outcome none = plan({"--goal", "0,0,0,0,0,0,0", "--pose", "9,0,0,0,0,0,1", "--then", "goal=default"});
+  EXPECT_THAT(none.output,
+              AllOf(HasSubstr("no path: no goal is valid\nstage 1 of 2, none of 2 goals reached"),
+                    HasSubstr("goal 2 left out: the target is 9")));
   const auto json =
       nlohmann::json::parse(plan({"--pose", pose, "--then", "line=0.4,0.2,0.4", "--json", "-"}).output);
   EXPECT_EQ(json["target"]["position"], nlohmann::json({0.4, 0.2, 0.4}));
+  EXPECT_EQ(json["stages"][0]["goal_reports"][0]["num_configurations"], 4);
   EXPECT_EQ(json["stages"][0]["goals"][0]["orientation"], nlohmann::json({1.0, 0.0, 0.0, 0.0}));
   EXPECT_EQ(json["stages"][1]["last_waypoint"].get<std::size_t>() + 1, json["path"].size());
   EXPECT_EQ(json["stages"][1]["line"]["end"], "complete");
@@ -364,6 +370,8 @@ TEST(PlanToPoseTest, GoesToPosesAlongLinesAndOnFromThere) {
       {{"--pose", pose, "--then", "lien=" + pose}, "--then lien=" + pose + ": expected goal=Q, "},
       {{"--pose", pose, "--line", pose}, "--line"},
       {{"--goal", "default", "--planner", "jt_rrt"}, "--planner jt_rrt plans to positions"},
+      {{"--pose", pose, "--planner", "jt_rrt"}, "--planner jt_rrt plans to positions"},
+      {{"--line", pose, "--free-axis", "z"}, "--free-axis: is for a pose, and the query has none"},
   };
   for (const auto& c : refused) {
     const Outcome outcome = plan(c.query);
