@@ -85,7 +85,7 @@ TEST(CommandLineTest, HelpsAndRefuses) {
       {{"--version"}, 0, "kavo ", ""},
       {{}, 2, "", "A command is required"},
       {{"fly"}, 2, "", "fly"},
-      {{"check", "--robot", "franka"}, 2, "", "--path is required"},
+      {{"check", "--robot", "franka"}, 2, "", "expected one of --path and --trajectory"},
       {{"info", "--robot", "nobody.urdf"}, 2, "", "nobody.urdf: "},
   };
   for (const auto& c : cases) {
