@@ -60,6 +60,10 @@ Request::PositionTarget ReadPositionTarget(const YamlValue& constraint) {
     region.fail(poses.empty() ? "no `primitive_poses`" : "fewer `primitive_poses` than `primitives`",
                 "the pose of the region for link " + Quoted(target.link));
   }
+  if (const auto meshes = region.elements("meshes"); !meshes.empty()) {
+    meshes.front().fail("a mesh",
+                        "a box, a sphere or a cylinder as the region for link " + Quoted(target.link));
+  }
   target.position = poses.front().pose("position", "orientation").translation();
   for (std::size_t i = 0; i < primitives.size(); ++i) {
     target.regions.push_back(
