@@ -98,6 +98,17 @@ TEST(BiRRTTest, TakesTheStartAndTheGoalThatMeet) {
   EXPECT_EQ(std::pair(around->start, around->goal), (std::pair<std::size_t, std::size_t>(1, 2)));
   EXPECT_TRUE(around->path.front() == starts[2] && around->path.back() == goals[2]);
   ExpectValid(*balls, around->path);
+
+  // Before the search until there is one, the one in the room, then after 16 and 32 samples.
+  const std::vector<Path> draws = {{}, {Vec({2.0, 0.0})}, {goals[1]}, {}, {Vec({0.9, 0.9})}};
+  std::size_t num_draws = 0;
+  const auto drawn = planner->TryToConnect({starts[2]}, [&]() -> std::optional<Path> {
+    return num_draws < draws.size() ? std::optional(draws[num_draws++]) : std::nullopt;
+  });
+  ASSERT_TRUE(drawn);
+  EXPECT_EQ(drawn->goal, 2u);
+  EXPECT_EQ(drawn->path.back(), draws[4][0]);
+  EXPECT_EQ(planner->LastNumIterations(), 33u);
   EXPECT_THROW(planner->TryToConnect({}, goals), util::FatalError);
   EXPECT_THROW(planner->TryToConnect(starts, {Vec({0.0})}), util::FatalError);
 }
