@@ -67,7 +67,7 @@ std::string Explain(const GoalReport& report, const Goal& goal, const RobotDescr
   }
   if (report.num_not_accepted > 0) {
     return "from none of " + std::to_string(report.num_not_accepted) +
-           " valid configurations can the line that follows be gone";
+           " valid configurations can the lines that follow be gone";
   }
   // Neither of them where the query ended before the goal had its turn.
   return report.fault || report.is_too_close ? text + ExplainFault(report.fault, robot) : "";
@@ -141,6 +141,10 @@ std::string ExplainStages(const Query& query, const std::vector<StagedResults::P
       if (const std::string why = Explain(part.report.goals[k], goals[k], robot); !why.empty()) {
         text += "  " + (goals.size() > 1 ? "goal " + std::to_string(k + 1) + " left out: " : "") + why + "\n";
       }
+    }
+    if (part.ahead) {
+      text += "  the one that got farthest, in stage " + std::to_string(part.ahead->stage + 1) + ": " +
+              Explain(part.ahead->line, robot) + "\n";
     }
   }
   return text;

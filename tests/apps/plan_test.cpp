@@ -351,6 +351,9 @@ TEST(PlanToPoseTest, GoesToPosesAlongLinesAndOnFromThere) {
   EXPECT_THAT(none.output,
               AllOf(HasSubstr("no path: no goal is valid\nstage 1 of 2, none of 2 goals reached"),
                     HasSubstr("goal 2 left out: the target is 9")));
+  const Outcome ahead = plan({"--pose", pose, "--then", "line=0.4,0,0.5", "--line-deviation", "1e-9"});
+  EXPECT_THAT(ahead.output, HasSubstr("can the lines that follow be gone\n  the one that got farthest, in "
+                                      "stage 2: after "));
   const auto json =
       nlohmann::json::parse(plan({"--pose", pose, "--then", "line=0.4,0.2,0.4", "--json", "-"}).output);
   EXPECT_EQ(json["target"]["position"], nlohmann::json({0.4, 0.2, 0.4}));

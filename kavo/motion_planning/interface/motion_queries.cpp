@@ -136,7 +136,6 @@ MotionPlanner::Results MotionQueries::PlanToConfiguration(const Eigen::VectorXd&
 MotionPlanner::Results MotionQueries::PlanToGoals(const Eigen::VectorXd& q_initial,
                                                   const std::vector<Goal>& goals,
                                                   bool generate_interpolated_path) {
-  report_ = QueryReport{};
   GoalDraws draws(goals, q_initial, config_, *environment_, pose_solvers_);
   Results results = Plan([&] { return bi_rrt_->TryToConnect({q_initial}, [&] { return draws.Draw(); }); },
                          generate_interpolated_path);
@@ -217,13 +216,18 @@ StagedResults MotionQueries::PlanStages(const Eigen::VectorXd& q_initial, const 
   StagedResults results;
   results.path = {q_initial};
   for (std::size_t i = 0; i < stages.size(); ++i) {
+    std::optional<StagedResults::Ahead> ahead;
     // Whether the lines after the stage can be gone from where it ends.
     const auto leads_on = [&](const Eigen::VectorXd& q) {
       Eigen::VectorXd q_next = q;
       for (std::size_t k = i + 1; k < stages.size() && stages[k].line; ++k) {
-        const LineMotion line =
+        LineMotion line =
             Follow(q_next, std::get<PoseGoal>(stages[k].goals.front()), *stages[k].line, solvers_ahead);
         if (!line.IsComplete()) {
+          if (!ahead || ahead->stage < k || (ahead->stage == k && ahead->line.fraction < line.fraction)) {
+            line.path.clear();
+            ahead = {k, std::move(line)};
+          }
           return false;
         }
         q_next = line.path.back();
@@ -259,6 +263,9 @@ StagedResults MotionQueries::PlanStages(const Eigen::VectorXd& q_initial, const 
     }
     part.last = results.path.size() - 1;
     const bool is_done = part.goal.has_value();
+    if (!is_done) {
+      part.ahead = std::move(ahead);
+    }
     results.parts.push_back(std::move(part));
     if (!is_done) {
       return results;

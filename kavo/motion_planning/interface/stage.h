@@ -21,6 +21,13 @@ struct Stage {
 
 //! A motion of several stages.
 struct StagedResults {
+  //! A line after a stage that cannot be gone from where the stage might end.
+  struct Ahead {
+    //! Of all stages, from 0.
+    std::size_t stage = 0;
+    //! How it went; its path is left out.
+    planning::LineMotion line;
+  };
   struct Part {
     //! Waypoints of the path, from the last one of the part before.
     std::size_t first = 0;
@@ -30,6 +37,9 @@ struct StagedResults {
     QueryReport report;
     //! Of a line how it went; its path is left out.
     std::optional<planning::LineMotion> line;
+    //! Of a stage that was not done, where a configuration that it might have ended in was not taken for the
+    //! lines after it: the one that got farthest on these.
+    std::optional<Ahead> ahead;
   };
 
   //! Whether all stages are done.

@@ -132,7 +132,7 @@ class GoalsTest : public ::testing::Test {
 };
 
 TEST_F(GoalsTest, PathsEndWithinWhatAGoalAllowsAndNotAlwaysInTheSamePlaceOfIt) {
-  std::vector<PoseGoal> goals(6, Down(0.45, 0.25, 0.35));
+  std::vector<PoseGoal> goals(7, Down(0.45, 0.25, 0.35));
   goals[1].free_rotations[2] = true;
   goals[2].regions = {{BoxObstacle{{0.3, 0.01, 0.2}}, Pose3(Turn(0.5, {0, 0, 1}), {0.45, 0.25, 0.35})},
                       {SphereObstacle{0.05}, Pose3::FromTranslation({0.4, 0.0, 0.5})}};
@@ -141,6 +141,9 @@ TEST_F(GoalsTest, PathsEndWithinWhatAGoalAllowsAndNotAlwaysInTheSamePlaceOfIt) {
   goals[5].tool = Pose3(Turn(0.4, {1, 1, 0}), {0, 0.05, 0.1});
   goals[5].position_tolerance = 0.02;
   goals[5].orientation_tolerance = 0.2;
+  // Inverse kinematics frees another turn about y than this one between turns about x and z.
+  goals[6].pose = goals[6].pose * Pose3::FromRotation(Turn(2.5, {0, 1, 0}));
+  goals[6].axis_tolerances = {{{0.3, 4.0, 0.3}}};
   for (const PoseGoal& goal : goals) {
     std::vector<PoseError> errors;
     PoseGoal some = goal;
@@ -164,6 +167,31 @@ TEST_F(GoalsTest, PathsEndWithinWhatAGoalAllowsAndNotAlwaysInTheSamePlaceOfIt) {
       EXPECT_GT(spread, 0.01);
     }
   }
+}
+
+TEST_F(GoalsTest, TakesTheRobotAsItIsAndAllOfTheTolerance) {
+  PoseGoal goal = Down(0.45, 0.25, 0.3);
+  goal.frame = "stick";
+  for (const double length : {0.1, 0.2}) {
+    planner_->attach({"stick",
+                      "tool",
+                      Pose3::FromTranslation({0, 0, length}),
+                      {{SphereObstacle{0.01}, Pose3()}},
+                      {},
+                      {},
+                      {}});
+    const auto results = planner_->planToPose(start_, goal, false);
+    ASSERT_TRUE(results.path_found);
+    EXPECT_NEAR(ToolAt(results.path.back()).translation()[2], 0.3 + length, 1e-4);
+    planner_->detach("stick");
+  }
+  // Beside the plane that the arm moves in.
+  const std::shared_ptr<RobotDescription> planar = LoadThreeLinkArmRobotDescription();
+  PoseGoal beside = PoseGoal::Position("", {1.5, 0.5, 0.05});
+  beside.position_tolerance = 0.06;
+  const World nothing;
+  const auto in_plane = CreateMotionPlanner(planar, nothing.view());
+  EXPECT_TRUE(in_plane->planToPose(planar->defaultCSpaceConfiguration(), beside, false).path_found);
 }
 
 TEST_F(GoalsTest, SaysWhichGoalWasReachedAndWhyOthersWereNot) {
@@ -302,6 +330,19 @@ TEST_F(GoalsTest, StagesEndWhereTheLinesAfterThemCanBegin) {
   }
   const Eigen::VectorXd& grasp = results.path[results.parts[1].last];
   EXPECT_LT(ErrorOf(at, ToolAt(grasp)).position, 1e-5);
+
+  // Above the ball and on beside it, but from there not back through it to where a line from above could go.
+  planning::LineOptions coarse;
+  coarse.step = coarse.max_deviation = 0.05;
+  coarse.angle_step = coarse.max_angle = 0.2;
+  coarse.max_joint_step = 0.5;
+  const auto past = planner_->planStages(
+      start_,
+      {{{Down(0.45, -0.3, 0.6)}}, {{Down(0.45, 0.1, 0.25)}, coarse}, {{Down(0.45, -0.3, 0.48)}, coarse}});
+  ASSERT_EQ(past.parts.size(), 1u);
+  ASSERT_TRUE(past.parts[0].ahead);
+  EXPECT_EQ(past.parts[0].ahead->stage, 2u);
+  EXPECT_EQ(past.parts[0].ahead->line.end, LineMotion::End::kContact);
 
   // Beside the ball, but not on through it: no configuration leads on.
   const auto none = planner_->planStages(start_, {{{Down(0.5, 0.1, 0.3)}}, {{Down(0.5, -0.3, 0.3)}, line}});
