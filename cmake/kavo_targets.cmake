@@ -18,7 +18,7 @@ if(KAVO_SANITIZE)
   add_compile_options(-fsanitize=${KAVO_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${KAVO_SANITIZE})
   # The code for wide vectors is written once: one width and none show its faults. Each width takes minutes to compile.
-  add_compile_definitions("HWY_DISABLED_TARGETS=(HWY_AVX3_DL|HWY_AVX3|HWY_SSE4|HWY_SSSE3)")
+  add_compile_definitions("HWY_DISABLED_TARGETS=(HWY_AVX3_DL|HWY_AVX3|HWY_SSE4|HWY_SSSE3)" KAVO_LANE_INLINE=inline)
 endif()
 
 # Equal settings give equal bits on every compiler and machine: no operation is fused, none is reordered.

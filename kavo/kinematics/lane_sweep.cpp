@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "kavo/math/lane_inline_internal.h"
+
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "kavo/kinematics/lane_sweep.cpp"
 #include <hwy/foreach_target.h>
@@ -21,7 +23,7 @@ constexpr std::size_t kRow = math::LaneTransforms::kRow;
 
 // To within 3 units of 2^-24 up to `LaneSweep::kLargestValue`.
 template <class D, class V = hn::Vec<D>>
-HWY_INLINE void SinCos(D d, V x, V& sin, V& cos) {
+KAVO_LANE_INLINE void SinCos(D d, V x, V& sin, V& cos) {
   const hn::RebindToUnsigned<D> du;
   // Adding 1.5 * 2^23 rounds to an integer, which then stands in the low bits.
   const V rounder = hn::Set(d, 12582912.0f);
@@ -55,7 +57,7 @@ HWY_INLINE void SinCos(D d, V x, V& sin, V& cos) {
 
 // x * a + y * b + z * c.
 template <class D, class V = hn::Vec<D>>
-HWY_INLINE V Combine(D d, V x, V y, V z, const float* column) {
+KAVO_LANE_INLINE V Combine(D d, V x, V y, V z, const float* column) {
   return hn::Add(hn::Add(hn::Mul(x, hn::Set(d, column[0])), hn::Mul(y, hn::Set(d, column[1]))),
                  hn::Mul(z, hn::Set(d, column[2])));
 }
@@ -65,7 +67,7 @@ struct Given {
   const double* coordinates;
 
   template <class D>
-  HWY_INLINE hn::Vec<D> At(D d, std::size_t coordinate, std::size_t lane) const {
+  KAVO_LANE_INLINE hn::Vec<D> At(D d, std::size_t coordinate, std::size_t lane) const {
     return hn::LoadU(d, coordinates + coordinate * kNumLanes + lane);
   }
 };
@@ -77,7 +79,7 @@ struct Along {
   const double* times;
 
   template <class D>
-  HWY_INLINE hn::Vec<D> At(D d, std::size_t coordinate, std::size_t lane) const {
+  KAVO_LANE_INLINE hn::Vec<D> At(D d, std::size_t coordinate, std::size_t lane) const {
     return hn::Add(hn::Set(d, start[coordinate]),
                    hn::Mul(hn::LoadU(d, times + lane), hn::Set(d, way[coordinate])));
   }
@@ -85,7 +87,8 @@ struct Along {
 
 // The value of a joint in the lanes from `first` on.
 template <class D, class Coordinates>
-HWY_INLINE hn::Vec<D> Value(D d, const LaneStep& step, const Coordinates& coordinates, std::size_t first) {
+KAVO_LANE_INLINE hn::Vec<D> Value(D d, const LaneStep& step, const Coordinates& coordinates,
+                                  std::size_t first) {
   const hn::CappedTag<double, 4> dd;
   const hn::Rebind<float, decltype(dd)> df;
   const auto value = [&](std::size_t lane) {
@@ -111,7 +114,7 @@ HWY_INLINE hn::Vec<D> Value(D d, const LaneStep& step, const Coordinates& coordi
 
 // What a joint does where it stands at a value, in the lanes from `lane` on.
 template <class D, class V = hn::Vec<D>>
-HWY_INLINE void StoreMotion(D d, const LaneStep& step, V value, std::size_t lane) {
+KAVO_LANE_INLINE void StoreMotion(D d, const LaneStep& step, V value, std::size_t lane) {
   if (step.is_revolute) {
     V sin, cos;
     SinCos(d, value, sin, cos);
@@ -125,7 +128,8 @@ HWY_INLINE void StoreMotion(D d, const LaneStep& step, V value, std::size_t lane
 // Works out the motions of all joints; see `LaneSweep::compute`. Apart from the steps: one sine takes long,
 // but many of them can be under way at a time.
 template <std::size_t kLanes, class Coordinates>
-HWY_INLINE std::uint32_t MoveLanes(const LaneStep* steps, std::size_t count, const Coordinates& coordinates) {
+KAVO_LANE_INLINE std::uint32_t MoveLanes(const LaneStep* steps, std::size_t count,
+                                         const Coordinates& coordinates) {
   const hn::CappedTag<float, kLanes> d;
   using V = hn::Vec<decltype(d)>;
   std::uint32_t too_large = 0;
@@ -170,7 +174,7 @@ void MoveRoughly(const LaneStep* steps, std::size_t count, const float* coordina
 
 // The last column of one row of base * offset: only the terms that are not zero are added.
 template <std::size_t kNumTerms, class D>
-HWY_INLINE hn::Vec<D> Origin(D d, const LaneStep& step, const float* base) {
+KAVO_LANE_INLINE hn::Vec<D> Origin(D d, const LaneStep& step, const float* base) {
   auto origin = hn::Load(d, base + 3 * kNumLanes);
   for (std::size_t i = 0; i < kNumTerms; ++i) {
     origin = hn::Add(origin, hn::Mul(hn::Load(d, base + step.term_from[i]), hn::Set(d, step.term[i])));

@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "kavo/math/constants_internal.h"
+#include "kavo/math/lane_inline_internal.h"
 
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "kavo/kinematics/pose_lanes.cpp"
@@ -38,17 +39,18 @@ constexpr float kLeastDamping = 1e-8f;
 constexpr float kLeastReal = 0.05f;
 
 // a * b + c * d and so on; nothing is fused.
-HWY_INLINE V Sum(V a, V b, V c, V d) { return hn::Add(hn::Mul(a, b), hn::Mul(c, d)); }
-HWY_INLINE V Sum(V a, V b, V c, V d, V e, V f) { return hn::Add(Sum(a, b, c, d), hn::Mul(e, f)); }
-HWY_INLINE V Difference(V a, V b, V c, V d) { return hn::Sub(hn::Mul(a, b), hn::Mul(c, d)); }
+KAVO_LANE_INLINE V Sum(V a, V b, V c, V d) { return hn::Add(hn::Mul(a, b), hn::Mul(c, d)); }
+KAVO_LANE_INLINE V Sum(V a, V b, V c, V d, V e, V f) { return hn::Add(Sum(a, b, c, d), hn::Mul(e, f)); }
+KAVO_LANE_INLINE V Difference(V a, V b, V c, V d) { return hn::Sub(hn::Mul(a, b), hn::Mul(c, d)); }
 
 // The entry of a place in the lanes from `lane` on.
-HWY_INLINE V Entry(const math::LaneTransforms& place, std::size_t row, std::size_t column, std::size_t lane) {
+KAVO_LANE_INLINE V Entry(const math::LaneTransforms& place, std::size_t row, std::size_t column,
+                         std::size_t lane) {
   return hn::Load(D(), place.entries + row * kRow + column * kNumLanes + lane);
 }
 
 // One entry of the tool's column: a row of what carries it times its own.
-HWY_INLINE V ToolEntry(const Program& program, std::size_t row, std::size_t column, std::size_t lane) {
+KAVO_LANE_INLINE V ToolEntry(const Program& program, std::size_t row, std::size_t column, std::size_t lane) {
   const float* const own = program.tool[column];
   const D d;
   return Sum(Entry(*program.part, row, 0, lane), hn::Set(d, own[0]),  //
@@ -69,7 +71,7 @@ struct Rows {
 };
 
 // Takes off the position or the rotation what it may be off; `squared` is its square before, and after.
-HWY_INLINE V LeaveRoom(const Program& program, std::size_t block, V squared, Rows& rows) {
+KAVO_LANE_INLINE V LeaveRoom(const Program& program, std::size_t block, V squared, Rows& rows) {
   if (program.room[block] == 0.0f) {
     return squared;
   }
@@ -91,7 +93,8 @@ HWY_INLINE V LeaveRoom(const Program& program, std::size_t block, V squared, Row
 }
 
 template <Rotation kRotation>
-HWY_INLINE void SetRows(const Program& program, std::size_t lane, Rows& rows, V& position, V& rotation) {
+KAVO_LANE_INLINE void SetRows(const Program& program, std::size_t lane, Rows& rows, V& position,
+                              V& rotation) {
   const D d;
   position = hn::Zero(d);
   rotation = hn::Zero(d);
@@ -155,8 +158,8 @@ HWY_INLINE void SetRows(const Program& program, std::size_t lane, Rows& rows, V&
 
 // Adds the derivatives of a joint to those of its coordinate.
 template <Rotation kRotation>
-HWY_INLINE void SetDerivatives(const Program& program, const PoseLanes::Joint& joint, std::size_t lane,
-                               const Rows& rows) {
+KAVO_LANE_INLINE void SetDerivatives(const Program& program, const PoseLanes::Joint& joint, std::size_t lane,
+                                     const Rows& rows) {
   const D d;
   float* const derivatives = program.derivatives + 6 * joint.coordinate * kNumLanes + lane;
   const auto put = [&](std::size_t row, V value) {
@@ -207,8 +210,8 @@ HWY_INLINE void SetDerivatives(const Program& program, const PoseLanes::Joint& j
 }
 
 // What `LeaveRoom` makes of the derivatives of a coordinate.
-HWY_INLINE void ScaleDerivatives(const Program& program, std::size_t block, std::size_t coordinate,
-                                 std::size_t lane, const Rows& rows) {
+KAVO_LANE_INLINE void ScaleDerivatives(const Program& program, std::size_t block, std::size_t coordinate,
+                                       std::size_t lane, const Rows& rows) {
   if (program.room[block] == 0.0f) {
     return;
   }
@@ -225,7 +228,8 @@ HWY_INLINE void ScaleDerivatives(const Program& program, std::size_t block, std:
 }
 
 // Leaves out coordinates that stand at a limit while the error falls beyond it.
-HWY_INLINE void SetSlope(const Program& program, std::size_t coordinate, std::size_t lane, const Rows& rows) {
+KAVO_LANE_INLINE void SetSlope(const Program& program, std::size_t coordinate, std::size_t lane,
+                               const Rows& rows) {
   const D d;
   float* const derivatives = program.derivatives + 6 * coordinate * kNumLanes + lane;
   V slope = hn::Mul(hn::Load(d, derivatives), hn::Load(d, rows.error[0]));
@@ -249,13 +253,14 @@ struct Matrix {
   std::size_t row, column;
   std::size_t num_columns;
 
-  HWY_INLINE V At(std::size_t i, std::size_t k) const {
+  KAVO_LANE_INLINE V At(std::size_t i, std::size_t k) const {
     return hn::Load(D(), entries + i * row + k * column);
   }
 };
 
 // Products of rows i to i + 2 with one another, summed up.
-HWY_INLINE void AddSquares(const Matrix& m, std::size_t i, V& s00, V& s10, V& s11, V& s20, V& s21, V& s22) {
+KAVO_LANE_INLINE void AddSquares(const Matrix& m, std::size_t i, V& s00, V& s10, V& s11, V& s20, V& s21,
+                                 V& s22) {
   for (std::size_t k = 0; k < m.num_columns; ++k) {
     const V a = m.At(i, k);
     const V b = m.At(i + 1, k);
@@ -270,7 +275,7 @@ HWY_INLINE void AddSquares(const Matrix& m, std::size_t i, V& s00, V& s10, V& s1
 }
 
 // Of row i with rows 0 to 2.
-HWY_INLINE void AddProducts(const Matrix& m, std::size_t i, V& s0, V& s1, V& s2) {
+KAVO_LANE_INLINE void AddProducts(const Matrix& m, std::size_t i, V& s0, V& s1, V& s2) {
   for (std::size_t k = 0; k < m.num_columns; ++k) {
     const V a = m.At(i, k);
     s0 = hn::Add(s0, hn::Mul(a, m.At(0, k)));
@@ -280,7 +285,7 @@ HWY_INLINE void AddProducts(const Matrix& m, std::size_t i, V& s0, V& s1, V& s2)
 }
 
 // A symmetric 3 x 3 matrix as L D L^T: l10, l20 and l21 in place, and the reciprocals of the pivots.
-HWY_INLINE void Factor(V least, V a00, V& l10, V a11, V& l20, V& l21, V a22, V& r0, V& r1, V& r2) {
+KAVO_LANE_INLINE void Factor(V least, V a00, V& l10, V a11, V& l20, V& l21, V a22, V& r0, V& r1, V& r2) {
   const V one = hn::Set(D(), 1.0f);
   const V a10 = l10;
   const V a20 = l20;
@@ -294,13 +299,13 @@ HWY_INLINE void Factor(V least, V a00, V& l10, V a11, V& l20, V& l21, V a22, V& 
 }
 
 // (x0, x1, x2) = L^-1 (x0, x1, x2).
-HWY_INLINE void Forward(V l10, V l20, V l21, V x0, V& x1, V& x2) {
+KAVO_LANE_INLINE void Forward(V l10, V l20, V l21, V x0, V& x1, V& x2) {
   x1 = hn::Sub(x1, hn::Mul(l10, x0));
   x2 = hn::Sub(hn::Sub(x2, hn::Mul(l20, x0)), hn::Mul(l21, x1));
 }
 
 // (x0, x1, x2) = L^-T (x0, x1, x2).
-HWY_INLINE void Backward(V l10, V l20, V l21, V& x0, V& x1, V x2) {
+KAVO_LANE_INLINE void Backward(V l10, V l20, V l21, V& x0, V& x1, V x2) {
   x1 = hn::Sub(x1, hn::Mul(l21, x2));
   x0 = hn::Sub(hn::Sub(x0, hn::Mul(l20, x2)), hn::Mul(l10, x1));
 }
@@ -363,7 +368,7 @@ void SolveDamped(const Matrix& m, const float* damping_lanes, const float* right
 }
 
 // Moves a coordinate.
-HWY_INLINE void Move(const Program& program, std::size_t index, std::size_t lane, V by) {
+KAVO_LANE_INLINE void Move(const Program& program, std::size_t index, std::size_t lane, V by) {
   const D d;
   const PoseLanes::Coordinate& coordinate = program.coordinates[index];
   float* const at = program.values + index * kNumLanes + lane;
@@ -384,7 +389,8 @@ HWY_INLINE void Move(const Program& program, std::size_t index, std::size_t lane
 }
 
 // Whether a lane is near its target or goes on in vain, and how long it has.
-HWY_INLINE std::uint32_t Judge(const Program& program, std::size_t lane, V position, V rotation, V squared) {
+KAVO_LANE_INLINE std::uint32_t Judge(const Program& program, std::size_t lane, V position, V rotation,
+                                     V squared) {
   const D d;
   const V one = hn::Set(d, 1.0f);
   const V bound = hn::Load(d, program.bound + lane);

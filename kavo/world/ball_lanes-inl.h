@@ -14,6 +14,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "kavo/math/lane_inline_internal.h"
 #include "kavo/world/ball_model_data_internal.h"
 
 HWY_BEFORE_NAMESPACE();
@@ -32,26 +33,26 @@ struct Lanes : hn::CappedTag<float, kLanes> {
 };
 
 template <class D>
-HWY_INLINE std::uint32_t Bits(D d, hn::Mask<D> mask) {
+KAVO_LANE_INLINE std::uint32_t Bits(D d, hn::Mask<D> mask) {
   std::uint8_t bits[8] = {};
   hn::StoreMaskBits(d, mask, bits);
   return bits[0];
 }
 
-HWY_INLINE float Square(float x) { return x * x; }
+KAVO_LANE_INLINE float Square(float x) { return x * x; }
 
 // One coordinate of a point of a part.
 // \param row Of the part's transform.
 template <class D, class V = hn::Vec<D>>
-HWY_INLINE V Place(D d, const float* row, V x, V y, V z) {
+KAVO_LANE_INLINE V Place(D d, const float* row, V x, V y, V z) {
   V sum = hn::Add(hn::Mul(hn::Load(d, row), x), hn::Mul(hn::Load(d, row + kNumLanes), y));
   sum = hn::Add(sum, hn::Mul(hn::Load(d, row + 2 * kNumLanes), z));
   return hn::Add(sum, hn::Load(d, row + 3 * kNumLanes));
 }
 
 template <class D>
-HWY_INLINE void PlaceCenter(D d, const math::LaneTransforms& transform, const float* center,
-                            Data::Centers& placed) {
+KAVO_LANE_INLINE void PlaceCenter(D d, const math::LaneTransforms& transform, const float* center,
+                                  Data::Centers& placed) {
   const auto x = hn::Set(d, center[0]);
   const auto y = hn::Set(d, center[1]);
   const auto z = hn::Set(d, center[2]);
@@ -65,7 +66,8 @@ HWY_INLINE void PlaceCenter(D d, const math::LaneTransforms& transform, const fl
 
 // The radius of a ball, so enlarged that two neighbours enclose all of it in between. Rounding is far below
 // the share by which it is too large.
-HWY_INLINE float Reach(const Data& data, float radius, const math::MotionBound& bound, float num_balls) {
+KAVO_LANE_INLINE float Reach(const Data& data, float radius, const math::MotionBound& bound,
+                             float num_balls) {
   if (!data.is_motion) {
     return radius;
   }
@@ -73,7 +75,8 @@ HWY_INLINE float Reach(const Data& data, float radius, const math::MotionBound& 
 }
 
 // The bounds on what the motion does to a point, added to those that are there.
-HWY_INLINE void AddMotion(const Data& data, const math::JointReaches& joints, math::MotionBound& bound) {
+KAVO_LANE_INLINE void AddMotion(const Data& data, const math::JointReaches& joints,
+                                math::MotionBound& bound) {
   math::AddMotion(joints, data.rates, bound);
   if (HWY_UNLIKELY(data.bends != nullptr)) {
     math::AddBend(joints, data.bends, bound);
@@ -81,7 +84,7 @@ HWY_INLINE void AddMotion(const Data& data, const math::JointReaches& joints, ma
 }
 
 // How exactly a part is placed.
-HWY_INLINE void FindMargin(const Data& data, Data::Part& part) {
+KAVO_LANE_INLINE void FindMargin(const Data& data, Data::Part& part) {
   if (!part.margin_placement.isDue(data.placement)) {
     return;
   }
@@ -94,14 +97,14 @@ HWY_INLINE void FindMargin(const Data& data, Data::Part& part) {
 
 // Places the ball around a part.
 template <class D>
-HWY_INLINE void PlacePart(D d, const Data& data, Data::Part& part) {
+KAVO_LANE_INLINE void PlacePart(D d, const Data& data, Data::Part& part) {
   FindMargin(data, part);
   PlaceCenter(d, *part.transform, part.center, part.centers);
 }
 
 // Places the ball around a bundle.
 template <class D>
-HWY_INLINE void PlaceBundle(D d, const Data& data, Data::Bundle& bundle) {
+KAVO_LANE_INLINE void PlaceBundle(D d, const Data& data, Data::Bundle& bundle) {
   if (bundle.placement.isDue(data.placement)) {
     PlaceCenter(d, *data.parts[bundle.part].transform, bundle.center, bundle.centers);
   }
@@ -109,7 +112,7 @@ HWY_INLINE void PlaceBundle(D d, const Data& data, Data::Bundle& bundle) {
 
 // Where the ball around a twig of a placed bundle is.
 template <class D>
-HWY_INLINE const float* PlaceTwig(D d, const Data& data, const Data::Bundle& bundle, Data::Twig& twig) {
+KAVO_LANE_INLINE const float* PlaceTwig(D d, const Data& data, const Data::Bundle& bundle, Data::Twig& twig) {
   if (bundle.hasOneTwig()) {
     return bundle.centers.values;
   }
@@ -135,8 +138,9 @@ HWY_NOINLINE void PlaceBalls(D d, Data& data, const Data::Bundle& bundle, Data::
 // to be slower: no chord of a point nearby is longer by more than what the turns are times its distance.
 // \param distance From the centre, of what is bounded.
 template <class D>
-HWY_INLINE math::MotionBound Measured(D d, const Data& data, const math::MotionBound& bound, float turned,
-                                      float distance, float margin, const Data::Centers& centers) {
+KAVO_LANE_INLINE math::MotionBound Measured(D d, const Data& data, const math::MotionBound& bound,
+                                            float turned, float distance, float margin,
+                                            const Data::Centers& centers) {
   auto longest = hn::Zero(d);
   for (std::size_t lane = 0; lane < D::kCount; lane += hn::Lanes(d)) {
     auto squared = hn::Zero(d);
@@ -153,7 +157,7 @@ HWY_INLINE math::MotionBound Measured(D d, const Data& data, const math::MotionB
   return {std::min(bound.speed, speed), bound.acceleration};
 }
 
-HWY_INLINE float TurnedBy(const math::JointReaches& joints, const float* rates) {
+KAVO_LANE_INLINE float TurnedBy(const math::JointReaches& joints, const float* rates) {
   float turned = 0.0f;
   for (const math::JointReach& joint : joints) {
     turned += joint.turns ? rates[joint.joint] : 0.0f;
@@ -163,7 +167,7 @@ HWY_INLINE float TurnedBy(const math::JointReaches& joints, const float* rates) 
 
 // How far a bundle reaches.
 template <class D>
-HWY_INLINE void FindReach(D d, Data& data, Data::Bundle& bundle, float margin) {
+KAVO_LANE_INLINE void FindReach(D d, Data& data, Data::Bundle& bundle, float margin) {
   if (!bundle.reach_placement.isDue(data.placement)) {
     return;
   }
@@ -179,7 +183,7 @@ HWY_INLINE void FindReach(D d, Data& data, Data::Bundle& bundle, float margin) {
 }
 
 // How far the balls of a twig reach, of a bundle whose reach is known.
-HWY_INLINE void FindReaches(Data& data, const Data::Bundle& bundle, Data::Twig& twig) {
+KAVO_LANE_INLINE void FindReaches(Data& data, const Data::Bundle& bundle, Data::Twig& twig) {
   if (twig.reaches_placement.isDue(data.placement)) {
     for (std::uint32_t i = twig.first_ball; i < twig.end_ball; ++i) {
       data.reaches[i] = Reach(data, data.balls[i].radius + bundle.padding, bundle.measured, 1.0f);
@@ -189,7 +193,7 @@ HWY_INLINE void FindReaches(Data& data, const Data::Bundle& bundle, Data::Twig& 
 
 // In which lanes something is within reach. At a squared distance above that of `reach` it is certainly not.
 template <class D, class Squared>
-HWY_INLINE std::uint32_t FindNear(D d, float reach, const Squared& squared) {
+KAVO_LANE_INLINE std::uint32_t FindNear(D d, float reach, const Squared& squared) {
   const auto squared_reach = hn::Set(d, Square(reach));
   std::uint32_t near = 0;
   for (std::size_t lane = 0; lane < D::kCount; lane += hn::Lanes(d)) {
@@ -200,7 +204,7 @@ HWY_INLINE std::uint32_t FindNear(D d, float reach, const Squared& squared) {
 
 // Whether in any lane something is within reach: faster than `FindNear`, for what is mostly far.
 template <class D, class Squared>
-HWY_INLINE bool IsAnyNear(D d, float reach, const Squared& squared) {
+KAVO_LANE_INLINE bool IsAnyNear(D d, float reach, const Squared& squared) {
   const auto squared_reach = hn::Set(d, Square(reach));
   auto least = squared(0);
   for (std::size_t lane = hn::Lanes(d); lane < D::kCount; lane += hn::Lanes(d)) {
@@ -211,13 +215,13 @@ HWY_INLINE bool IsAnyNear(D d, float reach, const Squared& squared) {
 
 // In which lanes there is contact for certain.
 template <class D, class Squared>
-HWY_INLINE std::uint32_t FindTouching(D d, float reach, float margin, const Squared& squared) {
+KAVO_LANE_INLINE std::uint32_t FindTouching(D d, float reach, float margin, const Squared& squared) {
   return reach > margin ? FindNear(d, reach - margin, squared) : 0;
 }
 
 // Squared distances between two placed centres.
 template <class D>
-HWY_INLINE hn::Vec<D> Squared(D d, const float* p, const float* q) {
+KAVO_LANE_INLINE hn::Vec<D> Squared(D d, const float* p, const float* q) {
   const auto x = hn::Sub(hn::Load(d, p), hn::Load(d, q));
   const auto y = hn::Sub(hn::Load(d, p + kNumLanes), hn::Load(d, q + kNumLanes));
   const auto z = hn::Sub(hn::Load(d, p + 2 * kNumLanes), hn::Load(d, q + 2 * kNumLanes));

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <utility>
 
+#include "kavo/math/lane_inline_internal.h"
 #include "kavo/math/vector_math_internal.h"
 #include "kavo/world/snapshot_internal.h"
 
@@ -92,8 +93,8 @@ class OfMotion {
 
 // The contacts of the balls of one bundle with one solid. False when there is no more to ask.
 template <LaneSolid::Kind kKind, class D, class Asked>
-HWY_INLINE bool AskBundle(D d, Data& data, Data::Bundle& bundle, const LaneSolid& solid, float margin,
-                          const Question& question, std::uint32_t open, Asked& asked) {
+KAVO_LANE_INLINE bool AskBundle(D d, Data& data, Data::Bundle& bundle, const LaneSolid& solid, float margin,
+                                const Question& question, std::uint32_t open, Asked& asked) {
   const Distance<kKind, D> distance(d, solid);
   PlaceBundle(d, data, bundle);
   FindReach(d, data, bundle, margin);
@@ -157,7 +158,7 @@ HWY_NOINLINE bool AskPart(D d, Data& data, Data::Part& part, const LaneSolid& so
 // The box around a placed part in all lanes.
 struct Box {
   template <class D>
-  HWY_INLINE Box(D d, const Data::Centers& centers) {
+  KAVO_LANE_INLINE Box(D d, const Data::Centers& centers) {
     for (std::size_t axis = 0; axis < 3; ++axis) {
       auto lowest = hn::Load(d, centers.values + axis * kNumLanes);
       auto highest = lowest;
@@ -172,7 +173,7 @@ struct Box {
   }
 
   // Whether a half-space comes near.
-  HWY_INLINE bool IsNear(const LaneSolid& half_space, float reach) const {
+  KAVO_LANE_INLINE bool IsNear(const LaneSolid& half_space, float reach) const {
     float distance = 0.0f;
     for (int axis = 0; axis < 3; ++axis) {
       const float normal = half_space.rotation[2][axis];
@@ -188,8 +189,8 @@ struct Box {
 
 // The contacts of one placed part with the world. False when there is no more to ask.
 template <class D, class Asked>
-HWY_INLINE bool AskPartInWorld(D d, Data& data, Data::Part& part, const SolidLanes& lanes,
-                               const BoundsGroup* groups, Asked& asked) {
+KAVO_LANE_INLINE bool AskPartInWorld(D d, Data& data, Data::Part& part, const SolidLanes& lanes,
+                                     const BoundsGroup* groups, Asked& asked) {
   if (data.is_motion && part.motion.isDue(data.motion)) {
     part.bound = math::MotionBound();
     AddMotion(data, part.reaches, part.bound);
@@ -225,35 +226,39 @@ HWY_INLINE bool AskPartInWorld(D d, Data& data, Data::Part& part, const SolidLan
   });
 }
 
-HWY_INLINE math::MotionBound BoundOf(const Data& data, const math::JointReaches (&reaches)[2]) {
+KAVO_LANE_INLINE math::MotionBound BoundOf(const Data& data, const math::JointReaches (&reaches)[2]) {
   math::MotionBound bound;
   AddMotion(data, reaches[0], bound);
   AddMotion(data, reaches[1], bound);
   return bound;
 }
 
-// What is left to be asked of two balls around others.
+// What is left to be asked of two balls around others within a bound of their motion.
+template <class D, class Asked>
+KAVO_LANE_INLINE std::uint32_t NarrowWithin(D d, const Data& data, const math::MotionBound& bound,
+                                            float radii, float margin, const Data::Centers& a,
+                                            const Data::Centers& b, std::uint32_t open, const Asked& asked) {
+  const float reach = Reach(data, radii, bound, 2.0f) + margin;
+  return asked.Narrow(open, FindNear(d, reach, [&](std::size_t lane) {
+                        return Squared(d, a.values + lane, b.values + lane);
+                      }));
+}
+
+// What is left to be asked of them at all.
 // \param coarse Bounds their motion too: much is far enough for it, and it takes less to find out.
 template <class D, class Asked>
-HWY_INLINE std::uint32_t NarrowToNear(D d, const Data& data, Data::Pair& pair,
-                                      const math::MotionBound& coarse, float radii, float margin,
-                                      const Data::Centers& a, const Data::Centers& b, std::uint32_t open,
-                                      const Asked& asked) {
-  // Where g++ calls this instead, a check takes a quarter longer.
-  const auto narrow = [&](const math::MotionBound& bound) __attribute__((always_inline)) {
-    const float reach = Reach(data, radii, bound, 2.0f) + margin;
-    return asked.Narrow(open, FindNear(d, reach, [&](std::size_t lane) {
-                          return Squared(d, a.values + lane, b.values + lane);
-                        }));
-  };
-  const std::uint32_t near = narrow(coarse);
+KAVO_LANE_INLINE std::uint32_t NarrowToNear(D d, const Data& data, Data::Pair& pair,
+                                            const math::MotionBound& coarse, float radii, float margin,
+                                            const Data::Centers& a, const Data::Centers& b,
+                                            std::uint32_t open, const Asked& asked) {
+  const std::uint32_t near = NarrowWithin(d, data, coarse, radii, margin, a, b, open, asked);
   if (near == 0 || !data.is_motion) {
     return near;
   }
   if (pair.motion.isDue(data.motion)) {
     pair.bound = BoundOf(data, pair.reaches);
   }
-  return narrow(pair.bound);
+  return NarrowWithin(d, data, pair.bound, radii, margin, a, b, open, asked);
 }
 
 // Looks at those twigs of two placed bundles that come near each other, with their balls placed, until one
@@ -262,8 +267,8 @@ HWY_INLINE std::uint32_t NarrowToNear(D d, const Data& data, Data::Pair& pair,
 // \param look `bool(const Data::Twig& of_a, const Data::Twig& of_b, const float* centers_of_b)`.
 // \return Whether it was enough.
 template <class D, class Look>
-HWY_INLINE bool ForNearTwigs(D d, Data& data, const Data::Bundle& a, const Data::Bundle& b, float added,
-                             const Look& look) {
+KAVO_LANE_INLINE bool ForNearTwigs(D d, Data& data, const Data::Bundle& a, const Data::Bundle& b, float added,
+                                   const Look& look) {
   for (std::uint32_t t = a.first_twig; t < a.end_twig; ++t) {
     Data::Twig& twig_a = data.twigs[t];
     const float* const centers_a = PlaceTwig(d, data, a, twig_a);
@@ -292,8 +297,8 @@ HWY_INLINE bool ForNearTwigs(D d, Data& data, const Data::Bundle& a, const Data:
 
 // The contacts of the balls of two bundles with each other. False when there is no more to ask.
 template <class D, class Asked>
-HWY_INLINE bool AskBundles(D d, Data& data, Data::Pair& pair, const math::MotionBound& coarse, float margin,
-                           const Question& question, std::uint32_t open, Asked& asked) {
+KAVO_LANE_INLINE bool AskBundles(D d, Data& data, Data::Pair& pair, const math::MotionBound& coarse,
+                                 float margin, const Question& question, std::uint32_t open, Asked& asked) {
   Data::Bundle& a = data.bundles[pair.a];
   Data::Bundle& b = data.bundles[pair.b];
   PlaceBundle(d, data, a);
@@ -339,7 +344,7 @@ HWY_INLINE bool AskBundles(D d, Data& data, Data::Pair& pair, const math::Motion
 }
 
 template <class D, class Asked>
-HWY_INLINE bool AskParts(D d, Data& data, std::uint32_t index, Asked& asked) {
+KAVO_LANE_INLINE bool AskParts(D d, Data& data, std::uint32_t index, Asked& asked) {
   Data::Pair& pair = data.part_pairs[index];
   Data::Part& a = data.parts[pair.a];
   Data::Part& b = data.parts[pair.b];
@@ -374,8 +379,8 @@ HWY_INLINE bool AskParts(D d, Data& data, std::uint32_t index, Asked& asked) {
 }
 
 template <class D, class Asked>
-HWY_INLINE void AskAllInLanes(D d, Data& data, const SolidLanes& lanes, const BoundsGroup* groups,
-                              Asked& asked) {
+KAVO_LANE_INLINE void AskAllInLanes(D d, Data& data, const SolidLanes& lanes, const BoundsGroup* groups,
+                                    Asked& asked) {
   for (Data::Part& part : data.parts) {
     PlacePart(d, data, part);
     if (part.is_fixed) {
@@ -416,13 +421,13 @@ BallModel::Verdict AskAll(Data& data, const SolidLanes& lanes, const BoundsGroup
   return asked.Verdict();
 }
 
-HWY_INLINE float MarginOf(Data& data, const Data::Bundle& bundle) {
+KAVO_LANE_INLINE float MarginOf(Data& data, const Data::Bundle& bundle) {
   Data::Part& part = data.parts[bundle.part];
   FindMargin(data, part);
   return part.margin;
 }
 
-HWY_INLINE const LaneSolid& SolidOf(const SolidLanes& lanes, const Question& question) {
+KAVO_LANE_INLINE const LaneSolid& SolidOf(const SolidLanes& lanes, const Question& question) {
   return question.kind == Question::Kind::kSolid ? lanes.solids[question.object]
                                                  : lanes.half_spaces[question.object];
 }

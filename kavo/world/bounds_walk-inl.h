@@ -11,6 +11,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "kavo/math/lane_inline_internal.h"
 #include "kavo/world/bounds_tree_internal.h"
 
 HWY_BEFORE_NAMESPACE();
@@ -23,8 +24,9 @@ namespace {
 // \param is_found The same of an item.
 // \return Whether one was found.
 template <class IsEntered, class IsFound>
-HWY_INLINE bool WalkOverlapping(const BoundsGroup* groups, const float (&low)[3], const float (&high)[3],
-                                const IsEntered& is_entered, const IsFound& is_found) {
+KAVO_LANE_INLINE bool WalkOverlapping(const BoundsGroup* groups, const float (&low)[3],
+                                      const float (&high)[3], const IsEntered& is_entered,
+                                      const IsFound& is_found) {
   namespace hn = hwy::HWY_NAMESPACE;
   const hn::CappedTag<float, BoundsGroup::kSize> d;
   const auto low_x = hn::Set(d, low[0]);
@@ -68,8 +70,8 @@ HWY_INLINE bool WalkOverlapping(const BoundsGroup* groups, const float (&low)[3]
 // The same for items by their places.
 // \param is_found `bool(std::uint32_t place)`.
 template <class IsFound>
-HWY_INLINE bool FindOverlapping(const BoundsGroup* groups, const float (&low)[3], const float (&high)[3],
-                                const IsFound& is_found) {
+KAVO_LANE_INLINE bool FindOverlapping(const BoundsGroup* groups, const float (&low)[3],
+                                      const float (&high)[3], const IsFound& is_found) {
   return WalkOverlapping(
       groups, low, high, [](const BoundsGroup&, std::uint32_t) { return true; },
       [&](const BoundsGroup& group, std::uint32_t lane) { return is_found(group.first + lane); });

@@ -12,6 +12,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "kavo/math/lane_inline_internal.h"
 #include "kavo/math/lane_transforms_internal.h"
 #include "kavo/world/ball_lanes-inl.h"
 #include "kavo/world/bounds_walk-inl.h"
@@ -33,7 +34,7 @@ class LocalCenters {
   using V = hn::Vec<D>;
   static constexpr std::uint32_t kAll = (1u << D::kCount) - 1u;
 
-  HWY_INLINE LocalCenters(D d, const LaneSolid& solid, const float* centers) : d_(d) {
+  KAVO_LANE_INLINE LocalCenters(D d, const LaneSolid& solid, const float* centers) : d_(d) {
     for (std::size_t lane = 0; lane < D::kCount; lane += hn::Lanes(d)) {
       V way[3];
       for (std::size_t axis = 0; axis < 3; ++axis) {
@@ -48,18 +49,18 @@ class LocalCenters {
     }
   }
 
-  HWY_INLINE V at(std::size_t axis, std::size_t lane) const {
+  KAVO_LANE_INLINE V at(std::size_t axis, std::size_t lane) const {
     return hn::Load(d_, values_ + axis * kNumLanes + lane);
   }
 
-  HWY_INLINE void getPoint(std::size_t lane, double (&point)[3]) const {
+  KAVO_LANE_INLINE void getPoint(std::size_t lane, double (&point)[3]) const {
     for (std::size_t axis = 0; axis < 3; ++axis) {
       point[axis] = static_cast<double>(values_[axis * kNumLanes + lane]);
     }
   }
 
   // The box around all that is within reach in some lanes.
-  HWY_INLINE void getBox(float reach, std::uint32_t lanes, float (&low)[3], float (&high)[3]) const {
+  KAVO_LANE_INLINE void getBox(float reach, std::uint32_t lanes, float (&low)[3], float (&high)[3]) const {
     const V infinity = hn::Inf(d_);
     for (std::size_t axis = 0; axis < 3; ++axis) {
       V lowest = infinity;
@@ -77,11 +78,11 @@ class LocalCenters {
 
   // The lanes of which `squared(lane)` is at most that of the reach.
   template <class Squared>
-  HWY_INLINE std::uint32_t within(float reach, const Squared& squared) const {
+  KAVO_LANE_INLINE std::uint32_t within(float reach, const Squared& squared) const {
     return FindNear(d_, reach, squared);
   }
 
-  HWY_INLINE V fromBox(const BoundsGroup& group, std::uint32_t part, std::size_t lane) const {
+  KAVO_LANE_INLINE V fromBox(const BoundsGroup& group, std::uint32_t part, std::size_t lane) const {
     V sum = hn::Zero(d_);
     for (std::size_t axis = 0; axis < 3; ++axis) {
       const V center = at(axis, lane);
@@ -93,7 +94,7 @@ class LocalCenters {
     return sum;
   }
 
-  HWY_INLINE V fromMiddle(const BoundsGroup& group, std::uint32_t part, std::size_t lane) const {
+  KAVO_LANE_INLINE V fromMiddle(const BoundsGroup& group, std::uint32_t part, std::size_t lane) const {
     V sum = hn::Zero(d_);
     for (std::size_t axis = 0; axis < 3; ++axis) {
       const V way =
@@ -103,7 +104,7 @@ class LocalCenters {
     return sum;
   }
 
-  HWY_INLINE V fromTriangle(const LaneTriangle& triangle, std::size_t lane) const {
+  KAVO_LANE_INLINE V fromTriangle(const LaneTriangle& triangle, std::size_t lane) const {
     const V x = hn::Sub(at(0, lane), hn::Set(d_, triangle.corner[0]));
     const V y = hn::Sub(at(1, lane), hn::Set(d_, triangle.corner[1]));
     const V z = hn::Sub(at(2, lane), hn::Set(d_, triangle.corner[2]));
@@ -124,12 +125,12 @@ class LocalCenters {
   }
 
  private:
-  HWY_INLINE V along(V x, V y, V z, const float* direction) const {
+  KAVO_LANE_INLINE V along(V x, V y, V z, const float* direction) const {
     return hn::Add(hn::Add(hn::Mul(x, hn::Set(d_, direction[0])), hn::Mul(y, hn::Set(d_, direction[1]))),
                    hn::Mul(z, hn::Set(d_, direction[2])));
   }
 
-  HWY_INLINE V fromSide(V x, V y, V z, const float* side, float inverse) const {
+  KAVO_LANE_INLINE V fromSide(V x, V y, V z, const float* side, float inverse) const {
     const V share = hn::Min(hn::Max(hn::Mul(along(x, y, z, side), hn::Set(d_, inverse)), hn::Zero(d_)),
                             hn::Set(d_, 1.0f));
     x = hn::Sub(x, hn::Mul(share, hn::Set(d_, side[0])));
@@ -144,8 +145,8 @@ class LocalCenters {
 
 // Those of the lanes in which a part is within reach.
 template <class D>
-HWY_INLINE std::uint32_t FindNearParts(const Compound& compound, const LocalCenters<D>& centers, float reach,
-                                       std::uint32_t asked) {
+KAVO_LANE_INLINE std::uint32_t FindNearParts(const Compound& compound, const LocalCenters<D>& centers,
+                                             float reach, std::uint32_t asked) {
   float low[3];
   float high[3];
   centers.getBox(reach, asked, low, high);
@@ -188,8 +189,8 @@ HWY_INLINE std::uint32_t FindNearParts(const Compound& compound, const LocalCent
 
 // The same, also of what fills a surface.
 template <class D>
-HWY_INLINE std::uint32_t FindNearParts(const LaneSolid& solid, const LocalCenters<D>& centers, float reach,
-                                       std::uint32_t asked) {
+KAVO_LANE_INLINE std::uint32_t FindNearParts(const LaneSolid& solid, const LocalCenters<D>& centers,
+                                             float reach, std::uint32_t asked) {
   const std::uint32_t near = FindNearParts(*solid.compound, centers, reach, asked);
   return HWY_LIKELY(solid.filling == nullptr)
              ? near
@@ -198,8 +199,8 @@ HWY_INLINE std::uint32_t FindNearParts(const LaneSolid& solid, const LocalCenter
 
 // Those of the lanes whose centres are inside, where no part is as near as rounding may shift them.
 template <class D>
-HWY_INLINE std::uint32_t FindInside(const LaneSolid& solid, const LocalCenters<D>& centers,
-                                    std::uint32_t asked) {
+KAVO_LANE_INLINE std::uint32_t FindInside(const LaneSolid& solid, const LocalCenters<D>& centers,
+                                          std::uint32_t asked) {
   std::uint32_t inside = 0;
   for (std::uint32_t lanes = solid.is_solid ? asked : 0; lanes != 0; lanes &= lanes - 1) {
     const auto lane = static_cast<std::uint32_t>(hwy::Num0BitsBelowLS1Bit_Nonzero32(lanes));

@@ -11,6 +11,7 @@
 #include <cstddef>
 #include <type_traits>
 
+#include "kavo/math/lane_inline_internal.h"
 #include "kavo/math/lane_transforms_internal.h"
 #include "kavo/world/ball_lanes-inl.h"
 #include "kavo/world/compound_distance-inl.h"
@@ -31,16 +32,16 @@ class Distance {
   using V = hn::Vec<D>;
   using Kind = LaneSolid::Kind;
 
-  HWY_INLINE Distance(D d, const LaneSolid& solid) : d_(d), solid_(solid) {}
+  KAVO_LANE_INLINE Distance(D d, const LaneSolid& solid) : d_(d), solid_(solid) {}
 
   // In which lanes a ball comes within reach; in others it certainly does not. Here and below it may leave
   // out lanes that are not asked about.
-  HWY_INLINE std::uint32_t Near(const float* centers, float reach, std::uint32_t) const {
+  KAVO_LANE_INLINE std::uint32_t Near(const float* centers, float reach, std::uint32_t) const {
     return FindNear(d_, reach + solid_.rounding, [&](std::size_t lane) { return Squared(centers + lane); });
   }
 
   // The same, faster where most are far.
-  HWY_INLINE std::uint32_t NearIfAny(const float* centers, float reach, std::uint32_t) const {
+  KAVO_LANE_INLINE std::uint32_t NearIfAny(const float* centers, float reach, std::uint32_t) const {
     const auto squared = [&](std::size_t lane) { return Squared(centers + lane); };
     return HWY_LIKELY(!IsAnyNear(d_, reach + solid_.rounding, squared))
                ? 0
@@ -48,7 +49,8 @@ class Distance {
   }
 
   // In which lanes a ball touches for certain.
-  HWY_INLINE std::uint32_t Touching(const float* centers, float radius, float margin, std::uint32_t) const {
+  KAVO_LANE_INLINE std::uint32_t Touching(const float* centers, float radius, float margin,
+                                          std::uint32_t) const {
     return FindTouching(d_, radius + solid_.rounding, margin,
                         [&](std::size_t lane) { return Squared(centers + lane); });
   }
@@ -56,7 +58,7 @@ class Distance {
  private:
   // Squared distances from placed centres; zero inside. Of a ball and a capsule, from the centre and the
   // segment, and of all without their padding: that is part of the reach.
-  HWY_INLINE V Squared(const float* center) const {
+  KAVO_LANE_INLINE V Squared(const float* center) const {
     V x = hn::Sub(hn::Load(d_, center), hn::Set(d_, solid_.center[0]));
     V y = hn::Sub(hn::Load(d_, center + kNumLanes), hn::Set(d_, solid_.center[1]));
     V z = hn::Sub(hn::Load(d_, center + 2 * kNumLanes), hn::Set(d_, solid_.center[2]));
@@ -92,7 +94,7 @@ class Distance {
   }
 
   // In the plane through the axis of a cone, where it is a triangle.
-  HWY_INLINE V SquaredFromCone(V x, V y, V z) const {
+  KAVO_LANE_INLINE V SquaredFromCone(V x, V y, V z) const {
     const V side = hn::Sqrt(hn::Add(hn::Mul(x, x), hn::Mul(y, y)));
     const V outwards = hn::Set(d_, solid_.half[0]);
     const V down = hn::Set(d_, solid_.half[1]);
@@ -114,13 +116,13 @@ class Distance {
     return hn::IfThenElse(hn::Gt(hn::Max(beyond_slope, beyond_base), zero), outside, zero);
   }
 
-  HWY_INLINE V Along(int row, V x, V y, V z) const {
+  KAVO_LANE_INLINE V Along(int row, V x, V y, V z) const {
     return hn::Add(hn::Add(hn::Mul(x, hn::Set(d_, solid_.rotation[row][0])),
                            hn::Mul(y, hn::Set(d_, solid_.rotation[row][1]))),
                    hn::Mul(z, hn::Set(d_, solid_.rotation[row][2])));
   }
 
-  HWY_INLINE V Beyond(V coordinate, float half) const {
+  KAVO_LANE_INLINE V Beyond(V coordinate, float half) const {
     return hn::Max(hn::Sub(hn::Abs(coordinate), hn::Set(d_, half)), hn::Zero(d_));
   }
 
@@ -132,16 +134,16 @@ class Distance {
 template <class D>
 class Distance<LaneSolid::Kind::kCompound, D> {
  public:
-  HWY_INLINE Distance(D d, const LaneSolid& solid) : d_(d), solid_(solid) {}
+  KAVO_LANE_INLINE Distance(D d, const LaneSolid& solid) : d_(d), solid_(solid) {}
 
-  HWY_INLINE std::uint32_t Near(const float* centers, float reach, std::uint32_t asked) const {
+  KAVO_LANE_INLINE std::uint32_t Near(const float* centers, float reach, std::uint32_t asked) const {
     return FindNearCompound(d_, solid_, centers, reach + solid_.rounding, asked);
   }
-  HWY_INLINE std::uint32_t NearIfAny(const float* centers, float reach, std::uint32_t asked) const {
+  KAVO_LANE_INLINE std::uint32_t NearIfAny(const float* centers, float reach, std::uint32_t asked) const {
     return Near(centers, reach, asked);
   }
-  HWY_INLINE std::uint32_t Touching(const float* centers, float radius, float margin,
-                                    std::uint32_t asked) const {
+  KAVO_LANE_INLINE std::uint32_t Touching(const float* centers, float radius, float margin,
+                                          std::uint32_t asked) const {
     return FindTouchingCompound(d_, solid_, centers, radius + solid_.rounding, margin, asked);
   }
 
@@ -152,7 +154,7 @@ class Distance<LaneSolid::Kind::kCompound, D> {
 
 // Calls `ask` with the kind of a solid as a constant.
 template <class Ask>
-HWY_INLINE bool ForKind(LaneSolid::Kind kind, const Ask& ask) {
+KAVO_LANE_INLINE bool ForKind(LaneSolid::Kind kind, const Ask& ask) {
   using Kind = LaneSolid::Kind;
   switch (kind) {
     case Kind::kBall:
