@@ -69,8 +69,13 @@ std::string Explain(const GoalReport& report, const Goal& goal, const RobotDescr
     return "from none of " + std::to_string(report.num_not_accepted) +
            " valid configurations can the lines that follow be gone";
   }
-  // Neither of them where the query ended before the goal had its turn.
-  return report.fault || report.is_too_close ? text + ExplainFault(report.fault, robot) : "";
+  if (report.fault || report.is_too_close) {
+    return text + ExplainFault(report.fault, robot);
+  }
+  // None where the query ended before the goal had its turn.
+  return report.num_restarts == 0 ? ""
+                                  : "what was found in " + std::to_string(report.num_restarts) +
+                                        " tries is not within the tolerances";
 }
 
 std::string Explain(const planning::LineMotion& line, const RobotDescription& robot) {

@@ -115,6 +115,22 @@ class PoseDraw {
   util::RandomGenerator<double> generator_;
 };
 
+// Two Euler angles that are free together are more than inverse kinematics leaves free as such: the first of
+// them, which is drawn. -1 where there is none.
+int FreeAngleToDraw(const PoseGoal::AxisTolerances& tolerances) {
+  int first = -1;
+  int num_free = 0;
+  for (int i = 2; i >= 0; --i) {
+    if (IsFree(tolerances.angles[i])) {
+      first = i;
+      ++num_free;
+    }
+  }
+  const bool is_euler =
+      tolerances.parameterization == PoseGoal::AxisTolerances::Parameterization::kEulerAngles;
+  return is_euler && num_free == 2 ? first : -1;
+}
+
 // The target that draw `k` of a goal goes to: the pose of the goal first, then others that it allows.
 PoseTarget TargetOf(const PoseGoal& goal, std::uint64_t k, bool is_fine, std::uint32_t seed) {
   const double position_tolerance = *goal.position_tolerance;
@@ -142,9 +158,12 @@ PoseTarget TargetOf(const PoseGoal& goal, std::uint64_t k, bool is_fine, std::ui
   if (goal.axis_tolerances) {
     const Eigen::Vector3d& angles = goal.axis_tolerances->angles;
     Eigen::Vector3d turns = Eigen::Vector3d::Zero();
+    const int drawn = FreeAngleToDraw(*goal.axis_tolerances);
     for (Eigen::Index i = 0; i < 3; ++i) {
-      target.rotation_counts[static_cast<std::size_t>(i)] = !IsFree(angles[i]);
-      if (k > 0 && !IsFree(angles[i])) {
+      target.rotation_counts[static_cast<std::size_t>(i)] = i == drawn || !IsFree(angles[i]);
+      if (k > 0 && i == drawn) {
+        turns[i] = math::kPi * draw.InCube()[0];
+      } else if (k > 0 && !IsFree(angles[i])) {
         turns[i] = kShrunk * std::max(angles[i] - kFineOrientation, 0.0) * draw.InCube()[0];
       }
     }
@@ -167,7 +186,8 @@ PoseTarget TargetOf(const PoseGoal& goal, std::uint64_t k, bool is_fine, std::ui
 bool HasRoom(const PoseGoal& goal) {
   const auto is_wide = [](double tolerance) { return tolerance > 0.01 && !IsFree(tolerance); };
   return !goal.regions.empty() || *goal.position_tolerance > 1e-3 ||
-         (goal.axis_tolerances ? (goal.axis_tolerances->angles.unaryExpr(is_wide).any())
+         (goal.axis_tolerances ? goal.axis_tolerances->angles.unaryExpr(is_wide).any() ||
+                                     FreeAngleToDraw(*goal.axis_tolerances) >= 0
                                : is_wide(*goal.orientation_tolerance));
 }
 
