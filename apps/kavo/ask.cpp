@@ -36,6 +36,13 @@ Goal WithoutTolerances(const Goal& goal) {
   return range != nullptr ? Goal(range->configuration) : goal;
 }
 
+bool NeedsMotions(const Query& query) {
+  const Stage& first = query.stages.front();
+  const auto* const pose = std::get_if<PoseGoal>(&first.goals.front());
+  return query.stages.size() > 1 || first.line || first.goals.size() > 1 ||
+         (pose != nullptr && !pose->IsPosition());
+}
+
 Answer Ask(MotionPlanner& planner, const planning::MotionPlannerConfig& config, const Query& query,
            bool interpolates) {
   const Stage& first = query.stages.front();

@@ -21,6 +21,9 @@ struct Answer {
 //! What a planner of one goal takes instead of a configuration with tolerances: the configuration.
 Goal WithoutTolerances(const Goal& goal);
 
+//! Whether a query is for the planner of motions alone.
+bool NeedsMotions(const Query& query);
+
 //! Asks the planner in the way that suits the query. One configuration, and one position unless the planner
 //! is that of motions, is what a planner of one goal is asked for, in the way that the settings say; all else
 //! is for the planner of motions.

@@ -196,6 +196,12 @@ class Planning {
     } else {
       queries_ = {{situation_.start, std::move(stages)}};
     }
+    if (settings_.Config().planner != planning::CSpacePlanner::kBiRrt &&
+        std::any_of(queries_.begin(), queries_.end(),
+                    [](const Query& query) { return NeedsMotions(query); })) {
+      situations_.GetNotes().Say("poses, lines and stages are for bi_rrt, which plans here in place of " +
+                                 std::string(ToString(settings_.Config().planner)));
+    }
   }
 
   Attempt TryAll() {

@@ -94,8 +94,8 @@ class QueryOptions::Reader {
   }
 
   Stage Next(const std::string& text) {
-    const std::string option = "--then";
     const auto [kind, value] = KindAndValue(text);
+    const std::string option = "--then " + kind;
     if (kind == "goal") {
       return {{Configuration(option, value)}};
     }
@@ -108,7 +108,7 @@ class QueryOptions::Reader {
     if (kind == "line") {
       return Line(option, value);
     }
-    throw UnusableInput(option + " " + text + ": expected goal=Q, target=X,Y,Z, pose=X,Y,Z,QX,QY,QZ,QW or " +
+    throw UnusableInput("--then " + text + ": expected goal=Q, target=X,Y,Z, pose=X,Y,Z,QX,QY,QZ,QW or " +
                         "line= with either of the last two");
   }
 

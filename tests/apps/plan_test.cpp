@@ -371,6 +371,7 @@ TEST(PlanToPoseTest, GoesToPosesAlongLinesAndOnFromThere) {
       {{"--pose", pose, "--pose-frame", "hadn"},
        "--pose-frame hadn: expected a frame of the robot; did you mean 'hand'?"},
       {{"--pose", pose, "--then", "lien=" + pose}, "--then lien=" + pose + ": expected goal=Q, "},
+      {{"--pose", pose, "--then", "line=1"}, "--then line 1: expected X,Y,Z,QX,QY,QZ,QW"},
       {{"--pose", pose, "--line", pose}, "--line"},
       {{"--goal", "default", "--planner", "jt_rrt"}, "--planner jt_rrt plans to positions"},
       {{"--pose", pose, "--planner", "jt_rrt"}, "--planner jt_rrt plans to positions"},

@@ -33,6 +33,9 @@ constexpr std::uint64_t kMostDraws = 64;
 constexpr std::uint64_t kRestartsToReach = 256;
 constexpr std::uint64_t kRestartsToUse = 4096;
 constexpr std::uint64_t kIdleRestarts = 512;
+// Configurations that are valid but not accepted, none of them, after which a pose is given up: to accept one
+// may take long.
+constexpr std::uint64_t kMostRefusals = 256;
 
 bool IsFree(double tolerance) { return tolerance >= math::kPi; }
 
@@ -354,7 +357,8 @@ void GoalDraws::DrawPose(Pose& pose, std::vector<Eigen::VectorXd>& drawn) {
     pose.is_exhausted = report.num_configurations >= config_.max_pose_configurations ||
                         pose.num_idle_restarts >= kIdleRestarts;
   } else {
-    pose.is_exhausted = pose.next_restart >= (pose.is_reached ? kRestartsToUse : kRestartsToReach);
+    pose.is_exhausted = pose.next_restart >= (pose.is_reached ? kRestartsToUse : kRestartsToReach) ||
+                        report.num_not_accepted >= kMostRefusals;
   }
 }
 
