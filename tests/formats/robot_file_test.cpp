@@ -403,6 +403,7 @@ TEST(RobotFile, WhereSpheresComeFrom) {
       "<link_sphere_approximation link='c'><sphere center='0 0 0' radius='0'/></link_sphere_approximation>";
   const std::string bare = "b: [{center: [7, 8, 9], radius: 0.125}]";
   RobotFileOptions options;
+  options.cover_tolerance = 0.3;
   const auto text = [](const LoadedRobot& robot) {
     const char* const sources[] = {"file", "srdf", "urdf", "cover", "none"};
     std::ostringstream out;
@@ -499,6 +500,7 @@ TEST(RobotFile, CoversAreKept) {
   const std::string urdf = folder.Write("arm.urdf", "<robot name='arm'>" + Solids() + "</robot>");
   RobotFileOptions options;
   options.cover_cache = cache;
+  options.cover_tolerance = 0.1;
   const auto bits = [&] {
     std::string text;
     for (const math::Sphere& sphere : Internal(LoadRobot(urdf, options)).collision().spheresOf("base")) {
@@ -534,7 +536,7 @@ TEST(RobotFile, CoversAreKept) {
     EXPECT_EQ(testing::ReadFile(file), kept) << size;
   }
   // Another tolerance, another scale and another place of a file, of which only the first two matter.
-  options.cover_tolerance = 0.05;
+  options.cover_tolerance = 0.2;
   const std::string coarse = bits();
   EXPECT_NE(coarse, made);
   EXPECT_EQ(entries().size(), 2u);
