@@ -6,6 +6,7 @@
 
 #include "kavo/kinematics/interface/robot_description_builder.h"
 #include "kavo/motion_planning/environment/robot_environment.h"
+#include "kavo/motion_planning/util/configuration_inspection.h"
 #include "kavo/world/world.h"
 #include "tests/motion_planning/scripted_environment.h"
 #include "tests/support/fatal.h"
@@ -76,6 +77,29 @@ TEST(PathCheckTest, FindsTheFirstBadConfigurationAndTheDeepestContact) {
   EXPECT_EQ(coarse.num_configurations, 2u);
   EXPECT_EQ(coarse.clearance->distance, 0.75);
   EXPECT_EQ(coarse.clearance->frame, "low_cart");
+}
+
+TEST(PathCheckTest, AnInspectionListsAllThatIsWrong) {
+  World world;
+  world.add(BoxObstacle{{0.5, 4.0, 0.5}}, Pose3::FromTranslation({2.0, 0.0, 0.0}), "post");
+  world.add(SphereObstacle{0.25}, Pose3::FromTranslation({2.0, 0.0, 2.0}), "ball");
+  const auto found =
+      InspectConfigurations(*Carts(true), world.view(), {Vec({2.0, 2.0}), Vec({4.5, -2.5}), Vec({0.0, 3.0})});
+  ASSERT_EQ(found.size(), 3u);
+  // Both carts are at the post, the high one with its upper ball in reach of neither obstacle.
+  ASSERT_EQ(found[0].contacts.size(), 2u);
+  EXPECT_EQ(found[0].contacts[0].frame, "low_cart");
+  EXPECT_EQ(found[0].contacts[0].depth, 0.75);
+  EXPECT_EQ(found[0].contacts[1].obstacle_name, "ball");
+  EXPECT_EQ(found[0].contacts[1].sphere, 0u);
+  EXPECT_EQ(found[0].clearance->obstacle_name, "post");
+  ASSERT_EQ(found[0].self_contacts.size(), 1u);
+  EXPECT_EQ(found[0].self_contacts[0].spheres[1], 1u);
+  EXPECT_EQ(found[0].Fault()->contact->depth, 0.75);
+  EXPECT_FALSE(found[0].Fault()->self_contact.has_value());
+  EXPECT_EQ(found[1].limits.size(), 2u);
+  EXPECT_EQ(found[1].Fault()->limit->coordinate, 0u);
+  EXPECT_TRUE(found[2].IsValid() && !found[2].Fault());
 }
 
 TEST(PathCheckTest, ChecksPairsOfFramesOnlyWhereTheRobotHasThem) {
