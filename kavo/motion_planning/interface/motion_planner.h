@@ -11,6 +11,7 @@
 #include "kavo/motion_planning/interface/attached_object.h"
 #include "kavo/motion_planning/interface/goal.h"
 #include "kavo/motion_planning/interface/query_report.h"
+#include "kavo/motion_planning/interface/search_record.h"
 #include "kavo/motion_planning/interface/stage.h"
 #include "kavo/motion_planning/util/line_motion.h"
 #include "kavo/motion_planning/util/stop_condition.h"
@@ -238,6 +239,22 @@ class KAVO_EXPORT MotionPlanner {
   //! {{start}}}); assert(results.path_found && results.parts.size() == 4 && results.path.back() == start);
   //! @endcode
   virtual StagedResults planStages(const Eigen::VectorXd& q_initial, const std::vector<Stage>& stages) = 0;
+
+  //! Has each search shown to an observer from now on: its trees, and its path before that is shortened. An
+  //! empty one lifts it. Answers stay the same; a query takes as much longer as it takes to copy the trees.
+  //!
+  //! @code
+  //! const std::shared_ptr<kavo::RobotDescription> robot = kavo::LoadThreeLinkArmRobotDescription();
+  //! kavo::World world;
+  //! world.add(kavo::SphereObstacle{0.3}, kavo::Pose3::FromTranslation({1.7, 0.6, 0.0}), "ball");
+  //! const auto planner = kavo::CreateMotionPlanner(robot, world.view());
+  //! std::vector<kavo::SearchRecord> searches;
+  //! planner->setSearchObserver([&](const kavo::SearchRecord& search) { searches.push_back(search); });
+  //! planner->planToCSpaceTarget(Eigen::Vector3d(-0.4, 0.1, 0.2), Eigen::Vector3d(1.7, -0.2, -0.3), false);
+  //! assert(searches.size() == 1 && searches[0].trees.size() == 2);
+  //! assert(searches[0].raw_path.size() == planner->queryReport().num_raw_waypoints);
+  //! @endcode
+  virtual void setSearchObserver(SearchObserver observer) = 0;
 
   //! A path to the pose of a frame, see `planToGoals`.
   Results planToPose(const Eigen::VectorXd& q_initial, const PoseGoal& goal,

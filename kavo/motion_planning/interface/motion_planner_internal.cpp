@@ -315,9 +315,31 @@ MotionPlanner::Results MotionPlannerInternal::plan(RRT& planner, const Eigen::Ve
   } else if (is_invalid_start || &planner == rrt_connect_.get()) {
     report_.fault = robot_environment_->FindFault(is_invalid_start ? q_initial : target);
   }
+  if (search_observer_) {
+    showSearch(planner, q_initial, nodes);
+  }
   // Last: a query that an exception has ended has none.
   report_.status = status;
   return results;
+}
+
+void MotionPlannerInternal::showSearch(const RRT& planner, const Eigen::VectorXd& q_initial,
+                                       const std::optional<std::vector<std::shared_ptr<Node>>>& nodes) const {
+  SearchRecord record;
+  record.planner = report_.planner;
+  if (nodes) {
+    record.raw_path = ConvertToConfigurations(*nodes);
+  }
+  // Without nodes counted the trees are those of a query before.
+  if (!report_.num_nodes.empty() && &planner == jt_rrt_.get()) {
+    record.trees = {internal::RecordTree(*jt_rrt_c_space_tree_, SearchTree::Root::kStart)};
+  } else if (!report_.num_nodes.empty()) {
+    // The planner exchanges them as it goes.
+    const bool is_first = rrt_connect_trees_[0]->Nodes().front()->Configuration() == q_initial;
+    record.trees = {internal::RecordTree(*rrt_connect_trees_[is_first ? 0 : 1], SearchTree::Root::kStart),
+                    internal::RecordTree(*rrt_connect_trees_[is_first ? 1 : 0], SearchTree::Root::kGoal)};
+  }
+  search_observer_(record);
 }
 
 MotionPlanner::Results MotionPlannerInternal::generateResults(
@@ -348,7 +370,7 @@ internal::MotionQueries& MotionPlannerInternal::byMotions() {
   }
   if (!by_motions_) {
     by_motions_.emplace(motion_planner_config_, robot_description_,
-                        makeRobotEnvironment(motion_planner_config_.seed), stop_condition_);
+                        makeRobotEnvironment(motion_planner_config_.seed), stop_condition_, search_observer_);
   }
   return *by_motions_;
 }

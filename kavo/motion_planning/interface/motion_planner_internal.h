@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "kavo/motion_planning/environment/robot_environment.h"
@@ -43,6 +44,7 @@ class KAVO_INTERNAL_EXPORT MotionPlannerInternal final : public MotionPlanner {
   planning::LineMotion planLine(const Eigen::VectorXd& q_initial, const PoseGoal& goal,
                                 const planning::LineOptions& options) override;
   StagedResults planStages(const Eigen::VectorXd& q_initial, const std::vector<Stage>& stages) override;
+  void setSearchObserver(SearchObserver observer) override { search_observer_ = std::move(observer); }
 
  private:
   void validateMotionPlannerConfig() const;
@@ -57,6 +59,8 @@ class KAVO_INTERNAL_EXPORT MotionPlannerInternal final : public MotionPlanner {
                std::array<const std::unique_ptr<Tree>*, 2> trees, bool generate_interpolated_path);
   Results generateResults(const std::optional<std::vector<std::shared_ptr<Node>>>& nodes,
                           bool generate_interpolated_path);
+  void showSearch(const RRT& planner, const Eigen::VectorXd& q_initial,
+                  const std::optional<std::vector<std::shared_ptr<Node>>>& nodes) const;
   // That of the planner by motions, made when it is asked for first.
   internal::MotionQueries& byMotions();
   // Has it answer a query, and takes over its report.
@@ -83,6 +87,7 @@ class KAVO_INTERNAL_EXPORT MotionPlannerInternal final : public MotionPlanner {
   bool needs_rebuild_ = false;
   bool has_warned_of_weights_ = false;
   StopCondition stop_condition_;
+  SearchObserver search_observer_;
   QueryReport report_;
 };
 

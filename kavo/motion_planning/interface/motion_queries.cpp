@@ -59,12 +59,13 @@ BiRRTConfig ConfigOfBiRrt(const MotionPlannerConfig& planner_config, const Robot
 
 MotionQueries::MotionQueries(const MotionPlannerConfig& config, std::shared_ptr<RobotDescription> robot,
                              std::shared_ptr<RobotEnvironment> environment,
-                             const StopCondition& stop_condition)
+                             const StopCondition& stop_condition, const SearchObserver& search_observer)
     : config_(config),
       robot_(std::move(robot)),
       environment_(std::move(environment)),
       bi_rrt_(CreateBiRRT(ConfigOfBiRrt(config, *robot_, *environment_), environment_)),
-      pose_solvers_(robot_) {
+      pose_solvers_(robot_),
+      search_observer_(search_observer) {
   SetStopCondition(stop_condition);
 }
 
@@ -91,8 +92,12 @@ MotionPlanner::Results MotionQueries::Plan(const Connect& connect, bool generate
   report_.search_seconds = SecondsSince(begin);
   report_.num_iterations = bi_rrt_->LastNumIterations();
   Results results;
+  std::vector<Eigen::VectorXd> raw_path;
   if (connection) {
     ReportRawPath(connection->path, report_);
+    if (search_observer_) {
+      raw_path = connection->path;
+    }
     begin = std::chrono::steady_clock::now();
     ShortenedPath shortened =
         ShortenByMotions(std::move(connection->path), *environment_, {config_.effort, 0.0, stop_condition_});
@@ -114,7 +119,29 @@ MotionPlanner::Results MotionQueries::Plan(const Connect& connect, bool generate
     const std::array<std::uint64_t, 2> num_nodes = bi_rrt_->NumNodes();
     report_.num_nodes.assign(num_nodes.begin(), num_nodes.end());
   }
+  if (search_observer_) {
+    ShowTrees(std::move(raw_path));
+  }
   return results;
+}
+
+void MotionQueries::ShowTrees(std::vector<Eigen::VectorXd> raw_path) const {
+  SearchRecord record;
+  record.planner = report_.planner;
+  record.raw_path = std::move(raw_path);
+  // Without nodes counted the trees are those of a query before.
+  if (!report_.num_nodes.empty()) {
+    record.trees.resize(2);
+    record.trees[1].root = SearchTree::Root::kGoal;
+    auto trees = bi_rrt_->Trees();
+    for (std::size_t side = 0; side < trees.size(); ++side) {
+      for (BiRRT::TreeNode& node : trees[side]) {
+        record.trees[side].nodes.push_back(std::move(node.configuration));
+        record.trees[side].parents.push_back(node.parent);
+      }
+    }
+  }
+  search_observer_(record);
 }
 
 MotionPlanner::Results MotionQueries::PlanToConfiguration(const Eigen::VectorXd& q_initial,
@@ -172,6 +199,9 @@ LineMotion MotionQueries::PlanLine(const Eigen::VectorXd& q_initial, const PoseG
   report_.search_seconds = SecondsSince(begin);
   report_.num_iterations = motion.path.size() - 1;
   ReportWork(before, environment_->GetStatistics(), report_);
+  if (search_observer_) {
+    search_observer_({report_.planner, {}, motion.path});
+  }
   if (motion.IsComplete()) {
     ReportRawPath(motion.path, report_);
     report_.status = SearchStatus::kFound;

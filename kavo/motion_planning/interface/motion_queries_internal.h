@@ -12,6 +12,7 @@
 #include "kavo/motion_planning/interface/motion_planner.h"
 #include "kavo/motion_planning/interface/motion_planner_config.h"
 #include "kavo/motion_planning/interface/query_report.h"
+#include "kavo/motion_planning/interface/search_record.h"
 #include "kavo/motion_planning/interface/stage.h"
 #include "kavo/motion_planning/rrt/bi_rrt.h"
 #include "kavo/motion_planning/util/line_motion.h"
@@ -28,8 +29,10 @@ class MotionQueries {
   //! \param config Must outlive this object; most of it counts when this is made, what a query looks at in
   //!     the query.
   //! \param environment Of the robot, asked by nobody else.
+  //! \param search_observer Of the planner; must outlive this object, and may change between queries.
   MotionQueries(const MotionPlannerConfig& config, std::shared_ptr<RobotDescription> robot,
-                std::shared_ptr<RobotEnvironment> environment, const StopCondition& stop_condition);
+                std::shared_ptr<RobotEnvironment> environment, const StopCondition& stop_condition,
+                const SearchObserver& search_observer);
 
   //! Must not throw once the robot is no longer refused.
   void SetRobot(const std::shared_ptr<RobotDescription>& robot);
@@ -53,12 +56,16 @@ class MotionQueries {
   LineMotion Follow(const Eigen::VectorXd& q_initial, const PoseGoal& goal, const LineOptions& options,
                     PoseSolvers& solvers);
 
+  // Shows the trees, if there are any.
+  void ShowTrees(std::vector<Eigen::VectorXd> raw_path) const;
+
   const MotionPlannerConfig& config_;
   std::shared_ptr<RobotDescription> robot_;
   std::shared_ptr<RobotEnvironment> environment_;
   std::shared_ptr<BiRRT> bi_rrt_;
   PoseSolvers pose_solvers_;
   StopCondition stop_condition_;
+  const SearchObserver& search_observer_;
   QueryReport report_;
 };
 

@@ -1,3 +1,5 @@
+#include <unordered_map>
+
 #include "kavo/math/vector_math_internal.h"
 #include "kavo/motion_planning/interface/query_work_internal.h"
 
@@ -18,6 +20,19 @@ void ReportWork(const RobotEnvironment::Statistics& before, const RobotEnvironme
   report.num_motions = after.num_motions - before.num_motions;
   report.num_placements = after.num_placements - before.num_placements;
   report.num_divisions = after.num_divisions - before.num_divisions;
+}
+
+SearchTree RecordTree(const Tree& tree, SearchTree::Root root) {
+  SearchTree record;
+  record.root = root;
+  std::unordered_map<const Node*, std::size_t> indices;
+  for (const std::shared_ptr<Node>& node : tree.Nodes()) {
+    indices.emplace(node.get(), record.nodes.size());
+    record.nodes.push_back(node->Configuration());
+    const bool has_parent = node->Parent() && *node->Parent() != nullptr;
+    record.parents.push_back(has_parent ? std::optional(indices.at(node->Parent()->get())) : std::nullopt);
+  }
+  return record;
 }
 
 std::optional<std::size_t> FindInvalid(const RobotEnvironment& environment,

@@ -8,6 +8,8 @@
 
 #include "kavo/motion_planning/environment/robot_environment.h"
 #include "kavo/motion_planning/interface/query_report.h"
+#include "kavo/motion_planning/interface/search_record.h"
+#include "kavo/motion_planning/tree/tree.h"
 #include "kavo/motion_planning/util/stop_condition.h"
 
 namespace kavo::planning::internal {
@@ -22,6 +24,9 @@ void ReportRawPath(const std::vector<Eigen::VectorXd>& path, QueryReport& report
 //! Reports what an environment did in the course of a query.
 void ReportWork(const RobotEnvironment::Statistics& before, const RobotEnvironment::Statistics& after,
                 QueryReport& report);
+
+//! The nodes of a tree, in the order in which they came.
+SearchTree RecordTree(const Tree& tree, SearchTree::Root root);
 
 //! The first configuration that is not valid; empty if all are, or if the stop condition comes before.
 std::optional<std::size_t> FindInvalid(const RobotEnvironment& environment,

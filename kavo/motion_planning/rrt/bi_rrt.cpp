@@ -216,6 +216,18 @@ class BiRRTImpl final : public BiRRT {
     return {trees_[kStart].Size(), trees_[kGoal].Size()};
   }
 
+  std::array<std::vector<TreeNode>, 2> Trees() const override {
+    std::array<std::vector<TreeNode>, 2> trees;
+    for (const std::size_t side : {kStart, kGoal}) {
+      for (std::size_t node = 0; node < trees_[side].Size(); ++node) {
+        const std::size_t parent = trees_[side].Parent(node);
+        trees[side].push_back({trees_[side].Configuration(node),
+                               parent == MotionTree::kNoParent ? std::nullopt : std::optional(parent)});
+      }
+    }
+    return trees;
+  }
+
   std::vector<Eigen::VectorXd> GetAllValidatedConfigurations() const override {
     std::vector<Eigen::VectorXd> configurations;
     for (const MotionTree& tree : trees_) {

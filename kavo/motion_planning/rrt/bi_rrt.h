@@ -101,6 +101,16 @@ class KAVO_EXPORT BiRRT : public RRT {
   //! \param draw_goals Must not call the planner.
   virtual std::optional<Connection> TryToConnect(const std::vector<Eigen::VectorXd>& starts,
                                                  const GoalSource& draw_goals) = 0;
+
+  //! A node of a tree: its configuration, and the index of the node that it grew from, which comes before it
+  //! (none for a root).
+  struct TreeNode {
+    Eigen::VectorXd configuration;
+    std::optional<std::size_t> parent;
+  };
+
+  //! What the last query left in the tree of the starts and in that of the goals.
+  virtual std::array<std::vector<TreeNode>, 2> Trees() const = 0;
 };
 
 //! The range that a planner chooses: a twelfth of the diagonal of the scaled limits, in which a coordinate
