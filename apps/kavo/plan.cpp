@@ -14,18 +14,17 @@
 #include "apps/kavo/ask.h"
 #include "apps/kavo/attempts.h"
 #include "apps/kavo/command.h"
-#include "apps/kavo/explain.h"
-#include "apps/kavo/explain_goals.h"
+#include "apps/kavo/explain_attempt.h"
 #include "apps/kavo/help.h"
 #include "apps/kavo/input_rules.h"
 #include "apps/kavo/interrupt.h"
 #include "apps/kavo/output_file.h"
 #include "apps/kavo/parameters.h"
 #include "apps/kavo/path_checking.h"
+#include "apps/kavo/plan_attempt.h"
 #include "apps/kavo/progress.h"
 #include "apps/kavo/provenance.h"
 #include "apps/kavo/query_options.h"
-#include "apps/kavo/reach.h"
 #include "apps/kavo/robot_options.h"
 #include "apps/kavo/scene_options.h"
 #include "apps/kavo/situation.h"
@@ -74,19 +73,6 @@ struct PlanOptions {
     inputs.emplace_back("config", planner.File());
     return inputs;
   }
-};
-
-// One seed's try at one query.
-struct Attempt {
-  planning::MotionPlannerConfig config;
-  Query query;
-  MotionPlanner::Results results;
-  std::vector<StagedResults::Part> parts;
-  QueryReport report;
-  // Empty without a path, and where none is wanted.
-  std::optional<CheckedPath> check;
-
-  bool IsGood() const { return results.path_found && (!check || check->record.passed); }
 };
 
 // Sets the threshold of the log while it lives: what the planner warns about, the answer explains.
@@ -273,7 +259,7 @@ class Planning {
 
   Attempt TryOnce(const Query& query, int seed, double step_size, const StopCondition& stop) {
     const Silence silence(options_.verbose ? LogLevel::kInfo : LogLevel::kError);
-    Attempt attempt{settings_.With(seed, step_size), query, {}, {}, {}, {}};
+    Attempt attempt{settings_.With(seed, step_size), query, {}, {}, {}, {}, {}};
     const auto planner =
         CreateMotionPlanner(attempt.config, situation_.robot->description, situation_.world.view());
     Progress progress(options_.quiet);
@@ -305,13 +291,13 @@ class Planning {
     } else if (json_file_.IsStandardOutput()) {
       std::cout << formats::ToJson(Record(attempt));
     } else if (!is_csv) {
-      std::cout << (found ? Answer(attempt) : Failure(attempt));
+      std::cout << Explanation(attempt);
     } else if (found) {
       std::cout << formats::ToCsv(JointNames(Robot()), attempt.results.path);
     }
     if ((is_csv || json_file_.IsStandardOutput() || trajectory_.File().IsStandardOutput()) &&
         !attempt.IsGood() && !options_.quiet) {
-      std::cerr << (found ? "kavo: the path fails the check\n" : Failure(attempt));
+      std::cerr << (found ? "kavo: the path fails the check\n" : Explanation(attempt));
     }
     std::cout.flush();
   }
@@ -339,83 +325,17 @@ class Planning {
     }
   }
 
-  std::string Answer(const Attempt& attempt) const {
-    const std::vector<Eigen::VectorXd>& path = attempt.results.path;
-    const QueryReport& report = attempt.report;
-    std::string text = HeldJointsText(*situation_.robot) + "path found: " + std::to_string(path.size()) +
-                       " waypoints, length " + Number(Length(path), 4) + " (before shortening " +
-                       std::to_string(report.num_raw_waypoints) + " waypoints, length " +
-                       Number(report.raw_length, 4) + ")\n  " + Printable(Join(JointNames(Robot()), ",")) +
-                       "\n";
-    for (const Eigen::VectorXd& q : path) {
-      text += "  " + Configuration(q) + "\n";
+  // What is printed of an attempt.
+  std::string Explanation(const Attempt& attempt) const {
+    if (!attempt.results.path_found) {
+      return ExplainNoPath(attempt, situation_, options_.scene.CutMargin().has_value());
     }
-    const Goal& goal = attempt.query.stages.back().goals.front();
-    if (!attempt.parts.empty()) {
-      text += ExplainStages(attempt.query, attempt.parts, path, Robot());
-    } else if (const auto* pose = std::get_if<PoseGoal>(&goal)) {
-      text += ExplainEnd(*pose, path.back(), Robot()) + "\n";
-    } else if ((path.back() - std::get<Eigen::VectorXd>(goal)).norm() > 1.0) {
-      text += "the path ends at the goal but for whole turns of joints without limits\n";
-    }
-    text += "time: search " + Time(report.search_seconds) + ", shortening " +
-            Time(report.shortening_seconds) + "; " + report.planner + ", seed " +
-            std::to_string(attempt.config.seed) + ", " + ExplainWork(report) + "\n";
-    if (report.was_shortening_stopped) {
-      text += "shortening was stopped: the path is as short as it was by then\n";
-    }
-    if (report.first_invalid_interpolated) {
-      text += "interpolated path: NOT valid at its configuration " +
-              std::to_string(*report.first_invalid_interpolated + 1) + " of " +
-              std::to_string(attempt.results.interpolated_path.size()) + "\n";
-    }
+    std::string trajectory;
     if (trajectory_.IsWanted()) {
-      text +=
+      trajectory =
           made_trajectory_ ? made_trajectory_->text : "trajectory: none, since the path fails the check\n";
     }
-    text += "check: " + (attempt.check ? attempt.check->text : "none\n");
-    if (attempt.check && !attempt.check->record.fault.empty() && !options_.num_more_seeds) {
-      text += "Try --verify, which plans with other seeds and smaller steps until a path passes.\n";
-    }
-    return text;
-  }
-
-  std::string Failure(const Attempt& attempt) const {
-    std::string text = HeldJointsText(*situation_.robot) + ExplainFailure(attempt.report, Robot());
-    if (attempt.report.status == planning::SearchStatus::kInvalidStart &&
-        TouchesWhatWasSeen(attempt.report)) {
-      text += "  if that is the robot itself, as a sensor saw it: --ignore-robot cuts it out\n";
-    }
-    if (attempt.report.status == planning::SearchStatus::kStartTooClose) {
-      text += "  " + ExplainNearest(Robot(), situation_.world.view(), attempt.query.start) + "\n";
-    }
-    if (!attempt.parts.empty()) {
-      return text + ExplainStages(attempt.query, attempt.parts, {}, Robot());
-    }
-    const Goal& goal = attempt.query.stages.front().goals.front();
-    const auto* const target = std::get_if<PoseGoal>(&goal);
-    if (attempt.report.status == planning::SearchStatus::kTargetTooClose) {
-      text += "  " + ExplainNearest(Robot(), situation_.world.view(), std::get<Eigen::VectorXd>(goal)) + "\n";
-    }
-    if (target != nullptr && attempt.report.status == planning::SearchStatus::kIterationsSpent) {
-      const Reach reach = FindReach(Robot(), target->frame);
-      const double distance = (target->pose.translation() - reach.center).norm();
-      text += "  " + ExplainReach(reach, distance, target->frame) +
-              (distance > reach.distance
-                   ? ": out of reach\n"
-                   : "\nA zone of 0.03 around the target is found far sooner than the default: --set "
-                     "task_space_planning_params/x_target_zone_tolerance=0.03,0.03,0.03\n");
-    }
-    return text;
-  }
-
-  // Whether a fault is a contact with a point cloud or an octree from which the robot was not cut out.
-  bool TouchesWhatWasSeen(const QueryReport& report) const {
-    if (!report.fault || !report.fault->contact || options_.scene.CutMargin()) {
-      return false;
-    }
-    const ObstacleShape shape = situation_.world.shape(report.fault->contact->obstacle);
-    return std::holds_alternative<PointCloudObstacle>(shape) || std::holds_alternative<OctreeObstacle>(shape);
+    return ExplainPath(attempt, situation_, trajectory, !options_.num_more_seeds);
   }
 
   formats::PlanRecord Record(const Attempt& attempt) const {

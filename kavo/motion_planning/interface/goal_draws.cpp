@@ -295,11 +295,13 @@ bool GoalDraws::TakeConfiguration(std::size_t goal, const Eigen::VectorXd& q,
   if (environment_.IsValidMotion(q, q, config_.step_size)) {
     Take(goal, q, drawn);
     report.fault.reset();
+    report.refused.reset();
     return true;
   }
   if (report.num_configurations == 0 && !report.fault && !report.is_too_close) {
     report.fault = environment_.FindFault(q);
     report.is_too_close = !report.fault;
+    report.refused = q;
   }
   ++report.num_rejected;
   return false;
@@ -354,6 +356,7 @@ void GoalDraws::DrawPose(Pose& pose, std::vector<Eigen::VectorXd>& drawn) {
   }
   if (report.num_configurations > 0) {
     report.fault.reset();
+    report.refused.reset();
     pose.is_exhausted = report.num_configurations >= config_.max_pose_configurations ||
                         pose.num_idle_restarts >= kIdleRestarts;
   } else {
@@ -376,6 +379,7 @@ bool GoalDraws::IsUsable(Pose& pose, const Eigen::VectorXd& q) {
     if (report.num_configurations == 0 && !report.fault) {
       report.fault = environment_.FindFault(q);
       report.is_too_close = report.is_too_close || !report.fault;
+      report.refused = q;
     }
     return false;
   }

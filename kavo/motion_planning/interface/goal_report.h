@@ -23,6 +23,8 @@ struct GoalReport {
   std::optional<planning::ConfigurationFault> fault;
   //! Valid, but nearer to a contact than any motion to it can be proven.
   bool is_too_close = false;
+  //! The configuration that either is said of.
+  std::optional<Eigen::VectorXd> refused;
   //! No configuration has the pose: the nearest one.
   std::optional<NearestPose> nearest;
 };
