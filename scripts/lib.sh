@@ -27,9 +27,11 @@ quietly() {
   return "$status"
 }
 
-# configure <preset>: only if that was not done since the presets changed; ninja sees to all other changes.
+# configure <preset>: only if that was not done since the presets changed, or since the packages of the page of plans were
+# installed; ninja sees to all other changes.
 configure() {
-  if [[ ! -e "build/$1/build.ninja" || CMakePresets.json -nt "build/$1/build.ninja" ]]; then
+  local made="build/$1/build.ninja"
+  if [[ ! -e "$made" || CMakePresets.json -nt "$made" || apps/viewer/node_modules/.package-lock.json -nt "$made" ]]; then
     echo "Configuring ($1)"
     quietly "$1-configure" cmake --preset "$1"
   fi
