@@ -210,7 +210,8 @@ TEST_F(GoalsTest, SaysWhichGoalWasReachedAndWhyOthersWereNot) {
   ASSERT_EQ(report.goals.size(), goals.size());
   EXPECT_EQ(report.goals[0].fault->limit->coordinate, 3u);
   EXPECT_EQ(report.goals[1].fault->contact->obstacle_name, "ball");
-  const auto inspections = InspectConfigurations(*robot_, world_.view(), {*report.goals[1].refused});
+  const auto inspections =
+      planning::InspectConfigurations(*robot_, world_.view(), {*report.goals[1].refused});
   EXPECT_EQ(inspections[0].Fault()->contact->obstacle_name, "ball");
   EXPECT_GT(report.goals[1].num_rejected, 0u);
   EXPECT_NEAR(report.goals[2].nearest->position_error, 2.0 - 0.85, 0.2);
