@@ -25,6 +25,8 @@ export default tseslint.config(
       "no-restricted-syntax": ["error", ...textAsMarkup],
       "@typescript-eslint/restrict-template-expressions": ["error", { allowNumber: true }],
       "@typescript-eslint/switch-exhaustiveness-check": "error",
+      // Of an index that is known to be inside its array.
+      "@typescript-eslint/no-non-null-assertion": "off",
     },
   },
   {

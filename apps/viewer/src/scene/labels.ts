@@ -1,0 +1,66 @@
+import { type Camera, Vector3 } from "three";
+
+export interface Label {
+  text: string;
+  /** Names the look in style.css. */
+  kind: "start" | "goal" | "contact" | "obstacle" | "axis";
+  /** In the world of the scene. */
+  position: Vector3;
+}
+
+/** Texts that stay over points of the scene. */
+export class Labels {
+  readonly element = document.createElement("div");
+  private readonly shown = new Map<string, { label: Label; element: HTMLElement }>();
+
+  constructor() {
+    this.element.className = "labels";
+    // Everything that they say is in the panel and in the lists too.
+    this.element.setAttribute("aria-hidden", "true");
+  }
+
+  /** Replaces what was shown in this group. */
+  set(group: string, labels: Label[]): void {
+    for (const [key, { element }] of this.shown) {
+      if (key.startsWith(`${group}/`)) {
+        element.remove();
+        this.shown.delete(key);
+      }
+    }
+    labels.forEach((label, i) => {
+      const element = document.createElement("span");
+      element.className = `label label-${label.kind}`;
+      element.textContent = label.text;
+      this.element.append(element);
+      this.shown.set(`${group}/${String(i)}`, { label, element });
+    });
+  }
+
+  /** Moves all texts to where their points are seen; those that would lie on each other step aside. */
+  project(camera: Camera, width: number, height: number): void {
+    const placed: { x: number; y: number; width: number; height: number }[] = [];
+    for (const { label, element } of this.shown.values()) {
+      const seen = label.position.clone().project(camera);
+      const isVisible = seen.z < 1 && Math.abs(seen.x) < 1.1 && Math.abs(seen.y) < 1.1;
+      element.hidden = !isVisible;
+      if (!isVisible) {
+        continue;
+      }
+      const box = { width: element.offsetWidth, height: element.offsetHeight };
+      const x = clamp(((seen.x + 1) / 2) * width - box.width / 2, 4, width - box.width - 4);
+      let y = clamp(((1 - seen.y) / 2) * height - box.height - 10, 4, height - box.height - 4);
+      for (const other of placed) {
+        const overlaps = x < other.x + other.width && other.x < x + box.width && Math.abs(y - other.y) < box.height;
+        if (overlaps && label.kind !== "axis") {
+          y = other.y + other.height + 2;
+        }
+      }
+      placed.push({ x, y, ...box });
+      element.style.transform = `translate(${x.toFixed(1)}px, ${y.toFixed(1)}px)`;
+    }
+  }
+}
+
+function clamp(value: number, low: number, high: number): number {
+  return Math.min(Math.max(value, low), Math.max(low, high));
+}

@@ -1,0 +1,62 @@
+import type { Configuration, Contact, Goal, Inspection, PlanDocument, PoseGoal } from "../document";
+import type { RobotKind } from "./robot_figure";
+
+/** A configuration that stands in the scene for the start or for a goal. */
+export interface Ghost {
+  kind: Exclude<RobotKind, "robot">;
+  label: string;
+  configuration: Configuration;
+  contacts: Contact[];
+}
+
+const mostGhosts = 6;
+
+/** Where the motion begins and ends; without a motion, what was looked at instead. */
+export function ghostsOf(document: Pick<PlanDocument, "start" | "path" | "inspections">): Ghost[] {
+  const last = document.path.at(-1);
+  const start: Ghost = { kind: "start", label: "S", configuration: document.start, contacts: [] };
+  if (last) {
+    return [start, { kind: "goal", label: "G", configuration: last, contacts: [] }];
+  }
+  const inspected = document.inspections.filter(({ what }) => what === "goal" || what === "nearest");
+  start.contacts = document.inspections.find(({ what }) => what === "start")?.contacts ?? [];
+  return [
+    start,
+    ...inspected.slice(0, mostGhosts - 1).map((inspection): Ghost => ({
+      kind: "goal",
+      label: inspected.length > 1 ? `G${String((inspection.goal ?? 0) + 1)}` : "G",
+      configuration: inspection.configuration,
+      contacts: inspection.contacts,
+    })),
+  ];
+}
+
+/** Poses that were asked for and that no configuration stands for. */
+export function unreachedPoses(document: Pick<PlanDocument, "path" | "stages">): PoseGoal[] {
+  return document.path.length > 0 ? [] : document.stages.flatMap(({ goals }) => goals.filter(isPose));
+}
+
+function isPose(goal: Goal): goal is PoseGoal {
+  return !Array.isArray(goal) && "position" in goal;
+}
+
+/** What touches what, in a few words: one text for each obstacle or other frame, with the contact that goes deepest. */
+export function describeContacts(contacts: Contact[]): { text: string; contact: Contact }[] {
+  const groups = new Map<string, Contact[]>();
+  for (const contact of contacts) {
+    const other = contact.obstacle ?? contact.other_frame ?? "";
+    groups.set(other, [...(groups.get(other) ?? []), contact]);
+  }
+  return [...groups].map(([other, group]) => {
+    const frames = [...new Set(group.map(({ frame }) => frame))];
+    const subject = frames.length > 2 ? `${frames.slice(0, 2).join(", ")} …` : frames.join(", ");
+    const deepest = group.reduce((deeper, contact) => (contact.depth > deeper.depth ? contact : deeper));
+    return { text: `${subject} ${frames.length > 1 ? "touch" : "touches"} ${other}`, contact: deepest };
+  });
+}
+
+/** Of a configuration that was looked at. */
+export function titleOf(inspection: Inspection): string {
+  const goal = inspection.goal === null ? "" : ` ${String(inspection.goal + 1)}`;
+  return { start: "Start", goal: `Goal${goal}`, fault: "Fault", nearest: `Nearest to goal${goal}` }[inspection.what];
+}

@@ -1,0 +1,143 @@
+import type { Inspection, PlanDocument } from "./document";
+import { create, createButton, createGroup, createIcon, type IconName } from "./dom";
+import type { Playback } from "./playback";
+import { describeContacts, titleOf } from "./scene/targets";
+import type { RobotStyle, SceneView, ViewName } from "./scene/view";
+
+/** What is shown in the scene, each with the look of its lines; so this is the legend too. */
+export function createSwitches(scene: SceneView): HTMLElement {
+  const group = createGroup("Show in the scene", "switches");
+  if (scene.hasMeshes) {
+    group.append(createStyleSwitch(scene));
+  }
+  for (const { name, label, isOn } of scene.layers) {
+    const box = create("input");
+    box.type = "checkbox";
+    box.checked = isOn;
+    box.addEventListener("change", () => {
+      scene.setLayer(name, box.checked);
+    });
+    const swatch = create("span", `swatch swatch-${name}`);
+    swatch.setAttribute("aria-hidden", "true");
+    group.append(create("label", "switch", box, swatch, label));
+  }
+  return group;
+}
+
+function createStyleSwitch(scene: SceneView): HTMLElement {
+  const styles: [RobotStyle, string][] = [["spheres", "Spheres"], ["meshes", "Meshes"]];
+  return createChoice("Robot", styles.map(([style, label]) => [label, () => { scene.setStyle(style); }]));
+}
+
+// Buttons of which one is pressed, the first one before anybody chooses.
+function createChoice(name: string, choices: [string, () => void][], chosen = 0): HTMLElement {
+  const buttons = choices.map(([label, choose], i) => {
+    const button = createButton(label, label, () => {
+      buttons.forEach((other, j) => {
+        other.setAttribute("aria-pressed", String(i === j));
+      });
+      choose();
+    });
+    button.setAttribute("aria-pressed", String(i === chosen));
+    return button;
+  });
+  return createGroup(name, "choice", ...buttons);
+}
+
+const step = Math.PI / 12;
+
+export function createCameraButtons(scene: SceneView): HTMLElement {
+  const view = (name: ViewName, label: string): HTMLButtonElement =>
+    createButton(label, label, () => {
+      scene.look(name);
+    });
+  const icon = (name: string, iconName: IconName, act: () => void): HTMLButtonElement =>
+    createButton(name, createIcon(iconName), act);
+  return createGroup(
+    "Camera",
+    "camera",
+    icon("Reset view", "home", () => { scene.look("reset"); }),
+    view("front", "Front"),
+    view("side", "Side"),
+    view("top", "Top"),
+    icon("Turn left", "left", () => { scene.turn(-step, 0); }),
+    icon("Turn right", "right", () => { scene.turn(step, 0); }),
+    icon("Turn up", "up", () => { scene.turn(0, step); }),
+    icon("Turn down", "down", () => { scene.turn(0, -step); }),
+    icon("Nearer", "plus", () => { scene.zoom(0.8); }),
+    icon("Farther", "minus", () => { scene.zoom(1.25); }),
+  );
+}
+
+/** The names of all obstacles; the one that has the focus is marked in the scene, a click keeps it marked. */
+export function createObstacleList(scene: SceneView): HTMLElement {
+  let kept: number | null = null;
+  const buttons: HTMLButtonElement[] = [];
+  const list = create("ul");
+  scene.obstacles.forEach(({ name, note }, index) => {
+    const button = createButton(name, name, () => {
+      kept = kept === index ? null : index;
+      buttons.forEach((other, i) => {
+        other.setAttribute("aria-pressed", String(kept === i));
+      });
+      scene.highlight(kept ?? index);
+    });
+    button.setAttribute("aria-pressed", "false");
+    if (note !== "") {
+      button.append(create("small", "", note));
+    }
+    for (const [enter, leave] of [["focus", "blur"], ["pointerenter", "pointerleave"]] as const) {
+      button.addEventListener(enter, () => {
+        scene.highlight(index);
+      });
+      button.addEventListener(leave, () => {
+        scene.highlight(kept);
+      });
+    }
+    buttons.push(button);
+    list.append(create("li", "", button));
+  });
+  const count = scene.obstacles.length;
+  return create("details", "obstacles", create("summary", "", `Obstacles (${String(count)})`), list);
+}
+
+/** Where the robot can be put beside its motion: configurations that were looked at, and what was found there. */
+export function createInspectionChoice(
+  document: Pick<PlanDocument, "inspections" | "joint_names" | "path">,
+  scene: SceneView,
+  playback: Playback,
+): HTMLElement | undefined {
+  const hasMotion = document.path.length > 0;
+  const inspections = document.inspections.filter(({ what }) => !hasMotion || what === "fault");
+  if (inspections.length === 0) {
+    return undefined;
+  }
+  const findings = create("p", "findings");
+  findings.setAttribute("role", "status");
+  const show = (inspection: Inspection | null): void => {
+    playback.playing = false;
+    scene.show(inspection);
+    findings.textContent = inspection ? describe(inspection, document.joint_names) : "";
+  };
+  const isAmiss = ({ contacts, limits }: Inspection): boolean => contacts.length + limits.length > 0;
+  const first = hasMotion ? null : (inspections.find(isAmiss) ?? inspections[0] ?? null);
+  const choices: [string, () => void][] = inspections.map((inspection) => [
+    `${titleOf(inspection)}${isAmiss(inspection) ? " ✕" : ""}`,
+    () => { show(inspection); },
+  ]);
+  if (hasMotion) {
+    choices.unshift(["Motion", () => { show(null); }]);
+  }
+  show(first);
+  const choice = createChoice("Robot at", choices, first ? inspections.indexOf(first) : 0);
+  return create("div", "inspections", create("span", "", "Robot at"), choice, findings);
+}
+
+function describe(inspection: Inspection, jointNames: string[]): string {
+  const limits = inspection.limits.map(({ coordinate, value, lower, upper }) => {
+    const name = jointNames[coordinate] ?? `coordinate ${String(coordinate + 1)}`;
+    return `${name} is at ${value.toFixed(3)}, beyond its limits ${lower.toFixed(3)} to ${upper.toFixed(3)}`;
+  });
+  const texts = [...describeContacts(inspection.contacts).map(({ text }) => text), ...limits];
+  return texts.length > 0 ? `${texts.join("; ")}.` : "Nothing touches, and all joints are inside their limits.";
+}
