@@ -23,6 +23,8 @@ export default tseslint.config(
       "@typescript-eslint/no-implied-eval": "error",
       "no-new-func": "error",
       "no-restricted-syntax": ["error", ...textAsMarkup],
+      // It asks for what `no-non-null-assertion` forbids.
+      "@typescript-eslint/non-nullable-type-assertion-style": "off",
       "@typescript-eslint/restrict-template-expressions": ["error", { allowNumber: true }],
       "@typescript-eslint/switch-exhaustiveness-check": "error",
       // Of an index that is known to be inside its array.
