@@ -3,6 +3,7 @@ import { create, createButton, createGroup, createIcon, type IconName } from "./
 import type { Playback } from "./playback";
 import { describeContacts, titleOf } from "./scene/targets";
 import type { RobotStyle, SceneView, ViewName } from "./scene/view";
+import { formatNumber } from "./text";
 
 /** What is shown in the scene, each with the look of its lines; so this is the legend too. */
 export function createSwitches(scene: SceneView): HTMLElement {
@@ -136,7 +137,7 @@ export function createInspectionChoice(
 function describe(inspection: Inspection, jointNames: string[]): string {
   const limits = inspection.limits.map(({ coordinate, value, lower, upper }) => {
     const name = jointNames[coordinate] ?? `coordinate ${String(coordinate + 1)}`;
-    return `${name} is at ${value.toFixed(3)}, beyond its limits ${lower.toFixed(3)} to ${upper.toFixed(3)}`;
+    return `${name} is at ${formatNumber(value, 4)}, beyond its limits ${formatNumber(lower, 4)} to ${formatNumber(upper, 4)}`;
   });
   const texts = [...describeContacts(inspection.contacts).map(({ text }) => text), ...limits];
   return texts.length > 0 ? `${texts.join("; ")}.` : "Nothing touches, and all joints are inside their limits.";

@@ -48,7 +48,7 @@ export class Labels {
       }
       const box = { width: element.offsetWidth, height: element.offsetHeight };
       const x = clamp(((seen.x + 1) / 2) * width - box.width / 2, 4, width - box.width - 4);
-      let y = clamp(((1 - seen.y) / 2) * height - box.height - 10, 4, height - box.height - 4);
+      let y = clamp(((1 - seen.y) / 2) * height - box.height - distanceOf(label), 4, height - box.height - 4);
       for (const other of placed) {
         const overlaps = x < other.x + other.width && other.x < x + box.width && Math.abs(y - other.y) < box.height;
         if (overlaps && label.kind !== "axis") {
@@ -59,6 +59,11 @@ export class Labels {
       element.style.transform = `translate(${x.toFixed(1)}px, ${y.toFixed(1)}px)`;
     }
   }
+}
+
+// Pixels above the point: what touches stays in sight.
+function distanceOf(label: Label): number {
+  return label.kind === "axis" ? -8 : label.kind === "contact" ? 34 : 10;
 }
 
 function clamp(value: number, low: number, high: number): number {

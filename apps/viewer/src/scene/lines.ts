@@ -25,7 +25,8 @@ export class Lines {
     this.material = new LineMaterial({
       linewidth: look.width,
       dashed: look.dash !== undefined,
-      transparent: (look.opacity ?? 1) < 1 || look.isOnTop === true,
+      // Also where nothing shines through: one shader serves all lines.
+      transparent: true,
       opacity: look.opacity ?? 1,
       depthTest: look.isOnTop !== true,
       depthWrite: look.isOnTop !== true,
@@ -61,6 +62,14 @@ export class Lines {
     }
     this.object.frustumCulled = false;
   }
+}
+
+// So short that the round ends of the line are all that is seen.
+const dotLength = 1e-5;
+
+/** Round dots at points, as ends of segments. */
+export function dotsAt(points: readonly Vec3[]): Vec3[] {
+  return points.flatMap(([x, y, z]): Vec3[] => [[x, y, z - dotLength], [x, y, z + dotLength]]);
 }
 
 /** The ends of the segments of one line through all points. */

@@ -1,5 +1,6 @@
 import {
   Box3,
+  Color,
   DoubleSide,
   EdgesGeometry,
   Group,
@@ -27,6 +28,7 @@ interface Materials extends ShapeMaterials {
   surface: MeshLambertMaterial;
   plane: MeshLambertMaterial;
   edges: LineBasicMaterial;
+  grid: LineBasicMaterial;
 }
 
 interface Item {
@@ -116,14 +118,21 @@ export class Obstacles {
   }
 
   applyTheme(theme: Theme): void {
+    // What touches is red; what it touches is a little.
+    const touched = `#${new Color(theme.obstacle).lerp(new Color(theme.contact), 0.4).getHexString()}`;
+    const looks: Record<State, { surface: string; edges: string; grid: string }> = {
+      plain: { surface: theme.obstacle, edges: theme.obstacleEdge, grid: theme.grid },
+      disabled: { surface: theme.obstacle, edges: theme.obstacleEdge, grid: theme.grid },
+      touched: { surface: touched, edges: theme.contact, grid: theme.contact },
+      highlighted: { surface: theme.highlight, edges: theme.ink, grid: theme.highlight },
+    };
     for (const state of states) {
-      const { surface, points, edges, plane } = this.materials[state];
-      const colour = { plain: theme.obstacle, disabled: theme.obstacle, touched: theme.contact, highlighted: theme.highlight }[state];
-      const edge = state === "plain" || state === "disabled" ? theme.obstacleEdge : colour;
-      surface.color.set(colour);
-      plane.color.set(colour);
-      points.color.set(edge);
-      edges.color.set(edge);
+      const { surface, points, edges, plane, grid } = this.materials[state];
+      surface.color.set(looks[state].surface);
+      plane.color.set(looks[state].surface);
+      points.color.set(state === "highlighted" ? theme.highlight : looks[state].edges);
+      edges.color.set(looks[state].edges);
+      grid.color.set(looks[state].grid);
     }
   }
 
@@ -139,7 +148,7 @@ export class Obstacles {
 
   private update(): void {
     for (const state of states) {
-      const opacity = state === "disabled" ? 0.12 : state === "touched" ? 0.45 : this.translucent ? 0.28 : 1;
+      const opacity = state === "disabled" ? 0.12 : state === "touched" ? 0.5 : this.translucent ? 0.28 : 1;
       const { surface, plane } = this.materials[state];
       const changes = surface.transparent !== opacity < 1;
       surface.opacity = opacity;
@@ -165,7 +174,7 @@ export class Obstacles {
     if (!shape) {
       const [plane, grid] = createHalfSpace(materials);
       object.add(plane, grid);
-      return { obstacle, object, parts: [{ object: plane, kind: "plane" }, { object: grid, kind: "edges" }], isEndless: true };
+      return { obstacle, object, parts: [{ object: plane, kind: "plane" }, { object: grid, kind: "grid" }], isEndless: true };
     }
     const parts: Item["parts"] = [];
     object.add(shape);
@@ -190,6 +199,7 @@ function createMaterials(): Materials {
     surface: new MeshLambertMaterial({ side: DoubleSide, polygonOffset: true, polygonOffsetFactor: 1, polygonOffsetUnits: 1 }),
     plane: new MeshLambertMaterial({ side: DoubleSide, transparent: true, depthWrite: false }),
     edges: new LineBasicMaterial(),
+    grid: new LineBasicMaterial(),
     points: new PointsMaterial({ size: 0.006 }),
   };
 }
@@ -211,7 +221,7 @@ function hasEdges(shape: Shape): boolean {
 // Of edge length one; `extend` makes it larger.
 function createHalfSpace(materials: Materials): [Mesh, LineSegments] {
   const plane = new Mesh(new PlaneGeometry(1, 1), materials.plane);
-  const grid = new LineSegments(gridGeometry(numGridCells), materials.edges);
+  const grid = new LineSegments(gridGeometry(numGridCells), materials.grid);
   grid.raycast = () => undefined;
   return [plane, grid];
 }

@@ -1,6 +1,4 @@
 import {
-  BufferAttribute,
-  BufferGeometry,
   type Camera,
   Color,
   DoubleSide,
@@ -13,7 +11,6 @@ import {
   MeshBasicMaterial,
   MeshLambertMaterial,
   type Object3D,
-  Points,
   PointsMaterial,
   Quaternion,
   RingGeometry,
@@ -23,7 +20,7 @@ import {
 
 import type { Configuration, Contact, Vec3 } from "../document";
 import { type Kinematics, positionOf, type Transform } from "../kinematics";
-import { Lines } from "./lines";
+import { dotsAt, Lines } from "./lines";
 import { createShape, meshGeometry, setPose, setTransform } from "./shapes";
 import type { Theme } from "./theme";
 
@@ -47,7 +44,7 @@ export class RobotFigure {
   private readonly attached: { name: string; surfaces: Mesh[] }[] = [];
   private readonly chain = new Group();
   private readonly bones: Lines | undefined;
-  private readonly joints: Points;
+  private readonly joints: Lines;
   private readonly linkOf: number[];
   private readonly ringMaterial = new MeshBasicMaterial({
     side: DoubleSide,
@@ -75,7 +72,7 @@ export class RobotFigure {
       this.add(spheres);
     }
     this.touching = new InstancedMesh(ball, this.contactMaterial, numSpheres);
-    this.rings = new InstancedMesh(new RingGeometry(1.02, 1.2, 40), this.ringMaterial, numSpheres);
+    this.rings = new InstancedMesh(new RingGeometry(1.0, 1.1, 40), this.ringMaterial, numSpheres);
     this.rings.renderOrder = 5;
     this.add(this.touching);
     this.add(this.rings);
@@ -87,14 +84,8 @@ export class RobotFigure {
     this.createAttachments();
 
     const bones = model.frames.flatMap((frame) => (frame.parent === null ? [] : [[0, 0, 0], [0, 0, 0]]));
-    this.joints = new Points(
-      new BufferGeometry().setAttribute("position", new BufferAttribute(new Float32Array(3 * model.frames.length), 3)),
-      new PointsMaterial({ size: 6, sizeAttenuation: false, depthTest: false, transparent: true }),
-    );
-    this.joints.renderOrder = 4;
-    this.joints.frustumCulled = false;
-    this.joints.raycast = () => undefined;
-    this.chain.add(this.joints);
+    this.joints = new Lines(dotsAt(model.frames.map(() => [0, 0, 0])), { width: 7, isOnTop: true });
+    this.chain.add(this.joints.object);
     if (bones.length > 0) {
       this.bones = new Lines(bones as Vec3[], { width: 2, isOnTop: true, opacity: 0.75 });
       this.chain.add(this.bones.object);
@@ -144,9 +135,7 @@ export class RobotFigure {
       setTransform(frame, this.poses[f]!);
     });
     const origins = this.poses.map(positionOf);
-    const position = this.joints.geometry.getAttribute("position");
-    origins.forEach((origin, f) => position.setXYZ(f, ...origin));
-    position.needsUpdate = true;
+    this.joints.move(dotsAt(origins));
     this.bones?.move(
       this.kinematics.model.frames.flatMap((frame, f) =>
         frame.parent === null ? [] : [origins[frame.parent]!, origins[f]!],
@@ -168,8 +157,10 @@ export class RobotFigure {
         matrix.makeScale(radius, radius, radius).setPosition(...(this.centres[i]!)),
       );
     }
-    this.touching.count = count;
-    this.rings.count = count;
+    for (const marks of [this.touching, this.rings]) {
+      marks.count = count;
+      marks.visible = count > 0;
+    }
     this.touching.instanceMatrix.needsUpdate = true;
     this.touching.boundingSphere = null;
     for (const { name, surfaces } of this.attached) {
@@ -237,7 +228,7 @@ export class RobotFigure {
     this.contactMaterial.color.set(theme.contact);
     this.contactMaterial.emissive.set(theme.contact).multiplyScalar(0.35);
     this.ringMaterial.color.set(theme.ink);
-    (this.joints.material as PointsMaterial).color.set(theme.ink);
+    this.joints.colour = theme.ink;
     if (this.bones) {
       this.bones.colour = theme.ink;
     }
@@ -324,7 +315,7 @@ function ghostMaterial(): MeshLambertMaterial {
 function passes(kind: RobotKind): Material[] {
   return kind === "robot"
     ? [new MeshLambertMaterial()]
-    : [new MeshBasicMaterial({ colorWrite: false, transparent: true }), ghostMaterial()];
+    : [new MeshLambertMaterial({ colorWrite: false, transparent: true }), ghostMaterial()];
 }
 
 // Behind obstacles that are seen through.

@@ -12,7 +12,7 @@ export interface Ghost {
 const mostGhosts = 6;
 
 /** Where the motion begins and ends; without a motion, what was looked at instead. */
-export function ghostsOf(document: Pick<PlanDocument, "start" | "path" | "inspections">): Ghost[] {
+export function ghostsOf(document: Pick<PlanDocument, "start" | "stages" | "path" | "inspections">): Ghost[] {
   const last = document.path.at(-1);
   const start: Ghost = { kind: "start", label: "S", configuration: document.start, contacts: [] };
   if (last) {
@@ -22,18 +22,36 @@ export function ghostsOf(document: Pick<PlanDocument, "start" | "path" | "inspec
   start.contacts = document.inspections.find(({ what }) => what === "start")?.contacts ?? [];
   return [
     start,
-    ...inspected.slice(0, mostGhosts - 1).map((inspection): Ghost => ({
-      kind: "goal",
-      label: inspected.length > 1 ? `G${String((inspection.goal ?? 0) + 1)}` : "G",
-      configuration: inspection.configuration,
-      contacts: inspection.contacts,
-    })),
+    ...inspected.slice(0, mostGhosts - 1).map(
+      (inspection): Ghost => ({
+        kind: "goal",
+        label: labelOf(document, inspection.goal ?? 0),
+        configuration: inspection.configuration,
+        contacts: inspection.contacts,
+      }),
+    ),
   ];
 }
 
 /** Poses that were asked for and that no configuration stands for. */
-export function unreachedPoses(document: Pick<PlanDocument, "path" | "stages">): PoseGoal[] {
-  return document.path.length > 0 ? [] : document.stages.flatMap(({ goals }) => goals.filter(isPose));
+export function unreachedPoses(
+  document: Pick<PlanDocument, "path" | "stages" | "inspections">,
+): { label: string; goal: PoseGoal }[] {
+  if (document.path.length > 0) {
+    return [];
+  }
+  const reached = new Set(document.inspections.filter(({ what }) => what === "goal").map(({ goal }) => goal));
+  return goalsOf(document).flatMap((goal, i) =>
+    isPose(goal) && !reached.has(i) ? [{ label: labelOf(document, i), goal }] : [],
+  );
+}
+
+function goalsOf(document: Pick<PlanDocument, "stages">): Goal[] {
+  return document.stages.flatMap(({ goals }) => goals);
+}
+
+function labelOf(document: Pick<PlanDocument, "stages">, goal: number): string {
+  return goalsOf(document).length > 1 ? `G${goal + 1}` : "G";
 }
 
 function isPose(goal: Goal): goal is PoseGoal {
@@ -57,6 +75,6 @@ export function describeContacts(contacts: Contact[]): { text: string; contact: 
 
 /** Of a configuration that was looked at. */
 export function titleOf(inspection: Inspection): string {
-  const goal = inspection.goal === null ? "" : ` ${String(inspection.goal + 1)}`;
+  const goal = inspection.goal === null ? "" : ` ${inspection.goal + 1}`;
   return { start: "Start", goal: `Goal${goal}`, fault: "Fault", nearest: `Nearest to goal${goal}` }[inspection.what];
 }

@@ -1,9 +1,9 @@
-import { BufferAttribute, BufferGeometry, Group, Points, PointsMaterial } from "three";
+import { Group } from "three";
 
 import type { Configuration, PlanDocument, SearchTree, Vec3 } from "../document";
 import type { Kinematics } from "../kinematics";
 import type { Motion } from "../motion";
-import { Lines, segmentsThrough } from "./lines";
+import { dotsAt, Lines, segmentsThrough } from "./lines";
 import type { Theme } from "./theme";
 
 const numTraceSegments = 400;
@@ -18,7 +18,6 @@ export class ToolLines {
   readonly startTree = new Group();
   readonly goalTree = new Group();
   private readonly lines: { lines: Lines; colour: keyof Theme }[] = [];
-  private readonly waypoints: PointsMaterial | undefined;
 
   constructor(document: Pick<PlanDocument, "path" | "searches">, motion: Motion, kinematics: Kinematics) {
     const position = (q: Configuration): Vec3 => kinematics.toolPosition(q);
@@ -28,7 +27,7 @@ export class ToolLines {
       this.add(this.trace, ends, "ink", { width: 3.5 });
       // Where something is before it, it is faint.
       this.add(this.trace, ends, "ink", { width: 2, isOnTop: true, opacity: 0.25 });
-      this.waypoints = this.addWaypoints(document.path.map(position));
+      this.add(this.trace, dotsAt(document.path.map(position)), "ink", { width: 9 });
     }
     for (const search of document.searches) {
       const raw = segmentsThrough(refine(search.raw_path).map(position));
@@ -48,7 +47,6 @@ export class ToolLines {
     for (const { lines, colour } of this.lines) {
       lines.colour = theme[colour] as string;
     }
-    this.waypoints?.color.set(theme.ink);
   }
 
   private add(group: Group, ends: Vec3[], colour: keyof Theme, look: ConstructorParameters<typeof Lines>[1]): void {
@@ -57,16 +55,6 @@ export class ToolLines {
       group.add(lines.object);
       this.lines.push({ lines, colour });
     }
-  }
-
-  private addWaypoints(positions: Vec3[]): PointsMaterial {
-    const geometry = new BufferGeometry();
-    geometry.setAttribute("position", new BufferAttribute(new Float32Array(positions.flat()), 3));
-    const material = new PointsMaterial({ size: 7, sizeAttenuation: false });
-    const points = new Points(geometry, material);
-    points.raycast = () => undefined;
-    this.trace.add(points);
-    return material;
   }
 }
 

@@ -16,6 +16,7 @@ import type { Contact, Inspection, PlanDocument, Shape, Vec3 } from "../document
 import { apply, Kinematics, type Transform, transformOf } from "../kinematics";
 import { locate, type Motion } from "../motion";
 import type { Playback } from "../playback";
+import { formatDistance } from "../text";
 import { CameraRig, type ViewName } from "./camera_rig";
 import { frame } from "./framing";
 import { type Label, Labels } from "./labels";
@@ -104,7 +105,7 @@ function describeObstacle({ name, shape, padding, enabled }: DrawnPlan["scene"][
 } {
   const notes = [
     ...(enabled ? [] : ["switched off"]),
-    ...(padding > 0 ? [`padding ${String(Math.round(1e4 * padding) / 10)} mm`] : []),
+    ...(padding > 0 ? [`padding ${formatDistance(padding)}`] : []),
     ...thinned(shape),
   ];
   return { name, note: notes.join(", ") };
@@ -300,7 +301,7 @@ class DrawnScene implements SceneView {
       figure.mark(ghost.contacts);
       this.ghostGroup.add(figure.object);
     }
-    for (const goal of unreachedPoses(this.document)) {
+    for (const { goal } of unreachedPoses(this.document)) {
       const triad = this.createTriad(0.6 * axisLength);
       setPose(triad, { position: goal.position, orientation: goal.orientation ?? [0, 0, 0, 1] });
       this.ghostGroup.add(triad);
@@ -333,7 +334,7 @@ class DrawnScene implements SceneView {
       const poses = this.kinematics.frames(q);
       return [...this.kinematics.sphereCentres(poses), this.kinematics.toolPosition(q)];
     });
-    return [...points, ...unreachedPoses(this.document).map(({ position }) => position)].map((point) =>
+    return [...points, ...unreachedPoses(this.document).map(({ goal }) => goal.position)].map((point) =>
       this.toWorld(point),
     );
   }
@@ -347,12 +348,14 @@ class DrawnScene implements SceneView {
     return new Vector3(...apply(this.basePose, point));
   }
 
+  // Light comes with the viewer, from the left and above and weaker from the right: no side stays dark.
   private addLight(): void {
-    const lamp = new DirectionalLight("white", 2);
-    lamp.position.set(-0.6, 0.9, 1);
-    // With the viewer: no side stays dark.
-    this.rig.camera.add(lamp, lamp.target);
-    this.scene.add(this.rig.camera, new HemisphereLight("white", "#8a8f98", 1.7));
+    for (const [x, intensity] of [[-0.7, 1.5], [1, 0.7]] as const) {
+      const lamp = new DirectionalLight("white", intensity);
+      lamp.position.set(x, 0.8, 1);
+      this.rig.camera.add(lamp, lamp.target);
+    }
+    this.scene.add(this.rig.camera, new HemisphereLight("white", "#b5bac2", 1.5));
   }
 
   private addGround(points: Vector3[], centre: Vector3): void {
@@ -510,11 +513,7 @@ class DrawnScene implements SceneView {
 
   private poseLabels(): Label[] {
     const poses = this.ghostGroup.visible ? unreachedPoses(this.document) : [];
-    return poses.map(({ position }, i) => ({
-      text: poses.length > 1 ? `G${String(i + 1)}` : "G",
-      kind: "goal",
-      position: this.toWorld(position),
-    }));
+    return poses.map(({ label, goal }) => ({ text: label, kind: "goal", position: this.toWorld(goal.position) }));
   }
 
   private axisLabels(): Label[] {
@@ -544,6 +543,10 @@ class DrawnScene implements SceneView {
 
   private draw(): void {
     this.isDrawPending = false;
+    if (!this.hasDrawn) {
+      // All shaders at once: the browser may compile one beside the other.
+      this.renderer.compile(this.scene, this.rig.camera);
+    }
     this.scene.updateMatrixWorld();
     for (const figure of this.figures()) {
       figure.face(this.rig.camera);
