@@ -94,6 +94,8 @@ function literal(text) {
   const escapes = new Map([
     [0x0a, "\\n"],
     [0x22, '\\"'],
+    // No trigraphs.
+    [0x3f, "\\?"],
     [0x5c, "\\\\"],
   ]);
   const lines = [];
@@ -112,9 +114,11 @@ function literal(text) {
 
 function source(pieces) {
   const names = ["kBeforeTitle", "kBeforeDocument", "kAfterDocument"];
-  const constants = pieces.map((piece, i) => `constexpr std::string_view ${names[i]} =\n${literal(piece)};\n`);
+  const constants = pieces.map((piece, i) => `constexpr char ${names[i]}[] =\n${literal(piece)};\n`);
   return `// Written by apps/viewer/build.mjs.
 #include "apps/kavo/page_template.h"
+
+#include <cstddef>
 
 #pragma GCC diagnostic ignored "-Woverlength-strings"
 
@@ -123,7 +127,12 @@ namespace kavo::command {
 namespace {
 
 ${constants.join("\n")}
-constexpr PageTemplate kTemplate = {${names.join(", ")}};
+template <std::size_t kSize>
+constexpr std::string_view Text(const char (&text)[kSize]) {
+  return {text, kSize - 1};
+}
+
+constexpr PageTemplate kTemplate = {${names.map((name) => `Text(${name})`).join(", ")}};
 
 }  // namespace
 
