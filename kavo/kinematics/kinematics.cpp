@@ -109,9 +109,9 @@ Eigen::Matrix3d TurnFromZ(const Eigen::Vector3d& direction) {
 
 }  // namespace
 
-Kinematics::Kinematics(const std::vector<Frame>& frames) {
+Kinematics::Kinematics(std::vector<Frame> frames) : frames_(std::move(frames)) {
   chain_begin_.push_back(0);
-  for (const Frame& frame : frames) {
+  for (const Frame& frame : frames_) {
     // The frame while its coordinate is zero, in the slot that its parent frame is attached to.
     int slot = -1;
     RigidTransform origin;
@@ -174,6 +174,10 @@ Kinematics Kinematics::withFrame(const std::string& name, int parent, const Pose
   result.chain_begin_.push_back(result.chain_slots_.size());
   result.frame_indices_.emplace(name, static_cast<int>(frame_names_.size()));
   result.frame_names_.push_back(name);
+  Frame& added = result.frames_.emplace_back();
+  added.name = name;
+  added.parent = parent;
+  added.origin = pose;
   return result;
 }
 
@@ -186,6 +190,14 @@ Kinematics Kinematics::withoutFrame(int frame) const {
     index -= index > frame ? 1 : 0;
   }
   result.frame_names_.erase(at(result.frame_names_));
+  for (Frame& other : result.frames_) {
+    if (other.parent == frame) {
+      other.parent = frames_[f].parent;
+      other.origin = frames_[f].origin * other.origin;
+    }
+    other.parent -= other.parent > frame ? 1 : 0;
+  }
+  result.frames_.erase(at(result.frames_));
   result.program_.frames.erase(at(result.program_.frames));
   const std::size_t length = chain_begin_[f + 1] - chain_begin_[f];
   const auto chain = result.chain_slots_.begin() + static_cast<std::ptrdiff_t>(chain_begin_[f]);

@@ -98,17 +98,22 @@ class KAVO_EXPORT Kinematics {
 
   //! \param frames The base frame first, each other frame after its parent; checked by whoever made the list.
   //!     Coordinates are 0 .. n-1, each used by one joint without a ratio and any number with one.
-  explicit Kinematics(const std::vector<Frame>& frames);
+  explicit Kinematics(std::vector<Frame> frames);
 
   //! The same model with another frame behind the others, rigidly attached to one of them.
   //! \param parent An index.
   Kinematics withFrame(const std::string& name, int parent, const Pose3& pose) const;
-  //! The same model without a frame that no joint needs: one that was added so.
+  //! The same model without a frame that no joint needs: one that was added so. What is attached to it stays
+  //! where it is.
   Kinematics withoutFrame(int frame) const;
 
   std::size_t numCSpaceCoords() const { return num_coords_; }
 
-  //! The names of the frames in the order of the list that the model was made from.
+  //! The list that the model was made from, with the frames that were added since and without those that were
+  //! taken away: the tree as it was before it was flattened.
+  const std::vector<Frame>& frames() const { return frames_; }
+
+  //! The names of the frames in the order of that list.
   const std::vector<std::string>& frameNames() const { return frame_names_; }
 
   //! Index of a frame. An unknown name is a fatal error whose message lists the names there are.
@@ -132,6 +137,7 @@ class KAVO_EXPORT Kinematics {
 
  private:
   std::size_t num_coords_ = 0;
+  std::vector<Frame> frames_;
   std::vector<std::string> frame_names_;
   std::unordered_map<std::string, int> frame_indices_;
   Plan program_;

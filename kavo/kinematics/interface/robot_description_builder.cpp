@@ -207,7 +207,7 @@ class Assembly {
           << "Joint \"" << joint.name << "\" belongs to a cycle or hangs on one: frame \""
           << joint.child_frame << "\" is not connected to the base frame \"" << base_frame_ << "\".";
     }
-    data_.kinematics = kinematics::Kinematics(frames);
+    data_.kinematics = kinematics::Kinematics(std::move(frames));
   }
 
   void AddSphere(const std::string& frame_name, const math::Sphere& sphere) {
