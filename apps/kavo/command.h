@@ -2,6 +2,8 @@
 
 #include <functional>
 #include <stdexcept>
+#include <string>
+#include <vector>
 
 namespace CLI {
 class App;
@@ -28,8 +30,9 @@ class UnusableInput : public std::runtime_error {
 //! What a subcommand does once all options are parsed; gives the exit status.
 using Run = std::function<int()>;
 
-// Each adds one subcommand, which sets `run` when it is the one on the command line.
-void AddPlanCommand(CLI::App& app, Run& run);
+// Each adds one subcommand, which sets `run` when it is the one on the command line. Those that write what
+// they did take the arguments of the program, without its name.
+void AddPlanCommand(CLI::App& app, Run& run, const std::vector<std::string>& arguments);
 void AddCheckCommand(CLI::App& app, Run& run);
 void AddBenchCommand(CLI::App& app, Run& run);
 void AddInfoCommand(CLI::App& app, Run& run);

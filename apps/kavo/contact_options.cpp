@@ -84,7 +84,8 @@ std::vector<std::pair<std::string, std::string>> ContactOptions::Files() const {
 
 std::shared_ptr<RobotDescription> ContactOptions::Attach(std::shared_ptr<RobotDescription> robot,
                                                          const ShapeFileOptions& shapes,
-                                                         const std::set<std::string>& taken) const {
+                                                         const std::set<std::string>& taken,
+                                                         std::vector<AttachedObject>& held) const {
   for (const std::string& text : attached_) {
     const PlacedShapeText placed = ParsePlacedShape(kAttach, text, true);
     const std::vector<std::string> frames = robot->kinematics()->frameNames();
@@ -102,6 +103,7 @@ std::shared_ptr<RobotDescription> ContactOptions::Attach(std::shared_ptr<RobotDe
     object.pose = placed.pose;
     object.parts.push_back({std::move(named.shape), Pose3()});
     robot = WithAttached(*robot, CoverObject(object));
+    held.push_back(std::move(object));
   }
   return robot;
 }

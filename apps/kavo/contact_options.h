@@ -32,9 +32,10 @@ class ContactOptions {
 
   //! The robot holding what the options attach to it. Throws `UnusableInput` or `formats::FileError`.
   //! \param taken Names that nothing that is held may have: a number is put behind.
+  //! \param held What is attached is added to it.
   std::shared_ptr<RobotDescription> Attach(std::shared_ptr<RobotDescription> robot,
-                                           const ShapeFileOptions& shapes,
-                                           const std::set<std::string>& taken) const;
+                                           const ShapeFileOptions& shapes, const std::set<std::string>& taken,
+                                           std::vector<AttachedObject>& held) const;
 
   //! The robot under the rules of the options; obstacles that are to be padded are in the world afterwards.
   //! Throws `UnusableInput` for a name that neither the robot nor the world has.

@@ -1,6 +1,7 @@
 // The command `kavo`: plans, checks and measures from files.
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstddef>
 #include <exception>
 #include <iostream>
@@ -67,7 +68,7 @@ int main(int argc, char** argv) {
   app.require_subcommand(0, 1);
   app.formatter(kavo::command::MakeHelpFormatter());
   kavo::command::Run run;
-  kavo::command::AddPlanCommand(app, run);
+  kavo::command::AddPlanCommand(app, run, {argv + std::min(argc, 1), argv + argc});
   kavo::command::AddCheckCommand(app, run);
   kavo::command::AddBenchCommand(app, run);
   kavo::command::AddInfoCommand(app, run);

@@ -61,6 +61,8 @@ struct PlanOptions {
   bool is_unchecked = false;
   bool quiet = false;
   bool verbose = false;
+  // Of the whole command.
+  std::vector<std::string> arguments;
 
   // The files that are read: what each is, and its name.
   std::vector<std::pair<std::string, std::string>> Inputs() const {
@@ -338,20 +340,45 @@ class Planning {
     return ExplainPath(attempt, situation_, trajectory, !options_.num_more_seeds);
   }
 
+  // What came of the only stage there is, by a planner that knows of none.
+  static StagedResults::Part OnlyPart(const Attempt& attempt) {
+    StagedResults::Part part;
+    if (attempt.results.path_found) {
+      part.last = attempt.results.path.size() - 1;
+      part.goal = 0;
+    }
+    part.report = attempt.report;
+    return part;
+  }
+
+  // That a goal is about, or that one would be.
+  std::string FrameOfInterest(const Query& query) const {
+    for (auto stage = query.stages.rbegin(); stage != query.stages.rend(); ++stage) {
+      if (const auto* const pose = std::get_if<PoseGoal>(&stage->goals.front())) {
+        return pose->frame;
+      }
+    }
+    return settings_.TaskSpaceFrame();
+  }
+
   formats::PlanRecord Record(const Attempt& attempt) const {
     formats::PlanRecord record;
     record.version = Version();
+    record.arguments = options_.arguments;
     std::vector<std::pair<std::string, std::string>> files = options_.Inputs();
     for (auto& file : MeshFiles(*situation_.robot)) {
       files.push_back(std::move(file));
     }
     record.files = HashFiles(files);
     record.robot = situation_.robot->name;
+    record.robot_model = formats::DrawRobot(*situation_.robot, situation_.held);
+    record.robot_model.tip_frame = FrameOfInterest(attempt.query);
+    record.scene = formats::DrawScene(situation_.world, situation_.base_pose);
     record.held_joints = HeldJoints(*situation_.robot);
     record.joint_names = JointNames(Robot());
     record.start = attempt.query.start;
     record.stages = attempt.query.stages;
-    record.parts = attempt.parts;
+    record.parts = attempt.parts.empty() ? std::vector{OnlyPart(attempt)} : attempt.parts;
     record.settings = AllSettings(attempt.config);
     record.seed = attempt.config.seed;
     record.found = attempt.results.path_found;
@@ -467,8 +494,9 @@ void AddOutputOptions(CLI::App& plan, PlanOptions& options) {
 
 }  // namespace
 
-void AddPlanCommand(CLI::App& app, Run& run) {
+void AddPlanCommand(CLI::App& app, Run& run, const std::vector<std::string>& arguments) {
   const auto options = std::make_shared<PlanOptions>();
+  options->arguments = arguments;
   CLI::App* plan = app.add_subcommand("plan", "Plan one path and check it");
   options->robot.AddOptions(*plan);
   options->scene.AddOptions(*plan);

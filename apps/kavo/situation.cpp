@@ -182,7 +182,7 @@ void Situations::TakeAttached(const formats::Request& request, std::vector<forma
 
 // The robot holding what the scenes and the options attach, under the rules of the scenes.
 std::shared_ptr<RobotDescription> Situations::Attach(const std::vector<formats::Scene>& scenes,
-                                                     const Situation& situation) {
+                                                     Situation& situation) {
   std::shared_ptr<RobotDescription> robot = situation.robot->description;
   std::set<std::string> names;
   for (const formats::Scene& scene : scenes) {
@@ -206,11 +206,12 @@ std::shared_ptr<RobotDescription> Situations::Attach(const std::vector<formats::
                             " attached to link " + Quoted(attached.link) +
                             ", whose name something else has, expected another name");
       }
-      robot = WithAttached(*robot, CoverObject(PlaceAttached(attached, *robot, situation.start, scene.file,
-                                                             situation.base_pose, frames)));
+      situation.held.push_back(
+          PlaceAttached(attached, *robot, situation.start, scene.file, situation.base_pose, frames));
+      robot = WithAttached(*robot, CoverObject(situation.held.back()));
     }
   }
-  robot = scene_.Contacts().Attach(robot, scene_.Shapes(), names);
+  robot = scene_.Contacts().Attach(robot, scene_.Shapes(), names, situation.held);
   for (const formats::Scene& scene : scenes) {
     robot = WithSceneRules(*situation.robot, *robot, scene);
   }

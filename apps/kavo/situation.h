@@ -12,6 +12,7 @@
 #include "apps/kavo/scene_options.h"
 #include "kavo/formats/request.h"
 #include "kavo/formats/scene.h"
+#include "kavo/motion_planning/interface/attached_object.h"
 #include "kavo/motion_planning/interface/stage.h"
 #include "kavo/world/world.h"
 
@@ -22,6 +23,8 @@ struct Situation {
   //! With the joints that are not planned for where the request and the scenes put them, holding what these
   //! and the options attach to it, under their rules of contact.
   std::shared_ptr<const formats::LoadedRobot> robot;
+  //! What is attached, by its shapes.
+  std::vector<AttachedObject> held;
   //! In the frame of the robot's base.
   World world;
   //! Pose of the robot base in the world of the files.
@@ -79,8 +82,7 @@ class Situations {
   void CutOutRobot(double margin, const formats::FramePoses& frames, const Situation& situation,
                    formats::Scene& scene);
   static void TakeAttached(const formats::Request& request, std::vector<formats::Scene>& scenes);
-  std::shared_ptr<RobotDescription> Attach(const std::vector<formats::Scene>& scenes,
-                                           const Situation& situation);
+  std::shared_ptr<RobotDescription> Attach(const std::vector<formats::Scene>& scenes, Situation& situation);
   void PlaceObjects(std::vector<formats::Scene>& scenes, Situation& situation);
   Goal GoalOf(const formats::Request& request, const formats::Request::Goal& goal, Situation& situation);
   PoseGoal PoseGoalOf(const formats::Request& request, const formats::Request::Goal& goal,

@@ -21,6 +21,8 @@ namespace kavo::command {
 namespace {
 
 constexpr double kMostSamples = 1e6;
+// Of those in a record.
+constexpr double kMostSamplesDrawn = 1000.0;
 
 std::string CheckNotNegative(const std::string& text) {
   return util::ParseNumber(text).value_or(-1.0) >= 0.0 ? "" : text + " is not a number of at least 0";
@@ -255,7 +257,13 @@ MadeTrajectory TrajectoryMaker::Make(const std::vector<Eigen::VectorXd>& path,
   record.cubic_deviation = InterpolationDeviation(trajectory, states, SampleInterpolation::kCubic);
   record.quintic_deviation = InterpolationDeviation(trajectory, states, SampleInterpolation::kQuintic);
   record.limits = limits;
-  made.contents = ToText(ToFile(states, JointNames(*situation.robot->description)), form_);
+  const formats::TrajectorySamples samples = ToFile(states, JointNames(*situation.robot->description));
+  made.contents = ToText(samples, form_);
+  // At even times: those at both ends count.
+  const double drawn_period = trajectory.Duration() / (kMostSamplesDrawn - 1.0);
+  record.samples = drawn_period > options_.period_
+                       ? ToFile(trajectory.Samples(drawn_period), samples.joint_names)
+                       : samples;
   made.text = "trajectory: " + Number(record.duration, 4) + " s, " + Count(record.num_samples, "sample") +
               "; " + CornersText(record);
   if (proves && !timed.path.Pieces().empty()) {

@@ -5,11 +5,16 @@
 
 #include <cmath>
 #include <limits>
+#include <memory>
 #include <random>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "kavo/world/shapes/octree.h"
+#include "kavo/world/shapes/point_cloud.h"
+#include "kavo/world/shapes/triangle_mesh.h"
+#include "kavo/world/world.h"
 #include "tests/formats/files.h"
 #include "tests/support/fatal.h"
 #include "tests/support/log_capture.h"
@@ -23,9 +28,59 @@ using ::kavo::testing::Folder;
 using ::kavo::testing::Vec;
 using ::testing::ElementsAre;
 
+RobotDrawing SmallRobot() {
+  using kinematics::Kinematics;
+  RobotDrawing robot;
+  robot.frames.resize(2);
+  robot.frames[0].joint.name = "base";
+  robot.frames[0].padding = 0.01;
+  robot.frames[0].allowed_obstacles = {"floor"};
+  robot.frames[1].joint = {"slider",
+                           0,
+                           Kinematics::Motion::kPrismatic,
+                           1,
+                           Kinematics::Ratio{2.0, 0.5},
+                           Pose3::FromTranslation({0, 0, 1}),
+                           {0, 0, 4}};
+  robot.frames[1].spheres = {{{0.1, 0, 0}, 0.25}};
+  const DrawnMesh triangle{{{0, 0, 0}, {1, 0, 0}, {0, 0.00006, -0.00004}}, {{0, 1, 2}}, 7};
+  robot.frames[1].visual_meshes = {{Pose3(), "cover.stl", triangle}};
+  robot.frames[1].collision_meshes = {{Pose3(), "box", triangle}};
+  robot.coordinates.resize(2);
+  robot.coordinates[0] = {"a", false, {-1, 1}, 2, 3, 4};
+  robot.coordinates[1].slides = true;
+  robot.coordinates[1].limits.max = std::numeric_limits<double>::infinity();
+  robot.tip_frame = "slider";
+  robot.pairs = {{"base", "slider"}};
+  robot.attachments = {{"part", "slider", Pose3(), BoxObstacle{{1, 2, 3}}}};
+  return robot;
+}
+
+SceneDrawing SmallScene() {
+  World world;
+  const ObstacleHandle floor = world.add(HalfSpaceObstacle{}, Pose3(), "floor");
+  world.setPadding(floor, 0.5);
+  world.disable(world.add(SphereObstacle{0.25}, Pose3::FromTranslation({1, 2, 3}), "<script>"));
+  world.add(CylinderObstacle{1, 2}, Pose3());
+  world.add(CapsuleObstacle{1, 2}, Pose3());
+  world.add(ConeObstacle{1, 2}, Pose3());
+  world.add(MeshObstacle{std::make_shared<TriangleMesh>(
+                std::vector<Eigen::Vector3d>{{0, 0, 0}, {1, 0, 0}, {0, 1, 0}},
+                std::vector<TriangleMesh::Triangle>{{0, 1, 2}})},
+            Pose3());
+  world.add(PointCloudObstacle{std::make_shared<PointCloud>(
+                std::vector<Eigen::Vector3d>{{0, 0, 0}, {1, 0, 0}}, std::vector<double>{0.01, 0.02})},
+            Pose3());
+  world.add(OctreeObstacle{std::make_shared<Octree>(std::vector<Octree::Cell>{{{1, 2, 3}, 0.5}})}, Pose3());
+  return DrawScene(world, Pose3::FromTranslation({0, 0, -1}));
+}
+
 PlanRecord SmallRecord() {
   PlanRecord record;
   record.version = "1.2";
+  record.arguments = {"plan", "--robot", "arm.urdf"};
+  record.robot_model = SmallRobot();
+  record.scene = SmallScene();
   record.files = {{"robot", "arm.urdf", "ab"}};
   record.robot = "arm \"x\"";
   record.joint_names = {"a", "b"};
@@ -58,6 +113,29 @@ PlanRecord SmallRecord() {
   record.trajectory->duration = 1.5;
   record.trajectory->waypoint_times = {0.0, 1.5};
   record.trajectory->limits = {Vec({1, 2}), Vec({3, 4}), std::nullopt};
+  record.trajectory->samples = {{}, {0.0, 1.5}, record.path, record.path, record.path};
+  record.explanation = "path found\n";
+  SearchDrawing& search = record.searches.emplace_back();
+  search.planner = "bi_rrt";
+  search.raw_path = record.path;
+  search.trees = {{{SearchTree::Root::kStart, {Vec({0, 0}), Vec({1e-7, 0.1234567})}, {std::nullopt, 0}}, 4},
+                  {{SearchTree::Root::kGoal, {}, {}}, 5}};
+  const ContactRecord with_obstacle{"slider", 0, "floor", 0, std::nullopt, std::nullopt, 0.125};
+  const ContactRecord with_itself{"slider", 0, std::nullopt, std::nullopt, "base", 1, 0.5};
+  record.inspections = {{InspectionRecord::What::kGoal,
+                         0,
+                         record.start,
+                         0.5,
+                         std::nullopt,
+                         {with_obstacle, with_itself},
+                         {{1, 3.0, -1.0, 1.0}}}};
+  record.profile.emplace();
+  record.profile->at = {0.0, 1.0};
+  record.profile->clearance = {0.5, std::nullopt};
+  record.profile->nearest = {std::pair<std::string, std::string>("slider", "floor"), std::nullopt};
+  record.profile->self_clearance = {std::nullopt, std::nullopt};
+  record.profile->self_nearest = {std::nullopt, std::nullopt};
+  record.profile->contacts = {{1, {with_obstacle}}};
   return record;
 }
 
@@ -76,6 +154,7 @@ TEST(ResultFile, JsonIsLaidOutForReaders) {
   record.path.clear();
   record.check.reset();
   record.trajectory.reset();
+  record.profile.reset();
   const std::string text = ToJson(record);
   EXPECT_THAT(text, ::testing::HasSubstr(
                         "\"target\": {\n    \"frame\": \"tool\",\n    \"position\": [1.0,2.0,null]\n  }"));
@@ -84,7 +163,7 @@ TEST(ResultFile, JsonIsLaidOutForReaders) {
     EXPECT_THAT(text, ::testing::HasSubstr(part));
   }
   EXPECT_THAT(text, ::testing::HasSubstr("\"path\": [],"));
-  EXPECT_THAT(text, ::testing::HasSubstr("\"check\": null,\n  \"trajectory\": null\n}"));
+  EXPECT_THAT(text, ::testing::HasSubstr("\"check\": null,\n  \"trajectory\": null,\n"));
 }
 
 // Bit for bit, by way of the disk.

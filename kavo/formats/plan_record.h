@@ -1,0 +1,210 @@
+#pragma once
+
+#include <Eigen/Core>
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "kavo/formats/robot_drawing.h"
+#include "kavo/formats/scene_drawing.h"
+#include "kavo/formats/trajectory_file.h"
+#include "kavo/motion_planning/interface/parameters.h"
+#include "kavo/motion_planning/interface/query_report.h"
+#include "kavo/motion_planning/interface/search_record.h"
+#include "kavo/motion_planning/interface/stage.h"
+#include "kavo/motion_planning/trajectory/motion_limits.h"
+
+namespace kavo::formats {
+
+// Not inside of the record: clang does not take a nested class with default values for one that can be made
+// in place, in its `optional` and its `variant`.
+
+//! A file that a query came from.
+struct InputFile {
+  //! What it is to the query: "robot", "scene", "request" and so on.
+  std::string role;
+  std::string name;
+  //! Of its contents, in hexadecimal digits; empty where it is not known.
+  std::string sha256;
+};
+
+//! How a path fared in a check apart from the planner's own: a proof, or a look at configurations along it.
+struct PathCheck {
+  bool passed = false;
+  //! For a reader: "proven free", "proven for ..." or "valid" with what that is restricted to, or how it
+  //! failed.
+  std::string verdict;
+  //! Kinds of what was asked for and ignored, and links that were not looked at.
+  std::vector<std::string> ignored;
+  std::vector<std::string> uncovered_links;
+  //! Where the robot's spheres hold every point of its collision geometry: how far they may reach beyond it
+  //! (metres).
+  std::optional<double> cover_tolerance;
+  //! Pairs of frames of the robot that were looked at for contact with each other.
+  std::uint64_t num_self_collision_pairs = 0;
+  //! Distance between the configurations that were looked at; none for a proof, which covers all.
+  std::optional<double> step;
+  std::uint64_t num_configurations = 0;
+  //! What is wrong at the first bad configuration, or the worst one that a proof found; empty if the path
+  //! passed.
+  std::string fault;
+  //! Smallest distance between the robot and an obstacle, and between frames of the robot; none without
+  //! obstacles, or pairs of frames.
+  std::optional<double> clearance;
+  std::optional<double> self_clearance;
+  //! Of a proof: how much smaller than these the distances may be anywhere on the path.
+  std::optional<double> tolerance;
+};
+
+//! What was made of a path in time.
+struct TrajectoryRecord {
+  double duration = 0.0;
+  //! Of the samples that were written.
+  double period = 0.0;
+  std::uint64_t num_samples = 0;
+  //! When each waypoint of the path is passed, or the middle of its blend.
+  std::vector<double> waypoint_times;
+  //! How far blends may be from the path (radians or metres), and corners that are blended, that are blended
+  //! more closely since something is near, and that the robot stops at.
+  double blend_deviation = 0.0;
+  std::uint64_t num_blends = 0;
+  std::uint64_t num_tightened = 0;
+  std::uint64_t num_stops = 0;
+  //! What the way with its blends was proven to be, apart from what made it, or why it was not; empty where
+  //! nobody looked.
+  std::string verdict;
+  //! How far a controller that interpolates the samples may be from the trajectory, in any coordinate.
+  double cubic_deviation = 0.0;
+  double quintic_deviation = 0.0;
+  //! That it keeps; without a jerk that is not limited.
+  planning::MotionLimits limits;
+  //! To draw it: fewer than those that were written where these are many. Names of joints are not looked at.
+  TrajectorySamples samples;
+};
+
+//! What a search left behind, to be drawn: of trees of many nodes, some.
+struct SearchDrawing {
+  struct Tree {
+    SearchTree tree;
+    //! That it had before it was thinned.
+    std::uint64_t num_nodes = 0;
+  };
+
+  std::string planner;
+  //! Before it was shortened; empty where none was found.
+  std::vector<Eigen::VectorXd> raw_path;
+  std::vector<Tree> trees;
+};
+
+//! A sphere of the robot that touches something: an obstacle, or a sphere of another frame of the robot.
+struct ContactRecord {
+  std::string frame;
+  //! Of those of the frame.
+  std::size_t sphere = 0;
+  //! Its name, and which of those of the scene it is.
+  std::optional<std::string> obstacle;
+  std::optional<std::size_t> obstacle_index;
+  std::optional<std::string> other_frame;
+  std::optional<std::size_t> other_sphere;
+  //! How far the two reach into each other, metres.
+  double depth = 0.0;
+};
+
+//! A close look at a configuration.
+struct InspectionRecord {
+  enum class What { kStart, kGoal, kFault, kNearest };
+
+  //! A coordinate beyond its limits.
+  struct Limit {
+    std::size_t coordinate = 0;
+    double value = 0.0;
+    double lower = 0.0;
+    double upper = 0.0;
+  };
+
+  What what = What::kStart;
+  //! Of the goals of the last stage.
+  std::optional<std::size_t> goal;
+  Eigen::VectorXd configuration;
+  //! Smallest distance between the robot and an obstacle, and between frames of the robot; none without
+  //! obstacles, or pairs of frames.
+  std::optional<double> clearance;
+  std::optional<double> self_clearance;
+  //! Of every sphere that touches.
+  std::vector<ContactRecord> contacts;
+  std::vector<Limit> limits;
+};
+
+//! How near the robot comes to things on its way.
+struct ProfileRecord {
+  //! Frame and obstacle, or two frames.
+  using Nearest = std::optional<std::pair<std::string, std::string>>;
+
+  //! What happens at a sample.
+  struct Contacts {
+    std::size_t sample = 0;
+    std::vector<ContactRecord> contacts;
+  };
+
+  //! Whether `at` is in seconds of the trajectory, or counts waypoints: 2.25 is a quarter of the way from
+  //! waypoint 2 to the next.
+  bool is_in_seconds = false;
+  std::vector<double> at;
+  //! Of each sample, as of an inspection.
+  std::vector<std::optional<double>> clearance;
+  std::vector<Nearest> nearest;
+  std::vector<std::optional<double>> self_clearance;
+  std::vector<Nearest> self_nearest;
+  //! Of the samples that have any.
+  std::vector<Contacts> contacts;
+};
+
+//! A query and its answer, as they go into a file. Metres, radians and seconds.
+struct PlanRecord {
+  using Setting = planning::ParameterValue;
+
+  using Check = PathCheck;
+
+  //! Of the program that made it.
+  std::string version;
+  //! Of the command, without the program's name: with them, it does the same again.
+  std::vector<std::string> arguments;
+  std::vector<InputFile> files;
+  std::string robot;
+  RobotDrawing robot_model;
+  SceneDrawing scene;
+  //! In the order of the c-space coordinates.
+  std::vector<std::string> joint_names;
+  //! Joints that are not planned for and do not stand where they rest.
+  std::map<std::string, double> held_joints;
+  Eigen::VectorXd start;
+  //! What was asked for: mostly one stage with one goal.
+  std::vector<Stage> stages;
+  //! What came of the stages: as many, or fewer where it failed before the last.
+  std::vector<StagedResults::Part> parts;
+  //! By name, in the order in which they are to be written.
+  std::vector<std::pair<std::string, Setting>> settings;
+  int seed = 0;
+  bool found = false;
+  //! How the query ended, for a reader: in a word, and with all that there is to say.
+  std::string status;
+  std::string explanation;
+  std::vector<Eigen::VectorXd> path;
+  std::vector<Eigen::VectorXd> interpolated_path;
+  QueryReport statistics;
+  //! None where the path was not checked.
+  std::optional<Check> check;
+  //! None where none was asked for.
+  std::optional<TrajectoryRecord> trajectory;
+  //! Of those who search with trees, where they were watched.
+  std::vector<SearchDrawing> searches;
+  std::vector<InspectionRecord> inspections;
+  //! None without a path.
+  std::optional<ProfileRecord> profile;
+};
+
+}  // namespace kavo::formats
