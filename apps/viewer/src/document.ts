@@ -81,7 +81,7 @@ export interface Stage {
   last_waypoint?: number;
   status?: string;
   goal_reports?: GoalReport[];
-  line?: { end: string; fraction: number; deviation: number; angle: number };
+  line?: { end: string; fraction: number; deviation: number; angle: number } | null;
 }
 
 export interface GoalReport {

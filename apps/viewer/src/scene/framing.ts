@@ -9,8 +9,8 @@ export interface Framing {
   direction: Vector3;
 }
 
-const numDirections = 16;
-const elevation = 0.42;
+const numAzimuths = 16;
+const elevations = [0.42, 0.8];
 // From the right of what is before the robot, where nothing speaks against it.
 const preferredAzimuth = -0.9;
 // How many points have to be hidden before the camera goes once round for them.
@@ -46,18 +46,18 @@ function clearestDirection(points: Vector3[], obstacles: Box3[], distance: numbe
   const samples = points.filter((_, i) => i % step === 0);
   let best = new Vector3();
   let lowestCost = Infinity;
-  for (let i = 0; i < numDirections; ++i) {
-    const turn = (i / numDirections) * 2 * Math.PI;
-    const azimuth = preferredAzimuth + turn;
-    const direction = new Vector3(
-      Math.cos(azimuth) * Math.cos(elevation),
-      Math.sin(azimuth) * Math.cos(elevation),
-      Math.sin(elevation),
-    );
-    const numHidden = samples.filter((point) => isHidden(point, direction, distance, obstacles)).length;
-    const cost = numHidden / samples.length + (weightOfPreference * (1 - Math.cos(turn))) / 2;
-    if (cost < lowestCost) {
-      [best, lowestCost] = [direction, cost];
+  for (let i = 0; i < numAzimuths; ++i) {
+    const turn = (i / numAzimuths) * 2 * Math.PI;
+    for (const elevation of elevations) {
+      const level = Math.cos(elevation);
+      const azimuth = preferredAzimuth + turn;
+      const direction = new Vector3(Math.cos(azimuth) * level, Math.sin(azimuth) * level, Math.sin(elevation));
+      const numHidden = samples.filter((point) => isHidden(point, direction, distance, obstacles)).length;
+      const preference = (1 - Math.cos(turn)) / 2 + (elevation - elevations[0]!);
+      const cost = numHidden / samples.length + weightOfPreference * preference;
+      if (cost < lowestCost) {
+        [best, lowestCost] = [direction, cost];
+      }
     }
   }
   return best;

@@ -361,7 +361,7 @@ class DrawnScene implements SceneView {
   private addGround(points: Vector3[], centre: Vector3): void {
     const radius = points.reduce((most, point) => Math.max(most, point.distanceTo(centre)), 0.3);
     const lowest = points.reduce((least, point) => Math.min(least, point.z), Infinity);
-    const cell = roundUp((3 * radius) / numGroundCells);
+    const cell = roundUp((4 * radius) / numGroundCells);
     const size = numGroundCells * cell;
     const toBase = this.base.matrixWorld.clone().invert();
     this.obstacleGroup.extend(centre.clone().applyMatrix4(toBase), size);
