@@ -1,7 +1,9 @@
 import type { PlanDocument } from "./document";
 import { create } from "./dom";
 import { createMotion } from "./motion";
+import { createPanel } from "./panel";
 import { Playback } from "./playback";
+import { createPlots } from "./plots";
 import { createSceneView } from "./scene/view";
 import { createCameraButtons, createInspectionChoice, createObstacleList, createSwitches } from "./switches";
 import { createTransport, listenToKeys } from "./transport";
@@ -33,7 +35,8 @@ export function createPlanPage(plan: PlanDocument): HTMLElement {
   if (scene.layers.length > 0) {
     main.append(createSwitches(scene));
   }
-  return create("div", "plan-page", createHeader(plan), main);
+  main.append(createPlots(plan, motion, playback));
+  return create("div", "plan-page", createHeader(plan), main, createPanel(plan));
 }
 
 function createHeader(plan: PlanDocument): HTMLElement {

@@ -1,0 +1,145 @@
+import { createChart, createFigure, extremes, valueAt, type ChartLine, type TimeAxis } from "./chart";
+import type { Check, Contact, Profile } from "./document";
+import { create, createButton } from "./dom";
+import type { PlotPart } from "./joint_plots";
+import type { Motion } from "./motion";
+import { formatDistance, formatNumber } from "./text";
+import { linearTicks } from "./ticks";
+
+/** Consecutive samples at which the same things touch. */
+export interface ContactSpan {
+  /** Playing times. */
+  from: number;
+  to: number;
+  /** `gripper touches shelf`. */
+  label: string;
+  depth: number;
+}
+
+/** How far the robot is from obstacles and from itself along the motion, what touches, and what the check said. */
+export function createClearancePlot(
+  profile: Profile,
+  check: Check | null,
+  motion: Motion,
+  axis: TimeAxis,
+  seek: (time: number) => void,
+): PlotPart {
+  const times = profile.at.map((at) => motion.fromProfile(at));
+  const spans = contactSpans(profile, times);
+  const lineOf = (
+    name: string,
+    label: string,
+    style: number,
+    values: Profile["clearance"],
+    pairs: Profile["nearest"],
+  ): ChartLine => ({
+    name,
+    label,
+    style,
+    times,
+    values: values.map((value) => (value === null ? null : value * 1e3)),
+    read: (time) => {
+      const value = valueAt({ times, values }, time);
+      const pair = pairs[nearestIndex(times, time)];
+      return value === null ? "nothing near" : formatDistance(value) + (pair ? `, ${pair[0]} to ${pair[1]}` : "");
+    },
+  });
+  const lines = [
+    lineOf("Clearance to obstacles", "scene", 0, profile.clearance, profile.nearest),
+    lineOf("Clearance to itself", "itself", 1, profile.self_clearance, profile.self_nearest),
+  ].filter(({ values }) => values.some((value) => value !== null));
+
+  const readings = lines.map((line) => {
+    const value = create("output", "reading");
+    return { line, value };
+  });
+  const chart = createChart("Clearance along the motion", axis, seek);
+  const [low, high] = extremes(lines.flatMap(({ values }) => extremes(values)));
+  const top = Math.max(high, 1) * 1.06;
+  const bottom = Math.min(low * 1.1, 0) - 0.04 * (top - Math.min(low, 0));
+  chart.draw({
+    low: bottom,
+    high: top,
+    ticks: linearTicks(bottom, top, 4).map((at) => ({ at, label: formatNumber(at) })),
+    lowest: 0,
+    highest: null,
+    spans,
+    lines,
+  });
+
+  const figure = createFigure("Clearance in mm", createVerdict(check), chart);
+  if (spans.length > 0) {
+    figure.append(createContactList(spans, axis, seek));
+  }
+  return {
+    figures: [figure],
+    values: create(
+      "dl",
+      "readings",
+      ...readings.flatMap(({ line, value }) => [create("dt", "", line.name), create("dd", "", value)]),
+    ),
+    show: (time) => {
+      chart.setTime(time);
+      for (const { line, value } of readings) {
+        value.textContent = line.read(time);
+        const metres = valueAt(line, time);
+        value.dataset.quantity = line.label === "itself" ? "self_clearance" : "clearance";
+        value.dataset.value = metres === null ? "" : String(metres / 1e3);
+      }
+    },
+  };
+}
+
+function createVerdict(check: Check | null): HTMLElement {
+  return check
+    ? create("span", `badge badge-${check.passed ? "good" : "bad"}`, check.verdict)
+    : create("span", "badge badge-open", "not checked");
+}
+
+function createContactList(
+  spans: readonly ContactSpan[],
+  axis: TimeAxis,
+  seek: (time: number) => void,
+): HTMLElement {
+  const items = spans.map(({ from, to, label, depth }) => {
+    const text = `${label}, ${formatDistance(depth)} deep, ${axis.describe(from)}`;
+    return create("li", "", createButton(text, text, () => {
+      seek((from + to) / 2);
+    }));
+  });
+  const list = create("ul", "contact-list", ...items);
+  list.setAttribute("aria-label", "Contacts");
+  return list;
+}
+
+function nearestIndex(times: readonly number[], time: number): number {
+  let best = 0;
+  times.forEach((at, i) => {
+    if (Math.abs(at - time) < Math.abs((times[best] ?? 0) - time)) {
+      best = i;
+    }
+  });
+  return best;
+}
+
+/** @param times Of the samples. */
+export function contactSpans({ contacts }: Pick<Profile, "contacts">, times: readonly number[]): ContactSpan[] {
+  const spans: (ContactSpan & { sample: number })[] = [];
+  for (const { sample, contacts: touching } of contacts) {
+    const label = describe(touching);
+    const depth = Math.max(...touching.map((contact) => contact.depth));
+    const time = times[sample] ?? 0;
+    const last = spans.at(-1);
+    if (last?.label === label && last.sample === sample - 1) {
+      Object.assign(last, { to: time, sample, depth: Math.max(last.depth, depth) });
+    } else {
+      spans.push({ from: time, to: time, label, depth, sample });
+    }
+  }
+  return spans.map(({ from, to, label, depth }) => ({ from, to, label, depth }));
+}
+
+function describe(contacts: Contact[]): string {
+  const pairs = contacts.map(({ frame, obstacle, other_frame }) => `${frame} touches ${obstacle ?? other_frame ?? ""}`);
+  return [...new Set(pairs)].join(", ");
+}

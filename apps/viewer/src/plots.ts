@@ -1,0 +1,65 @@
+// The strip of plots under the scene: joints inside their limits, and how far the robot is from touching anything.
+
+import type { TimeAxis } from "./chart";
+import { createClearancePlot } from "./clearance_plot";
+import { createConfigurationTable } from "./configuration_table";
+import type { PlanDocument } from "./document";
+import { create } from "./dom";
+import { createJointPlots } from "./joint_plots";
+import type { Motion } from "./motion";
+import type { Playback } from "./playback";
+import { formatNumber } from "./text";
+import { linearTicks } from "./ticks";
+
+/** Charts, and the values at the time that is shown. Without a motion: the values of what was asked for. */
+export function createPlots(document: PlanDocument, motion: Motion, playback: Playback): HTMLElement {
+  const element = create("section", "plots");
+  element.setAttribute("aria-label", "Plots");
+  if (motion.duration <= 0) {
+    element.append(createConfigurationTable(document));
+    return element;
+  }
+  const axis = timeAxisOf(motion);
+  const seek = (time: number): void => {
+    playback.playing = false;
+    playback.time = time;
+  };
+  const parts = [createJointPlots(document, motion, axis, seek)];
+  if (document.profile) {
+    parts.push(createClearancePlot(document.profile, document.check, motion, axis, seek));
+  }
+  element.append(
+    create("div", "plots-charts", ...parts.flatMap(({ figures }) => figures)),
+    create("div", "plots-values", ...parts.map(({ values }) => values)),
+  );
+  const show = (): void => {
+    parts.forEach((part) => {
+      part.show(playback.time);
+    });
+  };
+  playback.onChange(show);
+  show();
+  return element;
+}
+
+function timeAxisOf(motion: Motion): TimeAxis {
+  const { duration } = motion;
+  if (motion.unit === "seconds") {
+    return {
+      duration,
+      label: "s",
+      ticks: (count) => linearTicks(0, duration, count).map((at) => ({ at, label: formatNumber(at) })),
+      describe: (time) => `at ${time.toFixed(3)} s`,
+    };
+  }
+  const last = Math.round(motion.toProfile(duration));
+  return {
+    duration,
+    label: "waypoint",
+    ticks: (count) =>
+      linearTicks(0, last, count)
+        .filter((at) => Number.isInteger(at))
+        .map((at) => ({ at: motion.fromProfile(at), label: String(at) })),
+    describe: (time) => `at waypoint ${motion.toProfile(time).toFixed(2)}`,
+  };
+}
