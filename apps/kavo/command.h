@@ -38,5 +38,6 @@ void AddBenchCommand(CLI::App& app, Run& run);
 void AddInfoCommand(CLI::App& app, Run& run);
 void AddPairsCommand(CLI::App& app, Run& run);
 void AddSpheresCommand(CLI::App& app, Run& run);
+void AddViewCommand(CLI::App& app, Run& run);
 
 }  // namespace kavo::command

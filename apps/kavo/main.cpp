@@ -74,6 +74,7 @@ int main(int argc, char** argv) {
   kavo::command::AddInfoCommand(app, run);
   kavo::command::AddPairsCommand(app, run);
   kavo::command::AddSpheresCommand(app, run);
+  kavo::command::AddViewCommand(app, run);
   std::string overview;
   AddHelpCommand(app, run, overview);
   app.footer(

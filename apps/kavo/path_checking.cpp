@@ -57,7 +57,10 @@ CheckedPath CheckByProof(const Prove& prove, const Situation& situation, std::si
   checked.record.verdict = proof.IsFree() ? situation.scope.Verdict(true) : ToString(proof.verdict);
   checked.record.tolerance = options.tolerance;
   checked.record.num_configurations = proof.num_placements;
-  checked.record.fault = proof.bad ? Explain(proof.bad->fault, robot) : "";
+  if (proof.bad) {
+    checked.record.fault = Explain(proof.bad->fault, robot);
+    checked.bad = proof.bad->place.configuration;
+  }
   NoteClearances(proof, checked.record);
   checked.text = Explain(proof, robot, situation.scope, num_segments, options, times);
   return checked;
@@ -101,7 +104,10 @@ CheckedPath CheckAlong(const std::vector<Eigen::VectorXd>& path, const Situation
   record.verdict = check.IsValid() ? situation.scope.Verdict(false) : "not valid";
   record.step = *step_size;
   record.num_configurations = check.num_configurations;
-  record.fault = check.first_bad ? Explain(check.first_bad->fault, robot) : "";
+  if (check.first_bad) {
+    record.fault = Explain(check.first_bad->fault, robot);
+    checked.bad = check.first_bad->place.configuration;
+  }
   NoteClearances(check, record);
   checked.text = Explain(check, robot, situation.scope, path.size() - 1, *step_size);
   return checked;

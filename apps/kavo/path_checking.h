@@ -20,6 +20,8 @@ struct CheckedPath {
   std::string text;
   //! For a file.
   formats::PathCheck record;
+  //! Where it fails: at its first bad configuration, or the worst one that a proof found.
+  std::optional<Eigen::VectorXd> bad;
 };
 
 //! Proves a path, or with a step size checks configurations no farther apart than it; until a signal comes.

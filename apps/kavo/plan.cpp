@@ -13,12 +13,14 @@
 
 #include "apps/kavo/ask.h"
 #include "apps/kavo/attempts.h"
+#include "apps/kavo/close_look.h"
 #include "apps/kavo/command.h"
 #include "apps/kavo/explain_attempt.h"
 #include "apps/kavo/help.h"
 #include "apps/kavo/input_rules.h"
 #include "apps/kavo/interrupt.h"
 #include "apps/kavo/output_file.h"
+#include "apps/kavo/page.h"
 #include "apps/kavo/parameters.h"
 #include "apps/kavo/path_checking.h"
 #include "apps/kavo/plan_attempt.h"
@@ -44,6 +46,8 @@ namespace {
 constexpr double kLeastCheckStep = 1e-6;
 // Below it an interpolated path would fill the memory.
 constexpr double kLeastStepInterpolated = 1e-4;
+// Of each search tree, on a page.
+constexpr std::size_t kNumNodesShown = 2000;
 
 struct PlanOptions {
   RobotOptions robot;
@@ -55,6 +59,8 @@ struct PlanOptions {
   QueryOptions query;
   std::optional<std::string> json_file;
   std::optional<std::string> csv_file;
+  std::optional<std::string> html_file;
+  std::optional<std::size_t> num_tree_nodes;
   std::optional<double> check_step;
   std::optional<int> num_more_seeds;
   std::optional<double> time_limit;
@@ -96,6 +102,7 @@ class Planning {
       : options_(options),
         json_file_("--json", options.json_file, options.Inputs()),
         csv_file_("--csv", options.csv_file, options.Inputs()),
+        html_file_("--html", options.html_file, options.Inputs()),
         trajectory_(options.trajectory, options.Inputs()),
         settings_(options.planner),
         situations_(options.robot.Load(options.rules.AllowsUncovered()), options.rules, options.scene),
@@ -107,6 +114,12 @@ class Planning {
       if (trajectory_.File().IsSameAs(*other) ||
           (trajectory_.File().IsStandardOutput() && other->IsStandardOutput())) {
         throw UnusableInput("--trajectory cannot be written where --json or --csv is");
+      }
+    }
+    for (const OutputFile* const other :
+         std::initializer_list<const OutputFile*>{&json_file_, &csv_file_, &trajectory_.File()}) {
+      if (html_file_.IsSameAs(*other)) {
+        throw UnusableInput("--html cannot be written where --json, --csv or --trajectory is");
       }
     }
     std::vector<Stage> stages;
@@ -139,12 +152,18 @@ class Planning {
                                           velocity_scaling_, acceleration_scaling_,
                                           attempt.check && !options_.check_step, situations_.GetNotes());
     }
+    if (IsRecorded()) {
+      json_ = formats::ToJson(Record(attempt));
+    }
     Print(attempt);
     WriteFiles(attempt);
     return attempt.IsGood() && (!made_trajectory_ || HasGoodTrajectory()) ? kDone : kNoPath;
   }
 
  private:
+  // Whether the query and its answer go into a file as a whole.
+  bool IsRecorded() const { return json_file_.IsWanted() || html_file_.IsWanted(); }
+
   bool HasGoodTrajectory() const { return made_trajectory_ && made_trajectory_->is_good; }
 
   // Waypoints at which something is done before the robot goes on.
@@ -269,8 +288,11 @@ class Planning {
       progress.ShowTime("planning");
       return stop();
     });
+    if (IsRecorded()) {
+      planner->setSearchObserver([&](const SearchRecord& search) { attempt.searches.push_back(search); });
+    }
     const bool interpolates = step_size >= kLeastStepInterpolated;
-    if (!interpolates && json_file_.IsWanted()) {
+    if (!interpolates && IsRecorded()) {
       situations_.GetNotes().Say("the interpolated path is left out: step_size is below " +
                                  Number(kLeastStepInterpolated));
     }
@@ -291,7 +313,7 @@ class Planning {
     if (trajectory_.File().IsStandardOutput()) {
       std::cout << (HasGoodTrajectory() ? made_trajectory_->contents : "");
     } else if (json_file_.IsStandardOutput()) {
-      std::cout << formats::ToJson(Record(attempt));
+      std::cout << json_;
     } else if (!is_csv) {
       std::cout << Explanation(attempt);
     } else if (found) {
@@ -314,7 +336,10 @@ class Planning {
       }
     };
     if (json_file_.IsFile()) {
-      write(json_file_, formats::ToJson(Record(attempt)));
+      write(json_file_, json_);
+    }
+    if (html_file_.IsFile()) {
+      write(html_file_, MakePage(json_, "--html"));
     }
     if (csv_file_.IsFile() && attempt.results.path_found) {
       write(csv_file_, formats::ToCsv(JointNames(Robot()), attempt.results.path));
@@ -386,12 +411,17 @@ class Planning {
     record.path = attempt.results.path;
     record.interpolated_path = attempt.results.interpolated_path;
     record.statistics = attempt.report;
+    record.explanation = Explanation(attempt);
     if (attempt.check) {
       record.check = attempt.check->record;
     }
     if (made_trajectory_) {
       record.trajectory = made_trajectory_->record;
     }
+    record.searches = Thinned(attempt.searches,
+                              options_.num_tree_nodes.value_or(html_file_.IsWanted() ? kNumNodesShown : 0));
+    record.inspections = InspectAttempt(attempt, situation_);
+    record.profile = ProfileOf(attempt, situation_, record.trajectory ? &*record.trajectory : nullptr);
     return record;
   }
 
@@ -401,6 +431,7 @@ class Planning {
   // Opened before any work.
   OutputFile json_file_;
   OutputFile csv_file_;
+  OutputFile html_file_;
   TrajectoryMaker trajectory_;
   PlannerSettings settings_;
   Situations situations_;
@@ -410,6 +441,8 @@ class Planning {
   int num_attempts_ = 1;
   // Of the path that is the answer, where one is wanted.
   std::optional<MadeTrajectory> made_trajectory_;
+  // The record, where one is wanted.
+  std::string json_;
   // Of the request.
   std::optional<double> velocity_scaling_;
   std::optional<double> acceleration_scaling_;
@@ -423,6 +456,12 @@ int Plan(const PlanOptions& options) {
   if (options.request_file.empty() && !options.query.IsComplete()) {
     throw UnusableInput(
         "what to plan? Give --request FILE, or --start with --goal, --target, --pose or --line");
+  }
+  if (options.html_file) {
+    RequirePage("--html");
+    if (options.html_file == "-") {
+      throw UnusableInput("--html -: expected the name of a file");
+    }
   }
   if (options.quiet) {
     util::log_level_threshold = static_cast<int>(LogLevel::kError);
@@ -484,6 +523,18 @@ void AddOutputOptions(CLI::App& plan, PlanOptions& options) {
                   "Write the waypoints as CSV, a line of joint names first; - is standard output")
       ->type_name("FILE")
       ->group("Output");
+  plan.add_option("--html", options.html_file,
+                  "Write a page for a browser, one file that needs nothing else: robot, obstacles, motion, "
+                  "search, plots and all that there is to say")
+      ->type_name("FILE")
+      ->group("Output");
+  plan.add_option(
+          "--trees", options.num_tree_nodes,
+          "How many nodes of each search tree go into --json and --html, evenly left out of more; 2000 "
+          "with --html, else none, unless given")
+      ->type_name("N")
+      ->group("Output")
+      ->check(CLI::Range(0, 100000000));
   CLI::Option* quiet = plan.add_flag("-q,--quiet", options.quiet,
                                      "Print the waypoints as CSV and nothing else, not even warnings")
                            ->group("Output");

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <vector>
+
+#include "apps/kavo/plan_attempt.h"
+#include "apps/kavo/situation.h"
+#include "kavo/formats/plan_record.h"
+#include "kavo/motion_planning/interface/search_record.h"
+
+namespace kavo::command {
+
+//! The searches with no more than so many nodes of each tree, evenly left out: a node hangs on the nearest
+//! one towards the root that is left.
+std::vector<formats::SearchDrawing> Thinned(const std::vector<SearchRecord>& searches, std::size_t max_nodes);
+
+//! What is to be seen of an attempt at rest: its start, the goals of the stage that was tried last as far as
+//! configurations of them are known, where a line ended early, and what the check of the path complains of.
+std::vector<formats::InspectionRecord> InspectAttempt(const Attempt& attempt, const Situation& situation);
+
+//! How near the robot comes to things on the path of an attempt, or on the trajectory made of it; as far as
+//! it got before a signal. None without a path.
+//! \param trajectory Null without one.
+std::optional<formats::ProfileRecord> ProfileOf(const Attempt& attempt, const Situation& situation,
+                                                const formats::TrajectoryRecord* trajectory);
+
+}  // namespace kavo::command
