@@ -63,7 +63,7 @@ void AddViewCommand(CLI::App& app, Run& run) {
       "robot among its obstacles, the motion, the search (as far as --trees put it into the file), joint\n"
       "values and clearance along the path, and how the query ended; of a benchmark its tables and plots,\n"
       "and with --keep-plans each plan. 'kavo plan' and 'kavo bench' write the same page with --html.\n\n"
-      "Example, with the files of the source tree:\n"
+      "Examples, with the files of the source tree:\n"
       "  kavo plan --robot franka --scene examples/scene.yaml --start default \\\n"
       "            --goal 0,0.05,0,-1.815,0,3.436,0.7854 --json plan.json\n"
       "  kavo view plan.json -o plan.html");

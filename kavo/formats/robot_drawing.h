@@ -75,7 +75,9 @@ struct RobotDrawing {
 //! \param held The shapes of what its description holds.
 //!
 //! @code
-//! const kavo::formats::LoadedRobot robot = kavo::formats::LoadRobot("examples/own_robot/arm.urdf");
+//! kavo::formats::RobotFileOptions options;
+//! options.cover = false;
+//! const kavo::formats::LoadedRobot robot = kavo::formats::LoadRobot("examples/own_robot/arm.urdf", options);
 //! const kavo::formats::RobotDrawing drawing = kavo::formats::DrawRobot(robot);
 //! assert(drawing.frames.front().joint.parent == -1);
 //! assert(drawing.coordinates.size() == robot.description->numCSpaceCoords());
