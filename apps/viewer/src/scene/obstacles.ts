@@ -8,6 +8,7 @@ import {
   LineSegments,
   type Material,
   Mesh,
+  MeshBasicMaterial,
   MeshLambertMaterial,
   type Object3D,
   PlaneGeometry,
@@ -26,7 +27,7 @@ const states: readonly State[] = ["plain", "disabled", "touched", "highlighted"]
 
 interface Materials extends ShapeMaterials {
   surface: MeshLambertMaterial;
-  plane: MeshLambertMaterial;
+  plane: MeshBasicMaterial;
   edges: LineBasicMaterial;
   grid: LineBasicMaterial;
 }
@@ -161,7 +162,7 @@ export class Obstacles {
       const materials = this.materials[this.stateOf(index)];
       for (const { object, kind } of parts) {
         object.material = materials[kind];
-        object.renderOrder = object.material.transparent ? 3 : 0;
+        object.renderOrder = kind === "surface" && materials.surface.transparent ? 3 : 0;
       }
     });
   }
@@ -194,12 +195,21 @@ export class Obstacles {
   }
 }
 
+// Each combination of properties is a shader of its own, and shaders are most of the time until the first picture.
 function createMaterials(): Materials {
   return {
-    surface: new MeshLambertMaterial({ side: DoubleSide, polygonOffset: true, polygonOffsetFactor: 1, polygonOffsetUnits: 1 }),
-    plane: new MeshLambertMaterial({ side: DoubleSide, transparent: true, depthWrite: false }),
-    edges: new LineBasicMaterial(),
-    grid: new LineBasicMaterial(),
+    surface: new MeshLambertMaterial({
+      // Meshes from files may be inside out.
+      side: DoubleSide,
+      forceSinglePass: true,
+      polygonOffset: true,
+      polygonOffsetFactor: 1,
+      polygonOffsetUnits: 1,
+    }),
+    // Not seen from below.
+    plane: new MeshBasicMaterial({ transparent: true, depthWrite: false }),
+    edges: new LineBasicMaterial({ transparent: true }),
+    grid: new LineBasicMaterial({ transparent: true }),
     points: new PointsMaterial({ size: 0.006 }),
   };
 }

@@ -1,9 +1,11 @@
 import {
+  type BufferGeometry,
   type Camera,
   Color,
   DoubleSide,
   DynamicDrawUsage,
   Group,
+  IcosahedronGeometry,
   InstancedMesh,
   type Material,
   Matrix4,
@@ -14,9 +16,9 @@ import {
   PointsMaterial,
   Quaternion,
   RingGeometry,
-  SphereGeometry,
   Vector3,
 } from "three";
+import { mergeVertices } from "three/examples/jsm/utils/BufferGeometryUtils.js";
 
 import type { Configuration, Contact, Vec3 } from "../document";
 import { type Kinematics, positionOf, type Transform } from "../kinematics";
@@ -62,9 +64,8 @@ export class RobotFigure {
     const isGhost = kind !== "robot";
     const numSpheres = kinematics.spheres.length;
     this.linkOf = linkIndices(kinematics);
-    // What is seen from near by is round; robots of many spheres have small ones.
-    const detail = (numSpheres > 150 ? 12 : 20) - (isGhost ? 4 : 0);
-    const ball = new SphereGeometry(1, Math.round(detail * 1.5), detail);
+    // Robots of many spheres have small ones, and ghosts are looked at less.
+    const ball = ballGeometry(isGhost || numSpheres > 150 ? 2 : 4);
     for (const material of passes(kind)) {
       const spheres = new InstancedMesh(ball, material, numSpheres);
       spheres.renderOrder = orderOf(material);
@@ -297,6 +298,13 @@ export class RobotFigure {
       (i) => i >= 0,
     );
   }
+}
+
+// Of radius one; faces of the same size everywhere, 20 (detail + 1)^2 of them, make it round with the fewest.
+function ballGeometry(detail: number): BufferGeometry {
+  const ball = new IcosahedronGeometry(1, detail);
+  ball.deleteAttribute("uv");
+  return mergeVertices(ball);
 }
 
 // Frames that show something are numbered, so that neighbours get different colours.

@@ -70,7 +70,10 @@ export function createSceneView(document: DrawnPlan, motion: Motion, playback: P
 
 function createRenderer(): WebGLRenderer | undefined {
   try {
-    return new WebGLRenderer({ antialias: true, alpha: true });
+    const renderer = new WebGLRenderer({ antialias: true, alpha: true });
+    // Asking for errors makes the browser wait for each shader before it begins with the next one.
+    renderer.debug.checkShaderErrors = false;
+    return renderer;
   } catch {
     return undefined;
   }
@@ -543,10 +546,6 @@ class DrawnScene implements SceneView {
 
   private draw(): void {
     this.isDrawPending = false;
-    if (!this.hasDrawn) {
-      // All shaders at once: the browser may compile one beside the other.
-      this.renderer.compile(this.scene, this.rig.camera);
-    }
     this.scene.updateMatrixWorld();
     for (const figure of this.figures()) {
       figure.face(this.rig.camera);
