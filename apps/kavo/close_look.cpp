@@ -181,9 +181,9 @@ std::optional<formats::ProfileRecord> ProfileOf(const Attempt& attempt, const Si
   for (const ConfigurationInspection& found : Inspect(situation, configurations)) {
     auto& clearance = profile.clearance.emplace_back();
     auto& nearest = profile.nearest.emplace_back();
-    if (found.clearance) {
-      clearance = found.clearance->distance;
-      nearest = {found.clearance->frame, found.clearance->obstacle_name};
+    if (found.moving_clearance) {
+      clearance = found.moving_clearance->distance;
+      nearest = {found.moving_clearance->frame, found.moving_clearance->obstacle_name};
     }
     auto& self_clearance = profile.self_clearance.emplace_back();
     auto& self_nearest = profile.self_nearest.emplace_back();

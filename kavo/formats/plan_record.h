@@ -154,7 +154,7 @@ struct ProfileRecord {
   //! waypoint 2 to the next.
   bool is_in_seconds = false;
   std::vector<double> at;
-  //! Of each sample, as of an inspection.
+  //! Of each sample, as of an inspection, but to obstacles only of frames that move.
   std::vector<std::optional<double>> clearance;
   std::vector<Nearest> nearest;
   std::vector<std::optional<double>> self_clearance;

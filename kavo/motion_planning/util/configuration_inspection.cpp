@@ -28,6 +28,14 @@ const Contact& Deepest(const std::vector<Contact>& contacts) {
                            [](const Contact& a, const Contact& b) { return a.depth < b.depth; });
 }
 
+bool IsMoved(const kinematics::Kinematics& model, const std::string& frame) {
+  int index = model.frame(frame);
+  while (index >= 0 && model.frames()[static_cast<std::size_t>(index)].coordinate < 0) {
+    index = model.frames()[static_cast<std::size_t>(index)].parent;
+  }
+  return index >= 0;
+}
+
 }  // namespace
 
 std::optional<ConfigurationFault> ConfigurationInspection::Fault() const {
@@ -59,6 +67,7 @@ Inspector::Inspector(const RobotDescription& robot, const WorldView& world_view)
     shapes_.push_back({frame,
                        kinematics_->frame(frame),
                        collision.spheresOf(frame),
+                       IsMoved(description.model(), frame),
                        collision.paddingOf(frame),
                        snapshot_->named(collision.allowedObstaclesOf(frame)),
                        {}});
@@ -124,6 +133,9 @@ void Inspector::LookAtObstacles(ConfigurationInspection& found) const {
       if (!found.clearance || distance < found.clearance->distance) {
         found.clearance = {distance, shape.frame, nearest->obstacle, {}};
       }
+      if (shape.is_moved && (!found.moving_clearance || distance < found.moving_clearance->distance)) {
+        found.moving_clearance = {distance, shape.frame, nearest->obstacle, {}};
+      }
       if (distance <= 0.0) {
         found.contacts.push_back(
             {shape.frame, k, shape.centers[k], radius, nearest->obstacle, {}, -distance});
@@ -166,8 +178,10 @@ std::vector<ConfigurationInspection> InspectConfigurations(const RobotDescriptio
       break;
     }
     ConfigurationInspection& found = inspections.emplace_back(inspector.Look(q));
-    if (found.clearance) {
-      found.clearance->obstacle_name = world_view.name(found.clearance->obstacle);
+    for (auto* const clearance : {&found.clearance, &found.moving_clearance}) {
+      if (*clearance) {
+        (*clearance)->obstacle_name = world_view.name((*clearance)->obstacle);
+      }
     }
     for (ConfigurationFault::Contact& contact : found.contacts) {
       contact.obstacle_name = world_view.name(contact.obstacle);

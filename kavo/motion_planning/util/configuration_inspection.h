@@ -40,6 +40,8 @@ struct KAVO_EXPORT ConfigurationInspection {
   //! The smallest of each, the first among equals; empty where there is nothing to measure: no obstacle or no
   //! sphere, no pair of frames, a configuration that is not finite.
   std::optional<Clearance> clearance;
+  //! The clearance of frames that a coordinate moves: what is fixed to the base is as near as ever.
+  std::optional<Clearance> moving_clearance;
   std::optional<SelfClearance> self_clearance;
 
   bool IsValid() const {

@@ -32,6 +32,8 @@ class Inspector {
     std::string frame;
     Kinematics::FrameHandle handle;
     std::vector<math::Sphere> spheres;
+    // Whether a coordinate moves it.
+    bool is_moved;
     // How far from obstacles they have to stay.
     double padding;
     // Those that they may touch.

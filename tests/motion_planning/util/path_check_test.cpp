@@ -100,6 +100,14 @@ TEST(PathCheckTest, AnInspectionListsAllThatIsWrong) {
   EXPECT_EQ(found[1].limits.size(), 2u);
   EXPECT_EQ(found[1].Fault()->limit->coordinate, 0u);
   EXPECT_TRUE(found[2].IsValid() && !found[2].Fault());
+
+  // The base of the arm stays where it is.
+  World floor;
+  floor.add(HalfSpaceObstacle{}, Pose3::FromTranslation({0.0, 0.0, -0.1}), "floor");
+  const auto arm = LoadFrankaRobotDescription();
+  const auto at_rest = InspectConfigurations(*arm, floor.view(), {arm->defaultCSpaceConfiguration()});
+  EXPECT_EQ(at_rest[0].clearance->frame, "base");
+  EXPECT_EQ(at_rest[0].moving_clearance->frame, "link1");
 }
 
 TEST(PathCheckTest, ChecksPairsOfFramesOnlyWhereTheRobotHasThem) {
