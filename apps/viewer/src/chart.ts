@@ -1,4 +1,4 @@
-// A chart of values over playing time, drawn in SVG at the size that it has on the page.
+// A chart of values over a place, such as playing time, drawn in SVG at the size that it has on the page.
 
 import { create } from "./dom";
 
@@ -13,11 +13,11 @@ export interface ChartLine {
   label: string;
   /** Which colour and dashes it has: a number from 0. */
   style: number;
-  /** Growing; as many as there are values. Null: there is none, and the line has a gap. */
-  times: readonly number[];
+  /** Places, growing; as many as there are values. Null: there is none, and the line has a gap. */
+  at: readonly number[];
   values: readonly (number | null)[];
-  /** What a reader is told of a time. */
-  read: (time: number) => string;
+  /** What a reader is told of a place. */
+  read: (at: number) => string;
 }
 
 export interface ChartContent {
@@ -28,30 +28,36 @@ export interface ChartContent {
   /** Beyond them values are not allowed: hatched. */
   lowest: number | null;
   highest: number | null;
-  /** Times at which something is amiss: hatched, with a name. */
+  /** Places at which something is amiss: hatched, with a name. */
   spans: { from: number; to: number; label: string }[];
   lines: ChartLine[];
 }
 
-/** Playing time, which all charts of a page share. */
-export interface TimeAxis {
-  duration: number;
-  /** At most so many marks. */
+/** From 0 to its length, from left to right. */
+export interface Axis {
+  length: number;
+  /** At most about so many marks. */
   ticks: (count: number) => Tick[];
+  /** The unit. */
   label: string;
   /** Of the reader's place, in words. */
-  describe: (time: number) => string;
+  describe: (at: number) => string;
 }
 
 export interface Chart {
   element: HTMLElement;
   draw: (content: ChartContent) => void;
-  setTime: (time: number) => void;
+  /** Moves the cursor. */
+  moveTo: (at: number) => void;
 }
 
 export const numLineStyles = 7;
 
-const margin = { left: 48, right: 58, top: 8, bottom: 20 };
+const margin = { left: 48, top: 8, bottom: 20 };
+// Beside the lines, for their labels.
+const leastRight = 58;
+const labelIndent = 12;
+const letterWidth = 7;
 const labelHeight = 13;
 const pixelsPerTick = 50;
 
@@ -59,9 +65,9 @@ let numCharts = 0;
 
 /**
  * @param name What is drawn, for those who do not see it.
- * @param seek Called with a time that is pressed or dragged to.
+ * @param seek Called with a place that is pressed or dragged to; without it there is no cursor.
  */
-export function createChart(name: string, axis: TimeAxis, seek: (time: number) => void): Chart {
+export function createChart(name: string, axis: Axis, seek?: (at: number) => void): Chart {
   const svg = createSvg("svg", { class: "chart", role: "img", "aria-label": name });
   const tooltip = create("div", "chart-tooltip");
   tooltip.hidden = true;
@@ -69,29 +75,30 @@ export function createChart(name: string, axis: TimeAxis, seek: (time: number) =
   const hatch = `hatch-${++numCharts}`;
   let width = 0;
   let height = 0;
+  let right = leastRight;
   let content: ChartContent | undefined;
-  let time = 0;
+  let place = 0;
   const cursor = createSvg("line", { class: "chart-cursor" });
   const dots = createSvg("g", { class: "chart-dots" });
   let paths: SVGElement[] = [];
 
-  const innerWidth = (): number => Math.max(width - margin.left - margin.right, 1);
+  const innerWidth = (): number => Math.max(width - margin.left - right, 1);
   const innerHeight = (): number => Math.max(height - margin.top - margin.bottom, 1);
-  const toX = (at: number): number => margin.left + (at / (axis.duration || 1)) * innerWidth();
+  const toX = (at: number): number => margin.left + (at / (axis.length || 1)) * innerWidth();
   const toY = (value: number): number =>
     content
       ? margin.top + innerHeight() * (1 - (value - content.low) / (content.high - content.low || 1))
       : margin.top;
-  const toTime = (x: number): number =>
-    Math.min(Math.max(((x - margin.left) / innerWidth()) * axis.duration, 0), axis.duration);
+  const toPlace = (x: number): number =>
+    Math.min(Math.max(((x - margin.left) / innerWidth()) * axis.length, 0), axis.length);
 
-  const showTime = (): void => {
-    const x = toX(time).toFixed(1);
+  const showCursor = (): void => {
+    const x = toX(place).toFixed(1);
     cursor.setAttribute("x1", x);
     cursor.setAttribute("x2", x);
     content?.lines.forEach((line, i) => {
       const dot = dots.children[i];
-      const value = valueAt(line, time);
+      const value = valueAt(line, place);
       dot?.setAttribute("cx", x);
       dot?.setAttribute("cy", value === null ? "-10" : toY(value).toFixed(1));
     });
@@ -101,6 +108,7 @@ export function createChart(name: string, axis: TimeAxis, seek: (time: number) =
     if (!content || width === 0) {
       return;
     }
+    right = Math.max(leastRight, ...content.lines.map(({ label }) => labelIndent + letterWidth * label.length));
     svg.setAttribute("width", String(width));
     svg.setAttribute("height", String(height));
     cursor.setAttribute("y1", String(margin.top));
@@ -115,14 +123,13 @@ export function createChart(name: string, axis: TimeAxis, seek: (time: number) =
     svg.replaceChildren(
       createHatch(hatch),
       ...drawGrid(content, toY),
-      ...drawTimeAxis(),
+      ...drawAxis(),
       ...drawForbidden(content),
       ...lines,
       ...drawLabels(content.lines, toY),
-      dots,
-      cursor,
+      ...(seek ? [dots, cursor] : []),
     );
-    showTime();
+    showCursor();
   };
 
   const drawGrid = ({ ticks }: ChartContent, y: (value: number) => number): SVGElement[] =>
@@ -131,7 +138,7 @@ export function createChart(name: string, axis: TimeAxis, seek: (time: number) =
       createText(label, { class: "tick", x: margin.left - 6, y: y(at) + 4, "text-anchor": "end" }),
     ]);
 
-  const drawTimeAxis = (): SVGElement[] => {
+  const drawAxis = (): SVGElement[] => {
     const bottom = height - margin.bottom;
     let last = -Infinity;
     const unit = createText(axis.label, { class: "tick", x: margin.left + innerWidth() + 8, y: bottom + 14 });
@@ -189,14 +196,14 @@ export function createChart(name: string, axis: TimeAxis, seek: (time: number) =
         class: `leader line-${line.style % numLineStyles}`,
         d: `M${x + 1} ${at.toFixed(1)}L${x + 10} ${place.toFixed(1)}`,
       }),
-      createText(line.label, { class: `line-label line-${line.style % numLineStyles}`, x: x + 12, y: place + 4 }),
+      createText(line.label, { class: `line-label line-${line.style % numLineStyles}`, x: x + labelIndent, y: place + 4 }),
     ]);
   };
 
   const hover = (event: PointerEvent): void => {
     const box = svg.getBoundingClientRect();
-    const at = toTime(event.clientX - box.left);
-    if (event.buttons !== 0) {
+    const at = toPlace(event.clientX - box.left);
+    if (seek && event.buttons !== 0) {
       seek(at);
     }
     const lines = content?.lines ?? [];
@@ -253,9 +260,9 @@ export function createChart(name: string, axis: TimeAxis, seek: (time: number) =
       content = next;
       redraw();
     },
-    setTime: (next) => {
-      time = next;
-      showTime();
+    moveTo: (next) => {
+      place = next;
+      showCursor();
     },
   };
 }
@@ -276,21 +283,21 @@ export function extremes(values: readonly (number | null)[]): [number, number] {
   return low <= high ? [low, high] : [0, 0];
 }
 
-/** Between the two neighbours in time, linearly; null where one of them is. */
-export function valueAt({ times, values }: Pick<ChartLine, "times" | "values">, time: number): number | null {
+/** Between the two neighbours, linearly; null where one of them is. */
+export function valueAt({ at, values }: Pick<ChartLine, "at" | "values">, place: number): number | null {
   let low = 0;
-  let high = times.length - 1;
+  let high = at.length - 1;
   while (high - low > 1) {
     const middle = (low + high) >> 1;
-    if ((times[middle] ?? 0) <= time) {
+    if ((at[middle] ?? 0) <= place) {
       low = middle;
     } else {
       high = middle;
     }
   }
-  const [before, after] = [times[low] ?? 0, times[high] ?? 0];
+  const [before, after] = [at[low] ?? 0, at[high] ?? 0];
   const [from, to] = [values[low] ?? null, values[high] ?? null];
-  const weight = after > before ? Math.min(Math.max((time - before) / (after - before), 0), 1) : 1;
+  const weight = after > before ? Math.min(Math.max((place - before) / (after - before), 0), 1) : 1;
   if (weight === 0 || weight === 1) {
     return weight === 0 ? from : to;
   }
@@ -311,13 +318,13 @@ export function spread(places: { y: number }[], top: number, bottom: number): vo
   }
 }
 
-function pathOf({ times, values }: ChartLine, toX: (time: number) => number, toY: (value: number) => number): string {
+function pathOf({ at, values }: ChartLine, toX: (place: number) => number, toY: (value: number) => number): string {
   let text = "";
   let isDown = false;
-  times.forEach((time, i) => {
+  at.forEach((place, i) => {
     const value = values[i] ?? null;
     if (value !== null) {
-      text += `${isDown ? "L" : "M"}${toX(time).toFixed(1)} ${toY(value).toFixed(1)}`;
+      text += `${isDown ? "L" : "M"}${toX(place).toFixed(1)} ${toY(value).toFixed(1)}`;
     }
     isDown = value !== null;
   });

@@ -1,4 +1,4 @@
-import { createChart, createFigure, extremes, valueAt, type ChartLine, type TimeAxis } from "./chart";
+import { createChart, createFigure, extremes, valueAt, type ChartLine, type Axis } from "./chart";
 import type { Check, Contact, Profile } from "./document";
 import { create, createButton } from "./dom";
 import type { PlotPart } from "./joint_plots";
@@ -21,7 +21,7 @@ export function createClearancePlot(
   profile: Profile,
   check: Check | null,
   motion: Motion,
-  axis: TimeAxis,
+  axis: Axis,
   seek: (time: number) => void,
 ): PlotPart {
   const times = profile.at.map((at) => motion.fromProfile(at));
@@ -36,10 +36,10 @@ export function createClearancePlot(
     name,
     label,
     style,
-    times,
+    at: times,
     values: values.map((value) => (value === null ? null : value * 1e3)),
     read: (time) => {
-      const value = valueAt({ times, values }, time);
+      const value = valueAt({ at: times, values }, time);
       const pair = pairs[nearestIndex(times, time)];
       return value === null ? "nothing near" : formatDistance(value) + (pair ? `, ${pair[0]} to ${pair[1]}` : "");
     },
@@ -79,7 +79,7 @@ export function createClearancePlot(
       ...readings.flatMap(({ line, value }) => [create("dt", "", line.name), create("dd", "", value)]),
     ),
     show: (time) => {
-      chart.setTime(time);
+      chart.moveTo(time);
       for (const { line, value } of readings) {
         value.textContent = line.read(time);
         const metres = valueAt(line, time);
@@ -98,7 +98,7 @@ function createVerdict(check: Check | null): HTMLElement {
 
 function createContactList(
   spans: readonly ContactSpan[],
-  axis: TimeAxis,
+  axis: Axis,
   seek: (time: number) => void,
 ): HTMLElement {
   const items = spans.map(({ from, to, label, depth }) => {

@@ -1,4 +1,4 @@
-import { createChart, createFigure, extremes, type ChartContent, type ChartLine, type TimeAxis } from "./chart";
+import { createChart, createFigure, extremes, type ChartContent, type ChartLine, type Axis } from "./chart";
 import type { PlanDocument } from "./document";
 import { create, createButton, createGroup } from "./dom";
 import { createJointTable } from "./joint_table";
@@ -18,7 +18,7 @@ export interface PlotPart {
 export function createJointPlots(
   document: PlanDocument,
   motion: Motion,
-  axis: TimeAxis,
+  axis: Axis,
   seek: (time: number) => void,
 ): PlotPart {
   const names = document.joint_names;
@@ -45,9 +45,9 @@ export function createJointPlots(
       name: names[joint] ?? "",
       label: labels[joint] ?? "",
       style: joint,
-      times: quantity.times,
+      at: quantity.times,
       values: (quantity.series[joint] ?? []).map(toChart),
-      read: (at) => writeJoint(quantity.at(joint, at), unit),
+      read: (time) => writeJoint(quantity.at(joint, time), unit),
     };
   };
   const draw = (): void => {
@@ -92,7 +92,7 @@ export function createJointPlots(
     show: (at) => {
       time = at;
       charts.forEach(({ chart }) => {
-        chart.setTime(at);
+        chart.moveTo(at);
       });
       table.write(at, angles);
     },

@@ -1,4 +1,4 @@
-import { createSvg, numLineStyles, type TimeAxis } from "./chart";
+import { createSvg, numLineStyles, type Axis } from "./chart";
 import type { Coordinate } from "./document";
 import { create } from "./dom";
 import { isBeyond, jointUnit, writeJoint, writeNumber, type AngleUnit, type Quantity } from "./joint_values";
@@ -17,7 +17,7 @@ export function createJointTable(
   names: readonly string[],
   coordinates: readonly Coordinate[],
   quantities: readonly Quantity[],
-  axis: TimeAxis,
+  axis: Axis,
   choose: (joints: number[]) => void,
 ): JointTable {
   const cells: { cell: HTMLElement; quantity: Quantity; joint: number }[] = [];

@@ -53,7 +53,7 @@ export function quantitiesOf(
       times,
       series,
       limits: names.map((_, i) => ({ low: -(limits[i] ?? Infinity), high: limits[i] ?? Infinity })),
-      at: (joint, time) => valueAt({ times, values: series[joint] ?? [] }, time) ?? 0,
+      at: (joint, time) => valueAt({ at: times, values: series[joint] ?? [] }, time) ?? 0,
     };
   };
   const { samples, velocity_limits, acceleration_limits } = trajectory;

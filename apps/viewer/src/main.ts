@@ -1,4 +1,5 @@
-import type { PlanDocument } from "./document";
+import { createBenchPage } from "./bench_page";
+import type { BenchDocument, PlanDocument } from "./document";
 import { create } from "./dom";
 import { createPlanPage } from "./plan_page";
 
@@ -15,6 +16,9 @@ function createPage(text: string): HTMLElement {
   }
   if (parsed.format === "kavo/plan") {
     return createPlanPage(parsed as PlanDocument);
+  }
+  if (parsed.format === "kavo/bench") {
+    return createBenchPage(parsed as BenchDocument);
   }
   throw new Error(`It does not know documents of format '${String(parsed.format)}'.`);
 }

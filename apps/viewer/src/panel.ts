@@ -73,7 +73,7 @@ function createCheck(check: Check | null): HTMLElement {
   const how =
     step === null
       ? `Looked at as whole motions, by ${count} placements: a verdict holds between the waypoints, too.`
-      : `Looked at in ${count} configurations, ${formatNumber(step)} apart: between these nothing was looked at.`;
+      : `Looked at in ${count > 0 ? `${count} ` : ""}configurations ${formatNumber(step)} apart.`;
   return createPart(
     "Check",
     create("p", `badge badge-${passed ? "good" : "bad"}`, verdict),
@@ -267,7 +267,8 @@ function createValues(names: readonly string[], q: Configuration): HTMLElement {
 
 // ----- How it came about
 
-function createSettings(settings: Record<string, unknown>): HTMLElement {
+/** In groups, as their names have them. */
+export function createSettings(settings: Record<string, unknown>): HTMLElement {
   // `pose_planning_params/position_tolerance` belongs to a group.
   const groups = new Map<string, [string, string][]>();
   for (const [path, value] of Object.entries(settings)) {
@@ -293,8 +294,8 @@ function describeValue(value: unknown): string {
 function createProvenance(document: PlanDocument): HTMLElement {
   const held = Object.entries(document.held_joints).map(([name, value]) => `${name} at ${formatNumber(value)}`);
   const part = createPart(
-    "Run it again",
-    createCommand(document.arguments),
+    document.arguments.length > 0 ? "Run it again" : "Provenance",
+    ...(document.arguments.length > 0 ? [createCommand(document.arguments)] : []),
     createFacts([
       ["Version", document.version],
       ["Seed", String(document.seed)],

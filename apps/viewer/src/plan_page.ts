@@ -8,11 +8,19 @@ import { createSceneView } from "./scene/view";
 import { createCameraButtons, createInspectionChoice, createObstacleList, createSwitches } from "./switches";
 import { createTransport, listenToKeys } from "./transport";
 
-/** The page of one plan: scene, controls, plots and panel. */
-export function createPlanPage(plan: PlanDocument): HTMLElement {
+/**
+ * The page of one plan: scene, controls, plots and panel.
+ *
+ * @param leave Ends what goes on outside of the page's element.
+ */
+export function createPlanPage(plan: PlanDocument, leave = new AbortController().signal): HTMLElement {
   const motion = createMotion(plan);
   const playback = new Playback(motion.duration);
   const scene = createSceneView(plan, motion, playback);
+  leave.addEventListener("abort", () => {
+    playback.playing = false;
+    scene.dispose();
+  });
 
   const stage = create("section", "stage", scene.element);
   stage.setAttribute("aria-label", "Scene");
@@ -25,7 +33,7 @@ export function createPlanPage(plan: PlanDocument): HTMLElement {
   const main = create("main", "", stage);
   if (motion.duration > 0) {
     main.append(createTransport(motion, playback, plan.path.length));
-    listenToKeys(playback);
+    listenToKeys(playback, leave);
     playFrames(playback);
   }
   const inspections = createInspectionChoice(plan, scene, playback);

@@ -7,7 +7,7 @@ import { isBeyond, shortNames } from "./joint_values";
 import { commandLine, describeThinning, lengthOf } from "./panel";
 
 test("values between samples, at the ends, beyond them and beside gaps", () => {
-  const line = { times: [0, 1, 1, 2, 3], values: [0, 10, 20, 30, null] };
+  const line = { at: [0, 1, 1, 2, 3], values: [0, 10, 20, 30, null] };
   const cases: [number, number | null][] = [[-1, 0], [0, 0], [0.25, 2.5], [1, 20], [1.5, 25], [2, 30], [2.5, null]];
   for (const [time, value] of cases) {
     assert.equal(valueAt(line, time), value, `at ${time}`);

@@ -1,6 +1,6 @@
 // The strip of plots under the scene: joints inside their limits, and how far the robot is from touching anything.
 
-import type { TimeAxis } from "./chart";
+import type { Axis } from "./chart";
 import { createClearancePlot } from "./clearance_plot";
 import { createConfigurationTable } from "./configuration_table";
 import type { PlanDocument } from "./document";
@@ -19,7 +19,7 @@ export function createPlots(document: PlanDocument, motion: Motion, playback: Pl
     element.append(createConfigurationTable(document));
     return element;
   }
-  const axis = timeAxisOf(motion);
+  const axis = playingAxis(motion);
   const seek = (time: number): void => {
     playback.playing = false;
     playback.time = time;
@@ -42,11 +42,12 @@ export function createPlots(document: PlanDocument, motion: Motion, playback: Pl
   return element;
 }
 
-function timeAxisOf(motion: Motion): TimeAxis {
+// Of playing time, which all charts share.
+function playingAxis(motion: Motion): Axis {
   const { duration } = motion;
   if (motion.unit === "seconds") {
     return {
-      duration,
+      length: duration,
       label: "s",
       ticks: (count) => linearTicks(0, duration, count).map((at) => ({ at, label: formatNumber(at) })),
       describe: (time) => `at ${time.toFixed(3)} s`,
@@ -54,7 +55,7 @@ function timeAxisOf(motion: Motion): TimeAxis {
   }
   const last = Math.round(motion.toProfile(duration));
   return {
-    duration,
+    length: duration,
     label: "waypoint",
     ticks: (count) =>
       linearTicks(0, last, count)

@@ -13,6 +13,9 @@ test("numbers are written as the command writes them", () => {
     [99.96, 3, "100"],
     [999.9, 3, "1e+03"],
     [120, 3, "120"],
+    [1018.5, 4, "1018"],
+    [-1017.5, 4, "-1018"],
+    [2.5, 1, "2"],
     [NaN, 3, "nan"],
   ];
   for (const [value, digits, text] of cases) {

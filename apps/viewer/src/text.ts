@@ -5,13 +5,22 @@ export function formatNumber(value: number, digits = 6): string {
   if (!Number.isFinite(value)) {
     return Number.isNaN(value) ? "nan" : value > 0 ? "inf" : "-inf";
   }
-  const [mantissa = "", exponent = "0"] = value.toExponential(digits - 1).split("e");
+  const [mantissa = "", exponent = "0"] = round(value, digits).split("e");
   const power = Number(exponent);
-  const short = (text: string) => (text.includes(".") ? text.replace(/\.?0+$/, "") : text);
+  const short = (text: string): string => (text.includes(".") ? text.replace(/\.?0+$/, "") : text);
   if (power < -4 || power >= digits) {
     return `${short(mantissa)}e${power < 0 ? "-" : "+"}${String(Math.abs(power)).padStart(2, "0")}`;
   }
-  return short(value.toFixed(Math.max(0, digits - 1 - power)));
+  return short(Number(`${mantissa}e${exponent}`).toFixed(Math.max(0, digits - 1 - power)));
+}
+
+// As C does it: what is half-way goes to the even digit, such as medians of counts.
+function round(value: number, digits: number): string {
+  const [exact = "", exponent = "0"] = value.toExponential(100).split("e");
+  const end = exact.indexOf(".") + digits;
+  const kept = exact.slice(0, end).replace(/\.$/, "");
+  const isHalf = /^50*$/.test(exact.slice(end));
+  return isHalf && /[02468]$/.test(kept) ? `${kept}e${exponent}` : value.toExponential(digits - 1);
 }
 
 /** Of seconds, in the unit that suits them. */

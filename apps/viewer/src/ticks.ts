@@ -16,9 +16,9 @@ export function linearTicks(low: number, high: number, count: number): number[] 
   return ticks;
 }
 
-/** Powers of ten inside an interval of positive numbers; where these are fewer than three, also 2 and 5 times them. */
+/** Of a logarithmic axis: powers of ten inside an interval of positive numbers; more where these are few. */
 export function logTicks(low: number, high: number): number[] {
-  const ticks = (digits: number[]) => {
+  const multiples = (digits: number[]): number[] => {
     const found: number[] = [];
     for (let power = Math.floor(Math.log10(low)); power <= Math.ceil(Math.log10(high)); ++power) {
       for (const digit of digits) {
@@ -30,6 +30,10 @@ export function logTicks(low: number, high: number): number[] {
     }
     return found;
   };
-  const decades = ticks([1]);
-  return decades.length >= 3 ? decades : ticks([1, 2, 5]);
+  const decades = multiples([1]);
+  if (decades.length >= 3) {
+    return decades;
+  }
+  const some = multiples([1, 2, 5]);
+  return some.length >= 3 ? some : linearTicks(low, high, 5);
 }

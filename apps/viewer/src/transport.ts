@@ -68,8 +68,12 @@ function describeTime(motion: Motion, playback: Playback, numWaypoints: number):
   return `segment ${String(segment + 1)} of ${String(numWaypoints - 1)} at ${(100 * (at - segment)).toFixed(0)} %`;
 }
 
-/** Space plays and pauses; arrows, home and end move, wherever the focus is, unless the focused control uses the key. */
-export function listenToKeys(playback: Playback): void {
+/**
+ * Space plays and pauses; arrows, home and end move, wherever the focus is, unless the focused control uses the key.
+ *
+ * @param leave Ends this.
+ */
+export function listenToKeys(playback: Playback, leave: AbortSignal): void {
   const step = (event: KeyboardEvent): number =>
     (playback.duration / numSteps) * (event.shiftKey ? numStepsWithShift : 1);
   const actions: Record<string, (event: KeyboardEvent) => void> = {
@@ -93,13 +97,14 @@ export function listenToKeys(playback: Playback): void {
     playback.playing = false;
     playback.time = time;
   };
-  document.addEventListener("keydown", (event) => {
+  const act = (event: KeyboardEvent): void => {
     const action = actions[event.key];
     if (action && !event.altKey && !event.ctrlKey && !event.metaKey && !isUsedBy(event.target, event.key)) {
       event.preventDefault();
       action(event);
     }
-  });
+  };
+  document.addEventListener("keydown", act, { signal: leave });
 }
 
 function isUsedBy(target: EventTarget | null, key: string): boolean {

@@ -36,7 +36,15 @@ export function readTheme(element: Element): Theme {
   };
 }
 
-/** Calls back when the colours change between light and dark. */
-export function onThemeChange(listener: () => void): void {
-  matchMedia("(prefers-color-scheme: dark)").addEventListener("change", listener);
+/**
+ * Calls back when the colours change between light and dark.
+ *
+ * @returns a function that ends this.
+ */
+export function onThemeChange(listener: () => void): () => void {
+  const isDark = matchMedia("(prefers-color-scheme: dark)");
+  isDark.addEventListener("change", listener);
+  return () => {
+    isDark.removeEventListener("change", listener);
+  };
 }

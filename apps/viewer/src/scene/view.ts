@@ -61,6 +61,8 @@ export interface SceneView {
   highlight(obstacle: number | null): void;
   /** Puts the robot where something was looked at; null goes back to the motion. */
   show(inspection: Inspection | null): void;
+  /** Gives back what the scene holds of the graphics card. Nothing is drawn after it. */
+  dispose(): void;
 }
 
 export function createSceneView(document: DrawnPlan, motion: Motion, playback: Playback): SceneView {
@@ -99,6 +101,7 @@ function emptyView(document: DrawnPlan): SceneView {
     zoom: nothing,
     highlight: nothing,
     show: nothing,
+    dispose: nothing,
   };
 }
 
@@ -160,6 +163,7 @@ class DrawnScene implements SceneView {
   private isDrawPending = false;
   private isHoverPending = false;
   private hasDrawn = false;
+  private forgetTheme = (): void => undefined;
 
   constructor(
     private readonly renderer: WebGLRenderer,
@@ -392,11 +396,19 @@ class DrawnScene implements SceneView {
     this.invalidate();
   }
 
+  dispose(): void {
+    // As if there were always a frame to come.
+    this.isDrawPending = true;
+    this.forgetTheme();
+    this.renderer.dispose();
+    this.renderer.forceContextLoss();
+  }
+
   private listen(): void {
     this.playback.onChange(() => {
       this.update();
     });
-    onThemeChange(() => {
+    this.forgetTheme = onThemeChange(() => {
       this.applyTheme();
     });
     new ResizeObserver(() => {
