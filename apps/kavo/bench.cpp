@@ -17,6 +17,7 @@
 #include "apps/kavo/help.h"
 #include "apps/kavo/input_rules.h"
 #include "apps/kavo/output_file.h"
+#include "apps/kavo/page.h"
 #include "apps/kavo/parameters.h"
 #include "apps/kavo/provenance.h"
 #include "apps/kavo/robot_options.h"
@@ -35,6 +36,8 @@ struct BenchOptions {
   std::string directory;
   std::vector<std::string> families;
   std::optional<std::string> json_file;
+  std::optional<std::string> html_file;
+  bool keeps_plans = false;
 };
 
 // Those that are compared, or the one of the settings.
@@ -50,6 +53,14 @@ std::vector<planning::CSpacePlanner> Planners(const BenchOptions& options, const
 }
 
 int Bench(const BenchOptions& options) {
+  if (options.html_file) {
+    RequirePage("--html");
+    if (options.html_file == "-") {
+      throw UnusableInput("--html -: expected the name of a file");
+    }
+  } else if (options.keeps_plans && !options.json_file) {
+    throw UnusableInput("--keep-plans is for --html and --json");
+  }
   const SceneOptions no_more;
   Situations situations(options.robot.Load(options.rules.AllowsUncovered()), options.rules, no_more);
   const formats::LoadedRobot& robot = situations.Robot();
@@ -73,16 +84,27 @@ int Bench(const BenchOptions& options) {
     inputs.emplace_back("request", problem.request_file);
   }
   OutputFile json_file("--json", options.json_file, inputs);
+  OutputFile html_file("--html", options.html_file, inputs);
+  if (html_file.IsSameAs(json_file)) {
+    throw UnusableInput("--html cannot be written where --json is");
+  }
   const std::vector<BenchRun> runs = RunProblems(problems, settings, plan);
   const std::size_t num_wanted =
       problems.size() * static_cast<std::size_t>(plan.num_repeats) * plan.planners.size();
+  const std::string json = json_file.IsWanted() || html_file.IsWanted()
+                               ? BenchJson(problems, runs, plan.planners, num_wanted, robot, settings,
+                                           HashFiles(files), options.keeps_plans)
+                               : "";
   if (json_file.IsStandardOutput()) {
-    std::cout << BenchJson(problems, runs, num_wanted, robot, settings, HashFiles(files));
+    std::cout << json;
   } else {
     std::cout << BenchTables(problems, runs, plan.planners, num_wanted) << std::flush;
   }
   if (json_file.IsFile()) {
-    json_file.Write(BenchJson(problems, runs, num_wanted, robot, settings, HashFiles(files)));
+    json_file.Write(json);
+  }
+  if (html_file.IsFile()) {
+    html_file.Write(MakePage(json, "--html"));
   }
   return kDone;
 }
@@ -148,6 +170,16 @@ void AddBenchCommand(CLI::App& app, Run& run) {
       ->add_option("--json", options->json_file,
                    "Write every run as JSON, with its path; - is standard output, instead of the tables")
       ->type_name("FILE")
+      ->group("Output");
+  bench
+      ->add_option(
+          "--html", options->html_file,
+          "Write a page for a browser, one file that needs nothing else: tables and plots of all runs")
+      ->type_name("FILE")
+      ->group("Output");
+  bench
+      ->add_flag("--keep-plans", options->keeps_plans,
+                 "Put robot and scenes into --json and --html too, so that each run can be looked at")
       ->group("Output");
   bench->footer(
       "Every run has a planner of its own. Its time is that of one query, search and shortening, without\n"

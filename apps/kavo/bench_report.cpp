@@ -13,6 +13,8 @@
 
 #include "apps/kavo/provenance.h"
 #include "apps/kavo/text.h"
+#include "kavo/formats/json_internal.h"
+#include "kavo/formats/result_json_internal.h"
 
 namespace kavo::command {
 
@@ -262,11 +264,11 @@ std::string ScopeText(const std::vector<Problem>& problems) {
   return text.empty() ? text : "\n" + text;
 }
 
-Json ToJson(const BenchRun& run, const Problem& problem) {
-  Json json = {{"family", problem.family},
-               {"problem", problem.name},
-               {"scene", problem.scene_file},
-               {"request", problem.request_file},
+Json ToJson(const BenchRun& run, const Problem& problem,
+            const std::vector<planning::CSpacePlanner>& planners) {
+  Json json = {{"problem", run.problem},
+               {"repeat", run.repeat},
+               {"planner", planning::ToString(planners[run.planner])},
                {"seed", run.seed},
                {"status", planning::ToString(run.report.status)},
                {"fault", run.fault},
@@ -274,7 +276,6 @@ Json ToJson(const BenchRun& run, const Problem& problem) {
                {"uncovered_links", problem.situation.scope.uncovered_links},
                {"self_collision_pairs", problem.situation.scope.num_self_collision_pairs},
                {"held_joints", HeldJoints(*problem.situation.robot)},
-               {"planner", run.report.planner},
                {"found", run.found},
                {"iterations", run.report.num_iterations},
                {"nodes", run.report.num_nodes},
@@ -300,6 +301,28 @@ Json ToJson(const BenchRun& run, const Problem& problem) {
     }
     if (!run.passes_check) {
       json.update({{"first_bad_edge", ToString(run.first_bad_edge)}, {"depth", run.depth}});
+    }
+  }
+  return json;
+}
+
+// \param robot_model That of most problems, null where none is to be drawn.
+Json ToJson(const Problem& problem, const Json& robot_model) {
+  Json json = {{"family", problem.family},
+               {"name", problem.name},
+               {"scene_file", problem.scene_file},
+               {"request_file", problem.request_file},
+               {"start", formats::ToArray(problem.query.start)},
+               {"stages", formats::StagesToJson(problem.query.stages, {})},
+               {"robot_model", nullptr},
+               {"scene", nullptr}};
+  if (!robot_model.is_null()) {
+    const Situation& situation = problem.situation;
+    json["scene"] = formats::SceneToJson(formats::DrawScene(situation.world, situation.base_pose));
+    // It may hold something, and joints may stand elsewhere.
+    Json own = formats::RobotToJson(formats::DrawRobot(*situation.robot, situation.held));
+    if (own != robot_model) {
+      json["robot_model"] = std::move(own);
     }
   }
   return json;
@@ -386,24 +409,32 @@ std::string BenchTables(const std::vector<Problem>& problems, const std::vector<
 }
 
 std::string BenchJson(const std::vector<Problem>& problems, const std::vector<BenchRun>& runs,
-                      std::size_t num_wanted, const formats::LoadedRobot& robot,
-                      const PlannerSettings& settings, const std::vector<formats::InputFile>& files) {
-  Json json = {{"version", Version()},       {"files", Json::array()},
-               {"robot", robot.name},        {"joint_names", JointNames(*robot.description)},
-               {"settings", Json::object()}, {"stopped", runs.size() != num_wanted},
+                      const std::vector<planning::CSpacePlanner>& planners, std::size_t num_wanted,
+                      const formats::LoadedRobot& robot, const PlannerSettings& settings,
+                      const std::vector<formats::InputFile>& files, bool keeps_plans) {
+  const Json robot_model = keeps_plans ? formats::RobotToJson(formats::DrawRobot(robot)) : Json();
+  Json json = {{"format", formats::kBenchFormat},
+               {"format_version", formats::kFormatVersion},
+               {"version", Version()},
+               {"files", formats::FilesToJson(files)},
+               {"robot", robot.name},
+               {"joint_names", JointNames(*robot.description)},
+               {"settings", formats::SettingsToJson(AllSettings(settings.Config()))},
+               {"planners", Json::array()},
+               {"num_wanted", num_wanted},
+               {"robot_model", robot_model},
+               {"problems", Json::array()},
                {"runs", Json::array()}};
-  for (const auto& [name, setting] : AllSettings(settings.Config())) {
-    std::visit([&json, &name = name](const auto& value) { json["settings"][name] = value; }, setting);
+  for (const planning::CSpacePlanner planner : planners) {
+    json["planners"].push_back(ToString(planner));
   }
-  for (const formats::InputFile& file : files) {
-    json["files"].push_back({{"role", file.role},
-                             {"name", file.name},
-                             {"sha256", file.sha256.empty() ? Json() : Json(file.sha256)}});
+  for (const Problem& problem : problems) {
+    json["problems"].push_back(ToJson(problem, robot_model));
   }
   for (const BenchRun& run : runs) {
-    json["runs"].push_back(ToJson(run, problems[run.problem]));
+    json["runs"].push_back(ToJson(run, problems[run.problem], planners));
   }
-  return json.dump(2) + "\n";
+  return formats::JsonText(json);
 }
 
 }  // namespace kavo::command

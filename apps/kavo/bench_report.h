@@ -17,8 +17,10 @@ std::string BenchTables(const std::vector<Problem>& problems, const std::vector<
 
 //! Every run as JSON, with its path.
 //! \param files Those of the robot and the settings.
+//! \param keeps_plans Whether to add what it takes to draw the runs: the robot, and the scenes.
 std::string BenchJson(const std::vector<Problem>& problems, const std::vector<BenchRun>& runs,
-                      std::size_t num_wanted, const formats::LoadedRobot& robot,
-                      const PlannerSettings& settings, const std::vector<formats::InputFile>& files);
+                      const std::vector<planning::CSpacePlanner>& planners, std::size_t num_wanted,
+                      const formats::LoadedRobot& robot, const PlannerSettings& settings,
+                      const std::vector<formats::InputFile>& files, bool keeps_plans);
 
 }  // namespace kavo::command

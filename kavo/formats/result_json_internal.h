@@ -13,6 +13,7 @@
 #include "kavo/formats/scene_drawing.h"
 #include "kavo/math/pose3.h"
 #include "kavo/motion_planning/interface/stage.h"
+#include "kavo/util/export.h"
 
 namespace kavo::formats {
 
@@ -56,10 +57,12 @@ ResultJson ToJsonOrNull(const std::optional<Value>& value) {
 inline double Rounded(double value, double scale) { return std::round(value * scale) / scale + 0.0; }
 
 ResultJson PoseToJson(const Pose3& pose);
-ResultJson RobotToJson(const RobotDrawing& robot);
-ResultJson SceneToJson(const SceneDrawing& scene);
-ResultJson FilesToJson(const std::vector<InputFile>& files);
-ResultJson SettingsToJson(const std::vector<std::pair<std::string, PlanRecord::Setting>>& settings);
-ResultJson StagesToJson(const std::vector<Stage>& stages, const std::vector<StagedResults::Part>& parts);
+KAVO_EXPORT ResultJson RobotToJson(const RobotDrawing& robot);
+KAVO_EXPORT ResultJson SceneToJson(const SceneDrawing& scene);
+KAVO_EXPORT ResultJson FilesToJson(const std::vector<InputFile>& files);
+KAVO_EXPORT ResultJson
+SettingsToJson(const std::vector<std::pair<std::string, PlanRecord::Setting>>& settings);
+KAVO_EXPORT ResultJson StagesToJson(const std::vector<Stage>& stages,
+                                    const std::vector<StagedResults::Part>& parts);
 
 }  // namespace kavo::formats

@@ -65,16 +65,31 @@ TEST_F(BenchTest, GivesTheSameAnswersForAnyNumberOfJobs) {
   ASSERT_EQ(one["runs"].size(), 9u);
   EXPECT_EQ(one["settings"]["seed"], 1234);
   // In the order of families, problems and repeats.
-  EXPECT_EQ(one["runs"][0]["family"], "other");
+  EXPECT_EQ(one["problems"][0]["family"], "other");
   EXPECT_EQ(one["runs"][2]["seed"], 1236);
-  EXPECT_EQ(one["runs"][3]["problem"], "0001");
+  EXPECT_EQ(one["problems"][one["runs"][3]["problem"].get<std::size_t>()]["name"], "0001");
+  EXPECT_TRUE(one["robot_model"].is_null() && one["problems"][0]["scene"].is_null());
   EXPECT_EQ(one["runs"][6]["status"], "invalid target");
   EXPECT_THAT(one["runs"][6]["fault"].get<std::string>(),
               HasSubstr("frame 'lower' reaches 350 mm into 'peg'"));
   // A repeat is a fresh planner with the next seed, and problems do not depend on their neighbours.
   const Json next = RunsWithoutTimes({"--family", "peg", "--set", "seed=1236", "--json", "-"});
   ASSERT_EQ(next["runs"].size(), 2u);
-  EXPECT_EQ(next["runs"][0], one["runs"][5]);
+  Json same = one["runs"][5];
+  same.update({{"problem", 0}, {"repeat", 0}});
+  EXPECT_EQ(next["runs"][0], same);
+}
+
+TEST_F(BenchTest, KeepsWhatItTakesToDrawTheRuns) {
+  const Json json = RunsWithoutTimes({"--family", "peg", "--keep-plans", "--json", "-"});
+  EXPECT_EQ(json["robot_model"]["frames"].size(), 4u);
+  for (const Json& problem : json["problems"]) {
+    EXPECT_EQ(problem["scene"]["obstacles"][0]["name"], "peg");
+    EXPECT_TRUE(problem["robot_model"].is_null());
+    EXPECT_EQ(problem["start"][0], 1.0);
+    EXPECT_EQ(problem["stages"][0]["goals"][0].size(), 2u);
+  }
+  EXPECT_THAT(Bench({"--keep-plans"}).errors, HasSubstr("--keep-plans is for --html and --json"));
 }
 
 TEST_F(BenchTest, TabulatesFamilies) {

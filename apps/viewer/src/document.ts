@@ -327,9 +327,13 @@ export interface BenchDocument {
 export interface BenchProblem {
   family: string;
   name: string;
-  scene: SceneModel | null;
+  scene_file: string;
+  request_file: string;
   start: Configuration;
   stages: Stage[];
+  /** Where it is another one than that of the benchmark: one that holds something, say. */
+  robot_model: RobotModel | null;
+  scene: SceneModel | null;
 }
 
 export interface BenchRun {
