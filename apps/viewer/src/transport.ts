@@ -24,7 +24,7 @@ export function createTransport(motion: Motion, playback: Playback, numWaypoints
     playback.time = Number(scrubber.value);
   });
 
-  const readout = create("output", "readout");
+  const readout = create("span", "readout");
 
   const speed = create("select", "speed", ...speeds.map((value) => new Option(`${String(value)}×`, String(value))));
   speed.value = String(playback.speed);

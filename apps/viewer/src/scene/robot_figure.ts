@@ -121,9 +121,7 @@ export class RobotFigure {
     this.centres = this.kinematics.sphereCentres(this.poses);
     const matrix = new Matrix4();
     this.kinematics.spheres.forEach(({ radius }, i) => {
-      // Ghosts are a little thinner: where they stand in the same place, they hide in the robot.
-      const scale = this.kind === "robot" ? radius : 0.985 * radius;
-      matrix.makeScale(scale, scale, scale).setPosition(...(this.centres[i]!));
+      matrix.makeScale(radius, radius, radius).setPosition(...(this.centres[i]!));
       for (const spheres of this.spheres) {
         spheres.setMatrixAt(i, matrix);
       }
@@ -315,15 +313,18 @@ function linkIndices(kinematics: Kinematics): number[] {
   );
 }
 
+// Where a ghost stands in the same place as the robot, it is behind.
+const behind = { polygonOffset: true, polygonOffsetFactor: 2, polygonOffsetUnits: 8 };
+
 function ghostMaterial(): MeshLambertMaterial {
-  return new MeshLambertMaterial({ transparent: true, depthWrite: false });
+  return new MeshLambertMaterial({ transparent: true, depthWrite: false, ...behind });
 }
 
 // A ghost of many parts is seen through as one: first only its depth, then its nearest surface.
 function passes(kind: RobotKind): Material[] {
   return kind === "robot"
     ? [new MeshLambertMaterial()]
-    : [new MeshLambertMaterial({ colorWrite: false, transparent: true }), ghostMaterial()];
+    : [new MeshLambertMaterial({ colorWrite: false, transparent: true, ...behind }), ghostMaterial()];
 }
 
 // Behind obstacles that are seen through.

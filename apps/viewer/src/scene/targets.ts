@@ -25,7 +25,7 @@ export function ghostsOf(document: Pick<PlanDocument, "start" | "stages" | "path
     ...inspected.slice(0, mostGhosts - 1).map(
       (inspection): Ghost => ({
         kind: "goal",
-        label: labelOf(document, inspection.goal ?? 0),
+        label: inspection.what === "nearest" ? "nearest" : labelOf(document, inspection.goal ?? 0),
         configuration: inspection.configuration,
         contacts: inspection.contacts,
       }),

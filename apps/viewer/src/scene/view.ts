@@ -288,12 +288,12 @@ class DrawnScene implements SceneView {
       { name: "trace", label: "Tool path", isOn: true, exists: this.motion.duration > 0 },
       {
         name: "raw",
-        label: "Before shortening",
+        label: "Raw path",
         isOn: true,
         exists: searches.some(({ raw_path }) => raw_path.length > 1),
       },
-      { name: "startTree", label: "Tree from start", isOn: isFailed, exists: hasTree("start") },
-      { name: "goalTree", label: "Tree from goal", isOn: isFailed, exists: hasTree("goal") },
+      { name: "startTree", label: "Start tree", isOn: isFailed, exists: hasTree("start") },
+      { name: "goalTree", label: "Goal tree", isOn: isFailed, exists: hasTree("goal") },
       { name: "translucent", label: "See through obstacles", isOn: false, exists: scene.obstacles.length > 0 },
       { name: "axes", label: "Axes", isOn: true, exists: true },
     ];
@@ -327,7 +327,7 @@ class DrawnScene implements SceneView {
     return new Group().add(lines.object);
   }
 
-  /** Of the robot along the motion, at the ghosts and where something was looked at; in the world. */
+  /** Of the robot along the motion, at the ghosts and where something was looked at, and of raw paths; in the world. */
   private framedPoints(): Vector3[] {
     const numSteps = this.motion.duration > 0 ? numFramedConfigurations : 0;
     const configurations = [
@@ -341,9 +341,12 @@ class DrawnScene implements SceneView {
       const poses = this.kinematics.frames(q);
       return [...this.kinematics.sphereCentres(poses), this.kinematics.toolPosition(q)];
     });
-    return [...points, ...unreachedPoses(this.document).map(({ goal }) => goal.position)].map((point) =>
-      this.toWorld(point),
-    );
+    const rawPaths = this.document.searches.flatMap(({ raw_path }) => raw_path);
+    return [
+      ...points,
+      ...rawPaths.map((q) => this.kinematics.toolPosition(q)),
+      ...unreachedPoses(this.document).map(({ goal }) => goal.position),
+    ].map((point) => this.toWorld(point));
   }
 
   private worldBounds(): ReturnType<Obstacles["worldBounds"]> {
@@ -432,6 +435,9 @@ class DrawnScene implements SceneView {
         });
       }
     };
+    this.canvas.addEventListener("webglcontextrestored", () => {
+      this.invalidate();
+    });
     this.canvas.addEventListener("pointermove", hover);
     this.canvas.addEventListener("pointerdown", hover);
     this.canvas.addEventListener("pointerleave", () => {
