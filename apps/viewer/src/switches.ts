@@ -27,22 +27,34 @@ export function createSwitches(scene: SceneView): HTMLElement {
 
 function createStyleSwitch(scene: SceneView): HTMLElement {
   const styles: [RobotStyle, string][] = [["spheres", "Spheres"], ["meshes", "Meshes"]];
-  return createChoice("Robot", styles.map(([style, label]) => [label, () => { scene.setStyle(style); }]));
+  const choices = styles.map(([style, label]): Choice => ({ label, choose: () => { scene.setStyle(style); } }));
+  return createChoice("Robot", choices).element;
 }
 
-// Buttons of which one is pressed, the first one before anybody chooses.
-function createChoice(name: string, choices: [string, () => void][], chosen = 0): HTMLElement {
-  const buttons = choices.map(([label, choose], i) => {
-    const button = createButton(label, label, () => {
-      buttons.forEach((other, j) => {
-        other.setAttribute("aria-pressed", String(i === j));
-      });
-      choose();
+interface Choice {
+  label: string;
+  choose: () => void;
+}
+
+// Buttons of which one is pressed.
+function createChoice(
+  name: string,
+  choices: Choice[],
+  chosen = 0,
+): { element: HTMLElement; press: (chosen: number) => void } {
+  const press = (index: number): void => {
+    buttons.forEach((button, i) => {
+      button.setAttribute("aria-pressed", String(i === index));
     });
-    button.setAttribute("aria-pressed", String(i === chosen));
-    return button;
-  });
-  return createGroup(name, "choice", ...buttons);
+  };
+  const buttons = choices.map(({ label, choose }, i) =>
+    createButton(label, label, () => {
+      press(i);
+      choose();
+    }),
+  );
+  press(chosen);
+  return { element: createGroup(name, "choice", ...buttons), press };
 }
 
 const step = Math.PI / 12;
@@ -120,18 +132,31 @@ export function createInspectionChoice(
     scene.show(inspection);
     findings.textContent = inspection ? describe(inspection, document.joint_names) : "";
   };
-  const isAmiss = ({ contacts, limits }: Inspection): boolean => contacts.length + limits.length > 0;
-  const first = hasMotion ? null : (inspections.find(isAmiss) ?? inspections[0] ?? null);
-  const choices: [string, () => void][] = inspections.map((inspection) => [
-    `${titleOf(inspection)}${isAmiss(inspection) ? " ✕" : ""}`,
-    () => { show(inspection); },
-  ]);
+  const places = [...(hasMotion ? [null] : []), ...inspections];
+  const first = hasMotion ? 0 : Math.max(places.findIndex(isAmiss), 0);
+  const { element, press } = createChoice(
+    "Robot at",
+    places.map((place) => ({ label: place ? labelOf(place) : "Motion", choose: () => { show(place); } })),
+    first,
+  );
+  show(places[first] ?? null);
   if (hasMotion) {
-    choices.unshift(["Motion", () => { show(null); }]);
+    // Who plays or moves the time wants to see the motion.
+    playback.onChange(() => {
+      press(0);
+      scene.show(null);
+      findings.textContent = "";
+    });
   }
-  show(first);
-  const choice = createChoice("Robot at", choices, first ? inspections.indexOf(first) : 0);
-  return create("div", "inspections", create("span", "", "Robot at"), choice, findings);
+  return create("div", "inspections", create("span", "", "Robot at"), element, findings);
+}
+
+function isAmiss(inspection: Inspection | null): boolean {
+  return inspection !== null && inspection.contacts.length + inspection.limits.length > 0;
+}
+
+function labelOf(inspection: Inspection): string {
+  return titleOf(inspection) + (isAmiss(inspection) && inspection.what !== "fault" ? ", not valid" : "");
 }
 
 function describe(inspection: Inspection, jointNames: string[]): string {

@@ -11,7 +11,7 @@ export interface Label {
 /** Texts that stay over points of the scene. */
 export class Labels {
   readonly element = document.createElement("div");
-  private readonly shown = new Map<string, { label: Label; element: HTMLElement }>();
+  private readonly shown = new Map<string, { label: Label; element: HTMLElement }[]>();
 
   constructor() {
     this.element.className = "labels";
@@ -21,25 +21,27 @@ export class Labels {
 
   /** Replaces what was shown in this group. */
   set(group: string, labels: Label[]): void {
-    for (const [key, { element }] of this.shown) {
-      if (key.startsWith(`${group}/`)) {
-        element.remove();
-        this.shown.delete(key);
-      }
-    }
-    labels.forEach((label, i) => {
-      const element = document.createElement("span");
-      element.className = `label label-${label.kind}`;
-      element.textContent = label.text;
-      this.element.append(element);
-      this.shown.set(`${group}/${String(i)}`, { label, element });
+    const before = this.shown.get(group) ?? [];
+    before.slice(labels.length).forEach(({ element }) => {
+      element.remove();
     });
+    this.shown.set(
+      group,
+      labels.map((label, i) => {
+        const element = before[i]?.element ?? this.element.appendChild(document.createElement("span"));
+        element.className = `label label-${label.kind}`;
+        if (element.textContent !== label.text) {
+          element.textContent = label.text;
+        }
+        return { label, element };
+      }),
+    );
   }
 
   /** Moves all texts to where their points are seen; those that would lie on each other step aside. */
   project(camera: Camera, width: number, height: number): void {
     const placed: { x: number; y: number; width: number; height: number }[] = [];
-    for (const { label, element } of this.shown.values()) {
+    for (const { label, element } of [...this.shown.values()].flat()) {
       const seen = label.position.clone().project(camera);
       const isVisible = seen.z < 1 && Math.abs(seen.x) < 1.1 && Math.abs(seen.y) < 1.1;
       element.hidden = !isVisible;

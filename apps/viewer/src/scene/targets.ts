@@ -18,19 +18,21 @@ export function ghostsOf(document: Pick<PlanDocument, "start" | "stages" | "path
   if (last) {
     return [start, { kind: "goal", label: "G", configuration: last, contacts: [] }];
   }
-  const inspected = document.inspections.filter(({ what }) => what === "goal" || what === "nearest");
   start.contacts = document.inspections.find(({ what }) => what === "start")?.contacts ?? [];
-  return [
-    start,
-    ...inspected.slice(0, mostGhosts - 1).map(
-      (inspection): Ghost => ({
-        kind: "goal",
-        label: inspection.what === "nearest" ? "nearest" : labelOf(document, inspection.goal ?? 0),
-        configuration: inspection.configuration,
-        contacts: inspection.contacts,
-      }),
-    ),
-  ];
+  const ghosts = goalsOf(document).flatMap((goal, i): Ghost[] => {
+    const inspected = document.inspections.filter(({ what, goal: of }) => of === i && what !== "start");
+    if (inspected.length === 0) {
+      const configuration = configurationOf(goal);
+      return configuration ? [{ kind: "goal", label: labelOf(document, i), configuration, contacts: [] }] : [];
+    }
+    return inspected.map(({ what, configuration, contacts }) => ({
+      kind: "goal",
+      label: what === "nearest" ? "nearest" : labelOf(document, i),
+      configuration,
+      contacts,
+    }));
+  });
+  return [start, ...ghosts.slice(0, mostGhosts - 1)];
 }
 
 /** Poses that were asked for and that no configuration stands for. */
@@ -52,6 +54,10 @@ function goalsOf(document: Pick<PlanDocument, "stages">): Goal[] {
 
 function labelOf(document: Pick<PlanDocument, "stages">, goal: number): string {
   return goalsOf(document).length > 1 ? `G${goal + 1}` : "G";
+}
+
+function configurationOf(goal: Goal): Configuration | undefined {
+  return Array.isArray(goal) ? goal : "configuration" in goal ? goal.configuration : undefined;
 }
 
 function isPose(goal: Goal): goal is PoseGoal {

@@ -161,6 +161,7 @@ class DrawnScene implements SceneView {
   private pointed: number | null = null;
   private chosen: number | null = null;
   private isDrawPending = false;
+  private isChanged = true;
   private isHoverPending = false;
   private hasDrawn = false;
   private forgetTheme = (): void => undefined;
@@ -212,7 +213,7 @@ class DrawnScene implements SceneView {
       this.setLayer(name, isOn);
     }
     this.applyTheme();
-    this.update();
+    this.change();
     this.listen();
   }
 
@@ -241,7 +242,7 @@ class DrawnScene implements SceneView {
         this.toolLines[name].visible = isOn;
         break;
     }
-    this.update();
+    this.change();
   }
 
   setStyle(style: RobotStyle): void {
@@ -265,12 +266,12 @@ class DrawnScene implements SceneView {
 
   highlight(obstacle: number | null): void {
     this.chosen = obstacle;
-    this.update();
+    this.change();
   }
 
   show(inspection: Inspection | null): void {
     this.shown = inspection;
-    this.update();
+    this.change();
   }
 
   private figures(): RobotFigure[] {
@@ -409,7 +410,7 @@ class DrawnScene implements SceneView {
 
   private listen(): void {
     this.playback.onChange(() => {
-      this.update();
+      this.change();
     });
     this.forgetTheme = onThemeChange(() => {
       this.applyTheme();
@@ -481,7 +482,7 @@ class DrawnScene implements SceneView {
   private point(obstacle: number | null): void {
     if (this.pointed !== obstacle) {
       this.pointed = obstacle;
-      this.update();
+      this.change();
     }
   }
 
@@ -495,6 +496,11 @@ class DrawnScene implements SceneView {
     }
     const { index, fraction } = locate(profile.at, this.motion.toProfile(this.playback.time));
     return this.contactsAt.get(fraction < 0.5 ? index : index + 1) ?? [];
+  }
+
+  private change(): void {
+    this.isChanged = true;
+    this.invalidate();
   }
 
   /** Brings everything in line with time, layers, what is shown and what is pointed at. */
@@ -529,7 +535,6 @@ class DrawnScene implements SceneView {
     this.labels.set("poses", this.poseLabels());
     this.labels.set("axes", this.axisLabels());
     this.labels.set("chosen", this.chosenLabel());
-    this.invalidate();
   }
 
   private poseLabels(): Label[] {
@@ -564,6 +569,10 @@ class DrawnScene implements SceneView {
 
   private draw(): void {
     this.isDrawPending = false;
+    if (this.isChanged) {
+      this.isChanged = false;
+      this.update();
+    }
     this.scene.updateMatrixWorld();
     for (const figure of this.figures()) {
       figure.face(this.rig.camera);
