@@ -42,7 +42,8 @@ function describeRun({ problems, runs }: BenchDocument, index: number): string {
 export function planOf(bench: BenchDocument, index: number): PlanDocument | null {
   const run = bench.runs[index];
   const problem = run && bench.problems[run.problem];
-  if (!run || !problem?.scene || !bench.robot_model) {
+  const robotModel = problem?.robot_model ?? bench.robot_model;
+  if (!run || !problem?.scene || !robotModel) {
     return null;
   }
   return {
@@ -52,7 +53,7 @@ export function planOf(bench: BenchDocument, index: number): PlanDocument | null
     arguments: [],
     files: bench.files,
     robot: bench.robot,
-    robot_model: bench.robot_model,
+    robot_model: robotModel,
     scene: problem.scene,
     joint_names: bench.joint_names,
     held_joints: run.held_joints,
@@ -87,14 +88,14 @@ export function planOf(bench: BenchDocument, index: number): PlanDocument | null
     check: run.found
       ? {
           passed: run.proof === "proven free",
-          verdict: `${run.proof ?? "not proven"}; ${run.passes_check ? "free" : "not free"} where it was sampled`,
+          verdict: run.proof ?? "not proven",
           ignored: run.ignored,
           uncovered_links: run.uncovered_links,
           cover_tolerance: null,
           self_collision_pairs: run.self_collision_pairs,
-          step: run.check_step ?? null,
+          step: null,
           num_configurations: 0,
-          fault: "",
+          fault: run.passes_check === false ? `not free where it was sampled, ${run.check_step ?? 0} apart` : "",
           clearance: null,
           self_clearance: null,
           tolerance: null,

@@ -63,7 +63,10 @@ test("rows without a value go last in both orders, numbers in names count", () =
   assert.deepEqual(sorted(["p10", "p9"], false), ["p9", "p10"]);
 });
 
-test("a run has a scene only where plans were kept", () => {
+test("a run has a scene only where plans were kept, and the robot of its problem where that differs", () => {
   assert.equal(planOf(bench, 0), null);
-  assert.equal(planOf({ ...bench, robot_model: {} } as BenchDocument, 99), null);
+  const [common, own] = [{ tip_frame: "tool" }, { tip_frame: "held" }];
+  const problems = bench.problems.map((problem, i) => ({ ...problem, scene: {}, robot_model: i === 1 ? own : null }));
+  const kept = { ...bench, robot_model: common, problems } as unknown as BenchDocument;
+  assert.deepEqual([0, 2, 99].map((run) => planOf(kept, run)?.robot_model), [common, own, undefined]);
 });

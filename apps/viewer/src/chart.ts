@@ -140,18 +140,17 @@ export function createChart(name: string, axis: Axis, seek?: (at: number) => voi
 
   const drawAxis = (): SVGElement[] => {
     const bottom = height - margin.bottom;
-    let last = -Infinity;
+    let end = -Infinity;
     const unit = createText(axis.label, { class: "tick", x: margin.left + innerWidth() + 8, y: bottom + 14 });
     return axis.ticks(Math.max(Math.floor(innerWidth() / pixelsPerTick), 2)).flatMap(({ at, label }) => {
       const x = toX(at);
-      if (x - last < pixelsPerTick / 3) {
-        return [];
+      const line = createSvg("line", { class: "grid", x1: x, x2: x, y1: margin.top, y2: bottom });
+      const half = (letterWidth * label.length) / 2;
+      if (x - half < end) {
+        return [line];
       }
-      last = x;
-      return [
-        createSvg("line", { class: "grid", x1: x, x2: x, y1: margin.top, y2: bottom }),
-        createText(label, { class: "tick", x, y: bottom + 14, "text-anchor": "middle" }),
-      ];
+      end = x + half + letterWidth;
+      return [line, createText(label, { class: "tick", x, y: bottom + 14, "text-anchor": "middle" })];
     }).concat(unit);
   };
 

@@ -3,17 +3,20 @@ import type { Check, Contact, Profile } from "./document";
 import { create, createButton } from "./dom";
 import type { PlotPart } from "./joint_plots";
 import type { Motion } from "./motion";
+import { describeContacts } from "./scene/targets";
 import { formatDistance, formatNumber } from "./text";
 import { linearTicks } from "./ticks";
 
-/** Consecutive samples at which the same things touch. */
+/** Consecutive samples at which something touches. */
 export interface ContactSpan {
   /** Playing times. */
   from: number;
   to: number;
+  /** Where it goes deepest, and how deep. */
+  worst: number;
+  depth: number;
   /** `gripper touches shelf`. */
   label: string;
-  depth: number;
 }
 
 /** How far the robot is from obstacles and from itself along the motion, what touches, and what the check said. */
@@ -101,11 +104,12 @@ function createContactList(
   axis: Axis,
   seek: (time: number) => void,
 ): HTMLElement {
-  const items = spans.map(({ from, to, label, depth }) => {
-    const text = `${label}, ${formatDistance(depth)} deep, ${axis.describe(from)}`;
-    return create("li", "", createButton(text, text, () => {
-      seek((from + to) / 2);
-    }));
+  const items = spans.map(({ worst, label, depth }) => {
+    const text = `${label}; deepest, ${formatDistance(depth)}, ${axis.describe(worst)}`;
+    const button = createButton(text, text, () => {
+      seek(worst);
+    });
+    return create("li", "", button);
   });
   const list = create("ul", "contact-list", ...items);
   list.setAttribute("aria-label", "Contacts");
@@ -124,22 +128,29 @@ function nearestIndex(times: readonly number[], time: number): number {
 
 /** @param times Of the samples. */
 export function contactSpans({ contacts }: Pick<Profile, "contacts">, times: readonly number[]): ContactSpan[] {
-  const spans: (ContactSpan & { sample: number })[] = [];
+  const spans: { first: number; last: number; worst: number; depth: number; touching: Contact[] }[] = [];
   for (const { sample, contacts: touching } of contacts) {
-    const label = describe(touching);
     const depth = Math.max(...touching.map((contact) => contact.depth));
-    const time = times[sample] ?? 0;
-    const last = spans.at(-1);
-    if (last?.label === label && last.sample === sample - 1) {
-      Object.assign(last, { to: time, sample, depth: Math.max(last.depth, depth) });
-    } else {
-      spans.push({ from: time, to: time, label, depth, sample });
+    let span = spans.at(-1);
+    if (span?.last !== sample - 1) {
+      span = { first: sample, last: sample, worst: sample, depth, touching: [] };
+      spans.push(span);
+    }
+    span.last = sample;
+    span.touching.push(...touching);
+    if (depth > span.depth) {
+      span.depth = depth;
+      span.worst = sample;
     }
   }
-  return spans.map(({ from, to, label, depth }) => ({ from, to, label, depth }));
-}
-
-function describe(contacts: Contact[]): string {
-  const pairs = contacts.map(({ frame, obstacle, other_frame }) => `${frame} touches ${obstacle ?? other_frame ?? ""}`);
-  return [...new Set(pairs)].join(", ");
+  const timeOf = (sample: number): number => times[sample] ?? 0;
+  return spans.map(({ first, last, worst, depth, touching }) => ({
+    from: timeOf(first),
+    to: timeOf(last),
+    worst: timeOf(worst),
+    depth,
+    label: describeContacts(touching)
+      .map(({ text }) => text)
+      .join(", "),
+  }));
 }

@@ -1,20 +1,21 @@
 import type { Configuration, PlanDocument } from "./document";
 import { create } from "./dom";
 import { describeLimits } from "./joint_table";
+import { goalConfigurations } from "./scene/targets";
 import { isBeyond, jointUnit, positionLimits, writeJoint } from "./joint_values";
 
 /** The joint values of start and goals where there is no motion, held against the limits. */
 export function createConfigurationTable(document: PlanDocument): HTMLElement {
-  const { joint_names: names, inspections, start } = document;
+  const { joint_names: names, start } = document;
   const { coordinates } = document.robot_model;
   const limits = positionLimits(coordinates, names.length);
-  const columns: { title: string; q: Configuration }[] = inspections.map(({ what, goal, configuration }) => ({
-    title: { start: "Start", goal: "Goal", fault: "Fault", nearest: "Nearest to goal" }[what] + (goal === null ? "" : ` ${goal + 1}`),
-    q: configuration,
-  }));
-  if (!inspections.some(({ what }) => what === "start")) {
-    columns.unshift({ title: "Start", q: start });
-  }
+  const columns: { title: string; q: Configuration }[] = [
+    { title: "Start", q: start },
+    ...goalConfigurations(document).map(({ what, goal, configuration }) => ({
+      title: `${what === "nearest" ? "Nearest to goal" : "Goal"} ${goal + 1}`,
+      q: configuration,
+    })),
+  ];
   const heads = ["Joint", ...columns.map(({ title }) => title), "Limits"].map((title) => {
     const head = create("th", "", title);
     head.scope = "col";

@@ -72,8 +72,8 @@ function createCheck(check: Check | null): HTMLElement {
   const { passed, verdict, step, num_configurations: count, fault } = check;
   const how =
     step === null
-      ? `Looked at as whole motions, by ${count} placements: a verdict holds between the waypoints, too.`
-      : `Looked at in ${count > 0 ? `${count} ` : ""}configurations ${formatNumber(step)} apart.`;
+      ? `The motions were looked at as a whole${count > 0 ? `, by ${count} placements` : ""}: this holds between waypoints and samples, too.`
+      : `Looked at in ${count > 0 ? `${count} ` : ""}configurations ${formatNumber(step)} apart, not between them.`;
   return createPart(
     "Check",
     create("p", `badge badge-${passed ? "good" : "bad"}`, verdict),
@@ -172,7 +172,7 @@ function createGoals(document: PlanDocument): HTMLElement {
 
 function describeEnd({ status, goal, goals, first_waypoint: first, last_waypoint: last }: Stage): string {
   const which = goals.length > 1 && typeof goal === "number" ? ` goal ${goal + 1} of ${goals.length},` : "";
-  const where = first !== undefined && last !== undefined ? ` waypoints ${first + 1} to ${last + 1}` : "";
+  const where = first !== undefined && last !== undefined && last > first ? ` waypoints ${first + 1} to ${last + 1}` : "";
   return `${status ?? "not reached"}${which === "" && where === "" ? "" : ":"}${which}${where}`.replace(/,$/, "");
 }
 

@@ -22,9 +22,9 @@ test("labels that would cover each other are moved apart and stay inside", () =>
   assert.ok((places[0]?.y ?? 0) >= 4 && (places[3]?.y ?? 101) <= 100);
 });
 
-test("contacts one after the other are one span as long as the same things touch", () => {
-  const contact = (obstacle: string, depth: number): Contact => ({
-    frame: "hand",
+test("contacts one after the other are one span, told by all that touches", () => {
+  const contact = (frame: string, obstacle: string, depth: number): Contact => ({
+    frame,
     sphere: 0,
     obstacle,
     obstacle_index: 0,
@@ -33,15 +33,13 @@ test("contacts one after the other are one span as long as the same things touch
     depth,
   });
   const contacts = [
-    { sample: 1, contacts: [contact("a", 0.1), contact("a", 0.3)] },
-    { sample: 2, contacts: [contact("a", 0.2)] },
-    { sample: 3, contacts: [contact("b", 0.1)] },
-    { sample: 5, contacts: [contact("b", 0.1)] },
+    { sample: 1, contacts: [contact("hand", "a", 0.1), contact("finger", "a", 0.3)] },
+    { sample: 2, contacts: [contact("hand", "b", 0.4)] },
+    { sample: 4, contacts: [contact("hand", "b", 0.2)] },
   ];
   assert.deepEqual(contactSpans({ contacts }, [0, 10, 20, 30, 40, 50]), [
-    { from: 10, to: 20, label: "hand touches a", depth: 0.3 },
-    { from: 30, to: 30, label: "hand touches b", depth: 0.1 },
-    { from: 50, to: 50, label: "hand touches b", depth: 0.1 },
+    { from: 10, to: 20, worst: 20, depth: 0.4, label: "hand, finger touch a, hand touches b" },
+    { from: 40, to: 40, worst: 40, depth: 0.2, label: "hand touches b" },
   ]);
 });
 

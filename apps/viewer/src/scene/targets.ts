@@ -19,20 +19,29 @@ export function ghostsOf(document: Pick<PlanDocument, "start" | "stages" | "path
     return [start, { kind: "goal", label: "G", configuration: last, contacts: [] }];
   }
   start.contacts = document.inspections.find(({ what }) => what === "start")?.contacts ?? [];
-  const ghosts = goalsOf(document).flatMap((goal, i): Ghost[] => {
-    const inspected = document.inspections.filter(({ what, goal: of }) => of === i && what !== "start");
-    if (inspected.length === 0) {
-      const configuration = configurationOf(goal);
-      return configuration ? [{ kind: "goal", label: labelOf(document, i), configuration, contacts: [] }] : [];
-    }
-    return inspected.map(({ what, configuration, contacts }) => ({
+  const ghosts = goalConfigurations(document).map(
+    ({ what, goal, configuration, contacts }): Ghost => ({
       kind: "goal",
-      label: what === "nearest" ? "nearest" : labelOf(document, i),
+      label: what === "nearest" ? "nearest" : labelOf(document, goal),
       configuration,
       contacts,
-    }));
-  });
+    }),
+  );
   return [start, ...ghosts.slice(0, mostGhosts - 1)];
+}
+
+/** What stands for each goal: what was looked at, else the configuration that was asked for. */
+export function goalConfigurations(
+  document: Pick<PlanDocument, "stages" | "inspections">,
+): (Pick<Inspection, "what" | "configuration" | "contacts"> & { goal: number })[] {
+  return goalsOf(document).flatMap((asked, goal) => {
+    const inspected = document.inspections.filter(({ what, goal: of }) => of === goal && what !== "start");
+    if (inspected.length > 0) {
+      return inspected.map(({ what, configuration, contacts }) => ({ what, goal, configuration, contacts }));
+    }
+    const configuration = configurationOf(asked);
+    return configuration ? [{ what: "goal" as const, goal, configuration, contacts: [] }] : [];
+  });
 }
 
 /** Poses that were asked for and that no configuration stands for. */
