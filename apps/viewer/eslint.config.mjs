@@ -13,7 +13,7 @@ export default tseslint.config(
   { ignores: ["dist/", "node_modules/"] },
   js.configs.recommended,
   {
-    files: ["src/**/*.ts"],
+    files: ["src/**/*.ts", "browser/**/*.ts"],
     extends: [tseslint.configs.strictTypeChecked, tseslint.configs.stylisticTypeChecked],
     languageOptions: { parserOptions: { projectService: true, tsconfigRootDir: import.meta.dirname } },
     rules: {
@@ -33,7 +33,7 @@ export default tseslint.config(
   },
   {
     // The runner of the tests awaits them itself.
-    files: ["src/**/*.test.ts"],
+    files: ["**/*.test.ts"],
     rules: { "@typescript-eslint/no-floating-promises": "off" },
   },
   {

@@ -1,27 +1,31 @@
-// Bundles the unit tests and runs them in node.
+// test.mjs [browser]
+//
+// Bundles the tests in src, or those in browser, and runs them in node.
 import { spawnSync } from "node:child_process";
 import { mkdtempSync, readdirSync, rmSync } from "node:fs";
-import { tmpdir } from "node:os";
 import { dirname, join } from "node:path";
 import { fileURLToPath } from "node:url";
 import { build } from "esbuild";
 
 const here = dirname(fileURLToPath(import.meta.url));
-const sources = readdirSync(join(here, "src"), { recursive: true })
+const root = join(here, process.argv[2] ?? "src");
+const sources = readdirSync(root, { recursive: true })
   .filter((name) => name.endsWith(".test.ts"))
-  .map((name) => join(here, "src", name));
+  .map((name) => join(root, name));
 if (sources.length === 0) {
-  console.error("no *.test.ts in src");
+  console.error(`no *.test.ts in ${root}`);
   process.exit(1);
 }
-const directory = mkdtempSync(join(tmpdir(), "kavo-viewer-"));
+// Here, so that what is not bundled is found.
+const directory = mkdtempSync(join(here, "node_modules", ".kavo-tests-"));
 try {
   await build({
     entryPoints: sources,
     outdir: directory,
-    outbase: join(here, "src"),
+    outbase: root,
     outExtension: { ".js": ".mjs" },
     bundle: true,
+    external: ["playwright-core"],
     platform: "node",
     format: "esm",
     target: "node18",
