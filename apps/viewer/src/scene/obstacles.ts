@@ -58,7 +58,9 @@ export class Obstacles {
   constructor(obstacles: Obstacle[]) {
     this.materials = Object.fromEntries(states.map((state) => [state, createMaterials()])) as Record<State, Materials>;
     this.items = obstacles.map((obstacle) => this.createItem(obstacle));
-    this.object.add(...this.items.map(({ object }) => object));
+    for (const { object } of this.items) {
+      this.object.add(object);
+    }
     this.update();
   }
 
@@ -130,7 +132,8 @@ export class Obstacles {
     for (const state of states) {
       const { surface, points, edges, plane, grid } = this.materials[state];
       surface.color.set(looks[state].surface);
-      plane.color.set(looks[state].surface);
+      // It fills much of the picture: where the pointer is on it, its grid says so.
+      plane.color.set(state === "touched" ? touched : theme.ground);
       points.color.set(state === "highlighted" ? theme.highlight : looks[state].edges);
       edges.color.set(looks[state].edges);
       grid.color.set(looks[state].grid);
@@ -156,7 +159,7 @@ export class Obstacles {
       surface.transparent = opacity < 1;
       surface.depthWrite = opacity === 1;
       surface.needsUpdate ||= changes;
-      plane.opacity = state === "plain" || state === "disabled" ? 0.3 : 0.5;
+      plane.opacity = 0.9 * opacity;
     }
     this.items.forEach(({ parts }, index) => {
       const materials = this.materials[this.stateOf(index)];

@@ -79,7 +79,9 @@ export class RobotFigure {
     this.add(this.rings);
 
     this.frames = model.frames.map(() => new Group());
-    this.object.add(...this.frames);
+    for (const frame of this.frames) {
+      this.object.add(frame);
+    }
     this.attachedMaterial = isGhost ? ghostMaterial() : new MeshLambertMaterial();
     this.createMeshes();
     this.createAttachments();

@@ -10,6 +10,8 @@ export interface Theme {
   goal: string;
   raw: string;
   grid: string;
+  /** Of half spaces. */
+  ground: string;
   ghostOpacity: number;
   /** Of links one after the other: light and dark take turns, so that neighbours differ without colour too. */
   links: string[];
@@ -31,6 +33,7 @@ export function readTheme(element: Element): Theme {
     goal: value("goal"),
     raw: value("raw-path"),
     grid: value("grid"),
+    ground: value("ground"),
     ghostOpacity: Number(value("ghost-opacity")),
     links: Array.from({ length: numLinkColours }, (_, i) => value(`link-${i + 1}`)),
   };

@@ -338,9 +338,13 @@ class DrawnScene implements SceneView {
       ...this.ghosts.map(({ ghost }) => ghost.configuration),
       ...this.document.inspections.map(({ configuration }) => configuration),
     ];
+    const endsOf = ([x, y, z]: Vec3, i: number): Vec3[] => {
+      const radius = this.kinematics.spheres[i]!.radius;
+      return [-radius, radius].flatMap((r): Vec3[] => [[x + r, y, z], [x, y + r, z], [x, y, z + r]]);
+    };
     const points = configurations.flatMap((q) => {
       const poses = this.kinematics.frames(q);
-      return [...this.kinematics.sphereCentres(poses), this.kinematics.toolPosition(q)];
+      return [...this.kinematics.sphereCentres(poses).flatMap(endsOf), this.kinematics.toolPosition(q)];
     });
     const rawPaths = this.document.searches.flatMap(({ raw_path }) => raw_path);
     return [
