@@ -51,7 +51,13 @@ export interface Chart {
   moveTo: (at: number) => void;
 }
 
-export const numLineStyles = 7;
+const numStyles = 7;
+
+/** Colour and dashes of a line; these take turns in such a way that each of 49 lines is drawn in its own manner. */
+export function lineClass(style: number): string {
+  const turn = Math.floor(style / numStyles);
+  return `line-${style % numStyles} dashes-${(style + turn) % numStyles}`;
+}
 
 const margin = { left: 48, top: 8, bottom: 20 };
 // Beside the lines, for their labels.
@@ -76,6 +82,9 @@ export function createChart(name: string, axis: Axis, seek?: (at: number) => voi
   let width = 0;
   let height = 0;
   let right = leastRight;
+  // Labels of many lines stand side by side.
+  let numLabelColumns = 1;
+  let labelWidth = 0;
   let content: ChartContent | undefined;
   let place = 0;
   const cursor = createSvg("line", { class: "chart-cursor" });
@@ -108,17 +117,19 @@ export function createChart(name: string, axis: Axis, seek?: (at: number) => voi
     if (!content || width === 0) {
       return;
     }
-    right = Math.max(leastRight, ...content.lines.map(({ label }) => labelIndent + letterWidth * label.length));
+    numLabelColumns = Math.ceil((content.lines.length * labelHeight) / innerHeight());
+    labelWidth = letterWidth * Math.max(...content.lines.map(({ label }) => label.length), 1);
+    right = Math.max(leastRight, labelIndent + numLabelColumns * labelWidth);
     svg.setAttribute("width", String(width));
     svg.setAttribute("height", String(height));
     cursor.setAttribute("y1", String(margin.top));
     cursor.setAttribute("y2", String(height - margin.bottom));
     const lines = content.lines.map((line) =>
-      createSvg("path", { class: `line line-${line.style % numLineStyles}`, d: pathOf(line, toX, toY) }),
+      createSvg("path", { class: `line ${lineClass(line.style)}`, d: pathOf(line, toX, toY) }),
     );
     paths = lines;
     dots.replaceChildren(
-      ...content.lines.map((line) => createSvg("circle", { class: `dot line-${line.style % numLineStyles}`, r: 3 })),
+      ...content.lines.map((line) => createSvg("circle", { class: `dot ${lineClass(line.style)}`, r: 3 })),
     );
     svg.replaceChildren(
       createHatch(hatch),
@@ -188,14 +199,15 @@ export function createChart(name: string, axis: Axis, seek?: (at: number) => voi
       return last === undefined ? [] : [{ line, at: y(last), y: y(last) }];
     });
     ends.sort((a, b) => a.at - b.at);
-    spread(ends, margin.top + 4, height - margin.bottom);
+    // Not down to the unit of the axis.
+    spread(ends, margin.top + 4, height - margin.bottom - 6, labelHeight / numLabelColumns);
     const x = margin.left + innerWidth();
-    return ends.flatMap(({ line, at, y: place }) => [
+    return ends.flatMap(({ line, at, y: place }, i) => [
       createSvg("path", {
-        class: `leader line-${line.style % numLineStyles}`,
+        class: `leader ${lineClass(line.style)}`,
         d: `M${x + 1} ${at.toFixed(1)}L${x + 10} ${place.toFixed(1)}`,
       }),
-      createText(line.label, { class: `line-label line-${line.style % numLineStyles}`, x: x + labelIndent, y: place + 4 }),
+      createText(line.label, { class: `line-label ${lineClass(line.style)}`, x: x + labelIndent + (i % numLabelColumns) * labelWidth, y: place + 4 }),
     ]);
   };
 
@@ -222,7 +234,7 @@ export function createChart(name: string, axis: Axis, seek?: (at: number) => voi
     }
     paths.forEach((path, i) => path.classList.toggle("dimmed", i !== nearest && lines.length > 1));
     tooltip.replaceChildren(
-      create("strong", `line-${line.style % numLineStyles}`, line.name),
+      create("strong", lineClass(line.style), line.name),
       create("span", "", line.read(at)),
       create("small", "", axis.describe(at)),
     );
@@ -303,17 +315,17 @@ export function valueAt({ at, values }: Pick<ChartLine, "at" | "values">, place:
   return from === null || to === null ? null : from + weight * (to - from);
 }
 
-/** Moves sorted places apart, so that they are at least a label's height from each other and inside the chart. */
-export function spread(places: { y: number }[], top: number, bottom: number): void {
+/** Moves sorted places apart, so that they are at least a distance from each other, and inside the chart. */
+export function spread(places: { y: number }[], top: number, bottom: number, distance: number): void {
   let least = top;
   for (const place of places) {
     place.y = Math.max(place.y, least);
-    least = place.y + labelHeight;
+    least = place.y + distance;
   }
   let most = bottom;
   for (const place of [...places].reverse()) {
     place.y = Math.min(place.y, most);
-    most = place.y - labelHeight;
+    most = place.y - distance;
   }
 }
 

@@ -1,4 +1,4 @@
-import { createSvg, numLineStyles, type Axis } from "./chart";
+import { createSvg, lineClass, type Axis } from "./chart";
 import type { Coordinate } from "./document";
 import { create } from "./dom";
 import { isBeyond, jointUnit, writeJoint, writeNumber, type AngleUnit, type Quantity } from "./joint_values";
@@ -85,16 +85,23 @@ export function createJointTable(
     create("thead", "", create("tr", "", headOf("Joint"), ...heads, headOf("Limits", "range"))),
     create("tbody", "", ...rows),
   );
+  let written: AngleUnit | null = null;
   const titles = { position: "Position", velocity: "Velocity", acceleration: "Acceleration" };
 
   return {
     element: create("div", "table-frame", table),
     write: (time, angles) => {
       caption.textContent = axis.describe(time);
-      quantities.forEach(({ key, per }, i) => {
-        const unit = isMixed ? "" : ` in ${jointUnit(coordinates[0], angles, per).name}`;
-        (heads[i] as HTMLElement).textContent = titles[key] + unit;
-      });
+      if (angles !== written) {
+        written = angles;
+        quantities.forEach(({ key, per }, i) => {
+          const unit = isMixed ? "" : ` in ${jointUnit(coordinates[0], angles, per).name}`;
+          (heads[i] as HTMLElement).textContent = titles[key] + unit;
+        });
+        limits.forEach((cell, joint) => {
+          cell.textContent = describeLimits(coordinates[joint], angles, isMixed);
+        });
+      }
       for (const { cell, quantity, joint } of cells) {
         const value = quantity.at(joint, time);
         const limit = quantity.limits[joint] ?? { low: null, high: null };
@@ -107,9 +114,6 @@ export function createJointTable(
           cell.append(" beyond its limit");
         }
       }
-      limits.forEach((cell, joint) => {
-        cell.textContent = describeLimits(coordinates[joint], angles, isMixed);
-      });
     },
   };
 }
@@ -127,6 +131,6 @@ export function describeLimits(coordinate: Coordinate | undefined, angles: Angle
 // A piece of the line of a joint.
 function createLineSample(joint: number): SVGElement {
   const svg = createSvg("svg", { class: "line-sample", width: 26, height: 10, "aria-hidden": "true" });
-  svg.append(createSvg("path", { class: `line line-${joint % numLineStyles}`, d: "M0 5H26" }));
+  svg.append(createSvg("path", { class: `line ${lineClass(joint)}`, d: "M0 5H26" }));
   return svg;
 }

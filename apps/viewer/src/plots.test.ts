@@ -1,6 +1,6 @@
 import assert from "node:assert/strict";
 import { test } from "node:test";
-import { spread, valueAt } from "./chart";
+import { lineClass, spread, valueAt } from "./chart";
 import { contactSpans } from "./clearance_plot";
 import type { Contact } from "./document";
 import { isBeyond, shortNames } from "./joint_values";
@@ -16,7 +16,7 @@ test("values between samples, at the ends, beyond them and beside gaps", () => {
 
 test("labels that would cover each other are moved apart and stay inside", () => {
   const places = [5, 6, 7, 98].map((y) => ({ y }));
-  spread(places, 4, 100);
+  spread(places, 4, 100, 13);
   const gaps = places.slice(1).map(({ y }, i) => y - (places[i]?.y ?? NaN));
   assert.ok(gaps.every((gap) => gap >= 13));
   assert.ok((places[0]?.y ?? 0) >= 4 && (places[3]?.y ?? 101) <= 100);
@@ -41,6 +41,10 @@ test("contacts one after the other are one span, told by all that touches", () =
     { from: 10, to: 20, worst: 20, depth: 0.4, label: "hand, finger touch a, hand touches b" },
     { from: 40, to: 40, worst: 40, depth: 0.2, label: "hand touches b" },
   ]);
+});
+
+test("lines are told apart", () => {
+  assert.equal(new Set(Array.from({ length: 49 }, (_, i) => lineClass(i))).size, 49);
 });
 
 test("limits, names and command lines", () => {
