@@ -153,7 +153,13 @@ class Planning {
                                           attempt.check && !options_.check_step, situations_.GetNotes());
     }
     if (IsRecorded()) {
-      json_ = formats::ToJson(Record(attempt));
+      const formats::PlanRecord record = Record(attempt);
+      if (const std::vector<std::string>& faults = record.robot_model.faults;
+          html_file_.IsWanted() && !faults.empty()) {
+        situations_.GetNotes().Say("not drawn: " + std::to_string(faults.size()) +
+                                   " of the robot's shapes: " + faults.front());
+      }
+      json_ = formats::ToJson(record);
     }
     Print(attempt);
     WriteFiles(attempt);
@@ -394,9 +400,12 @@ class Planning {
     for (auto& file : MeshFiles(*situation_.robot)) {
       files.push_back(std::move(file));
     }
+    record.robot_model = formats::DrawRobot(*situation_.robot, situation_.held);
+    for (const std::string& file : record.robot_model.mesh_files) {
+      files.emplace_back("mesh", file);
+    }
     record.files = HashFiles(files);
     record.robot = situation_.robot->name;
-    record.robot_model = formats::DrawRobot(*situation_.robot, situation_.held);
     record.robot_model.tip_frame = FrameOfInterest(attempt.query);
     record.scene = formats::DrawScene(situation_.world, situation_.base_pose);
     record.held_joints = HeldJoints(*situation_.robot);

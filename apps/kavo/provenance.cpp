@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <set>
 #include <system_error>
 
 namespace kavo::command {
@@ -45,8 +46,9 @@ std::string Version() { return KAVO_VERSION; }
 
 std::vector<formats::InputFile> HashFiles(const std::vector<std::pair<std::string, std::string>>& files) {
   std::vector<formats::InputFile> hashed;
+  std::set<std::pair<std::string, std::string>> known;
   for (const auto& [role, name] : files) {
-    if (!name.empty()) {
+    if (!name.empty() && known.emplace(role, name).second) {
       hashed.push_back({role, name, HashOf(name)});
     }
   }

@@ -12,7 +12,7 @@ namespace kavo::command {
 std::string Version();
 
 //! Files with the SHA-256 of what they hold, as `sha256sum` prints it; without a hash for what cannot be read
-//! a second time, such as a pipe. Empty names are left out.
+//! a second time, such as a pipe. Empty names are left out, and so is what is there twice.
 //! \param files What each is to the query, and its name.
 std::vector<formats::InputFile> HashFiles(const std::vector<std::pair<std::string, std::string>>& files);
 

@@ -1,6 +1,10 @@
 #include "kavo/formats/robot_drawing.h"
 
+#include <utility>
+#include <variant>
+
 #include "kavo/formats/drawn_shape_internal.h"
+#include "kavo/formats/link_looks_internal.h"
 #include "kavo/kinematics/interface/robot_description_internal.h"
 
 namespace kavo::formats {
@@ -37,19 +41,47 @@ RobotDrawing DrawRobot(const LoadedRobot& robot, const std::vector<kavo::Attache
   // All descriptions are of this kind.
   const auto& description = dynamic_cast<const RobotDescriptionInternal&>(*robot.description);
   const CollisionModel& collision = description.collision();
+  RobotLooks looks = robot.origin ? ReadLooks(*robot.origin) : RobotLooks();
   RobotDrawing drawing;
-  for (const Kinematics::Frame& frame : description.model().frames()) {
-    drawing.frames.push_back({frame, collision.spheresOf(frame.name), collision.paddingOf(frame.name),
-                              collision.allowedObstaclesOf(frame.name)});
-  }
   drawing.coordinates = CoordinatesOf(description, robot.motion_limits);
   drawing.tip_frame = robot.tip_frame;
   drawing.pairs = collision.pairs;
+  drawing.mesh_files = std::move(looks.mesh_files);
+  drawing.faults = std::move(looks.faults);
+  std::vector<ObstacleShape> shapes;
+  const auto take = [&shapes](const std::vector<RobotLooks::Part>& parts) {
+    std::vector<RobotDrawing::Mesh> meshes;
+    for (const RobotLooks::Part& part : parts) {
+      meshes.push_back({part.pose, part.name, {}});
+      shapes.push_back(MeshObstacle{part.mesh});
+    }
+    return meshes;
+  };
+  for (const Kinematics::Frame& frame : description.model().frames()) {
+    const RobotLooks::Link& link = looks.links[frame.name];
+    drawing.frames.push_back({frame, collision.spheresOf(frame.name), collision.paddingOf(frame.name),
+                              collision.allowedObstaclesOf(frame.name), take(link.visuals),
+                              take(link.collisions)});
+  }
   for (const kavo::AttachedObject& object : held) {
     for (const CoverPart& part : object.parts) {
-      drawing.attachments.push_back(
-          {object.name, object.frame, object.pose * part.pose, DrawShape(part.shape)});
+      drawing.attachments.push_back({object.name, object.frame, object.pose * part.pose, {}});
+      shapes.push_back(part.shape);
     }
+  }
+
+  // In the order in which they were taken.
+  std::vector<DrawnShape> drawn = DrawShapes(shapes);
+  auto next = drawn.begin();
+  for (RobotDrawing::Frame& frame : drawing.frames) {
+    for (auto* const meshes : {&frame.visual_meshes, &frame.collision_meshes}) {
+      for (RobotDrawing::Mesh& mesh : *meshes) {
+        mesh.mesh = std::get<DrawnMesh>(std::move(*next++));
+      }
+    }
+  }
+  for (RobotDrawing::Attachment& attachment : drawing.attachments) {
+    attachment.shape = std::move(*next++);
   }
   return drawing;
 }

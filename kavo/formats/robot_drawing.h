@@ -69,9 +69,15 @@ struct RobotDrawing {
   //! Frames that must not touch each other.
   std::vector<std::pair<std::string, std::string>> pairs;
   std::vector<Attachment> attachments;
+  //! Of the meshes that were read for it, each once.
+  std::vector<std::string> mesh_files;
+  //! Why a part of it is not drawn; a link whose visuals cannot all be read has none.
+  std::vector<std::string> faults;
 };
 
-//! The drawing of a robot.
+//! The drawing of a robot. Reads the meshes of its links, visual and collision; what cannot be read is left
+//! out. Of all meshes together there are no more than 20 000 triangles (or twelve for each), fewer than they
+//! have where these are more: their vertices are joined where they are near.
 //! \param held The shapes of what its description holds.
 //!
 //! @code

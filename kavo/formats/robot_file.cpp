@@ -41,6 +41,8 @@ class RobotFiles::Impl {
     }
     joints_ = ChooseJoints(urdf_, srdf_, options_);
     without_description_.name = urdf_.name;
+    without_description_.origin =
+        std::make_shared<const LoadedRobot::Origin>(LoadedRobot::Origin{urdf, options.packages});
     if (srdf_) {
       without_description_.end_effectors = srdf_->end_effectors;
       without_description_.srdf = std::make_shared<const Srdf>(*srdf_);

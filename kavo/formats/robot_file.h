@@ -63,8 +63,20 @@ struct RobotFileOptions {
   bool self_collision_if_listed = false;
 };
 
+//! The text of a file and its name: for errors, and for a URDF to find the meshes that it names.
+struct FileText {
+  std::string file;
+  std::string text;
+};
+
 //! A robot from its files.
 struct LoadedRobot {
+  //! What it was made from, for whoever wants to draw it.
+  struct Origin {
+    FileText urdf;
+    PackageFolders packages;
+  };
+
   //! What stands for the collision geometry of a link.
   struct LinkShape {
     enum class Source {
@@ -151,6 +163,8 @@ struct LoadedRobot {
   std::map<std::string, OtherJoint> other_joints;
   //! Null without one.
   std::shared_ptr<const Srdf> srdf;
+  //! Null for a robot that is not from a file.
+  std::shared_ptr<const Origin> origin;
   //! The links with spheres, and of each the rigid body that it belongs to.
   std::map<std::string, std::size_t> bodies;
   //! The frame that positions are most likely asked for: the tip of the chosen group's first chain (its
@@ -158,12 +172,6 @@ struct LoadedRobot {
   //! group; else the link that the most coordinates move, of these the one with the most joints before it, of
   //! these the first.
   std::string tip_frame;
-};
-
-//! The text of a file and its name: for errors, and for a URDF to find the meshes that it names.
-struct FileText {
-  std::string file;
-  std::string text;
 };
 
 //! The files of a robot, read and checked once. From them the robot is made as often as it is wanted, with
@@ -181,8 +189,8 @@ struct FileText {
 //! The spheres of a link come from the file of spheres (YAML, `link: [{center: [x, y, z], radius: r}]`, by
 //! itself, under `collision_spheres`, or under that in `robot_cfg: {kinematics: ...}`; centres in the link's
 //! frame); else from the SRDF; else from its collision geometry, which is spheres alone or is covered by
-//! spheres, unless the options say otherwise. Visuals, inertias, materials and transmissions are not looked
-//! at: a visual mesh may be missing.
+//! spheres, unless the options say otherwise. Inertias, materials and transmissions are not looked at, and
+//! visuals only by those who draw (`DrawRobot`): a visual mesh may be missing.
 //!
 //! @code
 //! kavo::formats::RobotFileOptions options;

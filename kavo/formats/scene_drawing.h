@@ -29,7 +29,9 @@ struct SceneDrawing {
   std::vector<Obstacle> obstacles;
 };
 
-//! The drawing of a world in the frame of the robot's base.
+//! The drawing of a world in the frame of the robot's base. In all, there are no more than 20 000 triangles
+//! of meshes (or twelve for each), 20 000 points of clouds and 4 000 cells of octrees, fewer than they have
+//! where these are more: points are left out evenly, cells joined to larger ones.
 //!
 //! @code
 //! kavo::World world;

@@ -95,6 +95,17 @@ void Surface::addPolygon(const std::vector<std::uint32_t>& corners) {
   }
 }
 
+Surface SurfaceOf(const Eigen::AlignedBox3d& box) {
+  Surface surface;
+  // Bits 0, 1 and 2 of the index are the ends along x, y and z.
+  for (int i = 0; i < 8; ++i) {
+    surface.vertices.push_back(box.corner(static_cast<Eigen::AlignedBox3d::CornerType>(i)));
+  }
+  surface.triangles = {{0, 2, 3}, {0, 3, 1}, {4, 5, 7}, {4, 7, 6}, {0, 1, 5}, {0, 5, 4},
+                       {2, 6, 7}, {2, 7, 3}, {0, 4, 6}, {0, 6, 2}, {1, 3, 7}, {1, 7, 5}};
+  return surface;
+}
+
 std::shared_ptr<const TriangleMesh> MakeMesh(const Surface& surface) {
   const auto bounds_something = [&](const std::array<std::uint32_t, 3>& triangle) {
     const Eigen::Vector3d& a = surface.vertices[triangle[0]];

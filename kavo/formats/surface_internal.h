@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Eigen/Core>
+#include <Eigen/Geometry>
 #include <array>
 #include <cmath>
 #include <cstddef>
@@ -35,6 +36,9 @@ struct Surface {
   //! \param corners Indices of vertices; fewer than three add nothing.
   void addPolygon(const std::vector<std::uint32_t>& corners);
 };
+
+//! The six sides of a box, facing outwards.
+Surface SurfaceOf(const Eigen::AlignedBox3d& box);
 
 //! The mesh of a surface whose vertices are all places; null if none of its triangles has three different
 //! corners.

@@ -125,18 +125,6 @@ void CheckJoint(const XmlFile& xml, const Outline& outline, const Element& joint
   }
 }
 
-Pose3 ReadOrigin(const XmlFile& xml, const Element& element) {
-  const Element* const origin = element.FirstChildElement("origin");
-  if (origin == nullptr) {
-    return Pose3::Identity();
-  }
-  const auto vector = [&](const char* name) {
-    return origin->Attribute(name) == nullptr ? Eigen::Vector3d(Eigen::Vector3d::Zero())
-                                              : xml.vector(*origin, name);
-  };
-  return {RotationFromRpy(vector("rpy")), vector("xyz")};
-}
-
 // Refuses macros: another program expands them.
 void CheckExpanded(const XmlFile& xml) {
   for (const tinyxml2::XMLNode* node = &xml.root(); node != nullptr;) {
@@ -495,6 +483,18 @@ void ReadMimics(const XmlFile& xml, const Outline& outline, const std::vector<st
 }
 
 }  // namespace
+
+Pose3 ReadOrigin(const XmlFile& xml, const XmlFile::Element& element) {
+  const XmlFile::Element* const origin = element.FirstChildElement("origin");
+  if (origin == nullptr) {
+    return Pose3::Identity();
+  }
+  const auto vector = [&](const char* name) {
+    return origin->Attribute(name) == nullptr ? Eigen::Vector3d(Eigen::Vector3d::Zero())
+                                              : xml.vector(*origin, name);
+  };
+  return {RotationFromRpy(vector("rpy")), vector("xyz")};
+}
 
 Urdf ParseUrdf(const std::string& text, const std::string& file) {
   const XmlFile xml(text, file, "robot");

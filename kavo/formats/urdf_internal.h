@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "kavo/formats/xml_internal.h"
 #include "kavo/kinematics/interface/joint_limits.h"
 #include "kavo/kinematics/interface/robot_description_builder.h"
 #include "kavo/math/pose3.h"
@@ -72,6 +73,9 @@ struct Urdf {
   std::map<std::string, std::size_t> link_indices;
   std::map<std::string, std::size_t> joint_indices;
 };
+
+//! What the `<origin>` of an element says; none is the identity.
+Pose3 ReadOrigin(const XmlFile& xml, const XmlFile::Element& element);
 
 //! Throws `FileError` for whatever is wrong with the text.
 Urdf ParseUrdf(const std::string& text, const std::string& file);
