@@ -422,6 +422,7 @@ std::string BenchJson(const std::vector<Problem>& problems, const std::vector<Be
                {"settings", formats::SettingsToJson(AllSettings(settings.Config()))},
                {"planners", Json::array()},
                {"num_wanted", num_wanted},
+               {"stopped", runs.size() != num_wanted},
                {"robot_model", robot_model},
                {"problems", Json::array()},
                {"runs", Json::array()}};
