@@ -44,3 +44,13 @@ build() {
   echo "Building ($preset)"
   quietly "$preset-build" cmake --build --preset "$preset" --parallel "$cores" ${1:+--target "$@"}
 }
+
+# run_in_browser <program.ts> [argument...]: one of those that open pages of the command, made anew, in a browser without a
+# window.
+run_in_browser() {
+  scripts/setup --browser
+  configure release
+  build release kavo_command
+  KAVO_COMMAND="$root/build/release/apps/kavo/kavo" KAVO_SOURCE_DIR="$root" KAVO_CHROMIUM="$(command -v chromium)" \
+    node apps/viewer/run.mjs "$@"
+}
