@@ -91,7 +91,7 @@ export function createJointTable(
   return {
     element: create("div", "table-frame", table),
     write: (time, angles) => {
-      caption.textContent = axis.describe(time);
+      caption.textContent = `Joint values ${axis.describe(time)}`;
       if (angles !== written) {
         written = angles;
         quantities.forEach(({ key, per }, i) => {

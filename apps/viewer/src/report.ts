@@ -90,6 +90,8 @@ export function createReport(document: BenchDocument, linkOf: (run: number) => s
   onlyTrouble.addEventListener("change", showProblems);
   show();
 
+  const hasScenes = document.runs.some((_, run) => linkOf(run) !== null);
+  const hints = hasScenes ? [] : [create("p", "chart-note", "With --keep-plans, each run can be looked at in its scene.")];
   const main = create(
     "main",
     "",
@@ -97,7 +99,7 @@ export function createReport(document: BenchDocument, linkOf: (run: number) => s
     createPart("Outcomes", outcomes.element),
     createPart("Distributions", charts),
     createPart("Times and paths", times.element, paths.element),
-    createPart("Problems", create("div", "report-bar", trouble, count), problems.element),
+    createPart("Problems", ...hints, create("div", "report-bar", trouble, count), problems.element),
     createScope(document),
     createSettings(document.settings),
     createFiles(document),
