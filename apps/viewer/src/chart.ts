@@ -90,6 +90,7 @@ export function createChart(name: string, axis: Axis, seek?: (at: number) => voi
   const cursor = createSvg("line", { class: "chart-cursor" });
   const dots = createSvg("g", { class: "chart-dots" });
   let paths: SVGElement[] = [];
+  let pendingHide: ReturnType<typeof setTimeout> | undefined;
 
   const innerWidth = (): number => Math.max(width - margin.left - right, 1);
   const innerHeight = (): number => Math.max(height - margin.top - margin.bottom, 1);
@@ -212,6 +213,7 @@ export function createChart(name: string, axis: Axis, seek?: (at: number) => voi
   };
 
   const hover = (event: PointerEvent): void => {
+    clearTimeout(pendingHide);
     const box = svg.getBoundingClientRect();
     const at = toPlace(event.clientX - box.left);
     if (seek && event.buttons !== 0) {
@@ -243,7 +245,12 @@ export function createChart(name: string, axis: Axis, seek?: (at: number) => voi
     const above = toY(valueAt(line, at) ?? 0) - tooltip.offsetHeight - 10;
     tooltip.style.top = `${above < 0 ? above + tooltip.offsetHeight + 24 : above}px`;
   };
-  const leave = (): void => {
+  const leave = (event: PointerEvent): void => {
+    // A finger that is lifted leaves time to read what was under it.
+    clearTimeout(pendingHide);
+    pendingHide = setTimeout(hide, event.pointerType === "touch" ? 3000 : 0);
+  };
+  const hide = (): void => {
     tooltip.hidden = true;
     paths.forEach((path) => {
       path.classList.remove("dimmed");
