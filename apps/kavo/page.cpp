@@ -52,6 +52,19 @@ std::string EscapedText(const std::string& text) {
   return Escaped(text, kEscapes);
 }
 
+// Discarded for what is no JSON, and for what is nested deeper than any result: it would be taken apart by
+// recursion.
+Json Parse(const std::string& text) {
+  constexpr int kMostDepth = 64;
+  bool is_too_deep = false;
+  const auto watch = [&](int depth, Json::parse_event_t, Json&) {
+    is_too_deep = is_too_deep || depth > kMostDepth;
+    return !is_too_deep;
+  };
+  Json document = Json::parse(text, watch, false);
+  return is_too_deep ? Json(Json::value_t::discarded) : document;
+}
+
 std::string Title(const Json& document) {
   const auto text = [&](const char* key) {
     const auto found = document.find(key);
@@ -73,7 +86,7 @@ void RequirePage(const std::string& option) {
 
 std::string MakePage(const std::string& json, const std::string& name) {
   RequirePage(name);
-  const Json document = Json::parse(json, nullptr, false);
+  const Json document = Parse(json);
   const auto format = document.is_object() ? document.find("format") : document.end();
   if (document.is_discarded() || format == document.end() ||
       (*format != formats::kPlanFormat && *format != formats::kBenchFormat)) {

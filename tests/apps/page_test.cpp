@@ -87,11 +87,15 @@ TEST_F(PageTest, RefusesWhatItCannotShow) {
   }
   const struct {
     const char* what;
-    const char* text;
+    std::string text;
     const char* error;
   } cases[] = {
       {"a path in CSV", "0,1\n", "expected the JSON that 'kavo plan --json' or 'kavo bench --json' writes"},
       {"another JSON", "{\"path\": [[0, 1]]}", "expected the JSON that 'kavo plan --json'"},
+      {"a bottomless pit",
+       R"({"format": "kavo/plan", "format_version": 1, "x": )" + std::string(300000, '[') +
+           std::string(300000, ']') + "}",
+       "expected the JSON that"},
       {"a version to come", "{\"format\": \"kavo/plan\", \"format_version\": 2}",
        "is in version 2 of its format, this kavo shows version 1"},
   };
