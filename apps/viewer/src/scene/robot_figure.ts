@@ -7,7 +7,6 @@ import {
   Group,
   IcosahedronGeometry,
   InstancedMesh,
-  type Material,
   Matrix4,
   Mesh,
   MeshBasicMaterial,
@@ -20,7 +19,7 @@ import {
 } from "three";
 import { mergeVertices } from "three/examples/jsm/utils/BufferGeometryUtils.js";
 
-import type { Configuration, Contact, Vec3 } from "../document";
+import type { Attachment, Configuration, Contact, Pose, Vec3 } from "../document";
 import { type Kinematics, positionOf, type Transform } from "../kinematics";
 import { dotsAt, Lines } from "./lines";
 import { createShape, meshGeometry, setPose, setTransform } from "./shapes";
@@ -42,19 +41,20 @@ export class RobotFigure {
   private readonly touching: InstancedMesh;
   private readonly rings: InstancedMesh;
   private readonly frames: Group[];
-  private readonly meshes: Mesh[] = [];
-  private readonly attached: { name: string; surfaces: Mesh[] }[] = [];
+  /** Meshes of links and shapes of what is held, with the frames that they stand for. */
+  private readonly surfaces: { frame: number; object: Object3D; material: MeshLambertMaterial }[] = [];
   private readonly chain = new Group();
   private readonly bones: Lines | undefined;
   private readonly joints: Lines;
   private readonly linkOf: number[];
+  private currentStyle: RobotStyle = "spheres";
+  private configuration: Configuration = [];
   private readonly ringMaterial = new MeshBasicMaterial({
     side: DoubleSide,
     depthTest: false,
     transparent: true,
   });
   private readonly contactMaterial = new MeshLambertMaterial();
-  private readonly attachedMaterial: MeshLambertMaterial;
 
   constructor(
     private readonly kinematics: Kinematics,
@@ -75,14 +75,16 @@ export class RobotFigure {
     this.touching = new InstancedMesh(ball, this.contactMaterial, numSpheres);
     this.rings = new InstancedMesh(new RingGeometry(1.0, 1.1, 40), this.ringMaterial, numSpheres);
     this.rings.renderOrder = 5;
-    this.add(this.touching);
-    this.add(this.rings);
+    for (const marks of [this.touching, this.rings]) {
+      // What is pointed at is the sphere beneath.
+      marks.raycast = () => undefined;
+      this.add(marks);
+    }
 
     this.frames = model.frames.map(() => new Group());
     for (const frame of this.frames) {
       this.object.add(frame);
     }
-    this.attachedMaterial = isGhost ? ghostMaterial() : new MeshLambertMaterial();
     this.createMeshes();
     this.createAttachments();
 
@@ -95,23 +97,20 @@ export class RobotFigure {
     }
     this.object.add(this.chain);
     this.chain.visible = !isGhost;
-    this.style = "spheres";
   }
 
   /** Whether there is anything to show beside the spheres. */
-  static hasMeshes(kinematics: Kinematics): boolean {
-    return kinematics.model.frames.some(
-      (frame) => frame.visual_meshes.length > 0 || frame.collision_meshes.length > 0,
-    );
+  get hasMeshes(): boolean {
+    return this.surfaces.length > 0;
   }
 
+  /** Links without a mesh are spheres in either style. */
   set style(style: RobotStyle) {
-    for (const spheres of this.spheres) {
-      spheres.visible = style === "spheres";
+    this.currentStyle = style;
+    for (const { object } of this.surfaces) {
+      object.visible = style === "meshes";
     }
-    for (const mesh of this.meshes) {
-      mesh.visible = style === "meshes";
-    }
+    this.place(this.configuration);
   }
 
   set isChainShown(isShown: boolean) {
@@ -119,11 +118,14 @@ export class RobotFigure {
   }
 
   place(q: Configuration): void {
+    this.configuration = q;
     this.poses = this.kinematics.frames(q);
     this.centres = this.kinematics.sphereCentres(this.poses);
     const matrix = new Matrix4();
-    this.kinematics.spheres.forEach(({ radius }, i) => {
-      matrix.makeScale(radius, radius, radius).setPosition(...(this.centres[i]!));
+    const replaced = new Set(this.currentStyle === "meshes" ? this.surfaces.map(({ frame }) => frame) : []);
+    this.kinematics.spheres.forEach(({ frame, radius }, i) => {
+      const size = replaced.has(frame) ? 0 : radius;
+      matrix.makeScale(size, size, size).setPosition(...this.centres[i]!);
       for (const spheres of this.spheres) {
         spheres.setMatrixAt(i, matrix);
       }
@@ -145,7 +147,7 @@ export class RobotFigure {
     this.mark(this.contacts);
   }
 
-  /** Shows these spheres, and what is held, as touching. */
+  /** Shows these spheres as touching. */
   mark(contacts: Contact[]): void {
     this.contacts = contacts;
     const touching = new Set(contacts.flatMap((contact) => this.spheresOf(contact)));
@@ -164,18 +166,12 @@ export class RobotFigure {
     }
     this.touching.instanceMatrix.needsUpdate = true;
     this.touching.boundingSphere = null;
-    for (const { name, surfaces } of this.attached) {
-      const touches = contacts.some(({ frame, other_frame }) => frame === name || other_frame === name);
-      for (const surface of surfaces) {
-        surface.material = touches ? this.contactMaterial : this.attachedMaterial;
-      }
-    }
   }
 
   /** Where a label of this contact belongs, relative to the base. */
   placeOf(contact: Contact): Vec3 {
     const sphere = this.spheresOf(contact)[0];
-    const frame = this.kinematics.frameNamed(this.carrierOf(contact.frame));
+    const frame = this.kinematics.frameNamed(contact.frame);
     return (
       (sphere === undefined ? undefined : this.centres[sphere]) ??
       positionOf(this.poses[frame ?? this.kinematics.tip]!)
@@ -196,35 +192,28 @@ export class RobotFigure {
   }
 
   applyTheme(theme: Theme): void {
-    const colours = theme.links.map((colour) => new Color(colour));
-    const colourOf = (frame: number): Color => colours[(this.linkOf[frame] ?? 0) % colours.length]!;
+    const held = new Set(this.kinematics.model.attachments.map((attachment) => this.frameOf(attachment)));
+    const colourOf = (frame: number): string =>
+      held.has(frame) ? theme.attached : theme.links[this.linkOf[frame]! % theme.links.length]!;
     const ghost = this.kind === "start" ? theme.start : theme.goal;
-    if (this.kind === "robot") {
-      for (const spheres of this.spheres) {
+    for (const spheres of this.spheres) {
+      if (this.kind === "robot") {
         this.kinematics.spheres.forEach(({ frame }, i) => {
-          spheres.setColorAt(i, colourOf(frame));
+          spheres.setColorAt(i, new Color(colourOf(frame)));
         });
         if (spheres.instanceColor) {
           spheres.instanceColor.needsUpdate = true;
         }
-      }
-    } else {
-      for (const { material } of this.spheres) {
-        colourGhost(material as MeshLambertMaterial, ghost, theme);
+      } else {
+        colourGhost(spheres.material as MeshLambertMaterial, ghost, theme);
       }
     }
-    for (const mesh of this.meshes) {
-      const material = mesh.material as MeshLambertMaterial;
+    for (const { frame, material } of this.surfaces) {
       if (this.kind === "robot") {
-        material.color.copy(colourOf(Number(mesh.userData.frame)));
+        material.color.set(colourOf(frame));
       } else {
         colourGhost(material, ghost, theme);
       }
-    }
-    if (this.kind === "robot") {
-      this.attachedMaterial.color.set(theme.attached);
-    } else {
-      colourGhost(this.attachedMaterial, ghost, theme);
     }
     this.contactMaterial.color.set(theme.contact);
     this.contactMaterial.emissive.set(theme.contact).multiplyScalar(0.35);
@@ -237,14 +226,10 @@ export class RobotFigure {
 
   /** The name of what a ray has hit, if it is part of this robot. */
   nameOf(object: Object3D, instance: number | undefined): string | undefined {
-    const { frames } = this.kinematics.model;
-    if (this.spheres.includes(object as InstancedMesh) && instance !== undefined) {
-      return frames[this.kinematics.spheres[instance]?.frame ?? -1]?.name;
-    }
-    if (this.meshes.includes(object as Mesh)) {
-      return frames[Number(object.userData.frame)]?.name;
-    }
-    return this.attached.find(({ surfaces }) => surfaces.includes(object as Mesh))?.name;
+    const frame = this.spheres.includes(object as InstancedMesh)
+      ? this.kinematics.spheres[instance ?? -1]?.frame
+      : this.surfaces.find((surface) => surface.object === object)?.frame;
+    return this.kinematics.model.frames[frame ?? -1]?.name;
   }
 
   private add(spheres: InstancedMesh): void {
@@ -259,12 +244,7 @@ export class RobotFigure {
       for (const part of parts) {
         const geometry = meshGeometry(part);
         for (const material of passes(this.kind)) {
-          const mesh = new Mesh(geometry, material);
-          mesh.userData.frame = f;
-          mesh.renderOrder = orderOf(material);
-          setPose(mesh, part.pose);
-          this.meshes.push(mesh);
-          this.frames[f]?.add(mesh);
+          this.addSurface(f, f, part.pose, new Mesh(geometry, material), material);
         }
       }
     });
@@ -272,20 +252,28 @@ export class RobotFigure {
 
   private createAttachments(): void {
     for (const attachment of this.kinematics.model.attachments) {
-      const shape = createShape(attachment.shape, {
-        surface: this.attachedMaterial,
-        points: new PointsMaterial({ size: 0.006 }),
-      });
-      if (shape) {
-        setPose(shape, attachment.pose);
-        this.frames[this.kinematics.frameNamed(attachment.frame) ?? 0]?.add(shape);
-        this.attached.push({ name: attachment.name, surfaces: shape instanceof Mesh ? [shape as Mesh] : [] });
+      const carrier = this.kinematics.frameNamed(attachment.frame) ?? 0;
+      for (const material of passes(this.kind)) {
+        const points = new PointsMaterial({ size: 0.006 });
+        const shape = createShape(attachment.shape, { surface: material, points });
+        if (shape) {
+          this.addSurface(this.frameOf(attachment), carrier, attachment.pose, shape, material);
+        }
       }
     }
   }
 
-  private carrierOf(name: string): string {
-    return this.kinematics.model.attachments.find((attachment) => attachment.name === name)?.frame ?? name;
+  private addSurface(frame: number, carrier: number, pose: Pose, object: Object3D, material: MeshLambertMaterial): void {
+    object.renderOrder = orderOf(material);
+    object.visible = false;
+    setPose(object, pose);
+    this.surfaces.push({ frame, object, material });
+    this.frames[carrier]?.add(object);
+  }
+
+  // What is held has a frame of its own name for its spheres.
+  private frameOf(attachment: Attachment): number {
+    return this.kinematics.frameNamed(attachment.name) ?? this.kinematics.frameNamed(attachment.frame) ?? 0;
   }
 
   private spheresOf(contact: Contact): number[] {
@@ -323,14 +311,14 @@ function ghostMaterial(): MeshLambertMaterial {
 }
 
 // A ghost of many parts is seen through as one: first only its depth, then its nearest surface.
-function passes(kind: RobotKind): Material[] {
+function passes(kind: RobotKind): MeshLambertMaterial[] {
   return kind === "robot"
     ? [new MeshLambertMaterial()]
     : [new MeshLambertMaterial({ colorWrite: false, transparent: true, ...behind }), ghostMaterial()];
 }
 
 // Behind obstacles that are seen through.
-function orderOf(material: Material): number {
+function orderOf(material: MeshLambertMaterial): number {
   return !material.transparent ? 0 : material.colorWrite ? 2 : 1;
 }
 

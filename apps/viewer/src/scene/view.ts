@@ -174,7 +174,7 @@ class DrawnScene implements SceneView {
   ) {
     this.kinematics = new Kinematics(document.robot_model);
     this.robot = new RobotFigure(this.kinematics, "robot");
-    this.hasMeshes = RobotFigure.hasMeshes(this.kinematics);
+    this.hasMeshes = this.robot.hasMeshes;
     this.ghosts = ghostsOf(document).map((ghost) => ({
       ghost,
       figure: new RobotFigure(this.kinematics, ghost.kind),
