@@ -65,6 +65,7 @@ const leastRight = 58;
 const labelIndent = 12;
 const letterWidth = 7;
 const labelHeight = 13;
+const labelMargin = 10;
 const pixelsPerTick = 50;
 
 let numCharts = 0;
@@ -118,7 +119,7 @@ export function createChart(name: string, axis: Axis, seek?: (at: number) => voi
     if (!content || width === 0) {
       return;
     }
-    numLabelColumns = Math.ceil((content.lines.length * labelHeight) / innerHeight());
+    numLabelColumns = Math.max(Math.ceil(((content.lines.length - 1) * labelHeight) / (innerHeight() - labelMargin)), 1);
     labelWidth = letterWidth * Math.max(...content.lines.map(({ label }) => label.length), 1);
     right = Math.max(leastRight, labelIndent + numLabelColumns * labelWidth);
     svg.setAttribute("width", String(width));
@@ -201,7 +202,8 @@ export function createChart(name: string, axis: Axis, seek?: (at: number) => voi
     });
     ends.sort((a, b) => a.at - b.at);
     // Not down to the unit of the axis.
-    spread(ends, margin.top + 4, height - margin.bottom - 6, labelHeight / numLabelColumns);
+    const bottom = height - margin.bottom - 0.6 * labelMargin;
+    spread(ends, margin.top + 0.4 * labelMargin, bottom, labelHeight / numLabelColumns);
     const x = margin.left + innerWidth();
     return ends.flatMap(({ line, at, y: place }, i) => [
       createSvg("path", {

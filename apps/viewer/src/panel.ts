@@ -1,8 +1,8 @@
 // The panel beside the scene: what came of the plan, how far it is proven, and what it takes to run it again.
 
-import type { Check, Configuration, Goal, GoalReport, PlanDocument, Shape, Stage } from "./document";
+import type { Check, Configuration, FileRecord, Goal, GoalReport, PlanDocument, Shape, Stage } from "./document";
 import { create, createButton } from "./dom";
-import { createFacts, createFold, createPart, createTable, type Cell } from "./tables";
+import { createFacts, createFold, createPart, createTable, type Fact } from "./tables";
 import { formatDistance, formatNumber, formatTime } from "./text";
 
 export function createPanel(document: PlanDocument): HTMLElement {
@@ -143,16 +143,15 @@ function createTrajectoryPart({ trajectory }: PlanDocument): HTMLElement[] {
 
 // ----- What was asked for
 
-function createGoals(document: PlanDocument): HTMLElement {
-  const stages = document.stages;
+function createGoals({ stages, start, joint_names: names }: PlanDocument): HTMLElement {
   const several = stages.length > 1;
   const part = createPart(several ? "Stages" : "Goal");
   stages.forEach((stage, i) => {
+    const kind = stage.kind === "line" ? "Line" : "Free motion";
     if (several) {
-      part.append(create("h3", "", `${i + 1}. ${stage.kind === "line" ? "A line" : "A free motion"}: ${describeEnd(stage)}`));
-    } else {
-      part.append(create("p", "", `${stage.kind === "line" ? "A line. " : ""}${capitalise(describeEnd(stage))}.`));
+      part.append(create("h3", "", `${i + 1}. ${kind}`));
     }
+    part.append(create("p", "", `${capitalise(describeEnd(stage))}.`));
     if (stage.line) {
       const { end, fraction, deviation, angle } = stage.line;
       part.append(
@@ -162,18 +161,19 @@ function createGoals(document: PlanDocument): HTMLElement {
         ]),
       );
     }
-    part.append(
-      create("ol", "goals", ...stage.goals.map((goal, k) => createGoal(goal, k === stage.goal, stage.goal_reports?.[k], document.joint_names))),
-    );
+    const goals = stage.goals.map((goal, k) => createGoal(goal, k === stage.goal, stage.goal_reports?.[k], names));
+    part.append(goals.length > 1 ? create("ol", "", ...goals.map((goal) => create("li", "", goal))) : create("div", "", ...goals));
   });
-  part.append(createFold("Joint values of the start", createValues(document.joint_names, document.start)));
+  part.append(createFold("Joint values of the start", createValues(names, start)));
   return part;
 }
 
 function describeEnd({ status, goal, goals, first_waypoint: first, last_waypoint: last }: Stage): string {
-  const which = goals.length > 1 && typeof goal === "number" ? ` goal ${goal + 1} of ${goals.length},` : "";
-  const where = first !== undefined && last !== undefined && last > first ? ` waypoints ${first + 1} to ${last + 1}` : "";
-  return `${status ?? "not reached"}${which === "" && where === "" ? "" : ":"}${which}${where}`.replace(/,$/, "");
+  const parts = [
+    goals.length > 1 && typeof goal === "number" ? `goal ${goal + 1} of ${goals.length}` : "",
+    typeof first === "number" && typeof last === "number" && last > first ? `waypoints ${first + 1} to ${last + 1}` : "",
+  ].filter((part) => part !== "");
+  return `${status ?? "not reached"}${parts.length > 0 ? `: ${parts.join(", ")}` : ""}`;
 }
 
 function capitalise(text: string): string {
@@ -181,35 +181,32 @@ function capitalise(text: string): string {
 }
 
 function createGoal(goal: Goal, isReached: boolean, report: GoalReport | undefined, names: readonly string[]): HTMLElement {
-  const item = create("li", isReached ? "reached" : "");
-  const mark = isReached ? "reached: " : "";
-  if (Array.isArray(goal)) {
-    item.append(`${mark}a configuration`, createFold("Joint values", createValues(names, goal)));
-  } else if ("configuration" in goal) {
-    const range = (name: string, values: readonly number[]): Cell => `${name} ${values.map((value) => formatNumber(value)).join(", ")}`;
-    item.append(
-      `${mark}a configuration with tolerances`,
-      createFold("Joint values", createValues(names, goal.configuration)),
-      create("p", "", range("below", goal.below)),
-      create("p", "", range("above", goal.above)),
-    );
-  } else {
-    const numbers = (values: readonly number[]): string => values.map((value) => formatNumber(value, 4)).join(", ");
-    item.append(
-      `${mark}${goal.orientation ? "a pose" : "a position"} of ${goal.frame}`,
+  const title = (what: string): HTMLElement => create("p", isReached ? "reached" : "", `${isReached ? "Reached: " : ""}${what}`);
+  const numbers = (values: readonly number[]): string => values.map((value) => formatNumber(value, 4)).join(", ");
+  const ends = report ? reportFacts(report, names) : [];
+  if (!Array.isArray(goal) && "position" in goal) {
+    return create(
+      "div",
+      "",
+      title(`${goal.orientation ? "a pose" : "a position"} of ${goal.frame}`),
       createFacts([
         ["Position", `${numbers(goal.position)} m`],
         ["Orientation", goal.orientation ? `${numbers(goal.orientation)} (x y z w)` : null],
         ["Tolerances", describeTolerances(goal.position_tolerance, goal.orientation_tolerance)],
         ["Free", describeFree(goal.free_translations, goal.free_rotations)],
         ["Regions", goal.regions ? String(goal.regions.length) : null],
+        ...ends,
       ]),
     );
   }
-  if (report) {
-    item.append(createReport(report, names));
-  }
-  return item;
+  const range = Array.isArray(goal) ? null : goal;
+  return create(
+    "div",
+    "",
+    title(range ? "a configuration with tolerances" : "a configuration"),
+    createFold("Joint values", createValues(names, Array.isArray(goal) ? goal : goal.configuration)),
+    createFacts([["Down by", range && numbers(range.below)], ["Up by", range && numbers(range.above)], ...ends]),
+  );
 }
 
 function describeTolerances(position: number | null | undefined, orientation: number | null | undefined): string | null {
@@ -229,10 +226,10 @@ function describeFree(translations: readonly boolean[] | undefined, rotations: r
   return free.length > 0 ? free.join(", ") : null;
 }
 
-function createReport(report: GoalReport, names: readonly string[]): HTMLElement {
+function reportFacts(report: GoalReport, names: readonly string[]): Fact[] {
   const { nearest, fault } = report;
   const atLimits = nearest?.coordinates_at_limits.map((joint) => names[joint] ?? String(joint + 1)) ?? [];
-  return createFacts([
+  return [
     [
       "Configurations",
       `${report.num_configurations} valid, ${report.num_rejected} not valid` +
@@ -248,7 +245,7 @@ function createReport(report: GoalReport, names: readonly string[]): HTMLElement
     ],
     ["Fault", fault ? describeFault(fault, names) : null],
     ["Clearance", report.is_too_close ? "less than was asked for" : null],
-  ]);
+  ];
 }
 
 function describeFault(fault: NonNullable<GoalReport["fault"]>, names: readonly string[]): string {
@@ -304,14 +301,17 @@ function createProvenance(document: PlanDocument): HTMLElement {
     ]),
   );
   if (document.files.length > 0) {
-    const rows = document.files.map(({ role, name, sha256 }) => {
-      const hash = create("code", "", sha256 === null || sha256 === "" ? "-" : sha256.slice(0, 12));
-      hash.title = sha256 ?? "";
-      return [name, role, hash];
-    });
-    part.append(createTable("Files that were read", ["File", "Role", "SHA-256"], rows));
+    part.append(create("h3", "", "Files that were read"), createFiles(document.files));
   }
   return part;
+}
+
+/** Each with the hash by which it can be told whether it has changed. */
+export function createFiles(files: readonly FileRecord[]): HTMLElement {
+  const items = files.map(({ role, name, sha256 }) =>
+    create("li", "", `${role}: ${name} `, create("code", "hash", sha256 ? `SHA-256 ${sha256}` : "no hash")),
+  );
+  return create("ul", "", ...items);
 }
 
 /** As one types it: words that a shell would take apart are quoted. */

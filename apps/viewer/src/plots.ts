@@ -57,10 +57,15 @@ function playingAxis(motion: Motion): Axis {
   return {
     length: duration,
     label: "waypoint",
+    // Counted from one, as the program does.
     ticks: (count) =>
       linearTicks(0, last, count)
         .filter((at) => Number.isInteger(at))
-        .map((at) => ({ at: motion.fromProfile(at), label: String(at) })),
-    describe: (time) => `at waypoint ${motion.toProfile(time).toFixed(2)}`,
+        .map((at) => ({ at: motion.fromProfile(at), label: String(at + 1) })),
+    describe: (time) => {
+      const at = motion.toProfile(time);
+      const segment = Math.min(Math.floor(at), last - 1);
+      return `on segment ${segment + 1} of ${last} at ${(100 * (at - segment)).toFixed(0)} %`;
+    },
   };
 }

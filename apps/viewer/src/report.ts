@@ -18,8 +18,8 @@ import { createChart, createFigure, extremes, type Axis, type ChartLine } from "
 import type { BenchDocument, BenchProblem, BenchRun } from "./document";
 import { create } from "./dom";
 import { createSortableTable, type Column } from "./sortable_table";
-import { createFacts, createFold, createPart, createTable } from "./tables";
-import { createSettings } from "./panel";
+import { createFacts, createPart } from "./tables";
+import { createFiles, createSettings } from "./panel";
 import { formatDistance, formatNumber, formatTime } from "./text";
 import { linearTicks, logTicks } from "./ticks";
 
@@ -102,7 +102,7 @@ export function createReport(document: BenchDocument, linkOf: (run: number) => s
     createPart("Problems", ...hints, create("div", "report-bar", trouble, count), problems.element),
     createScope(document),
     createSettings(document.settings),
-    createFiles(document),
+    createProvenance(document),
   );
   return create("div", "report-page", createHeader(document), main);
 }
@@ -427,14 +427,13 @@ function createScope({ problems, runs }: BenchDocument): HTMLElement {
   return createPart("What this holds for", create("ul", "", ...lines.map((line) => create("li", "", line))));
 }
 
-function createFiles({ files, version, robot }: BenchDocument): HTMLElement {
-  const rows = files.map(({ role, name, sha256 }) => [name, role, sha256 ?? dash]);
+function createProvenance({ files, version, robot }: BenchDocument): HTMLElement {
   return createPart(
     "Provenance",
     createFacts([
       ["Version", version],
       ["Robot", robot],
     ]),
-    createFold(`${files.length} files`, createTable("Files that were read", ["File", "Role", "SHA-256"], rows)),
+    createFiles(files),
   );
 }

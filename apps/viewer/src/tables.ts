@@ -4,8 +4,11 @@ import { create } from "./dom";
 
 export type Cell = string | Node;
 
-/** Names and what they are; nothing of those without a value. */
-export function createFacts(facts: readonly (readonly [string, Cell | null])[]): HTMLElement {
+/** A name and what it is. */
+export type Fact = readonly [string, Cell | null];
+
+/** Without those that are null. */
+export function createFacts(facts: readonly Fact[]): HTMLElement {
   return create(
     "dl",
     "facts",
