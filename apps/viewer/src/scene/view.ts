@@ -239,7 +239,7 @@ class DrawnScene implements SceneView {
       case "raw":
       case "startTree":
       case "goalTree":
-        this.toolLines[name].visible = isOn;
+        this.toolLines.show(name, isOn);
         break;
     }
     this.change();
@@ -315,9 +315,7 @@ class DrawnScene implements SceneView {
       this.ghostGroup.add(triad);
     }
     this.axes.add(this.createTriad(axisLength));
-    const { trace, raw, startTree, goalTree } = this.toolLines;
-    this.base.add(this.robot.object, this.ghostGroup, trace, raw, startTree, goalTree);
-    this.base.add(this.obstacleGroup.object, this.axes);
+    this.base.add(this.robot.object, this.ghostGroup, this.toolLines.object, this.obstacleGroup.object, this.axes);
   }
 
   private createTriad(length: number): Group {
