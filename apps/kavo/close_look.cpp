@@ -108,33 +108,29 @@ void DividePath(const std::vector<Eigen::VectorXd>& path, std::vector<double>& a
 
 }  // namespace
 
-std::vector<formats::SearchDrawing> Thinned(const std::vector<SearchRecord>& searches,
-                                            std::size_t max_nodes) {
-  std::vector<formats::SearchDrawing> drawings;
-  for (const SearchRecord& search : searches) {
-    formats::SearchDrawing& drawing = drawings.emplace_back();
-    drawing.planner = search.planner;
-    drawing.raw_path = search.raw_path;
-    for (const SearchTree& tree : search.trees) {
-      auto& [thin, num_nodes] = drawing.trees.emplace_back();
-      thin.root = tree.root;
-      num_nodes = tree.nodes.size();
-      const std::size_t stride = (tree.nodes.size() + max_nodes - 1) / std::max<std::size_t>(max_nodes, 1);
-      // Of each node what stands for it among those that are left: parents come first.
-      std::vector<std::size_t> stand_ins;
-      for (std::size_t i = 0; i < tree.nodes.size() && max_nodes > 0; ++i) {
-        const std::optional<std::size_t>& parent = tree.parents[i];
-        if (parent && i % stride != 0) {
-          stand_ins.push_back(stand_ins[*parent]);
-          continue;
-        }
-        stand_ins.push_back(thin.nodes.size());
-        thin.nodes.push_back(tree.nodes[i]);
-        thin.parents.push_back(parent ? std::optional(stand_ins[*parent]) : std::nullopt);
+formats::SearchDrawing Thinned(const SearchRecord& search, std::size_t max_nodes) {
+  formats::SearchDrawing drawing;
+  drawing.planner = search.planner;
+  drawing.raw_path = search.raw_path;
+  for (const SearchTree& tree : search.trees) {
+    auto& [thin, num_nodes] = drawing.trees.emplace_back();
+    thin.root = tree.root;
+    num_nodes = tree.nodes.size();
+    const std::size_t stride = (tree.nodes.size() + max_nodes - 1) / std::max<std::size_t>(max_nodes, 1);
+    // Of each node what stands for it among those that are left: parents come first.
+    std::vector<std::size_t> stand_ins;
+    for (std::size_t i = 0; i < tree.nodes.size() && max_nodes > 0; ++i) {
+      const std::optional<std::size_t>& parent = tree.parents[i];
+      if (parent && i % stride != 0) {
+        stand_ins.push_back(stand_ins[*parent]);
+        continue;
       }
+      stand_ins.push_back(thin.nodes.size());
+      thin.nodes.push_back(tree.nodes[i]);
+      thin.parents.push_back(parent ? std::optional(stand_ins[*parent]) : std::nullopt);
     }
   }
-  return drawings;
+  return drawing;
 }
 
 std::vector<formats::InspectionRecord> InspectAttempt(const Attempt& attempt, const Situation& situation) {

@@ -11,9 +11,9 @@
 
 namespace kavo::command {
 
-//! The searches with no more than so many nodes of each tree, evenly left out: a node hangs on the nearest
-//! one towards the root that is left.
-std::vector<formats::SearchDrawing> Thinned(const std::vector<SearchRecord>& searches, std::size_t max_nodes);
+//! The search with no more than so many nodes of each tree beside its roots; others are evenly left out: a
+//! node hangs on the nearest one towards the root that is left.
+formats::SearchDrawing Thinned(const SearchRecord& search, std::size_t max_nodes);
 
 //! What is to be seen of an attempt at rest: its start, the goals of the stage that was tried last as far as
 //! configurations of them are known, where a line ended early, and what the check of the path complains of.

@@ -295,7 +295,11 @@ class Planning {
       return stop();
     });
     if (IsRecorded()) {
-      planner->setSearchObserver([&](const SearchRecord& search) { attempt.searches.push_back(search); });
+      const std::size_t num_nodes =
+          options_.num_tree_nodes.value_or(html_file_.IsWanted() ? kNumNodesShown : 0);
+      planner->setSearchObserver([&attempt, num_nodes](const SearchRecord& search) {
+        attempt.searches.push_back(Thinned(search, num_nodes));
+      });
     }
     const bool interpolates = step_size >= kLeastStepInterpolated;
     if (!interpolates && IsRecorded()) {
@@ -427,8 +431,7 @@ class Planning {
     if (made_trajectory_) {
       record.trajectory = made_trajectory_->record;
     }
-    record.searches = Thinned(attempt.searches,
-                              options_.num_tree_nodes.value_or(html_file_.IsWanted() ? kNumNodesShown : 0));
+    record.searches = attempt.searches;
     record.inspections = InspectAttempt(attempt, situation_);
     record.profile = ProfileOf(attempt, situation_, record.trajectory ? &*record.trajectory : nullptr);
     return record;

@@ -5,10 +5,10 @@
 
 #include "apps/kavo/path_checking.h"
 #include "apps/kavo/situation.h"
+#include "kavo/formats/plan_record.h"
 #include "kavo/motion_planning/interface/motion_planner.h"
 #include "kavo/motion_planning/interface/motion_planner_config.h"
 #include "kavo/motion_planning/interface/query_report.h"
-#include "kavo/motion_planning/interface/search_record.h"
 #include "kavo/motion_planning/interface/stage.h"
 
 namespace kavo::command {
@@ -21,7 +21,7 @@ struct Attempt {
   std::vector<StagedResults::Part> parts;
   QueryReport report;
   //! Empty unless they are to be shown.
-  std::vector<SearchRecord> searches;
+  std::vector<formats::SearchDrawing> searches;
   //! Empty without a path, and where none is wanted.
   std::optional<CheckedPath> check;
 

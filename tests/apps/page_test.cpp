@@ -153,7 +153,7 @@ TEST(ThinnedTest, LeavesRootsAndHangsNodesOnTheNearestOneThatIsLeft) {
     search.trees[0].nodes.push_back(Vec({static_cast<double>(i)}));
     search.trees[0].parents.push_back(i < 2 ? std::nullopt : std::optional(i - 2));
   }
-  const formats::SearchDrawing::Tree drawn = command::Thinned({search}, 3)[0].trees[0];
+  const formats::SearchDrawing::Tree drawn = command::Thinned(search, 3).trees[0];
   const SearchTree& thin = drawn.tree;
   std::vector<double> left;
   for (const Eigen::VectorXd& q : thin.nodes) {
@@ -163,7 +163,7 @@ TEST(ThinnedTest, LeavesRootsAndHangsNodesOnTheNearestOneThatIsLeft) {
   using Parents = std::vector<std::optional<std::size_t>>;
   EXPECT_EQ(thin.parents, (Parents{std::nullopt, std::nullopt, 0u, 2u}));
   EXPECT_EQ(drawn.num_nodes, 10u);
-  EXPECT_TRUE(command::Thinned({search}, 0)[0].trees[0].tree.nodes.empty());
+  EXPECT_TRUE(command::Thinned(search, 0).trees[0].tree.nodes.empty());
 }
 
 }  // namespace
