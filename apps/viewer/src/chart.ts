@@ -61,7 +61,7 @@ export function lineClass(style: number): string {
 
 const margin = { left: 48, top: 8, bottom: 20 };
 // Beside the lines, for their labels.
-const leastRight = 58;
+const leastRight = 48;
 const labelIndent = 12;
 const letterWidth = 7;
 const labelHeight = 13;
@@ -120,8 +120,8 @@ export function createChart(name: string, axis: Axis, seek?: (at: number) => voi
       return;
     }
     numLabelColumns = Math.max(Math.ceil(((content.lines.length - 1) * labelHeight) / (innerHeight() - labelMargin)), 1);
-    labelWidth = letterWidth * Math.max(...content.lines.map(({ label }) => label.length), 1);
-    right = Math.max(leastRight, labelIndent + numLabelColumns * labelWidth);
+    labelWidth = letterWidth * Math.max(...content.lines.map(({ label }) => label.length));
+    right = Math.max(labelIndent + numLabelColumns * labelWidth, axis.label === "" ? 0 : leastRight) + labelMargin;
     svg.setAttribute("width", String(width));
     svg.setAttribute("height", String(height));
     cursor.setAttribute("y1", String(margin.top));
@@ -196,7 +196,8 @@ export function createChart(name: string, axis: Axis, seek?: (at: number) => voi
 
   // Beside the ends of the lines, pushed apart where they would cover each other.
   const drawLabels = (lines: ChartLine[], y: (value: number) => number): SVGElement[] => {
-    const ends = lines.flatMap((line) => {
+    const named = lines.filter(({ label }) => label !== "");
+    const ends = named.flatMap((line) => {
       const last = line.values.filter((value) => value !== null).at(-1);
       return last === undefined ? [] : [{ line, at: y(last), y: y(last) }];
     });

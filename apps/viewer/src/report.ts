@@ -195,7 +195,7 @@ function outcomeColumns(severalPlanners: boolean): Column<GroupRow>[] {
 }
 
 function describeFailures({ failures }: Figures): string {
-  return failures.size === 0 ? dash : [...failures].map(([status, count]) => `${count} ${status}`).join(", ");
+  return failures.size === 0 ? dash : [...failures].map(([status, count]) => `${status}: ${count}`).join(", ");
 }
 
 function timeColumns(severalPlanners: boolean): Column<GroupRow>[] {
