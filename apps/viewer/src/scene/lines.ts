@@ -25,16 +25,14 @@ export class Lines {
     this.material = new LineMaterial({
       linewidth: look.width,
       dashed: look.dash !== undefined,
-      // Also where nothing shines through: one shader serves all lines.
+      dashSize: look.dash?.on ?? 1,
+      gapSize: look.dash?.off ?? 0,
+      // Also where nothing shines through: one shader serves all that have no gaps.
       transparent: true,
       opacity: look.opacity ?? 1,
       depthTest: look.isOnTop !== true,
       depthWrite: look.isOnTop !== true,
     });
-    if (look.dash) {
-      this.material.dashSize = look.dash.on;
-      this.material.gapSize = look.dash.off;
-    }
     this.geometry.setPositions(ends.flat());
     this.object = new LineSegments2(this.geometry, this.material);
     this.object.renderOrder = look.isOnTop ? 4 : 0;

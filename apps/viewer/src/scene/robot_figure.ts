@@ -6,6 +6,7 @@ import {
   DynamicDrawUsage,
   Group,
   IcosahedronGeometry,
+  InstancedBufferAttribute,
   InstancedMesh,
   Matrix4,
   Mesh,
@@ -54,7 +55,7 @@ export class RobotFigure {
     depthTest: false,
     transparent: true,
   });
-  private readonly contactMaterial = new MeshLambertMaterial();
+  private readonly contactMaterial = solidMaterial();
 
   constructor(
     private readonly kinematics: Kinematics,
@@ -68,17 +69,16 @@ export class RobotFigure {
     const ball = ballGeometry(isGhost || numSpheres > 150 ? 2 : 4);
     for (const material of passes(kind)) {
       const spheres = new InstancedMesh(ball, material, numSpheres);
-      spheres.renderOrder = orderOf(material);
       this.spheres.push(spheres);
-      this.add(spheres);
+      this.add(spheres, orderOf(material));
     }
     this.touching = new InstancedMesh(ball, this.contactMaterial, numSpheres);
     this.rings = new InstancedMesh(new RingGeometry(1.0, 1.1, 40), this.ringMaterial, numSpheres);
-    this.rings.renderOrder = 5;
+    this.add(this.touching, orderOf(this.contactMaterial));
+    this.add(this.rings, 5);
     for (const marks of [this.touching, this.rings]) {
       // What is pointed at is the sphere beneath.
       marks.raycast = () => undefined;
-      this.add(marks);
     }
 
     this.frames = model.frames.map(() => new Group());
@@ -232,8 +232,11 @@ export class RobotFigure {
     return this.kinematics.model.frames[frame ?? -1]?.name;
   }
 
-  private add(spheres: InstancedMesh): void {
+  private add(spheres: InstancedMesh, order: number): void {
+    // Colours for all of them, whether they differ or not: the same shader again.
+    spheres.instanceColor = new InstancedBufferAttribute(new Float32Array(3 * spheres.count).fill(1), 3);
     spheres.instanceMatrix.setUsage(DynamicDrawUsage);
+    spheres.renderOrder = order;
     spheres.frustumCulled = false;
     this.object.add(spheres);
   }
@@ -303,6 +306,11 @@ function linkIndices(kinematics: Kinematics): number[] {
   );
 }
 
+// Nothing shines through, and yet it counts as transparent, as ghosts do: one shader serves both.
+function solidMaterial(): MeshLambertMaterial {
+  return new MeshLambertMaterial({ transparent: true });
+}
+
 // Where a ghost stands in the same place as the robot, it is behind.
 const behind = { polygonOffset: true, polygonOffsetFactor: 2, polygonOffsetUnits: 8 };
 
@@ -313,13 +321,13 @@ function ghostMaterial(): MeshLambertMaterial {
 // A ghost of many parts is seen through as one: first only its depth, then its nearest surface.
 function passes(kind: RobotKind): MeshLambertMaterial[] {
   return kind === "robot"
-    ? [new MeshLambertMaterial()]
+    ? [solidMaterial()]
     : [new MeshLambertMaterial({ colorWrite: false, transparent: true, ...behind }), ghostMaterial()];
 }
 
-// Behind obstacles that are seen through.
+// What is solid first, ghosts next, behind obstacles that are seen through.
 function orderOf(material: MeshLambertMaterial): number {
-  return !material.transparent ? 0 : material.colorWrite ? 2 : 1;
+  return !material.colorWrite ? 1 : material.depthWrite ? -1 : 2;
 }
 
 function colourGhost(material: MeshLambertMaterial, colour: string, theme: Theme): void {
