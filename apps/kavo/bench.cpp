@@ -38,6 +38,8 @@ struct BenchOptions {
   std::optional<std::string> json_file;
   std::optional<std::string> html_file;
   bool keeps_plans = false;
+  // Of the whole command.
+  std::vector<std::string> arguments;
 };
 
 // Those that are compared, or the one of the settings.
@@ -50,6 +52,13 @@ std::vector<planning::CSpacePlanner> Planners(const BenchOptions& options, const
     planners.push_back(ParsePlanner("--compare", name));
   }
   return planners;
+}
+
+void AddMeshes(const std::vector<std::string>& names,
+               std::vector<std::pair<std::string, std::string>>& files) {
+  for (const std::string& name : names) {
+    files.emplace_back("mesh", name);
+  }
 }
 
 int Bench(const BenchOptions& options) {
@@ -73,15 +82,15 @@ int Bench(const BenchOptions& options) {
     throw UnusableInput("the seed leaves no room for the repeats");
   }
   const std::vector<Problem> problems = ReadProblems(options.directory, options.families, situations);
-  std::vector<std::pair<std::string, std::string>> files = options.robot.Files();
+  std::vector<std::pair<std::string, std::string>> inputs = options.robot.Files();
   for (auto& file : MeshFiles(robot)) {
-    files.push_back(std::move(file));
+    inputs.push_back(std::move(file));
   }
-  files.emplace_back("config", options.planner.File());
-  std::vector<std::pair<std::string, std::string>> inputs = files;
+  inputs.emplace_back("config", options.planner.File());
   for (const Problem& problem : problems) {
     inputs.emplace_back("scene", problem.scene_file);
     inputs.emplace_back("request", problem.request_file);
+    AddMeshes(problem.situation.mesh_files, inputs);
   }
   OutputFile json_file("--json", options.json_file, inputs);
   OutputFile html_file("--html", options.html_file, inputs);
@@ -91,10 +100,16 @@ int Bench(const BenchOptions& options) {
   const std::vector<BenchRun> runs = RunProblems(problems, settings, plan);
   const std::size_t num_wanted =
       problems.size() * static_cast<std::size_t>(plan.num_repeats) * plan.planners.size();
-  const std::string json = json_file.IsWanted() || html_file.IsWanted()
-                               ? BenchJson(problems, runs, plan.planners, num_wanted, robot, settings,
-                                           HashFiles(files), options.keeps_plans)
-                               : "";
+  std::string json;
+  if (json_file.IsWanted() || html_file.IsWanted()) {
+    std::optional<formats::RobotDrawing> drawing;
+    if (options.keeps_plans) {
+      drawing = formats::DrawRobot(robot);
+      AddMeshes(drawing->mesh_files, inputs);
+    }
+    json = BenchJson(problems, runs, plan.planners, num_wanted,
+                     {options.arguments, HashFiles(inputs), robot, settings, std::move(drawing)});
+  }
   if (json_file.IsStandardOutput()) {
     std::cout << json;
   } else {
@@ -111,8 +126,9 @@ int Bench(const BenchOptions& options) {
 
 }  // namespace
 
-void AddBenchCommand(CLI::App& app, Run& run) {
+void AddBenchCommand(CLI::App& app, Run& run, const std::vector<std::string>& arguments) {
   const auto options = std::make_shared<BenchOptions>();
+  options->arguments = arguments;
   CLI::App* bench = app.add_subcommand("bench", "Plan all problems of a folder and tabulate how it went");
   options->robot.AddOptions(*bench);
   bench

@@ -410,16 +410,16 @@ std::string BenchTables(const std::vector<Problem>& problems, const std::vector<
 
 std::string BenchJson(const std::vector<Problem>& problems, const std::vector<BenchRun>& runs,
                       const std::vector<planning::CSpacePlanner>& planners, std::size_t num_wanted,
-                      const formats::LoadedRobot& robot, const PlannerSettings& settings,
-                      const std::vector<formats::InputFile>& files, bool keeps_plans) {
-  const Json robot_model = keeps_plans ? formats::RobotToJson(formats::DrawRobot(robot)) : Json();
+                      const BenchOrigin& origin) {
+  const Json robot_model = origin.drawing ? formats::RobotToJson(*origin.drawing) : Json();
   Json json = {{"format", formats::kBenchFormat},
                {"format_version", formats::kFormatVersion},
                {"version", Version()},
-               {"files", formats::FilesToJson(files)},
-               {"robot", robot.name},
-               {"joint_names", JointNames(*robot.description)},
-               {"settings", formats::SettingsToJson(AllSettings(settings.Config()))},
+               {"arguments", origin.arguments},
+               {"files", formats::FilesToJson(origin.files)},
+               {"robot", origin.robot.name},
+               {"joint_names", JointNames(*origin.robot.description)},
+               {"settings", formats::SettingsToJson(AllSettings(origin.settings.Config()))},
                {"planners", Json::array()},
                {"num_wanted", num_wanted},
                {"stopped", runs.size() != num_wanted},

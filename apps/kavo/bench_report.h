@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -15,12 +16,20 @@ namespace kavo::command {
 std::string BenchTables(const std::vector<Problem>& problems, const std::vector<BenchRun>& runs,
                         const std::vector<planning::CSpacePlanner>& planners, std::size_t num_wanted);
 
+//! What runs came from, as it goes into a file.
+struct BenchOrigin {
+  //! Of the whole command.
+  std::vector<std::string> arguments;
+  std::vector<formats::InputFile> files;
+  const formats::LoadedRobot& robot;
+  const PlannerSettings& settings;
+  //! None unless what it takes to draw the runs is wanted: the robot, and the scenes.
+  std::optional<formats::RobotDrawing> drawing;
+};
+
 //! Every run as JSON, with its path.
-//! \param files Those of the robot and the settings.
-//! \param keeps_plans Whether to add what it takes to draw the runs: the robot, and the scenes.
 std::string BenchJson(const std::vector<Problem>& problems, const std::vector<BenchRun>& runs,
                       const std::vector<planning::CSpacePlanner>& planners, std::size_t num_wanted,
-                      const formats::LoadedRobot& robot, const PlannerSettings& settings,
-                      const std::vector<formats::InputFile>& files, bool keeps_plans);
+                      const BenchOrigin& origin);
 
 }  // namespace kavo::command

@@ -8,6 +8,7 @@
 #include <memory>
 #include <new>
 #include <string>
+#include <vector>
 
 #include "apps/kavo/command.h"
 #include "apps/kavo/generate.h"
@@ -68,9 +69,10 @@ int main(int argc, char** argv) {
   app.require_subcommand(0, 1);
   app.formatter(kavo::command::MakeHelpFormatter());
   kavo::command::Run run;
-  kavo::command::AddPlanCommand(app, run, {argv + std::min(argc, 1), argv + argc});
+  const std::vector<std::string> arguments(argv + std::min(argc, 1), argv + argc);
+  kavo::command::AddPlanCommand(app, run, arguments);
   kavo::command::AddCheckCommand(app, run);
-  kavo::command::AddBenchCommand(app, run);
+  kavo::command::AddBenchCommand(app, run, arguments);
   kavo::command::AddInfoCommand(app, run);
   kavo::command::AddPairsCommand(app, run);
   kavo::command::AddSpheresCommand(app, run);

@@ -405,7 +405,9 @@ class Planning {
       files.push_back(std::move(file));
     }
     record.robot_model = formats::DrawRobot(*situation_.robot, situation_.held);
-    for (const std::string& file : record.robot_model.mesh_files) {
+    std::vector<std::string> meshes = record.robot_model.mesh_files;
+    meshes.insert(meshes.end(), situation_.mesh_files.begin(), situation_.mesh_files.end());
+    for (const std::string& file : meshes) {
       files.emplace_back("mesh", file);
     }
     record.files = HashFiles(files);

@@ -37,6 +37,20 @@ std::optional<std::size_t> CoordinateOf(const RobotDescription& robot, const std
 // Whether a joint that is not planned for stands where a file wants it, as far as files round.
 bool IsThere(double wanted, double value) { return std::fabs(wanted - value) <= 1e-4; }
 
+// What files its objects and those that it attaches came from, beside its own.
+void AddMeshFiles(const std::vector<formats::SceneObject>& objects,
+                  const std::vector<formats::AttachedObject>& attached, std::vector<std::string>& files) {
+  const auto add = [&files](const formats::SceneObject& object) {
+    files.insert(files.end(), object.mesh_files.begin(), object.mesh_files.end());
+  };
+  for (const formats::SceneObject& object : objects) {
+    add(object);
+  }
+  for (const formats::AttachedObject& held : attached) {
+    add(held.object);
+  }
+}
+
 std::string Quoted(const std::string& name) { return "'" + Printable(name) + "'"; }
 
 // The spheres of the robot, larger by its paddings and a margin, relative to its base.
@@ -257,6 +271,7 @@ Situation Situations::Read(const std::vector<std::string>& scene_files, const fo
                  Quoted(group));
     }
     state = request->start;
+    AddMeshFiles({}, request->attached, situation.mesh_files);
     rules_.Admit(request->unhonoured, situation.scope);
   }
   std::vector<formats::Scene> scenes;
@@ -264,6 +279,7 @@ Situation Situations::Read(const std::vector<std::string>& scene_files, const fo
   for (const std::string& file : scene_files) {
     scenes.push_back(formats::ReadScene(file, scene_.FileOptions(robot_.Packages())));
     formats::Scene& scene = scenes.back();
+    AddMeshFiles(scene.objects, scene.attached, situation.mesh_files);
     CheckNames(file, scene.joint_state);
     state.insert(scene.joint_state.begin(), scene.joint_state.end());
     situation.base_pose = scene.base_pose;

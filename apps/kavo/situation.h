@@ -31,6 +31,8 @@ struct Situation {
   Pose3 base_pose;
   Eigen::VectorXd start;
   Scope scope;
+  //! That the scenes and the request name.
+  std::vector<std::string> mesh_files;
 };
 
 //! What one planning run is asked.

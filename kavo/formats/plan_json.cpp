@@ -67,28 +67,35 @@ Json TargetToJson(const PlanRecord& record) {
   return GoalToJson(record.stages.back().goals[is_reached ? *record.parts.back().goal : 0]);
 }
 
+Json FaultToJson(const planning::ConfigurationFault& fault) {
+  if (fault.limit) {
+    return {{"coordinate", fault.limit->coordinate}};
+  }
+  if (fault.contact) {
+    return {{"frame", fault.contact->frame}, {"obstacle", fault.contact->obstacle_name}};
+  }
+  if (fault.self_contact) {
+    return {{"frames", fault.self_contact->frames}};
+  }
+  return {};
+}
+
+Json NearestToJson(const NearestPose& nearest) {
+  return {{"configuration", ToArray(nearest.q)},
+          {"position_error", nearest.position_error},
+          {"orientation_error", nearest.orientation_error},
+          {"coordinates_at_limits", nearest.coordinates_at_limits}};
+}
+
 // What became of a goal: why it was of no use, if it was of none.
 Json GoalReportToJson(const GoalReport& report) {
-  Json json = {{"num_configurations", report.num_configurations},
-               {"num_rejected", report.num_rejected},
-               {"num_not_accepted", report.num_not_accepted},
-               {"num_restarts", report.num_restarts},
-               {"is_too_close", report.is_too_close}};
-  if (report.nearest) {
-    json["nearest"] = {{"configuration", ToArray(report.nearest->q)},
-                       {"position_error", report.nearest->position_error},
-                       {"orientation_error", report.nearest->orientation_error},
-                       {"coordinates_at_limits", report.nearest->coordinates_at_limits}};
-  }
-  if (report.fault && report.fault->limit) {
-    json["fault"] = {{"coordinate", report.fault->limit->coordinate}};
-  } else if (report.fault && report.fault->contact) {
-    json["fault"] = {{"frame", report.fault->contact->frame},
-                     {"obstacle", report.fault->contact->obstacle_name}};
-  } else if (report.fault && report.fault->self_contact) {
-    json["fault"] = {{"frames", report.fault->self_contact->frames}};
-  }
-  return json;
+  return {{"num_configurations", report.num_configurations},
+          {"num_rejected", report.num_rejected},
+          {"num_not_accepted", report.num_not_accepted},
+          {"num_restarts", report.num_restarts},
+          {"is_too_close", report.is_too_close},
+          {"nearest", report.nearest ? NearestToJson(*report.nearest) : Json()},
+          {"fault", report.fault ? FaultToJson(*report.fault) : Json()}};
 }
 
 Json LineToJson(const planning::LineMotion& line) {

@@ -173,8 +173,8 @@ SceneObject SceneObjectReader::readIn(const std::string& frame_name, const YamlV
   const std::vector<YamlValue> meshes = value.elements("meshes");
   const std::vector<Pose3> mesh_poses = ReadPoses(value, "mesh", meshes.size());
   for (std::size_t i = 0; i < meshes.size(); ++i) {
-    add(meshes[i], MeshObstacle{readMesh(meshes[i]), options_.mesh_interior}, object_pose * mesh_poses[i],
-        object);
+    add(meshes[i], MeshObstacle{readMesh(meshes[i], object), options_.mesh_interior},
+        object_pose * mesh_poses[i], object);
   }
   const std::vector<YamlValue> planes = value.elements("planes");
   const std::vector<Pose3> plane_poses = ReadPoses(value, "plane", planes.size());
@@ -259,12 +259,12 @@ void SceneObjectReader::add(const YamlValue& solid, ObstacleShape shape, const P
   object.parts.push_back({std::move(shape), pose});
 }
 
-std::shared_ptr<const TriangleMesh> SceneObjectReader::readMesh(const YamlValue& value) {
+std::shared_ptr<const TriangleMesh> SceneObjectReader::readMesh(const YamlValue& value, SceneObject& object) {
   value.warnOfOtherKeys({"vertices", "triangles", "resource", "mesh_resource", "scale", "dimensions"},
                         "a mesh", said_);
   for (const char* key : {"resource", "mesh_resource"}) {
     if (const std::optional<YamlValue> resource = value.find(key)) {
-      return readMeshFile(*resource, value);
+      return readMeshFile(*resource, value, object);
     }
   }
   // An alias may repeat a large one in a few bytes.
@@ -277,8 +277,10 @@ std::shared_ptr<const TriangleMesh> SceneObjectReader::readMesh(const YamlValue&
 }
 
 std::shared_ptr<const TriangleMesh> SceneObjectReader::readMeshFile(const YamlValue& resource,
-                                                                    const YamlValue& value) {
+                                                                    const YamlValue& value,
+                                                                    SceneObject& object) {
   const std::string file = FindResource(resource.text(), resource.file(), resource.line(), options_.packages);
+  object.mesh_files.push_back(file);
   const Eigen::Vector3d scale = ReadScale(value);
   std::shared_ptr<const TriangleMesh>& mesh = mesh_files_[{file, {scale.x(), scale.y(), scale.z()}}];
   if (!mesh) {

@@ -24,6 +24,8 @@ struct SceneObject {
   std::string frame;
   //! Line of the file.
   int line = 0;
+  //! The files that its meshes came from.
+  std::vector<std::string> mesh_files = {};
 };
 
 //! Something that a robot holds.

@@ -47,8 +47,9 @@ class SceneObjectReader {
   Pose3 framePose(const std::string& name, std::string& frame) const;
   SceneObject readIn(const std::string& frame_name, const YamlValue& value);
   void add(const YamlValue& solid, ObstacleShape shape, const Pose3& pose, SceneObject& object) const;
-  std::shared_ptr<const TriangleMesh> readMesh(const YamlValue& value);
-  std::shared_ptr<const TriangleMesh> readMeshFile(const YamlValue& resource, const YamlValue& value);
+  std::shared_ptr<const TriangleMesh> readMesh(const YamlValue& value, SceneObject& object);
+  std::shared_ptr<const TriangleMesh> readMeshFile(const YamlValue& resource, const YamlValue& value,
+                                                   SceneObject& object);
   void countTriangles(const YamlValue& mesh, std::size_t num_triangles);
 
   std::map<std::string, Pose3> frames_;

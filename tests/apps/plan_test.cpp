@@ -68,6 +68,10 @@ TEST_F(PlanTest, AnswersARequestAndWritesFiles) {
   EXPECT_NEAR(json["check"]["clearance"].get<double>(), 0.0010, 1e-4);
   EXPECT_EQ(json["path"].front(), nlohmann::json({1.0, 0.0}));
 
+  // With the arguments that the file states, the same comes of it.
+  EXPECT_EQ(RunKavo(json["arguments"].get<Arguments>()).status, 0);
+  EXPECT_EQ(nlohmann::json::parse(ReadFile(folder_ / "out.json"))["path"], json["path"]);
+
   // The path is the library's own for these settings, and passes the check of `kavo check`.
   const Outcome quiet = RunKavo(Plan({"--start", "left", "--goal", "right", "--set", "seed=7", "--set",
                                       "planner=bi_rrt", "--planner", "rrt_connect", "--quiet"}));
