@@ -23,6 +23,14 @@ export function createMotion(
   return pathMotion(path.length > 0 ? path : [start]);
 }
 
+/** Where on a path the motion is at a time, as the program says it. */
+export function describePlace(motion: Motion, time: number): string {
+  const last = Math.round(motion.toProfile(motion.duration));
+  const at = motion.toProfile(time);
+  const segment = Math.min(Math.floor(at), last - 1);
+  return `segment ${segment + 1} of ${last} at ${(100 * (at - segment)).toFixed(0)} %`;
+}
+
 /** The last index whose value is not above `x`, and how far `x` is on the way to the next one, from 0 to 1. */
 export function locate(values: readonly number[], x: number): { index: number; fraction: number } {
   let low = 0;

@@ -32,7 +32,7 @@ export function createPlanPage(plan: PlanDocument, leave = new AbortController()
   }
   const main = create("main", "", stage);
   if (motion.duration > 0) {
-    main.append(createTransport(motion, playback, plan.path.length));
+    main.append(createTransport(motion, playback));
     listenToKeys(playback, leave);
     playFrames(playback);
   }

@@ -6,7 +6,7 @@ import { createConfigurationTable } from "./configuration_table";
 import type { PlanDocument } from "./document";
 import { create } from "./dom";
 import { createJointPlots } from "./joint_plots";
-import type { Motion } from "./motion";
+import { describePlace, type Motion } from "./motion";
 import type { Playback } from "./playback";
 import { formatNumber } from "./text";
 import { linearTicks } from "./ticks";
@@ -62,10 +62,6 @@ function playingAxis(motion: Motion): Axis {
       linearTicks(0, last, count)
         .filter((at) => Number.isInteger(at))
         .map((at) => ({ at: motion.fromProfile(at), label: String(at + 1) })),
-    describe: (time) => {
-      const at = motion.toProfile(time);
-      const segment = Math.min(Math.floor(at), last - 1);
-      return `on segment ${segment + 1} of ${last} at ${(100 * (at - segment)).toFixed(0)} %`;
-    },
+    describe: (time) => `on ${describePlace(motion, time)}`,
   };
 }

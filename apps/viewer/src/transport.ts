@@ -1,5 +1,5 @@
 import { create, createButton, createGroup, createIcon } from "./dom";
-import type { Motion } from "./motion";
+import { describePlace, type Motion } from "./motion";
 import type { Playback } from "./playback";
 
 const speeds = [0.1, 0.25, 0.5, 1, 2, 4];
@@ -7,7 +7,7 @@ const numSteps = 100;
 const numStepsWithShift = 10;
 
 /** Play, pause, the time, how fast, and whether it begins anew. */
-export function createTransport(motion: Motion, playback: Playback, numWaypoints: number): HTMLElement {
+export function createTransport(motion: Motion, playback: Playback): HTMLElement {
   const play = createButton("Play", createIcon("play"), () => {
     playback.playing = !playback.playing;
   });
@@ -47,9 +47,8 @@ export function createTransport(motion: Motion, playback: Playback, numWaypoints
       play.setAttribute("aria-label", name);
       play.title = name;
     }
-    const text = describeTime(motion, playback, numWaypoints);
+    const text = describeTime(motion, playback);
     scrubber.value = String(playback.time);
-    scrubber.style.setProperty("--done", `${String((100 * playback.time) / (playback.duration || 1))}%`);
     scrubber.setAttribute("aria-valuetext", text);
     readout.textContent = text;
   };
@@ -58,14 +57,10 @@ export function createTransport(motion: Motion, playback: Playback, numWaypoints
   return createGroup("Playback", "transport", play, scrubber, readout, speed, loop);
 }
 
-function describeTime(motion: Motion, playback: Playback, numWaypoints: number): string {
-  if (motion.unit === "seconds") {
-    return `${playback.time.toFixed(2)} of ${playback.duration.toFixed(2)} s`;
-  }
-  // As the program says where on a path something is.
-  const at = motion.toProfile(playback.time);
-  const segment = Math.min(Math.floor(at), numWaypoints - 2);
-  return `segment ${String(segment + 1)} of ${String(numWaypoints - 1)} at ${(100 * (at - segment)).toFixed(0)} %`;
+function describeTime(motion: Motion, { time, duration }: Playback): string {
+  return motion.unit === "seconds"
+    ? `${time.toFixed(2)} of ${duration.toFixed(2)} s`
+    : describePlace(motion, time);
 }
 
 /**

@@ -13,6 +13,7 @@ export class CameraRig {
   private readonly controls: OrbitControls;
   private readonly reducedMotion = matchMedia("(prefers-reduced-motion: reduce)");
   private isUntouched = true;
+  private numFlights = 0;
   private direction: Vector3;
 
   /**
@@ -32,6 +33,7 @@ export class CameraRig {
     this.controls.addEventListener("change", onMove);
     this.controls.addEventListener("start", () => {
       this.isUntouched = false;
+      ++this.numFlights;
     });
     this.controls.minDistance = 0.05;
   }
@@ -40,6 +42,7 @@ export class CameraRig {
   resize(width: number, height: number): void {
     this.camera.aspect = width / height;
     this.camera.updateProjectionMatrix();
+    this.controls.maxDistance = 8 * this.offset(this.home).length();
     if (this.isUntouched) {
       this.place(this.centre, this.offset(this.direction));
     }
@@ -102,7 +105,12 @@ export class CameraRig {
     const turn = to.theta - from.theta;
     to.theta -= 2 * Math.PI * Math.round(turn / (2 * Math.PI));
     const begin = performance.now();
+    const flight = ++this.numFlights;
     const step = (now: number): void => {
+      // The hand and the next button are stronger.
+      if (flight !== this.numFlights) {
+        return;
+      }
       const t = Math.min(Math.max((now - begin) / (1000 * seconds), 0), 1);
       const s = t * t * (3 - 2 * t);
       const between = (a: number, b: number): number => a + s * (b - a);
@@ -124,7 +132,6 @@ export class CameraRig {
     this.camera.near = distance / 200;
     this.camera.far = distance * 40;
     this.camera.updateProjectionMatrix();
-    this.controls.maxDistance = Math.max(this.controls.maxDistance === Infinity ? 8 * distance : this.controls.maxDistance, distance);
     this.controls.target.copy(target);
     this.camera.position.copy(target).add(offset);
     this.controls.update();
