@@ -164,6 +164,6 @@ function describe(inspection: Inspection, jointNames: string[]): string {
     const name = jointNames[coordinate] ?? `coordinate ${String(coordinate + 1)}`;
     return `${name} is at ${formatNumber(value, 4)}, beyond its limits ${formatNumber(lower, 4)} to ${formatNumber(upper, 4)}`;
   });
-  const texts = [...describeContacts(inspection.contacts).map(({ text }) => text), ...limits];
+  const texts = [...describeContacts(inspection.contacts, Infinity).map(({ text }) => text), ...limits];
   return texts.length > 0 ? `${texts.join("; ")}.` : "Nothing touches, and all joints are inside their limits.";
 }

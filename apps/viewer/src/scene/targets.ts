@@ -73,8 +73,12 @@ function isPose(goal: Goal): goal is PoseGoal {
   return !Array.isArray(goal) && "position" in goal;
 }
 
-/** What touches what, in a few words: one text for each obstacle or other frame, with the contact that goes deepest. */
-export function describeContacts(contacts: Contact[]): { text: string; contact: Contact }[] {
+/**
+ * What touches what: one text for each obstacle or other frame, with the contact that goes deepest.
+ *
+ * @param mostFrames that are named in a text
+ */
+export function describeContacts(contacts: Contact[], mostFrames = 2): { text: string; contact: Contact }[] {
   const groups = new Map<string, Contact[]>();
   for (const contact of contacts) {
     const other = contact.obstacle ?? contact.other_frame ?? "";
@@ -82,7 +86,7 @@ export function describeContacts(contacts: Contact[]): { text: string; contact: 
   }
   return [...groups].map(([other, group]) => {
     const frames = [...new Set(group.map(({ frame }) => frame))];
-    const subject = frames.length > 2 ? `${frames.slice(0, 2).join(", ")} …` : frames.join(", ");
+    const subject = frames.slice(0, mostFrames).join(", ") + (frames.length > mostFrames ? " …" : "");
     const deepest = group.reduce((deeper, contact) => (contact.depth > deeper.depth ? contact : deeper));
     return { text: `${subject} ${frames.length > 1 ? "touch" : "touches"} ${other}`, contact: deepest };
   });
