@@ -100,8 +100,8 @@ class Reader {
   }
 
   double CheckedLength(const Element& shape, double length) const {
-    if (length <= 0.0) {
-      xml_.fail(shape, "the length " + NumberText(length), "positive lengths");
+    if (length <= 0.0 || length > kLargestLength) {
+      xml_.fail(shape, "the length " + NumberText(length), "positive lengths up to 1e30");
     }
     return length;
   }
@@ -117,7 +117,9 @@ class Reader {
       part.mesh = Cylinder(Length(*shape, "radius"), Length(*shape, "length"));
     } else if (kind == "box") {
       const Eigen::Vector3d size = xml_.vector(*shape, "size");
-      CheckedLength(*shape, size.minCoeff());
+      for (const double length : size) {
+        CheckedLength(*shape, length);
+      }
       part.mesh = Box(size);
     } else if (kind == "mesh") {
       part.name = xml_.attribute(*shape, "filename");

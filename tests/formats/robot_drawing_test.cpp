@@ -2,12 +2,14 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <memory>
 #include <random>
 #include <string>
 #include <vector>
 
 #include "kavo/kinematics/interface/robot_variants.h"
+#include "kavo/world/shapes/triangle_mesh.h"
 #include "tests/support/vectors.h"
 
 namespace kavo::formats {
@@ -73,6 +75,54 @@ TEST(RobotDrawing, FramesAreWhereTheRobotHasThem) {
   EXPECT_TRUE(drawing.coordinates[1].slides);
   EXPECT_EQ(drawing.coordinates[0].velocity, 3.0);
   EXPECT_TRUE(drawing.attachments[0].pose.translation().isApprox((offset * offset).translation()));
+}
+
+TEST(RobotDrawing, LinksHaveTheSurfacesOfTheirSolids) {
+  const std::string ball = "<geometry><sphere radius='0.5'/></geometry>";
+  const std::string tube = "<origin xyz='0 0 9'/><geometry><cylinder radius='0.5' length='2'/></geometry>";
+  const std::string missing = "<geometry><mesh filename='missing.stl'/></geometry>";
+  const std::string huge = "<geometry><box size='1 1 1e300'/></geometry>";
+  const auto of = [](const std::string& kind, const std::string& inside) {
+    return "<" + kind + ">" + inside + "</" + kind + ">";
+  };
+  const FileText urdf = {
+      "arm.urdf", "<robot name='r'><link name='a'>" + of("visual", ball) + of("visual", tube) +
+                      of("collision", "<geometry><box size='1 2 3'/></geometry>") + "</link><link name='b'>" +
+                      of("visual", ball) + of("visual", missing) + of("collision", ball) +
+                      "</link><link name='c'>" + of("visual", huge) +
+                      "</link><joint name='j' type='continuous'><parent link='a'/>"
+                      "<child link='b'/></joint><joint name='k' type='fixed'>"
+                      "<parent link='b'/><child link='c'/></joint></robot>"};
+  RobotFileOptions options;
+  options.cover = false;
+  const RobotDrawing drawing = DrawRobot(ParseRobot(urdf, std::nullopt, std::nullopt, options));
+  ASSERT_EQ(drawing.frames.size(), 3u);
+  const RobotDrawing::Frame& a = drawing.frames[0];
+  ASSERT_EQ(a.visual_meshes.size(), 2u);
+  EXPECT_EQ(a.visual_meshes[1].pose.translation().z(), 9.0);
+  const struct {
+    const RobotDrawing::Mesh& mesh;
+    std::string name;
+    double volume;
+  } cases[] = {{a.visual_meshes[0], "sphere", M_PI / 6.0},
+               {a.visual_meshes[1], "cylinder", M_PI / 2.0},
+               {a.collision_meshes.at(0), "box", 6.0}};
+  for (const auto& c : cases) {
+    EXPECT_EQ(c.mesh.name, c.name);
+    // Closed, and its faces turned outwards: the sum over tetrahedra from the origin.
+    double volume = 0.0;
+    const std::vector<Eigen::Vector3d>& at = c.mesh.mesh.vertices;
+    for (const auto& [i, j, k] : c.mesh.mesh.triangles) {
+      volume += at[i].dot(at[j].cross(at[k])) / 6.0;
+    }
+    EXPECT_NEAR(volume / c.volume, 0.97, 0.031) << c.name;
+    EXPECT_TRUE(TriangleMesh(at, c.mesh.mesh.triangles).isClosed());
+  }
+  // Of a link of which something is missing, the collision geometry is left.
+  EXPECT_TRUE(drawing.frames[1].visual_meshes.empty());
+  EXPECT_EQ(drawing.frames[1].collision_meshes.size(), 1u);
+  ASSERT_EQ(drawing.faults.size(), 2u);
+  EXPECT_NE(drawing.faults[0].find("missing.stl"), std::string::npos);
 }
 
 }  // namespace
