@@ -55,6 +55,7 @@ struct Candidate {
   Eigen::VectorXd configuration;
 };
 
+// \param index Of all goals, those of the stages before too.
 void AddGoal(std::size_t index, const Goal& goal, const GoalReport* report,
              std::vector<Candidate>& candidates) {
   using What = formats::InspectionRecord::What;
@@ -69,41 +70,81 @@ void AddGoal(std::size_t index, const Goal& goal, const GoalReport* report,
   }
 }
 
+// Where the last line that was tried ends early, as far as that is known.
+std::optional<Eigen::VectorXd> EndOfLine(const Attempt& attempt) {
+  if (attempt.parts.empty()) {
+    return std::nullopt;
+  }
+  const StagedResults::Part& part = attempt.parts.back();
+  if (part.ahead) {
+    return part.ahead->line.blocked;
+  }
+  if (!part.line || part.line->IsComplete() || part.line->blocked) {
+    return part.line ? part.line->blocked : std::nullopt;
+  }
+  return attempt.searches.empty() || attempt.searches.back().raw_path.empty()
+             ? std::nullopt
+             : std::optional(attempt.searches.back().raw_path.back());
+}
+
 std::vector<Candidate> Candidates(const Attempt& attempt) {
   using What = formats::InspectionRecord::What;
   std::vector<Candidate> candidates = {{What::kStart, {}, attempt.query.start}};
   const std::size_t stage = attempt.parts.empty() ? 0 : attempt.parts.size() - 1;
+  std::size_t num_before = 0;
+  for (std::size_t i = 0; i < stage; ++i) {
+    num_before += attempt.query.stages[i].goals.size();
+  }
   const StagedResults::Part* const part = attempt.parts.empty() ? nullptr : &attempt.parts[stage];
   const std::vector<Goal>& goals = attempt.query.stages[stage].goals;
   for (std::size_t i = 0; i < goals.size(); ++i) {
     const bool has_report = part != nullptr && i < part->report.goals.size();
-    AddGoal(i, goals[i], has_report ? &part->report.goals[i] : nullptr, candidates);
+    AddGoal(num_before + i, goals[i], has_report ? &part->report.goals[i] : nullptr, candidates);
   }
-  if (part != nullptr && part->line && !part->line->IsComplete() && !attempt.searches.empty() &&
-      !attempt.searches.back().raw_path.empty()) {
-    candidates.push_back({What::kFault, {}, attempt.searches.back().raw_path.back()});
+  if (const std::optional<Eigen::VectorXd> end = EndOfLine(attempt)) {
+    candidates.push_back({What::kFault, {}, *end});
   }
   if (attempt.check && attempt.check->bad) {
-    candidates.push_back({What::kFault, {}, *attempt.check->bad});
+    candidates.push_back({What::kFault, {}, attempt.check->bad->configuration});
   }
   return candidates;
 }
 
-// Waypoints, and places between them: `at` as in a profile.
-void DividePath(const std::vector<Eigen::VectorXd>& path, std::vector<double>& at,
-                std::vector<Eigen::VectorXd>& configurations) {
+// A configuration of a path, `at` as in a profile.
+struct Sample {
+  double at;
+  Eigen::VectorXd configuration;
+};
+
+// Waypoints, places between them, and those where the check of the path found what it tells.
+std::vector<Sample> DividePath(const std::vector<Eigen::VectorXd>& path,
+                               const std::optional<CheckedPath>& check) {
   const double step = Length(path) / kNumAlongPath;
-  at = {0.0};
-  configurations = {path.front()};
+  std::vector<Sample> samples = {{0.0, path.front()}};
   for (std::size_t i = 1; i < path.size(); ++i) {
     const double length = (path[i] - path[i - 1]).norm();
     const double num_parts = length > 0.0 ? std::max(1.0, std::round(length / step)) : 1.0;
     for (int k = 1; k <= static_cast<int>(num_parts); ++k) {
       const double fraction = k / num_parts;
-      at.push_back(static_cast<double>(i - 1) + fraction);
-      configurations.emplace_back(path[i - 1] + fraction * (path[i] - path[i - 1]));
+      samples.push_back(
+          {static_cast<double>(i - 1) + fraction, path[i - 1] + fraction * (path[i] - path[i - 1])});
     }
   }
+  if (check) {
+    std::vector<planning::PathPlace> places = check->nearest;
+    if (check->bad) {
+      places.push_back(*check->bad);
+    }
+    for (const planning::PathPlace& place : places) {
+      const double at = static_cast<double>(place.segment) + place.fraction;
+      const auto next = std::lower_bound(samples.begin(), samples.end(), at,
+                                         [](const Sample& sample, double to) { return sample.at < to; });
+      if (next == samples.end() || next->at > at) {
+        samples.insert(next, {at, place.configuration});
+      }
+    }
+  }
+  return samples;
 }
 
 }  // namespace
@@ -172,7 +213,10 @@ std::optional<formats::ProfileRecord> ProfileOf(const Attempt& attempt, const Si
     profile.at = trajectory->samples.times;
     configurations = trajectory->samples.positions;
   } else {
-    DividePath(attempt.results.path, profile.at, configurations);
+    for (Sample& sample : DividePath(attempt.results.path, attempt.check)) {
+      profile.at.push_back(sample.at);
+      configurations.push_back(std::move(sample.configuration));
+    }
   }
   for (const ConfigurationInspection& found : Inspect(situation, configurations)) {
     auto& clearance = profile.clearance.emplace_back();

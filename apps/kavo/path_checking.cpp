@@ -8,7 +8,6 @@
 #include "apps/kavo/interrupt.h"
 #include "apps/kavo/text.h"
 #include "kavo/motion_planning/trajectory/sample_limits.h"
-#include "kavo/motion_planning/util/path_check.h"
 #include "kavo/motion_planning/util/path_proof.h"
 
 namespace kavo::command {
@@ -27,12 +26,14 @@ formats::PathCheck RecordFor(const Scope& scope) {
 }
 
 template <class Found>
-void NoteClearances(const Found& found, formats::PathCheck& record) {
+void NoteClearances(const Found& found, CheckedPath& checked) {
   if (found.clearance) {
-    record.clearance = found.clearance->distance;
+    checked.record.clearance = found.clearance->distance;
+    checked.nearest.push_back(found.clearance->place);
   }
   if (found.self_clearance) {
-    record.self_clearance = found.self_clearance->distance;
+    checked.record.self_clearance = found.self_clearance->distance;
+    checked.nearest.push_back(found.self_clearance->place);
   }
 }
 
@@ -59,9 +60,9 @@ CheckedPath CheckByProof(const Prove& prove, const Situation& situation, std::si
   checked.record.num_configurations = proof.num_placements;
   if (proof.bad) {
     checked.record.fault = Explain(proof.bad->fault, robot);
-    checked.bad = proof.bad->place.configuration;
+    checked.bad = proof.bad->place;
   }
-  NoteClearances(proof, checked.record);
+  NoteClearances(proof, checked);
   checked.text = Explain(proof, robot, situation.scope, num_segments, options, times);
   return checked;
 }
@@ -106,9 +107,9 @@ CheckedPath CheckAlong(const std::vector<Eigen::VectorXd>& path, const Situation
   record.num_configurations = check.num_configurations;
   if (check.first_bad) {
     record.fault = Explain(check.first_bad->fault, robot);
-    checked.bad = check.first_bad->place.configuration;
+    checked.bad = check.first_bad->place;
   }
-  NoteClearances(check, record);
+  NoteClearances(check, checked);
   checked.text = Explain(check, robot, situation.scope, path.size() - 1, *step_size);
   return checked;
 }

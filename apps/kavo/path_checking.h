@@ -11,6 +11,7 @@
 #include "kavo/motion_planning/trajectory/motion_limits.h"
 #include "kavo/motion_planning/trajectory/sample_interpolation.h"
 #include "kavo/motion_planning/trajectory/trajectory.h"
+#include "kavo/motion_planning/util/path_check.h"
 
 namespace kavo::command {
 
@@ -21,7 +22,9 @@ struct CheckedPath {
   //! For a file.
   formats::PathCheck record;
   //! Where it fails: at its first bad configuration, or the worst one that a proof found.
-  std::optional<Eigen::VectorXd> bad;
+  std::optional<planning::PathPlace> bad;
+  //! Where it is nearest to an obstacle, and to itself.
+  std::vector<planning::PathPlace> nearest;
 };
 
 //! Proves a path, or with a step size checks configurations no farther apart than it; until a signal comes.

@@ -127,7 +127,7 @@ struct InspectionRecord {
   };
 
   What what = What::kStart;
-  //! Of the goals of the last stage.
+  //! Of the goals of all stages, one stage after another.
   std::optional<std::size_t> goal;
   Eigen::VectorXd configuration;
   //! Smallest distance between the robot and an obstacle, and between frames of the robot; none without

@@ -19,14 +19,17 @@ export interface ContactSpan {
   label: string;
 }
 
-/** How far the robot is from obstacles and from itself along the motion, what touches, and what the check said. */
+/**
+ * How far what moves of the robot is from obstacles and from itself along the motion, what touches, and what the check
+ * said. None where there is nothing to be near to.
+ */
 export function createClearancePlot(
   profile: Profile,
   check: Check | null,
   motion: Motion,
   axis: Axis,
   seek: (time: number) => void,
-): PlotPart {
+): PlotPart | null {
   const times = profile.at.map((at) => motion.fromProfile(at));
   const spans = contactSpans(profile, times);
   const lineOf = (
@@ -51,6 +54,9 @@ export function createClearancePlot(
     lineOf("Clearance to obstacles", "scene", 0, profile.clearance, profile.nearest),
     lineOf("Clearance to itself", "itself", 1, profile.self_clearance, profile.self_nearest),
   ].filter(({ values }) => values.some((value) => value !== null));
+  if (lines.length === 0) {
+    return null;
+  }
 
   const readings = lines.map((line) => {
     const value = create("output", "reading");
@@ -70,7 +76,7 @@ export function createClearancePlot(
     lines,
   });
 
-  const figure = createFigure("Clearance in mm", createVerdict(check), chart);
+  const figure = createFigure("Clearance of moving links in mm", createVerdict(check), chart);
   if (spans.length > 0) {
     figure.append(createContactList(spans, axis, seek));
   }

@@ -25,8 +25,9 @@ export function createPlots(document: PlanDocument, motion: Motion, playback: Pl
     playback.time = time;
   };
   const parts = [createJointPlots(document, motion, axis, seek)];
-  if (document.profile) {
-    parts.push(createClearancePlot(document.profile, document.check, motion, axis, seek));
+  const clearance = document.profile && createClearancePlot(document.profile, document.check, motion, axis, seek);
+  if (clearance) {
+    parts.push(clearance);
   }
   element.append(
     create("div", "plots-charts", ...parts.flatMap(({ figures }) => figures)),

@@ -133,7 +133,9 @@ export function createInspectionChoice(
     findings.textContent = inspection ? describe(inspection, document.joint_names) : "";
   };
   const places = [...(hasMotion ? [null] : []), ...inspections];
-  const first = hasMotion ? 0 : Math.max(places.findIndex(isAmiss), 0);
+  // Where a line is blocked says more than one of the many configurations that a goal was tried in.
+  const fault = places.find((place) => place?.what === "fault" && isAmiss(place)) ?? places.find(isAmiss);
+  const first = hasMotion || !fault ? 0 : places.indexOf(fault);
   const { element, press } = createChoice(
     "Robot at",
     places.map((place) => ({ label: place ? labelOf(place) : "Motion", choose: () => { show(place); } })),

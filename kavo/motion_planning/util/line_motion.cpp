@@ -141,19 +141,22 @@ class LineFollower {
     motion.fraction = static_cast<double>(done) / static_cast<double>(all);
     if (done == all) {
       motion.end = LineMotion::End::kComplete;
-      motion.fault.reset();
-      motion.nearest.reset();
-      motion.jumping.reset();
+      ForgetWhy(motion);
     }
     return motion;
+  }
+
+  static void ForgetWhy(LineMotion& motion) {
+    motion.fault.reset();
+    motion.blocked.reset();
+    motion.nearest.reset();
+    motion.jumping.reset();
   }
 
   // Whether there is a next waypoint at the target; notes why not.
   bool Advance(double draw, LineMotion& motion) {
     const Eigen::VectorXd& q = motion.path.back();
-    motion.fault.reset();
-    motion.nearest.reset();
-    motion.jumping.reset();
+    ForgetWhy(motion);
     NearestPose nearest;
     const std::optional<Eigen::VectorXd> next = solver_.follow(Drawn(q, draw), target_, &nearest);
     if (!next) {
@@ -173,6 +176,7 @@ class LineFollower {
     if (!environment_.IsValidMotion(q, *next, options_.max_joint_step)) {
       motion.end = LineMotion::End::kContact;
       motion.fault = environment_.FindFault(*next);
+      motion.blocked = *next;
       return false;
     }
     motion.deviation = std::max(motion.deviation, deviation);

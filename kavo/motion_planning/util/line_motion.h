@@ -65,6 +65,8 @@ struct LineMotion {
   double angle = 0.0;
   //! Where the path ends early: why.
   std::optional<ConfigurationFault> fault;
+  //! With `kContact`: the configuration that would have come next.
+  std::optional<Eigen::VectorXd> blocked;
   std::optional<NearestPose> nearest;
   std::optional<std::size_t> jumping;
 
