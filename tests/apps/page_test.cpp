@@ -132,12 +132,15 @@ TEST_F(PageTest, ARecordSaysWhatIsInTheWayAndHowNearThePathComes) {
   EXPECT_TRUE(failed["profile"].is_null());
   EXPECT_THAT(failed["explanation"], HasSubstr("reaches 350 mm into"));
 
+  const Json second = record({"--goal", "right", "--then", "goal=into_the_peg"});
+  EXPECT_EQ(second["inspections"][1]["goal"], 1);
+
   const Json found = record({"--goal", "right"});
   const Json& profile = found["profile"];
   EXPECT_EQ(profile["at"].back(), found["path"].size() - 1);
   ASSERT_EQ(profile["clearance"].size(), profile["at"].size());
   const auto clearances = profile["clearance"].get<std::vector<double>>();
-  EXPECT_NEAR(*std::min_element(clearances.begin(), clearances.end()), found["check"]["clearance"], 0.01);
+  EXPECT_EQ(*std::min_element(clearances.begin(), clearances.end()), found["check"]["clearance"]);
   EXPECT_EQ(profile["nearest"][0][1], kHostile);
   EXPECT_EQ(found["searches"][0]["raw_path"].size(), found["statistics"]["num_raw_waypoints"]);
   EXPECT_TRUE(found["searches"][0]["trees"][0]["nodes"].empty());

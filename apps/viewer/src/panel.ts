@@ -72,7 +72,7 @@ function createCheck(check: Check | null): HTMLElement {
   const { passed, verdict, step, num_configurations: count, fault } = check;
   const how =
     step === null
-      ? `The motions were looked at as a whole${count > 0 ? `, by ${count} placements` : ""}: this holds between waypoints and samples, too.`
+      ? `The motions were looked at as a whole${count > 0 ? `, by ${count} placements` : ""}: the verdict holds between waypoints and samples, too.`
       : `Looked at in ${count > 0 ? `${count} ` : ""}configurations ${formatNumber(step)} apart, not between them.`;
   return createPart(
     "Check",
@@ -86,9 +86,13 @@ function createCheck(check: Check | null): HTMLElement {
       ["Ignored", check.ignored.length > 0 ? check.ignored.join(", ") : null],
       ["Not covered", check.uncovered_links.length > 0 ? check.uncovered_links.join(", ") : null],
       ["Cover of meshes", check.cover_tolerance === null ? null : `to ${formatDistance(check.cover_tolerance)}`],
-      ["Self-collision", check.self_collision_pairs > 0 ? `${check.self_collision_pairs} pairs of frames` : "not looked at"],
+      ["Self-collision", describePairs(check.self_collision_pairs)],
     ]),
   );
+}
+
+function describePairs(count: number): string {
+  return count > 0 ? `${count} ${count === 1 ? "pair" : "pairs"} of frames` : "not looked at";
 }
 
 function createEffort({ statistics: work, searches }: PlanDocument): HTMLElement {
@@ -239,7 +243,9 @@ function reportFacts(report: GoalReport, names: readonly string[]): Fact[] {
     [
       "Nearest",
       nearest
-        ? `${formatDistance(nearest.position_error)} and ${formatNumber(nearest.orientation_error, 3)} rad away` +
+        ? formatDistance(nearest.position_error) +
+          (nearest.orientation_error > 0 ? ` and ${formatNumber(nearest.orientation_error, 3)} rad` : "") +
+          " away" +
           (atLimits.length > 0 ? `, with ${atLimits.join(", ")} at limits` : "")
         : null,
     ],
@@ -321,7 +327,9 @@ export function commandLine(words: readonly string[]): string {
 }
 
 function createCommand(words: readonly string[]): HTMLElement {
-  const text = create("code", "", commandLine(words));
+  // Lines do not end within the name of an option.
+  const parts = commandLine(words).split(/(--[\w-]+)/);
+  const text = create("code", "", ...parts.map((part, i) => (i % 2 === 1 ? create("span", "option", part) : part)));
   const said = create("span", "copied");
   said.setAttribute("role", "status");
   const select = (): void => {

@@ -305,6 +305,7 @@ TEST_F(GoalsTest, LinesThatEndEarlySayWhereAndWhy) {
   const LineMotion into_floor = to({tool[0], tool[1], -0.2});
   EXPECT_EQ(into_floor.end, LineMotion::End::kContact);
   EXPECT_EQ(into_floor.fault->contact->obstacle_name, "floor");
+  EXPECT_FALSE(planning::InspectConfigurations(*robot_, world_.view(), {*into_floor.blocked})[0].IsValid());
   EXPECT_NEAR(ToolAt(into_floor.path.back()).rotation().angularDistance(ToolAt(start_).rotation()), 0.0,
               2e-4);
   const LineMotion too_far = to({1.2, tool[1], tool[2]});
