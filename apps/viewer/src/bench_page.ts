@@ -1,7 +1,8 @@
-import type { BenchDocument, PlanDocument } from "./document";
+import type { BenchDocument, BenchRun, PlanDocument } from "./document";
 import { create } from "./dom";
 import { createPlanPage } from "./plan_page";
 import { createReport } from "./report";
+import { formatDistance, formatNumber } from "./text";
 
 /** The report, and in its place the plan of a run while the address ends in `#run=` and its number. */
 export function createBenchPage(bench: BenchDocument): HTMLElement {
@@ -36,6 +37,12 @@ function describeRun({ problems, runs }: BenchDocument, index: number): string {
   const run = runs[index];
   const problem = run && problems[run.problem];
   return run && problem ? `${problem.family} ${problem.name}, ${run.planner}, run ${run.repeat + 1}` : "";
+}
+
+function describeFault({ passes_check: passes, check_step: step = 0, depth = 0 }: BenchRun): string {
+  return passes === false
+    ? `not free where it was sampled, ${formatNumber(step)} apart; its deepest contact is ${formatDistance(depth)}`
+    : "";
 }
 
 /** What is known of a run as the document of a plan; null where plans were not kept. */
@@ -95,7 +102,7 @@ export function planOf(bench: BenchDocument, index: number): PlanDocument | null
           self_collision_pairs: run.self_collision_pairs,
           step: null,
           num_configurations: 0,
-          fault: run.passes_check === false ? `not free where it was sampled, ${run.check_step ?? 0} apart` : "",
+          fault: describeFault(run),
           clearance: null,
           self_clearance: null,
           tolerance: null,
