@@ -90,6 +90,28 @@ test("a plan is drawn, and played by the keyboard alone to the very configuratio
   assert.deepEqual(complaints, []);
 });
 
+test("search trees and the meshes of links are drawn when they are asked for", async () => {
+  const own = "examples/own_robot";
+  const plan = planned("layers", [
+    "plan", "--robot", `${own}/arm.urdf`, "--srdf", `${own}/arm.srdf`, "--group", "arm", "--scene", `${own}/scene.yaml`,
+    "--request", `${own}/request.yaml`, "--planner", "rrt_connect",
+  ]);
+  assert.ok(plan.searches.flatMap(({ trees }) => trees).every(({ nodes }) => nodes.length > 10));
+  const { page, complaints } = await harness.open("layers.html");
+  const picture = async (): Promise<string> => {
+    await page.waitForTimeout(500);
+    return (await page.locator("canvas").first().screenshot()).toString("base64");
+  };
+  const pictures = [await picture()];
+  assert.equal(await picture(), pictures[0]);
+  for (const control of [page.getByLabel("Start tree"), page.getByLabel("Goal tree"), page.getByRole("button", { name: "Meshes" })]) {
+    await control.click();
+    pictures.push(await picture());
+  }
+  assert.equal(new Set(pictures).size, 4);
+  assert.deepEqual(complaints, []);
+});
+
 test("a plan that fails says and marks what is in the way", async () => {
   const plan = planned("failed", [...intoShelf, "--goal", "0,0.5,0,-1.815,0,3.436,0.7854"], 1);
   const obstacle = plan.inspections.flatMap(({ contacts }) => contacts)[0]?.obstacle ?? "";
