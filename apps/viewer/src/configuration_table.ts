@@ -1,7 +1,7 @@
 import type { Configuration, PlanDocument } from "./document";
 import { create } from "./dom";
 import { describeLimits } from "./joint_table";
-import { goalConfigurations } from "./scene/targets";
+import { goalConfigurations, titleOf } from "./scene/targets";
 import { isBeyond, jointUnit, positionLimits, writeJoint } from "./joint_values";
 
 /** The joint values of start and goals where there is no motion, held against the limits. */
@@ -11,10 +11,7 @@ export function createConfigurationTable(document: PlanDocument): HTMLElement {
   const limits = positionLimits(coordinates, names.length);
   const columns: { title: string; q: Configuration }[] = [
     { title: "Start", q: start },
-    ...goalConfigurations(document).map(({ what, goal, configuration }) => ({
-      title: `${what === "nearest" ? "Nearest to goal" : "Goal"} ${goal + 1}`,
-      q: configuration,
-    })),
+    ...goalConfigurations(document).map((goal) => ({ title: titleOf(document, goal), q: goal.configuration })),
   ];
   const heads = ["Joint", ...columns.map(({ title }) => title), "Limits"].map((title) => {
     const head = create("th", "", title);

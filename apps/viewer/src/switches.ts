@@ -116,7 +116,7 @@ export function createObstacleList(scene: SceneView): HTMLElement {
 
 /** Where the robot can be put beside its motion: configurations that were looked at, and what was found there. */
 export function createInspectionChoice(
-  document: Pick<PlanDocument, "inspections" | "joint_names" | "path">,
+  document: Pick<PlanDocument, "inspections" | "joint_names" | "path" | "stages">,
   scene: SceneView,
   playback: Playback,
 ): HTMLElement | undefined {
@@ -138,7 +138,7 @@ export function createInspectionChoice(
   const first = hasMotion || !fault ? 0 : places.indexOf(fault);
   const { element, press } = createChoice(
     "Robot at",
-    places.map((place) => ({ label: place ? labelOf(place) : "Motion", choose: () => { show(place); } })),
+    places.map((place) => ({ label: place ? labelOf(document, place) : "Motion", choose: () => { show(place); } })),
     first,
   );
   show(places[first] ?? null);
@@ -157,8 +157,8 @@ function isAmiss(inspection: Inspection | null): boolean {
   return inspection !== null && inspection.contacts.length + inspection.limits.length > 0;
 }
 
-function labelOf(inspection: Inspection): string {
-  return titleOf(inspection) + (isAmiss(inspection) && inspection.what !== "fault" ? ", not valid" : "");
+function labelOf(document: Pick<PlanDocument, "stages">, inspection: Inspection): string {
+  return titleOf(document, inspection) + (isAmiss(inspection) && inspection.what !== "fault" ? ", not valid" : "");
 }
 
 function describe(inspection: Inspection, jointNames: string[]): string {

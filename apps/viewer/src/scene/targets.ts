@@ -92,8 +92,8 @@ export function describeContacts(contacts: Contact[], mostFrames = 2): { text: s
   });
 }
 
-/** Of a configuration that was looked at. */
-export function titleOf(inspection: Inspection): string {
-  const goal = inspection.goal === null ? "" : ` ${inspection.goal + 1}`;
-  return { start: "Start", goal: `Goal${goal}`, fault: "Fault", nearest: `Nearest to goal${goal}` }[inspection.what];
+/** Of a configuration that was looked at; goals are counted where there are several. */
+export function titleOf(document: Pick<PlanDocument, "stages">, { what, goal }: Pick<Inspection, "what" | "goal">): string {
+  const number = goal === null || goalsOf(document).length < 2 ? "" : ` ${goal + 1}`;
+  return { start: "Start", goal: `Goal${number}`, fault: "Fault", nearest: `Nearest to goal${number}` }[what];
 }
