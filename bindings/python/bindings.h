@@ -1,0 +1,82 @@
+#pragma once
+
+#include <pybind11/eigen.h>
+#include <pybind11/numpy.h>
+#include <pybind11/pybind11.h>
+
+#include <Eigen/Core>
+#include <atomic>
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "kavo/formats/robot_file.h"
+#include "kavo/kinematics/interface/kinematics.h"
+#include "kavo/kinematics/interface/robot_description.h"
+
+// What the sources of the module share. Every one of them defines the Python names of one subject.
+
+namespace kavo::python {
+
+namespace py = pybind11;
+
+using Configurations = std::vector<Eigen::VectorXd>;
+
+//! Numbers from Python: any array of doubles is read where it lies, whatever its strides; anything else that
+//! is like an array becomes one first.
+using Numbers = py::array_t<double, py::array::forcecast>;
+
+//! Configurations as the rows of a new array (N, dimension).
+py::array_t<double> ToArray(const Configurations& configurations, Eigen::Index dimension);
+//! The rows of an array (N, n). Another number of axes is a `ValueError`.
+Configurations ToConfigurations(const Numbers& rows);
+//! Points (N, 3).
+std::vector<Eigen::Vector3d> ToPoints(const Numbers& rows);
+
+//! A robot as Python has it.
+struct Robot {
+  //! \param recipe What `MakeRobot` makes the same one from. None if that is not known.
+  Robot(std::shared_ptr<RobotDescription> description_in, py::object recipe_in);
+
+  std::shared_ptr<RobotDescription> description;
+  std::shared_ptr<Kinematics> kinematics;
+  py::object recipe;
+  //! Of a robot from files.
+  std::shared_ptr<const formats::LoadedRobot> files;
+
+  Eigen::Index NumCoordinates() const { return static_cast<Eigen::Index>(description->numCSpaceCoords()); }
+};
+
+//! Keeps an object that belongs to one thread at a time from a second one, also from a callback of its own:
+//! with the GIL released another thread may come along, which is a `RuntimeError` for that one.
+class Turn {
+ public:
+  explicit Turn(std::atomic<bool>& is_taken) : is_taken_(is_taken) {
+    if (is_taken_.exchange(true)) {
+      throw std::runtime_error(
+          "this object is in use: by another thread, or by the call that calls back here");
+    }
+  }
+  ~Turn() { is_taken_ = false; }
+  Turn(const Turn&) = delete;
+  Turn& operator=(const Turn&) = delete;
+
+ private:
+  std::atomic<bool>& is_taken_;
+};
+
+void DefineErrors(py::module_& module);
+void DefineFormats(py::module_& module);
+void DefineKinematics(py::module_& module);
+void DefineLog(py::module_& module);
+void DefinePlanner(py::module_& module);
+void DefineResearch(py::module_& module);
+void DefineRobot(py::module_& module);
+void DefineTrajectory(py::module_& module);
+void DefineWorld(py::module_& module);
+
+}  // namespace kavo::python

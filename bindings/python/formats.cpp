@@ -1,0 +1,96 @@
+#include <pybind11/stl.h>
+
+#include <map>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "bindings/python/bindings.h"
+#include "kavo/formats/mesh_file.h"
+#include "kavo/formats/scene.h"
+#include "kavo/world/world.h"
+
+namespace kavo::python {
+
+namespace {
+
+using formats::Scene;
+
+Scene LoadScene(const std::string& file, const std::map<std::string, std::string>& packages) {
+  formats::SceneFileOptions options;
+  options.packages = packages;
+  const py::gil_scoped_release released;
+  return formats::ReadScene(file, options);
+}
+
+// Obstacles relative to the base of the robot; those given in one of its frames where that is at a
+// configuration.
+World WorldOf(const Scene& scene, const Robot* robot, const std::optional<Eigen::VectorXd>& q) {
+  formats::FramePoses frames;
+  if (robot != nullptr) {
+    const Eigen::VectorXd at = q.value_or(robot->description->defaultCSpaceConfiguration());
+    for (const std::string& frame : robot->kinematics->frameNames()) {
+      frames.emplace(frame, robot->kinematics->pose(at, robot->kinematics->frame(frame)));
+    }
+  }
+  World world;
+  formats::AddToWorld(scene, world, frames);
+  return world;
+}
+
+std::vector<std::string> UnhonouredTexts(const Scene& scene) {
+  std::vector<std::string> texts;
+  for (const formats::Unhonoured& unhonoured : scene.unhonoured) {
+    texts.push_back(formats::ToText(unhonoured));
+  }
+  return texts;
+}
+
+std::vector<std::string> AttachedIds(const Scene& scene) {
+  std::vector<std::string> ids;
+  for (const formats::AttachedObject& attached : scene.attached) {
+    ids.push_back(attached.object.id);
+  }
+  return ids;
+}
+
+MeshObstacle LoadMesh(const std::string& file, const Eigen::Vector3d& scale) {
+  const py::gil_scoped_release released;
+  return {formats::ReadMesh(file, scale)};
+}
+
+}  // namespace
+
+void DefineFormats(py::module_& module) {
+  py::class_<Scene>(module, "Scene",
+                    "The obstacles around a robot, as a file gives them; made by `load_scene`.")
+      .def_readonly("name", &Scene::name)
+      .def_readonly("file", &Scene::file)
+      .def_readonly("joint_state", &Scene::joint_state, "Joint values by name, as far as the file gives any.")
+      .def_readonly("base_pose", &Scene::base_pose, "Of the robot's base in the world of the file.")
+      .def_property_readonly("attached", &AttachedIds, "Ids of what the robot holds in the file.")
+      .def_property_readonly(
+          "unhonoured", &UnhonouredTexts,
+          "What the file asks for and Kavo does not honour, although it can change an answer.")
+      .def("world", &WorldOf, py::arg("robot") = py::none(), py::arg("q") = py::none(),
+           R"(A `World` of all its objects, named by their ids, relative to the robot's base.
+
+Args:
+    robot: Needed for objects that are given in one of its frames.
+    q: Where the robot is (dof,); its default configuration unless given.)");
+  module.def("load_scene", &LoadScene, py::arg("file"), py::kw_only(),
+             py::arg("packages") = std::map<std::string, std::string>(),
+             R"(Reads a planning scene, YAML or text.
+
+Args:
+    file: Its name.
+    packages: Folders of packages by name, for meshes whose names begin with "package://".
+
+Raises:
+    FileError: For a file that cannot be read or does not have this form.)");
+  module.def("load_mesh", &LoadMesh, py::arg("file"), py::arg("scale") = Eigen::Vector3d(1.0, 1.0, 1.0),
+             "Reads a `Mesh` from an STL, OBJ, DAE or PLY file; `scale` is by axis (3,).");
+}
+
+}  // namespace kavo::python

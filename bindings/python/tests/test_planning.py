@@ -1,0 +1,182 @@
+"""What a user of the module relies on, held against independent answers."""
+
+import logging
+import os
+import pickle
+import signal
+import threading
+import time
+from pathlib import Path
+
+import numpy as np
+import pytest
+
+import kavo
+
+EXAMPLES = Path(__file__).resolve().parents[3] / "examples"
+DOWN = (1.0, 0.0, 0.0, 0.0)
+
+
+def at(*translation):
+    return kavo.Pose3(translation=translation)
+
+
+@pytest.fixture
+def scene():
+    """An arm that has to take its hand round a post."""
+    robot = kavo.Robot.franka()
+    world = kavo.World()
+    world.add(kavo.HalfSpace(), at(0.0, 0.0, -0.1), "floor")
+    world.add(kavo.Box((0.1, 0.1, 1.0)), at(0.4, 0.0, 0.5), "post")
+    start = robot.default_configuration
+    target = start.copy()
+    start[0] -= 1.0
+    target[0] += 1.0
+    return robot, world, start, target
+
+
+@pytest.fixture
+def hopeless():
+    """A search without an end: the first link of the arm would have to go through a post on either side."""
+    world = kavo.World()
+    for y in (-0.5, 0.5):
+        world.add(kavo.Sphere(0.1), at(0.0, y, 0.0))
+    planner = kavo.Planner(kavo.Robot.three_link_arm(), world, max_iterations=2_000_000_000, max_nodes=2_000_000_000)
+    return lambda **options: planner.plan_to_configuration(np.zeros(3), (3.0, 0.0, 0.0), **options)
+
+
+def test_a_plan_is_proven_repeated_and_survives_pickling(scene):
+    robot, world, start, target = scene
+    plan = kavo.Planner(robot, world, step_size=0.05, seed=7).plan_to_configuration(start, target, True)
+    assert plan and plan.report.status == "found"
+    assert plan.path.shape[1] == 7 and len(plan.path) > 2
+    np.testing.assert_array_equal(plan.path[[0, -1]], [start, target])
+    assert len(plan.interpolated_path) > len(plan.path)
+
+    straight = kavo.check_path(robot, world, [start, target], 0.01)
+    assert not straight and straight.first_bad.fault.contact.obstacle_name == "post"
+    assert kavo.check_path(robot, world, plan.path)
+
+    # Everything that goes to another process and back.
+    robot, world, settings, plan_again = pickle.loads(
+        pickle.dumps((robot, world, kavo.Planner(robot, step_size=0.05, seed=7).settings, plan))
+    )
+    assert plan_again.report == plan.report
+    again = kavo.Planner(robot, world, **settings).plan_to_configuration(start, target, True)
+    assert again.path.tobytes() == plan.path.tobytes() == plan_again.path.tobytes()
+
+
+def test_goals_lines_stages_and_trajectories(scene):
+    robot, world, start, _ = scene
+    planner = kavo.Planner(robot, world)
+    above = kavo.Pose3(DOWN, (0.3, 0.4, 0.4))
+    below = kavo.Pose3(DOWN, (0.3, 0.4, -0.3))
+    plan = planner.plan_to_goals(start, [kavo.PoseGoal(below), kavo.PoseGoal(above, free_rotations=(False, False, True))])
+    assert plan.goal == 1 and planner.report.goals[0].fault.contact.obstacle_name == "floor"
+    np.testing.assert_allclose(robot.pose(plan.path[-1]).translation, above.translation, atol=1e-4)
+    assert kavo.prove_path(robot, world, plan.path).verdict == "proven free"
+
+    asked = []
+    refused = planner.plan_to_pose(start, kavo.PoseGoal(above, accepts=lambda q: asked.append(q.shape)))
+    assert not refused and set(asked) == {(7,)}
+
+    position = planner.plan_to_position(start, (0.25, -0.4, 0.5))
+    np.testing.assert_allclose(robot.positions(position.path[-1:]), [[0.25, -0.4, 0.5]], atol=1e-4)
+
+    line = planner.plan_line(plan.path[-1], at(0.3, 0.4, 0.3) @ kavo.Pose3(rotation=DOWN))
+    assert line and np.ptp(robot.positions(line.path)[:, :2], axis=0).max() < 1e-3
+
+    staged = planner.plan_stages(start, [kavo.Stage([above]), kavo.Stage([line_goal(0.35)], kavo.LineOptions())])
+    assert staged and staged.parts[1].line.end == "complete"
+
+    limits = kavo.franka_motion_limits()
+    trajectory = kavo.time_path(plan.path, robot, world, limits)
+    samples = trajectory.samples(0.01)
+    assert samples.position.shape == samples.velocity.shape == (len(samples.time), 7)
+    assert (np.abs(samples.velocity) <= limits.velocity * (1.0 + 1e-9)).all()
+    np.testing.assert_array_equal(trajectory.at(samples.time[3:5]).position, samples.position[3:5])
+
+
+def line_goal(height):
+    return kavo.Pose3(DOWN, (0.3, 0.4, height))
+
+
+def test_batches_of_spheres_agree_with_one_by_one(scene):
+    world = scene[1]
+    view = world.view()
+    rng = np.random.default_rng(1)
+    # Columns that do not lie side by side, to be read in place.
+    centers = rng.uniform(-0.6, 0.6, (300, 6))[:, ::2]
+    radii = rng.uniform(0.0, 0.2, 600)[::2]
+    one_by_one = [view.in_collision(center, radius) for center, radius in zip(centers, radii)]
+    np.testing.assert_array_equal(view.in_collision(centers, radii), one_by_one)
+    assert 0 < sum(one_by_one) < 300
+    nearest = view.nearest(centers)
+    np.testing.assert_array_equal(nearest.distances <= radii, one_by_one)
+    world.remove(nearest.obstacles[0])
+    assert view.name(nearest.obstacles[0]) in ("floor", "post")
+    view.update()
+    assert view.name(nearest.obstacles[0]) == ""
+    with pytest.raises(ValueError, match=r"\(N,\)"):
+        view.in_collision(centers, radii[:5])
+
+
+def test_settings_have_types_and_ranges(scene):
+    planner = kavo.Planner(scene[0], bi_rrt_params={"range": 0.5})
+    assert planner.settings["bi_rrt_params/range"] == 0.5
+    before = planner.settings
+    for name, value, error in [
+        ("step_size", -1.0, ValueError),
+        ("step_size", "0.1", TypeError),
+        ("seed", 1.5, TypeError),
+        ("enable_tesk_tree", 1, TypeError),
+        ("max_iterations", True, TypeError),
+        ("task_space_limits", [[0.0, 1.0, 2.0]], TypeError),
+        ("stepsize", 0.1, KeyError),
+    ]:
+        with pytest.raises(error):
+            planner.set_param(name, value)
+    assert planner.settings == before
+    planner.set_param("step_size", 1)
+    planner.set(task_space_limits=np.array([[-0.5, 0.5]] * 3), distance_metric_weights=np.arange(1.0, 8.0))
+    assert planner.settings["step_size"] == 1.0 and planner.settings["distance_metric_weights"][6] == 7.0
+
+
+def test_fatal_errors_and_records_reach_python(scene, caplog):
+    with pytest.raises(kavo.FatalError, match="radius") as caught:
+        kavo.World().add(kavo.Sphere(-1.0))
+    assert (caught.value.file, caught.value.line) == ("world/world", 20) and "Sphere" in caught.value.message
+    assert pickle.loads(pickle.dumps(caught.value)).condition == caught.value.condition
+    assert caplog.records[-1].name == "kavo" and caplog.records[-1].levelno == logging.CRITICAL
+    with pytest.raises(kavo.FatalError, match="Unknown|unknown|frame"):
+        scene[0].pose(np.zeros(7), "nothing")
+    with pytest.raises(kavo.FileError, match="arm.urdf"):
+        kavo.Robot._parse(("arm.urdf", "<robot"), None, None, {})
+
+
+def test_a_search_ends_by_time_by_a_function_and_by_a_signal(hopeless):
+    assert hopeless(timeout=0.05).report.status == "stopped"
+
+    asked = []
+    assert hopeless(stop=lambda: len(asked) == 3 or asked.append(0)).report.status == "stopped"
+    assert len(asked) == 3
+    with pytest.raises(ZeroDivisionError):
+        hopeless(stop=lambda: 1 / 0)
+
+    # The other thread runs while the search does, and sees that the planner is taken.
+    seen = []
+
+    def interrupt():
+        time.sleep(0.1)
+        with pytest.raises(RuntimeError, match="in use"):
+            hopeless()
+        seen.append(time.monotonic())
+        os.kill(os.getpid(), signal.SIGINT)
+
+    thread = threading.Thread(target=interrupt)
+    thread.start()
+    with pytest.raises(KeyboardInterrupt):
+        hopeless(timeout=30.0)
+    assert time.monotonic() - seen[0] < 5.0
+    thread.join()
+    assert hopeless(timeout=0.0).report.status == "stopped"
