@@ -82,4 +82,5 @@ PYBIND11_MODULE(_kavo, module) {
   DefinePlanner(module);
   DefineTrajectory(module);
   DefineFormats(module);
+  DefineResearch(module);
 }
