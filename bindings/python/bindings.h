@@ -17,6 +17,7 @@
 #include "kavo/formats/robot_file.h"
 #include "kavo/kinematics/interface/kinematics.h"
 #include "kavo/kinematics/interface/robot_description.h"
+#include "kavo/math/sphere.h"
 
 // What the sources of the module share. Every one of them defines the Python names of one subject.
 
@@ -34,22 +35,29 @@ using Numbers = py::array_t<double, py::array::forcecast>;
 py::array_t<double> ToArray(const Configurations& configurations, Eigen::Index dimension);
 //! The rows of an array (N, n). Another number of axes is a `ValueError`.
 Configurations ToConfigurations(const Numbers& rows);
+//! Spheres as the rows of a new array (N, 4): x, y, z and radius.
+py::array_t<double> ToArray(const std::vector<math::Sphere>& spheres);
 //! Points (N, 3).
 std::vector<Eigen::Vector3d> ToPoints(const Numbers& rows);
 
 //! A robot as Python has it.
 struct Robot {
-  //! \param recipe What `MakeRobot` makes the same one from. None if that is not known.
-  Robot(std::shared_ptr<RobotDescription> description_in, py::object recipe_in);
+  //! \param recipe_in The state that it is pickled by, from which the same one is made.
+  Robot(std::shared_ptr<RobotDescription> description_in, py::tuple recipe_in);
 
   std::shared_ptr<RobotDescription> description;
   std::shared_ptr<Kinematics> kinematics;
-  py::object recipe;
+  py::tuple recipe;
   //! Of a robot from files.
   std::shared_ptr<const formats::LoadedRobot> files;
 
   Eigen::Index NumCoordinates() const { return static_cast<Eigen::Index>(description->numCSpaceCoords()); }
 };
+
+//! Another form of a robot.
+//! \param method, arguments The method of `Robot` in Python that makes it.
+Robot MakeVariant(const Robot& robot, std::shared_ptr<RobotDescription> description, const char* method,
+                  const py::tuple& arguments);
 
 //! Keeps an object that belongs to one thread at a time from a second one, also from a callback of its own:
 //! with the GIL released another thread may come along, which is a `RuntimeError` for that one.

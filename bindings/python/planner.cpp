@@ -16,6 +16,8 @@
 #include "bindings/python/control.h"
 #include "bindings/python/goals.h"
 #include "bindings/python/records.h"
+#include "kavo/kinematics/interface/robot_variants.h"
+#include "kavo/motion_planning/interface/attached_object.h"
 #include "kavo/motion_planning/interface/motion_planner_config.h"
 #include "kavo/motion_planning/interface/parameters.h"
 #include "kavo/motion_planning/util/path_check.h"
@@ -29,6 +31,7 @@ namespace {
 using planning::MotionPlannerConfig;
 using planning::Parameter;
 using planning::ParameterValue;
+using Names = std::vector<std::string>;
 using Timeout = std::optional<double>;
 
 const Parameter& ParameterOf(const std::string& name) {
@@ -128,8 +131,7 @@ void ForEachSetting(const py::dict& settings, const std::string& prefix, const T
   }
 }
 
-// A planner with all that its queries need. It owns a view of the world, so that nobody else moves what it
-// plans in; the world itself is kept for reading only by whoever made it.
+// A planner with all that its queries need. The view that it plans in is its own.
 class Planner {
  public:
   Planner(const Robot& robot, const std::optional<World>& world,
@@ -220,6 +222,48 @@ class Planner {
     robot_ = robot;
   }
 
+  void Attach(const std::string& name, const std::string& frame,
+              const std::vector<std::pair<ObstacleShape, Pose3>>& parts, const Pose3& pose,
+              const Names& touch_frames, const Names& allowed_obstacles,
+              const std::optional<double>& cover_tolerance) {
+    const Turn turn(is_in_use_);
+    AttachedObject object{name, frame, pose, {}, touch_frames, allowed_obstacles, cover_tolerance};
+    for (const auto& [shape, place] : parts) {
+      object.parts.push_back({shape, place});
+    }
+    {
+      const py::gil_scoped_release released;
+      planner_->attach(object);
+    }
+    TakeAttached();
+  }
+
+  void AttachFrom(const std::string& obstacle, const std::string& frame, const Eigen::VectorXd& q,
+                  const Names& touch_frames, const Names& allowed_obstacles) {
+    const Turn turn(is_in_use_);
+    {
+      const py::gil_scoped_release released;
+      AttachFromWorld(*planner_, world_, obstacle, frame, q, touch_frames, allowed_obstacles);
+    }
+    TakeAttached();
+  }
+
+  void Detach(const std::string& name) {
+    const Turn turn(is_in_use_);
+    planner_->detach(name);
+    TakeDetached(name);
+  }
+
+  std::vector<std::uint64_t> DetachInto(const std::string& name, const Eigen::VectorXd& q) {
+    const Turn turn(is_in_use_);
+    std::vector<std::uint64_t> ids;
+    for (const ObstacleHandle obstacle : DetachIntoWorld(*planner_, world_, name, q)) {
+      ids.push_back(obstacle.id());
+    }
+    TakeDetached(name);
+    return ids;
+  }
+
   QueryReport Report() {
     const Turn turn(is_in_use_);
     return planner_->queryReport();
@@ -258,6 +302,18 @@ class Planner {
       tell(parameter, setting);
       config_ = std::move(changed);
     });
+  }
+
+  // The robot that the planner has gone over to.
+  void TakeAttached() {
+    const std::shared_ptr<RobotDescription> form = planner_->robot();
+    const AttachedBody body = AttachedBodies(*form).back();
+    robot_ = MakeVariant(robot_, form, "with_attached",
+                         py::make_tuple(body.name, body.frame, ToArray(body.spheres), body.pose,
+                                        body.touch_frames, body.allowed_obstacles));
+  }
+  void TakeDetached(const std::string& name) {
+    robot_ = MakeVariant(robot_, planner_->robot(), "without_attached", py::make_tuple(name));
   }
 
   template <typename Query>
@@ -365,6 +421,26 @@ What has a slash in its name is given in a dict: `set(step_size=0.05, bi_rrt_par
       .def_property_readonly("world", &Planner::world)
       .def("set_robot", &Planner::SetRobot, py::arg("robot"),
            "Goes over to another form of the robot, such as one that holds something.")
+      .def("attach", &Planner::Attach, py::arg("name"), py::arg("frame"), py::arg("parts"),
+           py::arg("pose") = Pose3(), py::arg("touch_frames") = Names(),
+           py::arg("allowed_obstacles") = Names(), py::arg("cover_tolerance") = py::none(),
+           R"(Has the robot hold an object from the next query on.
+
+Args:
+    name: Of no frame of the robot and of no obstacle.
+    frame: That it is fixed to.
+    parts: Shapes and their poses in the object; they are covered by spheres.
+    pose: Of the object in the frame.
+    touch_frames: Frames that it may touch, beside those that it does not move against.
+    allowed_obstacles: Names of obstacles that it may touch.
+    cover_tolerance: How far the spheres may reach beyond it, metres; by its size unless given.)")
+      .def("attach_from_world", &Planner::AttachFrom, py::arg("obstacle"), py::arg("frame"), py::arg("q"),
+           py::arg("touch_frames") = Names(), py::arg("allowed_obstacles") = Names(),
+           "Takes the obstacles of a name out of the world and attaches them where they are when the robot "
+           "is at `q`.")
+      .def("detach", &Planner::Detach, py::arg("name"), "Takes from the robot what it holds.")
+      .def("detach_into_world", &Planner::DetachInto, py::arg("name"), py::arg("q"),
+           "Puts what the robot holds into the world, where it is when the robot is at `q`. Returns ids.")
       .def_property_readonly("report", &Planner::Report, "Of the last query: `QueryReport`.")
       .def_property("keeps_searches", &Planner::KeepsSearches, &Planner::KeepSearches,
                     "Whether `last_search` is filled; answers stay the same.")

@@ -11,6 +11,7 @@
 
 #include "bindings/python/records.h"
 #include "kavo/kinematics/interface/robot_description_builder.h"
+#include "kavo/kinematics/interface/robot_description_internal.h"
 #include "kavo/kinematics/interface/robot_variants.h"
 
 namespace kavo::python {
@@ -148,14 +149,6 @@ Robot Parse(const py::object& urdf, const py::object& srdf, const py::object& sp
   return robot;
 }
 
-// Another form of a robot; `arguments` are those of the method that makes it.
-Robot Variant(const Robot& robot, std::shared_ptr<RobotDescription> description, const char* method,
-              const py::tuple& arguments) {
-  Robot variant(std::move(description), py::make_tuple("variant", robot, method, arguments));
-  variant.files = robot.files;
-  return variant;
-}
-
 Robot MakeRobot(const py::tuple& recipe) {
   const std::string kind = py::cast<std::string>(recipe[0]);
   if (kind == "franka") {
@@ -176,13 +169,6 @@ Robot MakeRobot(const py::tuple& recipe) {
     return py::cast<Robot>(recipe[1].attr(recipe[2])(*py::tuple(recipe[3])));
   }
   throw py::value_error("not the state of a robot: " + kind);
-}
-
-py::tuple RecipeOf(const Robot& robot) {
-  if (robot.recipe.is_none()) {
-    throw py::type_error("this robot cannot be pickled: it is a form that a planner has made");
-  }
-  return robot.recipe;
 }
 
 Names CoordinateNames(const Robot& robot) {
@@ -216,7 +202,7 @@ void DefineForms(py::class_<Robot>& robot) {
           "with_attached",
           [](const Robot& self, const std::string& name, const std::string& frame, const Numbers& spheres,
              const Pose3& pose, const Names& touch_frames, const Names& allowed_obstacles) {
-            return Variant(
+            return MakeVariant(
                 self,
                 WithAttached(*self.description,
                              {name, frame, pose, ToSpheres(spheres), touch_frames, allowed_obstacles}),
@@ -236,16 +222,16 @@ Args:
       .def(
           "without_attached",
           [](const Robot& self, const std::string& name) {
-            return Variant(self, WithoutAttached(*self.description, name), "without_attached",
-                           py::make_tuple(name));
+            return MakeVariant(self, WithoutAttached(*self.description, name), "without_attached",
+                               py::make_tuple(name));
           },
           py::arg("name"), "The robot without something that it holds.")
       .def(
           "with_contact_rules",
           [](const Robot& self, const std::map<std::string, double>& paddings,
              const std::map<std::string, Names>& allowed_obstacles) {
-            return Variant(self, WithContactRules(*self.description, {paddings, allowed_obstacles}),
-                           "with_contact_rules", py::make_tuple(paddings, allowed_obstacles));
+            return MakeVariant(self, WithContactRules(*self.description, {paddings, allowed_obstacles}),
+                               "with_contact_rules", py::make_tuple(paddings, allowed_obstacles));
           },
           py::arg("paddings") = std::map<std::string, double>(),
           py::arg("allowed_obstacles") = std::map<std::string, Names>(),
@@ -254,8 +240,8 @@ Args:
       .def(
           "with_collision_pairs",
           [](const Robot& self, const Pairs& pairs) {
-            return Variant(self, WithCollisionPairs(*self.description, pairs), "with_collision_pairs",
-                           py::make_tuple(pairs));
+            return MakeVariant(self, WithCollisionPairs(*self.description, pairs), "with_collision_pairs",
+                               py::make_tuple(pairs));
           },
           py::arg("pairs"),
           "The robot with these pairs of frames that must not touch each other, instead of its own.")
@@ -303,10 +289,25 @@ void DefineFileProperties(py::class_<Robot>& robot) {
 
 }  // namespace
 
-Robot::Robot(std::shared_ptr<RobotDescription> description_in, py::object recipe_in)
+Robot::Robot(std::shared_ptr<RobotDescription> description_in, py::tuple recipe_in)
     : description(std::move(description_in)),
       kinematics(description->kinematics()),
       recipe(std::move(recipe_in)) {}
+
+py::array_t<double> ToArray(const std::vector<math::Sphere>& spheres) {
+  Configurations rows;
+  for (const math::Sphere& sphere : spheres) {
+    rows.emplace_back(Eigen::Vector4d(sphere.center[0], sphere.center[1], sphere.center[2], sphere.radius));
+  }
+  return ToArray(rows, 4);
+}
+
+Robot MakeVariant(const Robot& robot, std::shared_ptr<RobotDescription> description, const char* method,
+                  const py::tuple& arguments) {
+  Robot variant(std::move(description), py::make_tuple("variant", robot, method, arguments));
+  variant.files = robot.files;
+  return variant;
+}
 
 void DefineRobot(py::module_& module) {
   py::class_<Robot> robot(module, "Robot", R"(What a planner needs to know about a robot. Immutable.
@@ -342,6 +343,19 @@ Args:
       .def_property_readonly(
           "frame_names", [](const Robot& self) { return self.kinematics->frameNames(); },
           "All frames, each after the one it is attached to.")
+      .def_property_readonly(
+          "collision_spheres",
+          [](const Robot& self) {
+            const auto* internal = dynamic_cast<const RobotDescriptionInternal*>(self.description.get());
+            py::dict spheres;
+            if (internal != nullptr) {
+              for (const std::string& frame : internal->collision().frames) {
+                spheres[frame.c_str()] = ToArray(internal->collision().spheresOf(frame));
+              }
+            }
+            return spheres;
+          },
+          "By frame (N, 4): x, y, z and radius, metres, in the frame's coordinates.")
       .def_property_readonly("tip_frame", &LastFrame, "The frame that positions are most likely asked for.")
       .def_property_readonly(
           "default_configuration",
@@ -381,7 +395,7 @@ Args:
             return self.kinematics->positionJacobian(q, FrameOf(self, frame));
           },
           py::arg("q"), py::arg("frame") = "", "Derivative of the position by the coordinates (3, dof).")
-      .def(py::pickle(&RecipeOf, &MakeRobot));
+      .def(py::pickle([](const Robot& self) { return self.recipe; }, &MakeRobot));
   DefineForms(robot);
   DefineFileProperties(robot);
 }

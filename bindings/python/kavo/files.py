@@ -12,7 +12,8 @@ def _read(file: Optional[File]) -> Optional[Tuple[str, str]]:
     if file is None:
         return None
     with open(file, encoding="utf-8", newline="") as stream:
-        return os.fspath(file), stream.read()
+        # Meshes are found from there, wherever the robot goes.
+        return os.path.abspath(file), stream.read()
 
 
 def load_robot(

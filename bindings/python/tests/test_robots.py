@@ -1,0 +1,86 @@
+"""Robots from files and in code, in other forms, and what they hold."""
+
+import pickle
+from pathlib import Path
+
+import numpy as np
+import pytest
+
+import kavo
+
+OWN = Path(__file__).resolve().parents[3] / "examples" / "own_robot"
+URDF = """<robot name="arm">
+  <link name="base"/>
+  <link name="tip"><collision><geometry><mesh filename="tip.ply"/></geometry></collision></link>
+  <joint name="turn" type="revolute"><parent link="base"/><child link="tip"/><origin xyz="0 0 1"/>
+    <axis xyz="0 0 1"/><limit lower="-1" upper="2" velocity="3" effort="1"/></joint>
+</robot>"""
+TETRAHEDRON = """ply
+format ascii 1.0
+element vertex 4
+property float x
+property float y
+property float z
+element face 4
+property list uchar int vertex_indices
+end_header
+0 0 0
+0.1 0 0
+0 0.1 0
+0 0 0.1
+3 0 2 1
+3 0 1 3
+3 0 3 2
+3 1 2 3
+"""
+
+
+def same(a, b):
+    q = a.default_configuration
+    spheres, others = a.collision_spheres, b.collision_spheres
+    return (
+        a.frame_names == b.frame_names
+        and a.pose(q) == b.pose(q)
+        and spheres.keys() == others.keys()
+        and all((spheres[frame] == others[frame]).all() for frame in spheres)
+    )
+
+
+def test_a_robot_of_files_goes_where_its_meshes_are_not(tmp_path, monkeypatch):
+    (tmp_path / "arm.urdf").write_text(URDF)
+    (tmp_path / "tip.ply").write_text(TETRAHEDRON)
+    monkeypatch.chdir(tmp_path)
+    robot = kavo.load_robot("arm.urdf")
+    monkeypatch.chdir("/")
+    assert same(pickle.loads(pickle.dumps(robot)), robot) and len(robot.collision_spheres["tip"]) > 0
+    assert robot.motion_limits.velocity == [3.0] and (robot.lower, robot.upper) == ([-1.0], [2.0])
+    with pytest.raises(kavo.FileError, match="gruop"):
+        kavo.load_robot(tmp_path / "arm.urdf", group="gruop")
+
+
+def test_groups_scenes_and_named_configurations():
+    robot = kavo.load_robot(OWN / "arm.urdf", OWN / "arm.srdf", group="arm", cover=False)
+    assert robot.dof == 5 and robot.tip_frame == "tool" and robot.named_configurations["home"].shape == (5,)
+    scene = kavo.load_scene(str(OWN / "scene.yaml"))
+    world = pickle.loads(pickle.dumps(scene.world(robot)))
+    assert len(world) == 3 and scene.unhonoured == []
+
+
+def test_a_robot_in_code_and_what_it_holds():
+    joint = kavo.Joint("turn", "revolute", "base", "arm", axis=(0, 0, 1), limits=(-2.0, 2.0))
+    tool = kavo.Joint("tool", "fixed", "arm", "tool", kavo.Pose3(translation=(0.5, 0.0, 0.0)))
+    robot = kavo.Robot.describe("base", [joint, tool], {"tool": [[0.0, 0.0, 0.0, 0.05]]})
+    np.testing.assert_allclose(robot.positions([[0.0], [np.pi / 2]]), [[0.5, 0, 0], [0, 0.5, 0]], atol=1e-15)
+    np.testing.assert_allclose(robot.position_jacobian([0.0]), [[0.0], [0.5], [0.0]], atol=1e-15)
+
+    world = kavo.World()
+    world.add(kavo.Box((0.1, 0.1, 0.1)), kavo.Pose3(translation=(0.6, 0.0, 0.0)), "box")
+    planner = kavo.Planner(robot, world, task_space_frame_name="tool")
+    start, target = [0.0], [1.5]
+    assert planner.plan_to_configuration(start, target).report.fault.contact.obstacle_name == "box"
+    planner.attach_from_world("box", "tool", start)
+    assert len(world) == 0 and planner.plan_to_configuration(start, target)
+    assert planner.robot.attached == ["box"] and same(pickle.loads(pickle.dumps(planner.robot)), planner.robot)
+    (box,) = planner.detach_into_world("box", target)
+    np.testing.assert_allclose(world.pose(box).translation, 0.6 * np.array([np.cos(1.5), np.sin(1.5), 0.0]))
+    assert planner.robot.attached == [] and same(pickle.loads(pickle.dumps(planner.robot)), robot)
