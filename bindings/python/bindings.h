@@ -59,6 +59,9 @@ struct Robot {
 Robot MakeVariant(const Robot& robot, std::shared_ptr<RobotDescription> description, const char* method,
                   const py::tuple& arguments);
 
+//! The form that holds one thing more, the last one.
+Robot MakeAttached(const Robot& robot, std::shared_ptr<RobotDescription> description);
+
 //! Keeps an object that belongs to one thread at a time from a second one, also from a callback of its own:
 //! with the GIL released another thread may come along, which is a `RuntimeError` for that one.
 class Turn {

@@ -1,6 +1,7 @@
 #include <pybind11/stl.h>
 
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
@@ -8,7 +9,10 @@
 
 #include "bindings/python/bindings.h"
 #include "kavo/formats/mesh_file.h"
+#include "kavo/formats/robot_in_scene.h"
 #include "kavo/formats/scene.h"
+#include "kavo/kinematics/interface/robot_description_internal.h"
+#include "kavo/kinematics/interface/robot_variants.h"
 #include "kavo/world/world.h"
 
 namespace kavo::python {
@@ -22,6 +26,28 @@ Scene LoadScene(const std::string& file, const std::map<std::string, std::string
   options.packages = packages;
   const py::gil_scoped_release released;
   return formats::ReadScene(file, options);
+}
+
+// By the forms of a robot that Python has as well, so that the result pickles.
+Robot RobotIn(const Scene& scene, const Robot& robot, const std::optional<Eigen::VectorXd>& q) {
+  if (!robot.files) {
+    throw py::value_error("what a scene says of a robot is about one from files, see load_robot");
+  }
+  formats::LoadedRobot loaded = *robot.files;
+  loaded.description = robot.description;
+  const std::shared_ptr<RobotDescription> form =
+      formats::WithScene(loaded, scene, q.value_or(robot.description->defaultCSpaceConfiguration()));
+  Robot result = robot;
+  const std::vector<AttachedBody> bodies = AttachedBodies(*form);
+  for (std::size_t i = AttachedBodies(*robot.description).size(); i < bodies.size(); ++i) {
+    result = MakeAttached(result, WithAttached(*result.description, bodies[i]));
+  }
+  const CollisionModel& collision = dynamic_cast<const RobotDescriptionInternal&>(*form).collision();
+  result = MakeVariant(result, WithCollisionPairs(*result.description, collision.pairs),
+                       "with_collision_pairs", py::make_tuple(collision.pairs));
+  const ContactRules rules = ContactRulesOf(*form);
+  return MakeVariant(result, WithContactRules(*result.description, rules), "with_contact_rules",
+                     py::make_tuple(rules.paddings, rules.allowed_obstacles));
 }
 
 // Obstacles relative to the base of the robot; those given in one of its frames where that is at a
@@ -73,6 +99,13 @@ void DefineFormats(py::module_& module) {
       .def_property_readonly(
           "unhonoured", &UnhonouredTexts,
           "What the file asks for and Kavo does not honour, although it can change an answer.")
+      .def(
+          "robot", &RobotIn, py::arg("robot"), py::arg("q") = py::none(),
+          R"(A robot from files as it is in the scene: holding what that attaches, under its allowed collisions and paddings.
+
+Args:
+    robot: See `load_robot`.
+    q: Where the robot is (dof,); its default configuration unless given.)")
       .def("world", &WorldOf, py::arg("robot") = py::none(), py::arg("q") = py::none(),
            R"(A `World` of all its objects, named by their ids, relative to the robot's base.
 

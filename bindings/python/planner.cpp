@@ -305,13 +305,7 @@ class Planner {
   }
 
   // The robot that the planner has gone over to.
-  void TakeAttached() {
-    const std::shared_ptr<RobotDescription> form = planner_->robot();
-    const AttachedBody body = AttachedBodies(*form).back();
-    robot_ = MakeVariant(robot_, form, "with_attached",
-                         py::make_tuple(body.name, body.frame, ToArray(body.spheres), body.pose,
-                                        body.touch_frames, body.allowed_obstacles));
-  }
+  void TakeAttached() { robot_ = MakeAttached(robot_, planner_->robot()); }
   void TakeDetached(const std::string& name) {
     robot_ = MakeVariant(robot_, planner_->robot(), "without_attached", py::make_tuple(name));
   }

@@ -309,6 +309,13 @@ Robot MakeVariant(const Robot& robot, std::shared_ptr<RobotDescription> descript
   return variant;
 }
 
+Robot MakeAttached(const Robot& robot, std::shared_ptr<RobotDescription> description) {
+  const AttachedBody body = AttachedBodies(*description).back();
+  return MakeVariant(robot, std::move(description), "with_attached",
+                     py::make_tuple(body.name, body.frame, ToArray(body.spheres), body.pose,
+                                    body.touch_frames, body.allowed_obstacles));
+}
+
 void DefineRobot(py::module_& module) {
   py::class_<Robot> robot(module, "Robot", R"(What a planner needs to know about a robot. Immutable.
 

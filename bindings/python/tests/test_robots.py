@@ -66,6 +66,38 @@ def test_groups_scenes_and_named_configurations():
     assert len(world) == 3 and scene.unhonoured == []
 
 
+def test_a_robot_in_a_scene_keeps_to_its_rules(tmp_path):
+    urdf = URDF.replace('<mesh filename="tip.ply"/>', '<sphere radius="0.1"/>')
+    (tmp_path / "arm.urdf").write_text(urdf)
+    # The table touches the tip, the ball would touch what the tip holds, the shelf is nearer than the padding.
+    (tmp_path / "scene.yaml").write_text(
+        """
+robot_state: {attached_collision_objects: [{link_name: tip, object: {id: cup, header: {frame_id: tip},
+  pose: {position: [0, 0, 0.3]}, primitives: [{type: sphere, dimensions: [0.05]}]}}]}
+collision_objects:
+- {id: table, pose: {position: [0, 0, 0.85]}, primitives: [{type: sphere, dimensions: [0.1]}]}
+- {id: ball, pose: {position: [0, 0.1, 1.3]}, primitives: [{type: sphere, dimensions: [0.06]}]}
+- {id: shelf, pose: {position: [0.3, 0, 1]}, primitives: [{type: sphere, dimensions: [0.19]}]}
+allowed_collision_matrix: {entry_names: [tip, table], entry_values: [[0, 1], [1, 0]]}
+link_padding: [{link_name: tip, padding: 0.02}]
+"""
+    )
+    scene = kavo.load_scene(str(tmp_path / "scene.yaml"))
+    plain = kavo.load_robot(tmp_path / "arm.urdf")
+    robot = scene.robot(plain, [0.0])
+    assert scene.attached == robot.attached == ["cup"]
+    for form in (robot, pickle.loads(pickle.dumps(robot))):
+        contacts = []
+        for alone in ("table", "ball", "shelf"):
+            world = scene.world()
+            for obstacle in world.obstacles:
+                if world.name(obstacle) != alone:
+                    world.remove(obstacle)
+            seen = [kavo.RobotEnvironment(one, world).fault([0.0]) for one in (plain, form)]
+            contacts.append(tuple(fault.contact.frame if fault else None for fault in seen))
+        assert contacts == [("tip", None), (None, "cup"), (None, "tip")]
+
+
 def test_a_robot_in_code_and_what_it_holds():
     joint = kavo.Joint("turn", "revolute", "base", "arm", axis=(0, 0, 1), limits=(-2.0, 2.0))
     tool = kavo.Joint("tool", "fixed", "arm", "tool", kavo.Pose3(translation=(0.5, 0.0, 0.0)))
