@@ -16,6 +16,7 @@
 #include "bindings/python/control.h"
 #include "bindings/python/goals.h"
 #include "bindings/python/records.h"
+#include "kavo/formats/file_error.h"
 #include "kavo/kinematics/interface/robot_variants.h"
 #include "kavo/motion_planning/interface/attached_object.h"
 #include "kavo/motion_planning/interface/motion_planner_config.h"
@@ -131,6 +132,14 @@ void ForEachSetting(const py::dict& settings, const std::string& prefix, const T
   }
 }
 
+MotionPlannerConfig ReadConfig(const std::string& file) {
+  try {
+    return MotionPlannerConfig::ReadUnchecked(YAML::LoadFile(file));
+  } catch (const YAML::Exception& error) {
+    throw formats::FileError(file, error.mark.is_null() ? 0 : error.mark.line + 1, error.msg);
+  }
+}
+
 // A planner with all that its queries need. The view that it plans in is its own.
 class Planner {
  public:
@@ -138,8 +147,7 @@ class Planner {
           const std::optional<std::string>& config_file, const py::dict& settings)
       : robot_(robot),
         world_(world.value_or(World())),
-        config_(config_file ? MotionPlannerConfig::ReadUnchecked(YAML::LoadFile(*config_file))
-                            : MotionPlannerConfig(robot.description)) {
+        config_(config_file ? ReadConfig(*config_file) : MotionPlannerConfig(robot.description)) {
     if (const std::optional<std::string> fault = planning::FindSettingFault(config_, *robot.description)) {
       throw py::value_error(*fault);
     }

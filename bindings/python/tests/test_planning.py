@@ -121,7 +121,7 @@ def test_batches_of_spheres_agree_with_one_by_one(scene):
         view.in_collision(centers, radii[:5])
 
 
-def test_settings_have_types_and_ranges(scene):
+def test_settings_have_types_and_ranges(scene, tmp_path):
     planner = kavo.Planner(scene[0], bi_rrt_params={"range": 0.5})
     assert planner.settings["bi_rrt_params/range"] == 0.5
     before = planner.settings
@@ -137,6 +137,11 @@ def test_settings_have_types_and_ranges(scene):
         with pytest.raises(error):
             planner.set_param(name, value)
     assert planner.settings == before
+    assert kavo.Planner(scene[0], config_file=str(EXAMPLES / "planner.yaml"), seed=5).settings["seed"] == 5
+    (tmp_path / "planner.yaml").write_text("seed: 1\nstep_size: a\n")
+    with pytest.raises(kavo.FileError) as caught:
+        kavo.Planner(scene[0], config_file=str(tmp_path / "planner.yaml"))
+    assert caught.value.line == 2
     planner.set_param("step_size", 1)
     planner.set(task_space_limits=np.array([[-0.5, 0.5]] * 3), distance_metric_weights=np.arange(1.0, 8.0))
     assert planner.settings["step_size"] == 1.0 and planner.settings["distance_metric_weights"][6] == 7.0
