@@ -12,7 +12,8 @@ ROOT = Path(__file__).resolve().parents[3]
 def test_the_examples_in_texts():
     failed, attempted = doctest.testmod(kavo)
     assert attempted > 0 and failed == 0
-    blocks = re.findall(r"^```python\n(.*?)^```", (ROOT / "docs" / "python.md").read_text(), re.MULTILINE | re.DOTALL)
-    assert blocks
-    for block in blocks:
-        exec(block, {})
+    for text in ("README.md", "docs/python.md"):
+        blocks = re.findall(r"^```python\n(.*?)^```", (ROOT / text).read_text(), re.MULTILINE | re.DOTALL)
+        assert blocks
+        for block in blocks:
+            exec(block, {})
