@@ -175,13 +175,14 @@ def test_a_search_ends_by_time_by_a_function_and_by_a_signal(hopeless):
         time.sleep(0.1)
         with pytest.raises(RuntimeError, match="in use"):
             hopeless()
-        seen.append(time.monotonic())
+        seen.append("taken")
         os.kill(os.getpid(), signal.SIGINT)
 
     thread = threading.Thread(target=interrupt)
     thread.start()
+    # Without an end if the signal is not seen.
     with pytest.raises(KeyboardInterrupt):
-        hopeless(timeout=30.0)
-    assert time.monotonic() - seen[0] < 5.0
+        hopeless()
     thread.join()
+    assert seen == ["taken"]
     assert hopeless(timeout=0.0).report.status == "stopped"
