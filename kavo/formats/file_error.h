@@ -20,6 +20,7 @@ class KAVO_EXPORT FileError : public std::runtime_error {
   FileError& operator=(const FileError&) = default;
   ~FileError() override;
 
+  //! Its parts: the file, the line from 1 on (0 where none is known), what was found and expected.
   const std::string& file() const { return file_; }
   int line() const { return line_; }
   const std::string& message() const { return message_; }

@@ -14,6 +14,7 @@ namespace kavo::formats {
 
 //! How fast joints may move, as a file of limits gives it. Radians or metres, seconds.
 struct JointLimitsFile {
+  //! Of one joint; empty where the file says nothing.
   struct Joint {
     std::optional<double> velocity;
     //! The smaller one where a deceleration is given beside an acceleration.

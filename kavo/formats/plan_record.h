@@ -88,6 +88,7 @@ struct TrajectoryRecord {
 
 //! What a search left behind, to be drawn: of trees of many nodes, some.
 struct SearchDrawing {
+  //! A tree with the nodes of it that are drawn.
   struct Tree {
     SearchTree tree;
     //! That it had before it was thinned.
@@ -116,6 +117,7 @@ struct ContactRecord {
 
 //! A close look at a configuration.
 struct InspectionRecord {
+  //! Why it is looked at.
   enum class What { kStart, kGoal, kFault, kNearest };
 
   //! A coordinate beyond its limits.

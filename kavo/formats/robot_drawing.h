@@ -42,6 +42,7 @@ struct RobotDrawing {
     std::vector<Mesh> collision_meshes = {};
   };
 
+  //! A coordinate of the c-space.
   struct Coordinate {
     std::string name;
     bool slides = false;

@@ -79,6 +79,7 @@ struct LoadedRobot {
 
   //! What stands for the collision geometry of a link.
   struct LinkShape {
+    //! Where its spheres come from.
     enum class Source {
       //! Spheres of the file of spheres, of the SRDF, or of the collision geometry itself.
       kSpheresFile,
@@ -117,6 +118,7 @@ struct LoadedRobot {
 
   //! A joint that is no coordinate of the c-space.
   struct OtherJoint {
+    //! Why it is none.
     enum class Kind {
       //! It could move, but stays where it is.
       kHeld,

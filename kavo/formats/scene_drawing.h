@@ -12,6 +12,7 @@ namespace kavo::formats {
 
 //! All that it takes to draw what stands around a robot, as values.
 struct SceneDrawing {
+  //! An obstacle of the world.
   struct Obstacle {
     std::string name;
     //! Relative to the robot's base.

@@ -41,6 +41,7 @@ struct Srdf {
     std::map<std::string, double> joint_values;
   };
 
+  //! What is mounted on a link, with joints of its own.
   struct EndEffector {
     std::string name;
     //! The link that carries the end effector.

@@ -10,6 +10,7 @@ namespace kavo::formats {
 //! Something that a file asks for and that is not honoured, although it can change an answer. Readers list
 //! them; whether to go on without is for the caller to decide.
 struct KAVO_EXPORT Unhonoured {
+  //! What it is about; `ToString` gives the word for it.
   enum class Kind {
     kPathConstraints,
     kVisibilityConstraints,

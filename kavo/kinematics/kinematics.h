@@ -21,6 +21,7 @@ namespace kavo::kinematics {
 //! assignment.
 class KAVO_EXPORT Kinematics {
  public:
+  //! How a joint moves what it carries: not at all, about its axis, along it.
   enum class Motion : std::uint8_t { kFixed, kRevolute, kPrismatic };
 
   //! The value of a joint that follows a coordinate: `multiplier` times the coordinate plus `offset`.

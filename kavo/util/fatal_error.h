@@ -24,6 +24,7 @@ namespace kavo::util {
 //! @endcode
 class KAVO_EXPORT FatalError : public std::logic_error {
  public:
+  //! With the fields of its log record.
   FatalError(std::string condition, std::string file, int line, std::string message);
   FatalError(const FatalError&) = default;
   FatalError& operator=(const FatalError&) = default;

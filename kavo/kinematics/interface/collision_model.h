@@ -26,12 +26,14 @@ struct KAVO_EXPORT CollisionModel {
   //! The names of obstacles that a frame may touch.
   std::map<std::string, std::vector<std::string>> allowed_obstacles;
 
+  //! In the frame, metres.
   void addSphere(const std::string& frame, const math::Sphere& sphere);
   //! Drops all that is said of a frame.
   void removeFrame(const std::string& frame);
 
   //! Empty for a frame without any.
   std::vector<math::Sphere> spheresOf(const std::string& frame) const;
+  //! Zero for a frame without one, metres.
   double paddingOf(const std::string& frame) const;
   //! Empty for a frame that may touch none.
   std::vector<std::string> allowedObstaclesOf(const std::string& frame) const;

@@ -12,6 +12,7 @@ namespace kavo {
 //! How two frames of a robot that carry collision spheres get on with each other, over all configurations
 //! within its limits.
 struct FramePair {
+  //! What was found, by proof or by random configurations.
   enum class Kind {
     //! No joint between them moves.
     kRigid,

@@ -33,11 +33,13 @@ class KAVO_EXPORT Kinematics {
   //! Names one frame of one model. Cheap to copy.
   class KAVO_EXPORT FrameHandle {
    public:
+    //! What a handle stands for.
     struct Impl {
       //! Position of the frame in the model's `frameNames()`. A frame comes after the one it is attached to.
       int index;
     };
 
+    //! For models, which hand them out; a wrong index is fatal when the handle is used.
     explicit FrameHandle(int index) : impl_(std::make_shared<const Impl>(Impl{index})) {}
 
     //! See `Impl::index`.

@@ -24,6 +24,7 @@ struct PoseGoal {
 
   //! How far the tool may be turned from the goal, for each axis by itself.
   struct AxisTolerances {
+    //! What the three angles are.
     enum class Parameterization {
       //! The turns about x, then y, then z of the tool as it is turned by then: R = Rx Ry Rz.
       kEulerAngles,

@@ -19,6 +19,7 @@ using ParameterValue = std::variant<bool, std::int64_t, double, std::string, std
 
 //! A setting that `MotionPlanner::setParam` knows by name.
 struct Parameter {
+  //! What its value is.
   enum class Type { kInt, kDouble, kVector3, kVector, kBool, kString, kLimits };
 
   const char* name;

@@ -28,6 +28,7 @@ struct StagedResults {
     //! How it went; its path is left out.
     planning::LineMotion line;
   };
+  //! What became of one stage.
   struct Part {
     //! Waypoints of the path, from the last one of the part before.
     std::size_t first = 0;

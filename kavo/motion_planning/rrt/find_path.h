@@ -43,6 +43,7 @@ struct FoundPath {
   std::uint64_t num_iterations = 0;
   std::uint64_t num_nodes = 0;
 
+  //! Whether there is a path.
   explicit operator bool() const { return status == SearchStatus::kFound; }
 };
 

@@ -83,6 +83,7 @@ KAVO_EXPORT void ValidateJtRRTConfig(const JtRRTConfig& config);
 //! @endcode
 class KAVO_EXPORT JtRRT final : public RRT {
  public:
+  //! Where an extension heads: for the target position, a random position, a random configuration.
   enum class ExtensionMode {
     TASK_SPACE_EXPLOITATION = 0,
     TASK_SPACE_EXPLORATION = 1,

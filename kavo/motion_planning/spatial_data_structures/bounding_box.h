@@ -15,6 +15,7 @@ namespace kavo::planning {
 //! Boxes and points that meet in one operation must have one dimension; this is not checked.
 class KAVO_EXPORT BoundingBox {
  public:
+  //! All configurations within limits.
   explicit BoundingBox(const kinematics::ConfigurationLimits& limits);
   //! The smallest box that contains all of `boxes`, of which there must be one (fatal error otherwise).
   explicit BoundingBox(const std::vector<BoundingBox>& boxes);

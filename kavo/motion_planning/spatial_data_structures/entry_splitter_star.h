@@ -25,6 +25,7 @@ class KAVO_EXPORT EntrySplitterStar : public EntrySplitter {
   //! `SplitEntries` without boxes as objects.
   std::pair<std::vector<int>, std::vector<int>> SplitRows(const internal::BoxRows& boxes) const override;
 
+  //! The axis of the least total margin; of equal ones the first.
   int ChooseSplitAxis(const std::vector<BoundingBox>& boxes) const;
   //! Sum of margins with the boxes sorted by their lower and by their upper coordinate.
   double TotalMargin(const std::vector<BoundingBox>& boxes, int axis) const;

@@ -36,7 +36,9 @@ struct BlendOptions {
 //! derivative constant, and h(x) = 3 x^2 - 2 x^3 on a smooth blend, which makes it zero at both ends.
 class KAVO_EXPORT BlendedPath {
  public:
+  //! A line, or the blend of a corner.
   struct KAVO_EXPORT Piece {
+    //! A smooth blend has a continuous second derivative, a parabola has not.
     enum class Kind { kLine, kParabola, kSmooth };
 
     Kind kind = Kind::kLine;

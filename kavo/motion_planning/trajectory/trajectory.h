@@ -17,6 +17,7 @@ namespace kavo::planning {
 //! are continuous where pieces meet, but for rounding.
 class KAVO_EXPORT Trajectory {
  public:
+  //! Where the robot is at a time (seconds), and how it moves: radians or metres, per second and its square.
   struct State {
     double time = 0.0;
     Eigen::VectorXd position;
@@ -41,6 +42,7 @@ class KAVO_EXPORT Trajectory {
     double jerk = 0.0;
   };
 
+  //! Seconds.
   double Duration() const { return duration_; }
   Eigen::Index Dimension() const { return end_.size(); }
 
@@ -57,6 +59,7 @@ class KAVO_EXPORT Trajectory {
   //! When each waypoint of the path is passed: where its corner is blended, the middle of the blend.
   const std::vector<double>& WaypointTimes() const { return waypoint_times_; }
 
+  //! The polynomials that it consists of, in order of time; an index beyond is fatal.
   std::size_t NumPieces() const { return starts_.size(); }
   Piece PieceAt(std::size_t index) const;
 

@@ -44,6 +44,7 @@ struct KAVO_EXPORT ConfigurationInspection {
   std::optional<Clearance> moving_clearance;
   std::optional<SelfClearance> self_clearance;
 
+  //! Whether nothing is touched, beyond a limit or placed nowhere.
   bool IsValid() const {
     return limits.empty() && contacts.empty() && self_contacts.empty() && unplaced_frames.empty();
   }

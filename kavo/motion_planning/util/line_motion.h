@@ -37,6 +37,7 @@ struct LineOptions {
 
 //! A path along a line, as far as it goes.
 struct LineMotion {
+  //! What ended it.
   enum class End {
     //! At the end of the line.
     kComplete,
@@ -70,6 +71,7 @@ struct LineMotion {
   std::optional<NearestPose> nearest;
   std::optional<std::size_t> jumping;
 
+  //! Whether the line was followed to its end.
   bool IsComplete() const { return end == End::kComplete; }
 };
 

@@ -68,6 +68,7 @@ struct PathCheck {
   //! Whether the stop condition ended the check: nothing is known of what was not looked at.
   bool was_stopped = false;
 
+  //! Whether nothing bad was found, and nothing left out.
   bool IsValid() const { return !first_bad && !was_stopped; }
 };
 

@@ -27,6 +27,7 @@ struct PathProofOptions {
 
 //! What `ProvePath` found.
 struct PathProof {
+  //! What can be said of the path.
   enum class Verdict {
     //! Proven: no sphere touches an obstacle, nor one of a frame that its own must not touch, anywhere.
     kFree,
@@ -59,6 +60,7 @@ struct PathProof {
   //! Configurations in which the robot was placed.
   std::uint64_t num_placements = 0;
 
+  //! Whether nothing is touched anywhere.
   bool IsFree() const { return verdict == Verdict::kFree; }
 };
 

@@ -23,6 +23,7 @@ class CellTree;
 //! @endcode
 class KAVO_EXPORT Octree {
  public:
+  //! An occupied cube.
   struct Cell {
     //! In the frame of the octree, metres.
     Eigen::Vector3d center;

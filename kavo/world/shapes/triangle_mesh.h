@@ -52,6 +52,7 @@ class KAVO_EXPORT TriangleMesh {
   //! triangles.
   const std::vector<std::uint32_t>& pieces() const { return pieces_; }
   std::size_t numPieces() const { return num_open_edges_.size(); }
+  //! Whether no edge of it is open, so that it has an inside.
   bool isPieceClosed(std::size_t piece) const { return num_open_edges_[piece] == 0; }
 
   //! Whether all pieces are closed.
