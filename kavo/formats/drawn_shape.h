@@ -16,7 +16,7 @@ namespace kavo::formats {
 
 //! Triangles of a surface.
 struct DrawnMesh {
-  std::vector<Eigen::Vector3d> vertices;
+  std::vector<Eigen::Vector3d> vertices;  //!< In the frame of the shape, metres.
   //! Indices of vertices.
   std::vector<std::array<std::uint32_t, 3>> triangles;
   //! Of the surface itself: of what was thinned, more than there are here.
@@ -25,7 +25,7 @@ struct DrawnMesh {
 
 //! Points of a cloud.
 struct DrawnPoints {
-  std::vector<Eigen::Vector3d> points;
+  std::vector<Eigen::Vector3d> points;  //!< In the frame of the shape, metres.
   //! Of the ball around each point, the largest of all.
   double radius = 0.0;
   //! Of the cloud itself.
@@ -34,11 +34,12 @@ struct DrawnPoints {
 
 //! Cells of an octree.
 struct DrawnCells {
-  std::vector<Octree::Cell> cells;
+  std::vector<Octree::Cell> cells;  //!< In the frame of the shape, metres.
   //! Of the octree itself.
   std::size_t num_cells = 0;
 };
 
+//! A shape as it is drawn: solids as they are, what has many parts thinned.
 using DrawnShape = std::variant<SphereObstacle, BoxObstacle, CylinderObstacle, CapsuleObstacle,
                                 HalfSpaceObstacle, ConeObstacle, DrawnMesh, DrawnPoints, DrawnCells>;
 

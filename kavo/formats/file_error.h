@@ -16,13 +16,15 @@ class KAVO_EXPORT FileError : public std::runtime_error {
   //! \param line First line is 1; 0 when the fault has no line of its own.
   //! \param message What was found and what was expected.
   FileError(std::string file, int line, std::string message);
-  FileError(const FileError&) = default;
-  FileError& operator=(const FileError&) = default;
+  FileError(const FileError&) = default;             //!< With the same parts.
+  FileError& operator=(const FileError&) = default;  //!< With the same parts.
   ~FileError() override;
 
-  //! Its parts: the file, the line from 1 on (0 where none is known), what was found and expected.
+  //! Name of the file as the caller gave it.
   const std::string& file() const { return file_; }
+  //! First line is 1; 0 where the fault has no line of its own.
   int line() const { return line_; }
+  //! What was found and what was expected, without the place.
   const std::string& message() const { return message_; }
 
  private:

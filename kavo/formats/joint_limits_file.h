@@ -16,17 +16,22 @@ namespace kavo::formats {
 struct JointLimitsFile {
   //! Of one joint; empty where the file says nothing.
   struct Joint {
+    //! Radians or metres per second.
     std::optional<double> velocity;
-    //! The smaller one where a deceleration is given beside an acceleration.
+    //! Radians or metres per second squared; the smaller one where a deceleration is given beside an
+    //! acceleration.
     std::optional<double> acceleration;
+    //! Radians or metres per second cubed.
     std::optional<double> jerk;
   };
 
   //! By name.
   std::map<std::string, Joint> joints;
-  //! Above 0, at most 1: how much of the limits is used unless somebody says otherwise.
+  //! Above 0, at most 1: how much of the limits of velocity is used unless somebody says otherwise.
   std::optional<double> velocity_scaling;
+  //! As for velocities, of the limits of acceleration.
   std::optional<double> acceleration_scaling;
+  //! What the file asks for and is not done, in its order.
   std::vector<Unhonoured> unhonoured;
 };
 

@@ -22,6 +22,7 @@ namespace kavo::formats {
 struct Request {
   //! A position that a point of a link is to reach.
   struct PositionTarget {
+    //! Name of the link.
     std::string link;
     //! The frame that the position is in; empty for the world.
     std::string frame;
@@ -38,11 +39,13 @@ struct Request {
 
   //! An orientation that a link is to have.
   struct OrientationTarget {
+    //! Name of the link.
     std::string link;
     //! The frame that the orientation is in; empty for the world.
     std::string frame;
     //! Line of the file.
     int line = 0;
+    //! Of the link in that frame.
     Eigen::Quaterniond orientation = Eigen::Quaterniond::Identity();
     //! How far the link may be turned from there; of zero, too.
     PoseGoal::AxisTolerances tolerances;
@@ -50,10 +53,13 @@ struct Request {
 
   //! One alternative goal: all that it holds has to be so together. At least one of the three is not empty.
   struct Goal {
-    //! Joint values by name, and how far a joint may be below and above its own, where it may.
+    //! Joint values by name, radians or metres.
     std::map<std::string, double> joints;
+    //! How far a joint may be below and above its value, where it may be: radians or metres, not negative.
     std::map<std::string, std::pair<double, double>> joint_tolerances;
+    //! Positions of points of links.
     std::vector<PositionTarget> positions;
+    //! Orientations of links.
     std::vector<OrientationTarget> orientations;
   };
 
@@ -69,12 +75,15 @@ struct Request {
   std::optional<Pose3> base_pose;
   //! Seconds that a query may take.
   std::optional<double> allowed_planning_time;
-  //! Above 0, at most 1: how much of the limits of velocity and acceleration a trajectory may use.
+  //! Above 0, at most 1: how much of the limits of velocity a trajectory may use.
   std::optional<double> velocity_scaling;
+  //! As above, of the limits of acceleration.
   std::optional<double> acceleration_scaling;
   //! How often to try, at least 1.
   int num_planning_attempts = 1;
+  //! Name of the file, for messages.
   std::string file;
+  //! What the file asks for and is not done, in its order.
   std::vector<Unhonoured> unhonoured;
 };
 

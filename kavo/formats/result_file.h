@@ -33,8 +33,9 @@ KAVO_EXPORT std::string ToJson(const PlanRecord& record);
 KAVO_EXPORT std::string ToCsv(const std::vector<std::string>& joint_names,
                               const std::vector<Eigen::VectorXd>& configurations);
 
-//! Writes the text of `ToJson` and of `ToCsv` to a file. Throws `FileError` if that fails.
+//! Writes the text of `ToJson` to a file. Throws `FileError` if that fails.
 KAVO_EXPORT void WriteJson(const PlanRecord& record, const std::string& file);
+//! Writes the text of `ToCsv` to a file. Throws `FileError` if that fails.
 KAVO_EXPORT void WriteCsv(const std::vector<std::string>& joint_names,
                           const std::vector<Eigen::VectorXd>& configurations, const std::string& file);
 

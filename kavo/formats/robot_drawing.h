@@ -26,49 +26,63 @@ struct RobotDrawing {
     Pose3 pose;
     //! Of its file, or what kind of solid it is.
     std::string name;
+    //! What is drawn, in the frame that `pose` is of; metres.
     DrawnMesh mesh;
   };
 
   //! A frame, the joint that carries it, and what it carries.
   struct Frame {
+    //! How the frame moves, and against which.
     kinematics::Kinematics::Frame joint;
     //! Those that stand for it in every check; centres in the frame, metres.
     std::vector<math::Sphere> spheres;
-    //! How far they have to stay away from obstacles beyond their radius, and the obstacles that they may
-    //! touch.
+    //! How far they have to stay away from obstacles beyond their radius, metres.
     double padding = 0.0;
+    //! Names of obstacles that they may touch.
     std::vector<std::string> allowed_obstacles = {};
+    //! For the eye, as the URDF has them.
     std::vector<Mesh> visual_meshes = {};
+    //! The collision geometry of the URDF, which the spheres stand for.
     std::vector<Mesh> collision_meshes = {};
   };
 
   //! A coordinate of the c-space.
   struct Coordinate {
+    //! Of the joint.
     std::string name;
+    //! Whether it is in metres, else in radians.
     bool slides = false;
+    //! Infinite where it has none.
     kinematics::JointLimits limits;
-    //! Radians or metres per second and its powers; infinite where nothing is known.
+    //! Radians or metres per second. Infinite where nothing is known, as are the next two.
     double velocity = std::numeric_limits<double>::infinity();
+    //! Radians or metres per second squared.
     double acceleration = std::numeric_limits<double>::infinity();
+    //! Radians or metres per second cubed.
     double jerk = std::numeric_limits<double>::infinity();
   };
 
   //! Something that the robot holds, or a part of it. It is a frame too: this says what it looks like.
   struct Attachment {
+    //! Of the frame that it is, too.
     std::string name;
-    //! That carries it, and where it is in it.
+    //! The frame that carries it.
     std::string frame;
+    //! Pose in that frame.
     Pose3 pose;
+    //! Given in its own frame.
     DrawnShape shape;
   };
 
   //! The base first, each after the one that carries it.
   std::vector<Frame> frames;
+  //! In c-space order.
   std::vector<Coordinate> coordinates;
   //! The frame whose way is of interest.
   std::string tip_frame;
   //! Frames that must not touch each other.
   std::vector<std::pair<std::string, std::string>> pairs;
+  //! In the order attached.
   std::vector<Attachment> attachments;
   //! Of the meshes that were read for it, each once.
   std::vector<std::string> mesh_files;

@@ -18,8 +18,10 @@ namespace kavo::formats {
 
 //! How a robot is to be made from its files.
 struct RobotFileOptions {
-  //! Files beside the URDF; empty for none. `ParseRobot` takes their texts instead and ignores these names.
+  //! A file beside the URDF, as is the next; empty for none. `ParseRobot` takes texts instead and ignores
+  //! both.
   std::string srdf_file;
+  //! A file that gives links their spheres, see docs/formats.md; they replace those of the SRDF.
   std::string spheres_file;
 
   //! The c-space: the joints of an SRDF group, or the joints of a list, or, with neither, all joints that
@@ -29,6 +31,7 @@ struct RobotFileOptions {
   //! Coordinates are in the order of the list; otherwise in that of the kinematic tree, depth first, children
   //! of a link in the order of the file.
   std::string group;
+  //! Names of joints that move; empty for those of the group.
   std::vector<std::string> joints;
 
   //! Values, by name, at which joints outside the c-space stay (radians, metres; within their limits). The
@@ -65,7 +68,9 @@ struct RobotFileOptions {
 
 //! The text of a file and its name: for errors, and for a URDF to find the meshes that it names.
 struct FileText {
+  //! Name of the file, for messages and for finding meshes beside it.
   std::string file;
+  //! All that is in it.
   std::string text;
 };
 
@@ -73,7 +78,9 @@ struct FileText {
 struct LoadedRobot {
   //! What it was made from, for whoever wants to draw it.
   struct Origin {
+    //! The URDF as it was read.
     FileText urdf;
+    //! Where its meshes were looked for.
     PackageFolders packages;
   };
 
@@ -91,19 +98,27 @@ struct LoadedRobot {
       kNone,
     };
 
+    //! Its name.
     std::string link;
+    //! What its spheres come from.
     Source source = Source::kNone;
+    //! How many spheres stand for it.
     std::size_t num_spheres = 0;
-    //! What its collision geometry consists of.
+    //! Spheres of its collision geometry.
     std::size_t num_balls = 0;
+    //! Boxes of its collision geometry.
     std::size_t num_boxes = 0;
+    //! Cylinders of its collision geometry.
     std::size_t num_cylinders = 0;
+    //! Meshes of its collision geometry.
     std::size_t num_meshes = 0;
-    //! Of a cover, as are all below: the files of its meshes, and the number of triangles in them.
+    //! Of a cover, as are all below: the files of its meshes.
     std::vector<std::string> mesh_files;
+    //! Of all of these meshes together.
     std::size_t num_triangles = 0;
-    //! How far spheres may reach beyond the geometry, and a bound for how far they do (metres).
+    //! How far spheres may reach beyond the geometry (metres).
     double tolerance = 0.0;
+    //! A bound for how far they do (metres).
     double bulge = 0.0;
     //! How long it took to read the meshes and to make the cover, or to find it made.
     double seconds = 0.0;
@@ -111,6 +126,7 @@ struct LoadedRobot {
 
   //! A link with a collision solid that no sphere stands for.
   struct UncoveredLink {
+    //! Of the link.
     std::string name;
     //! Its first such solid: "box", "cylinder" or "mesh".
     std::string kind;
@@ -129,13 +145,17 @@ struct LoadedRobot {
       kVirtual,
     };
 
+    //! See `Kind`.
     Kind kind = Kind::kFixed;
     //! It is at `multiplier` times this coordinate plus `offset`; without a coordinate, at `offset`.
     std::optional<std::size_t> coordinate;
+    //! Of a joint that follows: times the coordinate's value.
     double multiplier = 0.0;
+    //! Radians or metres.
     double offset = 0.0;
     //! Of one that is held: where it stands unless it is given a value.
     double rest = 0.0;
+    //! As the URDF has them; zero to zero for a joint that cannot move.
     kinematics::JointLimits limits{0.0, 0.0};
 
     //! Radians or metres.
@@ -148,6 +168,7 @@ struct LoadedRobot {
   //! first of the named configurations "ready", "home" and "default" that exists and is within the limits;
   //! without one, the middle of the limits.
   std::shared_ptr<RobotDescription> description;
+  //! Of the robot, as the URDF has it.
   std::string name;
   //! The group states of the SRDF that give every coordinate a value, in c-space order. Where states of
   //! several groups have one name, that of the chosen group stands. They may be outside the limits.
@@ -156,6 +177,7 @@ struct LoadedRobot {
   //! `planning::WithDefaults`): of a URDF, the velocities that it states and that are positive. Those of
   //! joints that follow others are not enforced.
   planning::MotionLimits motion_limits;
+  //! Those of the SRDF, in its order.
   std::vector<Srdf::EndEffector> end_effectors;
   //! Links of whose collision geometry a part is not covered by spheres, in kinematic order.
   std::vector<UncoveredLink> uncovered_links;

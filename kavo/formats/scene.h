@@ -19,6 +19,7 @@ namespace kavo::formats {
 
 //! The obstacles around a robot, as a scene file gives them. Metres and radians.
 struct Scene {
+  //! As the file has it; may be empty.
   std::string name;
   //! In the order of the file. Ids differ: an object whose id came before takes the place of the former one.
   std::vector<SceneObject> objects;
@@ -32,7 +33,9 @@ struct Scene {
   std::optional<AllowedCollisions> allowed_collisions;
   //! Metres by which the spheres of links are to be larger, by link; at least zero.
   std::map<std::string, double> link_padding;
+  //! Name of the file, for messages.
   std::string file;
+  //! What the file asks for and is not done, in its order.
   std::vector<Unhonoured> unhonoured;
 };
 

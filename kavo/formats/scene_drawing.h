@@ -14,6 +14,7 @@ namespace kavo::formats {
 struct SceneDrawing {
   //! An obstacle of the world.
   struct Obstacle {
+    //! As the world has it; may be empty.
     std::string name;
     //! Relative to the robot's base.
     Pose3 pose;
@@ -21,6 +22,7 @@ struct SceneDrawing {
     double padding = 0.0;
     //! Whether it is looked at at all.
     bool enabled = true;
+    //! Given in its own frame.
     DrawnShape shape;
   };
 

@@ -12,6 +12,7 @@ namespace kavo::formats {
 struct SceneObject {
   //! One solid of an object.
   struct Part {
+    //! Given in its own frame.
     ObstacleShape shape;
     //! In the frame of the object: the pose of the object and that of the solid in it are already composed.
     Pose3 pose;
@@ -19,6 +20,7 @@ struct SceneObject {
 
   //! What the file has under one id; may be empty.
   std::string id;
+  //! The solids that it consists of. Empty only where a robot holds an object of a scene, known by its id.
   std::vector<Part> parts;
   //! A frame that the file does not define, such as a link of the robot; empty for the world.
   std::string frame;

@@ -14,18 +14,23 @@ namespace kavo::formats {
 struct Srdf {
   //! All joints between two links.
   struct Chain {
+    //! The link that it starts from.
     std::string base_link;
+    //! The link that it leads to.
     std::string tip_link;
   };
 
   //! A set of joints under a name.
   struct Group {
+    //! Its name.
     std::string name;
     //! Line of the file.
     int line = 0;
+    //! Joints by name; fixed ones count as well.
     std::vector<std::string> joints;
     //! Each stands for the joint that carries it.
     std::vector<std::string> links;
+    //! Each stands for its joints.
     std::vector<Chain> chains;
     //! Names of groups that belong to this one.
     std::vector<std::string> subgroups;
@@ -33,7 +38,9 @@ struct Srdf {
 
   //! A named configuration of a group.
   struct GroupState {
+    //! Of the configuration.
     std::string name;
+    //! The group that it is one of.
     std::string group;
     //! Line of the file.
     int line = 0;
@@ -43,6 +50,7 @@ struct Srdf {
 
   //! What is mounted on a link, with joints of its own.
   struct EndEffector {
+    //! Its name.
     std::string name;
     //! The link that carries the end effector.
     std::string parent_link;
@@ -54,6 +62,7 @@ struct Srdf {
 
   //! A joint between the world and the robot, which the URDF does not have.
   struct VirtualJoint {
+    //! Of the joint.
     std::string name;
     //! The frame that it starts from; may be empty.
     std::string parent_frame;
@@ -61,8 +70,8 @@ struct Srdf {
 
   //! Two links between which contact need not be looked for.
   struct DisabledPair {
-    std::string link1;
-    std::string link2;
+    std::string link1;  //!< One of them.
+    std::string link2;  //!< The other.
     //! For a reader; may be empty.
     std::string reason;
     //! Line of the file.
@@ -71,12 +80,18 @@ struct Srdf {
 
   //! Name of the file, for errors that show only beside the robot.
   std::string file;
+  //! As the SRDF has it: that of the URDF, if they belong together.
   std::string robot_name;
   // Each in the order of the file.
+  //! Sets of joints.
   std::vector<Group> groups;
+  //! Named configurations.
   std::vector<GroupState> group_states;
+  //! Grippers and tools.
   std::vector<EndEffector> end_effectors;
+  //! Joints between the world and the robot.
   std::vector<VirtualJoint> virtual_joints;
+  //! Pairs of links that need no looking at.
   std::vector<DisabledPair> disabled_pairs;
   //! From `link_sphere_approximation`: centres in the link's frame, metres. Spheres of radius zero are left
   //! out, so that a link whose only sphere is one has an empty list: it is not to collide.

@@ -11,13 +11,16 @@ namespace kavo::formats {
 
 //! A motion of some joints in time, at samples of it. Seconds; radians, or metres for a joint that slides.
 struct TrajectorySamples {
+  //! Of the coordinates, in the order of each sample.
   std::vector<std::string> joint_names;
-  //! Of each sample, from the start of the motion.
+  //! Of each sample, in seconds from the start of the motion.
   std::vector<double> times;
-  //! Of each sample, one value for each joint.
+  //! Of each sample, one value for each joint: radians or metres.
   std::vector<Eigen::VectorXd> positions;
-  //! Empty where the file says nothing of them; accelerations only come with velocities.
+  //! Radians or metres per second. Empty where the file says nothing of them; accelerations only come with
+  //! velocities.
   std::vector<Eigen::VectorXd> velocities;
+  //! Radians or metres per second squared; empty where the file says nothing of them.
   std::vector<Eigen::VectorXd> accelerations;
 };
 

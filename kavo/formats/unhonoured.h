@@ -12,17 +12,19 @@ namespace kavo::formats {
 struct KAVO_EXPORT Unhonoured {
   //! What it is about; `ToString` gives the word for it.
   enum class Kind {
-    kPathConstraints,
-    kVisibilityConstraints,
-    kTrajectoryConstraints,
-    kLinkScale,
-    kUnknownFrames,
-    kPositionLimits,
+    kPathConstraints,        //!< Constraints that all of a path is to keep.
+    kVisibilityConstraints,  //!< What a sensor is to see at a goal.
+    kTrajectoryConstraints,  //!< Constraints that a trajectory is to pass through.
+    kLinkScale,              //!< Links that are to be made larger by a factor.
+    kUnknownFrames,          //!< Objects and targets in a frame that nobody defines.
+    kPositionLimits,         //!< Limits of position beside those of the URDF.
   };
 
+  //! See `Kind`.
   Kind kind = Kind::kPathConstraints;
   //! For a reader, such as `an orientation constraint of a goal`.
   std::string what;
+  //! Name of the file.
   std::string file;
   //! First line is 1.
   int line = 0;

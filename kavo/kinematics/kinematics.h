@@ -26,15 +26,19 @@ class KAVO_EXPORT Kinematics {
 
   //! The value of a joint that follows a coordinate: `multiplier` times the coordinate plus `offset`.
   struct Ratio {
+    //! Radians or metres for each of the coordinate; may be negative.
     double multiplier = 1.0;
+    //! Radians or metres at zero of the coordinate.
     double offset = 0.0;
   };
 
   //! A frame and the joint that carries it.
   struct Frame {
+    //! Unique among the frames.
     std::string name;
     //! Index of the frame that the joint is attached to; below this frame's own. -1 for the base frame only.
     int parent = -1;
+    //! How the joint moves it.
     Motion motion = Motion::kFixed;
     //! C-space coordinate of a joint that moves.
     int coordinate = -1;
@@ -48,18 +52,23 @@ class KAVO_EXPORT Kinematics {
 
   //! What a constant rotation does, for the cheaper ways there are to apply it.
   enum class RotationKind : std::uint8_t {
+    //! Nothing.
     kIdentity,
     //! Every column is a coordinate axis or its opposite: quarter turns.
     kAxes,
+    //! Anything else.
     kGeneral,
   };
 
   //! A constant transform.
   struct Offset {
+    //! Maps the frame that it is in to the one that carries it.
     math::RigidTransform transform;
+    //! Tells which of the cheaper ways applies.
     RotationKind kind = RotationKind::kIdentity;
     //! For `kAxes`: column c of the rotation is `sign[c]` times coordinate axis `source[c]`.
     std::int8_t source[3] = {0, 1, 2};
+    //! For `kAxes`: 1 or -1.
     double sign[3] = {1.0, 1.0, 1.0};
   };
 
@@ -68,8 +77,11 @@ class KAVO_EXPORT Kinematics {
   struct Step {
     //! Slot that the joint is attached to; -1 is the base.
     int parent = -1;
+    //! The coordinate that moves it.
     int coordinate = 0;
+    //! Engaged: it follows the joint whose value is the coordinate.
     std::optional<Ratio> ratio;
+    //! Turns or slides; never fixed.
     Motion motion = Motion::kRevolute;
     //! Coordinate axis that a revolute joint turns about: any other axis is turned into z by `origin`.
     int axis = 2;
@@ -86,14 +98,18 @@ class KAVO_EXPORT Kinematics {
 
   //! Where a frame is: rigidly attached to a slot (-1: the base).
   struct Attachment {
+    //! Index of the step that fills it.
     int slot = -1;
+    //! Pose of the frame in that slot.
     Offset offset;
   };
 
   //! The steps that a set of frames needs, and where the frames are attached to them. Plain arrays: a query
   //! runs over `steps` in order, then over `frames`.
   struct Plan {
+    //! Each behind the one that carries it; only those that the frames need.
     std::vector<Step> steps;
+    //! In the order in which the frames were asked for.
     std::vector<Attachment> frames;
   };
 
@@ -108,6 +124,7 @@ class KAVO_EXPORT Kinematics {
   //! where it is.
   Kinematics withoutFrame(int frame) const;
 
+  //! Number of coordinates: joints that move and follow no other.
   std::size_t numCSpaceCoords() const { return num_coords_; }
 
   //! The list that the model was made from, with the frames that were added since and without those that were

@@ -28,14 +28,18 @@ class KAVO_EXPORT Pose3 {
   //! infinity, NaN) gives coefficients of which some are NaN. Nothing is an error here: see `isFinite`.
   Pose3(const Eigen::Quaterniond& rotation, const Eigen::Vector3d& translation);
 
-  //! No rotation, no translation, or both.
+  //! Leaves every point where it is.
   static Pose3 Identity() { return {}; }
+  //! Moves by a vector, metres, without turning.
   static Pose3 FromTranslation(const Eigen::Vector3d& translation);
+  //! Turns about the origin; the quaternion is scaled to unit length.
   static Pose3 FromRotation(const Eigen::Quaterniond& rotation);
   //! From a proper rotation matrix (not checked) and a translation.
   static Pose3 FromMatrix(const Eigen::Matrix3d& rotation, const Eigen::Vector3d& translation);
 
+  //! The unit quaternion R.
   Eigen::Quaterniond rotation() const { return rotation_; }
+  //! The vector t, metres.
   const Eigen::Vector3d& translation() const { return translation_; }
 
   //! The rotation as a matrix; its columns are the axes of the transformed frame.

@@ -12,15 +12,18 @@ namespace kavo::math {
 //!
 //! Invariant: R is a proper rotation to rounding. Sums run in coordinate order on every target.
 struct RigidTransform {
-  Eigen::Matrix3d rotation = Eigen::Matrix3d::Identity();
-  Eigen::Vector3d translation = Eigen::Vector3d::Zero();
+  Eigen::Matrix3d rotation = Eigen::Matrix3d::Identity();  //!< R
+  Eigen::Vector3d translation = Eigen::Vector3d::Zero();   //!< t, metres
 
   //! The identity transform.
   RigidTransform() = default;
+  //! From a proper rotation matrix (not checked) and a translation, metres.
   RigidTransform(const Eigen::Matrix3d& rotation_in, const Eigen::Vector3d& translation_in)
       : rotation(rotation_in), translation(translation_in) {}
+  //! The same transform as a pose.
   explicit RigidTransform(const Pose3& pose) : rotation(pose.matrix()), translation(pose.translation()) {}
 
+  //! The same transform as a pose, its rotation a unit quaternion.
   Pose3 pose() const { return Pose3::FromMatrix(rotation, translation); }
 };
 

@@ -26,8 +26,8 @@ class KAVO_EXPORT FatalError : public std::logic_error {
  public:
   //! With the fields of its log record.
   FatalError(std::string condition, std::string file, int line, std::string message);
-  FatalError(const FatalError&) = default;
-  FatalError& operator=(const FatalError&) = default;
+  FatalError(const FatalError&) = default;             //!< With the same fields.
+  FatalError& operator=(const FatalError&) = default;  //!< With the same fields.
   ~FatalError() override;
 
   //! Source text of the broken precondition.

@@ -13,7 +13,9 @@ enum class LogLevel : int {
   kCritical = 0,
   //! A setting that was rejected, or a fallback that was taken.
   kError = 1,
+  //! An answer that does not exist, or something that a caller should know of.
   kWarning = 2,
+  //! What happens along the way.
   kInfo = 3,
 };
 

@@ -43,6 +43,7 @@ inline bool ValidateRange(const Eigen::Vector3d& min, const Eigen::Vector3d& max
 template <typename T>
 class KAVO_EXPORT RandomGenerator {
  public:
+  //! Values of the first range (see above); any seed will do.
   explicit RandomGenerator(std::uint32_t seed);
 
   //! The next value. Advances the engine by one draw per coordinate.

@@ -10,8 +10,8 @@ namespace kavo::util {
 
 //! A sort key and the place that its item has in the list it came from.
 struct IndexedValue {
-  double value;
-  std::size_t index;
+  double value;       //!< The key.
+  std::size_t index;  //!< The place, from 0.
 };
 
 namespace internal {

@@ -45,12 +45,15 @@ class KAVO_EXPORT World {
 
   //! A disabled obstacle stays in the world but touches nothing. Either is allowed at any time.
   void enable(ObstacleHandle obstacle);
+  //! See `enable`.
   void disable(ObstacleHandle obstacle);
+  //! Whether it is enabled, as it is at first.
   bool isEnabled(ObstacleHandle obstacle) const;
 
   //! An obstacle is grown by so much in every answer: what comes as near touches, and distances are less by
   //! it. Zero unless it is set. Metres; fatal if negative or not finite.
   void setPadding(ObstacleHandle obstacle, double padding);
+  //! What was set, metres; zero at first.
   double padding(ObstacleHandle obstacle) const;
 
   //! Takes the obstacle out for good. Views keep it until they are updated.

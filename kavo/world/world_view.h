@@ -19,12 +19,15 @@ struct ViewState;
 //! Names one obstacle of one world. Never used again for another obstacle.
 class ObstacleHandle {
  public:
+  //! For worlds, which hand them out; a number of their own makes a handle of no obstacle.
   explicit ObstacleHandle(std::uint64_t id) : id_(id) {}
 
   //! A number of its own for each obstacle of one world.
   std::uint64_t id() const { return id_; }
 
+  //! Whether both name the same obstacle, of handles of one world.
   friend bool operator==(ObstacleHandle a, ObstacleHandle b) { return a.id_ == b.id_; }
+  //! Whether they name different ones.
   friend bool operator!=(ObstacleHandle a, ObstacleHandle b) { return a.id_ != b.id_; }
 
  private:
@@ -52,6 +55,7 @@ class KAVO_EXPORT WorldView {
  public:
   //! The obstacle nearest to a point.
   struct Nearest {
+    //! Which one it is.
     ObstacleHandle obstacle;
     //! Distance from the point to the obstacle's surface, negative inside. Metres.
     double distance;

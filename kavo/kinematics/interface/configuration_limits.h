@@ -22,8 +22,9 @@ class KAVO_EXPORT ConfigurationLimits {
 
   //! Number of coordinates.
   std::size_t Dimension() const { return dimension_; }
-  //! The lower and the upper bounds, in the units of the coordinates.
+  //! The lower bounds, in the units of the coordinates.
   const Eigen::VectorXd& Min() const { return min_; }
+  //! The upper bounds, in the units of the coordinates.
   const Eigen::VectorXd& Max() const { return max_; }
   //! Max() - Min().
   const Eigen::VectorXd& Range() const { return range_; }

@@ -30,9 +30,11 @@ struct FramePair {
 
   //! The two, in the order of the robot's frames.
   std::string frames[2];
+  //! What was found.
   Kind kind = Kind::kSometimes;
-  //! Random configurations looked at, and those in which the two touch.
+  //! Random configurations looked at.
   std::uint64_t num_samples = 0;
+  //! Those of them in which the two touch.
   std::uint64_t num_touching = 0;
 };
 

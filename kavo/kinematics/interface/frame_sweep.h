@@ -35,8 +35,8 @@ class KAVO_EXPORT FrameSweep {
 
  protected:
   FrameSweep() = default;
-  FrameSweep(const FrameSweep&) = default;
-  FrameSweep& operator=(const FrameSweep&) = default;
+  FrameSweep(const FrameSweep&) = default;             //!< For derived classes.
+  FrameSweep& operator=(const FrameSweep&) = default;  //!< For derived classes.
 };
 
 }  // namespace kavo

@@ -24,6 +24,7 @@ struct InverseKinematicsOptions {
   std::uint64_t first_restart = 0;
   //! How many of them at most.
   std::uint64_t max_restarts = 100;
+  //! Of the random restarts.
   std::uint32_t seed = 1;
   //! Configurations to begin at. Restarts count only once all of these have led somewhere or nowhere.
   std::vector<Eigen::VectorXd> seeds = {};
@@ -35,9 +36,11 @@ struct InverseKinematicsOptions {
 
 //! A configuration and how far the frame is from its target there.
 struct NearestPose {
+  //! The configuration, within the limits.
   Eigen::VectorXd q;
-  //! Metres, and the angle in radians, of the coordinates that count.
+  //! The distance from the target, metres, over the coordinates that count.
   double position_error = 0.0;
+  //! The angle of the rotation that is left, radians, about the axes that count.
   double orientation_error = 0.0;
   //! The coordinates, ascending, that stand at a limit and would have to go beyond it to come nearer.
   std::vector<std::size_t> coordinates_at_limits;
@@ -75,7 +78,9 @@ class KAVO_EXPORT InverseKinematics {
   //! \param frame Name of the frame; an unknown one is a fatal error whose message lists the names there are.
   InverseKinematics(const RobotDescription& robot, const std::string& frame);
   ~InverseKinematics();
+  //! Leaves the other one good for destruction and for being assigned to.
   InverseKinematics(InverseKinematics&&) noexcept;
+  //! As above.
   InverseKinematics& operator=(InverseKinematics&&) noexcept;
 
   //! Searches from seeds and from random restarts.

@@ -76,8 +76,8 @@ class KAVO_EXPORT Kinematics {
 
  protected:
   Kinematics() = default;
-  Kinematics(const Kinematics&) = default;
-  Kinematics& operator=(const Kinematics&) = default;
+  Kinematics(const Kinematics&) = default;             //!< For derived classes.
+  Kinematics& operator=(const Kinematics&) = default;  //!< For derived classes.
 };
 
 }  // namespace kavo

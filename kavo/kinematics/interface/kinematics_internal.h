@@ -11,6 +11,7 @@ namespace kavo {
 //! Its sweeps hold all that they need and may outlive the model.
 class KAVO_EXPORT KinematicsInternal : public Kinematics {
  public:
+  //! From a model value, which it keeps.
   explicit KinematicsInternal(kinematics::Kinematics model);
   ~KinematicsInternal() override;
 

@@ -43,8 +43,8 @@ class KAVO_EXPORT RobotDescription {
 
  protected:
   RobotDescription() = default;
-  RobotDescription(const RobotDescription&) = default;
-  RobotDescription& operator=(const RobotDescription&) = default;
+  RobotDescription(const RobotDescription&) = default;             //!< For derived classes.
+  RobotDescription& operator=(const RobotDescription&) = default;  //!< For derived classes.
 };
 
 //! The limits of the joints, in coordinate order. The description must have come from this library's builder

@@ -25,12 +25,15 @@ struct Joint {
   struct Mimic {
     //! Name of the joint that it follows, which must be a coordinate.
     std::string joint;
+    //! Radians, or metres, for each of the other joint.
     double multiplier = 1.0;
+    //! Radians, or metres for a prismatic joint.
     double offset = 0.0;
   };
 
   //! Name of the joint, and of the coordinate that it is.
   std::string name;
+  //! How it moves.
   JointType type = JointType::kFixed;
   //! Frame that the joint is attached to.
   std::string parent_frame;

@@ -21,10 +21,15 @@ class KAVO_EXPORT RobotDescriptionInternal : public RobotDescription {
  public:
   //! All that a robot is, in coordinate order where it is about coordinates.
   struct Data {
+    //! The kinematic model, all frames included.
     kinematics::Kinematics kinematics;
+    //! The names of the joints that are coordinates.
     std::vector<std::string> coordinate_names;
+    //! Closed ranges: radians or metres.
     std::vector<kinematics::JointLimits> joint_limits;
+    //! Within the limits.
     Eigen::VectorXd default_configuration;
+    //! Spheres of frames, pairs of frames that must not touch, paddings and what may touch what.
     CollisionModel collision;
     //! Ascending.
     std::vector<Eigen::Index> periodic_coordinates = {};
@@ -32,6 +37,7 @@ class KAVO_EXPORT RobotDescriptionInternal : public RobotDescription {
     std::vector<AttachedBody> attached = {};
   };
 
+  //! From a record whose parts fit each other; nothing is checked.
   explicit RobotDescriptionInternal(Data data);
   ~RobotDescriptionInternal() override;
 

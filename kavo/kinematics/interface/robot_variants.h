@@ -21,8 +21,9 @@ namespace kavo {
 struct AttachedBody {
   //! Of no other frame; not empty.
   std::string name;
-  //! That it is fixed to, and where it is in it.
+  //! The frame that it is fixed to.
   std::string frame;
+  //! Where its own frame is in that frame.
   Pose3 pose;
   //! Centres in its own frame, metres; of a radius that is positive and finite.
   std::vector<math::Sphere> spheres;
@@ -79,6 +80,7 @@ struct ContactRules {
 //! @endcode
 KAVO_EXPORT std::unique_ptr<RobotDescription> WithContactRules(const RobotDescription& robot,
                                                                const ContactRules& rules);
+//! The rules that a robot has; frames without a padding and without exceptions are left out.
 KAVO_EXPORT ContactRules ContactRulesOf(const RobotDescription& robot);
 
 //! The robot with these pairs of frames that must not touch each other instead of its own. Fatal for a pair

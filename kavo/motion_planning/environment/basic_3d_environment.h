@@ -29,10 +29,10 @@ struct KAVO_EXPORT Basic3dEnvironmentConfig {
   Basic3dEnvironmentConfig(const WorldView& world_view_in, const kinematics::ConfigurationLimits& q_limits_in,
                            std::uint64_t max_sampling_attempts_in, std::uint32_t seed_in);
 
-  WorldView world_view;
-  kinematics::ConfigurationLimits q_limits;
-  std::uint64_t max_sampling_attempts;
-  std::uint32_t seed;
+  WorldView world_view;                      //!< See the constructor.
+  kinematics::ConfigurationLimits q_limits;  //!< See the constructor.
+  std::uint64_t max_sampling_attempts;       //!< See the constructor.
+  std::uint32_t seed;                        //!< See the constructor.
 };
 
 //! A point environment under the Euclidean distance. Where some minimum of the limits is above its maximum a

@@ -14,10 +14,10 @@ struct ConfigurationFault {
   //! A coordinate beyond its closed range, or one that is not finite: its index, its value and the range.
   //! Radians, or metres for a prismatic joint.
   struct Limit {
-    std::size_t coordinate;
-    double value;
-    double lower;
-    double upper;
+    std::size_t coordinate;  //!< Index, from 0.
+    double value;            //!< Perhaps not finite.
+    double lower;            //!< Least value allowed.
+    double upper;            //!< Greatest value allowed.
   };
 
   //! A collision sphere of the robot that touches an obstacle.
@@ -26,8 +26,9 @@ struct ConfigurationFault {
     std::string frame;
     //! Index among the spheres of the frame.
     std::size_t sphere;
-    //! Centre in the world, and radius with the padding of the frame. Metres.
+    //! Centre in the world, metres.
     Eigen::Vector3d center;
+    //! With the padding of the frame, metres.
     double radius;
     //! The obstacle that it reaches deepest into.
     ObstacleHandle obstacle;

@@ -110,8 +110,8 @@ class KAVO_EXPORT Environment {
   explicit Environment(int num_at_once = 1, std::vector<Eigen::Index> periodic_coordinates = {})
       : num_at_once_(num_at_once < 1 ? 1 : num_at_once),
         periodic_coordinates_(std::move(periodic_coordinates)) {}
-  Environment(const Environment&) = default;
-  Environment& operator=(const Environment&) = default;
+  Environment(const Environment&) = default;             //!< For derived classes.
+  Environment& operator=(const Environment&) = default;  //!< For derived classes.
 
  private:
   int num_at_once_;

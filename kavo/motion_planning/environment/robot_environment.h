@@ -62,12 +62,14 @@ class KAVO_EXPORT RobotEnvironment : public Environment {
     std::uint64_t num_samples_drawn = 0;
     //! Random configurations that were not valid.
     std::uint64_t num_samples_rejected = 0;
-    //! Motions checked, the placements of the robot that this took, and how often a part of one had to be
-    //! divided.
+    //! Motions checked, curves among them.
     std::uint64_t num_motions = 0;
+    //! Placements of the robot that checking motions took.
     std::uint64_t num_placements = 0;
+    //! How often a part of a motion had to be divided.
     std::uint64_t num_divisions = 0;
   };
+  //! The counts so far; they never go back.
   virtual Statistics GetStatistics() const = 0;
 
   //! Why `q` is not valid; empty if it is. Slower than the check itself.
@@ -89,6 +91,7 @@ class KAVO_EXPORT RobotEnvironment : public Environment {
   virtual void SetRobot(const RobotDescription& robot);
 
  protected:
+  //! See `Environment`.
   using Environment::Environment;
 };
 

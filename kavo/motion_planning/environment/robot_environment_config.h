@@ -88,12 +88,12 @@ class KAVO_EXPORT RobotEnvironmentConfig {
   //! configuration is made; the weights may have been changed since.
   void ValidateInput() const;
 
-  //! As the parameters of the constructor; may be changed until an environment is made.
+  //! The obstacles. This and the fields below may be changed until an environment is made.
   WorldView world_view;
-  int max_sampling_attempts;
-  int c_space_seed;
-  int task_space_seed;
-  Eigen::VectorXd distance_weights;
+  int max_sampling_attempts;         //!< See the constructor.
+  int c_space_seed;                  //!< See the constructor.
+  int task_space_seed;               //!< See the constructor.
+  Eigen::VectorXd distance_weights;  //!< See the constructor.
 
  private:
   std::shared_ptr<kavo::Kinematics> kinematics_;

@@ -20,8 +20,9 @@ class MotionPlanner;
 struct AttachedObject {
   //! Of no frame of the robot, and of no obstacle.
   std::string name;
-  //! Of the robot, that it is fixed to, and where it is in it.
+  //! The frame of the robot that it is fixed to.
   std::string frame;
+  //! Where its own frame is in that frame.
   Pose3 pose;
   //! Any shapes but half-spaces, in the frame of the object; at least one.
   std::vector<CoverPart> parts;

@@ -18,7 +18,9 @@ namespace kavo {
 struct PoseGoal {
   //! A solid, in which the tool's origin is to be. Its pose is relative to the robot's base.
   struct Region {
+    //! In its own frame.
     std::variant<BoxObstacle, SphereObstacle, CylinderObstacle> shape;
+    //! Of the shape, relative to the robot's base.
     Pose3 pose;
   };
 
@@ -34,6 +36,7 @@ struct PoseGoal {
 
     //! Largest amounts, not negative; pi or more leaves the turn about that axis free.
     Eigen::Vector3d angles = Eigen::Vector3d::Zero();
+    //! How `angles` are counted.
     Parameterization parameterization = Parameterization::kEulerAngles;
   };
 
@@ -49,8 +52,9 @@ struct PoseGoal {
   //! The largest angle of the rotation that remains, about the axes that count; positive, pi or more leaves
   //! the orientation free. Without one the setting of the planner.
   std::optional<double> orientation_tolerance;
-  //! Along and about which axes of `pose` nothing is asked for.
+  //! Along which axes of `pose` the tool may be anywhere.
   std::array<bool, 3> free_translations = {false, false, false};
+  //! About which axes of `pose` it may be turned as it likes.
   std::array<bool, 3> free_rotations = {false, false, false};
   //! Instead of the position: the origin is to be in one of these. Empty: as said above.
   std::vector<Region> regions;
@@ -92,8 +96,9 @@ KAVO_EXPORT PoseError ErrorOf(const PoseGoal& goal, const Pose3& tool);
 struct ConfigurationGoal {
   //! What is aimed at: the goal wherever it can be.
   Eigen::VectorXd configuration;
-  //! Not negative, one for each coordinate; radians or metres.
+  //! How far below: not negative, one for each coordinate; radians or metres.
   Eigen::VectorXd below;
+  //! How far above, likewise.
   Eigen::VectorXd above;
 };
 

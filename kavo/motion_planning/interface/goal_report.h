@@ -13,10 +13,12 @@ namespace kavo {
 struct GoalReport {
   //! Configurations of it that the search could end in; none if it was of no use.
   std::uint64_t num_configurations = 0;
-  //! Of a pose: configurations that have it and are not valid, those that are and were not accepted, and the
-  //! random restarts of inverse kinematics.
+  //! Of a pose: configurations that have it and are not valid.
   std::uint64_t num_rejected = 0;
+  //! Of a pose: valid configurations that have it and that `PoseGoal::accepts`, or a line that follows,
+  //! refused.
   std::uint64_t num_not_accepted = 0;
+  //! Of a pose: random restarts of inverse kinematics.
   std::uint64_t num_restarts = 0;
   //! Why it is of no use, if it is: what is wrong with the configuration, or with the first one that has the
   //! pose.

@@ -50,8 +50,8 @@ class KAVO_EXPORT MotionPlanner {
  public:
   //! A closed interval.
   struct Limit {
-    double lower = 0.0;
-    double upper = 0.0;
+    double lower = 0.0;  //!< In the unit of what it limits.
+    double upper = 0.0;  //!< In the unit of what it limits.
   };
 
   //! A value for `setParam`. Cheap to copy.
@@ -62,20 +62,30 @@ class KAVO_EXPORT MotionPlanner {
    public:
     struct Impl;
 
-    ParamValue(int value);                         // NOLINT(google-explicit-constructor)
-    ParamValue(double value);                      // NOLINT(google-explicit-constructor)
-    ParamValue(const Eigen::Vector3d& value);      // NOLINT(google-explicit-constructor)
+    //! For settings that count.
+    ParamValue(int value);  // NOLINT(google-explicit-constructor)
+    //! For settings of a magnitude.
+    ParamValue(double value);  // NOLINT(google-explicit-constructor)
+    //! For settings with a value along x, y and z; copied.
+    ParamValue(const Eigen::Vector3d& value);  // NOLINT(google-explicit-constructor)
+    //! For settings with a value for each coordinate; a view.
     ParamValue(const std::vector<double>& value);  // NOLINT(google-explicit-constructor)
-    ParamValue(bool value);                        // NOLINT(google-explicit-constructor)
-    ParamValue(const std::string& value);          // NOLINT(google-explicit-constructor)
-    ParamValue(const char* value);                 // NOLINT(google-explicit-constructor)
-    ParamValue(const std::vector<Limit>& value);   // NOLINT(google-explicit-constructor)
+    //! For settings that are on or off.
+    ParamValue(bool value);  // NOLINT(google-explicit-constructor)
+    //! For settings that are names; copied.
+    ParamValue(const std::string& value);  // NOLINT(google-explicit-constructor)
+    //! As above; null is a fatal error.
+    ParamValue(const char* value);  // NOLINT(google-explicit-constructor)
+    //! For settings that are ranges; a view.
+    ParamValue(const std::vector<Limit>& value);  // NOLINT(google-explicit-constructor)
 
+    //! For planners, which read it.
     std::shared_ptr<const Impl> impl;
   };
 
   //! The answer to a query.
   struct Results {
+    //! Whether there is a path.
     bool path_found = false;
     //! Waypoints, start first: the path goes straight in c-space from one to the next. Empty when none was
     //! found. Where a whole turn of a joint changes nothing (see `ExtractPeriodicCoordinates`) the planner
@@ -273,8 +283,8 @@ class KAVO_EXPORT MotionPlanner {
 
  protected:
   MotionPlanner() = default;
-  MotionPlanner(const MotionPlanner&) = default;
-  MotionPlanner& operator=(const MotionPlanner&) = default;
+  MotionPlanner(const MotionPlanner&) = default;             //!< For derived classes.
+  MotionPlanner& operator=(const MotionPlanner&) = default;  //!< For derived classes.
 };
 
 //! A planner with the default settings.

@@ -83,8 +83,10 @@ struct KAVO_EXPORT MotionPlannerConfig {
   BiRRTConfig bi_rrt;
   //! Work that its paths are shortened with, see `ShortenByMotions`.
   int effort = kDefaultEffort;
-  //! Tolerances of pose goals that have none of their own: metres, and radians.
+  //! Tolerance of the position of pose goals that have none of their own, metres; the next one is of their
+  //! orientation.
   double pose_position_tolerance = 1e-4;
+  //! Radians.
   double pose_orientation_tolerance = 1e-3;
   //! Configurations that one pose goal stands for in a search, at most.
   std::size_t max_pose_configurations = 64;

@@ -22,7 +22,9 @@ struct Parameter {
   //! What its value is.
   enum class Type { kInt, kDouble, kVector3, kVector, kBool, kString, kLimits };
 
+  //! By which `MotionPlanner::setParam` knows it.
   const char* name;
+  //! Of its value.
   Type type;
   //! What it does and what it accepts.
   const char* meaning;

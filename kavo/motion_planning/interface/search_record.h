@@ -14,7 +14,9 @@ struct SearchTree {
   //! Where it grew from: the start, or the goals.
   enum class Root { kStart, kGoal };
 
+  //! Which side it is of.
   Root root = Root::kStart;
+  //! Configurations, a root first.
   std::vector<Eigen::VectorXd> nodes;
   //! Of each node the index of the one that it grew from, which comes before it; none for a root.
   std::vector<std::optional<std::size_t>> parents;

@@ -30,11 +30,13 @@ struct StagedResults {
   };
   //! What became of one stage.
   struct Part {
-    //! Waypoints of the path, from the last one of the part before.
+    //! Index of its first waypoint in the path: the last one of the part before.
     std::size_t first = 0;
+    //! Index of its last waypoint.
     std::size_t last = 0;
     //! Which of the goals was reached, if one was.
     std::optional<std::size_t> goal;
+    //! Of the query that the stage was.
     QueryReport report;
     //! Of a line how it went; its path is left out.
     std::optional<planning::LineMotion> line;

@@ -29,6 +29,7 @@ struct TimePathOptions {
 struct TimedPath {
   //! The way that the robot goes, without time.
   planning::BlendedPath path;
+  //! How that way is gone in time.
   planning::Trajectory trajectory;
 };
 

@@ -38,7 +38,9 @@ struct KAVO_EXPORT BiRRTConfig {
   //! side of it in each coordinate, or from anywhere within the limits of a coordinate where that is twice
   //! their width; 0: from anywhere within all limits.
   double domain = 3.0;
+  //! Where samples come from.
   Samples samples = Samples::kLowDiscrepancy;
+  //! Of the samples.
   std::uint32_t seed = 1;
   //! Samples that one query may draw, those included that lead nowhere.
   std::uint64_t max_iterations = 10000;
@@ -77,8 +79,9 @@ class KAVO_EXPORT BiRRT : public RRT {
   struct Connection {
     //! From the start (first) to the goal (last).
     std::vector<Eigen::VectorXd> path;
-    //! Which of the starts and goals it joins, in the order in which they were given or drawn.
+    //! Index of the start that it joins, as that of the goal in the order in which they were given or drawn.
     std::size_t start = 0;
+    //! Index of the goal.
     std::size_t goal = 0;
   };
 
@@ -102,10 +105,11 @@ class KAVO_EXPORT BiRRT : public RRT {
   virtual std::optional<Connection> TryToConnect(const std::vector<Eigen::VectorXd>& starts,
                                                  const GoalSource& draw_goals) = 0;
 
-  //! A node of a tree: its configuration, and the index of the node that it grew from, which comes before it
-  //! (none for a root).
+  //! A node of a tree.
   struct TreeNode {
+    //! Of the environment's dimension.
     Eigen::VectorXd configuration;
+    //! Index of the node that it grew from, which comes before it; none for a root.
     std::optional<std::size_t> parent;
   };
 

@@ -20,8 +20,9 @@ struct FindPathOptions {
   //! Whether a path is shortened: as `ShortCircuitPath` does it, in steps of one edge length, or by
   //! `ShortenByMotions`.
   bool shorten = true;
-  //! Random waypoints that shortening tries, and the seed of their choice.
+  //! Random waypoints that `ShortCircuitPath` tries.
   int num_short_cuts = 20;
+  //! Of the choice of those waypoints.
   unsigned int short_cut_seed = 1;
   //! Ends the search, or leaves the path as short as it is by then.
   StopCondition stop_condition;
@@ -31,6 +32,7 @@ struct FindPathOptions {
 
 //! What `FindPath` found.
 struct FoundPath {
+  //! How the search ended.
   SearchStatus status = SearchStatus::kNone;
   //! From the start to the target (in periodic coordinates of the environment: to the target but for whole
   //! turns). Empty unless the status is `kFound`.
@@ -39,8 +41,9 @@ struct FoundPath {
   bool was_shortening_stopped = false;
   //! Waypoints before the path was shortened.
   std::uint64_t num_raw_waypoints = 0;
-  //! Extensions that the search made, and nodes of both trees at its end.
+  //! Extensions that the search made.
   std::uint64_t num_iterations = 0;
+  //! Nodes of both trees at its end.
   std::uint64_t num_nodes = 0;
 
   //! Whether there is a path.

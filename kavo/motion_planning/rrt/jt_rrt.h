@@ -22,6 +22,7 @@ class LookAhead;
 
 //! Settings of `JtRRT`. A plain record; it is checked when a search starts.
 struct KAVO_EXPORT JtRRTConfig {
+  //! Parameters in the order of the fields.
   JtRRTConfig(double edge_length_in, const Eigen::Vector3d& x_target_zone_tolerance_in,
               double x_target_final_tolerance_in, double task_space_exploitation_fraction_in,
               double task_space_exploration_fraction_in, std::size_t max_iterations_in,

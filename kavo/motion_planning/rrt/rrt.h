@@ -74,12 +74,14 @@ class KAVO_EXPORT RRT {
   //! Whether another node may join the `num_nodes` of all trees; sets the status, with a warning, if not.
   bool MayGrow(std::uint64_t num_nodes, std::uint64_t max_nodes);
 
+  //! How the search has ended; none as long as it has not.
   SearchStatus status_ = SearchStatus::kNone;
+  //! Extensions of the search so far; counted up by the planner that makes them.
   std::uint64_t num_iterations_ = 0;
 
   RRT() = default;
-  RRT(const RRT&) = default;
-  RRT& operator=(const RRT&) = default;
+  RRT(const RRT&) = default;             //!< For derived classes.
+  RRT& operator=(const RRT&) = default;  //!< For derived classes.
 
  private:
   StopCondition stop_condition_;

@@ -6,6 +6,7 @@ namespace kavo::planning {
 enum class SearchStatus {
   //! There was no search yet, or an exception ended it.
   kNone,
+  //! There is a path.
   kFound,
   //! The start is not a valid configuration.
   kInvalidStart,

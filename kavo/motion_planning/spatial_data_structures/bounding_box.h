@@ -20,16 +20,20 @@ class KAVO_EXPORT BoundingBox {
   //! The smallest box that contains all of `boxes`, of which there must be one (fatal error otherwise).
   explicit BoundingBox(const std::vector<BoundingBox>& boxes);
 
+  //! Number of coordinates.
   int Dimension() const { return static_cast<int>(limits_.Dimension()); }
   //! Lower corner.
   const Eigen::VectorXd& Min() const { return limits_.Min(); }
+  //! Of the lower corner; the axis is not checked.
   const double& Min(int axis) const { return limits_.Min()[axis]; }
   //! Upper corner.
   const Eigen::VectorXd& Max() const { return limits_.Max(); }
+  //! Of the upper corner; the axis is not checked.
   const double& Max(int axis) const { return limits_.Max()[axis]; }
   //! Upper minus lower corner.
   const Eigen::VectorXd& Extent() const { return limits_.Range(); }
 
+  //! The middle.
   Eigen::VectorXd Centroid() const;
   //! Sum of the extents.
   double Margin() const;
@@ -42,6 +46,7 @@ class KAVO_EXPORT BoundingBox {
   double Overlap(const BoundingBox& other) const;
   //! By how much the volume grows if this box is expanded to include the other.
   double VolumeIncreaseToInclude(const BoundingBox& other) const;
+  //! Makes this the smallest box that contains both.
   void ExpandToInclude(const BoundingBox& other);
   //! Euclidean distance to a point; zero inside.
   double DistanceTo(const Eigen::VectorXd& point) const;
@@ -62,11 +67,14 @@ KAVO_EXPORT std::ostream& operator<<(std::ostream& stream, const BoundingBox& bo
 //! The corner of a box whose coordinate is compared.
 enum class BoundingBoxBound : int { kMin = 0, kMax = 1 };
 
+//! Which of two boxes comes first.
 enum class BoundingBoxOrder : int { kAscending = 0, kDescending = 1 };
 
 //! Boxes that a split has not placed yet, and their positions in the node that is split.
 struct EnumeratedBoxes {
+  //! Those boxes.
   std::vector<BoundingBox> boxes;
+  //! Of each its position in the node.
   std::vector<int> indices;
 };
 

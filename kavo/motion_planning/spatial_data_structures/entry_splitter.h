@@ -26,8 +26,8 @@ class KAVO_EXPORT EntrySplitter {
 
  protected:
   EntrySplitter() = default;
-  EntrySplitter(const EntrySplitter&) = default;
-  EntrySplitter& operator=(const EntrySplitter&) = default;
+  EntrySplitter(const EntrySplitter&) = default;             //!< For derived classes.
+  EntrySplitter& operator=(const EntrySplitter&) = default;  //!< For derived classes.
 };
 
 }  // namespace kavo::planning

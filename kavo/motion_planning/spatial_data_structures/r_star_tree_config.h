@@ -45,6 +45,7 @@ struct KAVO_EXPORT RStarTreeConfig {
   //! How many children `kApproxMinimumOverlapIncrease` looks at closely. At most the maximum number of
   //! entries; that metric needs at least 1.
   int max_approx_cost_evals_for_selection;
+  //! How a node that overflows is split.
   EntrySplitterType entry_splitter_type;
   //! Choice among children that are not leaves.
   SelectionMetric internal_node_selection_metric;
@@ -58,10 +59,14 @@ struct KAVO_EXPORT RStarTreeConfig {
 
 //! Whether a parameter keeps its rule; warns if not.
 KAVO_EXPORT bool ValidateDimension(int dimension);
+//! The same of another parameter, see the field.
 KAVO_EXPORT bool ValidateMinEntriesPerNode(int min_entries_per_node);
+//! The same of another parameter, see the field.
 KAVO_EXPORT bool ValidateMaxEntriesPerNode(int min_entries_per_node, int max_entries_per_node);
+//! The same of another parameter, see the field.
 KAVO_EXPORT bool ValidateNumEntriesToPrune(int num_entries_to_prune, int min_entries_per_node,
                                            int max_entries_per_node);
+//! The same of another parameter, see the field.
 KAVO_EXPORT bool ValidateMaxApproxCostEvalsForSelection(int max_approx_cost_evals_for_selection,
                                                         int max_entries_per_node);
 

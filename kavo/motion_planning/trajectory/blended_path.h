@@ -41,13 +41,17 @@ class KAVO_EXPORT BlendedPath {
     //! A smooth blend has a continuous second derivative, a parabola has not.
     enum class Kind { kLine, kParabola, kSmooth };
 
+    //! What it is.
     Kind kind = Kind::kLine;
+    //! Where it begins, a configuration.
     Eigen::VectorXd start;
     //! Of a blend, where its two lines would meet. Of a line, not used.
     Eigen::VectorXd corner;
+    //! Where it ends, a configuration: the start of the next piece.
     Eigen::VectorXd end;
-    //! Derivatives by s at both ends; the same for a line.
+    //! Derivative by s at the start; for a line that at the end, too.
     Eigen::VectorXd direction_in;
+    //! Derivative by s at the end.
     Eigen::VectorXd direction_out;
     //! The range of s, positive.
     double length = 0.0;
@@ -61,20 +65,25 @@ class KAVO_EXPORT BlendedPath {
 
   //! Where a waypoint is passed: a piece and how far along it. On a blend that is its middle.
   struct Place {
+    //! Index of the piece.
     std::size_t piece = 0;
+    //! From 0 to the length of the piece.
     double along = 0.0;
   };
 
+  //! Where the path begins.
   const Eigen::VectorXd& Start() const { return start_; }
   //! Empty for a path that goes nowhere.
   const std::vector<Piece>& Pieces() const { return pieces_; }
   //! Of every waypoint of the path as it came. Without pieces, meaningless.
   const std::vector<Place>& Places() const { return places_; }
+  //! Whether its blends have a continuous second derivative.
   bool IsSmooth() const { return is_smooth_; }
-  //! Corners that are blended, those of them whose blend was tightened, and those where the robot stops, the
-  //! ends of the path not counted.
+  //! Corners that are blended.
   std::size_t NumBlends() const { return num_blends_; }
+  //! Corners whose blend was made smaller since the environment refused a larger one.
   std::size_t NumTightened() const { return num_tightened_; }
+  //! Corners, without the ends of the path, at which the robot stops.
   std::size_t NumStops() const { return num_stops_; }
 
  private:

@@ -10,24 +10,28 @@ namespace kavo::planning {
 
 //! How fast the coordinates of a robot may move, each by itself and in both directions alike.
 struct MotionLimits {
-  //! One for each coordinate: radians, or metres for one that slides, per second, second squared and second
-  //! cubed. From `kLeastMotionLimit` to `kGreatestMotionLimit`.
+  //! One for each coordinate: radians, or metres for one that slides, per second; of the others per second
+  //! squared and cubed. From `kLeastMotionLimit` to `kGreatestMotionLimit`.
   Eigen::VectorXd velocity;
+  //! As above, of accelerations.
   Eigen::VectorXd acceleration;
-  //! None where nobody asks for it.
+  //! As above, of jerks; none where nobody asks for it.
   std::optional<Eigen::VectorXd> jerk;
 };
 
+//! The least limit that is taken: what is slower would be no motion.
 inline constexpr double kLeastMotionLimit = 1e-6;
+//! The greatest limit that is taken: what is faster is as good as not limited.
 inline constexpr double kGreatestMotionLimit = 1e9;
 
-//! What is assumed of a joint of which nothing is known: slow enough for any arm.
+//! What is assumed of a joint of which nothing is known, slow enough for any arm, here and below: rad/s for
+//! one that turns.
 inline constexpr double kDefaultTurningVelocity = 1.0;
-inline constexpr double kDefaultTurningAcceleration = 2.0;
-inline constexpr double kDefaultTurningJerk = 20.0;
-inline constexpr double kDefaultSlidingVelocity = 0.1;
-inline constexpr double kDefaultSlidingAcceleration = 0.5;
-inline constexpr double kDefaultSlidingJerk = 5.0;
+inline constexpr double kDefaultTurningAcceleration = 2.0;  //!< rad/s^2
+inline constexpr double kDefaultTurningJerk = 20.0;         //!< rad/s^3
+inline constexpr double kDefaultSlidingVelocity = 0.1;      //!< m/s
+inline constexpr double kDefaultSlidingAcceleration = 0.5;  //!< m/s^2
+inline constexpr double kDefaultSlidingJerk = 5.0;          //!< m/s^3
 
 //! These, for each coordinate of a robot, with a jerk. Descriptions as for `ExtractJointLimits`.
 KAVO_EXPORT MotionLimits DefaultMotionLimits(const RobotDescription& robot);

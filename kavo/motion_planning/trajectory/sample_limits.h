@@ -12,13 +12,17 @@ namespace kavo::planning {
 
 //! Where a coordinate uses most of a limit of velocity or acceleration.
 struct RatePeak {
+  //! Whether the limit is one of acceleration, else of velocity.
   bool is_acceleration = false;
   //! Whether it is of what a controller runs between samples rather than of a sample.
   bool is_interpolated = false;
+  //! Index, from 0.
   std::size_t coordinate = 0;
+  //! Seconds.
   double time = 0.0;
-  //! Absolute.
+  //! Absolute; radians or metres per second, or second squared.
   double value = 0.0;
+  //! As it was given; in the unit of the value.
   double limit = 0.0;
   //! What is allowed there: the limit at a sample, and more where it is interpolated, see `FindRatePeaks`.
   double allowed = 0.0;

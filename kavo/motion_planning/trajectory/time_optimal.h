@@ -13,8 +13,8 @@ namespace kavo::planning {
 //! How fast the robot goes along its path at the start and at the end: the Euclidean length of its velocity.
 //! Not negative, finite; otherwise a fatal error.
 struct EndSpeeds {
-  double start = 0.0;
-  double end = 0.0;
+  double start = 0.0;  //!< Radians or metres per second.
+  double end = 0.0;    //!< Radians or metres per second.
 };
 
 //! The fastest trajectory along a path that exceeds no limit of velocity and acceleration anywhere, from rest

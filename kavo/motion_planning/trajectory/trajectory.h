@@ -19,31 +19,34 @@ class KAVO_EXPORT Trajectory {
  public:
   //! Where the robot is at a time (seconds), and how it moves: radians or metres, per second and its square.
   struct State {
-    double time = 0.0;
-    Eigen::VectorXd position;
-    Eigen::VectorXd velocity;
-    Eigen::VectorXd acceleration;
+    double time = 0.0;             //!< Seconds, from 0.
+    Eigen::VectorXd position;      //!< Radians or metres.
+    Eigen::VectorXd velocity;      //!< Per second.
+    Eigen::VectorXd acceleration;  //!< Per second squared.
   };
 
+  //! Of polynomials: a row for each coordinate, a column for each power of time, from the constant on.
   using Coefficients = Eigen::Matrix<double, Eigen::Dynamic, 5>;
 
   //! From `start` on, q(time) is the sum of column k times (time - start)^k.
   struct Piece {
-    double start = 0.0;
-    double duration = 0.0;
-    Coefficients coefficients;
+    double start = 0.0;         //!< Seconds.
+    double duration = 0.0;      //!< Seconds, positive.
+    Coefficients coefficients;  //!< Of each coordinate.
   };
 
   //! How much of the limits is used at most anywhere: 1 is all of it.
   struct LimitUse {
-    double velocity = 0.0;
-    double acceleration = 0.0;
-    //! Within pieces: where the acceleration jumps the jerk is not counted. Zero without such a limit.
+    double velocity = 0.0;      //!< Of the limits of velocity.
+    double acceleration = 0.0;  //!< Of the limits of acceleration.
+    //! Of the limits of jerk, within pieces: where the acceleration jumps the jerk is not counted. Zero
+    //! without such a limit.
     double jerk = 0.0;
   };
 
   //! Seconds.
   double Duration() const { return duration_; }
+  //! Number of coordinates.
   Eigen::Index Dimension() const { return end_.size(); }
 
   //! Before 0 and after the duration, what it is then. NaN is a fatal error. No coordinate leaves the range
@@ -59,8 +62,9 @@ class KAVO_EXPORT Trajectory {
   //! When each waypoint of the path is passed: where its corner is blended, the middle of the blend.
   const std::vector<double>& WaypointTimes() const { return waypoint_times_; }
 
-  //! The polynomials that it consists of, in order of time; an index beyond is fatal.
+  //! Number of polynomials that it consists of.
   std::size_t NumPieces() const { return starts_.size(); }
+  //! One of these polynomials, in order of time; an index beyond is fatal.
   Piece PieceAt(std::size_t index) const;
 
   //! By the extremes of the polynomials, which are roots of quadratic ones. Fatal for limits of another

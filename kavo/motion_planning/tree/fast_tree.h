@@ -10,6 +10,7 @@ namespace kavo::planning {
 
 //! Settings of a `FastTree`.
 struct FastTreeConfig {
+  //! From the settings of the index.
   explicit FastTreeConfig(const RStarTreeConfig& config) : r_star_tree_config(config) {}
 
   //! Of its index; gives the dimension. docs/trees.md says what the values mean.

@@ -25,14 +25,18 @@ class KAVO_EXPORT Node {
   //! A child of `parent`. The parent counts as set even if the pointer is null; no id.
   Node(const Eigen::VectorXd& configuration, const std::shared_ptr<Node>& parent);
 
-  Node(const Node&);
+  Node(const Node&);  //!< A node outside of any tree, its parent and id the same.
+  //! As a copy; the other one has no coordinates any more.
   Node(Node&&) noexcept;
   //! A fatal error, here and below, for a node in a tree of this library, which keeps its coordinates apart.
   Node& operator=(const Node& other);
+  //! As above, and the other one has no coordinates any more.
   Node& operator=(Node&& other);
   ~Node();
 
+  //! Number of coordinates.
   Eigen::Index Dimension() const { return configuration_.size(); }
+  //! What it stands for; in the units of the coordinates.
   const Eigen::VectorXd& Configuration() const { return configuration_; }
   //! The parent; empty for a root.
   const std::optional<std::shared_ptr<Node>>& Parent() const { return parent_; }

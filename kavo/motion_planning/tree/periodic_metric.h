@@ -34,8 +34,9 @@ class KAVO_EXPORT PeriodicMetric {
   //! Lengths as the metric asks for.
   double operator()(const Eigen::VectorXd& q0, const Eigen::VectorXd& q1) const;
 
-  //! The two as they were given.
+  //! The distance without regard to turns.
   const DistanceMetric& Metric() const { return metric_; }
+  //! In which a whole turn changes nothing.
   const std::vector<Eigen::Index>& PeriodicCoordinates() const { return periodic_coordinates_; }
 
  private:

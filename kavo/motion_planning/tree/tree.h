@@ -13,8 +13,8 @@ namespace kavo::planning {
 
 //! The stored node nearest to a query, and its distance to the query under the tree's metric.
 struct ClosestNode {
-  std::shared_ptr<Node> node;
-  double distance;
+  std::shared_ptr<Node> node;  //!< Never null.
+  double distance;             //!< Under the tree's metric.
 };
 
 //! A growing tree of configurations of one dimension that answers nearest-node queries.
@@ -80,8 +80,8 @@ class KAVO_EXPORT Tree {
 
  protected:
   Tree() = default;
-  Tree(const Tree&) = default;
-  Tree& operator=(const Tree&) = default;
+  Tree(const Tree&) = default;             //!< For derived classes.
+  Tree& operator=(const Tree&) = default;  //!< For derived classes.
 };
 
 }  // namespace kavo::planning

@@ -18,15 +18,15 @@ struct KAVO_EXPORT ConfigurationInspection {
   //! The gap between a collision sphere of the robot and an obstacle, beyond the padding that its frame has,
   //! negative where they overlap.
   struct Clearance {
-    double distance;
-    std::string frame;
-    ObstacleHandle obstacle;
-    std::string obstacle_name;
+    double distance;            //!< Metres.
+    std::string frame;          //!< That carries the sphere.
+    ObstacleHandle obstacle;    //!< Its handle.
+    std::string obstacle_name;  //!< Its name, also once it was removed.
   };
   //! The gap between two spheres of frames that must not touch each other, negative where they overlap.
   struct SelfClearance {
-    double distance;
-    std::string frames[2];
+    double distance;        //!< Metres.
+    std::string frames[2];  //!< That carry the spheres.
   };
 
   //! Every coordinate beyond its range, or not finite.
@@ -42,6 +42,7 @@ struct KAVO_EXPORT ConfigurationInspection {
   std::optional<Clearance> clearance;
   //! The clearance of frames that a coordinate moves: what is fixed to the base is as near as ever.
   std::optional<Clearance> moving_clearance;
+  //! Of the robot to itself, likewise.
   std::optional<SelfClearance> self_clearance;
 
   //! Whether nothing is touched, beyond a limit or placed nowhere.

@@ -19,15 +19,18 @@ namespace kavo::planning {
 
 //! How closely `FollowLine` keeps to its line. All positive.
 struct LineOptions {
-  //! The farthest that the tool goes from one waypoint to the next, metres, and the most that it turns,
-  //! radians.
+  //! The farthest that the tool goes from one waypoint to the next, metres.
   double step = 0.005;
+  //! The most that it turns from one waypoint to the next, radians.
   double angle_step = 0.05;
-  //! At waypoints the tool is within these of the line: metres, and radians.
+  //! At waypoints the tool is within this of the line, metres, and within the next of its orientation there.
   double position_tolerance = 1e-5;
+  //! Radians.
   double orientation_tolerance = 1e-4;
-  //! Between waypoints it stays within these, by proof.
+  //! Between waypoints the tool stays within this of the line, by proof, metres, and within the next of its
+  //! orientation.
   double max_deviation = 1e-3;
+  //! Radians.
   double max_angle = 1e-2;
   //! The farthest that a coordinate goes between two waypoints, radians or metres: beyond that it jumps.
   double max_joint_step = 0.2;
@@ -52,9 +55,11 @@ struct LineMotion {
     //! Between two waypoints it may stray too far from the line, however near they are; `jumping` is the
     //! coordinate that goes farthest there.
     kAstray,
+    //! By the stop condition.
     kStopped,
   };
 
+  //! Where, or why, it ended.
   End end = End::kStopped;
   //! Start first; every motion from one to the next is proven free.
   std::vector<Eigen::VectorXd> path;
@@ -63,12 +68,15 @@ struct LineMotion {
   //! Nowhere on the path is the tool farther off than this, between waypoints too: from the part of the line
   //! that belongs to a motion, and from the orientation there. Metres, radians.
   double deviation = 0.0;
+  //! The same of the orientation, radians.
   double angle = 0.0;
   //! Where the path ends early: why.
   std::optional<ConfigurationFault> fault;
   //! With `kContact`: the configuration that would have come next.
   std::optional<Eigen::VectorXd> blocked;
+  //! With `kUnreachable`: the nearest that the tool gets.
   std::optional<NearestPose> nearest;
+  //! With `kJump` and `kAstray`: the coordinate.
   std::optional<std::size_t> jumping;
 
   //! Whether the line was followed to its end.

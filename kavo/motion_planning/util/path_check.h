@@ -16,9 +16,11 @@ namespace kavo::planning {
 
 //! Where on a path.
 struct PathPlace {
-  //! The segment from waypoint `segment` to the next one, and how far along it, in [0, 1].
+  //! Index of the segment: from waypoint `segment` to the next one.
   std::size_t segment = 0;
+  //! From 0, at the segment's first waypoint, to 1.
   double fraction = 0.0;
+  //! What the robot is in there.
   Eigen::VectorXd configuration;
 };
 
@@ -26,43 +28,46 @@ struct PathPlace {
 struct PathCheck {
   //! A configuration that is not valid, and why.
   struct Bad {
-    PathPlace place;
-    ConfigurationFault fault;
+    PathPlace place;           //!< Where it is.
+    ConfigurationFault fault;  //!< What is wrong with it.
   };
   //! The gap between a collision sphere of the robot and an obstacle, beyond the padding that its frame has
   //! (see `ContactRules`), negative where they overlap. Metres.
   struct Clearance {
-    double distance;
-    std::string frame;
-    ObstacleHandle obstacle;
+    double distance;          //!< Metres.
+    std::string frame;        //!< That carries the sphere.
+    ObstacleHandle obstacle;  //!< Its handle.
     //! Its name, also once it was removed from the world.
     std::string obstacle_name;
-    PathPlace place;
+    PathPlace place;  //!< Where it is that small.
   };
   //! The gap between two spheres of frames that must not touch each other, negative where they overlap.
   //! Metres.
   struct SelfClearance {
-    double distance;
-    std::string frames[2];
-    PathPlace place;
+    double distance;        //!< Metres.
+    std::string frames[2];  //!< That carry the spheres.
+    PathPlace place;        //!< Where it is that small.
   };
   //! The distance of a coordinate to the nearer of its limits, negative beyond it. Coordinates without limits
   //! have none.
   struct LimitMargin {
-    double distance;
-    std::size_t coordinate;
-    PathPlace place;
+    double distance;         //!< Radians or metres.
+    std::size_t coordinate;  //!< Index, from 0.
+    PathPlace place;         //!< Where it is that small.
   };
 
-  //! Configurations that were looked at, and those that are not valid.
+  //! Configurations that were looked at.
   std::size_t num_configurations = 0;
+  //! Those of them that are not valid.
   std::size_t num_bad = 0;
   //! The one that comes first along the path; empty if the path is valid.
   std::optional<Bad> first_bad;
-  //! The smallest of each along the whole path, the first among equals; empty where there is nothing to
-  //! measure: no obstacle or no sphere, no pair of frames, no coordinate.
+  //! The smallest to an obstacle along the whole path, the first among equals. This and the next two are
+  //! empty where there is nothing to measure: no obstacle or no sphere, no pair of frames, no coordinate.
   std::optional<Clearance> clearance;
+  //! Of the robot to itself.
   std::optional<SelfClearance> self_clearance;
+  //! To the limits of the joints.
   std::optional<LimitMargin> limit_margin;
 
   //! Whether the stop condition ended the check: nothing is known of what was not looked at.

@@ -47,12 +47,15 @@ struct PathProof {
     kStopped,
   };
 
+  //! What can be said.
   Verdict verdict = Verdict::kUndecided;
   //! Why the path is not proven free.
   std::optional<PathCheck::Bad> bad;
-  //! The smallest clearances of the whole path and where they are: none is smaller by more than the
-  //! tolerance, unless the proof was given up or stopped. Empty where there is nothing to measure.
+  //! The smallest clearance from an obstacle on the whole path and where it is: none is smaller by more than
+  //! the tolerance, unless the proof was given up or stopped. Empty, as is the next one, where there is
+  //! nothing to measure.
   std::optional<PathCheck::Clearance> clearance;
+  //! Of the robot to itself.
   std::optional<PathCheck::SelfClearance> self_clearance;
   //! The smallest of the whole path, which is at a waypoint but for curves; there to within 1e-12 of the
   //! largest values of the coordinate.

@@ -69,6 +69,7 @@ KAVO_EXPORT std::vector<Eigen::VectorXd> ShortCircuitPath(const std::vector<Eige
 
 //! A path after `ShortCircuitPathUntil`.
 struct ShortenedPath {
+  //! The shortened path.
   std::vector<Eigen::VectorXd> path;
   //! Whether the condition ended it: the path is as short as it was by then.
   bool was_stopped = false;

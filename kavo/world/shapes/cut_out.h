@@ -16,6 +16,7 @@ namespace kavo {
 struct RemainingPoints {
   //! In their former order; null if none is left, the cloud itself if all are.
   std::shared_ptr<const PointCloud> cloud;
+  //! Points that were left out.
   std::size_t num_cut = 0;
 };
 

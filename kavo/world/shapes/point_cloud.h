@@ -32,6 +32,8 @@ class KAVO_EXPORT PointCloud {
 
   //! In the order given.
   const std::vector<Eigen::Vector3d>& points() const;
+  //! Of the ball around a point, metres.
+  //! \param point Index into `points()`; not checked.
   double radius(std::size_t point) const;
 
   //! For queries; shared by all copies.

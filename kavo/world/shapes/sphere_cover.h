@@ -13,6 +13,7 @@ namespace kavo {
 
 //! One of the shapes that are covered together.
 struct CoverPart {
+  //! Any but a half-space.
   ObstacleShape shape;
   //! Of the shape in the frame in which it is covered.
   Pose3 pose;
@@ -29,6 +30,7 @@ struct CoverOptions {
 
 //! Spheres in which every point of some shapes lies.
 struct SphereCover {
+  //! Centres in the frame in which the shapes are covered, metres.
   std::vector<math::Sphere> spheres;
   //! How far they reach beyond the shapes at most, metres.
   double bulge = 0.0;

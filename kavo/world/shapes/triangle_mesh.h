@@ -51,6 +51,7 @@ class KAVO_EXPORT TriangleMesh {
   //! Of each triangle the piece that it belongs to: numbered from 0 on, in the order of their first
   //! triangles.
   const std::vector<std::uint32_t>& pieces() const { return pieces_; }
+  //! At least one.
   std::size_t numPieces() const { return num_open_edges_.size(); }
   //! Whether no edge of it is open, so that it has an inside.
   bool isPieceClosed(std::size_t piece) const { return num_open_edges_[piece] == 0; }
