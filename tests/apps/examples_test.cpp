@@ -12,8 +12,40 @@
 namespace kavo::testing {
 namespace {
 
+// What a document has its reader type, and what it shows of the output.
+struct Typed {
+  std::string lines;
+  std::string shown;
+};
+
+Typed ReadTyped(const std::filesystem::path& document) {
+  Typed typed;
+  std::istringstream text(ReadFile(document));
+  std::string fence;
+  for (std::string line; std::getline(text, line);) {
+    // A file, with its name behind the kind.
+    const std::size_t space = fence.find(' ');
+    if (line.rfind("```", 0) != 0) {
+      if (fence == "```sh" || space != std::string::npos) {
+        typed.lines += line + "\n";
+      } else if (fence == "```") {
+        typed.shown += line + "\n";
+      }
+    } else if (!fence.empty()) {
+      typed.lines += space != std::string::npos ? "END_OF_FILE\n" : "";
+      fence.clear();
+    } else {
+      fence = line;
+      if (const std::size_t name = line.find(' '); name != std::string::npos) {
+        typed.lines += "cat > " + line.substr(name) + " <<'END_OF_FILE'\n";
+      }
+    }
+  }
+  return typed;
+}
+
 // As a newcomer who types them, in this order, at the root of a source tree with an installed command.
-TEST(Examples, EveryLineOfHelpReadmeAndTutorialWorks) {
+TEST(Examples, EveryLineOfHelpAndDocumentsWorks) {
   const std::filesystem::path root = KAVO_SOURCE_DIR;
   const std::filesystem::path program = KAVO_COMMAND;
   std::string lines;
@@ -31,18 +63,9 @@ TEST(Examples, EveryLineOfHelpReadmeAndTutorialWorks) {
     ++num_blocks;
   }
   EXPECT_GT(num_blocks, 1U);
-  std::istringstream tutorial(ReadFile(root / "docs/tutorial.md"));
-  std::string shown;
-  std::string fence;
-  for (std::string line; std::getline(tutorial, line);) {
-    if (line.rfind("```", 0) == 0) {
-      fence = fence.empty() ? line : "";
-    } else if (fence == "```sh") {
-      lines += line + "\n";
-    } else if (fence == "```") {
-      shown += line + "\n";
-    }
-  }
+  const Typed tutorial = ReadTyped(root / "docs/tutorial.md");
+  const Typed formats = ReadTyped(root / "docs/formats.md");
+  lines += tutorial.lines + "mkdir formats\ncd formats\n" + formats.lines;
 
   if (command::FindPageTemplate() == nullptr) {
     lines = std::regex_replace(lines, std::regex(" --html [^ \n]+"), "");
@@ -56,9 +79,9 @@ TEST(Examples, EveryLineOfHelpReadmeAndTutorialWorks) {
   const std::string run = "cd '" + folder / "." + "' && XDG_CACHE_HOME='" + folder / "cache" + "' PATH='" +
                           program.parent_path().string() + "':$PATH sh lines >output 2>errors";
   EXPECT_EQ(std::system(run.c_str()), 0) << ReadFile(folder / "output") << ReadFile(folder / "errors");
-  // What the tutorial shows is what is printed.
+  // What they show is what is printed.
   const std::string output = "\n" + ReadFile(folder / "output");
-  std::istringstream shown_lines(shown);
+  std::istringstream shown_lines(tutorial.shown + formats.shown);
   std::size_t num_shown = 0;
   for (std::string line; std::getline(shown_lines, line); ++num_shown) {
     EXPECT_NE(output.find("\n" + line + "\n"), std::string::npos) << line;
