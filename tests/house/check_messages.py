@@ -5,8 +5,8 @@ A message is known by its constant parts, with `…` between them where a value 
 
 - what a statement carries (`KAVO_CHECK`, `KAVO_LOG`, `throw`, `fail`): the document has the whole of it. A check
   without text is known by its condition.
-- what is put together elsewhere (verdicts, reasons, notes): every literal of at least two words is part of a message
-  of the document, unless it stands in a statement that describes options or settings.
+- what is put together elsewhere (verdicts, reasons, notes), but for the Python module: every literal of at least two
+  words is part of a message of the document, unless it stands in a statement that describes options or settings.
 
 In the document, a line that begins with "- `" is a message. Each is made of such constant parts and of nothing else.
 
@@ -192,7 +192,7 @@ def call(tokens, begin):
 def messages_of(root):
     """What statements carry and what literals elsewhere tell (both with their places), and all such literals."""
     sources = {}
-    for folder in ("kavo", "apps/kavo"):
+    for folder in ("kavo", "apps/kavo", "bindings/python"):
         for file in sorted((root / folder).rglob("*")):
             if file.suffix in (".cpp", ".h"):
                 text = file.read_text(encoding="utf-8")
@@ -203,9 +203,12 @@ def messages_of(root):
     whole, telling, literals = {}, {}, set()
     for name, (text, tokens) in sources.items():
         constants = {**shared, **constants_of(tokens)}
+        # Most texts of the module are docstrings.
+        is_module = name.startswith("bindings/")
         known = set()
         for i, token in enumerate(tokens[:-1]):
-            if token.literal is not None or token.text not in CARRIERS | DESCRIBING or id(token) in known:
+            beginnings = CARRIERS if is_module else CARRIERS | DESCRIBING
+            if token.literal is not None or token.text not in beginnings or id(token) in known:
                 continue
             is_call = tokens[i + 1].text == "(" or (token.text in DESCRIBING and tokens[i + 1].text == "<")
             if is_call or token.text in STATEMENTS:
@@ -219,7 +222,7 @@ def messages_of(root):
             is_elsewhere = token.literal is not None and id(token) not in known
             for line in token.literal.split("\n") if is_elsewhere else ():
                 literals.add(stripped(line))
-                if name not in FACTS and is_telling(line):
+                if name not in FACTS and not is_module and is_telling(line):
                     telling.setdefault(stripped(line), f"{name}:{token.line}")
     return whole, telling, literals
 
