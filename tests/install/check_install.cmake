@@ -68,6 +68,17 @@ run("Program built by pkg-config" "${COMPILER}" -std=c++17 "${CONSUMER_DIR}/use_
     "${WORK_DIR}/use_pkg_config" ${package_flags} "-Wl,-rpath,${prefix}/${LIB_DIR}")
 run("Program of kavo_motion_planning.pc" "${WORK_DIR}/use_pkg_config")
 
+# The project that the tutorial ends with.
+set(tutorial "${WORK_DIR}/tutorial")
+file(READ "${SOURCE_DIR}/docs/tutorial.md" document)
+foreach(part IN ITEMS "cpp my_plan.cpp" "cmake CMakeLists.txt")
+  string(REGEX REPLACE "^[a-z]+ " "" name "${part}")
+  if(NOT document MATCHES "```${part}\n([^`]*)```")
+    message(FATAL_ERROR "docs/tutorial.md has no ${part}")
+  endif()
+  file(WRITE "${tutorial}/${name}" "${CMAKE_MATCH_1}")
+endforeach()
+
 run("Configuration of the consumer"
     "${CMAKE_COMMAND}"
     -S "${CONSUMER_DIR}"
@@ -78,7 +89,8 @@ run("Configuration of the consumer"
     "-DCMAKE_CXX_COMPILER=${COMPILER}"
     "-DCMAKE_CXX_COMPILER_LAUNCHER=${COMPILER_LAUNCHER}"
     "-DCMAKE_CXX_FLAGS=${FLAGS}"
-    "-DALL_HEADERS_SOURCE=${WORK_DIR}/all_headers.cpp")
+    "-DALL_HEADERS_SOURCE=${WORK_DIR}/all_headers.cpp"
+    "-DTUTORIAL_DIR=${tutorial}")
 load_cache("${build}" READ_WITH_PREFIX consumer_ kavo_DIR)
 string(FIND "${consumer_kavo_DIR}" "${prefix}/" position)
 if(NOT position EQUAL 0)
@@ -89,3 +101,6 @@ run("Build of the consumer" "${CMAKE_COMMAND}" --build "${build}" --parallel)
 foreach(room IN LISTS rooms)
   run("Program of kavo::${room}" "${build}/use_${room}")
 endforeach()
+set(own_robot "${SOURCE_DIR}/examples/own_robot")
+run("Program of the tutorial" "${build}/tutorial/my_plan" "${own_robot}/arm.urdf" "${own_robot}/arm.srdf"
+    "${own_robot}/scene.yaml")
