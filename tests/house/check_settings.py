@@ -2,8 +2,8 @@
 """Holds the settings that docs/ explains against the headers: each of them with its default, and no others.
 
 - The settings of a planner, as the table of `MotionPlanner::setParam` has them, are a table of docs/planners.md.
-- Every struct of options or of a configuration that planners, shortening, motions and trajectories go by is a table
-  that begins with its name: a row for each field, with the default as in the header, empty where there is none.
+- Every struct of options or of a configuration in the folders below is a table that begins with its name: a row for
+  each field, with the default as in the header, empty where there is none.
 
 Called with the root of the repository.
 """
@@ -12,7 +12,8 @@ import pathlib
 import re
 import sys
 
-FOLDERS = ("interface", "rrt", "trajectory", "util")
+FOLDERS = ("kinematics/interface", "world/shapes", "motion_planning/interface", "motion_planning/rrt",
+           "motion_planning/trajectory", "motion_planning/util")
 # Its fields are the settings of a planner.
 OTHERWISE = {"MotionPlannerConfig"}
 
@@ -28,15 +29,15 @@ def structs_of(header):
     """Of each struct of settings its fields, with their defaults."""
     for name, body in re.findall(r"^struct (?:KAVO_EXPORT )?(\w+(?:Options|Config)) \{\n(.*?)^\};", header,
                                  re.S | re.M):
-        fields = re.findall(r"^  [\w:<>, ]+ (\w+)(?: = ([^;]*))?;", body, re.M)
+        fields = re.findall(r"^  [\w:<>,()& ]+ (\w+)(?: = ([^;]*))?;", body, re.M)
         if name not in OTHERWISE:
             yield name, {f"`{field}`": default.split("::")[-1] for field, default in fields if field != "const"}
 
 
 def main(root):
-    rooms = root / "kavo/motion_planning"
+    rooms = root / "kavo"
     documents = "\n".join(file.read_text(encoding="utf-8") for file in sorted((root / "docs").glob("*.md")))
-    facade = (rooms / "interface/motion_planner.h").read_text(encoding="utf-8")
+    facade = (rooms / "motion_planning/interface/motion_planner.h").read_text(encoding="utf-8")
     settings = re.findall(r"//! \| (\w+(?:/\w+)?) \| \w.* \| (.*) \|\n", facade)
     wanted = {"setting": {f"`{name}`": default for name, default in settings if name != "name"}}
     for folder in FOLDERS:
