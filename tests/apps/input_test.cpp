@@ -167,10 +167,10 @@ TEST_F(InputTest, WhatStandsForALink) {
 
   // A mesh that is missing is refused too, unless that is allowed, and is not missed where it is.
   const std::string meshed =
-      Replaced(urdf, "<box size='0.1 0.1 0.1'/>", "<mesh filename='package://grip/a.stl'/>");
+      Replaced(urdf, "<box size='0.1 0.1 0.1'/>", "<mesh filename='package://grip/a.ply'/>");
   const Outcome missing = Plan(kPegRequest, {}, kPegScene, meshed);
   EXPECT_EQ(missing.status, 2);
-  EXPECT_THAT(missing.errors, AllOf(HasSubstr("arm.urdf:9: found \"package://grip/a.stl\", which is not in "),
+  EXPECT_THAT(missing.errors, AllOf(HasSubstr("arm.urdf:9: found \"package://grip/a.ply\", which is not in "),
                                     HasSubstr("(--package grip=DIR)")));
   const Outcome allowed =
       Plan(kPegRequest, {"--allow-uncovered", "--json", folder_ / "out.json"}, kPegScene, meshed);
@@ -178,15 +178,17 @@ TEST_F(InputTest, WhatStandsForALink) {
   EXPECT_THAT(allowed.output,
               HasSubstr("check: proven free for the covered links only (not 'gripper') at every "));
   EXPECT_EQ(check()["uncovered_links"], nlohmann::json({"gripper"}));
-  folder_.Write("parts/a.stl",
-                "solid a\nfacet normal 0 0 1\nouter loop\nvertex 0 0 0\nvertex 0.1 0 0\nvertex 0 0.1 0\n"
-                "endloop\nendfacet\nendsolid a\n");
+  folder_.Write(
+      "parts/a.ply",
+      "ply\nformat ascii 1.0\nelement vertex 3\nproperty float x\nproperty float y\nproperty float z\n"
+      "element face 1\nproperty list uchar int vertex_index\nend_header\n"
+      "0 0 0\n0.1 0 0\n0 0.1 0\n3 0 1 2\n");
   const std::string package = "grip=" + folder_ / "parts";
   const Outcome found =
       Plan(kPegRequest, {"--package", package, "--json", folder_ / "out.json"}, kPegScene, meshed);
   EXPECT_THAT(found.output, HasSubstr("check: proven for the collision meshes (cover "));
   EXPECT_EQ(nlohmann::json::parse(ReadFile(folder_ / "out.json"))["files"].back()["name"],
-            folder_ / "parts/a.stl");
+            folder_ / "parts/a.ply");
   EXPECT_EQ(Plan(kPegRequest, {"--package", "grip"}, kPegScene, meshed).status, 2);
   EXPECT_THAT(RunKavo({"info", "--robot", folder_ / "arm.urdf", "--package", package}).output,
               AllOf(ContainsRegex("post +spheres of the URDF +1 sphere +- +1 +- +-\n"),

@@ -72,28 +72,31 @@ def expect_strict(validator, document, what):
 
 def check_files(folder, arm):
     """Every file that is read is named with its hash."""
-    facet = "facet normal 0 0 1\nouter loop\nvertex 0 0 0\nvertex .1 0 0\nvertex 0 .1 0\nendloop\nendfacet\n"
+    triangle = (
+        "ply\nformat ascii 1.0\nelement vertex 3\nproperty float x\nproperty float y\nproperty float z\n"
+        "element face 1\nproperty list uchar int vertex_index\nend_header\n0 0 0\n.1 0 0\n0 .1 0\n3 0 1 2\n"
+    )
     for name in ("visual", "shelf", "held", "near"):
-        (folder / f"{name}.stl").write_text(f"solid {name}\n{facet}endsolid\n")
+        (folder / f"{name}.ply").write_text(triangle)
     urdf = (SOURCE / arm[1]).read_text()
-    visual = '<visual><geometry><mesh filename="visual.stl"/></geometry></visual>'
+    visual = '<visual><geometry><mesh filename="visual.ply"/></geometry></visual>'
     (folder / "arm.urdf").write_text(urdf.replace('<link name="base">', f'<link name="base">{visual}'))
     (folder / "scene.yaml").write_text(
         "collision_objects: [{id: s, pose: {position: [3, 0, 0], orientation: [0, 0, 0, 1]},"
-        " meshes: [{resource: shelf.stl}]}]\n"
+        " meshes: [{resource: shelf.ply}]}]\n"
     )
     (folder / "limits.yaml").write_text("joint_limits: {pan: {max_velocity: 1}}\n")
     (folder / "config.yaml").write_text("seed: 7\n")
     document = run(folder, [
         "plan", "--robot", str(folder / "arm.urdf"), *arm[2:], "--spheres", "examples/own_robot/spheres.yaml",
-        "--scene", str(folder / "scene.yaml"), "--obstacle", str(folder / "near.stl") + "@3,1,0",
-        "--attach", str(folder / "held.stl") + "@tool", "--config", str(folder / "config.yaml"),
+        "--scene", str(folder / "scene.yaml"), "--obstacle", str(folder / "near.ply") + "@3,1,0",
+        "--attach", str(folder / "held.ply") + "@tool", "--config", str(folder / "config.yaml"),
         "--trajectory", str(folder / "t.csv"), "--joint-limits", str(folder / "limits.yaml"),
         "--start", "default", "--goal", "0.1,0,0.1,0,0",
     ])
     files = {pathlib.Path(file["name"]).name for file in document["files"] if len(file["sha256"]) == 64}
-    assert files == {"arm.urdf", "arm.srdf", "spheres.yaml", "visual.stl", "scene.yaml", "shelf.stl", "near.stl",
-                     "held.stl", "config.yaml", "limits.yaml"}, files
+    assert files == {"arm.urdf", "arm.srdf", "spheres.yaml", "visual.ply", "scene.yaml", "shelf.ply", "near.ply",
+                     "held.ply", "config.yaml", "limits.yaml"}, files
 
 
 def main():

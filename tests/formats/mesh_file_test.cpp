@@ -21,6 +21,15 @@ namespace {
 using testing::FileErrorOf;
 using ::testing::HasSubstr;
 
+#ifdef KAVO_WITH_ASSIMP
+constexpr bool kHasAssimp = true;
+#else
+constexpr bool kHasAssimp = false;
+#endif
+
+// Whether this build reads the forms that assimp does.
+bool IsRead(const std::string& file) { return kHasAssimp || file.find(".ply") != std::string::npos; }
+
 // The prism over an L of two by two squares of one unit, less one: eight of its faces have four corners and
 // two have six, of which one points inwards.
 const std::vector<Eigen::Vector3d> kCorners = {{0, 0, 0}, {2, 0, 0}, {2, 1, 0}, {1, 1, 0},
@@ -178,6 +187,9 @@ TEST(MeshFile, OneShapeInEveryForm) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.file);
+    if (!IsRead(c.file)) {
+      continue;  // Refused, as the faults below are.
+    }
     const auto mesh = ParseMesh(c.content, c.file);
     EXPECT_EQ(mesh->triangles().size(), 20u);
     EXPECT_TRUE(mesh->isClosed());
@@ -201,9 +213,9 @@ TEST(MeshFile, OneShapeInEveryForm) {
     EXPECT_NEAR(area, c.area, 1e-4);
     EXPECT_NEAR(volume, 9.0, 1e-4);
   }
-  const auto scaled = ParseMesh(Obj(1), "a.obj", {0.5, -1.0, 2.0});
+  const auto scaled = ParseMesh(Ply("ascii"), "a.ply", {0.5, -1.0, 2.0});
   EXPECT_EQ(scaled->vertices()[0], Eigen::Vector3d(0.5, -1.0, 0.0));
-  EXPECT_THROW(ParseMesh(Obj(1), "a.obj", {1.0, 0.0, 1.0}), util::FatalError);
+  EXPECT_THROW(ParseMesh(Ply("ascii"), "a.ply", {1.0, 0.0, 1.0}), util::FatalError);
 }
 
 TEST(MeshFile, Faults) {
@@ -258,7 +270,10 @@ TEST(MeshFile, Faults) {
       {"a.ply", header + "0 0 0\n1 0 0\n0 1 0\n0", "a.ply: found no triangle"},
   };
   for (const auto& c : cases) {
-    EXPECT_THAT(FileErrorOf([&] { ParseMesh(c.content, c.file); }), HasSubstr(c.message));
+    const bool is_known = c.file.size() == 5 && c.file != "a.glb";
+    EXPECT_THAT(
+        FileErrorOf([&] { ParseMesh(c.content, c.file); }),
+        HasSubstr(is_known && !IsRead(c.file) ? "which this build cannot read, expected .ply" : c.message));
   }
   EXPECT_EQ(FileErrorOf([] { ReadMesh("no/such.stl"); }), "no/such.stl: cannot be read");
 }

@@ -373,8 +373,10 @@ TEST(RobotFile, IsMadeWithJointsWhereAStatePutsThem) {
 
 // A box, open at one side, of edges 0.2 about (1, 0, 0).
 constexpr char kOpenBox[] =
-    "o box\nv 0.9 -0.1 -0.1\nv 1.1 -0.1 -0.1\nv 1.1 0.1 -0.1\nv 0.9 0.1 -0.1\nv 0.9 -0.1 0.1\n"
-    "v 1.1 -0.1 0.1\nv 1.1 0.1 0.1\nv 0.9 0.1 0.1\nf 1 2 3 4\nf 1 2 6 5\nf 2 3 7 6\nf 3 4 8 7\nf 4 1 5 8\n";
+    "ply\nformat ascii 1.0\nelement vertex 8\nproperty float x\nproperty float y\nproperty float z\n"
+    "element face 5\nproperty list uchar int vertex_index\nend_header\n"
+    "0.9 -0.1 -0.1\n1.1 -0.1 -0.1\n1.1 0.1 -0.1\n0.9 0.1 -0.1\n0.9 -0.1 0.1\n1.1 -0.1 0.1\n1.1 0.1 0.1\n"
+    "0.9 0.1 0.1\n4 0 1 2 3\n4 0 1 5 4\n4 1 2 6 5\n4 2 3 7 6\n4 3 0 4 7\n";
 
 // One link with all kinds of solids, and one that rests on it.
 std::string Solids() {
@@ -384,7 +386,7 @@ std::string Solids() {
   };
   return Links("base", collision("<box size='0.1 0.2 0.3'/>") + collision("<sphere radius='0.1'/>") +
                            collision("<cylinder radius='0.05' length='0.4'/>") +
-                           collision("<mesh filename='package://parts/box.obj' scale='0.5 1 -1'/>")) +
+                           collision("<mesh filename='package://parts/box.ply' scale='0.5 1 -1'/>")) +
          Links("a", kSphere) + JointText("move", "continuous", "base", "a");
 }
 
@@ -435,14 +437,14 @@ TEST(RobotFile, WhereSpheresComeFrom) {
 
 TEST(RobotFile, CoversHoldAllSolidsOfALink) {
   const testing::Folder folder;
-  folder.Write("parts/box.obj", kOpenBox);
+  folder.Write("parts/box.ply", kOpenBox);
   const std::string urdf = folder.Write("arms/arm.urdf", "<robot name='arm'>" + Solids() + "</robot>");
   RobotFileOptions options;
   options.cover_tolerance = 0.05;
   const LoadedRobot robot = LoadRobot(urdf, options);
   const LoadedRobot::LinkShape& shape = robot.link_shapes[0];
   EXPECT_EQ(shape.num_boxes + shape.num_cylinders + shape.num_balls + shape.num_meshes, 4u);
-  EXPECT_THAT(shape.mesh_files, ElementsAre(folder / "parts/box.obj"));
+  EXPECT_THAT(shape.mesh_files, ElementsAre(folder / "parts/box.ply"));
   EXPECT_EQ(shape.num_triangles, 10u);
   EXPECT_EQ(shape.tolerance, 0.05);
   EXPECT_LE(shape.bulge, 0.05);
@@ -476,12 +478,12 @@ TEST(RobotFile, AMeshThatCannotBeRead) {
   const testing::Folder folder;
   const std::string urdf = folder.Write("arm.urdf", "<robot name='arm'>\n" + Solids() + "</robot>");
   EXPECT_THAT(testing::FileErrorOf([&] { LoadRobot(urdf); }),
-              HasSubstr("arm.urdf:2: found \"package://parts/box.obj\", which is not in " + folder.path() +
+              HasSubstr("arm.urdf:2: found \"package://parts/box.ply\", which is not in " + folder.path() +
                         "/parts, "));
   RobotFileOptions options;
   options.packages["parts"] = folder.path() + "/other";
-  folder.Write("other/box.obj", "v 0 0 0\n");
-  EXPECT_THAT(testing::FileErrorOf([&] { LoadRobot(urdf, options); }), HasSubstr("/other/box.obj: found "));
+  folder.Write("other/box.ply", "ply\n");
+  EXPECT_THAT(testing::FileErrorOf([&] { LoadRobot(urdf, options); }), HasSubstr("/other/box.ply:1: found "));
   options.allow_unreadable_meshes = true;
   const LogCapture log;
   const LoadedRobot robot = LoadRobot(urdf, options);
@@ -496,7 +498,7 @@ TEST(RobotFile, AMeshThatCannotBeRead) {
 TEST(RobotFile, CoversAreKept) {
   const testing::Folder folder;
   const std::string cache = folder / "cache/kavo";
-  folder.Write("parts/box.obj", kOpenBox);
+  folder.Write("parts/box.ply", kOpenBox);
   const std::string urdf = folder.Write("arm.urdf", "<robot name='arm'>" + Solids() + "</robot>");
   RobotFileOptions options;
   options.cover_cache = cache;
@@ -540,11 +542,13 @@ TEST(RobotFile, CoversAreKept) {
   const std::string coarse = bits();
   EXPECT_NE(coarse, made);
   EXPECT_EQ(entries().size(), 2u);
-  folder.Write("elsewhere/parts/box.obj", kOpenBox);
+  folder.Write("elsewhere/parts/box.ply", kOpenBox);
   options.packages["parts"] = folder / "elsewhere/parts";
   EXPECT_EQ(bits(), coarse);
   EXPECT_EQ(entries().size(), 2u);
-  folder.Write("elsewhere/parts/box.obj", std::string(kOpenBox) + "f 5 6 7 8\n");
+  std::string longer = kOpenBox;
+  longer.replace(longer.find("0.9 "), 3, "0.8");
+  folder.Write("elsewhere/parts/box.ply", longer);
   bits();
   EXPECT_EQ(entries().size(), 3u);
   // A folder that cannot be.
