@@ -95,13 +95,39 @@ function(kavo_precompile_headers set target)
   target_compile_options(${target} PRIVATE "SHELL:-Xclang -fno-pch-timestamp")
 endfunction()
 
-# kavo_write_pkg_config(<room> <public targets>)
+# kavo_depend(<target> <what pkg-config links it by> <find_package arguments...>)
+#
+# Finds a library that Kavo's libraries link. Whoever links these by CMake finds it in the same way, and whoever asks
+# pkg-config by a module, perhaps with a version, or by a flag of the linker.
+macro(kavo_depend target pkg_config)
+  find_package(${ARGN} REQUIRED)
+  set("kavo_pkg_config_${target}" "${pkg_config}")
+  string(REPLACE ";" " " "kavo_find_${target}" "${ARGN}")
+endmacro()
+
+# kavo_write_pkg_config(<room> <public targets> <private targets>)
 #
 # Writes and installs kavo_<room>.pc for projects that do not use CMake. It finds the prefix from where it lies.
-function(kavo_write_pkg_config room public)
-  list(TRANSFORM public REPLACE "^kavo::(.*)$" "kavo_\\1 = ${PROJECT_VERSION}")
-  list(TRANSFORM public REPLACE "^Eigen3::Eigen$" "eigen3 >= 3.4")
-  list(JOIN public ", " requires)
+function(kavo_write_pkg_config room public private)
+  set(requires "")
+  set(requires_private "")
+  set(libs_private "")
+  foreach(kind IN ITEMS public private)
+    foreach(target IN LISTS ${kind})
+      set(entry "${kavo_pkg_config_${target}}")
+      if(target MATCHES "^kavo::(.*)$")
+        list(APPEND requires "kavo_${CMAKE_MATCH_1} = ${PROJECT_VERSION}")
+      elseif(kind STREQUAL "public")
+        list(APPEND requires "${entry}")
+      elseif(entry MATCHES "^-")
+        string(APPEND libs_private " ${entry}")
+      else()
+        list(APPEND requires_private "${entry}")
+      endif()
+    endforeach()
+  endforeach()
+  list(JOIN requires ", " requires)
+  list(JOIN requires_private ", " requires_private)
   set(directory "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
   file(RELATIVE_PATH to_prefix "/${directory}" "/")
   string(REGEX REPLACE "/$" "" to_prefix "${to_prefix}")
@@ -117,21 +143,27 @@ Name: kavo_@room@
 Description: @PROJECT_DESCRIPTION@ (@room@)
 Version: @PROJECT_VERSION@
 Requires: @requires@
+Requires.private: @requires_private@
 Cflags: -I\${includedir}
 Libs: -L\${libdir} -lkavo_@room@
+Libs.private:@libs_private@
 "
     @ONLY)
-  install(FILES "${PROJECT_BINARY_DIR}/pkgconfig/kavo_${room}.pc" DESTINATION "${directory}")
+  install(
+    FILES "${PROJECT_BINARY_DIR}/pkgconfig/kavo_${room}.pc"
+    DESTINATION "${directory}"
+    COMPONENT development)
 endfunction()
 
-# kavo_add_library(<room> SOURCES ... HEADERS ... [PUBLIC targets...] [PRIVATE targets...])
+# kavo_add_library(<room> SOURCES ... HEADERS ... [PUBLIC targets...] [PRIVATE targets...] [HEADER_ONLY targets...])
 #
-# Builds the shared library kavo_<room> with the alias kavo::<room>. HEADERS are the installed ones; each is checked to
-# compile alone.
+# Builds the library kavo_<room> with the alias kavo::<room>, shared unless BUILD_SHARED_LIBS is off. HEADERS are the
+# installed ones; each is checked to compile alone. PUBLIC are the targets that they include, PRIVATE those that the sources
+# link besides; of these no other than kavo_depend() has found. HEADER_ONLY are those of which nothing is left to link.
 function(kavo_add_library room)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;HEADERS;PUBLIC;PRIVATE")
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;HEADERS;PUBLIC;PRIVATE;HEADER_ONLY")
   set(target kavo_${room})
-  add_library(${target} SHARED ${arg_SOURCES})
+  add_library(${target} ${arg_SOURCES})
   add_library(kavo::${room} ALIAS ${target})
   target_sources(
     ${target}
@@ -139,15 +171,18 @@ function(kavo_add_library room)
            BASE_DIRS "${PROJECT_SOURCE_DIR}"
            FILES ${arg_HEADERS})
   target_compile_features(${target} PUBLIC cxx_std_17)
+  list(TRANSFORM arg_HEADER_ONLY REPLACE "(.+)" "$<BUILD_INTERFACE:\\1>")
   target_link_libraries(
     ${target}
     PUBLIC ${arg_PUBLIC}
-    PRIVATE ${arg_PRIVATE} $<BUILD_INTERFACE:kavo_build_flags>)
+    PRIVATE ${arg_PRIVATE} ${arg_HEADER_ONLY} $<BUILD_INTERFACE:kavo_build_flags>)
   set_target_properties(
     ${target}
     PROPERTIES EXPORT_NAME ${room}
                VERSION ${PROJECT_VERSION}
                SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR}
+               # Static ones too may end in a shared library, such as the Python module.
+               POSITION_INDEPENDENT_CODE ON
                # Nothing asks for it, and it would tell the precompiled headers of the libraries apart.
                DEFINE_SYMBOL ""
                CXX_VISIBILITY_PRESET hidden
@@ -159,10 +194,27 @@ function(kavo_add_library room)
     target_compile_definitions(${target} PRIVATE KAVO_EXPORT_INTERNALS)
   endif()
   kavo_precompile_headers(libraries ${target})
-  kavo_write_pkg_config(${room} "${arg_PUBLIC}")
+
+  # A shared library brings what it is linked with.
+  if(BUILD_SHARED_LIBS)
+    set(arg_PRIVATE "")
+  endif()
+  kavo_write_pkg_config(${room} "${arg_PUBLIC}" "${arg_PRIVATE}")
+  set(needs "")
+  foreach(library IN LISTS arg_PUBLIC arg_PRIVATE)
+    if(library MATCHES "^kavo::(.*)$")
+      get_property(of_room GLOBAL PROPERTY kavo_needs_${CMAKE_MATCH_1})
+      list(APPEND needs ${of_room})
+    else()
+      list(APPEND needs "${kavo_find_${library}}")
+    endif()
+  endforeach()
+  list(REMOVE_DUPLICATES needs)
+  set_property(GLOBAL PROPERTY kavo_needs_${room} "${needs}")
   install(
     TARGETS ${target}
     EXPORT kavo_targets
-    LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}"
-    FILE_SET HEADERS)
+    LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT runtime NAMELINK_COMPONENT development
+    ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT development
+    FILE_SET HEADERS COMPONENT development)
 endfunction()

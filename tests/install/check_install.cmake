@@ -1,22 +1,11 @@
 # Run by the test install.consumer; the variables in capitals come from its command line.
 cmake_minimum_required(VERSION 3.25)
+include("${CMAKE_CURRENT_LIST_DIR}/run.cmake")
 
 string(REPLACE "," ";" rooms "${ROOMS}")
 string(REPLACE "," ";" declared_headers "${HEADERS}")
 set(prefix "${WORK_DIR}/prefix")
 set(build "${WORK_DIR}/build")
-
-function(run what)
-  execute_process(
-    COMMAND ${ARGN}
-    RESULT_VARIABLE status
-    OUTPUT_VARIABLE output
-    ERROR_VARIABLE output)
-  if(NOT status EQUAL 0)
-    message(FATAL_ERROR "${what} failed (${status}):\n${output}")
-  endif()
-  message(STATUS "${what}: passed")
-endfunction()
 
 file(REMOVE_RECURSE "${WORK_DIR}")
 run("Installation" "${CMAKE_COMMAND}" --install "${BUILD_DIR}" --prefix "${prefix}" --config "${CONFIG}")
@@ -58,15 +47,19 @@ foreach(room IN LISTS rooms)
   run("Version of kavo_${room}.pc" "${CMAKE_COMMAND}" -E env "PKG_CONFIG_PATH=${prefix}/${PKG_CONFIG_DIR}"
       "${PKG_CONFIG}" --modversion "kavo_${room}")
 endforeach()
+set(static "")
+if(NOT SHARED)
+  set(static --static)
+endif()
 execute_process(
-  COMMAND "${CMAKE_COMMAND}" -E env "PKG_CONFIG_PATH=${prefix}/${PKG_CONFIG_DIR}" "${PKG_CONFIG}" --cflags --libs
-          kavo_motion_planning
+  COMMAND "${CMAKE_COMMAND}" -E env "PKG_CONFIG_PATH=${prefix}/${PKG_CONFIG_DIR}" "${PKG_CONFIG}" ${static} --cflags --libs
+          kavo_formats
   OUTPUT_VARIABLE package_flags
   OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
 separate_arguments(package_flags UNIX_COMMAND "${FLAGS} ${package_flags}")
-run("Program built by pkg-config" "${COMPILER}" -std=c++17 "${CONSUMER_DIR}/use_motion_planning.cpp" -o
+run("Program built by pkg-config" "${COMPILER}" -std=c++17 "${CONSUMER_DIR}/use_formats.cpp" -o
     "${WORK_DIR}/use_pkg_config" ${package_flags} "-Wl,-rpath,${prefix}/${LIB_DIR}")
-run("Program of kavo_motion_planning.pc" "${WORK_DIR}/use_pkg_config")
+run("Program of kavo_formats.pc" "${WORK_DIR}/use_pkg_config")
 
 # The project that the tutorial ends with.
 set(tutorial "${WORK_DIR}/tutorial")
@@ -79,18 +72,8 @@ foreach(part IN ITEMS "cpp my_plan.cpp" "cmake CMakeLists.txt")
   file(WRITE "${tutorial}/${name}" "${CMAKE_MATCH_1}")
 endforeach()
 
-run("Configuration of the consumer"
-    "${CMAKE_COMMAND}"
-    -S "${CONSUMER_DIR}"
-    -B "${build}"
-    -G "${GENERATOR}"
-    "-DCMAKE_PREFIX_PATH=${prefix}"
-    "-DCMAKE_BUILD_TYPE=${CONFIG}"
-    "-DCMAKE_CXX_COMPILER=${COMPILER}"
-    "-DCMAKE_CXX_COMPILER_LAUNCHER=${COMPILER_LAUNCHER}"
-    "-DCMAKE_CXX_FLAGS=${FLAGS}"
-    "-DALL_HEADERS_SOURCE=${WORK_DIR}/all_headers.cpp"
-    "-DTUTORIAL_DIR=${tutorial}")
+configure_project("Configuration of the consumer" "${CONSUMER_DIR}" "${build}" "-DCMAKE_PREFIX_PATH=${prefix}"
+                  "-DALL_HEADERS_SOURCE=${WORK_DIR}/all_headers.cpp" "-DTUTORIAL_DIR=${tutorial}")
 load_cache("${build}" READ_WITH_PREFIX consumer_ kavo_DIR)
 string(FIND "${consumer_kavo_DIR}" "${prefix}/" position)
 if(NOT position EQUAL 0)
