@@ -23,12 +23,14 @@ void HandToLogging(const util::LogRecord& record) {
   logger.attr("log")(level, "%s", text);
 }
 
-// Of this thread, from a level of `logging`.
-void SetLogLevel(int level) {
+// Of this thread, from a level of `logging`; gives the one before.
+int SetLogLevel(int level) {
+  const int before = util::log_level_threshold < 0 ? kLevels[0] + 1 : kLevels[util::log_level_threshold];
   util::log_level_threshold = -1;
   for (const int known : kLevels) {
     util::log_level_threshold += level <= known ? 1 : 0;
   }
+  return before;
 }
 
 }  // namespace
@@ -43,7 +45,10 @@ Records go to `logging.getLogger("kavo")`. Each thread starts at `logging.WARNIN
 written. Broken preconditions are always reported, and raised as `FatalError`.
 
 Args:
-    level: Of `logging`, such as `logging.INFO`.)");
+    level: Of `logging`, such as `logging.INFO`.
+
+Returns:
+    The level before.)");
 }
 
 }  // namespace kavo::python

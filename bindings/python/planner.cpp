@@ -173,8 +173,13 @@ class Planner {
 
   py::dict Settings() const {
     py::dict settings;
+    MotionPlannerConfig same = config_;
     for (const Parameter& parameter : planning::Parameters()) {
-      settings[parameter.name] = py::cast(parameter.value(config_));
+      const ParameterValue value = parameter.value(config_);
+      // What belongs to something that is not enabled is refused, and is no setting then.
+      if (!planning::SetParameter(parameter.name, value, *robot_.description, same)) {
+        settings[parameter.name] = py::cast(value);
+      }
     }
     return settings;
   }
@@ -417,7 +422,9 @@ out of range; nothing is changed then.)")
           R"(Changes settings given by keyword, one after another.
 
 What has a slash in its name is given in a dict: `set(step_size=0.05, bi_rrt_params={"range": 0.5})`.)")
-      .def_property_readonly("settings", &Planner::Settings, "All settings by name.")
+      .def_property_readonly("settings", &Planner::Settings,
+                             "All settings by name, to make a planner with the same ones: `Planner(robot, "
+                             "world, **settings)`.")
       .def("update_world", &Planner::UpdateWorld, "Takes the world as it is now.")
       .def_property_readonly("robot", &Planner::robot)
       .def_property_readonly("world", &Planner::world)

@@ -1,0 +1,71 @@
+"""Many queries at once; examples/batch_planning.py tests workers, and the loss of one."""
+
+import csv
+import os
+import re
+from pathlib import Path
+
+import dask
+import distributed
+import pytest
+
+import kavo
+from kavo import batch
+
+EXAMPLES = Path(__file__).resolve().parents[3] / "examples"
+
+
+class Lethal:
+    """Takes down the worker that it gets to."""
+
+    def __reduce__(self):
+        return os._exit, (1,)
+
+
+def problem(name, target, **options):
+    robot = kavo.Robot.franka()
+    return batch.Problem(robot, None, robot.default_configuration, target, name=name, **options)
+
+
+def test_every_problem_has_its_row(tmp_path):
+    near = kavo.Robot.franka().default_configuration + 0.05
+    pose = kavo.Robot.franka().pose(near, "tool")
+    file = tmp_path / "planner.yaml"
+    file.write_text(re.sub("^seed: .*", "seed: 5", (EXAMPLES / "planner.yaml").read_text(), flags=re.MULTILINE))
+    problems = [
+        problem("near", near, seed=3),
+        problem("of a file", near, config_file=file, settings={"planner": "bi_rrt"}),
+        problem("pose", pose, query="pose"),
+        problem("far", near + 100.0),
+        problem("short", near[:3]),
+        problem("stepsize", near, settings={"stepsize": 1}),
+    ]
+    told = []
+    results = batch.plan(problems, chunk_size=4, progress=lambda *counts: told.append(counts))
+    assert told == [(4, 6), (6, 6)]
+    table = results.table
+    assert table["name"].tolist() == [one.name for one in problems]
+    assert table["status"].tolist() == ["found"] * 3 + ["invalid target"] + ["error"] * 2
+    assert table["seed"].tolist()[:2] == [3, 5] and table["planner"].tolist()[:2] == ["rrt_connect", "bi_rrt"]
+    assert results.plans[4] is None and "FatalError" in results.errors[4] and "stepsize" in results.errors[5]
+    with pytest.raises(ValueError, match="query 'line'"):
+        batch.plan([problem("line", pose, query="line")])
+
+    results.to_csv(tmp_path / "table.csv")
+    with open(tmp_path / "table.csv", newline="") as stream:
+        rows = list(csv.DictReader(stream))
+    assert [float(row["length"]) for row in rows[:3]] == table["length"].tolist()[:3]
+    assert results.to_pandas()["length"].tolist()[:3] == table["length"].tolist()[:3]
+
+
+def test_a_problem_that_takes_workers_down_is_one_error():
+    near = kavo.Robot.franka().default_configuration + 0.05
+    problems = [problem(str(i), near) for i in range(5)]
+    problems[2] = problem("2", Lethal())
+    options = {"n_workers": 1, "threads_per_worker": 1, "dashboard_address": None, "silence_logs": 50}
+    with dask.config.set({"distributed.scheduler.allowed-failures": 0}):
+        with distributed.LocalCluster(**options) as cluster, distributed.Client(cluster) as client:
+            results = batch.plan(problems, client, chunk_size=4)
+            client.wait_for_workers(1)
+    assert results.table["found"].tolist() == [True, True, False, True, True]
+    assert results.errors[2].startswith("KilledWorker")
