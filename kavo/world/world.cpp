@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cmath>
+#include <new>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -164,7 +165,13 @@ void WorldState::noteEdit(ObstacleHandle obstacle) {
   if (!latest_) {
     return;
   }
-  edited_.push_back(obstacle);
+  try {
+    edited_.push_back(obstacle);
+  } catch (const std::bad_alloc&) {
+    // The edit is made: what follows it has to know, if not what was edited.
+    dropSnapshots();
+    return;
+  }
   ++num_edits_;
   // Where more were edited, it is as well to look at all obstacles.
   if (edited_.size() > std::max<std::size_t>(64, entries_.size() / 16)) {

@@ -1,6 +1,9 @@
 #include "tests/support/allocations.h"
 
+#include <cerrno>
 #include <cstddef>
+#include <cstdlib>
+#include <new>
 
 #if defined(__has_feature)
 #define KAVO_HAS_FEATURE(feature) __has_feature(feature)
@@ -18,25 +21,102 @@
 namespace {
 
 thread_local long num_allocations = 0;
+thread_local long num_blocks = 0;
 thread_local long num_before_failure = -1;
+
+bool Fails() { return num_before_failure >= 0 && num_before_failure-- == 0; }
 
 }  // namespace
 
 #if KAVO_COUNTS_ALLOCATIONS
 
+namespace {
+
+void* Counted(void* block) {
+  num_blocks += block != nullptr ? 1 : 0;
+  return block;
+}
+
+}  // namespace
+
 extern "C" {
 
 void* __libc_malloc(std::size_t size);
+void* __libc_calloc(std::size_t num, std::size_t size);
+void* __libc_realloc(void* block, std::size_t size);
+void* __libc_memalign(std::size_t alignment, std::size_t size);
+void __libc_free(void* block);
 
 void* malloc(std::size_t size) {
   ++num_allocations;
-  if (num_before_failure >= 0 && num_before_failure-- == 0) {
-    return nullptr;
-  }
-  return __libc_malloc(size);
+  return Fails() ? nullptr : Counted(__libc_malloc(size));
+}
+
+void* calloc(std::size_t num, std::size_t size) { return Counted(__libc_calloc(num, size)); }
+
+void* realloc(void* block, std::size_t size) {
+  void* const moved = __libc_realloc(block, size);
+  return block == nullptr ? Counted(moved) : moved;
+}
+
+void* memalign(std::size_t alignment, std::size_t size) { return Counted(__libc_memalign(alignment, size)); }
+
+void* aligned_alloc(std::size_t alignment, std::size_t size) { return memalign(alignment, size); }
+
+int posix_memalign(void** block, std::size_t alignment, std::size_t size) {
+  *block = memalign(alignment, size);
+  return *block == nullptr ? ENOMEM : 0;
+}
+
+void free(void* block) {
+  num_blocks -= block != nullptr ? 1 : 0;
+  __libc_free(block);
 }
 
 }  // extern "C"
+
+#else
+
+// All of them: a sanitizer takes it for a fault if a block of its own `new` comes to another's `delete`.
+
+namespace {
+
+void* Allocate(std::size_t size, std::size_t alignment) {
+  return Fails() ? nullptr : std::aligned_alloc(alignment, (size + alignment - 1) / alignment * alignment);
+}
+
+void* AllocateOrThrow(std::size_t size, std::size_t alignment) {
+  void* const block = Allocate(size, alignment);
+  if (block == nullptr) {
+    throw std::bad_alloc();
+  }
+  return block;
+}
+
+constexpr std::size_t kAlignment = alignof(std::max_align_t);
+
+}  // namespace
+
+void* operator new(std::size_t size) { return AllocateOrThrow(size, kAlignment); }
+void* operator new[](std::size_t size) { return AllocateOrThrow(size, kAlignment); }
+void* operator new(std::size_t size, std::align_val_t alignment) {
+  return AllocateOrThrow(size, static_cast<std::size_t>(alignment));
+}
+void* operator new[](std::size_t size, std::align_val_t alignment) {
+  return AllocateOrThrow(size, static_cast<std::size_t>(alignment));
+}
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return Allocate(size, kAlignment); }
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept { return Allocate(size, kAlignment); }
+void operator delete(void* block) noexcept { std::free(block); }
+void operator delete[](void* block) noexcept { std::free(block); }
+void operator delete(void* block, std::size_t) noexcept { std::free(block); }
+void operator delete[](void* block, std::size_t) noexcept { std::free(block); }
+void operator delete(void* block, std::align_val_t) noexcept { std::free(block); }
+void operator delete[](void* block, std::align_val_t) noexcept { std::free(block); }
+void operator delete(void* block, std::size_t, std::align_val_t) noexcept { std::free(block); }
+void operator delete[](void* block, std::size_t, std::align_val_t) noexcept { std::free(block); }
+void operator delete(void* block, const std::nothrow_t&) noexcept { std::free(block); }
+void operator delete[](void* block, const std::nothrow_t&) noexcept { std::free(block); }
 
 #endif
 
@@ -45,6 +125,8 @@ namespace kavo::testing {
 bool CountsAllocations() { return KAVO_COUNTS_ALLOCATIONS != 0; }
 
 long NumAllocations() { return num_allocations; }
+
+long NumBlocks() { return num_blocks; }
 
 void FailAllocation(long num_before) { num_before_failure = num_before; }
 
