@@ -19,7 +19,6 @@
 #include "kavo/kinematics/interface/robot_description_internal.h"
 #include "kavo/math/constants_internal.h"
 #include "tests/formats/files.h"
-#include "tests/support/allocations.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/vectors.h"
 
@@ -592,27 +591,6 @@ TEST(RobotFile, FaultsOfTheUrdf) {
   EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
   EXPECT_THROW(LoadRobot("no/such.urdf"), FileError);
   EXPECT_THROW(ParseRobot({"arm.urdf", ""}, {}, {}), FileError);
-}
-
-TEST(RobotFile, RunningOutOfMemoryIsNoFaultOfAFile) {
-  if (!testing::CountsAllocations()) {
-    GTEST_SKIP() << "this build does not count allocations";
-  }
-  const LogCapture log;
-  const std::optional<std::string> srdf = Groups();
-  bool is_done = false;
-  for (long num_before = 0; !is_done; ++num_before) {
-    testing::FailAllocation(num_before);
-    try {
-      Parse(Arm(), {}, srdf, std::string("collision_spheres: {a: [{center: [0, 0, 0], radius: 1}]}"));
-      is_done = true;
-    } catch (const std::bad_alloc&) {
-    } catch (const std::exception& error) {
-      testing::FailAllocation(-1);
-      ADD_FAILURE() << num_before << ": " << error.what();
-    }
-    testing::FailAllocation(-1);
-  }
 }
 
 TEST(RobotFile, FaultsOfTheOptions) {

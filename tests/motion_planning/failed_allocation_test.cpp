@@ -8,7 +8,10 @@
 #include <random>
 #include <vector>
 
+#include "kavo/kinematics/interface/kinematics.h"
 #include "kavo/kinematics/interface/robot_description.h"
+#include "kavo/kinematics/interface/robot_variants.h"
+#include "kavo/motion_planning/interface/attached_object.h"
 #include "kavo/motion_planning/interface/motion_planner.h"
 #include "kavo/motion_planning/tree/basic_tree.h"
 #include "kavo/motion_planning/tree/fast_tree.h"
@@ -20,23 +23,10 @@
 namespace kavo::planning {
 namespace {
 
-using testing::FailAllocation;
+using testing::NumBlocks;
 using testing::RandomVec;
+using testing::Survives;
 using testing::Vec;
-
-// Whether the call got by without its allocation number `num_before`, counted from zero.
-template <typename Call>
-bool Survives(long num_before, const Call& call) {
-  FailAllocation(num_before);
-  bool survives = true;
-  try {
-    call();
-  } catch (const std::bad_alloc&) {
-    survives = false;
-  }
-  FailAllocation(-1);
-  return survives;
-}
 
 // Expects that two trees hold the same, and find the same by the same way.
 void ExpectSame(const Tree& tree, const Tree& other, const Eigen::VectorXd& q) {
@@ -47,9 +37,6 @@ void ExpectSame(const Tree& tree, const Tree& other, const Eigen::VectorXd& q) {
 }
 
 TEST(FailedAllocationTest, InsertsWhollyOrNotAtAll) {
-  if (!testing::CountsAllocations()) {
-    GTEST_SKIP() << "A sanitizer stands in front of malloc.";
-  }
   const auto make_fast = [](EntrySplitterType splitter) {
     const auto overlap = SelectionMetric::kApproxMinimumOverlapIncrease;
     return CreateFastTree(FastTreeConfig({2, 2, 4, 1, 3, splitter, overlap, overlap, overlap, overlap}));
@@ -96,46 +83,114 @@ TEST(FailedAllocationTest, InsertsWhollyOrNotAtAll) {
   }
 }
 
+struct Query {
+  const char* name;
+  std::shared_ptr<RobotDescription> robot;
+  std::function<std::vector<Eigen::VectorXd>(MotionPlanner&)> path;
+};
+
+std::vector<Query> Queries() {
+  const std::shared_ptr<RobotDescription> arm = LoadThreeLinkArmRobotDescription();
+  const std::shared_ptr<RobotDescription> franka = LoadFrankaRobotDescription();
+  const Eigen::VectorXd start = Vec({-0.4, 0.1, 0.2});
+  const Eigen::VectorXd goal = Vec({1.7, -0.2, -0.3});
+  const Eigen::VectorXd ready = franka->defaultCSpaceConfiguration();
+  const auto kinematics = franka->kinematics();
+  Pose3 place = kinematics->pose(ready, kinematics->frame("tool"));
+  PoseGoal near_by;
+  near_by.frame = "tool";
+  near_by.pose = Pose3(place.rotation(), place.translation() + Eigen::Vector3d(0.0, 0.05, 0.0));
+  return {
+      {"to a configuration", arm,
+       [=](MotionPlanner& planner) {
+         // Steps so small that the trees leave the first chunk of their scans.
+         planner.setParam("step_size", 0.02);
+         return planner.planToCSpaceTarget(start, goal, true).path;
+       }},
+      {"to a position", arm,
+       [=](MotionPlanner& planner) {
+         planner.setParam("step_size", 0.02);
+         return planner.planToTaskSpaceTarget(start, Eigen::Vector3d(0.6, 0.9, 0.0), true).path;
+       }},
+      {"by motions", arm,
+       [=](MotionPlanner& planner) {
+         planner.setParam("planner", "bi_rrt");
+         return planner.planToCSpaceTarget(start, goal, true).path;
+       }},
+      {"stages to a pose and along a line", franka,
+       [=](MotionPlanner& planner) {
+         return planner.planStages(ready, {{{near_by}}, {{Goal(ready)}}, {{near_by}, LineOptions()}}).path;
+       }},
+  };
+}
+
 // A query runs out of memory at one of its allocations, and the next one on the same planner answers.
 TEST(FailedAllocationTest, LeavesAPlannerUsable) {
-  if (!testing::CountsAllocations()) {
-    GTEST_SKIP() << "A sanitizer stands in front of malloc.";
-  }
   const testing::LogCapture quiet(-1);
-  const std::shared_ptr<RobotDescription> robot = LoadThreeLinkArmRobotDescription();
   World world;
   world.add(SphereObstacle{0.3}, Pose3::FromTranslation({1.7, 0.6, 0.0}));
   const WorldView view = world.view();
-  const Eigen::VectorXd start = Vec({-0.4, 0.1, 0.2});
-  const Eigen::VectorXd goal = Vec({1.7, -0.2, -0.3});
-  const Eigen::Vector3d target(0.6, 0.9, 0.0);
-  for (const bool to_position : {false, true}) {
-    const auto plan = [&](MotionPlanner& planner) {
-      return to_position ? planner.planToTaskSpaceTarget(start, target, true)
-                         : planner.planToCSpaceTarget(start, goal, true);
-    };
-    // Steps so small that the trees leave the first chunk of their scans.
-    constexpr double kStep = 0.02;
-    std::vector<Eigen::VectorXd> expected;
+  for (const Query& query : Queries()) {
+    SCOPED_TRACE(query.name);
+    const auto untroubled = CreateMotionPlanner(query.robot, view);
+    const std::vector<Eigen::VectorXd> expected = query.path(*untroubled);
+    ASSERT_FALSE(expected.empty());
+    const long num_blocks = NumBlocks();
     long num_failures = 0;
     // Each of the first, then ever fewer.
     for (bool failed = true; failed; num_failures += 1 + num_failures / 40) {
       // A new planner: once trees have grown, they keep their memory.
-      const auto planner = CreateMotionPlanner(robot, view);
-      planner->setParam("step_size", kStep);
-      failed = !Survives(num_failures, [&] { plan(*planner); });
+      const auto planner = CreateMotionPlanner(query.robot, view);
+      failed = !Survives(num_failures, [&] { query.path(*planner); });
       ASSERT_EQ(planner->queryReport().status, failed ? SearchStatus::kNone : SearchStatus::kFound);
-      const MotionPlanner::Results results = plan(*planner);
-      ASSERT_TRUE(results.path_found) << num_failures;
-      EXPECT_EQ(results.path.front(), start);
+      ASSERT_FALSE(query.path(*planner).empty()) << num_failures;
       // A rebuilt planner is as good as new.
-      planner->setParam("step_size", kStep);
-      const std::vector<Eigen::VectorXd> path = plan(*planner).path;
-      expected = num_failures == 0 ? path : expected;
-      ASSERT_EQ(path, expected) << num_failures;
+      planner->setParam("seed", 1234);
+      ASSERT_EQ(query.path(*planner), expected) << num_failures;
     }
-    EXPECT_GT(num_failures, 1000);
+    EXPECT_GT(num_failures, 500);
+    EXPECT_EQ(NumBlocks(), num_blocks);
   }
+}
+
+// An object that the robot takes up and puts down is held or lies there, whole, whatever fails.
+TEST(FailedAllocationTest, LosesNoObject) {
+  const std::shared_ptr<RobotDescription> robot = LoadThreeLinkArmRobotDescription();
+  const Eigen::VectorXd start = Vec({-0.4, 0.1, 0.2});
+  const Eigen::VectorXd goal = Vec({1.2, -0.2, -0.3});
+  const Pose3 place = Pose3::FromTranslation({2.2, -0.4, 0.0});
+  const long num_blocks = NumBlocks();
+  for (const bool is_put_down : {false, true}) {
+    long num_failures = 0;
+    for (bool failed = true; failed; ++num_failures) {
+      World world;
+      for (int i = 0; i < 3; ++i) {
+        world.add(SphereObstacle{0.05}, place * Pose3::FromTranslation({0.1 * i, 0.0, 0.0}), "bar");
+      }
+      const auto planner = CreateMotionPlanner(robot, world.view());
+      planner->setParam("planner", "bi_rrt");
+      if (is_put_down) {
+        AttachFromWorld(*planner, world, "bar", "tool", start);
+      }
+      const auto num_held = [&] { return AttachedBodies(*planner->robot()).size(); };
+      const std::size_t num_before = num_held();
+      failed = !Survives(num_failures, [&] {
+        if (is_put_down) {
+          DetachIntoWorld(*planner, world, "bar", start);
+        } else {
+          AttachFromWorld(*planner, world, "bar", "tool", start);
+        }
+      });
+      ASSERT_TRUE(failed || num_held() != num_before);
+      WorldView view = world.view();
+      ASSERT_EQ(world.numObstacles(), num_held() == 1 ? 0u : 3u) << num_failures;
+      ASSERT_EQ(view.inCollision(place.translation(), 0.01), num_held() == 0) << num_failures;
+      planner->updateWorldView();
+      ASSERT_TRUE(planner->planToCSpaceTarget(start, goal, false).path_found);
+    }
+    EXPECT_GT(num_failures, 20);
+  }
+  EXPECT_EQ(NumBlocks(), num_blocks);
 }
 
 }  // namespace

@@ -47,12 +47,12 @@ AttachedObject AttachFromWorld(MotionPlanner& planner, World& world, const std::
   }
   object.touch_frames = touch_frames;
   object.allowed_obstacles = allowed_obstacles;
-  // Out of the way first, since its name must not be that of an obstacle; for good once it is attached.
-  for (const ObstacleHandle handle : handles) {
-    world.disable(handle);
-  }
-  planner.updateWorldView();
   try {
+    // Out of the way first, since its name must not be that of an obstacle; for good once it is attached.
+    for (const ObstacleHandle handle : handles) {
+      world.disable(handle);
+    }
+    planner.updateWorldView();
     planner.attach(object);
   } catch (...) {
     for (const ObstacleHandle handle : handles) {
@@ -73,10 +73,20 @@ std::vector<ObstacleHandle> DetachIntoWorld(MotionPlanner& planner, World& world
   const Pose3 pose = PoseOf(planner, name, q);
   const AttachedObject object = planner.detach(name);
   std::vector<ObstacleHandle> handles;
-  for (const CoverPart& part : object.parts) {
-    handles.push_back(world.add(part.shape, pose * part.pose, object.name));
+  try {
+    handles.reserve(object.parts.size());
+    for (const CoverPart& part : object.parts) {
+      handles.push_back(world.add(part.shape, pose * part.pose, object.name));
+    }
+    planner.updateWorldView();
+  } catch (...) {
+    // Neither lost nor there twice.
+    for (const ObstacleHandle handle : handles) {
+      world.remove(handle);
+    }
+    planner.attach(object);
+    throw;
   }
-  planner.updateWorldView();
   return handles;
 }
 

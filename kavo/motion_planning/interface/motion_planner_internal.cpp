@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <new>
 #include <sstream>
 #include <utility>
 #include <variant>
@@ -162,10 +163,16 @@ void MotionPlannerInternal::setStopCondition(StopCondition stop_condition) {
 
 void MotionPlannerInternal::setRobot(std::shared_ptr<RobotDescription> robot_description) {
   KAVO_CHECK(robot_description != nullptr, kFile, 270);
-  // Refused before anything is changed: the first of them says what is wrong.
-  robot_environment_->SetRobot(*robot_description);
-  if (by_motions_) {
-    by_motions_->SetRobot(robot_description);
+  try {
+    // Refused before anything is changed: the first of them says what is wrong.
+    robot_environment_->SetRobot(*robot_description);
+    if (by_motions_) {
+      by_motions_->SetRobot(robot_description);
+    }
+  } catch (const std::bad_alloc&) {
+    // They may no longer agree: the next query builds them anew, for the robot that there was.
+    needs_rebuild_ = true;
+    throw;
   }
   robot_description_ = std::move(robot_description);
 }

@@ -34,7 +34,7 @@ class MotionQueries {
                 std::shared_ptr<RobotEnvironment> environment, const StopCondition& stop_condition,
                 const SearchObserver& search_observer);
 
-  //! Must not throw once the robot is no longer refused.
+  //! Without a change where the robot is refused.
   void SetRobot(const std::shared_ptr<RobotDescription>& robot);
   void SetStopCondition(const StopCondition& stop_condition);
 
