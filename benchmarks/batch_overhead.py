@@ -1,7 +1,6 @@
 """What Dask adds to each task of kavo.batch.plan: tasks of more and more problems on a local worker.
 
-In processor time, which other work on the machine changes little. PYTHONPATH=build/release/bindings/python python3
-benchmarks/batch_overhead.py
+In processor time, which other work on the machine changes little. scripts/bench --python runs it.
 """
 
 import logging
