@@ -34,13 +34,18 @@ install(
 
 # What a reader looks for beside the libraries.
 install(
-  FILES LICENSE README.md CHANGELOG.md
+  FILES LICENSE README.md CHANGELOG.md CONTRIBUTING.md
   DESTINATION "${CMAKE_INSTALL_DOCDIR}"
   COMPONENT doc)
 install(
   DIRECTORY docs/
   DESTINATION "${CMAKE_INSTALL_DOCDIR}/docs"
-  COMPONENT doc)
+  COMPONENT doc
+  FILES_MATCHING
+  PATTERN "*.md"
+  PATTERN "*.json"
+  PATTERN "*.png"
+  PATTERN "*.svg")
 install(
   DIRECTORY examples
   DESTINATION "${CMAKE_INSTALL_DOCDIR}"
