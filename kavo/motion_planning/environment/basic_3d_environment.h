@@ -29,10 +29,10 @@ struct KAVO_EXPORT Basic3dEnvironmentConfig {
   Basic3dEnvironmentConfig(const WorldView& world_view_in, const kinematics::ConfigurationLimits& q_limits_in,
                            std::uint64_t max_sampling_attempts_in, std::uint32_t seed_in);
 
-  WorldView world_view;                      //!< See the constructor.
-  kinematics::ConfigurationLimits q_limits;  //!< See the constructor.
-  std::uint64_t max_sampling_attempts;       //!< See the constructor.
-  std::uint32_t seed;                        //!< See the constructor.
+  WorldView world_view;                      //!< The obstacles.
+  kinematics::ConfigurationLimits q_limits;  //!< The box that the point may occupy.
+  std::uint64_t max_sampling_attempts;       //!< Random points tried for one sample.
+  std::uint32_t seed;                        //!< Of the random points.
 };
 
 //! A point environment under the Euclidean distance. Where some minimum of the limits is above its maximum a

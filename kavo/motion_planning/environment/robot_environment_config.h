@@ -90,10 +90,10 @@ class KAVO_EXPORT RobotEnvironmentConfig {
 
   //! The obstacles. This and the fields below may be changed until an environment is made.
   WorldView world_view;
-  int max_sampling_attempts;         //!< See the constructor.
-  int c_space_seed;                  //!< See the constructor.
-  int task_space_seed;               //!< See the constructor.
-  Eigen::VectorXd distance_weights;  //!< See the constructor.
+  int max_sampling_attempts;         //!< Random configurations tried for one sample.
+  int c_space_seed;                  //!< Joint i is sampled with this + i.
+  int task_space_seed;               //!< Of random positions.
+  Eigen::VectorXd distance_weights;  //!< Of the squared distance, one for each joint.
 
  private:
   std::shared_ptr<kavo::Kinematics> kinematics_;
