@@ -32,6 +32,12 @@ install(
   DESTINATION "${kavo_package_dir}"
   COMPONENT development)
 
+# By which a ROS workspace knows what is installed.
+install(
+  FILES package.xml
+  DESTINATION "${CMAKE_INSTALL_DATADIR}/kavo"
+  COMPONENT development)
+
 # What a reader looks for beside the libraries.
 install(
   FILES LICENSE README.md CHANGELOG.md CONTRIBUTING.md
