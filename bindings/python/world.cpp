@@ -320,9 +320,9 @@ std::vector<std::uint64_t> IdsOf(const World& world) {
 
 py::tuple StateOf(const World& world) {
   py::list obstacles;
-  for (const ObstacleHandle obstacle : world.obstacles()) {
-    obstacles.append(py::make_tuple(world.shape(obstacle), world.pose(obstacle), world.name(obstacle),
-                                    world.isEnabled(obstacle), world.padding(obstacle)));
+  for (const World::Obstacle& obstacle : world.describe()) {
+    obstacles.append(
+        py::make_tuple(obstacle.shape, obstacle.pose, obstacle.name, obstacle.is_enabled, obstacle.padding));
   }
   return py::make_tuple(obstacles);
 }

@@ -10,10 +10,9 @@ SceneDrawing DrawScene(const World& world, const Pose3& base_pose) {
   SceneDrawing drawing;
   drawing.base_pose = base_pose;
   std::vector<ObstacleShape> shapes;
-  for (const ObstacleHandle obstacle : world.obstacles()) {
-    drawing.obstacles.push_back(
-        {world.name(obstacle), world.pose(obstacle), world.padding(obstacle), world.isEnabled(obstacle), {}});
-    shapes.push_back(world.shape(obstacle));
+  for (const World::Obstacle& obstacle : world.describe()) {
+    drawing.obstacles.push_back({obstacle.name, obstacle.pose, obstacle.padding, obstacle.is_enabled, {}});
+    shapes.push_back(obstacle.shape);
   }
   std::vector<DrawnShape> drawn = DrawShapes(shapes);
   for (std::size_t i = 0; i < drawn.size(); ++i) {

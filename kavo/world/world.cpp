@@ -109,6 +109,11 @@ std::vector<ObstacleHandle> WorldState::handles() const {
   return handles;
 }
 
+std::vector<std::pair<ObstacleHandle, WorldState::Entry>> WorldState::entries() const {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  return {entries_.begin(), entries_.end()};
+}
+
 std::shared_ptr<const Snapshot> WorldState::snapshot() {
   const std::lock_guard<std::mutex> lock(mutex_);
   if (!latest_ || latest_->num_edits != num_edits_) {
@@ -377,6 +382,14 @@ bool World::contains(ObstacleHandle obstacle) const {
 }
 
 std::vector<ObstacleHandle> World::obstacles() const { return state_->handles(); }
+
+std::vector<World::Obstacle> World::describe() const {
+  std::vector<Obstacle> obstacles;
+  for (auto& [handle, entry] : state_->entries()) {
+    obstacles.push_back({handle, entry.shape, entry.pose, Name(entry), entry.enabled, entry.padding});
+  }
+  return obstacles;
+}
 
 std::size_t World::numObstacles() const { return state_->size(); }
 

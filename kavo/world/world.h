@@ -72,6 +72,19 @@ class KAVO_EXPORT World {
   //! All obstacles in the order of adding, disabled ones included.
   std::vector<ObstacleHandle> obstacles() const;
 
+  //! All that is known of an obstacle, see the operations above.
+  struct Obstacle {
+    ObstacleHandle handle;   //!< Names it.
+    ObstacleShape shape;     //!< As it was added.
+    Pose3 pose;              //!< Maps its frame to the world.
+    std::string name;        //!< May be empty.
+    bool is_enabled = true;  //!< Whether it touches anything.
+    double padding = 0.0;    //!< By how much it is grown; metres.
+  };
+
+  //! All obstacles as they are at one moment, whoever edits them meanwhile, in the order of adding.
+  std::vector<Obstacle> describe() const;
+
   //! Number of obstacles, disabled ones included.
   std::size_t numObstacles() const;
 

@@ -8,6 +8,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "kavo/math/pose3.h"
@@ -69,6 +70,7 @@ class WorldState {
   std::size_t size() const;
   //! In the order of adding.
   std::vector<ObstacleHandle> handles() const;
+  std::vector<std::pair<ObstacleHandle, Entry>> entries() const;
 
   //! The enabled obstacles as they are now. Made at the first call after an edit, from a former one where few
   //! obstacles were edited since, and shared until the next.

@@ -1,5 +1,7 @@
 #include "kavo/motion_planning/interface/attached_object.h"
 
+#include <algorithm>
+
 #include "kavo/kinematics/interface/kinematics.h"
 #include "kavo/motion_planning/interface/motion_planner.h"
 #include "kavo/util/log_message.h"
@@ -30,39 +32,39 @@ AttachedObject AttachFromWorld(MotionPlanner& planner, World& world, const std::
                                const std::string& frame, const Eigen::VectorXd& q,
                                const std::vector<std::string>& touch_frames,
                                const std::vector<std::string>& allowed_obstacles) {
-  std::vector<ObstacleHandle> handles;
-  for (const ObstacleHandle handle : world.obstacles()) {
-    if (world.isEnabled(handle) && world.name(handle) == obstacle) {
-      handles.push_back(handle);
-    }
-  }
-  KAVO_CHECK(!handles.empty(), kFile, 44) << "There is no obstacle \"" << obstacle << "\" to be attached.";
-  const Pose3 pose = world.pose(handles.front());
+  std::vector<World::Obstacle> obstacles = world.describe();
+  obstacles.erase(std::remove_if(obstacles.begin(), obstacles.end(),
+                                 [&](const World::Obstacle& other) {
+                                   return !other.is_enabled || other.name != obstacle;
+                                 }),
+                  obstacles.end());
+  KAVO_CHECK(!obstacles.empty(), kFile, 44) << "There is no obstacle \"" << obstacle << "\" to be attached.";
+  const Pose3& pose = obstacles.front().pose;
   AttachedObject object;
   object.name = obstacle;
   object.frame = frame;
   object.pose = PoseOf(planner, frame, q).inverse() * pose;
-  for (const ObstacleHandle handle : handles) {
-    object.parts.push_back({world.shape(handle), pose.inverse() * world.pose(handle)});
+  for (const World::Obstacle& part : obstacles) {
+    object.parts.push_back({part.shape, pose.inverse() * part.pose});
   }
   object.touch_frames = touch_frames;
   object.allowed_obstacles = allowed_obstacles;
   try {
     // Out of the way first, since its name must not be that of an obstacle; for good once it is attached.
-    for (const ObstacleHandle handle : handles) {
-      world.disable(handle);
+    for (const World::Obstacle& part : obstacles) {
+      world.disable(part.handle);
     }
     planner.updateWorldView();
     planner.attach(object);
   } catch (...) {
-    for (const ObstacleHandle handle : handles) {
-      world.enable(handle);
+    for (const World::Obstacle& part : obstacles) {
+      world.enable(part.handle);
     }
     planner.updateWorldView();
     throw;
   }
-  for (const ObstacleHandle handle : handles) {
-    world.remove(handle);
+  for (const World::Obstacle& part : obstacles) {
+    world.remove(part.handle);
   }
   return object;
 }
