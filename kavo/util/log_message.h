@@ -51,13 +51,13 @@ class KAVO_EXPORT TextStream : public std::ostringstream {
 #define KAVO_LOG(level)                                         \
   (::kavo::util::log_level_threshold < static_cast<int>(level)) \
       ? void()                                                  \
-      : ::kavo::util::LogMessage(level) & KAVO_LOG_TEXT()
+      : ::kavo::util::LogMessage(level) & KAVO_LOG_TEXT()  // NOLINT(bugprone-macro-parentheses)
 
 //! KAVO_CHECK(condition, "room/folder/file", line) << "text" << value;
 //! Throws `kavo::util::FatalError` unless the condition holds. Log filters key on file and line: they name
 //! the check and do not follow edits.
 #define KAVO_CHECK(condition, file, line) \
-  (condition) ? void() : ::kavo::util::LogMessage(#condition, file, line) & KAVO_LOG_TEXT()
+  (condition) ? void() : ::kavo::util::LogMessage(#condition, file, line) & KAVO_LOG_TEXT()  // NOLINT
 
 // `flush` turns the temporary into an lvalue of the base class, on which every inserter works.
 #define KAVO_LOG_TEXT() ::kavo::util::TextStream().flush()

@@ -31,7 +31,7 @@ class KAVO_EXPORT Node {
   //! A fatal error, here and below, for a node in a tree of this library, which keeps its coordinates apart.
   Node& operator=(const Node& other);
   //! As above, and the other one has no coordinates any more.
-  Node& operator=(Node&& other);
+  Node& operator=(Node&& other);  // NOLINT(performance-noexcept-move-constructor)
   ~Node();
 
   //! Number of coordinates.
