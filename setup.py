@@ -39,7 +39,7 @@ class BuildByCMake(build_ext):
             ["cmake", "--install", str(build), "--component", "python", "--prefix", str(package.parent)], check=True
         )
         # A wheel has no links: it would hold each library twice.
-        for link in filter(Path.is_symlink, (package / "lib").iterdir()):
+        for link in filter(Path.is_symlink, (package / "lib").glob("*")):
             link.resolve().replace(link)
 
 
