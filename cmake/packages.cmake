@@ -51,6 +51,8 @@ if(KAVO_BUILD_PYTHON)
   get_directory_property(minor DIRECTORY bindings/python DEFINITION Python_VERSION_MINOR)
   math(EXPR next "${minor} + 1")
   set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "python3 (>= 3.${minor}), python3 (<< 3.${next}), python3-numpy")
+  # For batches of queries.
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_SUGGESTS "python3-distributed, python3-pandas")
   set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA "${CMAKE_CURRENT_LIST_DIR}/debian/postinst"
                                                 "${CMAKE_CURRENT_LIST_DIR}/debian/prerm")
 endif()
