@@ -159,6 +159,15 @@ TEST(FailedAllocationTest, LosesNoObject) {
   const Eigen::VectorXd start = Vec({-0.4, 0.1, 0.2});
   const Eigen::VectorXd goal = Vec({1.2, -0.2, -0.3});
   const Pose3 place = Pose3::FromTranslation({2.2, -0.4, 0.0});
+  {
+    // What is made on first use stays.
+    World world;
+    world.add(SphereObstacle{0.05}, place, "bar");
+    const auto planner = CreateMotionPlanner(robot, world.view());
+    planner->setParam("planner", "bi_rrt");
+    AttachFromWorld(*planner, world, "bar", "tool", start);
+    planner->planToCSpaceTarget(start, goal, false);
+  }
   const long num_blocks = NumBlocks();
   for (const bool is_put_down : {false, true}) {
     long num_failures = 0;
