@@ -42,11 +42,7 @@ foreach(header IN LISTS installed_headers)
 endforeach()
 file(WRITE "${WORK_DIR}/all_headers.cpp" "${source}")
 
-# Every library by pkg-config alone; that of the highest room brings all others.
-foreach(room IN LISTS rooms)
-  run("Version of kavo_${room}.pc" "${CMAKE_COMMAND}" -E env "PKG_CONFIG_PATH=${prefix}/${PKG_CONFIG_DIR}"
-      "${PKG_CONFIG}" --modversion "kavo_${room}")
-endforeach()
+# By pkg-config alone; the library of the highest room asks for all others, in the same version.
 set(static "")
 if(NOT SHARED)
   set(static --static)
