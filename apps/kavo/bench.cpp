@@ -1,6 +1,7 @@
 // kavo bench: the problems of a folder, and a table of how they went.
 
 #include <CLI/CLI.hpp>
+#include <cmath>
 #include <cstddef>
 #include <iostream>
 #include <limits>
@@ -22,10 +23,13 @@
 #include "apps/kavo/provenance.h"
 #include "apps/kavo/robot_options.h"
 #include "apps/kavo/text.h"
+#include "kavo/util/parse_number.h"
 
 namespace kavo::command {
 
 namespace {
+
+constexpr double kMostShards = 1e6;
 
 struct BenchOptions {
   RobotOptions robot;
@@ -38,6 +42,7 @@ struct BenchOptions {
   std::optional<std::string> json_file;
   std::optional<std::string> html_file;
   bool keeps_plans = false;
+  std::string shard;
   // Of the whole command.
   std::vector<std::string> arguments;
 };
@@ -61,6 +66,22 @@ void AddMeshes(const std::vector<std::string>& names,
   }
 }
 
+// "2/8" is the second of eight.
+void ReadShard(const std::string& text, BenchPlan& plan) {
+  const std::vector<std::string> parts = Split(text, '/');
+  const auto number = [&parts](std::size_t i) {
+    return i < parts.size() ? util::ParseNumber(parts[i]).value_or(0.0) : 0.0;
+  };
+  const double part = number(0);
+  const double all = number(1);
+  if (parts.size() != 2 || part != std::floor(part) || all != std::floor(all) || part < 1.0 || part > all ||
+      all > kMostShards) {
+    throw UnusableInput("--shard " + text + ": expected the number of a part and how many there are, as 2/8");
+  }
+  plan.shard = static_cast<std::size_t>(part) - 1;
+  plan.num_shards = static_cast<std::size_t>(all);
+}
+
 int Bench(const BenchOptions& options) {
   if (options.html_file) {
     RequirePage("--html");
@@ -70,13 +91,19 @@ int Bench(const BenchOptions& options) {
   } else if (options.keeps_plans && !options.json_file) {
     throw UnusableInput("--keep-plans is for --html and --json");
   }
+  BenchPlan plan = options.plan;
+  if (!options.shard.empty()) {
+    ReadShard(options.shard, plan);
+    if (!options.json_file || options.html_file) {
+      throw UnusableInput("--shard is for --json; 'kavo merge' makes the page of all parts");
+    }
+  }
   const SceneOptions no_more;
   Situations situations(options.robot.Load(options.rules.AllowsUncovered()), options.rules, no_more);
   const formats::LoadedRobot& robot = situations.Robot();
   PlannerSettings settings = options.planner;
   settings.SetDefault("task_space_frame_name", robot.tip_frame);
   settings.Load(robot.description);
-  BenchPlan plan = options.plan;
   plan.planners = Planners(options, settings);
   if (settings.Seed() > std::numeric_limits<int>::max() - plan.num_repeats) {
     throw UnusableInput("the seed leaves no room for the repeats");
@@ -112,7 +139,7 @@ int Bench(const BenchOptions& options) {
   }
   if (json_file.IsStandardOutput()) {
     std::cout << json;
-  } else {
+  } else if (options.shard.empty()) {
     std::cout << BenchTables(problems, runs, plan.planners, num_wanted) << std::flush;
   }
   if (json_file.IsFile()) {
@@ -156,6 +183,13 @@ void AddBenchCommand(CLI::App& app, Run& run, const std::vector<std::string>& ar
       ->group("Problems")
       ->check(CLI::Range(1, 1024))
       ->capture_default_str();
+  bench
+      ->add_option(
+          "--shard", options->shard,
+          "Only this part of the problems and repeats, such as 2/8, for --json; 'kavo merge' joins all "
+          "parts")
+      ->type_name("K/N")
+      ->group("Problems");
   options->rules.AddOptions(*bench);
   bench
       ->add_option("--time-limit", options->plan.seconds,

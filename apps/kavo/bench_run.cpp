@@ -142,16 +142,19 @@ std::vector<BenchRun> RunProblems(const std::vector<Problem>& problems, const Pl
   const Stoppable stoppable;
   const auto repeats = static_cast<std::size_t>(plan.num_repeats);
   const std::size_t num_planners = plan.planners.size();
-  std::vector<BenchRun> runs(problems.size() * repeats * num_planners);
+  const std::size_t num_all = problems.size() * repeats;
+  const std::size_t num_turns = (num_all + plan.num_shards - plan.shard - 1) / plan.num_shards;
+  std::vector<BenchRun> runs(num_turns * num_planners);
   Progress progress(false);
   std::atomic<std::size_t> num_done{0};
   const auto query = [&](std::size_t i) {
+    const std::size_t number = i * plan.num_shards + plan.shard;
     for (std::size_t turn = 0; turn < num_planners; ++turn) {
       // The first one finds nothing of the problem in the caches: each is first in turn.
-      const std::size_t planner = (i + turn) % num_planners;
+      const std::size_t planner = (number + turn) % num_planners;
       BenchRun& run = runs[i * num_planners + planner];
-      run.problem = i / repeats;
-      run.repeat = i % repeats;
+      run.problem = number / repeats;
+      run.repeat = number % repeats;
       run.planner = planner;
       run.seed = settings.Seed() + static_cast<int>(run.repeat);
       RunOnce(problems[run.problem], settings, plan, run);
@@ -167,7 +170,6 @@ std::vector<BenchRun> RunProblems(const std::vector<Problem>& problems, const Pl
   // A check takes far longer than a query, and would leave nothing of use in the caches: there are ever more
   // queries between checks. Few at first, so that an early signal finds some that are complete.
   constexpr std::size_t kMostBetweenChecks = 256;
-  const std::size_t num_turns = problems.size() * repeats;
   std::size_t last = 0;
   for (std::size_t first = 0; first < num_turns; first = last) {
     last = std::min(num_turns, first + std::min(first + 1, kMostBetweenChecks));

@@ -69,6 +69,9 @@ struct BenchPlan {
   int num_repeats = 1;
   //! Threads.
   int num_jobs = 1;
+  //! Of the problems and their repeats, counted through, only every `num_shards`-th, from number `shard`.
+  std::size_t shard = 0;
+  std::size_t num_shards = 1;
   //! Distance at which found paths are sampled; a default for each planner without it.
   std::optional<double> check_step;
   //! Seconds for each problem; without them, as long as it takes.

@@ -35,6 +35,7 @@ using Run = std::function<int()>;
 void AddPlanCommand(CLI::App& app, Run& run, const std::vector<std::string>& arguments);
 void AddCheckCommand(CLI::App& app, Run& run);
 void AddBenchCommand(CLI::App& app, Run& run, const std::vector<std::string>& arguments);
+void AddMergeCommand(CLI::App& app, Run& run, const std::vector<std::string>& arguments);
 void AddInfoCommand(CLI::App& app, Run& run);
 void AddPairsCommand(CLI::App& app, Run& run);
 void AddSpheresCommand(CLI::App& app, Run& run);

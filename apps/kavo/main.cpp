@@ -73,6 +73,7 @@ int main(int argc, char** argv) {
   kavo::command::AddPlanCommand(app, run, arguments);
   kavo::command::AddCheckCommand(app, run);
   kavo::command::AddBenchCommand(app, run, arguments);
+  kavo::command::AddMergeCommand(app, run, arguments);
   kavo::command::AddInfoCommand(app, run);
   kavo::command::AddPairsCommand(app, run);
   kavo::command::AddSpheresCommand(app, run);

@@ -6,6 +6,7 @@
 
 #include "apps/kavo/command.h"
 #include "apps/kavo/page_template.h"
+#include "apps/kavo/result_document.h"
 #include "kavo/formats/result_json_internal.h"
 
 namespace kavo::command {
@@ -52,19 +53,6 @@ std::string EscapedText(const std::string& text) {
   return Escaped(text, kEscapes);
 }
 
-// Discarded for what is no JSON, and for what is nested deeper than any result: it would be taken apart by
-// recursion.
-Json Parse(const std::string& text) {
-  constexpr int kMostDepth = 64;
-  bool is_too_deep = false;
-  const auto watch = [&](int depth, Json::parse_event_t, Json&) {
-    is_too_deep = is_too_deep || depth > kMostDepth;
-    return !is_too_deep;
-  };
-  Json document = Json::parse(text, watch, false);
-  return is_too_deep ? Json(Json::value_t::discarded) : document;
-}
-
 std::string Title(const Json& document) {
   const auto text = [&](const char* key) {
     const auto found = document.find(key);
@@ -86,17 +74,7 @@ void RequirePage(const std::string& option) {
 
 std::string MakePage(const std::string& json, const std::string& name) {
   RequirePage(name);
-  const Json document = Parse(json);
-  const auto format = document.is_object() ? document.find("format") : document.end();
-  if (document.is_discarded() || format == document.end() ||
-      (*format != formats::kPlanFormat && *format != formats::kBenchFormat)) {
-    throw UnusableInput(name + ": expected the JSON that 'kavo plan --json' or 'kavo bench --json' writes");
-  }
-  const auto version = document.find("format_version");
-  if (version == document.end() || *version != formats::kFormatVersion) {
-    throw UnusableInput(name + ": is in version " + (version == document.end() ? "?" : version->dump()) +
-                        " of its format, this kavo shows version " + std::to_string(formats::kFormatVersion));
-  }
+  const Json document = ParseResult(json, name);
   const PageTemplate& page = *FindPageTemplate();
   std::string text(page.before_title);
   text += EscapedText(Title(document));

@@ -11,8 +11,7 @@ void RequirePage(const std::string& option);
 //! One HTML file, with nothing beside it, that shows a result in a browser. Whatever texts the result holds
 //! are data in it, never markup.
 //! \param json The result, as `kavo plan` and `kavo bench` write it.
-//! \param name Of the file it comes from, for errors: `UnusableInput` for what is no such result, and for one
-//!     in a form that this version does not know.
+//! \param name Of the file it comes from, for the errors of `ParseResult`.
 std::string MakePage(const std::string& json, const std::string& name);
 
 }  // namespace kavo::command

@@ -1,16 +1,15 @@
 // kavo view: a result as a page for a browser.
 
 #include <CLI/CLI.hpp>
-#include <fstream>
 #include <iostream>
 #include <memory>
 #include <optional>
-#include <sstream>
 #include <string>
 
 #include "apps/kavo/command.h"
 #include "apps/kavo/output_file.h"
 #include "apps/kavo/page.h"
+#include "apps/kavo/result_document.h"
 
 namespace kavo::command {
 
@@ -20,19 +19,6 @@ struct ViewOptions {
   std::string result_file;
   std::optional<std::string> page_file;
 };
-
-std::string ReadAll(const std::string& name) {
-  std::ostringstream text;
-  if (name == "-") {
-    text << std::cin.rdbuf();
-    return text.str();
-  }
-  std::ifstream file(name, std::ios::binary);
-  if (!(file && text << file.rdbuf())) {
-    throw UnusableInput(name + ": cannot be read, or is empty");
-  }
-  return text.str();
-}
 
 int View(const ViewOptions& options) {
   RequirePage("kavo view");

@@ -81,6 +81,58 @@ TEST_F(BenchTest, GivesTheSameAnswersForAnyNumberOfJobs) {
   EXPECT_EQ(next["runs"][0], same);
 }
 
+TEST_F(BenchTest, IsTheSameInPartsThatAreMerged) {
+  const std::string whole = folder_ / "whole.json";
+  const std::vector<std::string> options = {"--set",     "step_size=0.3",      "--repeat", "3",
+                                            "--compare", "rrt_connect,bi_rrt", "--json"};
+  const auto bench = [&](std::vector<std::string> more) {
+    more.insert(more.begin(), options.begin(), options.end());
+    return Bench(more);
+  };
+  const Outcome at_once = bench({whole});
+  EXPECT_THAT(at_once.output, HasSubstr("paths of sampled segments are bad"));
+  // Tables of what a file holds are those of the runs themselves.
+  EXPECT_EQ(RunKavo({"merge", whole}).output, at_once.output);
+
+  std::vector<std::string> merge = {"merge"};
+  for (const char* const shard : {"2/4", "1/4", "4/4", "3/4"}) {
+    merge.push_back(folder_ / (std::string(shard, 1) + ".json"));
+    EXPECT_THAT(bench({merge.back(), "--shard", shard}).output, IsEmpty());
+  }
+  const auto read = [](const std::string& text) {
+    Json json = Json::parse(text);
+    json.erase("arguments");
+    for (Json& run : json["runs"]) {
+      run.erase("search_seconds");
+      run.erase("shortening_seconds");
+    }
+    return json;
+  };
+  std::vector<std::string> to_json = merge;
+  to_json.insert(to_json.end(), {"--json", "-"});
+  EXPECT_EQ(read(RunKavo(to_json).output), read(ReadFile(whole)));
+
+  const std::vector<std::string> some = {"merge", merge[1], merge[2]};
+  EXPECT_THAT(RunKavo(some).output, HasSubstr("STOPPED after 10 of 18 runs"));
+  const std::string other = folder_ / "other.json";
+  EXPECT_EQ(bench({other, "--shard", "1/4", "--family", "peg"}).status, 0);
+  const std::string broken =
+      folder_.Write("broken.json", R"({"format": "kavo/bench", "format_version": 1, "runs": []})");
+  const struct {
+    std::vector<std::string> parts;
+    std::string error;
+  } cases[] = {{{merge[1], merge[2], merge[1]}, "expected each run once"},
+               {{merge[1], other}, "other.json: is no part of the benchmark of"},
+               {{broken}, "broken.json: is not as 'kavo bench --json' writes it"}};
+  for (const auto& c : cases) {
+    std::vector<std::string> arguments = {"merge"};
+    arguments.insert(arguments.end(), c.parts.begin(), c.parts.end());
+    const Outcome refused = RunKavo(arguments);
+    EXPECT_EQ(refused.status, 2);
+    EXPECT_THAT(refused.errors, HasSubstr(c.error));
+  }
+}
+
 TEST_F(BenchTest, KeepsWhatItTakesToDrawTheRuns) {
   const Json json = RunsWithoutTimes({"--family", "peg", "--keep-plans", "--json", "-"});
   EXPECT_EQ(json["robot_model"]["frames"].size(), 4u);
@@ -156,6 +208,8 @@ TEST_F(BenchTest, TakesOneFamilyAndRefusesWhatIsNoSet) {
       {{"--repeat", "0"}, "problems", "--repeat"},
       {{"--compare", "bi_rrt,rrt"}, "problems", "--compare rrt: expected one of 'bi_rrt', 'rrt_connect'"},
       {{"--set", "seed=2147483647"}, "problems", "no room for the repeats"},
+      {{"--shard", "3/2", "--json", "-"}, "problems", "--shard 3/2: expected"},
+      {{"--shard", "1/2"}, "problems", "--shard is for --json"},
       {{"--json", folder_ / "none/out.json"}, "problems", "out.json: cannot be written"},
   };
   for (const auto& c : cases) {

@@ -49,7 +49,7 @@ TEST(Examples, EveryLineOfHelpAndDocumentsWorks) {
   const std::filesystem::path root = KAVO_SOURCE_DIR;
   const std::filesystem::path program = KAVO_COMMAND;
   std::string lines;
-  for (const char* const command : {"plan", "check", "bench", "info", "pairs", "spheres", "view"}) {
+  for (const char* const command : {"plan", "check", "bench", "merge", "info", "pairs", "spheres", "view"}) {
     const std::string help = RunKavo({command, "--help"}).output;
     const std::size_t heading = help.find("Examples");
     ASSERT_NE(heading, std::string::npos) << command;

@@ -14,11 +14,17 @@
 With `client=distributed.Client(...)` the same call gives the same paths, bit for bit.
 """
 
+import argparse
+import contextlib
 import csv
 import io
 import logging
 import os
 import pickle
+import shlex
+import subprocess
+import sys
+import tempfile
 from typing import Any, Callable, Dict, Iterator, List, Mapping, NamedTuple, Optional, Sequence, Set, Tuple, Union
 
 import numpy as np
@@ -34,6 +40,8 @@ _QUERIES = ("configuration", "position", "pose", "goals")
 _TASKS_PER_THREAD = 8
 # Beyond it a task's overhead is nothing beside its work, and progress would be seen less often.
 _MOST_PROBLEMS_PER_TASK = 256
+# Of a benchmark: each reads all problems before it plans its own.
+_PARTS_PER_THREAD = 4
 # What fewer tasks than these need goes with them.
 _FEWEST_TASKS_THAT_SHARE = 3
 
@@ -320,3 +328,114 @@ def _on_cluster(client: Any, problems: Sequence[Problem], chunk_size: int) -> Pa
             del spans[alone]
     finally:
         client.cancel(list(spans))
+
+
+def _run_part(program: str, arguments: Sequence[str], part: int, number: int) -> bytes:
+    """A part of a benchmark, on a worker: the JSON of its runs."""
+    command = [program, "bench", *arguments, "--shard", f"{part}/{number}", "--json", "-"]
+    done = subprocess.run(command, capture_output=True)
+    if done.returncode != 0:
+        raise RuntimeError(f"{shlex.join(command)}\n{done.stderr.decode(errors='replace')}")
+    return done.stdout
+
+
+def bench(
+    arguments: Sequence[str],
+    client: Any,
+    *,
+    num_parts: Optional[int] = None,
+    merge_arguments: Sequence[str] = (),
+    program: str = "kavo",
+    progress: Optional[Callable[[int, int], None]] = None,
+) -> str:
+    """`kavo bench` on a cluster: each task runs a part of the problems, and `kavo merge` puts the parts together.
+
+    Answers are those of one `kavo bench`. Times are those of workers that have as many neighbours as there are threads.
+
+    Args:
+        arguments: Of `kavo bench`, which finds the files that they name on every worker.
+        client: A `distributed.Client`.
+        num_parts: Four for each thread of a worker, unless given. Each of them reads all problems first.
+        merge_arguments: Of `kavo merge`, such as `["--html", "bench.html"]`.
+        program: The command, on every worker and here.
+        progress: Is told how many parts are done, and how many there are.
+
+    Returns:
+        What `kavo merge` prints: the tables.
+
+    Raises:
+        RuntimeError: With what the command said, if it fails.
+    """
+    from distributed import as_completed
+
+    number = num_parts or _PARTS_PER_THREAD * max(sum(client.nthreads().values()), 1)
+    futures = [client.submit(_run_part, program, list(arguments), i + 1, number, pure=False) for i in range(number)]
+    try:
+        with tempfile.TemporaryDirectory() as folder:
+            files: List[str] = []
+            for future in as_completed(futures):
+                files.append(os.path.join(folder, f"{len(files)}.json"))
+                with open(files[-1], "wb") as stream:
+                    stream.write(future.result())
+                future.release()
+                if progress:
+                    progress(len(files), number)
+            merge = subprocess.run([program, "merge", *files, *merge_arguments], capture_output=True, text=True)
+    finally:
+        client.cancel(futures)
+    if merge.returncode != 0:
+        raise RuntimeError(merge.stderr)
+    return merge.stdout
+
+
+def _show(num_done: int, number: int) -> None:
+    print(f"\r{num_done} of {number}", end="" if num_done < number else "\n", file=sys.stderr, flush=True)
+
+
+def _main() -> None:
+    parser = argparse.ArgumentParser(
+        prog="python3 -m kavo.batch",
+        usage="%(prog)s bench (--scheduler ADDRESS | --workers N) [options] -- <arguments of kavo bench>",
+        description="kavo bench on a cluster of Dask",
+    )
+    parser.add_argument("what", choices=["bench"])
+    where = parser.add_mutually_exclusive_group(required=True)
+    where.add_argument("--scheduler", help="its address")
+    where.add_argument("--workers", type=int, help="so many processes on this machine instead")
+    parser.add_argument("--parts", type=int, help="how many tasks; four for each thread of a worker, unless given")
+    parser.add_argument("--program", default="kavo", help="the command, on every worker and here")
+    parser.add_argument("--json", metavar="FILE", help="as that of kavo bench")
+    parser.add_argument("--html", metavar="FILE", help="as that of kavo bench")
+    own = sys.argv[1 : sys.argv.index("--")] if "--" in sys.argv else sys.argv[1:]
+    options = parser.parse_args(own)
+    merge_arguments: List[str] = []
+    for name in ("json", "html"):
+        if vars(options)[name]:
+            merge_arguments += ["--" + name, vars(options)[name]]
+
+    from distributed import Client, LocalCluster
+
+    with contextlib.ExitStack() as stack:
+        where_to = options.scheduler or stack.enter_context(
+            LocalCluster(n_workers=options.workers, threads_per_worker=1, dashboard_address=None)
+        )
+        client = stack.enter_context(Client(where_to))
+        try:
+            tables = bench(
+                sys.argv[len(own) + 2 :],
+                client,
+                num_parts=options.parts,
+                merge_arguments=merge_arguments,
+                program=options.program,
+                progress=_show,
+            )
+        except RuntimeError as error:
+            sys.exit(str(error))
+    print(tables, end="")
+
+
+if __name__ == "__main__":
+    # By its name, by which workers know it too.
+    from kavo.batch import _main as main
+
+    main()

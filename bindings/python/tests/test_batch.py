@@ -1,8 +1,11 @@
 """Many queries at once; examples/batch_planning.py tests workers, and the loss of one."""
 
 import csv
+import json
 import os
 import re
+import subprocess
+import sys
 from pathlib import Path
 
 import dask
@@ -69,3 +72,24 @@ def test_a_problem_that_takes_workers_down_is_one_error():
             client.wait_for_workers(1)
     assert results.table["found"].tolist() == [True, True, False, True, True]
     assert results.errors[2].startswith("KilledWorker")
+
+
+def test_a_benchmark_in_parts_is_the_benchmark(tmp_path):
+    program = os.environ["KAVO_COMMAND"]
+    folder = str(EXAMPLES / "own_robot")
+    arguments = ["--robot", f"{folder}/arm.urdf", "--srdf", f"{folder}/arm.srdf", "--group", "arm", "--problems", folder]
+    arguments += ["--repeat", "5"]
+
+    def runs(json_file):
+        found = json.loads(json_file.read_text())
+        assert not found["stopped"]
+        return [(run["seed"], run["path"]) for run in found["runs"]]
+
+    whole, merged = tmp_path / "whole.json", tmp_path / "merged.json"
+    subprocess.run([program, "bench", *arguments, "--json", whole], check=True, capture_output=True)
+    own = ["--workers", "1", "--parts", "3", "--program", program, "--json", merged]
+    bench = [sys.executable, "-m", "kavo.batch", "bench", *own, "--", *arguments]
+    done = subprocess.run(bench, check=True, capture_output=True, text=True)
+    assert runs(merged) == runs(whole) and "own_robot" in done.stdout and "3 of 3" in done.stderr
+    refused = subprocess.run([*bench, "--repeat", "0"], capture_output=True, text=True)
+    assert refused.returncode == 1 and "--repeat" in refused.stderr
