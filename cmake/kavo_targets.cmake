@@ -14,6 +14,11 @@ if(PROJECT_IS_TOP_LEVEL AND KAVO_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
   endif()
 endif()
 
+# Vectors stand in arrays and in structs, which those of a width unknown to the compiler cannot.
+set(kavo_disabled_targets)
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(aarch64|arm64)$")
+  set(kavo_disabled_targets HWY_SVE HWY_SVE2 HWY_SVE_256 HWY_SVE2_128)
+endif()
 if(KAVO_SANITIZE)
   add_compile_options(-fsanitize=${KAVO_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${KAVO_SANITIZE})
@@ -24,7 +29,12 @@ if(KAVO_COVERAGE)
 endif()
 if(KAVO_SANITIZE OR KAVO_COVERAGE)
   # The code for wide vectors is written once: one width and none show its faults. Each width takes minutes to compile.
-  add_compile_definitions("HWY_DISABLED_TARGETS=(HWY_AVX3_DL|HWY_AVX3|HWY_SSE4|HWY_SSSE3)" KAVO_LANE_INLINE=inline)
+  list(APPEND kavo_disabled_targets HWY_AVX3_DL HWY_AVX3 HWY_SSE4 HWY_SSSE3)
+  add_compile_definitions(KAVO_LANE_INLINE=inline)
+endif()
+if(kavo_disabled_targets)
+  list(JOIN kavo_disabled_targets "|" kavo_disabled_targets)
+  add_compile_definitions("HWY_DISABLED_TARGETS=(${kavo_disabled_targets})")
 endif()
 
 # Equal settings give equal bits on every compiler and machine: no operation is fused, none is reordered.
