@@ -1,4 +1,5 @@
 #include "kavo/formats/assimp_internal.h"
+#include "kavo/formats/binary_internal.h"
 #include "kavo/formats/dae_internal.h"
 #include "kavo/formats/file_error.h"
 #include "kavo/formats/text_internal.h"
@@ -107,6 +108,22 @@ void CheckLines(const std::string& content, const std::string& file) {
   }
 }
 
+// Whether an STL file is binary: nothing but its size tells, for these too may begin with "solid".
+bool IsBinaryStl(const std::string& content) {
+  constexpr std::size_t kHeader = 80;
+  constexpr std::size_t kStart = kHeader + sizeof(std::uint32_t);
+  return content.size() >= kStart && static_cast<double>(content.size() - kStart) ==
+                                         50.0 * LoadNumber(content.data() + kHeader, NumberType::kUint32);
+}
+
+// Only ASCII. Where `char` has no sign, assimp takes no STL file for text that has other letters in its first
+// lines, such as a name may have; of names nothing is read.
+std::string InAscii(std::string text) {
+  std::replace_if(
+      text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) > 127; }, '?');
+  return text;
+}
+
 // Adds the mesh of a node, placed.
 void AddMesh(const aiMesh& mesh, const aiMatrix4x4& transform, const std::string& file, Surface& surface) {
   const auto first = static_cast<std::uint32_t>(surface.vertices.size());
@@ -143,8 +160,9 @@ void AddMesh(const aiMesh& mesh, const aiMatrix4x4& transform, const std::string
 
 Surface ReadByAssimp(const std::string& whole, const std::string& file, const std::string& ending) {
   const bool is_dae = ending == "dae";
-  const std::string extract = is_dae ? ExtractDae(whole, file) : "";
-  const std::string& content = is_dae ? extract : whole;
+  const bool is_text_stl = ending == "stl" && !IsBinaryStl(whole);
+  const std::string extract = is_dae ? ExtractDae(whole, file) : is_text_stl ? InAscii(whole) : "";
+  const std::string& content = is_dae || is_text_stl ? extract : whole;
   if (!is_dae) {
     CheckLines(content, file);
   }

@@ -56,7 +56,7 @@ std::vector<std::array<int, 3>> Fans() {
 }
 
 std::string AsciiStl() {
-  std::string text = "solid prism\n";
+  std::string text = "solid pri\xc3\x9fma\n";
   for (const auto& triangle : Fans()) {
     text += "facet normal 0 0 0\nouter loop\n";
     for (const int corner : triangle) {
@@ -64,7 +64,7 @@ std::string AsciiStl() {
     }
     text += "endloop\nendfacet\n";
   }
-  return text + "endsolid prism\n";
+  return text + "endsolid pri\xc3\x9fma\n";
 }
 
 template <typename Number>

@@ -12,14 +12,14 @@
 namespace kavo::planning {
 namespace {
 
-// The place of a virtual operation in the table of its class: a pointer to it holds one more than its offset
-// (Itanium C++ ABI). The destructor takes the places 0 and 1.
+// The place of a virtual operation in the table of its class: a pointer to it holds its offset, to which some
+// processors add one (Itanium C++ ABI). The destructor takes the places 0 and 1.
 template <typename... Operation>
 std::vector<std::ptrdiff_t> Slots(Operation... operations) {
   const auto slot = [](auto operation) {
     std::ptrdiff_t offset = 0;
     std::memcpy(&offset, &operation, sizeof(offset));
-    return (offset - 1) / static_cast<std::ptrdiff_t>(sizeof(void*));
+    return offset / static_cast<std::ptrdiff_t>(sizeof(void*));
   };
   return {slot(operations)...};
 }
