@@ -15,6 +15,7 @@ endfunction()
 read_license("${CPACK_KAVO_SOURCE_DIR}/LICENSE" own)
 # In the page of plans, which the command has in it.
 read_license("${CPACK_KAVO_SOURCE_DIR}/apps/viewer/node_modules/three/LICENSE" three)
+string(TIMESTAMP date "%a, %d %b %Y %H:%M:%S +0000" UTC)
 
 foreach(component IN LISTS CPACK_COMPONENTS_ALL)
   string(TOUPPER ${component} upper)
@@ -41,10 +42,14 @@ License: Expat
   string(APPEND copyright "\nLicense: BSD-3-Clause\n ${own_text}\n")
   file(WRITE "${staged}/share/doc/${package}/copyright" "${copyright}")
   set(changelog "${staged}/share/doc/${package}/changelog")
-  file(COPY_FILE "${CPACK_KAVO_SOURCE_DIR}/CHANGELOG.md" "${changelog}")
+  file(WRITE "${changelog}" "kavo (${CPACK_PACKAGE_VERSION}) unstable; urgency=medium
+
+  * For the changes see CHANGELOG.md, which kavo-doc has in /usr/share/doc/kavo.
+
+ -- ${CPACK_PACKAGE_CONTACT}  ${date}
+")
   file(GLOB pages "${staged}/share/man/man1/*.1")
   execute_process(COMMAND gzip --best --no-name "${changelog}" ${pages} COMMAND_ERROR_IS_FATAL ANY)
 endforeach()
-# Each package has these by now.
-file(REMOVE "${CPACK_TEMPORARY_DIRECTORY}/doc/usr/share/doc/kavo/LICENSE"
-     "${CPACK_TEMPORARY_DIRECTORY}/doc/usr/share/doc/kavo/CHANGELOG.md")
+# Each package has it by now.
+file(REMOVE "${CPACK_TEMPORARY_DIRECTORY}/doc/usr/share/doc/kavo/LICENSE")
