@@ -19,13 +19,19 @@ namespace kavo::python {
 
 namespace {
 
-using formats::Scene;
+using Packages = std::map<std::string, std::string>;
 
-Scene LoadScene(const std::string& file, const std::map<std::string, std::string>& packages) {
+// With what it is read from, by which it pickles.
+struct Scene : formats::Scene {
+  std::string text;
+  Packages packages;
+};
+
+Scene ParseScene(const std::pair<std::string, std::string>& file, const Packages& packages) {
   formats::SceneFileOptions options;
   options.packages = packages;
   const py::gil_scoped_release released;
-  return formats::ReadScene(file, options);
+  return {formats::ParseScene(file.second, file.first, options), file.second, packages};
 }
 
 // By the forms of a robot that Python has as well, so that the result pickles.
@@ -91,6 +97,15 @@ MeshObstacle LoadMesh(const std::string& file, const Eigen::Vector3d& scale) {
 void DefineFormats(py::module_& module) {
   py::class_<Scene>(module, "Scene",
                     "The obstacles around a robot, as a file gives them; made by `load_scene`.")
+      .def_static("_parse", &ParseScene, py::arg("file"), py::arg("packages"))
+      .def(py::pickle(
+          [](const Scene& scene) {
+            return py::make_tuple(std::pair(scene.file, scene.text), scene.packages);
+          },
+          [](const py::tuple& state) {
+            return ParseScene(state[0].cast<std::pair<std::string, std::string>>(),
+                              state[1].cast<Packages>());
+          }))
       .def_readonly("name", &Scene::name)
       .def_readonly("file", &Scene::file)
       .def_readonly("joint_state", &Scene::joint_state, "Joint values by name, as far as the file gives any.")
@@ -112,16 +127,6 @@ Args:
 Args:
     robot: Needed for objects that are given in one of its frames.
     q: Where the robot is (dof,); its default configuration unless given.)");
-  module.def("load_scene", &LoadScene, py::arg("file"), py::kw_only(),
-             py::arg("packages") = std::map<std::string, std::string>(),
-             R"(Reads a planning scene, YAML or text.
-
-Args:
-    file: Its name.
-    packages: Folders of packages by name, for meshes whose names begin with "package://".
-
-Raises:
-    FileError: For a file that cannot be read or does not have this form.)");
   module.def("load_mesh", &LoadMesh, py::arg("file"), py::arg("scale") = Eigen::Vector3d(1.0, 1.0, 1.0),
              "Reads a `Mesh` from an STL, OBJ, DAE or PLY file; `scale` is by axis (3,).");
 }

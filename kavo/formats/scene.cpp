@@ -31,7 +31,10 @@ bool IsSceneText(std::string_view text) {
 }  // namespace
 
 Scene ReadScene(const std::string& file, const SceneFileOptions& options) {
-  const std::string text = ReadTextFile(file, kMaxSceneSize);
+  return ParseScene(ReadTextFile(file, kMaxSceneSize), file, options);
+}
+
+Scene ParseScene(const std::string& text, const std::string& file, const SceneFileOptions& options) {
   return IsSceneText(text) ? ParseSceneText(text, file, options) : ParseSceneYaml(text, file, options);
 }
 

@@ -63,6 +63,10 @@ using FramePoses = std::map<std::string, Pose3>;
 //! @endcode
 KAVO_EXPORT Scene ReadScene(const std::string& file, const SceneFileOptions& options = {});
 
+//! The same from the text of a file in either form, with a name for its errors.
+KAVO_EXPORT Scene ParseScene(const std::string& text, const std::string& file,
+                             const SceneFileOptions& options = {});
+
 //! The planning-scene YAML: `world: {collision_objects: [...]}`, or `collision_objects` at the root, with
 //! `robot_state` beside it. The text of a file, and the name for its errors. Poses are {position,
 //! orientation}, with vectors as [x, y, z] or {x, y, z}, quaternions as [x, y, z, w] or {x, y, z, w}. A

@@ -46,7 +46,6 @@ from kavo._kavo import (
     find_by_rrt_connect,
     franka_motion_limits,
     load_mesh,
-    load_scene,
     prove_path,
     set_log_level,
     short_circuit_path,
@@ -54,7 +53,7 @@ from kavo._kavo import (
     time_path,
 )
 from kavo.errors import FatalError, FileError
-from kavo.files import load_robot
+from kavo.files import load_robot, load_scene
 from kavo.records import (
     AxisTolerances,
     BadPlace,

@@ -1,18 +1,20 @@
-"""Robots from files. The texts of the files are part of a robot, so that it can be pickled."""
+"""Robots and scenes from files. The texts of the files are part of them, so that they can be pickled."""
 
 import os
 from typing import Any, Dict, Optional, Sequence, Tuple, Union
 
-from kavo._kavo import Robot
+from kavo._kavo import Robot, Scene
 
 File = Union[str, "os.PathLike[str]"]
 
 
 def _read(file: Optional[File]) -> Optional[Tuple[str, str]]:
-    if file is None:
-        return None
+    return None if file is None else _text(file)
+
+
+def _text(file: File) -> Tuple[str, str]:
     with open(file, encoding="utf-8", newline="") as stream:
-        # Meshes are found from there, wherever the robot goes.
+        # Meshes are found from there, wherever robot or scene go.
         return os.path.abspath(file), stream.read()
 
 
@@ -69,3 +71,19 @@ def load_robot(
         "allow_unreadable_meshes": allow_unreadable_meshes,
     }
     return Robot._parse(_read(urdf), _read(srdf), _read(spheres), options)
+
+
+def load_scene(file: File, *, packages: Optional[Dict[str, str]] = None) -> Scene:
+    """Reads a planning scene, YAML or text.
+
+    It pickles with its text; meshes that it names are read again from where they were.
+
+    Args:
+        file: Its name.
+        packages: Folders of packages by name, for meshes whose names begin with "package://".
+
+    Raises:
+        FileError: For a file that does not have this form.
+        OSError: For one that cannot be opened.
+    """
+    return Scene._parse(_text(file), dict(packages or {}))

@@ -61,9 +61,9 @@ def test_a_robot_of_files_goes_where_its_meshes_are_not(tmp_path, monkeypatch):
 def test_groups_scenes_and_named_configurations():
     robot = kavo.load_robot(OWN / "arm.urdf", OWN / "arm.srdf", group="arm", cover=False)
     assert robot.dof == 5 and robot.tip_frame == "tool" and robot.named_configurations["home"].shape == (5,)
-    scene = kavo.load_scene(str(OWN / "scene.yaml"))
+    scene = pickle.loads(pickle.dumps(kavo.load_scene(OWN / "scene.yaml")))
     world = pickle.loads(pickle.dumps(scene.world(robot)))
-    assert len(world) == 3 and scene.unhonoured == []
+    assert len(world) == 3 and scene.unhonoured == [] and scene.file == str(OWN / "scene.yaml")
 
 
 def test_a_robot_in_a_scene_keeps_to_its_rules(tmp_path):
