@@ -65,6 +65,7 @@ int main() {
   std::printf("plan %.9e %zu\n", plan, results.path.size());
 
   std::vector<Eigen::Vector3d> centers;
+  centers.reserve(kNumItems);
   for (int i = 0; i < kNumItems; ++i) {
     centers.emplace_back(2.0 * Spread(i, 0) - 1.0, 2.0 * Spread(i, 1) - 1.0, 2.0 * Spread(i, 2) - 1.0);
   }

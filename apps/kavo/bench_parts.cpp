@@ -91,6 +91,10 @@ auto Reading(const std::string& name, const Work& work) {
   }
 }
 
+[[noreturn]] void RefuseOther(const std::string& name, const std::string& first, const char* key) {
+  throw UnusableInput(name + ": is no part of the benchmark of " + first + ", their '" + key + "' differ");
+}
+
 Json Join(const std::vector<std::pair<std::string, Json>>& parts) {
   const auto& [first_name, first] = parts.front();
   Json joined = first;
@@ -102,8 +106,7 @@ Json Join(const std::vector<std::pair<std::string, Json>>& parts) {
     for (const char* const key :
          {"version", "robot", "joint_names", "files", "settings", "planners", "problems", "num_wanted"}) {
       if (part.at(key) != first.at(key)) {
-        throw UnusableInput(name + ": is no part of the benchmark of " + first_name + ", their '" + key +
-                            "' differ");
+        RefuseOther(name, first_name, key);
       }
     }
     if (&part != &first) {
