@@ -72,6 +72,7 @@ std::vector<Problem> ReadProblems(const std::string& directory, const std::vecto
                  [](const fs::path& entry) { return fs::is_directory(entry) && HasScenes(Entries(entry)); });
   }
   std::vector<std::string> names;
+  names.reserve(folders.size());
   for (const fs::path& folder : folders) {
     names.push_back(folder.filename().string());
   }
