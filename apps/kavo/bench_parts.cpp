@@ -95,7 +95,7 @@ auto Reading(const std::string& name, const Work& work) {
   throw UnusableInput(name + ": is no part of the benchmark of " + first + ", their '" + key + "' differ");
 }
 
-Json Join(const std::vector<std::pair<std::string, Json>>& parts) {
+Json JoinRuns(const std::vector<std::pair<std::string, Json>>& parts) {
   const auto& [first_name, first] = parts.front();
   Json joined = first;
   Json& runs = joined["runs"];
@@ -150,7 +150,7 @@ BenchDocument Read(const Json& document, const std::string& name) {
 }  // namespace
 
 nlohmann::ordered_json JoinBenches(const std::vector<std::pair<std::string, Json>>& parts) {
-  return Reading(parts.front().first, [&] { return Join(parts); });
+  return Reading(parts.front().first, [&] { return JoinRuns(parts); });
 }
 
 BenchDocument ReadBench(const Json& document, const std::string& name) {
