@@ -177,6 +177,7 @@ formats::SearchDrawing Thinned(const SearchRecord& search, std::size_t max_nodes
 std::vector<formats::InspectionRecord> InspectAttempt(const Attempt& attempt, const Situation& situation) {
   std::vector<Candidate> candidates = Candidates(attempt);
   std::vector<Eigen::VectorXd> configurations;
+  configurations.reserve(candidates.size());
   for (const Candidate& candidate : candidates) {
     configurations.push_back(candidate.configuration);
   }

@@ -59,7 +59,8 @@ void AddHelpCommand(CLI::App& app, kavo::command::Run& run, const std::string& o
 
 }  // namespace
 
-int main(int argc, char** argv) {
+// Before the options stand, nothing but memory can be missing.
+int main(int argc, char** argv) {  // NOLINT(bugprone-exception-escape)
   kavo::command::HandleSignals();
   CLI::App app(
       "Plans collision-free motions of robot arms: robots from URDF and SRDF, scenes and requests from "

@@ -206,6 +206,7 @@ void PlannerSettings::Load(const std::shared_ptr<RobotDescription>& robot) {
                                         [&](const Parameter& known) { return known.name == name; });
     if (sign == std::string::npos || parameter == parameters.end()) {
       std::vector<std::string> names;
+      names.reserve(parameters.size());
       for (const Parameter& known : parameters) {
         names.emplace_back(known.name);
       }
