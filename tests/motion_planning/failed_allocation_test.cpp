@@ -74,7 +74,8 @@ TEST(FailedAllocationTest, InsertsWhollyOrNotAtAll) {
       untroubled->Insert(node);
       ExpectSame(*tree, *untroubled, q);
     }
-    EXPECT_GT(num_failures, 100);
+    // Eigen does not go through `new`.
+    EXPECT_GT(num_failures, testing::CountsAllocations() ? 100 : 50);
     EXPECT_EQ(tree->SupportsNodeId() ? (*tree->TryGetNode(257))->TryGetId() : 257u, 257u);
     for (long n = 0; !Survives(n, [&] { tree->ClearAndSetRoot(Node(*untroubled->Nodes()[7])); }); ++n) {
       ASSERT_TRUE(tree->NumNodes() == 600 || tree->NumNodes() == 0) << n;
