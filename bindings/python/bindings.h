@@ -31,6 +31,16 @@ using Configurations = std::vector<Eigen::VectorXd>;
 //! is like an array becomes one first.
 using Numbers = py::array_t<double, py::array::forcecast>;
 
+//! What a caller gave for something of that name. A value of another type is a `TypeError`.
+template <typename Type>
+Type CastTo(const char* name, const py::handle& value) {
+  try {
+    return py::cast<Type>(value);
+  } catch (const py::cast_error&) {
+    throw py::type_error(std::string("'") + name + "' takes no " + Py_TYPE(value.ptr())->tp_name);
+  }
+}
+
 //! Configurations as the rows of a new array (N, dimension).
 py::array_t<double> ToArray(const Configurations& configurations, Eigen::Index dimension);
 //! The rows of an array (N, n). Another number of axes is a `ValueError`.
@@ -59,8 +69,8 @@ struct Robot {
 Robot MakeVariant(const Robot& robot, std::shared_ptr<RobotDescription> description, const char* method,
                   const py::tuple& arguments);
 
-//! The form that holds one thing more, the last one.
-Robot MakeAttached(const Robot& robot, std::shared_ptr<RobotDescription> description);
+//! The form that also holds what another description holds beyond it.
+Robot MakeAttached(const Robot& robot, const RobotDescription& other);
 
 //! Keeps an object that belongs to one thread at a time from a second one, also from a callback of its own:
 //! with the GIL released another thread may come along, which is a `RuntimeError` for that one.

@@ -1,5 +1,7 @@
 #include <pybind11/stl.h>
+#include <pybind11/stl/filesystem.h>
 
+#include <filesystem>
 #include <map>
 #include <memory>
 #include <optional>
@@ -43,11 +45,7 @@ Robot RobotIn(const Scene& scene, const Robot& robot, const std::optional<Eigen:
   loaded.description = robot.description;
   const std::shared_ptr<RobotDescription> form =
       formats::WithScene(loaded, scene, q.value_or(robot.description->defaultCSpaceConfiguration()));
-  Robot result = robot;
-  const std::vector<AttachedBody> bodies = AttachedBodies(*form);
-  for (std::size_t i = AttachedBodies(*robot.description).size(); i < bodies.size(); ++i) {
-    result = MakeAttached(result, WithAttached(*result.description, bodies[i]));
-  }
+  Robot result = MakeAttached(robot, *form);
   const CollisionModel& collision = dynamic_cast<const RobotDescriptionInternal&>(*form).collision();
   result = MakeVariant(result, WithCollisionPairs(*result.description, collision.pairs),
                        "with_collision_pairs", py::make_tuple(collision.pairs));
@@ -87,9 +85,9 @@ std::vector<std::string> AttachedIds(const Scene& scene) {
   return ids;
 }
 
-MeshObstacle LoadMesh(const std::string& file, const Eigen::Vector3d& scale) {
+MeshObstacle LoadMesh(const std::filesystem::path& file, const Eigen::Vector3d& scale) {
   const py::gil_scoped_release released;
-  return {formats::ReadMesh(file, scale)};
+  return {formats::ReadMesh(file.string(), scale)};
 }
 
 }  // namespace

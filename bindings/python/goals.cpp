@@ -19,13 +19,14 @@ bool IsRecord(const py::handle& object, const char* name) {
 
 template <typename Field>
 void Take(const py::handle& record, const char* name, Field& field) {
-  field = py::cast<Field>(record.attr(name));
+  field = CastTo<Field>(name, record.attr(name));
 }
 
 PoseGoal::AxisTolerances ToAxisTolerances(const py::handle& record) {
   PoseGoal::AxisTolerances tolerances;
   Take(record, "angles", tolerances.angles);
-  const auto parameterization = py::cast<std::string>(record.attr("parameterization"));
+  std::string parameterization;
+  Take(record, "parameterization", parameterization);
   if (parameterization == "rotation_vector") {
     tolerances.parameterization = PoseGoal::AxisTolerances::Parameterization::kRotationVector;
   } else if (parameterization != "euler_angles") {
@@ -53,9 +54,9 @@ PoseGoal ToPoseGoal(const py::handle& goal) {
   Take(goal, "orientation_tolerance", result.orientation_tolerance);
   Take(goal, "free_translations", result.free_translations);
   Take(goal, "free_rotations", result.free_rotations);
-  for (const py::handle region : py::iter(goal.attr("regions"))) {
-    const auto [shape, pose] =
-        py::cast<std::pair<std::variant<BoxObstacle, SphereObstacle, CylinderObstacle>, Pose3>>(region);
+  std::vector<std::pair<std::variant<BoxObstacle, SphereObstacle, CylinderObstacle>, Pose3>> regions;
+  Take(goal, "regions", regions);
+  for (const auto& [shape, pose] : regions) {
     result.regions.push_back({shape, pose});
   }
   if (const py::object tolerances = goal.attr("axis_tolerances"); !tolerances.is_none()) {
@@ -78,7 +79,7 @@ Goal ToGoal(const py::handle& goal) {
     Take(goal, "above", result.above);
     return result;
   }
-  return py::cast<Eigen::VectorXd>(goal);
+  return CastTo<Eigen::VectorXd>("goals", goal);
 }
 
 std::vector<Goal> ToGoals(const py::iterable& goals) {

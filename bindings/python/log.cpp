@@ -14,13 +14,23 @@ constexpr int kLevels[] = {50, 40, 30, 20};
 void HandToLogging(const util::LogRecord& record) {
   const py::gil_scoped_acquire acquired;
   const int level = record.fatal ? kLevels[0] : kLevels[static_cast<int>(record.level)];
-  const py::object logger = py::module_::import("logging").attr("getLogger")("kavo");
   std::string text = record.message;
   if (record.fatal) {
     text += (text.empty() ? "[" : " [") + record.condition + "] at " + record.file + ":" +
             std::to_string(record.line);
   }
-  logger.attr("log")(level, "%s", text);
+  try {
+    const py::object logger = py::module_::import("logging").attr("getLogger")("kavo");
+    logger.attr("log")(level, "%s", text);
+  } catch (py::error_already_set& error) {
+    // The library goes on without what a sink throws. Signals are seen by whatever Python runs next, which
+    // this often is: so that Ctrl-C is not lost, it comes once more.
+    if (error.matches(PyExc_KeyboardInterrupt)) {
+      PyErr_SetInterrupt();
+    } else {
+      error.discard_as_unraisable("a record of kavo on its way to logging");
+    }
+  }
 }
 
 // Of this thread, from a level of `logging`; gives the one before.

@@ -1,11 +1,13 @@
 #include "kavo/motion_planning/interface/motion_planner.h"
 
 #include <pybind11/stl.h>
+#include <pybind11/stl/filesystem.h>
 #include <yaml-cpp/yaml.h>
 
 #include <array>
 #include <atomic>
 #include <cstdint>
+#include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
@@ -144,10 +146,11 @@ MotionPlannerConfig ReadConfig(const std::string& file) {
 class Planner {
  public:
   Planner(const Robot& robot, const std::optional<World>& world,
-          const std::optional<std::string>& config_file, const py::dict& settings)
-      : robot_(robot),
+          const std::optional<std::filesystem::path>& config_file, const py::dict& settings)
+      : own_(robot),
+        robot_(robot),
         world_(world.value_or(World())),
-        config_(config_file ? ReadConfig(*config_file) : MotionPlannerConfig(robot.description)) {
+        config_(config_file ? ReadConfig(config_file->string()) : MotionPlannerConfig(robot.description)) {
     if (const std::optional<std::string> fault = planning::FindSettingFault(config_, *robot.description)) {
       throw py::value_error(*fault);
     }
@@ -232,6 +235,7 @@ class Planner {
   void SetRobot(const Robot& robot) {
     const Turn turn(is_in_use_);
     planner_->setRobot(robot.description);
+    own_ = robot;
     robot_ = robot;
   }
 
@@ -248,7 +252,7 @@ class Planner {
       const py::gil_scoped_release released;
       planner_->attach(object);
     }
-    TakeAttached();
+    robot_ = MakeAttached(own_, *planner_->robot());
   }
 
   void AttachFrom(const std::string& obstacle, const std::string& frame, const Eigen::VectorXd& q,
@@ -258,7 +262,7 @@ class Planner {
       const py::gil_scoped_release released;
       AttachFromWorld(*planner_, world_, obstacle, frame, q, touch_frames, allowed_obstacles);
     }
-    TakeAttached();
+    robot_ = MakeAttached(own_, *planner_->robot());
   }
 
   void Detach(const std::string& name) {
@@ -298,7 +302,8 @@ class Planner {
     return search_ ? ToRecord(*search_, robot_.NumCoordinates()) : py::none();
   }
 
-  const Robot& robot() const { return robot_; }
+  // Not the one in here, which changes.
+  Robot robot() const { return robot_; }
   const World& world() const { return world_; }
 
  private:
@@ -317,10 +322,14 @@ class Planner {
     });
   }
 
-  // The robot that the planner has gone over to.
-  void TakeAttached() { robot_ = MakeAttached(robot_, planner_->robot()); }
   void TakeDetached(const std::string& name) {
-    robot_ = MakeVariant(robot_, planner_->robot(), "without_attached", py::make_tuple(name));
+    for (const AttachedBody& body : AttachedBodies(*own_.description)) {
+      if (body.name == name) {
+        own_ = MakeVariant(own_, WithoutAttached(*own_.description, name), "without_attached",
+                           py::make_tuple(name));
+      }
+    }
+    robot_ = MakeAttached(own_, *planner_->robot());
   }
 
   template <typename Query>
@@ -333,6 +342,10 @@ class Planner {
                       ToArray(results.interpolated_path, dof), results.goal, planner_->queryReport());
   }
 
+  // As it was given, but for what it does not hold any more: so a robot's recipe does not grow by what was
+  // taken up and put down.
+  Robot own_;
+  // The one that the planner has gone over to.
   Robot robot_;
   World world_;
   MotionPlannerConfig config_;
@@ -345,7 +358,7 @@ class Planner {
 };
 
 std::unique_ptr<Planner> MakePlanner(const Robot& robot, const std::optional<World>& world,
-                                     const std::optional<std::string>& config_file,
+                                     const std::optional<std::filesystem::path>& config_file,
                                      const py::kwargs& settings) {
   return std::make_unique<Planner>(robot, world, config_file, settings);
 }
@@ -426,8 +439,8 @@ What has a slash in its name is given in a dict: `set(step_size=0.05, bi_rrt_par
                              "All settings by name, to make a planner with the same ones: `Planner(robot, "
                              "world, **settings)`.")
       .def("update_world", &Planner::UpdateWorld, "Takes the world as it is now.")
-      .def_property_readonly("robot", &Planner::robot)
-      .def_property_readonly("world", &Planner::world)
+      .def_property_readonly("robot", &Planner::robot, "With what it holds now.")
+      .def_property_readonly("world", &Planner::world, "The one that it was made with, or an empty one.")
       .def("set_robot", &Planner::SetRobot, py::arg("robot"),
            "Goes over to another form of the robot, such as one that holds something.")
       .def("attach", &Planner::Attach, py::arg("name"), py::arg("frame"), py::arg("parts"),

@@ -1,6 +1,7 @@
 #include <pybind11/functional.h>
 #include <pybind11/stl.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cmath>
 #include <cstddef>
@@ -84,17 +85,35 @@ class CustomEnvironment final : public planning::Environment {
 
   bool IsValidConfiguration(const Eigen::VectorXd& q) const override { return CountValid(q) == 1; }
 
+  // The function is asked about nothing beyond the limits, here and below.
   int CountValid(const Eigen::Ref<const Eigen::MatrixXd>& configurations) const override {
-    KAVO_CHECK(configurations.rows() == CSpaceDimension(), "bindings/python/research", 1)
-        << "A configuration has [" << configurations.rows() << "] coordinates, the environment ["
-        << CSpaceDimension() << "].";
-    // The function is asked about nothing beyond the limits.
+    CheckRows(configurations);
     Eigen::Index count = 0;
     while (count < configurations.cols() && IsWithinLimits(configurations.col(count))) {
       ++count;
     }
     const std::vector<bool> valid = Ask(configurations.leftCols(count));
     return static_cast<int>(std::find(valid.begin(), valid.end(), false) - valid.begin());
+  }
+
+  // Of each whether it is valid, by one question.
+  std::vector<bool> AreValid(const Eigen::Ref<const Eigen::MatrixXd>& configurations) const {
+    CheckRows(configurations);
+    std::vector<bool> valid(static_cast<std::size_t>(configurations.cols()));
+    Eigen::MatrixXd within(configurations.rows(), configurations.cols());
+    Eigen::Index count = 0;
+    for (Eigen::Index i = 0; i < configurations.cols(); ++i) {
+      if (IsWithinLimits(configurations.col(i))) {
+        valid[static_cast<std::size_t>(i)] = true;
+        within.col(count++) = configurations.col(i);
+      }
+    }
+    const std::vector<bool> answers = Ask(within.leftCols(count));
+    auto answer = answers.begin();
+    for (std::size_t i = 0; i < valid.size(); ++i) {
+      valid[i] = valid[i] && *answer++;
+    }
+    return valid;
   }
 
   std::optional<Eigen::VectorXd> SampleConfiguration() const override {
@@ -113,6 +132,12 @@ class CustomEnvironment final : public planning::Environment {
   }
 
  private:
+  void CheckRows(const Eigen::Ref<const Eigen::MatrixXd>& configurations) const {
+    KAVO_CHECK(configurations.rows() == CSpaceDimension(), "bindings/python/research", 1)
+        << "A configuration has [" << configurations.rows() << "] coordinates, the environment ["
+        << CSpaceDimension() << "].";
+  }
+
   bool IsWithinLimits(const Eigen::Ref<const Eigen::VectorXd>& q) const {
     return (q.array() >= limits_.Min().array()).all() && (q.array() <= limits_.Max().array()).all();
   }
@@ -186,6 +211,11 @@ py::array_t<bool> AreValid(PythonEnvironment& self,
   // Rows here are columns there.
   const Eigen::Map<const Eigen::MatrixXd> columns(q.data(), q.shape(1), q.shape(0));
   const py::gil_scoped_release released;
+  if (const auto* const custom = dynamic_cast<const CustomEnvironment*>(self.environment.get())) {
+    const std::vector<bool> all = custom->AreValid(columns);
+    std::copy(all.begin(), all.end(), out);
+    return valid;
+  }
   Eigen::Index done = 0;
   while (done < columns.cols()) {
     const Eigen::Index count = self.environment->CountValid(columns.rightCols(columns.cols() - done));
@@ -204,11 +234,13 @@ void DefineEnvironments(py::module_& module) {
       R"(A space to plan in: `CustomEnvironment`, `RobotEnvironment`, `PointEnvironment`.
 
 One thread at a time: a second one gets a `RuntimeError`.)")
-      .def_property_readonly("dimension", &PythonEnvironment::Dimension)
+      .def_property_readonly("dimension", &PythonEnvironment::Dimension, "Number of coordinates.")
       .def_property_readonly(
-          "lower", [](const PythonEnvironment& self) { return self.environment->CSpaceCoordLimits().Min(); })
+          "lower", [](const PythonEnvironment& self) { return self.environment->CSpaceCoordLimits().Min(); },
+          "Lower limits (dimension,).")
       .def_property_readonly(
-          "upper", [](const PythonEnvironment& self) { return self.environment->CSpaceCoordLimits().Max(); })
+          "upper", [](const PythonEnvironment& self) { return self.environment->CSpaceCoordLimits().Max(); },
+          "Upper limits (dimension,).")
       .def("are_valid", &AreValid, py::arg("configurations"), "Of configurations (N, dimension): bools (N,).")
       .def(
           "is_valid_motion",
@@ -239,7 +271,7 @@ Args:
     lower, upper: The closed range of each coordinate (dimension,).
     is_valid: Is given configurations (N, dimension) within the limits and says which are valid (N,). What it raises
         leaves the query.
-    at_once: How many it is given at a time, about; 1 asks about nothing that a planner does not need.
+    at_once: How many a planner gives it at a time, about; 1 asks about nothing that it does not need.
     metric: "euclidean", "squared", the weights of the squared distance, or a function of two configurations.
     max_sampling: Random configurations tried for a valid one.
     seed: Coordinate i is drawn with `seed` + i.)")
@@ -431,6 +463,7 @@ class NumberedTree {
                               ": expected -1 for the root, and the number of an earlier node for others");
       }
     }
+    const Turn turn(is_in_use_);
     for (std::size_t i = 0; i < configurations.size(); ++i) {
       const std::int64_t number = known + static_cast<std::int64_t>(i);
       const std::shared_ptr<planning::Node> node =
@@ -456,6 +489,7 @@ class NumberedTree {
     py::array_t<double> distances(count);
     std::int64_t* node = nodes.mutable_data();
     double* distance = distances.mutable_data();
+    const Turn turn(is_in_use_);
     for (const Eigen::VectorXd& q : configurations) {
       const planning::ClosestNode closest =
           is_approximate ? tree_->GetApproxClosest(q) : tree_->GetClosest(q);
@@ -487,6 +521,8 @@ class NumberedTree {
  private:
   std::unique_ptr<planning::Tree> tree_;
   std::unordered_map<const planning::Node*, std::int64_t> numbers_;
+  // A metric in Python may call back, and lets other threads run.
+  mutable std::atomic<bool> is_in_use_ = false;
 };
 
 planning::RStarTreeConfig DefaultIndex(int dimension, int min_entries, int max_entries) {
@@ -530,7 +566,7 @@ Returns:
         if (dimension < 1) {
           throw py::value_error("the dimension must be positive");
         }
-        return NumberedTree(
+        return std::make_unique<NumberedTree>(
             planning::CreateBasicTree(static_cast<unsigned long>(dimension), ToMetric(metric), false));
       },
       py::arg("dimension"), py::arg("metric") = "euclidean",
@@ -538,7 +574,7 @@ Returns:
   module.def(
       "fast_tree",
       [](int dimension, int min_entries, int max_entries) {
-        return NumberedTree(planning::CreateFastTree(
+        return std::make_unique<NumberedTree>(planning::CreateFastTree(
             planning::FastTreeConfig(DefaultIndex(dimension, min_entries, max_entries))));
       },
       py::arg("dimension"), py::kw_only(), py::arg("min_entries_per_node") = 64,

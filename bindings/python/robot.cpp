@@ -1,11 +1,14 @@
 #include <pybind11/stl.h>
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <map>
 #include <memory>
 #include <optional>
 #include <string>
+#include <tuple>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -50,23 +53,31 @@ JointType ToJointType(const std::string& name) {
 
 // From a `kavo.records.Joint`.
 Joint ToJoint(const py::handle& record) {
+  const auto take = [&record](const char* name, auto& field) {
+    field = CastTo<std::decay_t<decltype(field)>>(name, record.attr(name));
+  };
   Joint joint;
-  joint.name = py::cast<std::string>(record.attr("name"));
-  joint.type = ToJointType(py::cast<std::string>(record.attr("type")));
-  joint.parent_frame = py::cast<std::string>(record.attr("parent"));
-  joint.child_frame = py::cast<std::string>(record.attr("child"));
-  joint.origin = py::cast<Pose3>(record.attr("origin"));
-  joint.axis = py::cast<Eigen::Vector3d>(record.attr("axis"));
-  if (const py::object limits = record.attr("limits"); !limits.is_none()) {
-    const auto [lower, upper] = py::cast<std::pair<double, double>>(limits);
-    joint.limits = JointLimits{lower, upper};
+  std::string type;
+  std::optional<std::pair<double, double>> limits;
+  std::optional<std::tuple<std::string, double, double>> mimic;
+  take("name", joint.name);
+  take("type", type);
+  take("parent", joint.parent_frame);
+  take("child", joint.child_frame);
+  take("origin", joint.origin);
+  take("axis", joint.axis);
+  take("limits", limits);
+  take("default", joint.default_value);
+  take("mimic", mimic);
+  take("held", joint.held_value);
+  joint.type = ToJointType(type);
+  if (limits) {
+    joint.limits = JointLimits{limits->first, limits->second};
   }
-  joint.default_value = py::cast<std::optional<double>>(record.attr("default"));
-  if (const py::object mimic = record.attr("mimic"); !mimic.is_none()) {
-    const auto [other, multiplier, offset] = py::cast<std::tuple<std::string, double, double>>(mimic);
+  if (mimic) {
+    const auto& [other, multiplier, offset] = *mimic;
     joint.mimic = Joint::Mimic{other, multiplier, offset};
   }
-  joint.held_value = py::cast<std::optional<double>>(record.attr("held"));
   return joint;
 }
 
@@ -89,11 +100,11 @@ std::shared_ptr<RobotDescription> Describe(const std::string& base_frame, const 
 
 formats::RobotFileOptions ToOptions(const py::dict& dictionary) {
   formats::RobotFileOptions options;
-  const auto take = [](const py::handle& value, auto& option) {
-    option = py::cast<std::decay_t<decltype(option)>>(value);
-  };
   for (const auto& [key, value] : dictionary) {
     const std::string name = py::cast<std::string>(key);
+    const auto take = [&name](const py::handle& given, auto& option) {
+      option = CastTo<std::decay_t<decltype(option)>>(name.c_str(), given);
+    };
     if (name == "group") {
       take(value, options.group);
     } else if (name == "joints") {
@@ -196,17 +207,19 @@ Kinematics::FrameHandle FrameOf(const Robot& robot, const std::string& name) {
   return robot.kinematics->frame(name.empty() ? LastFrame(robot) : name);
 }
 
+Robot WithBody(const Robot& robot, const AttachedBody& body) {
+  return MakeVariant(robot, WithAttached(*robot.description, body), "with_attached",
+                     py::make_tuple(body.name, body.frame, ToArray(body.spheres), body.pose,
+                                    body.touch_frames, body.allowed_obstacles));
+}
+
 void DefineForms(py::class_<Robot>& robot) {
   robot
       .def(
           "with_attached",
           [](const Robot& self, const std::string& name, const std::string& frame, const Numbers& spheres,
              const Pose3& pose, const Names& touch_frames, const Names& allowed_obstacles) {
-            return MakeVariant(
-                self,
-                WithAttached(*self.description,
-                             {name, frame, pose, ToSpheres(spheres), touch_frames, allowed_obstacles}),
-                "with_attached", py::make_tuple(name, frame, spheres, pose, touch_frames, allowed_obstacles));
+            return WithBody(self, {name, frame, pose, ToSpheres(spheres), touch_frames, allowed_obstacles});
           },
           py::arg("name"), py::arg("frame"), py::arg("spheres"), py::arg("pose") = Pose3(),
           py::arg("touch_frames") = Names(), py::arg("allowed_obstacles") = Names(),
@@ -309,11 +322,21 @@ Robot MakeVariant(const Robot& robot, std::shared_ptr<RobotDescription> descript
   return variant;
 }
 
-Robot MakeAttached(const Robot& robot, std::shared_ptr<RobotDescription> description) {
-  const AttachedBody body = AttachedBodies(*description).back();
-  return MakeVariant(robot, std::move(description), "with_attached",
-                     py::make_tuple(body.name, body.frame, ToArray(body.spheres), body.pose,
-                                    body.touch_frames, body.allowed_obstacles));
+Robot MakeAttached(const Robot& robot, const RobotDescription& other) {
+  Robot result = robot;
+  std::vector<AttachedBody> bodies = AttachedBodies(other);
+  for (std::size_t i = AttachedBodies(*robot.description).size(); i < bodies.size(); ++i) {
+    // What it may touch may have been put down since.
+    const Names frames = result.kinematics->frameNames();
+    Names& touched = bodies[i].touch_frames;
+    touched.erase(std::remove_if(touched.begin(), touched.end(),
+                                 [&](const std::string& frame) {
+                                   return std::find(frames.begin(), frames.end(), frame) == frames.end();
+                                 }),
+                  touched.end());
+    result = WithBody(result, bodies[i]);
+  }
+  return result;
 }
 
 void DefineRobot(py::module_& module) {
@@ -333,7 +356,9 @@ to the robot's base. See also `load_robot`.)");
           "describe",
           [](const std::string& base_frame, const py::iterable& joints, const FrameSpheres& spheres,
              const Pairs& pairs) {
-            return MakeRobot(py::make_tuple("described", base_frame, py::tuple(joints), spheres, pairs));
+            // Arrays and lists are the caller's, who may change them later.
+            return MakeRobot(py::module_::import("copy").attr("deepcopy")(
+                py::make_tuple("described", base_frame, py::tuple(joints), spheres, pairs)));
           },
           py::arg("base_frame"), py::arg("joints"), py::arg("collision_spheres") = FrameSpheres(),
           py::arg("collision_pairs") = Pairs(),
@@ -346,7 +371,7 @@ Args:
     collision_pairs: Frames that must not touch each other.)")
       .def_static("_parse", &Parse, py::arg("urdf"), py::arg("srdf"), py::arg("spheres"), py::arg("options"))
       .def_property_readonly("dof", &Robot::NumCoordinates, "Number of coordinates.")
-      .def_property_readonly("coordinate_names", &CoordinateNames)
+      .def_property_readonly("coordinate_names", &CoordinateNames, "In the order of the coordinates.")
       .def_property_readonly(
           "frame_names", [](const Robot& self) { return self.kinematics->frameNames(); },
           "All frames, each after the one it is attached to.")

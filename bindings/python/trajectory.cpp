@@ -71,10 +71,10 @@ void DefineTrajectory(py::module_& module) {
                          R"(A motion in time, from 0 to `duration`, made by `time_path`. Immutable.
 
 Each coordinate is a polynomial in time, piece by piece. Seconds; radians, or metres for a joint that slides.)")
-      .def_property_readonly("duration", &Trajectory::Duration)
-      .def_property_readonly("dof", &Trajectory::Dimension)
+      .def_property_readonly("duration", &Trajectory::Duration, "Seconds.")
+      .def_property_readonly("dof", &Trajectory::Dimension, "Number of coordinates.")
       .def_property_readonly("waypoint_times", &Trajectory::WaypointTimes,
-                             "When each waypoint of the path is passed.")
+                             "When each waypoint of the path is passed, seconds.")
       .def("at", &At, py::arg("time"),
            "The `State` at a time, or at times (N,). Before 0 and after the end, as it is then.")
       .def(

@@ -4,12 +4,14 @@
 
 #include <Eigen/Geometry>
 #include <cmath>
+#include <cstring>
 #include <limits>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <sstream>
 #include <string>
+#include <type_traits>
 #include <variant>
 #include <vector>
 
@@ -31,6 +33,16 @@ Pose3 MakePose(const Vector4& rotation, const Eigen::Vector3d& translation) {
 }
 
 Vector4 RotationOf(const Pose3& pose) { return pose.rotation().coeffs(); }
+
+// What another pose had, bit for bit: to scale its quaternion again could change the last bit.
+Pose3 RestorePose(const Vector4& rotation, const Eigen::Vector3d& translation) {
+  using Rotation = Eigen::Quaternion<double, Eigen::DontAlign>;
+  // So that it begins with its first member.
+  static_assert(std::is_standard_layout_v<Pose3> && sizeof(Pose3) == sizeof(Rotation) + sizeof(translation));
+  Pose3 pose = Pose3::FromTranslation(translation);
+  reinterpret_cast<Rotation&>(pose).coeffs() = rotation;
+  return pose;
+}
 
 Eigen::Matrix4d MatrixOf(const Pose3& pose) {
   Eigen::Matrix4d matrix = Eigen::Matrix4d::Identity();
@@ -86,14 +98,15 @@ points, (3,) or (N, 3).)")
       .def(
           "__matmul__", [](const Pose3& a, const Pose3& b) { return a * b; }, py::arg("other"))
       .def("__matmul__", &TransformPoints, py::arg("points"))
-      .def("__eq__",
-           [](const Pose3& a, const Pose3& b) {
-             return RotationOf(a) == RotationOf(b) && a.translation() == b.translation();
-           })
+      .def(
+          "__eq__",
+          [](const Pose3& a, const Pose3& b) {
+            return RotationOf(a) == RotationOf(b) && a.translation() == b.translation();
+          },
+          py::is_operator())
       .def("__repr__", &TextOf)
       .def(py::pickle(
           [](const Pose3& pose) {
-            // Bit for bit: to scale the quaternion again could change its last bit.
             Eigen::Matrix<double, 7, 1> state;
             state << RotationOf(pose), pose.translation();
             return py::make_tuple(py::bytes(reinterpret_cast<const char*>(state.data()), sizeof(double) * 7));
@@ -105,7 +118,7 @@ points, (3,) or (N, 3).)")
             }
             Eigen::Matrix<double, 7, 1> numbers;
             std::memcpy(numbers.data(), bytes.data(), bytes.size());
-            return MakePose(numbers.head<4>(), numbers.tail<3>());
+            return RestorePose(numbers.head<4>(), numbers.tail<3>());
           }));
 }
 
@@ -236,11 +249,14 @@ Args:
         it can be told; "empty": nothing is.)")
       .def(py::init(&MakeMesh), py::arg("vertices"), py::arg("triangles"),
            py::arg("interior") = kInteriors[0])
-      .def_property_readonly("vertices", [](const MeshObstacle& s) { return PointArray(s.mesh->vertices()); })
-      .def_property_readonly("triangles", &TriangleArray)
+      .def_property_readonly(
+          "vertices", [](const MeshObstacle& s) { return PointArray(s.mesh->vertices()); }, "(V, 3), metres.")
+      .def_property_readonly("triangles", &TriangleArray, "(T, 3), indices of vertices.")
       .def_property_readonly("interior",
                              [](const MeshObstacle& s) { return kInteriors[static_cast<int>(s.interior)]; })
-      .def_property_readonly("is_closed", [](const MeshObstacle& s) { return s.mesh->isClosed(); })
+      .def_property_readonly(
+          "is_closed", [](const MeshObstacle& s) { return s.mesh->isClosed(); },
+          "Whether all its pieces are closed.")
       .def(py::pickle(
           [](const MeshObstacle& s) {
             return py::make_tuple(PointArray(s.mesh->vertices()), TriangleArray(s),
@@ -265,9 +281,10 @@ Args:
   py::class_<PointCloudObstacle>(module, "PointCloud",
                                  "Points (N, 3) with a ball around each: one radius or (N,). Metres.")
       .def(py::init(make_cloud), py::arg("points"), py::arg("radius"))
-      .def_property_readonly("points",
-                             [](const PointCloudObstacle& s) { return PointArray(s.cloud->points()); })
-      .def_property_readonly("radii", cloud_radii)
+      .def_property_readonly(
+          "points", [](const PointCloudObstacle& s) { return PointArray(s.cloud->points()); },
+          "(N, 3), metres.")
+      .def_property_readonly("radii", cloud_radii, "(N,), metres.")
       .def(py::pickle(
           [cloud_radii](const PointCloudObstacle& s) {
             return py::make_tuple(PointArray(s.cloud->points()), cloud_radii(s));
@@ -301,8 +318,8 @@ Args:
   py::class_<OctreeObstacle>(module, "Octree",
                              "Cubes along the axes: centres (N, 3), edges one or (N,). Metres.")
       .def(py::init(make_octree), py::arg("centers"), py::arg("sizes"))
-      .def_property_readonly("centers", centers_of)
-      .def_property_readonly("sizes", sizes_of)
+      .def_property_readonly("centers", centers_of, "(N, 3), metres.")
+      .def_property_readonly("sizes", sizes_of, "Edges (N,), metres.")
       .def(py::pickle([centers_of, sizes_of](
                           const OctreeObstacle& s) { return py::make_tuple(centers_of(s), sizes_of(s)); },
                       [make_octree](const py::tuple& state) {
@@ -363,21 +380,21 @@ order.)")
           "move",
           [](World& world, std::uint64_t id, const Pose3& pose) { world.move(ObstacleHandle(id), pose); },
           py::arg("obstacle"), py::arg("pose"), "Places an obstacle anew.")
-      .def("enable", with_id(&World::enable), py::arg("obstacle"))
+      .def("enable", with_id(&World::enable), py::arg("obstacle"), "Undoes `disable`.")
       .def("disable", with_id(&World::disable), py::arg("obstacle"),
            "It stays in the world but touches nothing.")
-      .def("is_enabled", with_id(&World::isEnabled), py::arg("obstacle"))
+      .def("is_enabled", with_id(&World::isEnabled), py::arg("obstacle"), "Whether it can be touched.")
       .def(
           "set_padding",
           [](World& world, std::uint64_t id, double padding) {
             world.setPadding(ObstacleHandle(id), padding);
           },
           py::arg("obstacle"), py::arg("padding"), "Grows an obstacle by so much in every answer. Metres.")
-      .def("padding", with_id(&World::padding), py::arg("obstacle"))
-      .def("remove", with_id(&World::remove), py::arg("obstacle"))
-      .def("shape", with_id(&World::shape), py::arg("obstacle"))
-      .def("pose", with_id(&World::pose), py::arg("obstacle"))
-      .def("name", with_id(&World::name), py::arg("obstacle"))
+      .def("padding", with_id(&World::padding), py::arg("obstacle"), "By how much it is grown, metres.")
+      .def("remove", with_id(&World::remove), py::arg("obstacle"), "Takes it out of the world for good.")
+      .def("shape", with_id(&World::shape), py::arg("obstacle"), "As it was added.")
+      .def("pose", with_id(&World::pose), py::arg("obstacle"), "Maps its frame to the world.")
+      .def("name", with_id(&World::name), py::arg("obstacle"), "As it was added; several may share one.")
       .def_property_readonly("obstacles", &IdsOf, "All ids in the order of adding, disabled ones included.")
       .def(
           "view", [](const World& world) { return std::make_unique<View>(world.view()); },

@@ -1,5 +1,6 @@
 """The types of the extension module; what things do is said in their docstrings."""
 
+import os
 from typing import Any, Callable, Dict, Iterable, List, Optional, Sequence, Tuple, Union, overload
 
 import numpy as np
@@ -32,6 +33,7 @@ Bools = NDArray[np.bool_]
 Axes = Tuple[bool, bool, bool]
 Metric = Union[str, ArrayLike, Callable[[Array, Array], float]]
 Stop = Optional[Callable[[], bool]]
+File = Union[str, "os.PathLike[str]"]
 FileText = Tuple[str, str]
 
 class Pose3:
@@ -229,7 +231,7 @@ class InverseKinematics:
 
 class Planner:
     def __init__(
-        self, robot: Robot, world: Optional[World] = ..., config_file: Optional[str] = ..., **settings: Any
+        self, robot: Robot, world: Optional[World] = ..., config_file: Optional[File] = ..., **settings: Any
     ) -> None: ...
     def set_param(self, name: str, value: Any) -> None: ...
     def set(self, **settings: Any) -> None: ...
@@ -463,5 +465,5 @@ def time_path(
     limit_jerk: bool = ...,
 ) -> Trajectory: ...
 def franka_motion_limits() -> MotionLimits: ...
-def load_mesh(file: str, scale: ArrayLike = ...) -> Mesh: ...
+def load_mesh(file: File, scale: ArrayLike = ...) -> Mesh: ...
 def set_log_level(level: int) -> int: ...

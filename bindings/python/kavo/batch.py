@@ -217,14 +217,13 @@ def _resolve(problems: Sequence[Problem]) -> List[Problem]:
 
 
 def _plan_one(problem: Problem) -> _Answer:
-    settings = dict(problem.settings)
-    if problem.seed is not None:
-        settings["seed"] = problem.seed
-    seed = int(settings.get("seed", -1))
+    seed = -1
     try:
+        settings = dict(problem.settings)
+        if problem.seed is not None:
+            settings["seed"] = problem.seed
         planner = Planner(problem.robot, problem.world, **settings)
-        if seed < 0:
-            seed = planner.settings["seed"]
+        seed = int(settings["seed"] if "seed" in settings else planner.settings["seed"])
         query = getattr(planner, "plan_to_" + problem.query)
         return _Answer(query(problem.start, problem.target, timeout=problem.timeout), seed, "")
     except Exception as error:

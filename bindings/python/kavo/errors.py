@@ -1,7 +1,6 @@
 """What the library raises."""
 
 
-
 class FatalError(RuntimeError):
     """A precondition of the library is broken.
 
@@ -43,5 +42,3 @@ class FileError(RuntimeError):
 
     def __str__(self) -> str:
         return f"{self.file}{f':{self.line}' if self.line else ''}: {self.message}"
-
-

@@ -4,7 +4,7 @@ Lengths are metres, angles radians, times seconds. `dof` is the number of coordi
 configurations. Arrays hold doubles.
 """
 
-from typing import Callable, List, NamedTuple, Optional, Sequence, Tuple, Union
+from typing import Any, Callable, List, NamedTuple, Optional, Sequence, Tuple, Union
 
 import numpy as np
 from numpy.typing import ArrayLike, NDArray
@@ -418,3 +418,19 @@ class FoundPath(NamedTuple):
 
     def __bool__(self) -> bool:
         return self.status == "found"
+
+
+def _same(a: Any, b: Any) -> bool:
+    if isinstance(a, np.ndarray) or isinstance(b, np.ndarray):
+        return np.array_equal(a, b)
+    return bool(a == b)
+
+
+def _equal(a: Any, b: Any) -> Any:
+    return len(a) == len(b) and all(map(_same, a, b)) if isinstance(b, tuple) else NotImplemented
+
+
+# NumPy says of each number of two arrays whether it is equal, which tuples do not take for an answer.
+for _record in [value for value in globals().values() if isinstance(value, type) and hasattr(value, "_fields")]:
+    setattr(_record, "__eq__", _equal)
+    setattr(_record, "__ne__", object.__ne__)

@@ -42,13 +42,14 @@ def test_every_problem_has_its_row(tmp_path):
         problem("far", near + 100.0),
         problem("short", near[:3]),
         problem("stepsize", near, settings={"stepsize": 1}),
+        problem("seed", near, seed="7"),
     ]
     told = []
     results = batch.plan(problems, chunk_size=4, progress=lambda *counts: told.append(counts))
-    assert told == [(4, 6), (6, 6)]
+    assert told == [(4, 7), (7, 7)]
     table = results.table
     assert table["name"].tolist() == [one.name for one in problems]
-    assert table["status"].tolist() == ["found"] * 3 + ["invalid target"] + ["error"] * 2
+    assert table["status"].tolist() == ["found"] * 3 + ["invalid target"] + ["error"] * 3
     assert table["seed"].tolist()[:2] == [3, 5] and table["planner"].tolist()[:2] == ["rrt_connect", "bi_rrt"]
     assert results.plans[4] is None and "FatalError" in results.errors[4] and "stepsize" in results.errors[5]
     with pytest.raises(ValueError, match="query 'line'"):

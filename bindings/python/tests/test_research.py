@@ -61,6 +61,13 @@ def test_batches_of_configurations_agree_with_one_by_one():
     assert 0 < valid.sum() < 200
     assert environment.are_valid([environment.sample()]).all()
 
+    asked = []
+    custom = square(lambda q: asked.append(len(q)) or outside_of_disk(q))
+    q = np.random.default_rng(2).uniform(-1.1, 1.1, (200, 2))
+    within = (np.abs(q) <= 1.0).all(axis=1)
+    np.testing.assert_array_equal(custom.are_valid(q), within & outside_of_disk(q))
+    assert asked == [within.sum()]
+
 
 @pytest.mark.parametrize(
     "tree, scales",

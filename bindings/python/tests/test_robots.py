@@ -101,7 +101,9 @@ link_padding: [{link_name: tip, padding: 0.02}]
 def test_a_robot_in_code_and_what_it_holds():
     joint = kavo.Joint("turn", "revolute", "base", "arm", axis=(0, 0, 1), limits=(-2.0, 2.0))
     tool = kavo.Joint("tool", "fixed", "arm", "tool", kavo.Pose3(translation=(0.5, 0.0, 0.0)))
-    robot = kavo.Robot.describe("base", [joint, tool], {"tool": [[0.0, 0.0, 0.0, 0.05]]})
+    spheres = np.array([[0.0, 0.0, 0.0, 0.05]])
+    robot = kavo.Robot.describe("base", [joint, tool], {"tool": spheres})
+    spheres[:] = 1.0
     np.testing.assert_allclose(robot.positions([[0.0], [np.pi / 2]]), [[0.5, 0, 0], [0, 0.5, 0]], atol=1e-15)
     np.testing.assert_allclose(robot.position_jacobian([0.0]), [[0.0], [0.5], [0.0]], atol=1e-15)
 
@@ -112,7 +114,9 @@ def test_a_robot_in_code_and_what_it_holds():
     assert planner.plan_to_configuration(start, target).report.fault.contact.obstacle_name == "box"
     planner.attach_from_world("box", "tool", start)
     assert len(world) == 0 and planner.plan_to_configuration(start, target)
-    assert planner.robot.attached == ["box"] and same(pickle.loads(pickle.dumps(planner.robot)), planner.robot)
+    holding = planner.robot
+    assert holding.attached == ["box"] and same(pickle.loads(pickle.dumps(holding)), holding)
     (box,) = planner.detach_into_world("box", target)
     np.testing.assert_allclose(world.pose(box).translation, 0.6 * np.array([np.cos(1.5), np.sin(1.5), 0.0]))
     assert planner.robot.attached == [] and same(pickle.loads(pickle.dumps(planner.robot)), robot)
+    assert holding.attached == ["box"] and len(pickle.dumps(planner.robot)) == len(pickle.dumps(robot))
