@@ -91,27 +91,33 @@ auto Reading(const std::string& name, const Work& work) {
   }
 }
 
-[[noreturn]] void RefuseOther(const std::string& name, const std::string& first, const char* key) {
-  throw UnusableInput(name + ": is no part of the benchmark of " + first + ", their '" + key + "' differ");
-}
+using BenchPart = std::pair<std::string, Json>;
 
-Json JoinRuns(const std::vector<std::pair<std::string, Json>>& parts) {
-  const auto& [first_name, first] = parts.front();
-  Json joined = first;
-  Json& runs = joined["runs"];
-  for (const auto& [name, part] : parts) {
-    if (part.at("format") != formats::kBenchFormat) {
+// Adds those of a part, which has to be one of the benchmark that the first is a part of.
+void AddRuns(const BenchPart& part, const BenchPart& first, Json& runs) {
+  const auto& name = part.first;
+  Reading(name, [&] {
+    const Json& document = part.second;
+    if (document.at("format") != formats::kBenchFormat) {
       throw UnusableInput(name + ": expected the JSON that 'kavo bench --json' writes");
     }
     for (const char* const key :
          {"version", "robot", "joint_names", "files", "settings", "planners", "problems", "num_wanted"}) {
-      if (part.at(key) != first.at(key)) {
-        RefuseOther(name, first_name, key);
+      if (document.at(key) != first.second.at(key)) {
+        throw UnusableInput(name + ": is no part of the benchmark of " + first.first + ", their '" + key +
+                            "' differ");
       }
     }
-    if (&part != &first) {
-      runs.insert(runs.end(), part.at("runs").begin(), part.at("runs").end());
-    }
+    const Json& own = document.at("runs");
+    runs.insert(runs.end(), own.begin(), own.end());
+  });
+}
+
+Json JoinRuns(const std::vector<BenchPart>& parts) {
+  Json joined = parts.front().second;
+  Json runs = Json::array();
+  for (const BenchPart& part : parts) {
+    AddRuns(part, parts.front(), runs);
   }
   const Json& planners = joined.at("planners");
   const auto place = [&planners](const Json& run) {
@@ -126,6 +132,7 @@ Json JoinRuns(const std::vector<std::pair<std::string, Json>>& parts) {
     }
   }
   joined["stopped"] = runs.size() != joined.at("num_wanted").get<std::size_t>();
+  joined["runs"] = std::move(runs);
   return joined;
 }
 
