@@ -98,7 +98,7 @@ void DefineFormats(py::module_& module) {
       .def_static("_parse", &ParseScene, py::arg("file"), py::arg("packages"))
       .def(py::pickle(
           [](const Scene& scene) {
-            return py::make_tuple(std::pair(scene.file, scene.text), scene.packages);
+            return py::make_tuple(std::pair(scene.file, py::bytes(scene.text)), scene.packages);
           },
           [](const py::tuple& state) {
             return ParseScene(state[0].cast<std::pair<std::string, std::string>>(),

@@ -34,7 +34,7 @@ Axes = Tuple[bool, bool, bool]
 Metric = Union[str, ArrayLike, Callable[[Array, Array], float]]
 Stop = Optional[Callable[[], bool]]
 File = Union[str, "os.PathLike[str]"]
-FileText = Tuple[str, str]
+FileText = Tuple[str, Union[str, bytes]]
 
 class Pose3:
     def __init__(self, rotation: ArrayLike = ..., translation: ArrayLike = ...) -> None: ...

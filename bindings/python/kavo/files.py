@@ -8,12 +8,13 @@ from kavo._kavo import Robot, Scene
 File = Union[str, "os.PathLike[str]"]
 
 
-def _read(file: Optional[File]) -> Optional[Tuple[str, str]]:
+def _read(file: Optional[File]) -> Optional[Tuple[str, bytes]]:
     return None if file is None else _text(file)
 
 
-def _text(file: File) -> Tuple[str, str]:
-    with open(file, encoding="utf-8", newline="") as stream:
+def _text(file: File) -> Tuple[str, bytes]:
+    # As it is: comments may be in whatever encoding.
+    with open(file, "rb") as stream:
         # Meshes are found from there, wherever robot or scene go.
         return os.path.abspath(file), stream.read()
 

@@ -47,7 +47,7 @@ def same(a, b):
 
 
 def test_a_robot_of_files_goes_where_its_meshes_are_not(tmp_path, monkeypatch):
-    (tmp_path / "arm.urdf").write_text(URDF)
+    (tmp_path / "arm.urdf").write_text("<!-- größer -->" + URDF, encoding="latin-1")
     (tmp_path / "tip.ply").write_text(TETRAHEDRON)
     monkeypatch.chdir(tmp_path)
     robot = kavo.load_robot("arm.urdf")
