@@ -46,7 +46,7 @@ using planning::DistanceMetric;
 using MetricChoice =
     std::variant<std::string, Eigen::VectorXd, std::function<double(Eigen::VectorXd, Eigen::VectorXd)>>;
 
-DistanceMetric ToMetric(const MetricChoice& choice) {
+DistanceMetric ToMetric(const MetricChoice& choice, Eigen::Index dimension) {
   if (const auto* name = std::get_if<std::string>(&choice)) {
     if (*name == "euclidean") {
       return planning::L2Norm;
@@ -58,6 +58,10 @@ DistanceMetric ToMetric(const MetricChoice& choice) {
                           "': it is 'euclidean', 'squared', weights or a function");
   }
   if (const auto* weights = std::get_if<Eigen::VectorXd>(&choice)) {
+    if (weights->size() != dimension) {
+      throw py::value_error("expected a weight for each of the " + std::to_string(dimension) +
+                            " coordinates");
+    }
     return planning::WeightedSquaredL2Norm(*weights);
   }
   return std::get<2>(choice);
@@ -73,6 +77,9 @@ class CustomEnvironment final : public planning::Environment {
         metric_(std::move(metric)),
         max_sampling_(max_sampling),
         is_valid_(std::move(is_valid)) {
+    if (!lower.allFinite() || !upper.allFinite()) {
+      throw py::value_error("expected finite limits, between which to draw configurations");
+    }
     for (Eigen::Index i = 0; i < lower.size(); ++i) {
       samplers_.emplace_back(seed + static_cast<std::uint32_t>(i));
       samplers_.back().SetRange(lower[i], upper[i]);
@@ -279,7 +286,7 @@ Args:
                        const py::function& is_valid, int at_once, const MetricChoice& metric,
                        int max_sampling, std::uint32_t seed) {
              return std::make_unique<Custom>(std::make_shared<CustomEnvironment>(
-                 lower, upper, is_valid, at_once, ToMetric(metric), max_sampling, seed));
+                 lower, upper, is_valid, at_once, ToMetric(metric, lower.size()), max_sampling, seed));
            }),
            py::arg("lower"), py::arg("upper"), py::arg("is_valid"), py::kw_only(), py::arg("at_once") = 32,
            py::arg("metric") = "euclidean", py::arg("max_sampling") = 10000, py::arg("seed") = 1);
@@ -383,6 +390,9 @@ py::object FindByBiRrt(PythonEnvironment& self, const Eigen::VectorXd& start, co
 py::array_t<double> ShortCircuit(PythonEnvironment& self, const Numbers& path, double step_size,
                                  int max_iterations, unsigned int seed) {
   const Configurations configurations = ToConfigurations(path);
+  if (path.shape(1) != self.Dimension()) {
+    throw py::value_error("expected configurations of " + std::to_string(self.Dimension()) + " coordinates");
+  }
   const Turn turn(self.is_in_use);
   Control control;
   return ToArray(Run(control, std::nullopt, py::none(),
@@ -566,8 +576,8 @@ Returns:
         if (dimension < 1) {
           throw py::value_error("the dimension must be positive");
         }
-        return std::make_unique<NumberedTree>(
-            planning::CreateBasicTree(static_cast<unsigned long>(dimension), ToMetric(metric), false));
+        return std::make_unique<NumberedTree>(planning::CreateBasicTree(static_cast<unsigned long>(dimension),
+                                                                        ToMetric(metric, dimension), false));
       },
       py::arg("dimension"), py::arg("metric") = "euclidean",
       "A tree that scans all nodes, under any metric (see `CustomEnvironment`).");
@@ -586,7 +596,7 @@ Returns:
         if (a.size() != b.size()) {
           throw py::value_error("expected two configurations of one length");
         }
-        return ToMetric(metric)(a, b);
+        return ToMetric(metric, a.size())(a, b);
       },
       py::arg("a"), py::arg("b"), py::arg("metric") = "euclidean",
       "Of two configurations, under a metric (see `CustomEnvironment`).");

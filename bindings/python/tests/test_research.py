@@ -42,6 +42,12 @@ def test_what_a_rule_raises_leaves_the_query():
 
     with pytest.raises(KeyError, match="rule"):
         kavo.find_by_bi_rrt(square(broken), (-0.8, 0.0), (0.8, 0.0))
+    with pytest.raises(ValueError, match="a weight for each of the 2"):
+        square(metric=(1.0, 2.0, 3.0))
+    with pytest.raises(ValueError, match="of 2 coordinates"):
+        kavo.short_circuit_path(square(), [[0.0], [0.5]], 0.1)
+    with pytest.raises(ValueError, match="finite limits"):
+        kavo.CustomEnvironment((-np.inf,), (np.inf,), outside_of_disk)
     with pytest.raises(ValueError, match="as many bools"):
         square(lambda q: True).are_valid([[0.8, 0.0], [0.0, 0.8]])
     environment = square(lambda q: environment.are_valid(q))
