@@ -37,6 +37,9 @@ void ExpectSame(const Tree& tree, const Tree& other, const Eigen::VectorXd& q) {
 }
 
 TEST(FailedAllocationTest, InsertsWhollyOrNotAtAll) {
+  if (!testing::FailsAllocations()) {
+    GTEST_SKIP() << "no allocation can be made to fail in this build";
+  }
   const auto make_fast = [](EntrySplitterType splitter) {
     const auto overlap = SelectionMetric::kApproxMinimumOverlapIncrease;
     return CreateFastTree(FastTreeConfig({2, 2, 4, 1, 3, splitter, overlap, overlap, overlap, overlap}));
@@ -127,6 +130,9 @@ std::vector<Query> Queries() {
 
 // A query runs out of memory at one of its allocations, and the next one on the same planner answers.
 TEST(FailedAllocationTest, LeavesAPlannerUsable) {
+  if (!testing::FailsAllocations()) {
+    GTEST_SKIP() << "no allocation can be made to fail in this build";
+  }
   const testing::LogCapture quiet(-1);
   World world;
   world.add(SphereObstacle{0.3}, Pose3::FromTranslation({1.7, 0.6, 0.0}));
@@ -156,6 +162,9 @@ TEST(FailedAllocationTest, LeavesAPlannerUsable) {
 
 // An object that the robot takes up and puts down is held or lies there, whole, whatever fails.
 TEST(FailedAllocationTest, LosesNoObject) {
+  if (!testing::FailsAllocations()) {
+    GTEST_SKIP() << "no allocation can be made to fail in this build";
+  }
   const std::shared_ptr<RobotDescription> robot = LoadThreeLinkArmRobotDescription();
   const Eigen::VectorXd start = Vec({-0.4, 0.1, 0.2});
   const Eigen::VectorXd goal = Vec({1.2, -0.2, -0.3});

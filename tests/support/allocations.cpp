@@ -11,10 +11,15 @@
 #define KAVO_HAS_FEATURE(feature) 0
 #endif
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || KAVO_HAS_FEATURE(address_sanitizer) || \
-    KAVO_HAS_FEATURE(thread_sanitizer)
+#if defined(__SANITIZE_THREAD__) || KAVO_HAS_FEATURE(thread_sanitizer)
+// It defines `malloc` and `new` itself, and lets nothing else.
+#define KAVO_FAILS_ALLOCATIONS 0
+#define KAVO_COUNTS_ALLOCATIONS 0
+#elif defined(__SANITIZE_ADDRESS__) || KAVO_HAS_FEATURE(address_sanitizer)
+#define KAVO_FAILS_ALLOCATIONS 1
 #define KAVO_COUNTS_ALLOCATIONS 0
 #else
+#define KAVO_FAILS_ALLOCATIONS 1
 #define KAVO_COUNTS_ALLOCATIONS 1
 #endif
 
@@ -24,9 +29,17 @@ thread_local long num_allocations = 0;
 thread_local long num_blocks = 0;
 thread_local long num_before_failure = -1;
 
+}  // namespace
+
+#if KAVO_FAILS_ALLOCATIONS
+
+namespace {
+
 bool Fails() { return num_before_failure >= 0 && num_before_failure-- == 0; }
 
 }  // namespace
+
+#endif
 
 #if KAVO_COUNTS_ALLOCATIONS
 
@@ -75,7 +88,7 @@ void free(void* block) {
 
 }  // extern "C"
 
-#else
+#elif KAVO_FAILS_ALLOCATIONS
 
 // All of them: a sanitizer takes it for a fault if a block of its own `new` comes to another's `delete`.
 
@@ -121,6 +134,8 @@ void operator delete[](void* block, const std::nothrow_t&) noexcept { std::free(
 #endif
 
 namespace kavo::testing {
+
+bool FailsAllocations() { return KAVO_FAILS_ALLOCATIONS != 0; }
 
 bool CountsAllocations() { return KAVO_COUNTS_ALLOCATIONS != 0; }
 

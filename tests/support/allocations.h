@@ -16,7 +16,10 @@ long NumAllocations();
 //! zero where `CountsAllocations` is false: there the sanitizer itself reports what was lost.
 long NumBlocks();
 
-//! Has the current thread's `malloc` (under the sanitizers: `new`) fail once, after `num_before` more calls
+//! Whether this build can have an allocation fail: not under ThreadSanitizer.
+bool FailsAllocations();
+
+//! Has the current thread's `malloc` (under AddressSanitizer: `new`) fail once, after `num_before` more calls
 //! that succeed; a negative number calls it off.
 void FailAllocation(long num_before);
 
