@@ -363,9 +363,9 @@ def bench(
         What `kavo merge` prints: the tables.
 
     Raises:
-        RuntimeError: With what the command said, if it fails.
+        RuntimeError: With what the command said, if it fails; or if a part has taken down as many workers as it may.
     """
-    from distributed import as_completed
+    from distributed import KilledWorker, as_completed
 
     number = num_parts or _PARTS_PER_THREAD * max(sum(client.nthreads().values()), 1)
     futures = [client.submit(_run_part, program, list(arguments), i + 1, number, pure=False) for i in range(number)]
@@ -380,6 +380,12 @@ def bench(
                 if progress:
                     progress(len(files), number)
             merge = subprocess.run([program, "merge", *files, *merge_arguments], capture_output=True, text=True)
+    except KilledWorker as error:
+        lost = error.allowed_failures + 1
+        raise RuntimeError(
+            f"a part of the benchmark has taken down each worker that it was given to, {lost} in all; the last one was "
+            f"{error.last_worker.address}: see what it logged, and whether its machine ran out of memory"
+        ) from error
     finally:
         client.cancel(futures)
     if merge.returncode != 0:
@@ -412,7 +418,7 @@ def _main() -> None:
         if vars(options)[name]:
             merge_arguments += ["--" + name, vars(options)[name]]
 
-    from distributed import Client, LocalCluster
+    from distributed import Client, LocalCluster, TimeoutError
 
     with contextlib.ExitStack() as stack:
         where_to = options.scheduler or stack.enter_context(
@@ -429,6 +435,10 @@ def _main() -> None:
                 progress=_show,
             )
         except RuntimeError as error:
+            if options.workers:
+                # One that is closed while it starts shows a traceback.
+                with contextlib.suppress(TimeoutError):
+                    client.wait_for_workers(options.workers, timeout=30)
             sys.exit(str(error))
     print(tables, end="")
 

@@ -94,3 +94,14 @@ def test_a_benchmark_in_parts_is_the_benchmark(tmp_path):
     assert runs(merged) == runs(whole) and "own_robot" in done.stdout and "3 of 3" in done.stderr
     refused = subprocess.run([*bench, "--repeat", "0"], capture_output=True, text=True)
     assert refused.returncode == 1 and "--repeat" in refused.stderr
+
+
+def test_a_benchmark_that_takes_workers_down_says_so(tmp_path):
+    lethal = tmp_path / "lethal"
+    lethal.write_text("#!/bin/sh\nkill -9 $PPID\n")
+    lethal.chmod(0o755)
+    bench = [sys.executable, "-m", "kavo.batch", "bench", "--workers", "1", "--parts", "1", "--program", str(lethal)]
+    environment = {**os.environ, "DASK_DISTRIBUTED__SCHEDULER__ALLOWED_FAILURES": "0"}
+    done = subprocess.run([*bench, "--", "--quiet"], env=environment, capture_output=True, text=True)
+    assert done.returncode == 1 and "1 in all; the last one was tcp://" in done.stderr
+    assert "Traceback" not in done.stderr
