@@ -138,6 +138,7 @@ struct SlowSearch {
     };
     const auto insert = [&](const Eigen::VectorXd& at, std::size_t parent) {
       q.push_back(at);
+      positions.push_back(x(at));
       parents.push_back(parent);
       return q.size() - 1;
     };
@@ -156,13 +157,13 @@ struct SlowSearch {
       const Eigen::VectorXd goal = exploit    ? target
                                    : straight ? *e.SampleConfiguration()
                                               : Eigen::VectorXd(*e.SampleTaskSpace());
-      const auto distance = [&](const Eigen::VectorXd& at) {
-        return straight ? e.CSpaceDistanceMetric()(at, goal) : (x(at) - goal).norm();
+      const auto distance = [&](const Eigen::VectorXd& at, const Eigen::VectorXd& position) {
+        return straight ? e.CSpaceDistanceMetric()(at, goal) : (position - goal).norm();
       };
-      node = static_cast<std::size_t>(
-          std::min_element(q.begin(), q.end(),
-                           [&](const auto& a, const auto& b) { return distance(a) < distance(b); }) -
-          q.begin());
+      std::vector<double> distances(q.size());
+      std::transform(q.begin(), q.end(), positions.begin(), distances.begin(), distance);
+      node =
+          static_cast<std::size_t>(std::min_element(distances.begin(), distances.end()) - distances.begin());
       if (exploit) {
         if (candidates.empty()) {
           continue;
@@ -189,7 +190,7 @@ struct SlowSearch {
         in_zone = ((x(next) - target).array().abs() <= c.x_target_zone_tolerance.array()).all();
         const Eigen::VectorXd previous = dq;
         dq = straight ? dq : step(next);
-        if (c.edge_length > distance(next) || dq.norm() < 1e-6 || dq.dot(previous) < 0.0) {
+        if (c.edge_length > distance(next, x(next)) || dq.norm() < 1e-6 || dq.dot(previous) < 0.0) {
           break;
         }
         next += dq;
@@ -218,6 +219,7 @@ struct SlowSearch {
   }
 
   std::vector<Eigen::VectorXd> q;
+  std::vector<Eigen::VectorXd> positions;
   std::vector<std::size_t> parents;
   std::vector<std::size_t> path;
 };
