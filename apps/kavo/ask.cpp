@@ -3,33 +3,10 @@
 #include <utility>
 #include <variant>
 
+#include "apps/kavo/attempt_record.h"
 #include "kavo/motion_planning/util/motion_shortening.h"
 
 namespace kavo::command {
-
-namespace {
-
-QueryReport Total(const std::vector<StagedResults::Part>& parts) {
-  QueryReport total = parts.back().report;
-  for (std::size_t i = 0; i + 1 < parts.size(); ++i) {
-    const QueryReport& report = parts[i].report;
-    total.num_iterations += report.num_iterations;
-    total.num_validity_checks += report.num_validity_checks;
-    total.num_motions += report.num_motions;
-    total.num_placements += report.num_placements;
-    total.num_divisions += report.num_divisions;
-    // The last waypoint of the one is the first of the next.
-    total.num_raw_waypoints += report.num_raw_waypoints - 1;
-    total.raw_length += report.raw_length;
-    total.search_seconds += report.search_seconds;
-    total.shortening_seconds += report.shortening_seconds;
-    total.was_shortening_stopped = total.was_shortening_stopped || report.was_shortening_stopped;
-  }
-  total.num_nodes.clear();
-  return total;
-}
-
-}  // namespace
 
 Goal WithoutTolerances(const Goal& goal) {
   const auto* const range = std::get_if<ConfigurationGoal>(&goal);
@@ -50,7 +27,7 @@ Answer Ask(MotionPlanner& planner, const planning::MotionPlannerConfig& config, 
     StagedResults staged = planner.planStages(query.start, query.stages);
     Answer answer;
     answer.parts = std::move(staged.parts);
-    answer.report = Total(answer.parts);
+    answer.report = TotalOf(answer.parts);
     if (staged.path_found) {
       answer.results.path_found = true;
       answer.results.path = std::move(staged.path);

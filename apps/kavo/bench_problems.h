@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "apps/kavo/situation.h"
+#include "apps/kavo/situations.h"
 
 namespace kavo::command {
 

@@ -11,6 +11,7 @@
 #include <set>
 #include <utility>
 
+#include "apps/kavo/attempt_record.h"
 #include "apps/kavo/provenance.h"
 #include "apps/kavo/text.h"
 #include "kavo/formats/json_internal.h"

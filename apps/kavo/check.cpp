@@ -17,7 +17,7 @@
 #include "apps/kavo/progress.h"
 #include "apps/kavo/robot_options.h"
 #include "apps/kavo/scene_options.h"
-#include "apps/kavo/situation.h"
+#include "apps/kavo/situations.h"
 #include "apps/kavo/text.h"
 #include "kavo/formats/joint_limits_file.h"
 #include "kavo/formats/result_file.h"
@@ -110,7 +110,8 @@ int CheckTrajectory(const CheckOptions& options) {
   }
   const Stoppable stoppable;
   Progress progress(false);
-  const CheckedPath checked = CheckSamples(states, interpolation, limits, situation, progress);
+  const CheckedPath checked =
+      CheckSamples(states, interpolation, limits, situation, progress.Watch("checking"));
   std::cout << checked.text;
   return checked.record.passed ? kDone : kNoPath;
 }
@@ -151,7 +152,8 @@ int Check(const CheckOptions& options) {
   const Stoppable stoppable;
   Progress progress(false);
   const CheckedPath checked =
-      CheckAlong(path, situation, options.proves ? std::nullopt : std::optional(options.step_size), progress);
+      CheckAlong(path, situation, options.proves ? std::nullopt : std::optional(options.step_size),
+                 progress.Watch("checking"));
   std::cout << HeldJointsText(*situation.robot) << path.size() << " waypoints, length " << Number(length, 4)
             << ": " << checked.text;
   return checked.record.passed ? kDone : kNoPath;

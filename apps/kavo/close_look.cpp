@@ -5,7 +5,6 @@
 #include <utility>
 #include <variant>
 
-#include "apps/kavo/interrupt.h"
 #include "kavo/motion_planning/util/configuration_inspection.h"
 
 namespace kavo::command {
@@ -43,9 +42,10 @@ std::vector<formats::ContactRecord> ContactsOf(const ConfigurationInspection& fo
 }
 
 std::vector<ConfigurationInspection> Inspect(const Situation& situation,
-                                             const std::vector<Eigen::VectorXd>& configurations) {
+                                             const std::vector<Eigen::VectorXd>& configurations,
+                                             const StopCondition& stop) {
   return planning::InspectConfigurations(*situation.robot->description, situation.world.view(),
-                                         configurations, [] { return Signal() != 0; });
+                                         configurations, stop);
 }
 
 // A configuration to look at, of an attempt.
@@ -174,7 +174,8 @@ formats::SearchDrawing Thinned(const SearchRecord& search, std::size_t max_nodes
   return drawing;
 }
 
-std::vector<formats::InspectionRecord> InspectAttempt(const Attempt& attempt, const Situation& situation) {
+std::vector<formats::InspectionRecord> InspectAttempt(const Attempt& attempt, const Situation& situation,
+                                                      const StopCondition& stop) {
   std::vector<Candidate> candidates = Candidates(attempt);
   std::vector<Eigen::VectorXd> configurations;
   configurations.reserve(candidates.size());
@@ -182,7 +183,7 @@ std::vector<formats::InspectionRecord> InspectAttempt(const Attempt& attempt, co
     configurations.push_back(candidate.configuration);
   }
   std::vector<formats::InspectionRecord> records;
-  for (const ConfigurationInspection& found : Inspect(situation, configurations)) {
+  for (const ConfigurationInspection& found : Inspect(situation, configurations, stop)) {
     Candidate& candidate = candidates[records.size()];
     formats::InspectionRecord& record = records.emplace_back();
     record.what = candidate.what;
@@ -203,14 +204,15 @@ std::vector<formats::InspectionRecord> InspectAttempt(const Attempt& attempt, co
 }
 
 std::optional<formats::ProfileRecord> ProfileOf(const Attempt& attempt, const Situation& situation,
-                                                const formats::TrajectoryRecord* trajectory) {
+                                                const std::optional<formats::TrajectoryRecord>& trajectory,
+                                                const StopCondition& stop) {
   if (!attempt.results.path_found) {
     return std::nullopt;
   }
   formats::ProfileRecord profile;
-  profile.is_in_seconds = trajectory != nullptr;
+  profile.is_in_seconds = trajectory.has_value();
   std::vector<Eigen::VectorXd> configurations;
-  if (trajectory != nullptr) {
+  if (trajectory) {
     profile.at = trajectory->samples.times;
     configurations = trajectory->samples.positions;
   } else {
@@ -219,7 +221,7 @@ std::optional<formats::ProfileRecord> ProfileOf(const Attempt& attempt, const Si
       configurations.push_back(std::move(sample.configuration));
     }
   }
-  for (const ConfigurationInspection& found : Inspect(situation, configurations)) {
+  for (const ConfigurationInspection& found : Inspect(situation, configurations, stop)) {
     auto& clearance = profile.clearance.emplace_back();
     auto& nearest = profile.nearest.emplace_back();
     if (found.moving_clearance) {

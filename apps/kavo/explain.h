@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "apps/kavo/input_rules.h"
+#include "apps/kavo/scope.h"
 #include "kavo/kinematics/interface/robot_description.h"
 #include "kavo/motion_planning/environment/configuration_fault.h"
 #include "kavo/motion_planning/interface/query_report.h"

@@ -19,7 +19,7 @@
 #include "apps/kavo/reach.h"
 #include "apps/kavo/robot_options.h"
 #include "apps/kavo/scene_options.h"
-#include "apps/kavo/situation.h"
+#include "apps/kavo/situations.h"
 #include "apps/kavo/text.h"
 #include "kavo/kinematics/interface/robot_description_internal.h"
 #include "kavo/kinematics/interface/robot_variants.h"

@@ -8,7 +8,6 @@
 #include "apps/kavo/command.h"
 #include "apps/kavo/text.h"
 #include "kavo/kinematics/interface/joint_limits.h"
-#include "kavo/kinematics/interface/robot_description_internal.h"
 #include "kavo/util/log_message.h"
 #include "kavo/util/parse_number.h"
 
@@ -27,36 +26,6 @@ std::vector<std::string> KindNames() {
 }
 
 }  // namespace
-
-std::vector<std::string> Scope::Ignored() const {
-  std::vector<std::string> names;
-  for (const Kind kind : ignored) {
-    names.emplace_back(ToString(kind));
-  }
-  return names;
-}
-
-std::string Scope::Verdict(bool is_proof) const {
-  std::string text = is_proof ? "proven free" : "valid";
-  if (cover) {
-    text = (is_proof ? "proven for " : "valid for ") + cover->Text();
-  } else if (!has_spheres) {
-    text += " for the limits only (the robot has no collision spheres)";
-  } else if (!uncovered_links.empty()) {
-    text += " for the covered links only (not " + JoinQuoted(uncovered_links) + ")";
-  }
-  if (!ignored.empty()) {
-    text += " with " + Join(Ignored(), ", ") + " ignored";
-  }
-  return text;
-}
-
-std::string Scope::SelfCollision() const {
-  return num_self_collision_pairs == 0
-             ? "not looked at"
-             : std::to_string(num_self_collision_pairs) +
-                   (num_self_collision_pairs == 1 ? " pair" : " pairs") + " of frames looked at";
-}
 
 void Notes::Say(const std::string& text) {
   if (said_.insert(text).second) {
@@ -128,27 +97,19 @@ void InputRules::Admit(const std::vector<formats::Unhonoured>& unhonoured, Scope
 }
 
 void InputRules::Admit(const formats::LoadedRobot& robot, Scope& scope) const {
-  const auto& description = dynamic_cast<const RobotDescriptionInternal&>(*robot.description);
-  scope.has_spheres = !description.collision().frames.empty();
-  scope.cover = FindCompleteCover(robot);
-  scope.num_self_collision_pairs = description.collision().pairs.size();
-  if (robot.uncovered_links.empty()) {
+  scope.TakeRobot(robot);
+  if (robot.uncovered_links.empty() || allows_uncovered_) {
     return;
   }
-  std::vector<std::string> names;
   std::string text;
   for (const formats::LoadedRobot::UncoveredLink& link : robot.uncovered_links) {
-    text += (names.empty() ? "'" : ", '") + link.name + "' (" + link.kind + ")";
-    names.push_back(link.name);
+    text += (text.empty() ? "'" : ", '") + link.name + "' (" + link.kind + ")";
   }
-  if (!allows_uncovered_) {
-    throw UnusableInput("collision geometry of " + std::to_string(names.size()) +
-                        (names.size() == 1 ? " link" : " links") +
-                        " is not covered by spheres: " + Printable(text) +
-                        "; leave --no-cover out, or give --spheres FILE; or "
-                        "--allow-uncovered, and they are not checked");
-  }
-  scope.uncovered_links = names;
+  throw UnusableInput("collision geometry of " + std::to_string(robot.uncovered_links.size()) +
+                      (robot.uncovered_links.size() == 1 ? " link" : " links") +
+                      " is not covered by spheres: " + Printable(text) +
+                      "; leave --no-cover out, or give --spheres FILE; or "
+                      "--allow-uncovered, and they are not checked");
 }
 
 void InputRules::PutOnLimits(const RobotDescription& robot, const std::string& what, Eigen::VectorXd& q,

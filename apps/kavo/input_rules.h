@@ -1,13 +1,11 @@
 #pragma once
 
 #include <Eigen/Core>
-#include <cstddef>
-#include <optional>
 #include <set>
 #include <string>
 #include <vector>
 
-#include "apps/kavo/link_shapes.h"
+#include "apps/kavo/scope.h"
 #include "kavo/formats/robot_file.h"
 #include "kavo/formats/unhonoured.h"
 
@@ -16,31 +14,6 @@ class App;
 }  // namespace CLI
 
 namespace kavo::command {
-
-//! What a verdict does not hold for.
-struct Scope {
-  //! What was asked for and ignored, by kind.
-  std::set<formats::Unhonoured::Kind> ignored;
-  //! Links with collision geometry that nothing stands for.
-  std::vector<std::string> uncovered_links;
-  //! Whether the robot has spheres at all.
-  bool has_spheres = true;
-  //! What the spheres are a complete cover of.
-  std::optional<CompleteCover> cover;
-  //! Pairs of frames of the robot that were looked at for contact with each other.
-  std::size_t num_self_collision_pairs = 0;
-
-  //! The names of what was ignored.
-  std::vector<std::string> Ignored() const;
-
-  //! What a path that passes is: "valid", "valid for the covered links only (not 'hand')", "valid with
-  //! attached_objects ignored", "proven for the collision meshes (cover 5 mm)".
-  //! \param is_proof Whether it was proven, and not only looked at.
-  std::string Verdict(bool is_proof) const;
-
-  //! "27 pairs of frames looked at", "not looked at".
-  std::string SelfCollision() const;
-};
 
 //! Things that a user should know, each said once, as warnings.
 class Notes {

@@ -116,29 +116,6 @@ void LinkShapeOptions::Apply(formats::RobotFileOptions& options) const {
   options.packages = packages_.Folders();
 }
 
-std::string CompleteCover::Text() const {
-  return std::string("the collision ") + (has_meshes ? "meshes" : "geometry") +
-         (is_for_all ? " (cover " : " (covers of up to ") + Distance(tolerance) + ")";
-}
-
-std::optional<CompleteCover> FindCompleteCover(const formats::LoadedRobot& robot) {
-  std::optional<CompleteCover> complete;
-  for (const Shape& shape : robot.link_shapes) {
-    const bool has_solids = shape.num_balls + shape.num_boxes + shape.num_cylinders + shape.num_meshes > 0;
-    if (shape.source == Shape::Source::kCover) {
-      if (!complete) {
-        complete = CompleteCover{shape.tolerance, true, false};
-      }
-      complete->is_for_all = complete->is_for_all && shape.tolerance == complete->tolerance;
-      complete->tolerance = std::max(complete->tolerance, shape.tolerance);
-      complete->has_meshes = complete->has_meshes || shape.num_meshes > 0;
-    } else if (has_solids && shape.source != Shape::Source::kUrdf) {
-      return std::nullopt;
-    }
-  }
-  return robot.uncovered_links.empty() ? complete : std::nullopt;
-}
-
 std::string LinkShapeTable(const formats::LoadedRobot& robot, bool shows_work) {
   std::vector<std::vector<std::string>> rows = {
       {"link", "shape from", "solids", "triangles", "spheres", "bulge up to", "tolerance"}};

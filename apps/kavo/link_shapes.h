@@ -56,21 +56,6 @@ class LinkShapeOptions {
   PackageOptions packages_;
 };
 
-//! A robot whose spheres hold every point of its collision geometry.
-struct CompleteCover {
-  //! How far spheres may reach beyond the geometry: the largest tolerance of a link (metres), and whether all
-  //! links have it.
-  double tolerance = 0.0;
-  bool is_for_all = true;
-  bool has_meshes = false;
-
-  //! "the collision meshes (cover 5 mm)".
-  std::string Text() const;
-};
-
-//! None if a link has no or other spheres, and if none had to be covered.
-std::optional<CompleteCover> FindCompleteCover(const formats::LoadedRobot& robot);
-
 //! What stands for each link, and where it came from.
 //! \param shows_work Whether to say how long it took.
 std::string LinkShapeTable(const formats::LoadedRobot& robot, bool shows_work);

@@ -238,12 +238,4 @@ planning::MotionPlannerConfig PlannerSettings::With(int seed, double step_size) 
   return config;
 }
 
-std::vector<std::pair<std::string, Setting>> AllSettings(const planning::MotionPlannerConfig& config) {
-  std::vector<std::pair<std::string, Setting>> settings;
-  for (const Parameter& parameter : planning::Parameters()) {
-    settings.emplace_back(parameter.name, parameter.value(config));
-  }
-  return settings;
-}
-
 }  // namespace kavo::command

@@ -32,9 +32,6 @@ std::string ToText(const Setting& setting);
 //! The value that a text stands for; throws `UnusableInput` if it is none of the parameter's type.
 Setting ParseSetting(const Parameter& parameter, const std::string& text);
 
-//! Every setting by name, in the order of `planning::Parameters()`.
-std::vector<std::pair<std::string, Setting>> AllSettings(const planning::MotionPlannerConfig& config);
-
 //! The settings of the command before anything is asked for: those of the library, but that whole motions are
 //! planned.
 planning::MotionPlannerConfig CommandDefaults(const std::shared_ptr<RobotDescription>& robot);

@@ -5,7 +5,6 @@
 #include <string>
 
 #include "apps/kavo/explain.h"
-#include "apps/kavo/interrupt.h"
 #include "apps/kavo/text.h"
 #include "kavo/motion_planning/trajectory/sample_limits.h"
 #include "kavo/motion_planning/util/path_proof.h"
@@ -37,21 +36,14 @@ void NoteClearances(const Found& found, CheckedPath& checked) {
   }
 }
 
-StopCondition StopShowing(Progress& progress) {
-  return [&progress] {
-    progress.ShowTime("checking");
-    return Signal() != 0;
-  };
-}
-
-// \param prove Makes the proof, with options and a stop condition.
+// \param prove Makes the proof, with options.
 // \param times As `Explain` takes them.
 template <class Prove>
 CheckedPath CheckByProof(const Prove& prove, const Situation& situation, std::size_t num_segments,
-                         const std::vector<double>& times, Progress& progress) {
+                         const std::vector<double>& times) {
   const RobotDescription& robot = *situation.robot->description;
   const planning::PathProofOptions options;
-  const planning::PathProof proof = prove(options, StopShowing(progress));
+  const planning::PathProof proof = prove(options);
   CheckedPath checked;
   checked.record = RecordFor(situation.scope);
   checked.record.passed = proof.IsFree();
@@ -87,20 +79,20 @@ std::string ExplainUnknown(const char* what, const Eigen::VectorXd& limits) {
 }  // namespace
 
 CheckedPath CheckAlong(const std::vector<Eigen::VectorXd>& path, const Situation& situation,
-                       const std::optional<double>& step_size, Progress& progress) {
+                       const std::optional<double>& step_size, const StopCondition& stop) {
   const RobotDescription& robot = *situation.robot->description;
   if (!step_size) {
     return CheckByProof(
-        [&](const planning::PathProofOptions& options, const StopCondition& stop) {
+        [&](const planning::PathProofOptions& options) {
           return planning::ProvePath(robot, situation.world.view(), path, options, stop);
         },
-        situation, path.size() - 1, {}, progress);
+        situation, path.size() - 1, {});
   }
   CheckedPath checked;
   formats::PathCheck& record = checked.record;
   record = RecordFor(situation.scope);
   const planning::PathCheck check =
-      planning::CheckPath(robot, situation.world.view(), path, *step_size, StopShowing(progress));
+      planning::CheckPath(robot, situation.world.view(), path, *step_size, stop);
   record.passed = check.IsValid();
   record.verdict = check.IsValid() ? situation.scope.Verdict(false) : "not valid";
   record.step = *step_size;
@@ -116,7 +108,7 @@ CheckedPath CheckAlong(const std::vector<Eigen::VectorXd>& path, const Situation
 
 CheckedPath CheckSamples(const std::vector<planning::Trajectory::State>& samples,
                          planning::SampleInterpolation interpolation, const planning::MotionLimits& limits,
-                         const Situation& situation, Progress& progress) {
+                         const Situation& situation, const StopCondition& stop) {
   const RobotDescription& robot = *situation.robot->description;
   std::vector<Eigen::MatrixXd> pieces;
   std::vector<double> times;
@@ -130,10 +122,10 @@ CheckedPath CheckSamples(const std::vector<planning::Trajectory::State>& samples
     pieces.emplace_back(samples.front().position);
   }
   CheckedPath checked = CheckByProof(
-      [&](const planning::PathProofOptions& options, const StopCondition& stop) {
+      [&](const planning::PathProofOptions& options) {
         return planning::ProveCurves(robot, situation.world.view(), pieces, options, stop);
       },
-      situation, samples.size() - 1, times, progress);
+      situation, samples.size() - 1, times);
   std::set<std::string> beyond;
   for (const planning::RatePeak& peak : planning::FindRatePeaks(samples, interpolation, limits)) {
     if (peak.IsBeyond()) {

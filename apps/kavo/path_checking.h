@@ -5,13 +5,13 @@
 #include <string>
 #include <vector>
 
-#include "apps/kavo/progress.h"
 #include "apps/kavo/situation.h"
 #include "kavo/formats/result_file.h"
 #include "kavo/motion_planning/trajectory/motion_limits.h"
 #include "kavo/motion_planning/trajectory/sample_interpolation.h"
 #include "kavo/motion_planning/trajectory/trajectory.h"
 #include "kavo/motion_planning/util/path_check.h"
+#include "kavo/motion_planning/util/stop_condition.h"
 
 namespace kavo::command {
 
@@ -27,15 +27,15 @@ struct CheckedPath {
   std::vector<planning::PathPlace> nearest;
 };
 
-//! Proves a path, or with a step size checks configurations no farther apart than it; until a signal comes.
+//! Proves a path, or with a step size checks configurations no farther apart than it.
 CheckedPath CheckAlong(const std::vector<Eigen::VectorXd>& path, const Situation& situation,
-                       const std::optional<double>& step_size, Progress& progress);
+                       const std::optional<double>& step_size, const StopCondition& stop);
 
 //! Proves what a controller runs that interpolates samples, and looks at how fast it goes.
 //! \param samples Ascending in time, see `planning::FindRatePeaks`.
 //! \param limits Infinite where none is known.
 CheckedPath CheckSamples(const std::vector<planning::Trajectory::State>& samples,
                          planning::SampleInterpolation interpolation, const planning::MotionLimits& limits,
-                         const Situation& situation, Progress& progress);
+                         const Situation& situation, const StopCondition& stop);
 
 }  // namespace kavo::command

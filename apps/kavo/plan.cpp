@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "apps/kavo/ask.h"
+#include "apps/kavo/attempt_record.h"
 #include "apps/kavo/attempts.h"
 #include "apps/kavo/close_look.h"
 #include "apps/kavo/command.h"
@@ -29,7 +30,7 @@
 #include "apps/kavo/query_options.h"
 #include "apps/kavo/robot_options.h"
 #include "apps/kavo/scene_options.h"
-#include "apps/kavo/situation.h"
+#include "apps/kavo/situations.h"
 #include "apps/kavo/text.h"
 #include "apps/kavo/trajectory_options.h"
 #include "kavo/formats/request.h"
@@ -46,8 +47,6 @@ namespace {
 constexpr double kLeastCheckStep = 1e-6;
 // Below it an interpolated path would fill the memory.
 constexpr double kLeastStepInterpolated = 1e-4;
-// Of each search tree, on a page.
-constexpr std::size_t kNumNodesShown = 2000;
 
 struct PlanOptions {
   RobotOptions robot;
@@ -311,7 +310,8 @@ class Planning {
     attempt.report = std::move(answer.report);
     attempt.parts = std::move(answer.parts);
     if (attempt.results.path_found && !options_.is_unchecked) {
-      attempt.check = CheckAlong(attempt.results.path, situation_, options_.check_step, progress);
+      attempt.check =
+          CheckAlong(attempt.results.path, situation_, options_.check_step, progress.Watch("checking"));
     }
     return attempt;
   }
@@ -375,67 +375,25 @@ class Planning {
     return ExplainPath(attempt, situation_, trajectory, !options_.num_more_seeds);
   }
 
-  // What came of the only stage there is, by a planner that knows of none.
-  static StagedResults::Part OnlyPart(const Attempt& attempt) {
-    StagedResults::Part part;
-    if (attempt.results.path_found) {
-      part.last = attempt.results.path.size() - 1;
-      part.goal = 0;
-    }
-    part.report = attempt.report;
-    return part;
-  }
-
-  // That a goal is about, or that one would be.
-  std::string FrameOfInterest(const Query& query) const {
-    for (auto stage = query.stages.rbegin(); stage != query.stages.rend(); ++stage) {
-      if (const auto* const pose = std::get_if<PoseGoal>(&stage->goals.front())) {
-        return pose->frame;
-      }
-    }
-    return settings_.TaskSpaceFrame();
-  }
-
   formats::PlanRecord Record(const Attempt& attempt) const {
-    formats::PlanRecord record;
+    std::optional<formats::TrajectoryRecord> trajectory;
+    if (made_trajectory_) {
+      trajectory = made_trajectory_->record;
+    }
+    formats::PlanRecord record = RecordOf(attempt, situation_, Explanation(attempt), std::move(trajectory),
+                                          [] { return Signal() != 0; });
     record.version = Version();
     record.arguments = options_.arguments;
     std::vector<std::pair<std::string, std::string>> files = options_.Inputs();
     for (auto& file : MeshFiles(*situation_.robot)) {
       files.push_back(std::move(file));
     }
-    record.robot_model = formats::DrawRobot(*situation_.robot, situation_.held);
     std::vector<std::string> meshes = record.robot_model.mesh_files;
     meshes.insert(meshes.end(), situation_.mesh_files.begin(), situation_.mesh_files.end());
     for (const std::string& file : meshes) {
       files.emplace_back("mesh", file);
     }
     record.files = HashFiles(files);
-    record.robot = situation_.robot->name;
-    record.robot_model.tip_frame = FrameOfInterest(attempt.query);
-    record.scene = formats::DrawScene(situation_.world, situation_.base_pose);
-    record.held_joints = HeldJoints(*situation_.robot);
-    record.joint_names = JointNames(Robot());
-    record.start = attempt.query.start;
-    record.stages = attempt.query.stages;
-    record.parts = attempt.parts.empty() ? std::vector{OnlyPart(attempt)} : attempt.parts;
-    record.settings = AllSettings(attempt.config);
-    record.seed = attempt.config.seed;
-    record.found = attempt.results.path_found;
-    record.status = ToString(attempt.report.status);
-    record.path = attempt.results.path;
-    record.interpolated_path = attempt.results.interpolated_path;
-    record.statistics = attempt.report;
-    record.explanation = Explanation(attempt);
-    if (attempt.check) {
-      record.check = attempt.check->record;
-    }
-    if (made_trajectory_) {
-      record.trajectory = made_trajectory_->record;
-    }
-    record.searches = attempt.searches;
-    record.inspections = InspectAttempt(attempt, situation_);
-    record.profile = ProfileOf(attempt, situation_, record.trajectory ? &*record.trajectory : nullptr);
     return record;
   }
 

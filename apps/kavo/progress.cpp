@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <iostream>
 
+#include "apps/kavo/interrupt.h"
+
 namespace kavo::command {
 
 Progress::Progress(bool is_quiet) : is_shown_(!is_quiet && isatty(STDERR_FILENO) == 1) {}
@@ -41,6 +43,13 @@ void Progress::ShowTime(const char* what) {
     seconds_shown_ = seconds;
     Show(std::string(what) + ": " + std::to_string(seconds) + " s");
   }
+}
+
+StopCondition Progress::Watch(const char* what) {
+  return [this, what] {
+    ShowTime(what);
+    return Signal() != 0;
+  };
 }
 
 }  // namespace kavo::command

@@ -4,6 +4,8 @@
 #include <mutex>
 #include <string>
 
+#include "kavo/motion_planning/util/stop_condition.h"
+
 namespace kavo::command {
 
 //! A line on standard error that says how far long work has come, if that is a terminal; it goes with this
@@ -20,6 +22,8 @@ class Progress {
   void ShowPart(std::size_t done, std::size_t total);
   //! What is being done and for how long, once a second from the second one on.
   void ShowTime(const char* what);
+  //! For work that is to stop at a signal, and to be shown until then. Must not outlive this object.
+  StopCondition Watch(const char* what);
 
  private:
   void Show(const std::string& text);

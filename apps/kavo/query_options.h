@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "apps/kavo/situation.h"
+#include "apps/kavo/situations.h"
 #include "kavo/math/pose3.h"
 #include "kavo/motion_planning/interface/stage.h"
 

@@ -11,6 +11,7 @@
 #include "apps/kavo/builtin_robots.h"
 #include "apps/kavo/command.h"
 #include "apps/kavo/help.h"
+#include "apps/kavo/situation.h"
 #include "apps/kavo/text.h"
 #include "kavo/util/parse_number.h"
 
@@ -125,32 +126,6 @@ RobotModel RobotOptions::Load(bool allows_uncovered) const {
     options.joint_values[text.substr(0, sign)] = *value;
   }
   return RobotModel(formats::RobotFiles::Read(robot_, options), group_, Packages());
-}
-
-std::map<std::string, double> HeldJoints(const formats::LoadedRobot& robot) {
-  std::map<std::string, double> held;
-  for (const auto& [name, joint] : robot.other_joints) {
-    if (joint.kind == formats::LoadedRobot::OtherJoint::Kind::kHeld && joint.offset != joint.rest) {
-      held[name] = joint.offset;
-    }
-  }
-  return held;
-}
-
-std::string HeldJointsText(const formats::LoadedRobot& robot) {
-  std::vector<std::string> parts;
-  for (const auto& [name, value] : HeldJoints(robot)) {
-    parts.push_back("'" + Printable(name) + "' at " + Number(value));
-  }
-  return parts.empty() ? "" : "joints not planned for: " + Join(parts, ", ") + "\n";
-}
-
-std::vector<std::string> JointNames(const RobotDescription& robot) {
-  std::vector<std::string> names;
-  for (std::size_t i = 0; i < robot.numCSpaceCoords(); ++i) {
-    names.push_back(robot.cSpaceCoordName(i));
-  }
-  return names;
 }
 
 Eigen::VectorXd ParseConfiguration(const std::string& option, const std::string& text,

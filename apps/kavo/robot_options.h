@@ -66,15 +66,6 @@ class RobotOptions {
   std::optional<bool> self_collision_;
 };
 
-//! The joints that are not planned for and do not stand where they rest, and where they do.
-std::map<std::string, double> HeldJoints(const formats::LoadedRobot& robot);
-
-//! A line about them; empty without any.
-std::string HeldJointsText(const formats::LoadedRobot& robot);
-
-//! The names of the coordinates in order.
-std::vector<std::string> JointNames(const RobotDescription& robot);
-
 //! The configuration that a text stands for: numbers with commas between them, one for each coordinate, or
 //! the name of one. Throws `UnusableInput`.
 //! \param option What the text was given for.

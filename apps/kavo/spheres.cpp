@@ -17,6 +17,7 @@
 #include "apps/kavo/help.h"
 #include "apps/kavo/link_shapes.h"
 #include "apps/kavo/output_file.h"
+#include "apps/kavo/scope.h"
 #include "apps/kavo/text.h"
 #include "kavo/formats/robot_file.h"
 #include "kavo/formats/spheres_writer.h"
