@@ -18,6 +18,7 @@
 #include "kavo/kinematics/interface/kinematics.h"
 #include "kavo/kinematics/interface/robot_description.h"
 #include "kavo/math/sphere.h"
+#include "kavo/motion_planning/interface/attached_object.h"
 
 // What the sources of the module share. Every one of them defines the Python names of one subject.
 
@@ -60,9 +61,15 @@ struct Robot {
   py::tuple recipe;
   //! Of a robot from files.
   std::shared_ptr<const formats::LoadedRobot> files;
+  //! The shapes of what it holds, as far as they are known.
+  std::vector<AttachedObject> held;
 
   Eigen::Index NumCoordinates() const { return static_cast<Eigen::Index>(description->numCSpaceCoords()); }
 };
+
+//! Those of some objects that a robot holds, in the order attached.
+std::vector<AttachedObject> StillHeld(const RobotDescription& robot,
+                                      const std::vector<AttachedObject>& objects);
 
 //! Another form of a robot.
 //! \param method, arguments The method of `Robot` in Python that makes it.
@@ -94,6 +101,7 @@ void DefineErrors(py::module_& module);
 void DefineFormats(py::module_& module);
 void DefineKinematics(py::module_& module);
 void DefineLog(py::module_& module);
+void DefinePlanPage(py::module_& module);
 void DefinePlanner(py::module_& module);
 void DefineResearch(py::module_& module);
 void DefineRobot(py::module_& module);

@@ -79,6 +79,7 @@ PYBIND11_MODULE(_kavo, module) {
   DefineWorld(module);
   DefineRobot(module);
   DefineKinematics(module);
+  DefinePlanPage(module);
   DefinePlanner(module);
   DefineTrajectory(module);
   DefineFormats(module);

@@ -15,8 +15,10 @@
 #include <variant>
 #include <vector>
 
+#include "apps/kavo/attempt_record.h"
 #include "bindings/python/control.h"
 #include "bindings/python/goals.h"
+#include "bindings/python/plan_page.h"
 #include "bindings/python/records.h"
 #include "kavo/formats/file_error.h"
 #include "kavo/kinematics/interface/robot_variants.h"
@@ -156,6 +158,7 @@ class Planner {
     }
     Change(settings, [](const Parameter& /*parameter*/, const ParameterValue& /*value*/) {});
     planner_ = CreateMotionPlanner(config_, robot.description, world_.view());
+    TakeWorld();
     planner_->setStopCondition(control_.Condition());
   }
 
@@ -189,24 +192,27 @@ class Planner {
 
   py::object PlanToConfiguration(const Eigen::VectorXd& start, const Eigen::VectorXd& target,
                                  bool interpolate, const Timeout& timeout, const py::object& stop) {
-    return Ask(timeout, stop, [&] { return planner_->planToCSpaceTarget(start, target, interpolate); });
+    return Ask(start, {target}, timeout, stop,
+               [&] { return planner_->planToCSpaceTarget(start, target, interpolate); });
   }
 
   py::object PlanToPosition(const Eigen::VectorXd& start, const Eigen::Vector3d& position, bool interpolate,
                             const Timeout& timeout, const py::object& stop) {
-    return Ask(timeout, stop, [&] { return planner_->planToTaskSpaceTarget(start, position, interpolate); });
+    return Ask(start, {PoseGoal::Position({}, position)}, timeout, stop,
+               [&] { return planner_->planToTaskSpaceTarget(start, position, interpolate); });
   }
 
   py::object PlanToPose(const Eigen::VectorXd& start, const py::object& goal, bool interpolate,
                         const Timeout& timeout, const py::object& stop) {
     const PoseGoal pose_goal = ToPoseGoal(goal);
-    return Ask(timeout, stop, [&] { return planner_->planToPose(start, pose_goal, interpolate); });
+    return Ask(start, {pose_goal}, timeout, stop,
+               [&] { return planner_->planToPose(start, pose_goal, interpolate); });
   }
 
   py::object PlanToGoals(const Eigen::VectorXd& start, const py::iterable& goals, bool interpolate,
                          const Timeout& timeout, const py::object& stop) {
     const std::vector<Goal> all = ToGoals(goals);
-    return Ask(timeout, stop, [&] { return planner_->planToGoals(start, all, interpolate); });
+    return Ask(start, all, timeout, stop, [&] { return planner_->planToGoals(start, all, interpolate); });
   }
 
   py::object PlanLine(const Eigen::VectorXd& start, const py::object& goal, const py::object& options,
@@ -220,23 +226,32 @@ class Planner {
 
   py::object PlanStages(const Eigen::VectorXd& start, const py::iterable& stages, const Timeout& timeout,
                         const py::object& stop) {
-    const std::vector<Stage> all = ToStages(stages, control_.Condition());
+    std::vector<Stage> all = ToStages(stages, control_.Condition());
     const Turn turn(is_in_use_);
-    return ToRecord(Run(control_, timeout, stop, [&] { return planner_->planStages(start, all); }),
-                    robot_.NumCoordinates());
+    search_.reset();
+    StagedResults results = Run(control_, timeout, stop, [&] { return planner_->planStages(start, all); });
+    py::object record = ToRecord(results, robot_.NumCoordinates());
+    Account account{Current(), start, std::move(all), {}, std::move(results.parts), {}, search_};
+    account.results.path_found = results.path_found;
+    if (results.path_found) {
+      account.results.path = std::move(results.path);
+    }
+    account.report = command::TotalOf(account.parts);
+    return WithAccount(std::move(record), std::move(account));
   }
 
   void UpdateWorld() {
     const Turn turn(is_in_use_);
     const py::gil_scoped_release released;
     planner_->updateWorldView();
+    TakeWorld();
   }
 
   void SetRobot(const Robot& robot) {
     const Turn turn(is_in_use_);
     planner_->setRobot(robot.description);
     own_ = robot;
-    robot_ = robot;
+    TakeRobot(robot);
   }
 
   void Attach(const std::string& name, const std::string& frame,
@@ -252,17 +267,18 @@ class Planner {
       const py::gil_scoped_release released;
       planner_->attach(object);
     }
-    robot_ = MakeAttached(own_, *planner_->robot());
+    TakeHeld(std::move(object));
   }
 
   void AttachFrom(const std::string& obstacle, const std::string& frame, const Eigen::VectorXd& q,
                   const Names& touch_frames, const Names& allowed_obstacles) {
     const Turn turn(is_in_use_);
-    {
+    AttachedObject object = [&] {
       const py::gil_scoped_release released;
-      AttachFromWorld(*planner_, world_, obstacle, frame, q, touch_frames, allowed_obstacles);
-    }
-    robot_ = MakeAttached(own_, *planner_->robot());
+      return AttachFromWorld(*planner_, world_, obstacle, frame, q, touch_frames, allowed_obstacles);
+    }();
+    TakeHeld(std::move(object));
+    TakeWorld();
   }
 
   void Detach(const std::string& name) {
@@ -278,6 +294,7 @@ class Planner {
       ids.push_back(obstacle.id());
     }
     TakeDetached(name);
+    TakeWorld();
     return ids;
   }
 
@@ -319,6 +336,7 @@ class Planner {
       }
       tell(parameter, setting);
       config_ = std::move(changed);
+      current_.reset();
     });
   }
 
@@ -329,17 +347,53 @@ class Planner {
                            py::make_tuple(name));
       }
     }
-    robot_ = MakeAttached(own_, *planner_->robot());
+    TakeHeld();
+  }
+
+  // The robot that the planner has gone over to.
+  void TakeRobot(Robot robot) {
+    robot_ = std::move(robot);
+    current_.reset();
+  }
+  // That robot after taking up or putting down.
+  void TakeHeld(std::optional<AttachedObject> taken_up = std::nullopt) {
+    Robot robot = MakeAttached(own_, *planner_->robot());
+    robot.held = StillHeld(*robot.description, robot_.held);
+    if (taken_up) {
+      robot.held.push_back(*std::move(taken_up));
+    }
+    TakeRobot(std::move(robot));
+  }
+
+  // The world that the planner has just gone over to.
+  void TakeWorld() {
+    obstacles_ = std::make_shared<const std::vector<World::Obstacle>>(world_.describe());
+    current_.reset();
+  }
+
+  // What queries are answered with now.
+  const std::shared_ptr<const Surroundings>& Current() {
+    if (!current_) {
+      current_ = std::make_shared<const Surroundings>(Surroundings{robot_, obstacles_, config_});
+    }
+    return current_;
   }
 
   template <typename Query>
-  py::object Ask(const Timeout& timeout, const py::object& stop, const Query& query) {
+  py::object Ask(const Eigen::VectorXd& start, std::vector<Goal> goals, const Timeout& timeout,
+                 const py::object& stop, const Query& query) {
     const Turn turn(is_in_use_);
     search_.reset();
-    const MotionPlanner::Results results = Run(control_, timeout, stop, query);
+    MotionPlanner::Results results = Run(control_, timeout, stop, query);
+    QueryReport report = planner_->queryReport();
     const Eigen::Index dof = robot_.NumCoordinates();
-    return MakeRecord("Plan", results.path_found, ToArray(results.path, dof),
-                      ToArray(results.interpolated_path, dof), results.goal, planner_->queryReport());
+    py::object record = MakeRecord("Plan", results.path_found, ToArray(results.path, dof),
+                                   ToArray(results.interpolated_path, dof), results.goal, report);
+    std::vector<Stage> stages(1);
+    stages.front().goals = std::move(goals);
+    return WithAccount(
+        std::move(record),
+        {Current(), start, std::move(stages), std::move(results), {}, std::move(report), search_});
   }
 
   // As it was given, but for what it does not hold any more: so a robot's recipe does not grow by what was
@@ -353,6 +407,10 @@ class Planner {
   Control control_;
   std::optional<SearchRecord> search_;
   bool keeps_searches_ = false;
+  // As the planner sees them.
+  std::shared_ptr<const std::vector<World::Obstacle>> obstacles_;
+  // Null after a change.
+  std::shared_ptr<const Surroundings> current_;
   std::unique_ptr<MotionPlanner> planner_;
   std::atomic<bool> is_in_use_ = false;
 };

@@ -315,10 +315,24 @@ py::array_t<double> ToArray(const std::vector<math::Sphere>& spheres) {
   return ToArray(rows, 4);
 }
 
+std::vector<AttachedObject> StillHeld(const RobotDescription& robot,
+                                      const std::vector<AttachedObject>& objects) {
+  std::vector<AttachedObject> held;
+  for (const AttachedBody& body : AttachedBodies(robot)) {
+    const auto object = std::find_if(objects.begin(), objects.end(),
+                                     [&](const AttachedObject& one) { return one.name == body.name; });
+    if (object != objects.end()) {
+      held.push_back(*object);
+    }
+  }
+  return held;
+}
+
 Robot MakeVariant(const Robot& robot, std::shared_ptr<RobotDescription> description, const char* method,
                   const py::tuple& arguments) {
   Robot variant(std::move(description), py::make_tuple("variant", robot, method, arguments));
   variant.files = robot.files;
+  variant.held = StillHeld(*variant.description, robot.held);
   return variant;
 }
 

@@ -4,12 +4,13 @@ Lengths are metres, angles radians, times seconds. `dof` is the number of coordi
 configurations. Arrays hold doubles.
 """
 
+import html
 from typing import Any, Callable, List, NamedTuple, Optional, Sequence, Tuple, Union
 
 import numpy as np
 from numpy.typing import ArrayLike, NDArray
 
-from kavo._kavo import Box, Cylinder, Pose3, Sphere
+from kavo._kavo import Box, Cylinder, Pose3, Sphere, _Account, _has_page
 
 Array = NDArray[np.float64]
 Indices = NDArray[np.int64]
@@ -215,9 +216,51 @@ class QueryReport(NamedTuple):
     goals: List[GoalReport]
 
 
-class Plan(NamedTuple):
-    """The answer to a query. True if a path was found."""
+class _WithAccount:
+    """An answer that can be shown. What it takes goes along with it and is no part of its value."""
 
+    _account: Optional[_Account] = None
+
+    def __reduce__(self) -> Tuple[Any, ...]:
+        return type(self), tuple(self)  # type: ignore[arg-type]
+
+    def _told(self) -> _Account:
+        if self._account is None:
+            raise ValueError("only the planner's own answer can be shown, not one that was pickled or made of its fields")
+        return self._account
+
+    def to_html(self) -> str:
+        """A page for a browser, without anything beside it: robot, obstacles, motion, what a proof of the path says.
+
+        It is about robot, world and settings as they were when the answer was given, and shows the search, too, if
+        `Planner.keeps_searches` was set. Drawing and proof are made now, in some milliseconds.
+
+        Raises:
+            RuntimeError: If the module was built without the page.
+            ValueError: For what is not the planner's own answer, such as one that was pickled.
+        """
+        return self._told().to_html()
+
+    def to_json(self) -> str:
+        """All that the page shows, in the form that `kavo plan --json` writes. Raises ValueError as `to_html`."""
+        return self._told().to_json()
+
+    def to_csv(self) -> str:
+        """The waypoints: a line of the coordinates' names, then a configuration to a line. Raises ValueError likewise."""
+        return self._told().to_csv()
+
+    def _repr_html_(self) -> Optional[str]:
+        """For a notebook: the page in a frame of its own. Nothing where there is none, and the text is shown then."""
+        if self._account is None or not _has_page():
+            return None
+        # Scripts of the page need no more than to run: they see nothing of the notebook.
+        return (
+            '<iframe sandbox="allow-scripts" style="width: 100%; height: 720px; border: 0" '
+            f'srcdoc="{html.escape(self.to_html())}"></iframe>'
+        )
+
+
+class _PlanFields(NamedTuple):
     path_found: bool
     #: Waypoints, start first (N, dof); no rows if none was found.
     path: Array
@@ -226,6 +269,10 @@ class Plan(NamedTuple):
     #: Of several goals the index of the one that the path ends in.
     goal: Optional[int]
     report: QueryReport
+
+
+class Plan(_PlanFields, _WithAccount):
+    """The answer to a query. True if a path was found."""
 
     def __bool__(self) -> bool:
         return self.path_found
@@ -273,13 +320,15 @@ class StagePart(NamedTuple):
     ahead: Optional[StageAhead]
 
 
-class StagedPlan(NamedTuple):
-    """A motion of several stages. True if all are done."""
-
+class _StagedPlanFields(NamedTuple):
     path_found: bool
     #: (N, dof), of the parts that were found.
     path: Array
     parts: List[StagePart]
+
+
+class StagedPlan(_StagedPlanFields, _WithAccount):
+    """A motion of several stages. True if all are done."""
 
     def __bool__(self) -> bool:
         return self.path_found

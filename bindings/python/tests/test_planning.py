@@ -1,19 +1,25 @@
 """What a user of the module relies on, held against independent answers."""
 
+import html.parser
+import json
 import logging
 import os
 import pickle
+import re
 import signal
 import threading
 import time
 from pathlib import Path
 
+import jsonschema
 import numpy as np
 import pytest
 
 import kavo
 
-EXAMPLES = Path(__file__).resolve().parents[3] / "examples"
+ROOT = Path(__file__).resolve().parents[3]
+EXAMPLES = ROOT / "examples"
+SCHEMAS = ROOT / "docs" / "schemas"
 DOWN = (1.0, 0.0, 0.0, 0.0)
 
 
@@ -99,6 +105,62 @@ def test_goals_lines_stages_and_trajectories(scene):
     assert samples.position.shape == samples.velocity.shape == (len(samples.time), 7)
     assert (np.abs(samples.velocity) <= limits.velocity * (1.0 + 1e-9)).all()
     np.testing.assert_array_equal(trajectory.at(samples.time[3:5]).position, samples.position[3:5])
+
+
+class FrameReader(html.parser.HTMLParser):
+    """The document inside of a frame."""
+
+    def __init__(self, text):
+        super().__init__()
+        self.documents = []
+        self.feed(text)
+
+    def handle_starttag(self, tag, attributes):
+        self.documents.append(dict(attributes)["srcdoc"])
+
+
+def test_answers_show_what_the_planner_saw(scene):
+    robot, world, start, target = scene
+    hostile = '</script>"&quot;'
+    world.add(kavo.Sphere(0.01), at(0.0, 0.0, 1.5), hostile)
+    planner = kavo.Planner(robot, world)
+    planner.keeps_searches = True
+    planner.attach("stick", "tool", [(kavo.Cylinder(0.01, 0.1), at(0.0, 0.0, 0.05))])
+    plan = planner.plan_to_configuration(start, target)
+    # None of this is seen by a plan that was made before.
+    for obstacle in world.obstacles:
+        world.remove(obstacle)
+    planner.update_world()
+    planner.detach("stick")
+    planner.set(step_size=0.01)
+
+    document = json.loads(plan.to_json())
+    jsonschema.validate(document, json.loads((SCHEMAS / "plan.schema.json").read_text()))
+    assert document["path"] == plan.path.tolist() and document["start"] == start.tolist()
+    assert [obstacle["name"] for obstacle in document["scene"]["obstacles"]] == ["floor", "post", hostile]
+    assert [held["name"] for held in document["robot_model"]["attachments"]] == ["stick"]
+    assert document["check"]["verdict"] == "proven free" and document["check"]["clearance"] < 0.2
+    assert document["settings"]["step_size"] == 0.1 and document["searches"][0]["trees"][0]["nodes"]
+    assert np.array_equal(np.loadtxt(plan.to_csv().splitlines()[1:], delimiter=","), plan.path)
+
+    if kavo._kavo._has_page():
+        page = plan.to_html()
+        (embedded,) = re.findall('<script type="application/json" id="document">([^<]*)</script>', page)
+        assert json.loads(embedded) == document
+        assert FrameReader(plan._repr_html_()).documents == [page]
+    else:
+        assert plan._repr_html_() is None
+        with pytest.raises(RuntimeError, match="built without the page"):
+            plan.to_html()
+
+    no_way = planner.plan_to_pose(start, at(5.0, 0.0, 0.0))
+    assert json.loads(no_way.to_json())["stages"][0]["status"] == no_way.report.status == "unreachable target"
+    staged = planner.plan_stages(start, [kavo.Stage([target]), kavo.Stage([start])])
+    assert [stage["goal"] for stage in json.loads(staged.to_json())["stages"]] == [0, 0]
+    travelled = pickle.loads(pickle.dumps(plan))
+    assert travelled._repr_html_() is None and repr(travelled) == repr(plan)
+    with pytest.raises(ValueError, match="planner's own"):
+        travelled.to_csv()
 
 
 def line_goal(height):
