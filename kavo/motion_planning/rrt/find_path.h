@@ -6,7 +6,10 @@
 #include <vector>
 
 #include "kavo/motion_planning/environment/environment.h"
+#include "kavo/motion_planning/environment/robot_environment.h"
+#include "kavo/motion_planning/rrt/basic_rrt.h"
 #include "kavo/motion_planning/rrt/bi_rrt.h"
+#include "kavo/motion_planning/rrt/jt_rrt.h"
 #include "kavo/motion_planning/rrt/rrt_connect.h"
 #include "kavo/motion_planning/rrt/search_status.h"
 #include "kavo/motion_planning/util/motion_shortening.h"
@@ -43,7 +46,7 @@ struct FoundPath {
   std::uint64_t num_raw_waypoints = 0;
   //! Extensions that the search made.
   std::uint64_t num_iterations = 0;
-  //! Nodes of both trees at its end.
+  //! Nodes of its trees at the end.
   std::uint64_t num_nodes = 0;
 
   //! Whether there is a path.
@@ -73,6 +76,17 @@ struct FoundPath {
 KAVO_EXPORT FoundPath FindPath(const std::shared_ptr<Environment>& environment,
                                const RRTConnectConfig& config, const Eigen::VectorXd& q_start,
                                const Eigen::VectorXd& q_target, const FindPathOptions& options = {});
+
+//! The same by `CreateBasicRRT`, in three dimensions and one tree.
+KAVO_EXPORT FoundPath FindPath(const std::shared_ptr<Environment>& environment, const BasicRRTConfig& config,
+                               const Eigen::VectorXd& q_start, const Eigen::VectorXd& q_target,
+                               const FindPathOptions& options = {});
+
+//! The same by `CreateJtRRT`, to a position of the task-space frame (metres, relative to the robot's base).
+//! \param environment Must sample task space.
+KAVO_EXPORT FoundPath FindPath(const std::shared_ptr<RobotEnvironment>& environment,
+                               const JtRRTConfig& config, const Eigen::VectorXd& q_start,
+                               const Eigen::Vector3d& x_target, const FindPathOptions& options = {});
 
 //! The same by whole motions: `CreateBiRRT` and `ShortenByMotions`. Every motion of the path was found valid
 //! by `Environment::IsValidMotion`, which an environment may override by an exact answer.
