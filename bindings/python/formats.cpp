@@ -11,6 +11,8 @@
 
 #include "bindings/python/bindings.h"
 #include "kavo/formats/mesh_file.h"
+#include "kavo/formats/octree_file.h"
+#include "kavo/formats/point_cloud_file.h"
 #include "kavo/formats/robot_in_scene.h"
 #include "kavo/formats/scene.h"
 #include "kavo/kinematics/interface/robot_description_internal.h"
@@ -90,6 +92,17 @@ MeshObstacle LoadMesh(const std::filesystem::path& file, const Eigen::Vector3d& 
   return {formats::ReadMesh(file.string(), scale)};
 }
 
+PointCloudObstacle LoadPointCloud(const std::string& file, double radius,
+                                  const std::optional<double>& voxel_size) {
+  const py::gil_scoped_release released;
+  return {formats::ReadPointCloud(file, {radius, voxel_size}).cloud};
+}
+
+OctreeObstacle LoadOctree(const std::string& file, bool unknown_is_occupied) {
+  const py::gil_scoped_release released;
+  return {std::make_shared<const Octree>(formats::ReadOctree(file, {unknown_is_occupied}))};
+}
+
 }  // namespace
 
 void DefineFormats(py::module_& module) {
@@ -127,6 +140,21 @@ Args:
     q: Where the robot is (dof,); its default configuration unless given.)");
   module.def("load_mesh", &LoadMesh, py::arg("file"), py::arg("scale") = Eigen::Vector3d(1.0, 1.0, 1.0),
              "Reads a `Mesh` from an STL, OBJ, DAE or PLY file; `scale` is by axis (3,).");
+  module.def("load_point_cloud", &LoadPointCloud, py::arg("file"), py::kw_only(), py::arg("radius") = 0.0,
+             py::arg("voxel_size") = py::none(),
+             R"(Reads a `PointCloud` from a PCD or PLY file, or from text of a point in each line. Metres.
+
+Points that are not finite are left out.
+
+Args:
+    radius: Of each point.
+    voxel_size: All points in a cube of this edge become one, which holds the balls of all of them.)");
+  module.def("load_octree", &LoadOctree, py::arg("file"), py::kw_only(),
+             py::arg("unknown_is_occupied") = false,
+             R"(Reads an `Octree` from a file of OctoMap, binary (.bt) or full (.ot). Metres.
+
+Args:
+    unknown_is_occupied: Whether what it does not know counts, within the smallest box around what it knows.)");
 }
 
 }  // namespace kavo::python

@@ -22,9 +22,14 @@
 #include "kavo/motion_planning/environment/basic_3d_environment.h"
 #include "kavo/motion_planning/environment/environment.h"
 #include "kavo/motion_planning/environment/robot_environment.h"
+#include "kavo/motion_planning/environment/robot_environment_config.h"
+#include "kavo/motion_planning/interface/motion_planner_config.h"
+#include "kavo/motion_planning/rrt/basic_rrt.h"
 #include "kavo/motion_planning/rrt/bi_rrt.h"
 #include "kavo/motion_planning/rrt/find_path.h"
+#include "kavo/motion_planning/rrt/jt_rrt.h"
 #include "kavo/motion_planning/rrt/rrt_connect.h"
+#include "kavo/motion_planning/spatial_data_structures/r_star_tree.h"
 #include "kavo/motion_planning/tree/basic_tree.h"
 #include "kavo/motion_planning/tree/distance_metrics.h"
 #include "kavo/motion_planning/tree/fast_tree.h"
@@ -207,6 +212,12 @@ struct PythonEnvironment {
   Eigen::Index Dimension() const { return environment->CSpaceDimension(); }
 };
 
+struct RobotPythonEnvironment : PythonEnvironment {
+  using PythonEnvironment::PythonEnvironment;
+
+  planning::RobotEnvironment& Get() const { return static_cast<planning::RobotEnvironment&>(*environment); }
+};
+
 py::array_t<bool> AreValid(PythonEnvironment& self,
                            const py::array_t<double, py::array::c_style | py::array::forcecast>& q) {
   if (q.ndim() != 2) {
@@ -302,50 +313,71 @@ Args:
            }),
            py::arg("world"), py::arg("lower"), py::arg("upper"), py::kw_only(),
            py::arg("max_sampling") = 10000, py::arg("seed") = 1);
-  struct OfRobot : PythonEnvironment {
-    using PythonEnvironment::PythonEnvironment;
-    planning::RobotEnvironment& Get() const { return static_cast<planning::RobotEnvironment&>(*environment); }
-  };
-  py::class_<OfRobot, PythonEnvironment>(module, "RobotEnvironment",
-                                         "A robot among the obstacles of a world.")
-      .def(
-          py::init([](const Robot& robot, const World& world, const std::optional<Eigen::VectorXd>& weights,
-                      int max_sampling, int seed) {
-            return std::make_unique<OfRobot>(planning::CreateRobotEnvironment(
-                {robot.description.get(), world.view(),
-                 weights.value_or(Eigen::VectorXd::Ones(robot.NumCoordinates())), max_sampling, seed, seed}));
-          }),
-          py::arg("robot"), py::arg("world"), py::kw_only(), py::arg("weights") = py::none(),
-          py::arg("max_sampling") = 10000, py::arg("seed") = 1)
+  py::class_<RobotPythonEnvironment, PythonEnvironment>(module, "RobotEnvironment",
+                                                        R"(A robot among the obstacles of a world.
+
+Args:
+    weights: Of the squared distance (dof,); ones unless given.
+    max_sampling: Random configurations tried for a valid one.
+    seed: Coordinate i is drawn with `seed` + i.
+    frame: Whose position `find_by_jt_rrt` plans to; the last one unless given.
+    task_space_limits: The box in which positions are drawn for that (3, 2): lower and upper, metres.)")
+      .def(py::init([](const Robot& robot, const World& world, const std::optional<Eigen::VectorXd>& weights,
+                       int max_sampling, int seed, const std::string& frame,
+                       const std::optional<Eigen::Matrix<double, 3, 2>>& task_space_limits) {
+             planning::RobotEnvironmentConfig config(
+                 robot.description.get(), world.view(),
+                 weights.value_or(Eigen::VectorXd::Ones(robot.NumCoordinates())), max_sampling, seed, seed);
+             if (!frame.empty() && !config.SetTaskSpaceFrame(frame)) {
+               throw py::value_error("the robot has no frame '" + frame + "'");
+             }
+             if (task_space_limits) {
+               config.SetTaskSpaceLimits({task_space_limits->col(0), task_space_limits->col(1)});
+             }
+             return std::make_unique<RobotPythonEnvironment>(planning::CreateRobotEnvironment(config));
+           }),
+           py::arg("robot"), py::arg("world"), py::kw_only(), py::arg("weights") = py::none(),
+           py::arg("max_sampling") = 10000, py::arg("seed") = 1, py::arg("frame") = "",
+           py::arg("task_space_limits") = py::none())
       .def(
           "fault",
-          [](OfRobot& self, const Eigen::VectorXd& q) {
+          [](RobotPythonEnvironment& self, const Eigen::VectorXd& q) {
             const Turn turn(self.is_in_use);
             return self.Get().FindFault(q);
           },
           py::arg("q"), "Why a configuration (dof,) is not valid: a `Fault`, or None if it is.")
       .def(
           "update_world",
-          [](OfRobot& self) {
+          [](RobotPythonEnvironment& self) {
             const Turn turn(self.is_in_use);
             self.Get().UpdateWorldView();
           },
           "Takes the world as it is now.");
 }
 
-template <typename Config>
-py::object Find(PythonEnvironment& self, const Config& config, const Eigen::VectorXd& start,
-                const Eigen::VectorXd& target, planning::FindPathOptions options,
-                const std::optional<double>& timeout, const py::object& stop) {
+// \param environment That of `self`, of its own type.
+template <typename Environment, typename Config, typename Target>
+py::object Find(PythonEnvironment& self, const std::shared_ptr<Environment>& environment,
+                const Config& config, const Eigen::VectorXd& start, const Target& target,
+                planning::FindPathOptions options, const std::optional<double>& timeout,
+                const py::object& stop) {
   const Turn turn(self.is_in_use);
   Control control;
   options.stop_condition = control.Condition();
   const planning::FoundPath found = Run(control, timeout, stop, [&] {
-    return planning::FindPath(self.environment, config, start, target, options);
+    return planning::FindPath(environment, config, start, target, options);
   });
   return MakeRecord("FoundPath", planning::ToString(found.status), ToArray(found.path, self.Dimension()),
                     found.was_shortening_stopped, found.num_raw_waypoints, found.num_iterations,
                     found.num_nodes);
+}
+
+planning::FindPathOptions ShortCuts(bool shorten, int number, unsigned int seed) {
+  planning::FindPathOptions options;
+  options.shorten = shorten;
+  options.num_short_cuts = number;
+  options.short_cut_seed = seed;
+  return options;
 }
 
 py::object FindByRrtConnect(PythonEnvironment& self, const Eigen::VectorXd& start,
@@ -355,11 +387,33 @@ py::object FindByRrtConnect(PythonEnvironment& self, const Eigen::VectorXd& star
                             const std::optional<double>& timeout, const py::object& stop) {
   planning::RRTConnectConfig config(step_size, max_iterations, exploration_fraction);
   config.max_nodes = max_nodes;
-  planning::FindPathOptions options;
-  options.shorten = shorten;
-  options.num_short_cuts = num_short_cuts;
-  options.short_cut_seed = short_cut_seed;
-  return Find(self, config, start, target, options, timeout, stop);
+  return Find(self, self.environment, config, start, target,
+              ShortCuts(shorten, num_short_cuts, short_cut_seed), timeout, stop);
+}
+
+py::object FindByBasicRrt(PythonEnvironment& self, const Eigen::VectorXd& start,
+                          const Eigen::VectorXd& target, double step_size, double tolerance,
+                          unsigned long max_iterations, std::uint64_t max_nodes, bool shorten,
+                          int num_short_cuts, unsigned int short_cut_seed,
+                          const std::optional<double>& timeout, const py::object& stop) {
+  planning::BasicRRTConfig config(Eigen::VectorXd::Constant(self.Dimension(), tolerance), step_size,
+                                  max_iterations, false);
+  config.max_nodes = max_nodes;
+  return Find(self, self.environment, config, start, target,
+              ShortCuts(shorten, num_short_cuts, short_cut_seed), timeout, stop);
+}
+
+py::object FindByJtRrt(RobotPythonEnvironment& self, const Eigen::VectorXd& start,
+                       const Eigen::Vector3d& position, double step_size, const Eigen::Vector3d& zone,
+                       double tolerance, double exploitation_fraction, double exploration_fraction,
+                       std::size_t max_iterations, std::uint64_t max_nodes, int seed, bool shorten,
+                       int num_short_cuts, unsigned int short_cut_seed, const std::optional<double>& timeout,
+                       const py::object& stop) {
+  planning::JtRRTConfig config(step_size, zone, tolerance, exploitation_fraction, exploration_fraction,
+                               max_iterations, false, seed);
+  config.max_nodes = max_nodes;
+  return Find(self, std::static_pointer_cast<planning::RobotEnvironment>(self.environment), config, start,
+              position, ShortCuts(shorten, num_short_cuts, short_cut_seed), timeout, stop);
 }
 
 py::object FindByBiRrt(PythonEnvironment& self, const Eigen::VectorXd& start, const Eigen::VectorXd& target,
@@ -384,18 +438,19 @@ py::object FindByBiRrt(PythonEnvironment& self, const Eigen::VectorXd& start, co
   planning::FindPathOptions options;
   options.shorten = shorten;
   options.effort = effort;
-  return Find(self, config, start, target, options, timeout, stop);
+  return Find(self, self.environment, config, start, target, options, timeout, stop);
 }
 
 py::array_t<double> ShortCircuit(PythonEnvironment& self, const Numbers& path, double step_size,
-                                 int max_iterations, unsigned int seed) {
+                                 int max_iterations, unsigned int seed, const std::optional<double>& timeout,
+                                 const py::object& stop) {
   const Configurations configurations = ToConfigurations(path);
   if (path.shape(1) != self.Dimension()) {
     throw py::value_error("expected configurations of " + std::to_string(self.Dimension()) + " coordinates");
   }
   const Turn turn(self.is_in_use);
   Control control;
-  return ToArray(Run(control, std::nullopt, py::none(),
+  return ToArray(Run(control, timeout, stop,
                      [&] {
                        return planning::ShortCircuitPathUntil(control.Condition(), configurations,
                                                               self.environment, step_size, max_iterations,
@@ -405,11 +460,12 @@ py::array_t<double> ShortCircuit(PythonEnvironment& self, const Numbers& path, d
                  self.Dimension());
 }
 
-py::array_t<double> Shorten(PythonEnvironment& self, const Numbers& path, int effort, double resolution) {
+py::array_t<double> Shorten(PythonEnvironment& self, const Numbers& path, int effort, double resolution,
+                            const std::optional<double>& timeout, const py::object& stop) {
   const Configurations configurations = ToConfigurations(path);
   const Turn turn(self.is_in_use);
   Control control;
-  return ToArray(Run(control, std::nullopt, py::none(),
+  return ToArray(Run(control, timeout, stop,
                      [&] {
                        return planning::ShortenByMotions(configurations, *self.environment,
                                                          {effort, resolution, control.Condition()});
@@ -430,6 +486,41 @@ void DefineSearches(py::module_& module) {
              R"(A path in any environment, in steps of an equal length. Returns a `FoundPath`.
 
 One query after another goes on in the environment's random sequence. `timeout` and `stop` as for `Planner`.)");
+  const planning::MotionPlannerConfig of_planner(LoadThreeLinkArmRobotDescription());
+  module.def("find_by_basic_rrt", &FindByBasicRrt, py::arg("environment"), py::arg("start"),
+             py::arg("target"), py::kw_only(), py::arg("step_size") = 0.1, py::arg("tolerance") = 0.1,
+             py::arg("max_iterations") = 10000, py::arg("max_nodes") = planning::kDefaultMaxNodes,
+             py::arg("shorten") = options.shorten, py::arg("num_short_cuts") = options.num_short_cuts,
+             py::arg("short_cut_seed") = options.short_cut_seed, py::arg("timeout") = py::none(),
+             py::arg("stop") = py::none(),
+             R"(A path in an environment of three dimensions, by one tree. Returns a `FoundPath`.
+
+`tolerance` is how far, by coordinate, from the target a node may be for the last edge, which is not checked. All else as
+for `find_by_rrt_connect`.)");
+  module.def(
+      "find_by_jt_rrt", &FindByJtRrt, py::arg("environment"), py::arg("start"), py::arg("position"),
+      py::kw_only(), py::arg("step_size") = of_planner.step_size,
+      py::arg("zone") = of_planner.x_target_zone_tolerance,
+      py::arg("tolerance") = of_planner.x_target_final_tolerance,
+      py::arg("exploitation_fraction") = of_planner.task_space_exploitation_fraction,
+      py::arg("exploration_fraction") = of_planner.task_space_exploration_fraction,
+      py::arg("max_iterations") = 10000, py::arg("max_nodes") = planning::kDefaultMaxNodes,
+      py::arg("seed") = 1, py::arg("shorten") = options.shorten,
+      py::arg("num_short_cuts") = options.num_short_cuts, py::arg("short_cut_seed") = options.short_cut_seed,
+      py::arg("timeout") = py::none(), py::arg("stop") = py::none(),
+      R"(A path of a robot to a position of a frame, along the transposed Jacobian. Returns a `FoundPath`.
+
+Args:
+    environment: A `RobotEnvironment` with `task_space_limits`.
+    start: (dof,).
+    position: (3,), metres, relative to the base.
+    step_size: Of one extension, in c-space.
+    zone: Half-widths of the box around the position in which the last stretch begins (3,); that is not checked.
+    tolerance: How near that has to get. Metres.
+    exploitation_fraction: Share of the extensions towards the position.
+    exploration_fraction: Share of those towards random positions; the rest go towards random configurations.
+
+All else as for `find_by_rrt_connect`.)");
   module.def("find_by_bi_rrt", &FindByBiRrt, py::arg("environment"), py::arg("start"), py::arg("target"),
              py::kw_only(), py::arg("range") = bi_rrt.range, py::arg("balance") = bi_rrt.balance,
              py::arg("domain") = bi_rrt.domain, py::arg("samples") = planning::ToString(bi_rrt.samples),
@@ -438,13 +529,17 @@ One query after another goes on in the environment's random sequence. `timeout` 
              py::arg("shorten") = options.shorten, py::arg("effort") = options.effort,
              py::arg("timeout") = py::none(), py::arg("stop") = py::none(),
              "A path in any environment, by whole motions. Returns a `FoundPath`.");
-  module.def("short_circuit_path", &ShortCircuit, py::arg("environment"), py::arg("path"),
-             py::arg("step_size"), py::arg("max_iterations") = options.num_short_cuts,
-             py::arg("seed") = options.short_cut_seed,
-             "A path (N, dimension) shortened by straight short cuts between its waypoints.");
+  module.def(
+      "short_circuit_path", &ShortCircuit, py::arg("environment"), py::arg("path"), py::arg("step_size"),
+      py::arg("max_iterations") = options.num_short_cuts, py::arg("seed") = options.short_cut_seed,
+      py::kw_only(), py::arg("timeout") = py::none(), py::arg("stop") = py::none(),
+      "A path (N, dimension) shortened by straight short cuts between its waypoints; as short as it is "
+      "by then where `timeout` or `stop` end it.");
   module.def("shorten_by_motions", &Shorten, py::arg("environment"), py::arg("path"),
-             py::arg("effort") = options.effort, py::arg("resolution") = 0.0,
-             "A path (N, dimension) shortened by whole motions; its start stays, and it never gets longer.");
+             py::arg("effort") = options.effort, py::arg("resolution") = 0.0, py::kw_only(),
+             py::arg("timeout") = py::none(), py::arg("stop") = py::none(),
+             "A path (N, dimension) shortened by whole motions; its start stays, and it never gets longer. "
+             "`timeout` and `stop` as above.");
 }
 
 // A tree whose nodes Python knows by their numbers, in the order in which they came.
@@ -535,18 +630,119 @@ class NumberedTree {
   mutable std::atomic<bool> is_in_use_ = false;
 };
 
-planning::RStarTreeConfig DefaultIndex(int dimension, int min_entries, int max_entries) {
+planning::RStarTreeConfig IndexConfig(
+    int dimension, int min_entries, int max_entries, int num_entries_to_prune = 0,
+    planning::EntrySplitterType splitter = planning::EntrySplitterType::kStar) {
   using planning::SelectionMetric;
   return {dimension,
           min_entries,
           max_entries,
-          /*num_entries_to_prune=*/0,
+          num_entries_to_prune,
           /*max_approx_cost_evals_for_selection=*/8,
-          planning::EntrySplitterType::kStar,
+          splitter,
           /*internal_node_selection_metric=*/SelectionMetric::kMinimumCentroidDistance,
           /*leaf_parent_selection_metric=*/SelectionMetric::kMinimumVolumeIncrease,
           /*reinsertion_selection_metric=*/SelectionMetric::kMinimumCentroidDistance,
           /*approx_nearest_neighbor_selection_metric=*/SelectionMetric::kMinimumCentroidDistance};
+}
+
+// Boxes that Python knows by their numbers, in the order in which they came.
+class NumberedBoxes {
+ public:
+  explicit NumberedBoxes(const planning::RStarTreeConfig& config)
+      : dimension_(config.dimension), tree_(config) {}
+
+  std::size_t Size() const { return corners_.size(); }
+
+  void Add(const Numbers& lower, const std::optional<Numbers>& upper) {
+    const Configurations lowest = ToRows(lower);
+    const Configurations highest = upper ? ToRows(*upper) : lowest;
+    if (lowest.size() != highest.size()) {
+      throw py::value_error("expected as many upper corners as lower ones");
+    }
+    for (std::size_t i = 0; i < lowest.size(); ++i) {
+      if (!lowest[i].allFinite() || !highest[i].allFinite() ||
+          (lowest[i].array() > highest[i].array()).any()) {
+        throw py::value_error("box " + std::to_string(i) +
+                              " is not finite, or has a lower corner above its upper one");
+      }
+    }
+    for (std::size_t i = 0; i < lowest.size(); ++i) {
+      tree_.Insert({lowest[i].data(), highest[i].data()}, corners_.size());
+      corners_.emplace_back(lowest[i], highest[i]);
+    }
+  }
+
+  py::tuple Nearest(const Numbers& points, bool is_approximate) const {
+    if (corners_.empty()) {
+      throw py::value_error("the tree is empty");
+    }
+    const Configurations rows = ToRows(points);
+    const auto count = static_cast<py::ssize_t>(rows.size());
+    py::array_t<std::int64_t> boxes(count);
+    py::array_t<double> distances(count);
+    std::int64_t* box = boxes.mutable_data();
+    double* distance = distances.mutable_data();
+    for (const Eigen::VectorXd& point : rows) {
+      const std::size_t nearest =
+          is_approximate ? tree_.ApproxNearestNeighbor(point.data()) : tree_.NearestNeighbor(point.data());
+      *box++ = static_cast<std::int64_t>(nearest);
+      const auto& [lowest, highest] = corners_[nearest];
+      *distance++ = (point - point.cwiseMax(lowest).cwiseMin(highest)).norm();
+    }
+    return py::make_tuple(boxes, distances);
+  }
+
+ private:
+  Configurations ToRows(const Numbers& rows) const {
+    Configurations all = ToConfigurations(rows);
+    if (rows.shape(0) > 0 && rows.shape(1) != dimension_) {
+      throw py::value_error("expected rows of " + std::to_string(dimension_) + " coordinates");
+    }
+    return all;
+  }
+
+  int dimension_;
+  planning::RStarTree<std::size_t> tree_;
+  std::vector<std::pair<Eigen::VectorXd, Eigen::VectorXd>> corners_;
+};
+
+void DefineBoxes(py::module_& module) {
+  using planning::EntrySplitterType;
+  py::class_<NumberedBoxes>(
+      module, "RStarTree",
+      R"(An index of boxes and points that answers which of them is nearest to a point. It only grows.
+
+Boxes are known by their numbers, in the order in which they came. What is no such tree is a `FatalError`.
+
+Args:
+    dimension: Of the boxes.
+    min_entries_per_node, max_entries_per_node: At least 2, and twice the former.
+    num_reinserted: How many entries leave a node that is too full, before it is split, and are added anew.
+    split: "star" (by margins and overlaps: the better tree) or "basic" (by two seeds: faster).)")
+      .def(py::init([](int dimension, int min_entries, int max_entries, int num_reinserted,
+                       const std::string& split) {
+             if (split != "star" && split != "basic") {
+               throw py::value_error("unknown split '" + split + "': it is 'star' or 'basic'");
+             }
+             return NumberedBoxes(
+                 IndexConfig(dimension, min_entries, max_entries, num_reinserted,
+                             split == "star" ? EntrySplitterType::kStar : EntrySplitterType::kBasic));
+           }),
+           py::arg("dimension"), py::kw_only(), py::arg("min_entries_per_node") = 64,
+           py::arg("max_entries_per_node") = 128, py::arg("num_reinserted") = 0, py::arg("split") = "star")
+      .def("__len__", &NumberedBoxes::Size)
+      .def("add", &NumberedBoxes::Add, py::arg("lower"), py::arg("upper") = py::none(),
+           "Adds boxes by their corners (N, dimension), or points by these alone.")
+      .def("nearest", &NumberedBoxes::Nearest, py::arg("points"), py::arg("approximate") = false,
+           R"(The nearest boxes.
+
+Args:
+    points: (N, dimension).
+    approximate: Whether the nearest one of a leaf near the point will do.
+
+Returns:
+    Their numbers (N,) and distances (N,), zero inside.)");
 }
 
 void DefineTrees(py::module_& module) {
@@ -585,7 +781,7 @@ Returns:
       "fast_tree",
       [](int dimension, int min_entries, int max_entries) {
         return std::make_unique<NumberedTree>(planning::CreateFastTree(
-            planning::FastTreeConfig(DefaultIndex(dimension, min_entries, max_entries))));
+            planning::FastTreeConfig(IndexConfig(dimension, min_entries, max_entries))));
       },
       py::arg("dimension"), py::kw_only(), py::arg("min_entries_per_node") = 64,
       py::arg("max_entries_per_node") = 128,
@@ -608,6 +804,7 @@ void DefineResearch(py::module_& module) {
   DefineEnvironments(module);
   DefineSearches(module);
   DefineTrees(module);
+  DefineBoxes(module);
 }
 
 }  // namespace kavo::python

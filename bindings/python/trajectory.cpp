@@ -2,11 +2,13 @@
 
 #include <pybind11/stl.h>
 
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "bindings/python/goals.h"
 #include "bindings/python/records.h"
+#include "kavo/formats/trajectory_file.h"
 #include "kavo/motion_planning/interface/time_path.h"
 #include "kavo/world/world.h"
 
@@ -52,6 +54,23 @@ py::object At(const Trajectory& trajectory, const Numbers& times) {
   return ToRecord(states, trajectory.Dimension());
 }
 
+std::string ToText(const Trajectory& trajectory, const std::vector<std::string>& names, double period,
+                   const std::string& form) {
+  const std::optional<formats::TrajectoryForm> known = formats::TrajectoryFormOf("samples." + form);
+  if (!known) {
+    throw py::value_error("unknown form '" + form + "': it is 'csv', 'json' or 'yaml'");
+  }
+  formats::TrajectorySamples samples;
+  samples.joint_names = names;
+  for (const Trajectory::State& state : trajectory.Samples(period)) {
+    samples.times.push_back(state.time);
+    samples.positions.push_back(state.position);
+    samples.velocities.push_back(state.velocity);
+    samples.accelerations.push_back(state.acceleration);
+  }
+  return formats::ToText(samples, *known);
+}
+
 Trajectory MakeTrajectory(const Numbers& path, const Robot& robot, const World& world,
                           const py::object& limits, double deviation, const std::vector<std::size_t>& stops,
                           bool limit_jerk) {
@@ -84,6 +103,13 @@ Each coordinate is a polynomial in time, piece by piece. Seconds; radians, or me
           },
           py::arg("period"),
           "The `State` at all multiples of a period (seconds), and at the end: (N,) and (N, dof).")
+      .def("to_text", &ToText, py::arg("names"), py::arg("period") = 0.01, py::arg("form") = "csv",
+           R"(The samples as `kavo plan --trajectory` writes them.
+
+Args:
+    names: Of the coordinates, such as `Robot.coordinate_names`.
+    period: Seconds between samples.
+    form: "csv", "json" or "yaml", a joint-trajectory message.)")
       .def(
           "limit_use",
           [](const Trajectory& trajectory, const py::object& limits) {

@@ -334,6 +334,7 @@ class Trajectory:
     def waypoint_times(self) -> List[float]: ...
     def at(self, time: ArrayLike) -> State: ...
     def samples(self, period: float) -> State: ...
+    def to_text(self, names: Sequence[str], period: float = ..., form: str = ...) -> str: ...
     def limit_use(self, limits: MotionLimits) -> List[float]: ...
 
 class Scene:
@@ -392,6 +393,8 @@ class RobotEnvironment(Environment):
         weights: Optional[ArrayLike] = ...,
         max_sampling: int = ...,
         seed: int = ...,
+        frame: str = ...,
+        task_space_limits: Optional[ArrayLike] = ...,
     ) -> None: ...
     def fault(self, q: ArrayLike) -> Optional[Fault]: ...
     def update_world(self) -> None: ...
@@ -403,6 +406,20 @@ class Tree:
     def add(self, configurations: ArrayLike, parents: ArrayLike) -> None: ...
     def closest(self, queries: ArrayLike, approximate: bool = ...) -> Tuple[Indices, Array]: ...
     def backtrace(self, node: int) -> List[int]: ...
+
+class RStarTree:
+    def __init__(
+        self,
+        dimension: int,
+        *,
+        min_entries_per_node: int = ...,
+        max_entries_per_node: int = ...,
+        num_reinserted: int = ...,
+        split: str = ...,
+    ) -> None: ...
+    def __len__(self) -> int: ...
+    def add(self, lower: ArrayLike, upper: Optional[ArrayLike] = ...) -> None: ...
+    def nearest(self, points: ArrayLike, approximate: bool = ...) -> Tuple[Indices, Array]: ...
 
 def basic_tree(dimension: int, metric: Metric = ...) -> Tree: ...
 def fast_tree(dimension: int, *, min_entries_per_node: int = ..., max_entries_per_node: int = ...) -> Tree: ...
@@ -416,6 +433,40 @@ def find_by_rrt_connect(
     max_iterations: int = ...,
     exploration_fraction: float = ...,
     max_nodes: int = ...,
+    shorten: bool = ...,
+    num_short_cuts: int = ...,
+    short_cut_seed: int = ...,
+    timeout: Optional[float] = ...,
+    stop: Stop = ...,
+) -> FoundPath: ...
+def find_by_basic_rrt(
+    environment: Environment,
+    start: ArrayLike,
+    target: ArrayLike,
+    *,
+    step_size: float = ...,
+    tolerance: float = ...,
+    max_iterations: int = ...,
+    max_nodes: int = ...,
+    shorten: bool = ...,
+    num_short_cuts: int = ...,
+    short_cut_seed: int = ...,
+    timeout: Optional[float] = ...,
+    stop: Stop = ...,
+) -> FoundPath: ...
+def find_by_jt_rrt(
+    environment: RobotEnvironment,
+    start: ArrayLike,
+    position: ArrayLike,
+    *,
+    step_size: float = ...,
+    zone: ArrayLike = ...,
+    tolerance: float = ...,
+    exploitation_fraction: float = ...,
+    exploration_fraction: float = ...,
+    max_iterations: int = ...,
+    max_nodes: int = ...,
+    seed: int = ...,
     shorten: bool = ...,
     num_short_cuts: int = ...,
     short_cut_seed: int = ...,
@@ -441,10 +492,23 @@ def find_by_bi_rrt(
     stop: Stop = ...,
 ) -> FoundPath: ...
 def short_circuit_path(
-    environment: Environment, path: ArrayLike, step_size: float, max_iterations: int = ..., seed: int = ...
+    environment: Environment,
+    path: ArrayLike,
+    step_size: float,
+    max_iterations: int = ...,
+    seed: int = ...,
+    *,
+    timeout: Optional[float] = ...,
+    stop: Stop = ...,
 ) -> Array: ...
 def shorten_by_motions(
-    environment: Environment, path: ArrayLike, effort: int = ..., resolution: float = ...
+    environment: Environment,
+    path: ArrayLike,
+    effort: int = ...,
+    resolution: float = ...,
+    *,
+    timeout: Optional[float] = ...,
+    stop: Stop = ...,
 ) -> Array: ...
 def check_path(
     robot: Robot, world: World, path: ArrayLike, step_size: float = ..., *, timeout: Optional[float] = ...
@@ -472,4 +536,6 @@ def time_path(
 def franka_motion_limits() -> MotionLimits: ...
 def _has_page() -> bool: ...
 def load_mesh(file: File, scale: ArrayLike = ...) -> Mesh: ...
+def load_point_cloud(file: File, *, radius: float = ..., voxel_size: Optional[float] = ...) -> PointCloud: ...
+def load_octree(file: File, *, unknown_is_occupied: bool = ...) -> Octree: ...
 def set_log_level(level: int) -> int: ...

@@ -105,6 +105,8 @@ def test_goals_lines_stages_and_trajectories(scene):
     assert samples.position.shape == samples.velocity.shape == (len(samples.time), 7)
     assert (np.abs(samples.velocity) <= limits.velocity * (1.0 + 1e-9)).all()
     np.testing.assert_array_equal(trajectory.at(samples.time[3:5]).position, samples.position[3:5])
+    written = np.loadtxt(trajectory.to_text(robot.coordinate_names, 0.01).splitlines()[1:], delimiter=",")
+    np.testing.assert_array_equal(written, np.column_stack([*map(np.asarray, samples)]))
 
 
 class FrameReader(html.parser.HTMLParser):

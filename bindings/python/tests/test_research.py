@@ -36,6 +36,26 @@ def length(path):
     return np.linalg.norm(np.diff(path, axis=0), axis=1).sum()
 
 
+def test_planners_of_points_and_of_positions():
+    def outside_of_ball(q):
+        return np.linalg.norm(q, axis=1) > 0.5
+
+    room = kavo.CustomEnvironment((-1.0,) * 3, (1.0,) * 3, outside_of_ball)
+    found = kavo.find_by_basic_rrt(room, (-0.8, 0.0, 0.0), (0.8, 0.0, 0.0))
+    assert found and room.are_valid(found.path).all() and found.path[-1].tolist() == [0.8, 0.0, 0.0]
+    nodes_spent = kavo.find_by_basic_rrt(room, (-0.8, 0.0, 0.0), (0.8, 0.0, 0.0), max_nodes=3)
+    assert nodes_spent.status == "nodes spent"
+
+    robot = kavo.Robot.three_link_arm()
+    world = kavo.World()
+    world.add(kavo.Sphere(0.3), kavo.Pose3(translation=(1.7, 0.6, 0.0)), "ball")
+    limits = [(-2.0, 2.0), (-2.0, 2.0), (0.0, 0.0)]
+    environment = kavo.RobotEnvironment(robot, world, frame="tool", task_space_limits=limits)
+    found = kavo.find_by_jt_rrt(environment, (-0.4, 0.1, 0.2), (1.0, 1.2, 0.0), zone=(0.03, 0.03, 0.03))
+    assert found and kavo.check_path(robot, world, found.path)
+    np.testing.assert_allclose(robot.positions(found.path[-1:]), [(1.0, 1.2, 0.0)], atol=1e-5)
+
+
 def test_what_a_rule_raises_leaves_the_query():
     def broken(q):
         raise KeyError("rule")
@@ -98,3 +118,24 @@ def test_trees_find_the_nearest_of_all(tree, scales):
     with pytest.raises(ValueError, match="node 500 has parent 500"):
         tree.add(points[:1], [500])
     assert len(tree) == 500
+
+
+@pytest.mark.parametrize("options", [{}, {"split": "basic"}, {"num_reinserted": 3}])
+def test_an_index_finds_the_nearest_of_all_boxes(options):
+    rng = np.random.default_rng(4)
+    lower = rng.uniform(size=(400, 3))
+    upper = lower + rng.uniform(0.0, 0.1, size=(400, 3))
+    upper[:100] = lower[:100]
+    tree = kavo.RStarTree(3, min_entries_per_node=4, max_entries_per_node=10, **options)
+    tree.add(lower[:100])
+    tree.add(lower[100:], upper[100:])
+    points = rng.uniform(-0.5, 1.5, size=(50, 3))
+    distances = np.linalg.norm(points[:, None] - np.clip(points[:, None], lower, upper), axis=2)
+    boxes, nearest = tree.nearest(points)
+    np.testing.assert_array_equal(boxes, distances.argmin(axis=1))
+    np.testing.assert_allclose(nearest, distances.min(axis=1))
+    boxes, near = tree.nearest(points, approximate=True)
+    np.testing.assert_allclose(near, distances[np.arange(50), boxes])
+    with pytest.raises(ValueError, match="box 1"):
+        tree.add(lower[:2], [upper[0], (np.inf, 1.0, 1.0)])
+    assert len(tree) == 400

@@ -98,6 +98,20 @@ link_padding: [{link_name: tip, padding: 0.02}]
         assert contacts == [("tip", None), (None, "cup"), (None, "tip")]
 
 
+def test_clouds_and_octrees_from_files(tmp_path):
+    (tmp_path / "points.xyz").write_text("x y z\n0 0 0\nnan 0 0\n0.001 0 0\n1 0 0\n")
+    cloud = kavo.load_point_cloud(str(tmp_path / "points.xyz"), radius=0.02)
+    np.testing.assert_array_equal(cloud.points, [[0, 0, 0], [0.001, 0, 0], [1, 0, 0]])
+    assert (cloud.radii == 0.02).all()
+    assert len(kavo.load_point_cloud(str(tmp_path / "points.xyz"), voxel_size=0.1).points) == 2
+    # A root of which the first child is occupied, the fourth free, and nothing is known of the others.
+    header = b"# Octomap OcTree binary file\nid OcTree\nsize 1\nres 0.5\ndata\n"
+    (tmp_path / "map.bt").write_bytes(header + bytes([0b01000010, 0]))
+    octree = kavo.load_octree(str(tmp_path / "map.bt"))
+    assert len(octree.centers) == 1
+    assert len(kavo.load_octree(str(tmp_path / "map.bt"), unknown_is_occupied=True).centers) == 3
+
+
 def test_a_robot_in_code_and_what_it_holds():
     joint = kavo.Joint("turn", "revolute", "base", "arm", axis=(0, 0, 1), limits=(-2.0, 2.0))
     tool = kavo.Joint("tool", "fixed", "arm", "tool", kavo.Pose3(translation=(0.5, 0.0, 0.0)))
