@@ -4,10 +4,12 @@
 #include <cmath>
 #include <cstddef>
 #include <set>
+#include <stdexcept>
 #include <utility>
 
 #include "apps/kavo/command.h"
 #include "apps/kavo/text.h"
+#include "kavo/formats/request_goal.h"
 #include "kavo/formats/robot_in_scene.h"
 #include "kavo/kinematics/interface/kinematics_internal.h"
 #include "kavo/kinematics/interface/robot_description_internal.h"
@@ -17,11 +19,6 @@
 namespace kavo::command {
 
 namespace {
-
-// Of a turn that a request tolerates: none at all is beyond reach. Radians.
-constexpr double kLeastTolerance = 1e-4;
-// Of a joint, below and above together: a smaller one gains nothing.
-constexpr double kWideTolerance = 0.01;
 
 using Other = formats::LoadedRobot::OtherJoint;
 
@@ -97,6 +94,18 @@ void Situations::CheckFollowers(const std::string& what, const JointValues& join
     if (const double followed = other->second.value(q); !IsThere(value, followed)) {
       notes_.Say("joint " + Quoted(name) + " is at " + Number(value) + " by " + what +
                  ", but mimics another one and stands at " + Number(followed));
+    }
+  }
+}
+
+void Situations::CheckHeld(const std::string& file, const JointValues& joints,
+                           const formats::LoadedRobot& robot) {
+  for (const auto& [name, value] : joints) {
+    const auto other = robot.other_joints.find(name);
+    if (other != robot.other_joints.end() && other->second.kind == Other::Kind::kHeld &&
+        !IsThere(value, other->second.offset)) {
+      throw UnusableInput(file + ": found a goal with joint " + Quoted(name) + " at " + Number(value) +
+                          ", which is not planned for and stands at " + Number(other->second.offset));
     }
   }
 }
@@ -330,81 +339,35 @@ Pose3 Situations::FrameOf(const Target& target, const char* kind, const std::str
   return situation.base_pose.inverse();
 }
 
-PoseGoal Situations::PoseGoalOf(const formats::Request& request, const formats::Request::Goal& goal,
-                                Situation& situation) {
-  PoseGoal result;
-  Eigen::Vector3d position = Eigen::Vector3d::Zero();
-  Eigen::Quaterniond rotation = Eigen::Quaterniond::Identity();
-  result.free_translations = {true, true, true};
-  result.free_rotations = {true, true, true};
-  for (const formats::Request::PositionTarget& target : goal.positions) {
-    const Pose3 frame = FrameOf(target, "position", request.file, situation);
-    result.frame = target.link;
-    result.tool = Pose3::FromTranslation(target.offset);
-    result.free_translations = {false, false, false};
-    position = frame * target.position;
-    for (const PoseGoal::Region& region : target.regions) {
-      result.regions.push_back({region.shape, frame * region.pose});
-    }
-  }
-  for (const formats::Request::OrientationTarget& target : goal.orientations) {
-    const Pose3 frame = FrameOf(target, "orientation", request.file, situation);
-    result.frame = target.link;
-    result.free_rotations = {false, false, false};
-    rotation = (frame * Pose3::FromRotation(target.orientation)).rotation();
-    result.axis_tolerances = target.tolerances;
-    result.axis_tolerances->angles = target.tolerances.angles.cwiseMax(kLeastTolerance);
-  }
-  result.pose = Pose3(rotation, position);
-  return result;
-}
-
 Goal Situations::GoalOf(const formats::Request& request, const formats::Request::Goal& goal,
                         Situation& situation) {
   const formats::LoadedRobot& robot = *situation.robot;
-  // All constraints of one goal hold together.
-  const bool has_pose = !goal.positions.empty() || !goal.orientations.empty();
-  if (goal.positions.size() > 1 || goal.orientations.size() > 1 || (has_pose && !goal.joints.empty()) ||
-      (!goal.positions.empty() && !goal.orientations.empty() &&
-       goal.positions.front().link != goal.orientations.front().link)) {
-    throw UnusableInput(
-        request.file + ": found a goal of several positions or orientations, of several links, or of joint " +
-        "values and such; expected joint values, or a position, an orientation or both of " + "one link");
+  formats::FramePoses frames;
+  for (const formats::Request::PositionTarget& target : goal.positions) {
+    frames[target.frame] = FrameOf(target, "position", request.file, situation);
   }
-  if (has_pose) {
-    return PoseGoalOf(request, goal, situation);
+  for (const formats::Request::OrientationTarget& target : goal.orientations) {
+    frames[target.frame] = FrameOf(target, "orientation", request.file, situation);
   }
-  CheckNames(request.file, goal.joints);
-  bool names_any = false;
-  for (const auto& [name, value] : goal.joints) {
-    names_any = names_any || CoordinateOf(*robot.description, name);
-    const auto other = robot.other_joints.find(name);
-    if (other != robot.other_joints.end() && other->second.kind == Other::Kind::kHeld &&
-        !IsThere(value, other->second.offset)) {
-      throw UnusableInput(request.file + ": found a goal with joint " + Quoted(name) + " at " +
-                          Number(value) + ", which is not planned for and stands at " +
-                          Number(other->second.offset));
+  const bool has_joints_alone = goal.positions.empty() && goal.orientations.empty();
+  if (has_joints_alone) {
+    CheckNames(request.file, goal.joints);
+    CheckHeld(request.file, goal.joints, robot);
+  }
+  Goal result = [&] {
+    try {
+      return formats::GoalOf(goal, *robot.description, situation.start, frames);
+    } catch (const std::invalid_argument& fault) {
+      throw UnusableInput(request.file + ": " + fault.what());
     }
+  }();
+  if (has_joints_alone) {
+    auto* const range = std::get_if<ConfigurationGoal>(&result);
+    Eigen::VectorXd& target = range != nullptr ? range->configuration : std::get<Eigen::VectorXd>(result);
+    rules_.PutOnLimits(*robot.description, "the goal", target, notes_);
+    CheckFollowers("the goal", goal.joints, robot, target);
   }
-  if (!names_any) {
-    throw UnusableInput(request.file +
-                        ": found a goal that names none of the robot's joints, expected some of " +
-                        Join(JointNames(*robot.description), ","));
-  }
-  Eigen::VectorXd target = formats::ConfigurationFromJoints(*robot.description, goal.joints, situation.start);
-  rules_.PutOnLimits(*robot.description, "the goal", target, notes_);
-  CheckFollowers("the goal", goal.joints, robot, target);
-  const Eigen::VectorXd zero = Eigen::VectorXd::Zero(target.size());
-  ConfigurationGoal with_tolerances{target, zero, zero};
-  bool is_wide = false;
-  for (const auto& [name, tolerances] : goal.joint_tolerances) {
-    if (const auto i = CoordinateOf(*robot.description, name)) {
-      with_tolerances.below[static_cast<Eigen::Index>(*i)] = tolerances.first;
-      with_tolerances.above[static_cast<Eigen::Index>(*i)] = tolerances.second;
-      is_wide = is_wide || tolerances.first + tolerances.second > kWideTolerance;
-    }
-  }
-  return is_wide ? Goal(with_tolerances) : Goal(target);
+  return result;
 }
 
 std::vector<Goal> Situations::GoalsOf(const formats::Request& request, Situation& situation) {

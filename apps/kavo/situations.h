@@ -56,14 +56,14 @@ class Situations {
   void CheckState(const JointValues& state, const formats::LoadedRobot& robot, const Eigen::VectorXd& start);
   void CheckFollowers(const std::string& what, const JointValues& joints, const formats::LoadedRobot& robot,
                       const Eigen::VectorXd& q);
+  static void CheckHeld(const std::string& file, const JointValues& joints,
+                        const formats::LoadedRobot& robot);
   void CutOutRobot(double margin, const formats::FramePoses& frames, const Situation& situation,
                    formats::Scene& scene);
   static void TakeAttached(const formats::Request& request, std::vector<formats::Scene>& scenes);
   std::shared_ptr<RobotDescription> Attach(const std::vector<formats::Scene>& scenes, Situation& situation);
   void PlaceObjects(std::vector<formats::Scene>& scenes, Situation& situation);
   Goal GoalOf(const formats::Request& request, const formats::Request::Goal& goal, Situation& situation);
-  PoseGoal PoseGoalOf(const formats::Request& request, const formats::Request::Goal& goal,
-                      Situation& situation);
   // Where the frame of a constraint is relative to the robot's base: of a position or an orientation.
   template <typename Target>
   Pose3 FrameOf(const Target& target, const char* kind, const std::string& file, Situation& situation);
