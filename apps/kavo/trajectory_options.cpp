@@ -12,6 +12,7 @@
 #include "apps/kavo/interrupt.h"
 #include "apps/kavo/robot_options.h"
 #include "apps/kavo/text.h"
+#include "apps/kavo/trajectory_samples.h"
 #include "kavo/motion_planning/trajectory/sample_interpolation.h"
 #include "kavo/motion_planning/util/path_proof.h"
 #include "kavo/util/parse_number.h"
@@ -89,19 +90,6 @@ void NoteUnknown(const std::string& what, const Eigen::VectorXd& limits,
     notes.Say("no limit of " + what + " is known of " + JoinQuoted(names) +
               ": a default stands for it (see --joint-limits and --max-" + what + ")");
   }
-}
-
-formats::TrajectorySamples ToFile(const std::vector<planning::Trajectory::State>& states,
-                                  std::vector<std::string> joint_names) {
-  formats::TrajectorySamples samples;
-  samples.joint_names = std::move(joint_names);
-  for (const planning::Trajectory::State& state : states) {
-    samples.times.push_back(state.time);
-    samples.positions.push_back(state.position);
-    samples.velocities.push_back(state.velocity);
-    samples.accelerations.push_back(state.acceleration);
-  }
-  return samples;
 }
 
 std::string Count(std::uint64_t number, const std::string& what) {
@@ -257,12 +245,12 @@ MadeTrajectory TrajectoryMaker::Make(const std::vector<Eigen::VectorXd>& path,
   record.cubic_deviation = InterpolationDeviation(trajectory, states, SampleInterpolation::kCubic);
   record.quintic_deviation = InterpolationDeviation(trajectory, states, SampleInterpolation::kQuintic);
   record.limits = limits;
-  const formats::TrajectorySamples samples = ToFile(states, JointNames(*situation.robot->description));
+  const formats::TrajectorySamples samples = SamplesOf(states, JointNames(*situation.robot->description));
   made.contents = ToText(samples, form_);
   // At even times: those at both ends count.
   const double drawn_period = trajectory.Duration() / (kMostSamplesDrawn - 1.0);
   record.samples = drawn_period > options_.period_
-                       ? ToFile(trajectory.Samples(drawn_period), samples.joint_names)
+                       ? SamplesOf(trajectory.Samples(drawn_period), samples.joint_names)
                        : samples;
   made.text = "trajectory: " + Number(record.duration, 4) + " s, " + Count(record.num_samples, "sample") +
               "; " + CornersText(record);

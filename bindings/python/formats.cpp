@@ -9,10 +9,11 @@
 #include <utility>
 #include <vector>
 
-#include "bindings/python/bindings.h"
+#include "bindings/python/goals.h"
 #include "kavo/formats/mesh_file.h"
 #include "kavo/formats/octree_file.h"
 #include "kavo/formats/point_cloud_file.h"
+#include "kavo/formats/request_goal.h"
 #include "kavo/formats/robot_in_scene.h"
 #include "kavo/formats/scene.h"
 #include "kavo/kinematics/interface/robot_description_internal.h"
@@ -56,32 +57,68 @@ Robot RobotIn(const Scene& scene, const Robot& robot, const std::optional<Eigen:
                      py::make_tuple(rules.paddings, rules.allowed_obstacles));
 }
 
+formats::FramePoses FramesOf(const Robot& robot, const Eigen::VectorXd& q) {
+  formats::FramePoses frames;
+  for (const std::string& frame : robot.kinematics->frameNames()) {
+    frames.emplace(frame, robot.kinematics->pose(q, robot.kinematics->frame(frame)));
+  }
+  return frames;
+}
+
 // Obstacles relative to the base of the robot; those given in one of its frames where that is at a
 // configuration.
 World WorldOf(const Scene& scene, const Robot* robot, const std::optional<Eigen::VectorXd>& q) {
   formats::FramePoses frames;
   if (robot != nullptr) {
-    const Eigen::VectorXd at = q.value_or(robot->description->defaultCSpaceConfiguration());
-    for (const std::string& frame : robot->kinematics->frameNames()) {
-      frames.emplace(frame, robot->kinematics->pose(at, robot->kinematics->frame(frame)));
-    }
+    frames = FramesOf(*robot, q.value_or(robot->description->defaultCSpaceConfiguration()));
   }
   World world;
   formats::AddToWorld(scene, world, frames);
   return world;
 }
 
-std::vector<std::string> UnhonouredTexts(const Scene& scene) {
+// With what it is read from, likewise.
+struct Request : formats::Request {
+  std::string text;
+  Packages packages;
+};
+
+Request ParseRequest(const std::pair<std::string, std::string>& file, const Packages& packages) {
+  formats::SceneFileOptions options;
+  options.packages = packages;
+  const py::gil_scoped_release released;
+  return {formats::ParseRequest(file.second, file.first, options), file.second, packages};
+}
+
+Eigen::VectorXd StartOf(const Request& request, const Robot& robot) {
+  return formats::ConfigurationFromJoints(*robot.description, request.start,
+                                          robot.description->defaultCSpaceConfiguration());
+}
+
+py::list GoalsOf(const Request& request, const Robot& robot, const std::optional<Pose3>& base_pose) {
+  const Eigen::VectorXd start = StartOf(request, robot);
+  formats::FramePoses frames = FramesOf(robot, start);
+  frames[""] = request.base_pose.value_or(base_pose.value_or(Pose3())).inverse();
+  py::list goals;
+  for (const formats::Request::Goal& goal : request.goals) {
+    goals.append(ToRecord(formats::GoalOf(goal, *robot.description, start, frames)));
+  }
+  return goals;
+}
+
+template <typename File>
+std::vector<std::string> UnhonouredTexts(const File& file) {
   std::vector<std::string> texts;
-  for (const formats::Unhonoured& unhonoured : scene.unhonoured) {
+  for (const formats::Unhonoured& unhonoured : file.unhonoured) {
     texts.push_back(formats::ToText(unhonoured));
   }
   return texts;
 }
 
-std::vector<std::string> AttachedIds(const Scene& scene) {
+template <typename File>
+std::vector<std::string> AttachedIds(const File& file) {
   std::vector<std::string> ids;
-  for (const formats::AttachedObject& attached : scene.attached) {
+  for (const formats::AttachedObject& attached : file.attached) {
     ids.push_back(attached.object.id);
   }
   return ids;
@@ -92,15 +129,54 @@ MeshObstacle LoadMesh(const std::filesystem::path& file, const Eigen::Vector3d& 
   return {formats::ReadMesh(file.string(), scale)};
 }
 
-PointCloudObstacle LoadPointCloud(const std::string& file, double radius,
+PointCloudObstacle LoadPointCloud(const std::filesystem::path& file, double radius,
                                   const std::optional<double>& voxel_size) {
   const py::gil_scoped_release released;
-  return {formats::ReadPointCloud(file, {radius, voxel_size}).cloud};
+  return {formats::ReadPointCloud(file.string(), {radius, voxel_size}).cloud};
 }
 
-OctreeObstacle LoadOctree(const std::string& file, bool unknown_is_occupied) {
+OctreeObstacle LoadOctree(const std::filesystem::path& file, bool unknown_is_occupied) {
   const py::gil_scoped_release released;
-  return {std::make_shared<const Octree>(formats::ReadOctree(file, {unknown_is_occupied}))};
+  return {std::make_shared<const Octree>(formats::ReadOctree(file.string(), {unknown_is_occupied}))};
+}
+
+void DefineRequest(py::module_& module) {
+  py::class_<Request>(module, "Request", "What is to be planned, as a file gives it; made by `load_request`.")
+      .def_static("_parse", &ParseRequest, py::arg("file"), py::arg("packages"))
+      .def(py::pickle(
+          [](const Request& request) {
+            return py::make_tuple(std::pair(request.file, py::bytes(request.text)), request.packages);
+          },
+          [](const py::tuple& state) {
+            return ParseRequest(state[0].cast<std::pair<std::string, std::string>>(),
+                                state[1].cast<Packages>());
+          }))
+      .def_readonly("file", &Request::file)
+      .def_readonly("group_name", &Request::group_name, "Of the joints that are to move; may be empty.")
+      .def_readonly("joint_state", &Request::start, "Joint values at the start, by name.")
+      .def_readonly("base_pose", &Request::base_pose,
+                    "Of the robot's base in the world, or None where the file does not tell.")
+      .def_readonly("allowed_planning_time", &Request::allowed_planning_time, "Seconds, or None.")
+      .def_readonly("num_planning_attempts", &Request::num_planning_attempts)
+      .def_readonly("velocity_scaling", &Request::velocity_scaling,
+                    "How much of the limits a trajectory may use, or None.")
+      .def_readonly("acceleration_scaling", &Request::acceleration_scaling, "As above.")
+      .def_property_readonly("attached", &AttachedIds<Request>,
+                             "Ids of what the robot is said to hold at the start.")
+      .def_property_readonly(
+          "unhonoured", &UnhonouredTexts<Request>,
+          "What the file asks for and Kavo does not honour, although it can change an answer.")
+      .def("start", &StartOf, py::arg("robot"),
+           "The configuration that a robot starts at (dof,); joints that the file does not name are in the "
+           "default configuration.")
+      .def("goals", &GoalsOf, py::arg("robot"), py::arg("base_pose") = py::none(),
+           R"(Its goals for `Planner.plan_to_goals`, in the order of the file.
+
+Raises ValueError for a goal that names none of the robot's joints, or more than a planner takes as one goal.
+
+Args:
+    robot: Frames of it are where they are at the start.
+    base_pose: Of its base in the world, where the file does not tell; see `Scene.base_pose`.)");
 }
 
 }  // namespace
@@ -121,9 +197,9 @@ void DefineFormats(py::module_& module) {
       .def_readonly("file", &Scene::file)
       .def_readonly("joint_state", &Scene::joint_state, "Joint values by name, as far as the file gives any.")
       .def_readonly("base_pose", &Scene::base_pose, "Of the robot's base in the world of the file.")
-      .def_property_readonly("attached", &AttachedIds, "Ids of what the robot holds in the file.")
+      .def_property_readonly("attached", &AttachedIds<Scene>, "Ids of what the robot holds in the file.")
       .def_property_readonly(
-          "unhonoured", &UnhonouredTexts,
+          "unhonoured", &UnhonouredTexts<Scene>,
           "What the file asks for and Kavo does not honour, although it can change an answer.")
       .def(
           "robot", &RobotIn, py::arg("robot"), py::arg("q") = py::none(),
@@ -138,6 +214,7 @@ Args:
 Args:
     robot: Needed for objects that are given in one of its frames.
     q: Where the robot is (dof,); its default configuration unless given.)");
+  DefineRequest(module);
   module.def("load_mesh", &LoadMesh, py::arg("file"), py::arg("scale") = Eigen::Vector3d(1.0, 1.0, 1.0),
              "Reads a `Mesh` from an STL, OBJ, DAE or PLY file; `scale` is by axis (3,).");
   module.def("load_point_cloud", &LoadPointCloud, py::arg("file"), py::kw_only(), py::arg("radius") = 0.0,

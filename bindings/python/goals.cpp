@@ -82,6 +82,31 @@ Goal ToGoal(const py::handle& goal) {
   return CastTo<Eigen::VectorXd>("goals", goal);
 }
 
+py::object ToRecord(const Goal& goal) {
+  if (const auto* const q = std::get_if<Eigen::VectorXd>(&goal)) {
+    return py::cast(*q);
+  }
+  if (const auto* const range = std::get_if<ConfigurationGoal>(&goal)) {
+    return MakeRecord("ConfigurationGoal", range->configuration, range->below, range->above);
+  }
+  const auto& pose = std::get<PoseGoal>(goal);
+  py::list regions;
+  for (const PoseGoal::Region& region : pose.regions) {
+    regions.append(py::make_tuple(region.shape, region.pose));
+  }
+  py::object tolerances = py::none();
+  if (pose.axis_tolerances) {
+    using Parameterization = PoseGoal::AxisTolerances::Parameterization;
+    const bool is_vector = pose.axis_tolerances->parameterization == Parameterization::kRotationVector;
+    tolerances = MakeRecord("AxisTolerances", pose.axis_tolerances->angles,
+                            is_vector ? "rotation_vector" : "euler_angles");
+  }
+  return MakeRecord("PoseGoal", pose.pose, pose.frame, pose.tool, pose.position_tolerance,
+                    pose.orientation_tolerance, py::tuple(py::cast(pose.free_translations)),
+                    py::tuple(py::cast(pose.free_rotations)), regions, tolerances,
+                    pose.accepts ? py::cast(pose.accepts) : py::none());
+}
+
 std::vector<Goal> ToGoals(const py::iterable& goals) {
   std::vector<Goal> result;
   for (const py::handle goal : goals) {

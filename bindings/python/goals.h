@@ -16,6 +16,8 @@ namespace kavo::python {
 PoseGoal ToPoseGoal(const py::handle& goal);
 //! The same, or a `ConfigurationGoal`, or a configuration.
 Goal ToGoal(const py::handle& goal);
+//! The other way: a `PoseGoal`, a `ConfigurationGoal` or a configuration.
+py::object ToRecord(const Goal& goal);
 std::vector<Goal> ToGoals(const py::iterable& goals);
 //! From `Stage`s.
 std::vector<Stage> ToStages(const py::iterable& stages, const StopCondition& stop_condition);

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "apps/kavo/trajectory_samples.h"
 #include "bindings/python/goals.h"
 #include "bindings/python/records.h"
 #include "kavo/formats/trajectory_file.h"
@@ -60,15 +61,7 @@ std::string ToText(const Trajectory& trajectory, const std::vector<std::string>&
   if (!known) {
     throw py::value_error("unknown form '" + form + "': it is 'csv', 'json' or 'yaml'");
   }
-  formats::TrajectorySamples samples;
-  samples.joint_names = names;
-  for (const Trajectory::State& state : trajectory.Samples(period)) {
-    samples.times.push_back(state.time);
-    samples.positions.push_back(state.position);
-    samples.velocities.push_back(state.velocity);
-    samples.accelerations.push_back(state.acceleration);
-  }
-  return formats::ToText(samples, *known);
+  return formats::ToText(command::SamplesOf(trajectory.Samples(period), names), *known);
 }
 
 Trajectory MakeTrajectory(const Numbers& path, const Robot& robot, const World& world,

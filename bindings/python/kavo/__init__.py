@@ -30,6 +30,7 @@ from kavo._kavo import (
     PointCloud,
     PointEnvironment,
     Pose3,
+    Request,
     Robot,
     RobotEnvironment,
     RStarTree,
@@ -58,7 +59,7 @@ from kavo._kavo import (
     time_path,
 )
 from kavo.errors import FatalError, FileError
-from kavo.files import load_robot, load_scene
+from kavo.files import load_request, load_robot, load_scene
 from kavo.records import (
     AxisTolerances,
     BadPlace,
@@ -134,6 +135,7 @@ __all__ = [
     "Pose3",
     "PoseGoal",
     "QueryReport",
+    "Request",
     "Robot",
     "RobotEnvironment",
     "RStarTree",
@@ -164,6 +166,7 @@ __all__ = [
     "load_mesh",
     "load_octree",
     "load_point_cloud",
+    "load_request",
     "load_robot",
     "load_scene",
     "prove_path",

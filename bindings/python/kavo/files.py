@@ -1,9 +1,9 @@
-"""Robots and scenes from files. The texts of the files are part of them, so that they can be pickled."""
+"""Robots, scenes and requests from files. The texts of the files are part of them, so that they can be pickled."""
 
 import os
 from typing import Any, Dict, Optional, Sequence, Tuple, Union
 
-from kavo._kavo import Robot, Scene
+from kavo._kavo import Request, Robot, Scene
 
 File = Union[str, "os.PathLike[str]"]
 
@@ -88,3 +88,19 @@ def load_scene(file: File, *, packages: Optional[Dict[str, str]] = None) -> Scen
         OSError: For one that cannot be opened.
     """
     return Scene._parse(_text(file), dict(packages or {}))
+
+
+def load_request(file: File, *, packages: Optional[Dict[str, str]] = None) -> Request:
+    """Reads a motion-plan request, YAML. What the robot is said to hold is not attached by it: see `Request.attached`.
+
+    It pickles with its text; meshes that it names are read again from where they were.
+
+    Args:
+        file: Its name.
+        packages: Folders of packages by name, for meshes whose names begin with "package://".
+
+    Raises:
+        FileError: For a file that does not have this form.
+        OSError: For one that cannot be opened.
+    """
+    return Request._parse(_text(file), dict(packages or {}))

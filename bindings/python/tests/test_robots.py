@@ -66,6 +66,32 @@ def test_groups_scenes_and_named_configurations():
     assert len(world) == 3 and scene.unhonoured == [] and scene.file == str(OWN / "scene.yaml")
 
 
+def test_a_request_becomes_a_start_and_goals(tmp_path):
+    robot = kavo.load_robot(OWN / "arm.urdf", OWN / "arm.srdf", group="arm", cover=False)
+    request = pickle.loads(pickle.dumps(kavo.load_request(OWN / "request.yaml")))
+    assert request.group_name == "arm" and request.joint_state["gripper"] == 0.02
+    np.testing.assert_array_equal(request.start(robot), [-0.7, 0.3, 1.9, 0.9, 0.0])
+    np.testing.assert_array_equal(request.goals(robot), [[0.7, 0.3, 1.9, 0.9, 1.5708]])
+
+    (tmp_path / "request.yaml").write_text(
+        """
+goal_constraints:
+- joint_constraints: [{joint_name: pan, position: 0.5, tolerance_above: 0.2, tolerance_below: 0.1}]
+- position_constraints: [{link_name: tool, constraint_region: {primitives: [{type: sphere, dimensions: [0.01]}],
+    primitive_poses: [{position: [1.3, 0, 0.3]}]}}]
+  orientation_constraints: [{link_name: tool, orientation: [1, 0, 0, 0], absolute_x_axis_tolerance: 0.1,
+    absolute_y_axis_tolerance: 0.1, absolute_z_axis_tolerance: 4}]
+"""
+    )
+    goals = kavo.load_request(tmp_path / "request.yaml").goals(robot, kavo.Pose3(translation=(1.0, 0.0, 0.0)))
+    assert goals[0].above.tolist() == [0.2, 0.0, 0.0, 0.0, 0.0] and goals[0].below[0] == 0.1
+    plan = kavo.Planner(robot).plan_to_goals(robot.default_configuration, goals[1:])
+    tool = robot.pose(plan.path[-1], "tool")
+    assert np.linalg.norm(tool.translation - (0.3, 0.0, 0.3)) <= 0.01 and tool.matrix[2, 2] < -0.98
+    with pytest.raises(ValueError, match="none of the robot's joints"):
+        kavo.load_request(OWN / "request.yaml").goals(kavo.Robot.franka())
+
+
 def test_a_robot_in_a_scene_keeps_to_its_rules(tmp_path):
     urdf = URDF.replace('<mesh filename="tip.ply"/>', '<sphere radius="0.1"/>')
     (tmp_path / "arm.urdf").write_text(urdf)
