@@ -29,7 +29,7 @@
 #include "kavo/motion_planning/rrt/find_path.h"
 #include "kavo/motion_planning/rrt/jt_rrt.h"
 #include "kavo/motion_planning/rrt/rrt_connect.h"
-#include "kavo/motion_planning/spatial_data_structures/r_star_tree.h"
+#include "kavo/motion_planning/spatial_data_structures/box_index.h"
 #include "kavo/motion_planning/tree/basic_tree.h"
 #include "kavo/motion_planning/tree/distance_metrics.h"
 #include "kavo/motion_planning/tree/fast_tree.h"
@@ -650,9 +650,9 @@ planning::RStarTreeConfig IndexConfig(
 class NumberedBoxes {
  public:
   explicit NumberedBoxes(const planning::RStarTreeConfig& config)
-      : dimension_(config.dimension), tree_(config) {}
+      : dimension_(config.dimension), index_(config) {}
 
-  std::size_t Size() const { return corners_.size(); }
+  std::size_t Size() const { return index_.Size(); }
 
   void Add(const Numbers& lower, const std::optional<Numbers>& upper) {
     const Configurations lowest = ToRows(lower);
@@ -668,13 +668,12 @@ class NumberedBoxes {
       }
     }
     for (std::size_t i = 0; i < lowest.size(); ++i) {
-      tree_.Insert({lowest[i].data(), highest[i].data()}, corners_.size());
-      corners_.emplace_back(lowest[i], highest[i]);
+      index_.Add(lowest[i], highest[i]);
     }
   }
 
   py::tuple Nearest(const Numbers& points, bool is_approximate) const {
-    if (corners_.empty()) {
+    if (Size() == 0) {
       throw py::value_error("the tree is empty");
     }
     const Configurations rows = ToRows(points);
@@ -684,11 +683,9 @@ class NumberedBoxes {
     std::int64_t* box = boxes.mutable_data();
     double* distance = distances.mutable_data();
     for (const Eigen::VectorXd& point : rows) {
-      const std::size_t nearest =
-          is_approximate ? tree_.ApproxNearestNeighbor(point.data()) : tree_.NearestNeighbor(point.data());
+      const std::size_t nearest = is_approximate ? index_.ApproxNearest(point) : index_.Nearest(point);
       *box++ = static_cast<std::int64_t>(nearest);
-      const auto& [lowest, highest] = corners_[nearest];
-      *distance++ = (point - point.cwiseMax(lowest).cwiseMin(highest)).norm();
+      *distance++ = index_.Distance(nearest, point);
     }
     return py::make_tuple(boxes, distances);
   }
@@ -703,8 +700,7 @@ class NumberedBoxes {
   }
 
   int dimension_;
-  planning::RStarTree<std::size_t> tree_;
-  std::vector<std::pair<Eigen::VectorXd, Eigen::VectorXd>> corners_;
+  planning::BoxIndex index_;
 };
 
 void DefineBoxes(py::module_& module) {
