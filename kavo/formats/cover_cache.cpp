@@ -145,7 +145,8 @@ std::optional<SphereCover> FromBytes(const std::string& bytes) {
   }
   std::vector<double> numbers((bytes.size() - kSumSize) / sizeof(double));
   std::memcpy(numbers.data(), bytes.data(), numbers.size() * sizeof(double));
-  if (numbers[0] != static_cast<double>((numbers.size() - kNumFixed) / 4)) {
+  const std::size_t num_spheres = (numbers.size() - kNumFixed) / 4;
+  if (numbers[0] != static_cast<double>(num_spheres)) {
     return std::nullopt;
   }
   SphereCover cover{{}, numbers[2], numbers[1]};

@@ -67,6 +67,7 @@ std::vector<DrawnShape> DrawShapes(const std::vector<ObstacleShape>& shapes) {
       std::max<std::size_t>(FairLimit(SizesOf<PointCloudObstacle>(shapes, num_points), kMostPoints), 1),
       std::max<std::size_t>(FairLimit(SizesOf<OctreeObstacle>(shapes, num_cells), kMostCells), 8)};
   std::vector<DrawnShape> drawn;
+  drawn.reserve(shapes.size());
   for (const ObstacleShape& shape : shapes) {
     drawn.push_back(std::visit(drawer, shape));
   }

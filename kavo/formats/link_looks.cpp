@@ -106,11 +106,18 @@ class Reader {
     return length;
   }
 
+  [[noreturn]] void FailAtShape(const Element& element, const std::string& kind) const {
+    xml_.fail(element, "shape " + Quoted(kind), "a sphere, box, cylinder or mesh");
+  }
+
   RobotLooks::Part ReadPart(const Element& element) {
     const Element* const geometry = element.FirstChildElement("geometry");
     const Element* const shape = geometry == nullptr ? nullptr : geometry->FirstChildElement();
     const std::string kind = shape == nullptr ? "" : shape->Name();
     RobotLooks::Part part{ReadOrigin(xml_, element), kind, nullptr};
+    if (shape == nullptr) {
+      FailAtShape(element, kind);
+    }
     if (kind == "sphere") {
       part.mesh = Ball(Length(*shape, "radius"));
     } else if (kind == "cylinder") {
@@ -125,7 +132,7 @@ class Reader {
       part.name = xml_.attribute(*shape, "filename");
       part.mesh = ReadMeshOnce(*shape, part.name);
     } else {
-      xml_.fail(element, "shape " + Quoted(kind), "a sphere, box, cylinder or mesh");
+      FailAtShape(element, kind);
     }
     return part;
   }

@@ -35,6 +35,7 @@ class Bodies {
   Bodies(const LoadedRobot& robot, const RobotDescriptionInternal& description) : robot_(robot) {
     const std::vector<std::string>& frames = description.collision().frames;
     std::vector<int> indices;
+    indices.reserve(frames.size());
     for (const std::string& frame : frames) {
       indices.push_back(description.model().frame(frame));
     }

@@ -107,8 +107,7 @@ Eigen::Vector3d ReadScale(const YamlValue& mesh) {
   if (!value) {
     return Eigen::Vector3d::Ones();
   }
-  const Eigen::Vector3d scale =
-      value->isScalar() ? Eigen::Vector3d::Constant(value->number()) : value->vector();
+  Eigen::Vector3d scale = value->isScalar() ? Eigen::Vector3d::Constant(value->number()) : value->vector();
   if (scale.x() == 0.0 || scale.y() == 0.0 || scale.z() == 0.0) {
     value->fail("a scale of zero", "one by which something is left");
   }

@@ -39,6 +39,7 @@ std::vector<Point> Flattened(const std::vector<Eigen::Vector3d>& vertices,
     std::swap(u, v);
   }
   std::vector<Point> points;
+  points.reserve(corners.size());
   for (const std::uint32_t corner : corners) {
     points.emplace_back(vertices[corner][u], vertices[corner][v]);
   }

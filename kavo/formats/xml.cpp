@@ -50,7 +50,7 @@ std::vector<const XmlFile::Element*> XmlFile::children(const Element& element, c
 }
 
 std::string XmlFile::attribute(const Element& element, const char* name) const {
-  const std::string text = attribute(element, name, "");
+  std::string text = attribute(element, name, "");
   if (text.empty()) {
     fail(element, "<" + std::string(element.Name()) + "> without `" + name + "`", "that attribute");
   }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
 
 #include "kavo/kinematics/angle_internal.h"
 #include "kavo/kinematics/sin_cos_internal.h"
@@ -400,7 +401,7 @@ void PoseDescent::setColumns(const Eigen::VectorXd& q) {
     const Kinematics::Step& step = plan_.steps[i];
     const PoseModel::Coordinate& coordinate = model_.coordinates[static_cast<std::size_t>(step.coordinate)];
     const double scale = (step.ratio ? step.ratio->multiplier : 1.0) * coordinate.unit;
-    double* column = columns_.data() + 6 * step.coordinate;
+    double* column = columns_.data() + std::ptrdiff_t{6} * step.coordinate;
     Eigen::Vector3d axis = Eigen::Vector3d::Zero();
     Eigen::Vector3d shift;
     if (step.motion == Kinematics::Motion::kRevolute) {

@@ -71,6 +71,7 @@ TEST(Log, RecordsOfManyThreadsAllArriveWhileSinksChange) {
   const LogSink collect = SetLogSink({});
   SetLogSink(collect);
   std::vector<std::thread> threads;
+  threads.reserve(4);
   for (int i = 0; i < 4; ++i) {
     threads.emplace_back([] {
       for (int k = 0; k < 500; ++k) {

@@ -281,6 +281,7 @@ void Sample(const RobotDescriptionInternal& robot, const std::vector<Shape>& sha
             const FramePairOptions& options, std::vector<FramePair>& pairs) {
   const std::unique_ptr<Kinematics> kinematics = robot.kinematics();
   std::vector<Kinematics::FrameHandle> handles;
+  handles.reserve(shapes.size());
   for (const Shape& shape : shapes) {
     handles.push_back(kinematics->frame(shape.frame));
   }

@@ -1,4 +1,5 @@
 #include <Eigen/Core>
+#include <cmath>
 #include <string>
 
 #include "kavo/kinematics/interface/robot_description.h"
@@ -30,7 +31,7 @@ std::unique_ptr<RobotDescription> LoadThreeLinkArmRobotDescription() {
     joint.origin = Pose3::FromTranslation({parent_length, 0.0, 0.0});
     joint.limits = kinematics::JointLimits{-kPi, kPi};
     builder.addJoint(joint);
-    const int num_gaps = static_cast<int>(length / kSphereSpacing + 0.5);
+    const int num_gaps = static_cast<int>(std::lround(length / kSphereSpacing));
     for (int i = 0; i <= num_gaps; ++i) {
       builder.addCollisionSphere(joint.child_frame, {length * i / num_gaps, 0.0, 0.0}, kSphereRadius);
     }

@@ -66,6 +66,7 @@ void RobotCollision::SetRobot(const RobotEnvironmentConfig& config) {
   }
   sweep_ = kinematics_->frameSweep(frames);
   std::vector<int> indices;
+  indices.reserve(frames.size());
   for (const kavo::Kinematics::FrameHandle& frame : frames) {
     indices.push_back(frame.index());
   }

@@ -1,6 +1,7 @@
 #include "kavo/motion_planning/tree/fast_tree.h"
 
 #include <cstddef>
+#include <memory>
 #include <utility>
 #include <vector>
 
@@ -28,13 +29,12 @@ class FastTree final : public Tree {
   const std::vector<std::shared_ptr<Node>>& Nodes() const override { return nodes_; }
 
   std::shared_ptr<Node> ClearAndSetRoot(const Node& node) override {
-    // A copy, because the node may be one of those that are dropped.
-    const Node root = node;
+    // The node may be one of those that are dropped now: they live until its copy is stored.
+    const std::vector<std::shared_ptr<Node>> former = std::exchange(nodes_, {});
     index_->Clear();
     num_indexed_ = 0;
-    nodes_.clear();
-    CheckIsRoot(root);
-    return Insert(root);
+    CheckIsRoot(node);
+    return Insert(node);
   }
 
   std::shared_ptr<Node> Insert(const Node& node) override { return Adopt(Node(node)); }

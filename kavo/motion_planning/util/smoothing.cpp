@@ -173,8 +173,9 @@ class Shortener {
 
 }  // namespace
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): by value, as compiled callers hand it over.
 bool IsValidPath(const std::shared_ptr<Environment>& environment, double step_size, Eigen::VectorXd q_start,
-                 Eigen::VectorXd q_end) {
+                 Eigen::VectorXd q_end) {  // NOLINT(performance-unnecessary-value-param)
   return internal::SegmentCheck(*environment, step_size).IsValid(q_start, q_end);
 }
 

@@ -234,7 +234,7 @@ CoverOutside::Reach CoverOutside::estimate(const Eigen::Vector3d& point) const {
 }
 
 CoverOutside::Reach CoverOutside::grow(const Eigen::Vector3d& point, Eigen::Vector3d& center) const {
-  const Reach first = estimate(point);
+  Reach first = estimate(point);
   center = point;
   const double length = Norm(point - first.contact);
   if (!(first.distance > 0.0 && length > 0.0)) {
