@@ -1,5 +1,6 @@
 #include <cstddef>
 #include <exception>
+#include <utility>
 
 #include "bindings/python/bindings.h"
 #include "kavo/formats/file_error.h"
@@ -59,7 +60,7 @@ void DefineErrors(py::module_& /*module*/) {
       PyErr_SetObject(type.ptr(), type(fields...).ptr());
     };
     try {
-      std::rethrow_exception(thrown);
+      std::rethrow_exception(std::move(thrown));
     } catch (const util::FatalError& error) {
       raise("FatalError", error.condition(), error.file(), error.line(), error.message());
     } catch (const formats::FileError& error) {

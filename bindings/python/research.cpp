@@ -638,12 +638,12 @@ planning::RStarTreeConfig IndexConfig(
           min_entries,
           max_entries,
           num_entries_to_prune,
-          /*max_approx_cost_evals_for_selection=*/8,
+          /*max_approx_cost_evals_for_selection_in=*/8,
           splitter,
-          /*internal_node_selection_metric=*/SelectionMetric::kMinimumCentroidDistance,
-          /*leaf_parent_selection_metric=*/SelectionMetric::kMinimumVolumeIncrease,
-          /*reinsertion_selection_metric=*/SelectionMetric::kMinimumCentroidDistance,
-          /*approx_nearest_neighbor_selection_metric=*/SelectionMetric::kMinimumCentroidDistance};
+          /*internal_node_selection_metric_in=*/SelectionMetric::kMinimumCentroidDistance,
+          /*leaf_parent_selection_metric_in=*/SelectionMetric::kMinimumVolumeIncrease,
+          /*reinsertion_selection_metric_in=*/SelectionMetric::kMinimumCentroidDistance,
+          /*approx_nearest_neighbor_selection_metric_in=*/SelectionMetric::kMinimumCentroidDistance};
 }
 
 // Boxes that Python knows by their numbers, in the order in which they came.

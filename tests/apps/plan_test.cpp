@@ -3,6 +3,7 @@
 
 #include <filesystem>
 #include <nlohmann/json.hpp>
+#include <string>
 
 #include "examples/shelf.h"
 #include "kavo/formats/scene.h"
@@ -293,8 +294,8 @@ goal_constraints:
 }
 
 TEST(PlanToPoseTest, PutsAPointOfALinkIntoTheRegionOfARequest) {
-  const Outcome outcome = RunKavo({"plan", "--robot", "franka", "--request",
-                                   KAVO_SOURCE_DIR "/tests/formats/data/pose_request.yaml", "--json", "-"});
+  const std::string request = KAVO_SOURCE_DIR "/tests/formats/data/pose_request.yaml";
+  const Outcome outcome = RunKavo({"plan", "--robot", "franka", "--request", request, "--json", "-"});
   ASSERT_EQ(outcome.status, 0) << outcome.errors;
   const auto json = nlohmann::json::parse(outcome.output);
   EXPECT_EQ(json["stages"][0]["goal"], 0);

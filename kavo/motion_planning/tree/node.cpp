@@ -26,9 +26,8 @@ Node::Node(Node&& other) noexcept
 
 Node& Node::operator=(const Node& other) { return *this = Node(other); }
 
-// NOLINTNEXTLINE(performance-noexcept-move-constructor): of a node in a tree it is a fatal error, which is
-// thrown.
-Node& Node::operator=(Node&& other) {
+// Of a node in a tree it is a fatal error, which is thrown.
+Node& Node::operator=(Node&& other) {  // NOLINT(performance-noexcept-move-constructor)
   KAVO_CHECK(!is_in_tree_, "motion_planning/tree/node", 28)
       << "A node in a tree cannot be assigned to: the tree would not notice.";
   configuration_ = std::move(other.configuration_);
