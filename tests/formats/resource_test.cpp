@@ -11,7 +11,7 @@ namespace {
 
 TEST(Resource, WhereFilesAreLookedFor) {
   const testing::Folder folder;
-  const std::string root = folder.path();
+  const std::string& root = folder.path();
   for (const char* file :
        {"prefix/share/arm/in_prefix", "prefix/share/arm/everywhere", "listed/arm/in_listed",
         "listed/arm/everywhere", "listed/stack/group/arm/in_nested", "listed/stack/group/arm/in_listed",

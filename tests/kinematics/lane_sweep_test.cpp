@@ -68,7 +68,7 @@ TEST_P(LaneSweepTest, PlacesWithinTheStatedError) {
     const auto n = static_cast<int>(description->numCSpaceCoords());
     for (const std::size_t num_lanes : {std::size_t{4}, math::kNumLanes}) {
       // Joints that follow others turn by up to 1.5 times as much and a quarter.
-      const Eigen::VectorXd coordinates = RandomVec(engine, n * static_cast<int>(math::kNumLanes), -5.1, 5.1);
+      const Eigen::VectorXd coordinates = RandomVec(engine, n * Eigen::Index{math::kNumLanes}, -5.1, 5.1);
       EXPECT_EQ(lanes.compute(coordinates.data(), num_lanes), 0u);
       for (std::size_t lane = 0; lane < num_lanes; ++lane) {
         Eigen::VectorXd q(n);

@@ -93,6 +93,7 @@ TEST(BoundingBoxTest, Sorting) {
 TEST(BoundingBoxTest, SortingByARelationThatIsNoOrderStaysInBounds) {
   std::mt19937 engine(4);
   std::vector<BoundingBox> boxes;
+  boxes.reserve(200);
   for (int i = 0; i < 200; ++i) {
     boxes.push_back(i % 9 == 0 ? Point({std::nan("")}) : testing::RandomBox(engine, 1));
   }

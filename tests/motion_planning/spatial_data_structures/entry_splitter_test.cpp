@@ -98,7 +98,7 @@ TEST_P(BoxRowsTest, AgreesWithBoxesAsObjects) {
     }
     const BoundingBox query = shifted_box();
     const internal::BoxRef query_ref{query.Min().data(), query.Max().data()};
-    const Eigen::VectorXd q = query.Min();
+    const Eigen::VectorXd& q = query.Min();
     const auto size = static_cast<std::size_t>(rows.PaddedSize());
     std::vector<double> increases(size), centroid_distances(size), overlaps(size), other_overlaps(size),
         squared_distances(size);
