@@ -15,29 +15,34 @@ namespace kavo {
 
 namespace internal {
 
+namespace {
+
+Snapshot::Item ItemOf(ObstacleHandle handle, const ObstacleEntry& entry) {
+  return entry.enabled ? Snapshot::Item{handle, Solid(entry.shape, entry.pose, entry.padding), entry.name,
+                                        CompoundOf(entry.shape)}
+                       : Snapshot::Item{handle, std::nullopt, nullptr, nullptr};
+}
+
+}  // namespace
+
 ObstacleHandle WorldState::add(Entry entry) {
   // One counter for all worlds, so that no world takes the handle of another for its own.
   static std::atomic<std::uint64_t> next_id{1};
   const std::lock_guard<std::mutex> lock(mutex_);
   const std::uint64_t id = next_id.fetch_add(1, std::memory_order_relaxed);
-  entries_.emplace(id, std::move(entry));
+  entries_.append(id, std::move(entry));
   noteEdit(ObstacleHandle(id));
   return ObstacleHandle(id);
 }
 
-Snapshot::Item WorldState::Entry::item(ObstacleHandle handle) const {
-  return enabled ? Snapshot::Item{handle, Solid(shape, pose, padding), name, CompoundOf(shape)}
-                 : Snapshot::Item{handle, std::nullopt, nullptr, nullptr};
-}
-
 bool WorldState::move(ObstacleHandle obstacle, const Pose3& pose) {
   const std::lock_guard<std::mutex> lock(mutex_);
-  const auto found = entries_.find(obstacle.id());
-  if (found == entries_.end()) {
+  Entry* const entry = entries_.edit(obstacle.id());
+  if (entry == nullptr) {
     return false;
   }
-  found->second.pose = pose;
-  if (found->second.enabled) {
+  entry->pose = pose;
+  if (entry->enabled) {
     noteEdit(obstacle);
   }
   return true;
@@ -45,12 +50,12 @@ bool WorldState::move(ObstacleHandle obstacle, const Pose3& pose) {
 
 bool WorldState::setEnabled(ObstacleHandle obstacle, bool enabled) {
   const std::lock_guard<std::mutex> lock(mutex_);
-  const auto found = entries_.find(obstacle.id());
-  if (found == entries_.end()) {
+  Entry* const entry = entries_.edit(obstacle.id());
+  if (entry == nullptr) {
     return false;
   }
-  if (found->second.enabled != enabled) {
-    found->second.enabled = enabled;
+  if (entry->enabled != enabled) {
+    entry->enabled = enabled;
     noteEdit(obstacle);
   }
   return true;
@@ -58,12 +63,12 @@ bool WorldState::setEnabled(ObstacleHandle obstacle, bool enabled) {
 
 bool WorldState::setPadding(ObstacleHandle obstacle, double padding) {
   const std::lock_guard<std::mutex> lock(mutex_);
-  const auto found = entries_.find(obstacle.id());
-  if (found == entries_.end()) {
+  Entry* const entry = entries_.edit(obstacle.id());
+  if (entry == nullptr) {
     return false;
   }
-  found->second.padding = padding;
-  if (found->second.enabled) {
+  entry->padding = padding;
+  if (entry->enabled) {
     noteEdit(obstacle);
   }
   return true;
@@ -71,26 +76,27 @@ bool WorldState::setPadding(ObstacleHandle obstacle, double padding) {
 
 bool WorldState::remove(ObstacleHandle obstacle) {
   const std::lock_guard<std::mutex> lock(mutex_);
-  const auto found = entries_.find(obstacle.id());
-  if (found == entries_.end()) {
+  const Entry* const entry = entries_.find(obstacle.id());
+  if (entry == nullptr) {
     return false;
   }
-  if (CompoundOf(found->second.shape)) {
+  const bool is_compound = CompoundOf(entry->shape) != nullptr;
+  entries_.erase(obstacle.id());
+  if (is_compound) {
     // What it is made of takes more memory than it takes time to make spares.
     spares_->clear();
   }
-  entries_.erase(found);
   noteEdit(obstacle);
   return true;
 }
 
 bool WorldState::get(ObstacleHandle obstacle, Entry* entry) const {
   const std::lock_guard<std::mutex> lock(mutex_);
-  const auto found = entries_.find(obstacle.id());
-  if (found == entries_.end()) {
+  const Entry* const found = entries_.find(obstacle.id());
+  if (found == nullptr) {
     return false;
   }
-  *entry = found->second;
+  *entry = *found;
   return true;
 }
 
@@ -103,15 +109,24 @@ std::vector<ObstacleHandle> WorldState::handles() const {
   const std::lock_guard<std::mutex> lock(mutex_);
   std::vector<ObstacleHandle> handles;
   handles.reserve(entries_.size());
-  for (const auto& [id, entry] : entries_) {
-    handles.emplace_back(id);
-  }
+  entries_.forEach([&](std::uint64_t id, const Entry& /*entry*/) { handles.emplace_back(id); });
   return handles;
 }
 
 std::vector<std::pair<ObstacleHandle, WorldState::Entry>> WorldState::entries() const {
   const std::lock_guard<std::mutex> lock(mutex_);
-  return {entries_.begin(), entries_.end()};
+  std::vector<std::pair<ObstacleHandle, Entry>> entries;
+  entries.reserve(entries_.size());
+  entries_.forEach(
+      [&](std::uint64_t id, const Entry& entry) { entries.emplace_back(ObstacleHandle(id), entry); });
+  return entries;
+}
+
+std::shared_ptr<WorldState> WorldState::copy() {
+  auto copy = std::make_shared<WorldState>();
+  const std::lock_guard<std::mutex> lock(mutex_);
+  copy->entries_ = entries_.share();
+  return copy;
 }
 
 std::shared_ptr<const Snapshot> WorldState::snapshot() {
@@ -136,9 +151,9 @@ std::shared_ptr<const Snapshot> WorldState::snapshot() {
 std::unique_ptr<WorldState::Version> WorldState::makeSnapshot() const {
   std::vector<Snapshot::Item> items;
   items.reserve(entries_.size());
-  for (const auto& [id, entry] : entries_) {
-    items.push_back(entry.item(ObstacleHandle(id)));
-  }
+  entries_.forEach([&](std::uint64_t id, const Entry& entry) {
+    items.push_back(ItemOf(ObstacleHandle(id), entry));
+  });
   return std::make_unique<Version>(Version{Snapshot(items), num_edits_, spares_->generation()});
 }
 
@@ -154,10 +169,9 @@ std::unique_ptr<WorldState::Version> WorldState::mendSnapshot() const {
     version->generation = spares_->generation();
   }
   for (std::uint64_t i = edited_.size() - num_missed(*version); i < edited_.size(); ++i) {
-    const auto found = entries_.find(edited_[i].id());
-    const Snapshot::Item item = found != entries_.end()
-                                    ? found->second.item(edited_[i])
-                                    : Snapshot::Item{edited_[i], std::nullopt, nullptr, nullptr};
+    const Entry* const entry = entries_.find(edited_[i].id());
+    const Snapshot::Item item = entry != nullptr ? ItemOf(edited_[i], *entry)
+                                                 : Snapshot::Item{edited_[i], std::nullopt, nullptr, nullptr};
     if (!version->snapshot.set(item)) {
       return nullptr;
     }
@@ -322,7 +336,9 @@ std::string Name(const internal::WorldState::Entry& entry) {
 
 }  // namespace
 
-World::World() : state_(std::make_shared<internal::WorldState>()) {}
+World::World() : World(std::make_shared<internal::WorldState>()) {}
+
+World::World(std::shared_ptr<internal::WorldState> state) : state_(std::move(state)) {}
 
 ObstacleHandle World::add(const ObstacleShape& shape, const Pose3& pose, std::string name) {
   KAVO_CHECK(std::visit(HasValidSize{}, shape), "world/world", 20)
@@ -392,6 +408,8 @@ std::vector<World::Obstacle> World::describe() const {
 }
 
 std::size_t World::numObstacles() const { return state_->size(); }
+
+World World::copy() const { return World(state_->copy()); }
 
 WorldView World::view() const {
   auto view = std::make_shared<internal::ViewState>();

@@ -15,7 +15,8 @@ namespace kavo {
 //! The obstacles around a robot, in world coordinates (metres).
 //!
 //! A world may be edited from any thread, also while other threads plan: planners look at a `WorldView`,
-//! which holds a snapshot that no edit touches. Copies of a `World` are handles of the same world.
+//! which holds a snapshot that no edit touches. Copies of a `World` object are handles of the same world; see
+//! `copy()` for another one.
 //!
 //! @code
 //! kavo::World world;
@@ -88,10 +89,17 @@ class KAVO_EXPORT World {
   //! Number of obstacles, disabled ones included.
   std::size_t numObstacles() const;
 
+  //! Another world with the same obstacles as they are now, by the same handles; edits of the one are not
+  //! seen in the other. A copy of thousands of obstacles takes microseconds, for the two share what neither
+  //! has edited.
+  World copy() const;
+
   //! A view of the world as it is now, independent of every view made before. It keeps the world alive.
   WorldView view() const;
 
  private:
+  explicit World(std::shared_ptr<internal::WorldState> state);
+
   std::shared_ptr<internal::WorldState> state_;
 };
 

@@ -4,15 +4,13 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
-#include <map>
 #include <memory>
 #include <mutex>
-#include <string>
 #include <utility>
 #include <vector>
 
 #include "kavo/math/pose3.h"
-#include "kavo/world/obstacle.h"
+#include "kavo/world/obstacle_table_internal.h"
 #include "kavo/world/snapshot_internal.h"
 #include "kavo/world/world_view.h"
 
@@ -49,16 +47,7 @@ class SpareSnapshots {
 //! What copies of a `World` and its views share. Every operation may be called from any thread.
 class WorldState {
  public:
-  struct Entry {
-    ObstacleShape shape;
-    Pose3 pose;
-    //! Null for an empty one. Shared with the snapshots.
-    std::shared_ptr<const std::string> name;
-    bool enabled = true;
-    double padding = 0.0;
-
-    Snapshot::Item item(ObstacleHandle handle) const;
-  };
+  using Entry = ObstacleEntry;
 
   ObstacleHandle add(Entry entry);
   //! Returns false, here and below, if the handle names no obstacle of this world.
@@ -71,6 +60,9 @@ class WorldState {
   //! In the order of adding.
   std::vector<ObstacleHandle> handles() const;
   std::vector<std::pair<ObstacleHandle, Entry>> entries() const;
+
+  //! A world with the same obstacles, by the same handles, that edits of this one do not touch.
+  std::shared_ptr<WorldState> copy();
 
   //! The enabled obstacles as they are now. Made at the first call after an edit, from a former one where few
   //! obstacles were edited since, and shared until the next.
@@ -85,8 +77,7 @@ class WorldState {
   void dropSnapshots();
 
   mutable std::mutex mutex_;
-  // Handles grow in the order of adding.
-  std::map<std::uint64_t, Entry> entries_;
+  ObstacleTable entries_;
   // The last one that was asked for.
   std::shared_ptr<const Version> latest_;
   // How many edits there were, and what the last of them edited.

@@ -153,8 +153,8 @@ Answers AnswersOf(const WorldView& view, const std::vector<Eigen::Vector3d>& poi
   return answers;
 }
 
-// An edit mends a snapshot that was in use before. It must answer as one that is made anew, and views that
-// were not updated must not see any of it.
+// An edit mends a snapshot that was in use before. It must answer as one that is made anew; views that were
+// not updated must not see any of it, nor copies, whose edits the world must not see.
 TEST(World, EditedObstaclesAreWhereTheyWouldBeInANewWorld) {
   test::RandomScene random(31);
   World world;
@@ -175,6 +175,7 @@ TEST(World, EditedObstaclesAreWhereTheyWouldBeInANewWorld) {
   };
   struct Former {
     WorldView view;
+    World copy;
     std::vector<Eigen::Vector3d> points;
     Answers answers;
   };
@@ -224,12 +225,17 @@ TEST(World, EditedObstaclesAreWhereTheyWouldBeInANewWorld) {
         anew.setPadding(copy, world.padding(handle));
       }
     }
-    former.push_back({world.view(), points, AnswersOf(anew.view(), points)});
+    former.push_back({world.view(), world.copy(), points, AnswersOf(anew.view(), points)});
     for (const Former& one : former) {
       ASSERT_EQ(AnswersOf(one.view, one.points), one.answers);
     }
     if (former.size() > 3) {
-      former.erase(former.begin() + random.integer(0, 2));
+      const auto gone = former.begin() + random.integer(0, 2);
+      ASSERT_EQ(AnswersOf(gone->copy.view(), gone->points), gone->answers);
+      for (const ObstacleHandle handle : gone->copy.obstacles()) {
+        gone->copy.move(handle, Pose3());
+      }
+      former.erase(gone);
     }
   }
 }
