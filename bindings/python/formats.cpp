@@ -44,11 +44,16 @@ Robot RobotIn(const Scene& scene, const Robot& robot, const std::optional<Eigen:
   if (!robot.files) {
     throw py::value_error("what a scene says of a robot is about one from files, see load_robot");
   }
-  formats::LoadedRobot loaded = *robot.files;
-  loaded.description = robot.description;
-  const std::shared_ptr<RobotDescription> form =
-      formats::WithScene(loaded, scene, q.value_or(robot.description->defaultCSpaceConfiguration()));
+  const Eigen::VectorXd at = q.value_or(robot.description->defaultCSpaceConfiguration());
+  std::shared_ptr<RobotDescription> form = robot.description;
+  std::vector<AttachedObject> held;
+  for (const formats::AttachedObject& attached : scene.attached) {
+    held.push_back(formats::PlaceAttached(attached, *form, at, scene.file, scene.base_pose));
+    form = WithAttached(*form, CoverObject(held.back()));
+  }
+  form = formats::WithSceneRules(*robot.files, *form, scene);
   Robot result = MakeAttached(robot, *form);
+  result.held.insert(result.held.end(), held.begin(), held.end());
   const CollisionModel& collision = dynamic_cast<const RobotDescriptionInternal&>(*form).collision();
   result = MakeVariant(result, WithCollisionPairs(*result.description, collision.pairs),
                        "with_collision_pairs", py::make_tuple(collision.pairs));

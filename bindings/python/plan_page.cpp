@@ -38,25 +38,12 @@ formats::LoadedRobot ToLoaded(const Robot& robot) {
   return loaded;
 }
 
-// A world like the one that the planner saw, whatever has become of that.
-World ToWorld(const std::vector<World::Obstacle>& obstacles) {
-  World world;
-  for (const World::Obstacle& obstacle : obstacles) {
-    const ObstacleHandle handle = world.add(obstacle.shape, obstacle.pose, obstacle.name);
-    world.setPadding(handle, obstacle.padding);
-    if (!obstacle.is_enabled) {
-      world.disable(handle);
-    }
-  }
-  return world;
-}
-
 command::Situation ToSituation(const Account& account) {
   command::Situation situation;
   const Robot& robot = account.surroundings->robot;
   situation.robot = std::make_shared<const formats::LoadedRobot>(ToLoaded(robot));
   situation.held = robot.held;
-  situation.world = ToWorld(*account.surroundings->obstacles);
+  situation.world = account.surroundings->world;
   situation.start = account.start;
   situation.scope.TakeRobot(*situation.robot);
   return situation;
@@ -90,8 +77,8 @@ command::Attempt ToAttempt(const Account& account) {
       }
     }
   }
-  if (account.search) {
-    attempt.searches.push_back(command::Thinned(*account.search, command::kNumNodesShown));
+  for (const SearchRecord& search : account.searches) {
+    attempt.searches.push_back(command::Thinned(search, command::kNumNodesShown));
   }
   return attempt;
 }
@@ -134,6 +121,13 @@ py::object WithAccount(py::object record, Account account) {
     if (stage.line) {
       // It asks the planner, which may be gone by then.
       stage.line->stop_condition = nullptr;
+    }
+    for (Goal& goal : stage.goals) {
+      auto* const pose = std::get_if<PoseGoal>(&goal);
+      if (pose != nullptr && pose->accepts) {
+        // A function that holds the answer would keep both alive for ever: that there was one is enough.
+        pose->accepts = [](const Eigen::VectorXd& /*q*/) { return true; };
+      }
     }
   }
   record.attr("_account") = py::cast(std::move(account));

@@ -1,8 +1,6 @@
 #pragma once
 
 #include <memory>
-#include <optional>
-#include <string>
 #include <vector>
 
 #include "bindings/python/bindings.h"
@@ -18,8 +16,8 @@ namespace kavo::python {
 //! What a planner plans with until something of it changes. Shared by all that it answers meanwhile.
 struct Surroundings {
   Robot robot;
-  //! As the planner saw them.
-  std::shared_ptr<const std::vector<World::Obstacle>> obstacles;
+  //! As the planner saw it.
+  World world;
   planning::MotionPlannerConfig config;
 };
 
@@ -33,8 +31,8 @@ struct Account {
   //! Of several stages, or of one line.
   std::vector<StagedResults::Part> parts;
   QueryReport report;
-  //! Where it is kept.
-  std::optional<SearchRecord> search;
+  //! Where they are kept.
+  std::vector<SearchRecord> searches;
 };
 
 //! Gives a record of an answer its account.

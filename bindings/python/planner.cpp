@@ -228,10 +228,10 @@ class Planner {
                         const py::object& stop) {
     std::vector<Stage> all = ToStages(stages, control_.Condition());
     const Turn turn(is_in_use_);
-    search_.reset();
+    searches_.clear();
     StagedResults results = Run(control_, timeout, stop, [&] { return planner_->planStages(start, all); });
     py::object record = ToRecord(results, robot_.NumCoordinates());
-    Account account{Current(), start, std::move(all), {}, std::move(results.parts), {}, search_};
+    Account account{Current(), start, std::move(all), {}, std::move(results.parts), {}, searches_};
     account.results.path_found = results.path_found;
     if (results.path_found) {
       account.results.path = std::move(results.path);
@@ -240,9 +240,9 @@ class Planner {
     return WithAccount(std::move(record), std::move(account));
   }
 
+  // With the GIL, so that nobody edits the world between what the planner takes of it and what is kept.
   void UpdateWorld() {
     const Turn turn(is_in_use_);
-    const py::gil_scoped_release released;
     planner_->updateWorldView();
     TakeWorld();
   }
@@ -306,17 +306,17 @@ class Planner {
   void KeepSearches(bool keep) {
     const Turn turn(is_in_use_);
     keeps_searches_ = keep;
-    planner_->setSearchObserver(keep ? [this](const SearchRecord& search) { search_ = search; }
+    planner_->setSearchObserver(keep ? [this](const SearchRecord& search) { searches_.push_back(search); }
                                      : SearchObserver());
     if (!keep) {
-      search_.reset();
+      searches_.clear();
     }
   }
   bool KeepsSearches() const { return keeps_searches_; }
 
   py::object LastSearch() {
     const Turn turn(is_in_use_);
-    return search_ ? ToRecord(*search_, robot_.NumCoordinates()) : py::none();
+    return searches_.empty() ? py::none() : ToRecord(searches_.back(), robot_.NumCoordinates());
   }
 
   // Not the one in here, which changes.
@@ -367,14 +367,14 @@ class Planner {
 
   // The world that the planner has just gone over to.
   void TakeWorld() {
-    obstacles_ = std::make_shared<const std::vector<World::Obstacle>>(world_.describe());
+    seen_ = world_.copy();
     current_.reset();
   }
 
   // What queries are answered with now.
   const std::shared_ptr<const Surroundings>& Current() {
     if (!current_) {
-      current_ = std::make_shared<const Surroundings>(Surroundings{robot_, obstacles_, config_});
+      current_ = std::make_shared<const Surroundings>(Surroundings{robot_, seen_, config_});
     }
     return current_;
   }
@@ -383,7 +383,7 @@ class Planner {
   py::object Ask(const Eigen::VectorXd& start, std::vector<Goal> goals, const Timeout& timeout,
                  const py::object& stop, const Query& query) {
     const Turn turn(is_in_use_);
-    search_.reset();
+    searches_.clear();
     MotionPlanner::Results results = Run(control_, timeout, stop, query);
     QueryReport report = planner_->queryReport();
     const Eigen::Index dof = robot_.NumCoordinates();
@@ -393,7 +393,7 @@ class Planner {
     stages.front().goals = std::move(goals);
     return WithAccount(
         std::move(record),
-        {Current(), start, std::move(stages), std::move(results), {}, std::move(report), search_});
+        {Current(), start, std::move(stages), std::move(results), {}, std::move(report), searches_});
   }
 
   // As it was given, but for what it does not hold any more: so a robot's recipe does not grow by what was
@@ -405,10 +405,11 @@ class Planner {
   MotionPlannerConfig config_;
   // Before the planner, which asks it.
   Control control_;
-  std::optional<SearchRecord> search_;
+  // Of the last query.
+  std::vector<SearchRecord> searches_;
   bool keeps_searches_ = false;
-  // As the planner sees them.
-  std::shared_ptr<const std::vector<World::Obstacle>> obstacles_;
+  // As the planner sees it.
+  World seen_;
   // Null after a change.
   std::shared_ptr<const Surroundings> current_;
   std::unique_ptr<MotionPlanner> planner_;

@@ -1,5 +1,6 @@
 """What a user of the module relies on, held against independent answers."""
 
+import gc
 import html.parser
 import json
 import logging
@@ -9,6 +10,7 @@ import re
 import signal
 import threading
 import time
+import weakref
 from pathlib import Path
 
 import jsonschema
@@ -157,12 +159,31 @@ def test_answers_show_what_the_planner_saw(scene):
 
     no_way = planner.plan_to_pose(start, at(5.0, 0.0, 0.0))
     assert json.loads(no_way.to_json())["stages"][0]["status"] == no_way.report.status == "unreachable target"
-    staged = planner.plan_stages(start, [kavo.Stage([target]), kavo.Stage([start])])
-    assert [stage["goal"] for stage in json.loads(staged.to_json())["stages"]] == [0, 0]
+    staged = json.loads(planner.plan_stages(start, [kavo.Stage([target]), kavo.Stage([start])]).to_json())
+    assert [stage["goal"] for stage in staged["stages"]] == [0, 0] and len(staged["searches"]) == 2
     travelled = pickle.loads(pickle.dumps(plan))
     assert travelled._repr_html_() is None and repr(travelled) == repr(plan)
     with pytest.raises(ValueError, match="planner's own"):
         travelled.to_csv()
+
+
+def test_an_answer_lets_go_of_the_function_of_its_goal(scene):
+    robot, world, start, target = scene
+
+    class Asker:
+        def __init__(self):
+            goal = kavo.PoseGoal(robot.pose(target, "tool"), "tool", accepts=self.accepts)
+            self.plan = kavo.Planner(robot, world).plan_to_pose(start, goal)
+
+        def accepts(self, q):
+            return q[0] > 0.0
+
+    asker = Asker()
+    assert asker.plan and asker.plan.path[-1][0] > 0.0 and asker.plan.to_json()
+    alive = weakref.ref(asker)
+    del asker
+    gc.collect()
+    assert alive() is None
 
 
 def line_goal(height):

@@ -1,5 +1,6 @@
 """Robots from files and in code, in other forms, and what they hold."""
 
+import json
 import pickle
 from pathlib import Path
 
@@ -122,6 +123,9 @@ link_padding: [{link_name: tip, padding: 0.02}]
             seen = [kavo.RobotEnvironment(one, world).fault([0.0]) for one in (plain, form)]
             contacts.append(tuple(fault.contact.frame if fault else None for fault in seen))
         assert contacts == [("tip", None), (None, "cup"), (None, "tip")]
+    plan = kavo.Planner(robot).plan_to_configuration([0.0], [0.1])
+    (held,) = json.loads(plan.to_json())["robot_model"]["attachments"]
+    assert held["name"] == "cup" and held["shape"] == {"sphere": {"radius": 0.05}}
 
 
 def test_clouds_and_octrees_from_files(tmp_path):
