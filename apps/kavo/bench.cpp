@@ -3,7 +3,6 @@
 #include <CLI/CLI.hpp>
 #include <cmath>
 #include <cstddef>
-#include <iostream>
 #include <limits>
 #include <memory>
 #include <optional>
@@ -11,14 +10,13 @@
 #include <utility>
 #include <vector>
 
+#include "apps/kavo/bench_files.h"
 #include "apps/kavo/bench_problems.h"
 #include "apps/kavo/bench_report.h"
 #include "apps/kavo/bench_run.h"
 #include "apps/kavo/command.h"
 #include "apps/kavo/help.h"
 #include "apps/kavo/input_rules.h"
-#include "apps/kavo/output_file.h"
-#include "apps/kavo/page.h"
 #include "apps/kavo/parameters.h"
 #include "apps/kavo/provenance.h"
 #include "apps/kavo/robot_options.h"
@@ -39,8 +37,7 @@ struct BenchOptions {
   std::string compared;
   std::string directory;
   std::vector<std::string> families;
-  std::optional<std::string> json_file;
-  std::optional<std::string> html_file;
+  BenchFileOptions files;
   bool keeps_plans = false;
   std::string shard;
   // Of the whole command.
@@ -83,18 +80,14 @@ void ReadShard(const std::string& text, BenchPlan& plan) {
 }
 
 int Bench(const BenchOptions& options) {
-  if (options.html_file) {
-    RequirePage("--html");
-    if (options.html_file == "-") {
-      throw UnusableInput("--html -: expected the name of a file");
-    }
-  } else if (options.keeps_plans && !options.json_file) {
+  options.files.Check();
+  if (options.keeps_plans && !options.files.html_file && !options.files.json_file) {
     throw UnusableInput("--keep-plans is for --html and --json");
   }
   BenchPlan plan = options.plan;
   if (!options.shard.empty()) {
     ReadShard(options.shard, plan);
-    if (!options.json_file || options.html_file) {
+    if (!options.files.json_file || options.files.html_file) {
       throw UnusableInput("--shard is for --json; 'kavo merge' makes the page of all parts");
     }
   }
@@ -119,16 +112,12 @@ int Bench(const BenchOptions& options) {
     inputs.emplace_back("request", problem.request_file);
     AddMeshes(problem.situation.mesh_files, inputs);
   }
-  OutputFile json_file("--json", options.json_file, inputs);
-  OutputFile html_file("--html", options.html_file, inputs);
-  if (html_file.IsSameAs(json_file)) {
-    throw UnusableInput("--html cannot be written where --json is");
-  }
+  BenchFiles files(options.files, inputs);
   const std::vector<BenchRun> runs = RunProblems(problems, settings, plan);
   const std::size_t num_wanted =
       problems.size() * static_cast<std::size_t>(plan.num_repeats) * plan.planners.size();
   std::string json;
-  if (json_file.IsWanted() || html_file.IsWanted()) {
+  if (files.AreWanted()) {
     std::optional<formats::RobotDrawing> drawing;
     if (options.keeps_plans) {
       drawing = formats::DrawRobot(robot);
@@ -137,17 +126,7 @@ int Bench(const BenchOptions& options) {
     json = BenchJson(problems, runs, plan.planners, num_wanted,
                      {options.arguments, HashFiles(inputs), robot, settings, std::move(drawing)});
   }
-  if (json_file.IsStandardOutput()) {
-    std::cout << json;
-  } else if (options.shard.empty()) {
-    std::cout << BenchTables(problems, runs, plan.planners, num_wanted) << std::flush;
-  }
-  if (json_file.IsFile()) {
-    json_file.Write(json);
-  }
-  if (html_file.IsFile()) {
-    html_file.Write(MakePage(json, "--html"));
-  }
+  files.Write(json, options.shard.empty() ? BenchTables(problems, runs, plan.planners, num_wanted) : "");
   return kDone;
 }
 
@@ -216,17 +195,7 @@ void AddBenchCommand(CLI::App& app, Run& run, const std::vector<std::string>& ar
       ->type_name("STEP")
       ->group("Output")
       ->check(CheckPositive);
-  bench
-      ->add_option("--json", options->json_file,
-                   "Write every run as JSON, with its path; - is standard output, instead of the tables")
-      ->type_name("FILE")
-      ->group("Output");
-  bench
-      ->add_option(
-          "--html", options->html_file,
-          "Write a page for a browser, one file that needs nothing else: tables and plots of all runs")
-      ->type_name("FILE")
-      ->group("Output");
+  options->files.AddOptions(*bench);
   bench
       ->add_flag("--keep-plans", options->keeps_plans,
                  "Put robot and scenes into --json and --html too, so that each run can be looked at")

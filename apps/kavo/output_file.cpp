@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "apps/kavo/command.h"
+#include "apps/kavo/page.h"
 
 namespace kavo::command {
 
@@ -113,6 +114,15 @@ void OutputFile::Write(const std::string& text) {
     temporary_.reset();
   } catch (const std::system_error& error) {
     throw UnusableInput(option_ + " " + *file_ + ": cannot be written: " + error.code().message());
+  }
+}
+
+void CheckPageFile(const std::optional<std::string>& file) {
+  if (file) {
+    RequirePage("--html");
+    if (file == "-") {
+      throw UnusableInput("--html -: expected the name of a file");
+    }
   }
 }
 

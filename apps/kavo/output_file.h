@@ -47,4 +47,8 @@ class OutputFile {
   int descriptor_ = -1;
 };
 
+//! Throws `UnusableInput` where `--html` cannot be done: without the page, and for standard output.
+//! \param file What the option was given.
+void CheckPageFile(const std::optional<std::string>& file);
+
 }  // namespace kavo::command

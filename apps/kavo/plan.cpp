@@ -429,12 +429,7 @@ int Plan(const PlanOptions& options) {
     throw UnusableInput(
         "what to plan? Give --request FILE, or --start with --goal, --target, --pose or --line");
   }
-  if (options.html_file) {
-    RequirePage("--html");
-    if (options.html_file == "-") {
-      throw UnusableInput("--html -: expected the name of a file");
-    }
-  }
+  CheckPageFile(options.html_file);
   if (options.quiet) {
     util::log_level_threshold = static_cast<int>(LogLevel::kError);
   } else if (options.verbose) {

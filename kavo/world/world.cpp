@@ -151,9 +151,8 @@ std::shared_ptr<const Snapshot> WorldState::snapshot() {
 std::unique_ptr<WorldState::Version> WorldState::makeSnapshot() const {
   std::vector<Snapshot::Item> items;
   items.reserve(entries_.size());
-  entries_.forEach([&](std::uint64_t id, const Entry& entry) {
-    items.push_back(ItemOf(ObstacleHandle(id), entry));
-  });
+  entries_.forEach(
+      [&](std::uint64_t id, const Entry& entry) { items.push_back(ItemOf(ObstacleHandle(id), entry)); });
   return std::make_unique<Version>(Version{Snapshot(items), num_edits_, spares_->generation()});
 }
 
