@@ -97,15 +97,17 @@ class Turn {
   std::atomic<bool>& is_taken_;
 };
 
+void DefineEnvironments(py::module_& module);
 void DefineErrors(py::module_& module);
 void DefineFormats(py::module_& module);
 void DefineKinematics(py::module_& module);
 void DefineLog(py::module_& module);
 void DefinePlanPage(py::module_& module);
 void DefinePlanner(py::module_& module);
-void DefineResearch(py::module_& module);
 void DefineRobot(py::module_& module);
+void DefineSearches(py::module_& module);
 void DefineTrajectory(py::module_& module);
+void DefineTrees(py::module_& module);
 void DefineWorld(py::module_& module);
 
 }  // namespace kavo::python

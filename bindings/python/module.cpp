@@ -84,5 +84,7 @@ PYBIND11_MODULE(_kavo, module) {
   DefinePlanner(module);
   DefineTrajectory(module);
   DefineFormats(module);
-  DefineResearch(module);
+  DefineEnvironments(module);
+  DefineSearches(module);
+  DefineTrees(module);
 }

@@ -423,20 +423,21 @@ std::unique_ptr<Planner> MakePlanner(const Robot& robot, const std::optional<Wor
 }
 
 py::object Check(const Robot& robot, const World& world, const Numbers& path, double step_size,
-                 const Timeout& timeout) {
+                 const Timeout& timeout, const py::object& stop) {
   const Configurations configurations = ToConfigurations(path);
   Control control;
-  return ToRecord(Run(control, timeout, py::none(), [&] {
+  return ToRecord(Run(control, timeout, stop, [&] {
     return planning::CheckPath(*robot.description, world.view(), configurations, step_size,
                                control.Condition());
   }));
 }
 
 py::object Prove(const Robot& robot, const World& world, const Numbers& path, double least_clearance,
-                 double tolerance, std::uint64_t max_num_bounds, const Timeout& timeout) {
+                 double tolerance, std::uint64_t max_num_bounds, const Timeout& timeout,
+                 const py::object& stop) {
   const Configurations configurations = ToConfigurations(path);
   Control control;
-  return ToRecord(Run(control, timeout, py::none(), [&] {
+  return ToRecord(Run(control, timeout, stop, [&] {
     return planning::ProvePath(*robot.description, world.view(), configurations,
                                {least_clearance, tolerance, max_num_bounds}, control.Condition());
   }));
@@ -531,12 +532,14 @@ Args:
 
   module.def("check_path", &Check, py::arg("robot"), py::arg("world"), py::arg("path"),
              py::arg("step_size") = 0.01, py::kw_only(), py::arg("timeout") = py::none(),
+             py::arg("stop") = py::none(),
              R"(Looks at a path anew, without anything that planned it.
 
 Args:
     path: (N, dof).
     step_size: The farthest of two points that are looked at, in c-space.
     timeout: Seconds.
+    stop: As for `Planner`.
 
 Returns:
     A `PathCheck`.)");
@@ -544,6 +547,7 @@ Returns:
   module.def("prove_path", &Prove, py::arg("robot"), py::arg("world"), py::arg("path"), py::kw_only(),
              py::arg("least_clearance") = options.least_clearance, py::arg("tolerance") = options.tolerance,
              py::arg("max_num_bounds") = options.max_num_bounds, py::arg("timeout") = py::none(),
+             py::arg("stop") = py::none(),
              R"(Proves that a path is free everywhere, not only at samples, or says where it is not.
 
 Args:
@@ -552,6 +556,7 @@ Args:
     tolerance: How much smaller than stated the smallest clearances may be. Metres.
     max_num_bounds: Work for one segment before it is given up.
     timeout: Seconds.
+    stop: As for `Planner`.
 
 Returns:
     A `PathProof`.)");

@@ -537,7 +537,13 @@ def shorten_by_motions(
     stop: Stop = ...,
 ) -> Array: ...
 def check_path(
-    robot: Robot, world: World, path: ArrayLike, step_size: float = ..., *, timeout: Optional[float] = ...
+    robot: Robot,
+    world: World,
+    path: ArrayLike,
+    step_size: float = ...,
+    *,
+    timeout: Optional[float] = ...,
+    stop: Stop = ...,
 ) -> PathCheck: ...
 def prove_path(
     robot: Robot,
@@ -548,6 +554,7 @@ def prove_path(
     tolerance: float = ...,
     max_num_bounds: int = ...,
     timeout: Optional[float] = ...,
+    stop: Stop = ...,
 ) -> PathProof: ...
 def time_path(
     path: ArrayLike,

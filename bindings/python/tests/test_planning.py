@@ -261,8 +261,9 @@ def test_fatal_errors_and_records_reach_python(scene, caplog):
         kavo.Robot._parse(("arm.urdf", "<robot"), None, None, {})
 
 
-def test_a_search_ends_by_time_by_a_function_and_by_a_signal(hopeless):
+def test_a_search_ends_by_time_by_a_function_and_by_a_signal(hopeless, scene):
     assert hopeless(timeout=0.05).report.status == "stopped"
+    assert kavo.check_path(*scene[:2], scene[2:], 1e-7, stop=lambda: True).was_stopped
 
     asked = []
     assert hopeless(stop=lambda: len(asked) == 3 or asked.append(0)).report.status == "stopped"

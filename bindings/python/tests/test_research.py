@@ -54,6 +54,8 @@ def test_planners_of_points_and_of_positions():
     found = kavo.find_by_jt_rrt(environment, (-0.4, 0.1, 0.2), (1.0, 1.2, 0.0), zone=(0.03, 0.03, 0.03))
     assert found and kavo.check_path(robot, world, found.path)
     np.testing.assert_allclose(robot.positions(found.path[-1:]), [(1.0, 1.2, 0.0)], atol=1e-5)
+    with pytest.raises(ValueError, match="lower ones first"):
+        kavo.RobotEnvironment(robot, world, frame="tool", task_space_limits=[(2.0, -2.0)] * 3)
 
 
 def test_what_a_rule_raises_leaves_the_query():
@@ -138,4 +140,6 @@ def test_an_index_finds_the_nearest_of_all_boxes(options):
     np.testing.assert_allclose(near, distances[np.arange(50), boxes])
     with pytest.raises(ValueError, match="box 1"):
         tree.add(lower[:2], [upper[0], (np.inf, 1.0, 1.0)])
+    with pytest.raises(ValueError, match="point 1"):
+        tree.nearest([(0.0, 0.0, 0.0), (np.nan, 0.0, 0.0)])
     assert len(tree) == 400
