@@ -146,7 +146,7 @@ void AddSpheresCommand(CLI::App& app, Run& run) {
       "$XDG_CACHE_HOME/kavo or ~/.cache/kavo, which may be deleted at any time.\n\n"
       "Examples, with the files of the source tree:\n"
       "  kavo spheres examples/own_robot/arm.urdf\n"
-      "  kavo spheres examples/own_robot/arm.urdf --tolerance 0.005 -o spheres.yaml\n"
+      "  kavo spheres examples/own_robot/arm.urdf --tolerance 0.01 -o spheres.yaml\n"
       "  kavo spheres examples/own_robot/arm.urdf --srdf examples/own_robot/arm.srdf -o "
       "arm_with_spheres.srdf");
   spheres->callback([options, &run] { run = [options] { return Spheres(*options); }; });

@@ -197,10 +197,10 @@ TEST_F(InputTest, WhatStandsForALink) {
   // Written to a file, the covers are the same spheres.
   for (const std::string name : {"spheres.yaml", "spheres.srdf"}) {
     const Outcome written = RunKavo({"spheres", folder_ / "arm.urdf", "--package", package, "-o",
-                                     folder_ / name, "--tolerance", "0.003"});
+                                     folder_ / name, "--tolerance", "0.008"});
     EXPECT_EQ(written.status, 0) << written.errors;
     EXPECT_THAT(written.output,
-                HasSubstr(": they hold every point of the collision meshes (cover 3 mm) and "));
+                HasSubstr(": they hold every point of the collision meshes (cover 8 mm) and "));
     const auto spheres_in = [&](const std::string& srdf) {
       return srdf.substr(0, srdf.rfind("</link_sphere_approximation>"));
     };
@@ -209,7 +209,7 @@ TEST_F(InputTest, WhatStandsForALink) {
       arguments.insert(arguments.end(), more.begin(), more.end());
       return spheres_in(RunKavo(arguments).output);
     };
-    const std::string covered_anew = spheres_of({"--cover", "0.003"});
+    const std::string covered_anew = spheres_of({"--cover", "0.008"});
     EXPECT_THAT(covered_anew, HasSubstr("<link_sphere_approximation link=\"gripper\">"));
     EXPECT_EQ(name == "spheres.yaml" ? spheres_of({"--spheres", folder_ / name})
                                      : spheres_in(ReadFile(folder_ / name)),
