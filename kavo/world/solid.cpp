@@ -162,8 +162,8 @@ struct GetCompound {
 
 // How far a compound reaches from the centre along an axis of the world: by the boxes at the top of its tree,
 // which tell more than one around all of it.
-void AddBounds(const Solid& solid, int axis, double& low, double& high) {
-  const BoundsGroup& top = solid.compound->tree().groups.front();
+void AddBounds(const Solid& solid, const Compound& compound, int axis, double& low, double& high) {
+  const BoundsGroup& top = compound.tree().groups.front();
   low = std::numeric_limits<double>::infinity();
   high = -low;
   for (std::size_t lane = 0; lane < BoundsGroup::kSize; ++lane) {
@@ -226,8 +226,8 @@ Bounds BoundsOf(const Solid& solid) {
   for (int axis = 0; axis < 3; ++axis) {
     double low = 0.0;
     double high = 0.0;
-    if (solid.kind == Solid::Kind::kCompound) {
-      AddBounds(solid, axis, low, high);
+    if (solid.compound != nullptr) {
+      AddBounds(solid, *solid.compound, axis, low, high);
     } else {
       for (int local = 0; local < 3; ++local) {
         high += std::fabs(solid.rotation[local][axis]) * solid.half[local];

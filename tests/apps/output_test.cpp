@@ -15,7 +15,6 @@ namespace kavo::testing {
 namespace {
 
 namespace fs = std::filesystem;
-using ::testing::AllOf;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 

@@ -126,8 +126,10 @@ TEST(BoundingSphere, ListsOfEveryKindAreEnclosedByTheSmallest) {
   lists.emplace_back("nearly collinear", nearly_line);
 
   std::vector<Sphere> grid;
+  grid.reserve(1000);
   for (int i = 0; i < 1000; ++i) {
-    grid.push_back({Eigen::Vector3d(i % 10, (i / 10) % 10, i / 100), 0.5});
+    const int layer = i / 100;
+    grid.push_back({Eigen::Vector3d(i % 10, i / 10 % 10, layer), 0.5});
   }
   lists.emplace_back("grid", grid);
   std::vector<Sphere> far = RandomSpheres(engine, 300, 0.1);

@@ -92,7 +92,8 @@ class RandomScene {
     constexpr std::uint32_t kSides = 7;
     std::vector<Eigen::Vector3d> vertices = {{0.0, 0.0, radius}, {0.0, 0.0, -radius}};
     for (std::uint32_t i = 0; i < kRings * kSides; ++i) {
-      const double height = 1.0 - 2.0 * (1.0 + i / kSides) / (kRings + 1.0);
+      const std::uint32_t ring = i / kSides;
+      const double height = 1.0 - 2.0 * (1.0 + ring) / (kRings + 1.0);
       const Eigen::Quaterniond turn(
           Eigen::AngleAxisd(6.283 / kSides * (i % kSides), Eigen::Vector3d::UnitZ()));
       const Eigen::Vector3d direction = turn * Eigen::Vector3d(std::sqrt(1.0 - height * height), 0.0, height);

@@ -20,11 +20,12 @@ using Piece = BlendedPath::Piece;
 // From above, until rounding stops it: the C library's is not the same everywhere.
 double CubeRoot(double value) {
   double root = std::max(1.0, value);
-  for (double next = root;; root = next) {
-    next = (2.0 * root + value / (root * root)) / 3.0;
+  while (true) {
+    const double next = (2.0 * root + value / (root * root)) / 3.0;
     if (!(next < root)) {
       return root;
     }
+    root = next;
   }
 }
 

@@ -161,6 +161,7 @@ void CoverSearch::addGrown(const Eigen::Vector3d& point) {
 // The ball about the middle of some points.
 void CoverSearch::addEnclosing(const std::vector<Eigen::Vector3d>& points) {
   std::vector<math::Sphere> spheres;
+  spheres.reserve(points.size());
   for (const Eigen::Vector3d& point : points) {
     spheres.push_back({point, 0.0});
   }

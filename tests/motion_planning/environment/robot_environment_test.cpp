@@ -283,7 +283,7 @@ TEST(RobotEnvironmentConfigTest, GathersWhatTheDescriptionHolds) {
   EXPECT_EQ(config.GetTaskSpaceFrame().index(), config.Kinematics()->frame("tip").index());
 
   // Another description adds its spheres, and its pairs to those that are there.
-  const auto pairs = [](std::vector<std::pair<std::string, std::string>> frames) {
+  const auto pairs = [](const std::vector<std::pair<std::string, std::string>>& frames) {
     auto builder = Cart().addCollisionSphere("tip", {0.0, 0.0, 0.0}, 0.4);
     for (const auto& [a, b] : frames) {
       builder.addCollisionPair(a, b);

@@ -13,7 +13,6 @@ namespace kavo {
 namespace {
 
 using planning::SearchStatus;
-using testing::ElementsAre;
 using testing::IsEmpty;
 
 class AttachedObjectTest : public testing::TestWithParam<std::string> {

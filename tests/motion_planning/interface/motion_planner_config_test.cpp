@@ -17,7 +17,6 @@ namespace kavo::planning {
 namespace {
 
 using testing::LogCapture;
-using testing::Vec;
 
 constexpr char kGood[] = R"(
 seed: 7

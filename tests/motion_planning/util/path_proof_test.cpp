@@ -19,7 +19,6 @@
 namespace kavo::planning {
 namespace {
 
-using testing::ExpectFatal;
 using testing::kInf;
 using testing::kNaN;
 using testing::RandomVec;
