@@ -63,35 +63,54 @@ bool ToBool(const py::handle& value) {
   return py::detail::cast_op<bool>(caster);
 }
 
-ParameterValue ToValue(const Parameter& parameter, const py::handle& value) {
-  const char* expected = "";
-  try {
-    switch (parameter.type) {
-      case Parameter::Type::kInt:
-        expected = "an int";
-        RefuseBool(value);
-        return py::cast<std::int64_t>(value);
-      case Parameter::Type::kDouble:
-        expected = "a float";
-        RefuseBool(value);
-        return py::cast<double>(value);
-      case Parameter::Type::kVector3:
-      case Parameter::Type::kVector:
-        expected = "an array of floats";
-        return py::cast<std::vector<double>>(value);
-      case Parameter::Type::kBool:
-        expected = "a bool";
-        return ToBool(value);
-      case Parameter::Type::kString:
-        expected = "a str";
-        return py::cast<std::string>(value);
-      case Parameter::Type::kLimits:
-        expected = "an array of lower and upper limits (N, 2)";
-        return py::cast<std::vector<std::array<double, 2>>>(value);
-    }
-  } catch (const py::cast_error&) {
+const char* TypeName(Parameter::Type type) {
+  switch (type) {
+    case Parameter::Type::kInt:
+      return "an int";
+    case Parameter::Type::kDouble:
+      return "a float";
+    case Parameter::Type::kVector3:
+    case Parameter::Type::kVector:
+      return "an array of floats";
+    case Parameter::Type::kBool:
+      return "a bool";
+    case Parameter::Type::kString:
+      return "a str";
+    case Parameter::Type::kLimits:
+      return "an array of lower and upper limits (N, 2)";
   }
-  throw py::type_error(std::string("the setting '") + parameter.name + "' takes " + expected);
+  return "";
+}
+
+// A value of another type is a py::cast_error.
+ParameterValue ValueOf(Parameter::Type type, const py::handle& value) {
+  switch (type) {
+    case Parameter::Type::kInt:
+      RefuseBool(value);
+      return py::cast<std::int64_t>(value);
+    case Parameter::Type::kDouble:
+      RefuseBool(value);
+      return py::cast<double>(value);
+    case Parameter::Type::kVector3:
+    case Parameter::Type::kVector:
+      return py::cast<std::vector<double>>(value);
+    case Parameter::Type::kBool:
+      return ToBool(value);
+    case Parameter::Type::kString:
+      return py::cast<std::string>(value);
+    case Parameter::Type::kLimits:
+      return py::cast<std::vector<std::array<double, 2>>>(value);
+  }
+  throw py::cast_error();
+}
+
+ParameterValue ToValue(const Parameter& parameter, const py::handle& value) {
+  try {
+    return ValueOf(parameter.type, value);
+  } catch (const py::cast_error&) {
+    throw py::type_error(std::string("the setting '") + parameter.name + "' takes " +
+                         TypeName(parameter.type));
+  }
 }
 
 bool SetIn(MotionPlanner& planner, const Parameter& parameter, const ParameterValue& value) {

@@ -38,7 +38,7 @@ Eigen::VectorXd AddPin(const RobotDescription& robot, const Eigen::MatrixXd& mot
                        World& world) {
   const auto& description = dynamic_cast<const RobotDescriptionInternal&>(robot);
   const double t = RandomVec(engine, 1, 0.0, 1.0)[0];
-  const Eigen::VectorXd q = PointOf(motion, t);
+  Eigen::VectorXd q = PointOf(motion, t);
   const auto& frames = description.collision().frames;
   if (frames.empty()) {
     return q;

@@ -130,7 +130,7 @@ class ArcTest : public ::testing::Test {
     }
   }
 
-  std::shared_ptr<ScriptedEnvironment> Allowing(std::set<std::pair<int, int>> chords) {
+  std::shared_ptr<ScriptedEnvironment> Allowing(const std::set<std::pair<int, int>>& chords) {
     return Plane([this, chords](const Eigen::VectorXd& q) {
       for (const auto& [i, k] : chords) {
         const Eigen::VectorXd& a = path_[static_cast<std::size_t>(i)];
