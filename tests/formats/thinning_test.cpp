@@ -100,7 +100,9 @@ TEST(Thinning, PointsAreSpreadEvenlyInSpace) {
 TEST(Thinning, CellsAreJoined) {
   std::vector<Octree::Cell> cells = {{{-4.0, 4.0, 4.0}, 8.0}};
   for (int i = 0; i < 512; ++i) {
-    cells.push_back({{0.05 + 0.1 * (i % 8), 0.05 + 0.1 * (i / 8 % 8), -0.05 - 0.1 * (i / 64)}, 0.1});
+    const int row = i / 8 % 8;
+    const int layer = i / 64;
+    cells.push_back({{0.05 + 0.1 * (i % 8), 0.05 + 0.1 * row, -0.05 - 0.1 * layer}, 0.1});
   }
   const std::vector<Octree::Cell> thinned = ThinCells(cells, 100);
   ASSERT_EQ(thinned.size(), 65u);
