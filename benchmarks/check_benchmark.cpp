@@ -34,7 +34,6 @@ namespace {
 using kavo::Pose3;
 using kavo::benchmarks::BestSeconds;
 using kavo::planning::CreateRobotEnvironment;
-using kavo::planning::Environment;
 using kavo::planning::RobotEnvironment;
 using kavo::planning::RobotEnvironmentConfig;
 

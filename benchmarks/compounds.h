@@ -64,8 +64,9 @@ std::vector<BumpyBall> BumpyBalls(std::size_t count, const std::vector<math::Sph
 
 //! About so many triangles, in closed pieces.
 inline MeshObstacle MeshOf(const std::vector<BumpyBall>& balls, std::size_t num_triangles) {
-  const auto sides = static_cast<std::uint32_t>(
-      std::max(3.0, std::round(std::sqrt(static_cast<double>(num_triangles / balls.size())))));
+  const std::size_t of_each = num_triangles / balls.size();
+  const auto sides =
+      static_cast<std::uint32_t>(std::max(3.0, std::round(std::sqrt(static_cast<double>(of_each)))));
   const std::uint32_t rings = sides / 2;
   std::vector<Eigen::Vector3d> vertices;
   std::vector<TriangleMesh::Triangle> triangles;
@@ -114,6 +115,7 @@ inline OctreeObstacle OctreeOf(const std::vector<Eigen::Vector3d>& points, doubl
                  static_cast<std::int64_t>(std::floor(point[2] / size))});
   }
   std::vector<Octree::Cell> cells;
+  cells.reserve(keys.size());
   for (const auto& [x, y, z] : keys) {
     cells.push_back({{(static_cast<double>(x) + 0.5) * size, (static_cast<double>(y) + 0.5) * size,
                       (static_cast<double>(z) + 0.5) * size},

@@ -303,6 +303,7 @@ void PrintCrossover(const std::string& kind, const Points& points) {
 
 }  // namespace
 
+// NOLINTNEXTLINE(bugprone-exception-escape): what goes wrong ends a benchmark.
 int main(int argc, char** argv) {
   const std::size_t given = argc > 1 ? std::strtoul(argv[1], nullptr, 10) : 0;
   const std::size_t largest = given > 0 ? given : 1000000;

@@ -71,7 +71,7 @@ class Franka {
 void Sweep(benchmark::State& state) {
   Franka franka;
   std::size_t i = 0;
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     benchmark::DoNotOptimize(franka.sweep(franka.configurations()[i++ % 1024]).data());
   }
 }
@@ -80,7 +80,7 @@ BENCHMARK(Sweep);
 void WalkFrameByFrame(benchmark::State& state) {
   Franka franka;
   std::size_t i = 0;
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     benchmark::DoNotOptimize(franka.walk(franka.configurations()[i++ % 1024]).data());
   }
 }
@@ -90,7 +90,7 @@ void Jacobian(benchmark::State& state) {
   Franka franka;
   const int tool = franka.model().frame("tool");
   std::size_t i = 0;
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     benchmark::DoNotOptimize(franka.model().positionJacobian(franka.configurations()[i++ % 1024], tool));
   }
 }

@@ -751,6 +751,7 @@ int Main(const Options& options) {
 
 }  // namespace
 
+// NOLINTNEXTLINE(bugprone-exception-escape): what goes wrong ends a benchmark.
 int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
   Options options;

@@ -195,7 +195,7 @@ void PrintPositionQueries(double zone_tolerance) {
 void FreeCheck(benchmark::State& state) {
   const auto environment = CreateRobotEnvironment(Config());
   const Eigen::VectorXd q = kavo::examples::ShelfGoal();
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     benchmark::DoNotOptimize(environment->IsValidConfiguration(q));
   }
 }
@@ -203,7 +203,7 @@ BENCHMARK(FreeCheck)->Name("free check, hand in the shelf");
 
 void DemoQuery(benchmark::State& state) {
   const auto config = Config();
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     benchmark::DoNotOptimize(Query(CreateRobotEnvironment(config)));
   }
 }

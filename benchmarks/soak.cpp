@@ -89,7 +89,7 @@ class Editor {
   // Within reach of the arm, but not where its base stands.
   Pose3 somewhere() {
     for (;;) {
-      const Pose3 pose = scene_.pose(0.9);
+      Pose3 pose = scene_.pose(0.9);
       if (pose.translation().head<2>().norm() > 0.45) {
         return pose;
       }
@@ -340,7 +340,7 @@ int Run(long num_queries, std::uint32_t seed) {
   }
   // Obstacles come and go, of which a mesh takes some ten KiB. That is less than a hundred bytes lost by each
   // of ten thousand queries would be.
-  constexpr std::size_t kMostObstacles = 512 * 1024;
+  constexpr std::size_t kMostObstacles = std::size_t{512} * 1024;
   const bool is_flat =
       *std::max_element(in_use + 5, in_use + 10) <= *std::max_element(in_use, in_use + 5) + kMostObstacles;
   std::printf("\nmemory %s, %ld losses, %ld faults, %ld answers missing\n", is_flat ? "flat" : "grows",

@@ -66,6 +66,7 @@ bool Compare(const std::string& name, const DistanceMetric& metric, std::size_t 
   const auto tree = MakeTree(metric, num_nodes);
   std::mt19937 engine(2);
   std::vector<Eigen::VectorXd> queries;
+  queries.reserve(32);
   for (int i = 0; i < 32; ++i) {
     queries.push_back(RandomConfiguration(engine));
   }
@@ -106,6 +107,7 @@ bool PrintGrowth(std::size_t num_nodes) {
   const std::size_t after = MemoryInUse();
   std::mt19937 engine(2);
   std::vector<Eigen::VectorXd> queries;
+  queries.reserve(256);
   for (int i = 0; i < 256; ++i) {
     queries.push_back(RandomConfiguration(engine));
   }
@@ -140,14 +142,14 @@ void GetClosest(benchmark::State& state) {
   const auto tree = MakeTree(L2Norm, static_cast<std::size_t>(state.range(0)));
   std::mt19937 engine(2);
   const Eigen::VectorXd q = RandomConfiguration(engine);
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     benchmark::DoNotOptimize(tree->GetClosest(q));
   }
 }
 BENCHMARK(GetClosest)->RangeMultiplier(10)->Range(100, 100000);
 
 void Insert(benchmark::State& state) {
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     benchmark::DoNotOptimize(MakeTree(L2Norm, 10000));
   }
 }

@@ -156,8 +156,9 @@ Scene Shelves(std::size_t num_obstacles, std::size_t num_queries) {
   const std::size_t shelves_in_row = std::max<std::size_t>(
       1, static_cast<std::size_t>(std::sqrt(static_cast<double>(num_obstacles) / 20.0)));
   for (; scene.shapes.size() < num_obstacles; ++shelf) {
+    const std::size_t row = shelf / shelves_in_row;
     const Eigen::Vector3d corner(static_cast<double>(shelf % shelves_in_row) * (kWidth + 0.1),
-                                 static_cast<double>(shelf / shelves_in_row) * 2.0, 0.0);
+                                 static_cast<double>(row) * 2.0, 0.0);
     for (int board = 0; board < 4; ++board) {
       scene.addBox(Pose3::FromTranslation(corner + Eigen::Vector3d(0.0, 0.0, kStorey * (board + 1))),
                    {kWidth, kDepth, 0.02});
@@ -179,7 +180,8 @@ Scene Shelves(std::size_t num_obstacles, std::size_t num_queries) {
       }
     }
   }
-  const auto rows = static_cast<double>((shelf + shelves_in_row - 1) / shelves_in_row);
+  const std::size_t num_rows = (shelf + shelves_in_row - 1) / shelves_in_row;
+  const auto rows = static_cast<double>(num_rows);
   for (std::size_t i = 0; i < num_queries; ++i) {
     const double x = random(-0.6, static_cast<double>(shelves_in_row) * (kWidth + 0.1) - 0.5);
     const double y = random(-0.8, (rows - 1.0) * 2.0 + 0.8);
@@ -206,7 +208,7 @@ Scene Bars(std::size_t num_obstacles, std::size_t num_queries) {
 template <typename Test>
 void Run(benchmark::State& state, const Scene& scene, const Test& test) {
   std::size_t hits = 0;
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     for (const Query& query : scene.queries) {
       hits += test(query) ? 1 : 0;
     }

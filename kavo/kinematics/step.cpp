@@ -58,6 +58,8 @@ HWY_INLINE void ApplyOffset(const Columns& base, const Kinematics::Offset& offse
 HWY_INLINE void SetColumns(const math::RigidTransform& transform, Columns* columns) {
   for (int row = 0; row < 4; ++row) {
     for (int column = 0; column < 3; ++column) {
+      // A step has a slot, even where nothing carries it.
+      // NOLINTNEXTLINE(clang-analyzer-core.NullDereference)
       columns->axes[column][row] = row < 3 ? transform.rotation(row, column) : 0.0;
     }
     columns->origin[row] = row < 3 ? transform.translation[row] : 0.0;

@@ -15,6 +15,7 @@ using ::kavo::testing::RandomVec;
 
 std::vector<math::Sphere> RandomSpheres(std::mt19937& engine) {
   std::vector<math::Sphere> spheres;
+  spheres.reserve(5);
   for (int i = 0; i < 5; ++i) {
     spheres.push_back({RandomVec(engine, 3, -2, 2), 0.2 * (1 + i)});
   }

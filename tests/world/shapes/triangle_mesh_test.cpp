@@ -55,11 +55,13 @@ struct GridBox {
     for (int axis = 0; axis < 3; ++axis) {
       for (const double side : {-0.5, 0.5}) {
         for (int i = 0; i < count * count; ++i) {
+          const int column = i % count;
+          const int row = i / count;
           const auto corner = [&](int u, int v) {
             Eigen::Vector3d shares;
             shares[axis] = side;
-            shares[(axis + 1) % 3] = static_cast<double>(i % count + u) / count - 0.5;
-            shares[(axis + 2) % 3] = static_cast<double>(i / count + v) / count - 0.5;
+            shares[(axis + 1) % 3] = static_cast<double>(column + u) / count - 0.5;
+            shares[(axis + 2) % 3] = static_cast<double>(row + v) / count - 0.5;
             vertices.emplace_back(center + size.cwiseProduct(shares));
           };
           for (const int u : {0, 1}) {
