@@ -141,7 +141,18 @@ bool CountsAllocations() { return KAVO_COUNTS_ALLOCATIONS != 0; }
 
 long NumAllocations() { return num_allocations; }
 
-long NumBlocks() { return num_blocks; }
+long NumBlocks() {
+  // libc++ keeps a block for each thread that has thrown, from the first time on.
+  thread_local bool has_thrown = false;
+  if (!has_thrown) {
+    try {
+      throw std::bad_alloc();
+    } catch (const std::bad_alloc&) {
+      has_thrown = true;
+    }
+  }
+  return num_blocks;
+}
 
 void FailAllocation(long num_before) { num_before_failure = num_before; }
 
