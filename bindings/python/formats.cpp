@@ -26,17 +26,26 @@ namespace {
 
 using Packages = std::map<std::string, std::string>;
 
-// With what it is read from, by which it pickles.
-struct Scene : formats::Scene {
+// With the text that it is read from, by which it pickles.
+template <typename File>
+struct FromText : File {
   std::string text;
   Packages packages;
 };
 
-Scene ParseScene(const std::pair<std::string, std::string>& file, const Packages& packages) {
+using Scene = FromText<formats::Scene>;
+using Request = FromText<formats::Request>;
+
+template <typename File>
+using Parser = File (*)(const std::string& text, const std::string& file,
+                        const formats::SceneFileOptions& options);
+
+template <typename File, Parser<File> parse>
+FromText<File> Parse(const std::pair<std::string, std::string>& file, const Packages& packages) {
   formats::SceneFileOptions options;
   options.packages = packages;
   const py::gil_scoped_release released;
-  return {formats::ParseScene(file.second, file.first, options), file.second, packages};
+  return {parse(file.second, file.first, options), file.second, packages};
 }
 
 // By the forms of a robot that Python has as well, so that the result pickles.
@@ -82,19 +91,6 @@ World WorldOf(const Scene& scene, const Robot* robot, const std::optional<Eigen:
   return world;
 }
 
-// With what it is read from, likewise.
-struct Request : formats::Request {
-  std::string text;
-  Packages packages;
-};
-
-Request ParseRequest(const std::pair<std::string, std::string>& file, const Packages& packages) {
-  formats::SceneFileOptions options;
-  options.packages = packages;
-  const py::gil_scoped_release released;
-  return {formats::ParseRequest(file.second, file.first, options), file.second, packages};
-}
-
 Eigen::VectorXd StartOf(const Request& request, const Robot& robot) {
   return formats::ConfigurationFromJoints(*robot.description, request.start,
                                           robot.description->defaultCSpaceConfiguration());
@@ -129,6 +125,28 @@ std::vector<std::string> AttachedIds(const File& file) {
   return ids;
 }
 
+// What files of scenes and of requests have in common.
+template <typename File, Parser<File> parse>
+py::class_<FromText<File>> DefineFile(py::module_& module, const char* name, const char* purpose) {
+  py::class_<FromText<File>> type(module, name, purpose);
+  type.def_static("_parse", &Parse<File, parse>, py::arg("file"), py::arg("packages"))
+      .def(py::pickle(
+          [](const FromText<File>& file) {
+            return py::make_tuple(std::pair(file.file, py::bytes(file.text)), file.packages);
+          },
+          [](const py::tuple& state) {
+            return Parse<File, parse>(state[0].cast<std::pair<std::string, std::string>>(),
+                                      state[1].cast<Packages>());
+          }))
+      .def_readonly("file", &FromText<File>::file)
+      .def_property_readonly("attached", &AttachedIds<FromText<File>>,
+                             "Ids of what the robot holds, as the file says.")
+      .def_property_readonly(
+          "unhonoured", &UnhonouredTexts<FromText<File>>,
+          "What the file asks for and Kavo does not honour, although it can change an answer.");
+  return type;
+}
+
 MeshObstacle LoadMesh(const std::filesystem::path& file, const Eigen::Vector3d& scale) {
   const py::gil_scoped_release released;
   return {formats::ReadMesh(file.string(), scale)};
@@ -146,17 +164,8 @@ OctreeObstacle LoadOctree(const std::filesystem::path& file, bool unknown_is_occ
 }
 
 void DefineRequest(py::module_& module) {
-  py::class_<Request>(module, "Request", "What is to be planned, as a file gives it; made by `load_request`.")
-      .def_static("_parse", &ParseRequest, py::arg("file"), py::arg("packages"))
-      .def(py::pickle(
-          [](const Request& request) {
-            return py::make_tuple(std::pair(request.file, py::bytes(request.text)), request.packages);
-          },
-          [](const py::tuple& state) {
-            return ParseRequest(state[0].cast<std::pair<std::string, std::string>>(),
-                                state[1].cast<Packages>());
-          }))
-      .def_readonly("file", &Request::file)
+  DefineFile<formats::Request, formats::ParseRequest>(
+      module, "Request", "What is to be planned, as a file gives it; made by `load_request`.")
       .def_readonly("group_name", &Request::group_name, "Of the joints that are to move; may be empty.")
       .def_readonly("joint_state", &Request::start, "Joint values at the start, by name.")
       .def_readonly("base_pose", &Request::base_pose,
@@ -166,11 +175,6 @@ void DefineRequest(py::module_& module) {
       .def_readonly("velocity_scaling", &Request::velocity_scaling,
                     "How much of the limits a trajectory may use, or None.")
       .def_readonly("acceleration_scaling", &Request::acceleration_scaling, "As above.")
-      .def_property_readonly("attached", &AttachedIds<Request>,
-                             "Ids of what the robot is said to hold at the start.")
-      .def_property_readonly(
-          "unhonoured", &UnhonouredTexts<Request>,
-          "What the file asks for and Kavo does not honour, although it can change an answer.")
       .def("start", &StartOf, py::arg("robot"),
            "The configuration that a robot starts at (dof,); joints that the file does not name are in the "
            "default configuration.")
@@ -187,25 +191,11 @@ Args:
 }  // namespace
 
 void DefineFormats(py::module_& module) {
-  py::class_<Scene>(module, "Scene",
-                    "The obstacles around a robot, as a file gives them; made by `load_scene`.")
-      .def_static("_parse", &ParseScene, py::arg("file"), py::arg("packages"))
-      .def(py::pickle(
-          [](const Scene& scene) {
-            return py::make_tuple(std::pair(scene.file, py::bytes(scene.text)), scene.packages);
-          },
-          [](const py::tuple& state) {
-            return ParseScene(state[0].cast<std::pair<std::string, std::string>>(),
-                              state[1].cast<Packages>());
-          }))
+  DefineFile<formats::Scene, formats::ParseScene>(
+      module, "Scene", "The obstacles around a robot, as a file gives them; made by `load_scene`.")
       .def_readonly("name", &Scene::name)
-      .def_readonly("file", &Scene::file)
       .def_readonly("joint_state", &Scene::joint_state, "Joint values by name, as far as the file gives any.")
       .def_readonly("base_pose", &Scene::base_pose, "Of the robot's base in the world of the file.")
-      .def_property_readonly("attached", &AttachedIds<Scene>, "Ids of what the robot holds in the file.")
-      .def_property_readonly(
-          "unhonoured", &UnhonouredTexts<Scene>,
-          "What the file asks for and Kavo does not honour, although it can change an answer.")
       .def(
           "robot", &RobotIn, py::arg("robot"), py::arg("q") = py::none(),
           R"(A robot from files as it is in the scene: holding what that attaches, under its allowed collisions and paddings.
