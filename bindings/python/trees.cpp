@@ -205,6 +205,10 @@ Args:
              if (split != "star" && split != "basic") {
                throw py::value_error("unknown split '" + split + "': it is 'star' or 'basic'");
              }
+             if (num_reinserted < 0) {
+               throw py::value_error("num_reinserted is " + std::to_string(num_reinserted) +
+                                     ", and must not be negative");
+             }
              return NumberedBoxes(
                  IndexConfig(dimension, min_entries, max_entries, num_reinserted,
                              split == "star" ? EntrySplitterType::kStar : EntrySplitterType::kBasic));

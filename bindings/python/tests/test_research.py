@@ -143,3 +143,5 @@ def test_an_index_finds_the_nearest_of_all_boxes(options):
     with pytest.raises(ValueError, match="point 1"):
         tree.nearest([(0.0, 0.0, 0.0), (np.nan, 0.0, 0.0)])
     assert len(tree) == 400
+    with pytest.raises(ValueError, match="must not be negative"):
+        kavo.RStarTree(3, num_reinserted=-1)
