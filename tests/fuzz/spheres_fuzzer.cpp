@@ -2,12 +2,8 @@
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   return kavo::testing::FuzzReader(data, size, [](const std::string& text) {
-    kavo::formats::RobotFileOptions options;
-    // Not what is read here, and it takes a build that is made for this seconds.
-    options.cover = false;
-    options.self_collision = true;
     const kavo::formats::FileText file = {"input", text};
-    kavo::testing::UseRobot(
-        kavo::formats::ParseRobot(kavo::testing::SmallArm(), std::nullopt, file, options));
+    kavo::testing::UseRobot(kavo::formats::ParseRobot(kavo::testing::SmallArm(), std::nullopt, file,
+                                                      kavo::testing::OptionsOfReaders()));
   });
 }

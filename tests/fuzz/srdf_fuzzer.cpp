@@ -4,10 +4,7 @@
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   return kavo::testing::FuzzReader(data, size, [](const std::string& text) {
-    kavo::formats::RobotFileOptions options;
-    // Not what is read here, and it takes a build that is made for this seconds.
-    options.cover = false;
-    options.self_collision = true;
+    kavo::formats::RobotFileOptions options = kavo::testing::OptionsOfReaders();
     const kavo::formats::Srdf srdf = kavo::formats::ParseSrdf(text, "input");
     if (!srdf.groups.empty()) {
       options.group = srdf.groups.front().name;

@@ -12,6 +12,14 @@
 
 namespace kavo::testing {
 
+//! Without covers of links: they are not what is read, and each takes a build that is made for this seconds.
+inline formats::RobotFileOptions OptionsOfReaders() {
+  formats::RobotFileOptions options;
+  options.cover = false;
+  options.self_collision = true;
+  return options;
+}
+
 //! A robot that was read has to have a configuration, and frames that can be asked for.
 inline void UseRobot(const formats::LoadedRobot& robot) {
   const RobotDescription& description = *robot.description;
